@@ -1,0 +1,164 @@
+// The storage engine: records timestamped segments into self-indexed data files and plays them back in time.
+//
+// One object records and replays; the two sides are independent. Files roll over once a segment has started beyond
+// 1,048,576,000 bytes or the index is full (476,091 segments). docs/formats.md describes what lies on disk.
+#ifndef KESTOVA_DATASTORAGEIO_H
+#define KESTOVA_DATASTORAGEIO_H
+
+#include <set>
+#include <stdint.h>
+#include <string>
+
+#include "KestovaUtils/timeparser.h"
+#include "UdpSocket/kestovaapi.h"
+
+typedef unsigned char tReplayStatus;
+
+namespace storage
+{
+// The first four bytes of a data file, as a little-endian number.
+enum tFileHeadSymbol : uint32_t
+{
+    cDataFileHead = 3500153344u,    // 0xD0A01A00: plain data file
+    cHuffmanFileHead = 3770736128u  // 0xE0C0DE00: Huffman file
+};
+
+enum tPathProperty : int32_t
+{
+    eNoExist = 0,
+    eFile = 1,
+    eFolder = 2
+};
+
+// Values of tReplayStatus.
+enum eReplayStatus : uint8_t
+{
+    eReplayOpening = 0,  // the indexes are being read
+    eReplayPlaying = 1,
+    eReplayPaused = 2,
+    eReplayStopped = 3,
+    eReplayEnded = 4,  // ran out of segments, or saw the stop
+    eReplayClosed = 5  // kept inside, never reported
+};
+
+// Receives a replay. Calls come from the replay thread and, for statuses, from the thread that called Pause, Stop, Jump
+// or CloseReadingFile. No lock is held during a call: every operation of tDataStorageIO may be called from inside one
+// (see tDataStorageIO for what Stop, Jump, CloseReadingFile and OpenReadDataFileorFolder do there).
+class KESTOVA_API iDataReadReplayObserver
+{
+public:
+    virtual ~iDataReadReplayObserver() = default;
+    virtual void UpdateReplayStatus(uint8_t status) = 0;  // an eReplayStatus value
+    // The span of everything opened, in ms since the epoch; 0, 0 where nothing could be opened.
+    virtual void UpdateDataTimeSpan(uint64_t firstTimeMs, uint64_t lastTimeMs) = 0;
+    // One segment: its recorded time stamp in ms, its place in the span (0.0 to 1.0; the last one is at exactly 1.0),
+    // its bytes (valid during the call only), their number, and the full path of its file.
+    virtual void UpdateReplayData(uint64_t timeMs, double progress, const char* data, unsigned int len,
+                                  std::string fileName) = 0;
+};
+
+class tDataStorageIOPrivate;
+
+class KESTOVA_API tDataStorageIO
+{
+public:
+    // While false, the process-wide reclaiming of disk space (below) pauses for every object of the process. A
+    // Kestova::tRadarDataReplayer clears it when it is constructed: a process that records beside a replayer and wants
+    // reclaiming sets it again. Read atomically; may be set at any time.
+    static bool DiskCheckThreadEnable;
+
+    // `storageBasePath` is the storage root: its folders are created where missing; "./RadarDataStorage" takes its
+    // place where that fails. Recordings go into folders Data_NNNNNN_YYYY.MM.DD/ below it, and from then on the oldest
+    // ".data" files below it, of any recording, are deleted whenever less than 1 GiB of its disk is free (never a file
+    // being written). An empty root means no automatic folders and no reclaiming: each recording names its folder.
+    // `specifySuffix` ends the names of data files (".data"); must not be null.
+    // File numbers have four digits and folder numbers six: above 9,999 files in a folder or 999,999 folders names no
+    // longer sort by age.
+    tDataStorageIO(const std::string& storageBasePath, const char* specifySuffix);
+    // Stops recording as FinishWrite does and replay as CloseReadingFile does. Never call it from inside a callback.
+    virtual ~tDataStorageIO();
+    tDataStorageIO(const tDataStorageIO&) = delete;
+    tDataStorageIO& operator=(const tDataStorageIO&) = delete;
+
+    // ---- Recording. Any thread. ----
+
+    // Starts a file in the recording folder below the root, finishing the file before it. `timestamp` in ms gives the
+    // labels of folder and file (0: now), `extFileName` is appended to the name where it is not empty. `compress` asks
+    // for compression when the file is finished. False, with a line on standard error, if the file exists already or
+    // cannot be created; then no file is open.
+    bool CreateNewWritingFile(unsigned long timestamp, const std::string& extFileName, bool compress);
+    // The same with the current time, in `customFolderPath` (ends with "/") when the object has no root.
+    bool CreateNewWritingFile(const std::string& customFolderPath, const std::string& extFileName, bool compress);
+
+    // Queues a copy of one segment; never waits for the disk. `timestamp` in ms since the epoch, below 2^48, 0 meaning
+    // the time of writing. The queue has no bound: memory grows while the disk is slower than the caller. While no file
+    // is open the segment is counted and dropped. Segments of no bytes are counted and write nothing; segments of
+    // 4 GiB or more, and later time stamps, are refused with a line on standard error.
+    void WriteData(const char* data, unsigned long len, unsigned long timestamp);
+
+    bool IsWriteEnable() const;  // a file is open; false for microseconds while one file follows another
+
+    // Finishes the file: writes its index head. What is still queued is discarded; call WaitWriteIdle first to keep it.
+    // Harmless while no file is open.
+    void FinishWrite();
+
+    // Waits until everything queued before the call is in the file; false if that took longer than `timeout_ms`, or if
+    // no file is open and something was queued.
+    bool WaitWriteIdle(unsigned int timeout_ms);
+
+    std::string GetCurrentWriteDataFileName() const;  // full path; empty when no file is open
+    uint32_t GetWriteDataFifoSize() const;            // segments that waited when the writer last looked
+    // Segments given to WriteData that are in no file and never will be: no file was open, the disk refused them, they
+    // were discarded by FinishWrite, or WriteData refused them. (Segments of no bytes are not counted.)
+    uint64_t GetWriteLostCnt() const;
+
+    // ---- Replay. Any thread. Stop, Jump, CloseReadingFile and OpenReadDataFileorFolder wait for the replay thread:
+    // do not call them while you hold a lock that your observer takes. Called from inside a callback of this object,
+    // these four do not wait: they are carried out as soon as that callback has returned, in the order of the calls.
+    // Pause and FastSlowForward act at once everywhere. ----
+
+    // Closes what is open, then opens one data file, or every data file below a folder, and plays it from the start.
+    // Returns at once, always true; opening and playing go on on the replay thread: status 0, the span, status 1,
+    // segments in order of time, status 4. Files that cannot be read or are no data files are skipped; damaged index
+    // records cost only themselves. `observer` may be null, is not owned, and must live until CloseReadingFile returns.
+    bool OpenReadDataFileorFolder(const std::string& path, iDataReadReplayObserver* observer);
+    // Pauses (status 2) or goes on (status 1). False before playing has begun.
+    bool Pause(bool pause);
+    // Sets the speed: above 1 to 10 fast by the whole part of `rate`, below 1 slow by 1 / (the whole part of 1 / rate
+    // + 1), down to 1/11; exactly 1.0 or no number is the recorded pace. Opening sets the pace back to 1.0.
+    void FastSlowForward(double rate);
+    // Stops playing: statuses 1, 4 (if it was still playing), 3. One segment that was already due may still come.
+    // False, and nothing reported, before playing has begun or after a stop.
+    bool Stop();
+    // Plays from a place in the span, 0.0 to 1.0, stopping first; also from pause, end and stop. Below 0 playing waits
+    // before the first segment; above 1 everything is played from the first segment on without waiting. False while
+    // nothing is opened or opening is not finished.
+    bool Jump(double fraction);
+    // Stops as Stop does, forgets the files and the observer. Nothing is reported after it returns.
+    void CloseReadingFile();
+
+    // ---- Paths and disks. Any thread. ----
+
+    static bool IsExistPath(const std::string& path);
+    static tPathProperty IsFileOrFolder(const std::string& path);
+    static void NormalizePath(std::string& path);  // "\" to "/", and a final "/" unless empty
+    // Creates every folder of the path that ends with "/"; text behind the last "/" is not created. Whether the whole
+    // path exists then.
+    static bool MakePath(const std::string& path);
+    static int64_t GetFileSize(const char* file);  // bytes; 0 where it cannot be examined
+    // Free space for unprivileged users in MiB, -1 on failure; wraps on disks of 2 TiB and more. Prints one line.
+    static int32_t GetDiskFreeSize_MB(const char* path);
+    // Size, in blocks of 1024 bytes, of the local file system mounted at `mountPoint` (ends with "/"); 0 if none is.
+    static int64_t GetMountDiskSize(const std::string& mountPoint);
+    static void Relative2AbsolutePath(std::string& path);  // against the working folder
+    // Collects full paths into `out`: files whose text from the last "." on equals `suffix` and, where `suffix` is
+    // empty, folders. With `recursive` the folders below too; a folder that links lead back to is entered once.
+    static void GetFileFolderInDir(const std::string& dir, std::set<std::string>& out, bool recursive,
+                                   const std::string& suffix);
+
+private:
+    tDataStorageIOPrivate* d;
+};
+}  // namespace storage
+
+#endif

@@ -1,0 +1,44 @@
+// Numbers of the formats, little-endian on disk and in packages whatever the host is.
+#ifndef KESTOVA_INTERNAL_LITTLEENDIAN_H
+#define KESTOVA_INTERNAL_LITTLEENDIAN_H
+
+#include <bit>
+#include <cstring>
+#include <type_traits>
+
+namespace le
+{
+template <typename tNumber>
+constexpr tNumber swapped(tNumber value)
+{
+    static_assert(std::is_unsigned_v<tNumber>);
+    if constexpr (sizeof(tNumber) == 8)
+        return __builtin_bswap64(value);
+    else if constexpr (sizeof(tNumber) == 4)
+        return __builtin_bswap32(value);
+    else if constexpr (sizeof(tNumber) == 2)
+        return __builtin_bswap16(value);
+    else
+        return value;
+}
+
+// The number stored at `from`; any alignment.
+template <typename tNumber>
+tNumber load(const void* from)
+{
+    tNumber value;
+    std::memcpy(&value, from, sizeof value);
+    return std::endian::native == std::endian::little ? value : swapped(value);
+}
+
+// Stores `value` at `to`; any alignment.
+template <typename tNumber>
+void store(void* to, tNumber value)
+{
+    if constexpr (std::endian::native != std::endian::little)
+        value = swapped(value);
+    std::memcpy(to, &value, sizeof value);
+}
+}  // namespace le
+
+#endif

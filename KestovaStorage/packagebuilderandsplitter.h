@@ -1,0 +1,71 @@
+// Wraps radar messages into packages, and cuts received byte streams back into packages.
+#ifndef KESTOVA_PACKAGEBUILDERANDSPLITTER_H
+#define KESTOVA_PACKAGEBUILDERANDSPLITTER_H
+
+#include "KestovaStorage/radarmsgpackage.h"
+#include "UdpSocket/kestovaapi.h"
+
+// Receives what a tPackageBuilderAndSplitter makes. Pointers are valid during the call only. An exception that leaves
+// an observer ends the process.
+class KESTOVA_API iPackageObserver
+{
+public:
+    virtual ~iPackageObserver() = default;
+    // A whole package of `size` bytes, head to end marker, cut from the stream; `id` as SetID set it. Kinds eReadType
+    // and eWriteType come on the pop thread, all others on the parse thread: two calls may be under way at once.
+    virtual void UpdateSplittedPackage(const tRadarMsgPackage* package, unsigned int size, int id) = 0;
+    // A whole built package; `timestamp` is its timestamp_ms. Called on the send thread, in building order.
+    virtual void UpdateBuildedPackage(const char* package, unsigned int size, int id, unsigned long timestamp) = 0;
+};
+
+class tPackageBuilderAndSplitterPrivate;
+
+// Both jobs run on worker threads of this object; the queues between them have no bound. Every operation may be called
+// from any thread, from inside an observer call too, except destruction: never destroy the object from inside one.
+class KESTOVA_API tPackageBuilderAndSplitter
+{
+public:
+    tPackageBuilderAndSplitter();
+    // Ends the threads; an observer call under way is waited for, queued packages are discarded.
+    virtual ~tPackageBuilderAndSplitter();
+    tPackageBuilderAndSplitter(const tPackageBuilderAndSplitter&) = delete;
+    tPackageBuilderAndSplitter& operator=(const tPackageBuilderAndSplitter&) = delete;
+
+    void SetID(int id);  // the identity told to observers and printed; -1 at the start
+
+    unsigned int GetSplittedPackageCnt() const;  // the number expected of the next split package
+    unsigned int GetBuildedPackageCnt() const;   // packages built since construction or the last Clear
+
+    // Hands `len` bytes of a received stream to the splitter, in any portions; nothing for `len` of 0 or less. Damage
+    // is reported on standard output and skipped: 41 bytes at a bad end marker, everything up to the next head at a bad
+    // head, everything where there is none. A heartbeat is recognised once 41 bytes are buffered.
+    void LoadRecBuff(const char* buff, int len);
+
+    // Queues a ready-made package of `len` bytes (at least 41, less is ignored) for the observers. The package is
+    // stamped in place with its number, so the buffer must be writable and not shared with another caller.
+    void BuildPackage(const char* package, int len);
+
+    // Wraps `len` bytes of `data` into a package and queues it. `udpAddr` is dotted text or null (stored as 0),
+    // `udpPort` a plain number, `timestamp` in ms (0: now). A `len` below 0 is taken as 0. msgLen keeps the low
+    // 16 bits of `len`: payloads above 65494 bytes are stored whole but cannot be split from a stream.
+    void BuildPackage(const tUdpMsgInfo& info, const char* udpAddr, int udpPort, const char* data, int len,
+                      unsigned long timestamp);
+
+    // Observers are called in the order of registration and are not owned. The spelling is part of the interface.
+    // After RemovePackageObserer no call to that observer is under way, except where it is called from inside one.
+    void AddPackageObserer(iPackageObserver* observer);
+    void RemovePackageObserer(iPackageObserver* observer);
+
+    // Forgets received bytes and split packages that wait, and starts both counts at 0 again. Built packages that wait
+    // and the bytes that the parse thread already holds stay.
+    void Clear();
+
+    // Waits until every package queued by BuildPackage before the call has been handed to the observers; false if that
+    // took longer than timeout_ms, or at once when called from inside UpdateBuildedPackage.
+    bool WaitBuildIdle(unsigned int timeout_ms);
+
+private:
+    tPackageBuilderAndSplitterPrivate* d;
+};
+
+#endif

@@ -1,0 +1,114 @@
+// tWorker: one thread; how it starts, sleeps, wakes and ends.
+//
+// Threads  start(), stop() and destruction belong to the owner; the rest to any thread. stop() from the worker itself
+//          only clears the run flag; the owner's stop() joins.
+// Locks    one mutex guards the run flag and whatever the owner's body waits for. The flag changes under it, so one
+//          notification is enough and none is lost.
+// Place    worker members come last in their class: they end before what they use goes.
+#ifndef KESTOVA_INTERNAL_WORKERTHREAD_H
+#define KESTOVA_INTERNAL_WORKERTHREAD_H
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+class tWorker
+{
+public:
+    using tLock = std::unique_lock<std::mutex>;
+    using tClock = std::chrono::steady_clock;
+
+    tWorker() = default;
+    ~tWorker() { stop(); }
+    tWorker(const tWorker&) = delete;
+    tWorker& operator=(const tWorker&) = delete;
+
+    // Runs `body` on a new thread and returns once it runs. False while a former run is not yet joined.
+    bool start(std::function<void()> body)
+    {
+        if (m_thread.joinable())
+            return false;
+        {
+            const tLock guard(m_mutex);
+            m_run = true;
+            m_started = false;
+        }
+        m_thread = std::thread([this, work = std::move(body)] {
+            currentWorker() = this;
+            wake([this] { m_started = true; });
+            work();
+        });
+        tLock guard(m_mutex);
+        m_cond.wait(guard, [this] { return m_started; });
+        return true;
+    }
+
+    // Clears the run flag, wakes the body, and joins it unless called from the body.
+    void stop()
+    {
+        wake([this] { m_run = false; });
+        if (m_thread.joinable() && !isSelf())
+            m_thread.join();
+    }
+
+    bool running() const { return m_run; }
+    bool isSelf() const { return currentWorker() == this; }  // called on this worker's own thread
+
+    // The lock under which the owner reads and changes what the body waits for.
+    tLock lock() const { return tLock(m_mutex); }
+
+    // Changes what the body waits for, under the lock, and wakes every waiter.
+    template <typename tChange>
+    void wake(tChange change)
+    {
+        {
+            const tLock guard(m_mutex);
+            change();
+        }
+        m_cond.notify_all();
+    }
+    void notify() { m_cond.notify_all(); }
+
+    // Body: sleeps until `ready` or the stop. True while running, that is, when `ready` ended the wait.
+    template <typename tReady>
+    bool wait(tLock& held, tReady ready)
+    {
+        m_cond.wait(held, [&] { return !m_run || ready(); });
+        return m_run;
+    }
+
+    // Anyone: sleeps until `ready`, `deadline` or the stop; the value of `ready`.
+    template <typename tReady>
+    bool waitUntil(tLock& held, tClock::time_point deadline, tReady ready)
+    {
+        m_cond.wait_until(held, deadline, [&] { return !m_run || ready(); });
+        return ready();
+    }
+
+    // Body: sleeps for `period`; false once stopped.
+    bool sleepFor(tClock::duration period)
+    {
+        tLock held = lock();
+        m_cond.wait_for(held, period, [this] { return !m_run; });
+        return m_run;
+    }
+
+private:
+    static const tWorker*& currentWorker()
+    {
+        static thread_local const tWorker* current = nullptr;
+        return current;
+    }
+
+    mutable std::mutex m_mutex;
+    std::condition_variable m_cond;
+    std::thread m_thread;
+    std::atomic<bool> m_run{false};  // changed under m_mutex
+    bool m_started = false;          // guarded by m_mutex
+};
+
+#endif

@@ -1,0 +1,102 @@
+// The directory of radars: which stream of which radar is sent on which UDP group, and the interface to receive on.
+#ifndef KESTOVA_MULTIRADARCLIENT_H
+#define KESTOVA_MULTIRADARCLIENT_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <string>
+
+#include "UdpSocket/kestovaapi.h"
+#include "UdpSocket/netaddress.h"
+
+typedef uint8_t tSocketType;
+
+// One radar's addresses: a packed record of 116 bytes. The recorder reads it as eighteen addresses from byte 6 on, one
+// for each stream kind (kind t at byte 6 + 6 t); the named fields overlap those slots. Use streamAddress for the slots.
+#pragma pack(push, 1)
+struct KESTOVA_API RadarAddress
+{
+    uint32_t radarIP;
+    bool dedicated;
+    uint8_t dedicatedNumber;
+    NetAddress imageStream;
+    tSocketType imageStreamType;
+    NetAddress imageCtrl;
+    tSocketType imageCtrlType;
+    NetAddress imageState;
+    tSocketType imageStateType;
+    NetAddress arpaStream;
+    tSocketType arpaStreamType;
+    NetAddress arpaCtrl;
+    tSocketType arpaCtrlType;
+    NetAddress arpaState;
+    tSocketType arpaStateType;
+    NetAddress originalImage;
+    tSocketType originalImageType;
+    NetAddress aisDev;
+    NetAddress gpsDev;
+    tSocketType gpsDevType;
+    NetAddress depthDev;
+    NetAddress headingDev;
+    NetAddress cameraCtrl;
+    NetAddress cameraState;
+    NetAddress arpaServerCtrl;
+    NetAddress arpaServerState;
+    NetAddress radarClientCtrl;
+    NetAddress radarClientState;
+
+    // The address of stream kind `kind` (0 to 17, see eReadWriteType); ip and port 0 where the radar has none or the
+    // kind has no slot.
+    NetAddress streamAddress(unsigned int kind) const;
+    // Stores the address of stream kind `kind`; does nothing above 17.
+    void setStreamAddress(unsigned int kind, const NetAddress& address);
+};
+#pragma pack(pop)
+
+static_assert(sizeof(RadarAddress) == 116, "RadarAddress is a packed record of 116 bytes");
+
+class KESTOVA_API iMultiRadarCheckerListener
+{
+public:
+    virtual ~iMultiRadarCheckerListener() = default;
+    // The address of the local interface, as net::transAddr returns it; 0 while it has none. Called on the client's
+    // own thread soon after the listener is added and at every change of the address.
+    virtual void OnLocalIpChanged(unsigned int localIp) = 0;
+};
+
+// The process's directory. All operations may be called from any thread, from inside OnLocalIpChanged too.
+class KESTOVA_API MultiRadarClient
+{
+public:
+    static MultiRadarClient* getInstance();  // never null; lives until the process ends
+
+    // Reads a directory file (JSON) and takes all its radars over, replacing those of the same serial and id. A wrong
+    // file is refused whole: false, the directory unchanged, and one message in `error` (on standard error where
+    // `error` is null) that names file, entry and reason.
+    bool loadDirectory(const std::string& path, std::string* error = nullptr);
+    // Adds or replaces one radar.
+    void setAddress(const char* serial, unsigned short id, const RadarAddress& record);
+    // The record of a radar, null where unknown. The record stays valid and unchanged until the process ends.
+    const RadarAddress* getAddress(const char* serial, unsigned short id);
+
+    // Chooses the interface to receive on, by name ("eth0") or by its dotted address. An address given as text that
+    // belongs to no interface of this machine is reported to listeners as it stands. The interface's address is
+    // followed. False, and nothing changed, for text that is neither. Until it is called the interface is the one of
+    // the default route, or the loopback interface where there is none.
+    bool setLocalInterface(const std::string& nameOrAddress);
+
+    // Registers a listener (not owned; adding it twice is the same as once).
+    void addListener(iMultiRadarCheckerListener* listener);
+    // Removes it. After the return no call to it is under way, except where it is called from inside that very call.
+    void removeListener(iMultiRadarCheckerListener* listener);
+
+private:
+    MultiRadarClient();
+    ~MultiRadarClient();
+    MultiRadarClient(const MultiRadarClient&) = delete;
+    MultiRadarClient& operator=(const MultiRadarClient&) = delete;
+    class tMultiRadarClientPrivate;
+    tMultiRadarClientPrivate* d;
+};
+
+#endif

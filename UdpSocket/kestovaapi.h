@@ -1,0 +1,7 @@
+// KESTOVA_API marks what the Kestova libraries export; every other symbol is hidden.
+#ifndef KESTOVA_KESTOVAAPI_H
+#define KESTOVA_KESTOVAAPI_H
+
+#define KESTOVA_API __attribute__((visibility("default")))
+
+#endif

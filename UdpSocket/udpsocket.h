@@ -1,0 +1,91 @@
+// UDP multicast for Linux: one receiver a group, one sender a destination.
+//
+// Addresses are numbers as they lie in memory in network order (in_addr.s_addr), so that a field of an IP header
+// converts as it stands. Nothing here throws after construction; failures are said once on standard error.
+#ifndef KESTOVA_UDPSOCKET_H
+#define KESTOVA_UDPSOCKET_H
+
+#include <stdint.h>
+#include <string>
+
+#include "UdpSocket/kestovaapi.h"
+#include "UdpSocket/netaddress.h"
+
+namespace net
+{
+// Dotted text to address: "127.0.0.1" gives the four bytes 7F 00 00 01 in memory. 0 for text that is no IPv4 address
+// (and for "0.0.0.0"); null gives 0. Any thread.
+KESTOVA_API uint32_t transAddr(const char* dotted);
+// Address to dotted text. Any thread.
+KESTOVA_API std::string transAddr(uint32_t ip);
+// Host to network byte order of a port, and back.
+KESTOVA_API uint16_t HtoNs(uint16_t port);
+KESTOVA_API uint16_t NtoHs(uint16_t port);
+
+// Whoever wants datagrams implements this.
+class KESTOVA_API iUdpDataListener
+{
+public:
+    virtual ~iUdpDataListener() = default;
+    // One datagram. Called on the receiver's own thread, one call at a time for one receiver; receivers of different
+    // groups call at the same time. fromAddr and groupAddr are dotted texts, the ports plain numbers; data holds len
+    // bytes (0 for an empty datagram), may be changed in place and is valid during the call only.
+    virtual void OnUdpGroupDataReceived(const char* fromAddr, int fromPort, const char* groupAddr, int groupPort,
+                                        const char* data, int len) = 0;
+};
+
+// What a receiver has seen since its construction.
+struct tUdpReceiverCounters
+{
+    uint64_t datagrams;      // handed to the listener
+    uint64_t bytes;          // of their payloads
+    uint64_t kernelDropped;  // discarded by the kernel because the receive buffer was full
+};
+
+// Receives one group on one interface, on a thread of its own.
+class KESTOVA_API UdpReceiver
+{
+public:
+    // Joins `group` on the interface whose address is `localIp` (0: the kernel chooses) and starts receiving. Other
+    // groups on the same port stay out. A unicast address in `group` is bound instead of joined. `recBuffSize` is the
+    // least size in bytes of the socket's receive buffer; at least 4 MiB are asked for. A group that cannot be joined
+    // is reported once through perror; the receiver then stays silent and valid() is false.
+    // The listener is not owned and must outlive the receiver.
+    UdpReceiver(iUdpDataListener* listener, uint32_t localIp, const NetAddress& group, int recBuffSize);
+    // Returns within milliseconds; no call to the listener is under way afterwards and none follows. Never destroy a
+    // receiver from inside its own callback.
+    ~UdpReceiver();
+    UdpReceiver(const UdpReceiver&) = delete;
+    UdpReceiver& operator=(const UdpReceiver&) = delete;
+
+    bool valid() const;                     // the group is joined. Any thread.
+    tUdpReceiverCounters counters() const;  // Any thread.
+
+private:
+    class tUdpReceiverPrivate;
+    tUdpReceiverPrivate* d;
+};
+
+// Sends datagrams to one destination. One thread at a time, or several: sends are whole.
+class KESTOVA_API UdpSender
+{
+public:
+    // `localIp` chooses the interface for multicast and the source address (0: the kernel chooses); `localPort` is a
+    // plain number, 0 for any. Multicast TTL is 1. A socket that cannot be made is reported once through perror.
+    UdpSender(const NetAddress& destination, uint32_t localIp, int localPort);
+    ~UdpSender();
+    UdpSender(const UdpSender&) = delete;
+    UdpSender& operator=(const UdpSender&) = delete;
+
+    // Sends one datagram of `len` bytes. False if the kernel refused it; the first refusal is reported through perror.
+    bool sendData(const char* data, int len);
+    // Whether receivers on this machine hear multicast sent here. The system's default is that they do.
+    void setMulticastLoop(bool on);
+
+private:
+    class tUdpSenderPrivate;
+    tUdpSenderPrivate* d;
+};
+}  // namespace net
+
+#endif

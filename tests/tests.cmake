@@ -1,0 +1,1 @@
+# One line a test program: its name and its labels.
