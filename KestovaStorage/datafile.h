@@ -1,0 +1,57 @@
+// One data file, looked at record by record: what is in it, without playing it.
+#ifndef KESTOVA_DATAFILE_H
+#define KESTOVA_DATAFILE_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <string>
+
+#include "KestovaStorage/datastorageio.h"
+#include "UdpSocket/kestovaapi.h"
+
+namespace storage
+{
+// One segment of a data file, as its index describes it.
+struct tDataFileRecord
+{
+    uint64_t timeMs;  // recorded time stamp, ms since the Unix epoch
+    uint64_t pos;     // offset in bytes of the segment's first byte in the file
+    uint32_t len;     // length in bytes
+};
+
+class tDataFilePrivate;
+
+// Opens a file for reading; it may still be being written, and shows what was in it at that moment. One thread at a
+// time. Nothing in a damaged file can make it read outside the file or allocate more than the file holds.
+class KESTOVA_API tDataFile
+{
+public:
+    tDataFile();
+    ~tDataFile();
+    tDataFile(const tDataFile&) = delete;
+    tDataFile& operator=(const tDataFile&) = delete;
+
+    // Reads the file's heads and index. False for what cannot be read or is no data file; `error`, where not null,
+    // then says which file and why.
+    bool open(const std::string& path, std::string* error = nullptr);
+
+    const std::string& path() const;
+    tFileHeadSymbol kind() const;   // plain or Huffman
+    bool finished() const;          // its writer wrote the index head; false while recording and after a crash
+    uint64_t size() const;          // of the file, in bytes
+    uint64_t payloadBytes() const;  // sum of the lengths of the records
+
+    size_t recordCount() const;   // records that are whole, in the order in which they were recorded
+    size_t damagedCount() const;  // index records left out: they point outside the file or carry no possible time
+    tDataFileRecord record(size_t i) const;  // i below recordCount()
+
+    // Replaces `bytes` by the segment's bytes. False if the file does not give them all (it was cut since it was
+    // opened, the disk fails), or if this version cannot decode the file's kind.
+    bool read(size_t i, std::string& bytes);
+
+private:
+    tDataFilePrivate* d;
+};
+}  // namespace storage
+
+#endif
