@@ -102,13 +102,14 @@ public:
     // Harmless while no file is open.
     void FinishWrite();
 
-    // Waits until everything queued before the call is in the file; false if that took longer than `timeout_ms`, or if
-    // no file is open and something was queued.
+    // Waits until everything queued before the call has been written; false if that took longer than `timeout_ms`.
+    // What could not be written is counted by GetWriteLostCnt.
     bool WaitWriteIdle(unsigned int timeout_ms);
 
     std::string GetCurrentWriteDataFileName() const;  // full path; empty when no file is open
     uint32_t GetWriteDataFifoSize() const;            // segments that waited when the writer last looked
-    // Segments given to WriteData that are in no file and never will be: no file was open, the disk refused them, they
+    uint32_t GetSaveCnt() const;                      // segments ever given to WriteData
+    // Of these, segments that are in no file and never will be: no file was open, the disk refused them, they
     // were discarded by FinishWrite, or WriteData refused them. (Segments of no bytes are not counted.)
     uint64_t GetWriteLostCnt() const;
 

@@ -1,0 +1,103 @@
+#include "KestovaStorage/datafile.h"
+
+#include <memory>
+#include <new>
+
+#include "KestovaStorage/internal/datafilereader.h"
+
+namespace storage
+{
+class tDataFilePrivate
+{
+public:
+    std::unique_ptr<tDataFileReader> m_reader;  // null while nothing is open
+    std::string m_path;
+    std::uint64_t m_payloadBytes = 0;
+};
+
+namespace
+{
+tDataFileRecord recordOf(tFileHeadSymbol symbol, const tIndexSlot& slot)
+{
+    if (symbol == cDataFileHead)
+    {
+        const tNormalIndexTable record = decodeNormal(slot);
+        return {record.tim, record.pos, record.len};
+    }
+    const tEncodedIndexTable record = decodeEncoded(slot);
+    const std::uint64_t bits = std::uint64_t{record.firstBitPos} + record.huffmanBits;
+    return {record.tim, record.firstBytePos, static_cast<std::uint32_t>((bits + 7) / 8)};
+}
+}  // namespace
+
+tDataFile::tDataFile() : d(new tDataFilePrivate) {}
+
+tDataFile::~tDataFile()
+{
+    delete d;
+}
+
+bool tDataFile::open(const std::string& path, std::string* error)
+{
+    d->m_path = path;
+    d->m_payloadBytes = 0;
+    d->m_reader = tDataFileReader::open(path, error);
+    for (std::size_t i = 0; i < recordCount(); ++i)
+        d->m_payloadBytes += record(i).len;
+    return d->m_reader != nullptr;
+}
+
+const std::string& tDataFile::path() const
+{
+    return d->m_path;
+}
+
+tFileHeadSymbol tDataFile::kind() const
+{
+    return d->m_reader ? d->m_reader->symbol() : cDataFileHead;
+}
+
+bool tDataFile::finished() const
+{
+    return d->m_reader && d->m_reader->finished();
+}
+
+uint64_t tDataFile::size() const
+{
+    return d->m_reader ? d->m_reader->size() : 0;
+}
+
+uint64_t tDataFile::payloadBytes() const
+{
+    return d->m_payloadBytes;
+}
+
+size_t tDataFile::recordCount() const
+{
+    return d->m_reader ? d->m_reader->index().size() : 0;
+}
+
+size_t tDataFile::damagedCount() const
+{
+    return d->m_reader ? d->m_reader->damaged() : 0;
+}
+
+tDataFileRecord tDataFile::record(size_t i) const
+{
+    return recordOf(kind(), d->m_reader->index()[i]);
+}
+
+bool tDataFile::read(size_t i, std::string& bytes)
+try
+{
+    if (i >= recordCount() || kind() != cDataFileHead)
+        return false;
+    const tDataFileRecord found = record(i);
+    bytes.resize(found.len);
+    return d->m_reader->read(found.pos, found.len, bytes.data());
+}
+catch (const std::bad_alloc&)
+{
+    return false;
+}
+}  // namespace storage

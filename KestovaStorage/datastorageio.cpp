@@ -1,0 +1,146 @@
+#include "KestovaStorage/datastorageio.h"
+
+#include "KestovaStorage/datastorageioprivate.h"
+#include "KestovaStorage/internal/diskspace.h"
+#include "KestovaStorage/internal/pathutils.h"
+
+namespace storage
+{
+bool tDataStorageIO::DiskCheckThreadEnable = true;
+
+tDataStorageIO::tDataStorageIO(const std::string& storageBasePath, const char* specifySuffix)
+    : d(new tDataStorageIOPrivate(storageBasePath, specifySuffix))
+{}
+
+tDataStorageIO::~tDataStorageIO()
+{
+    delete d;
+}
+
+bool tDataStorageIO::CreateNewWritingFile(unsigned long timestamp, const std::string& extFileName, bool compress)
+{
+    return d->m_writer.createNewWritingFile(extFileName, timestamp, std::string(), compress);
+}
+
+bool tDataStorageIO::CreateNewWritingFile(const std::string& customFolderPath, const std::string& extFileName,
+                                          bool compress)
+{
+    return d->m_writer.createNewWritingFile(extFileName, 0, customFolderPath, compress);
+}
+
+void tDataStorageIO::WriteData(const char* data, unsigned long len, unsigned long timestamp)
+{
+    d->m_writer.writeData(data, len, timestamp);
+}
+
+bool tDataStorageIO::IsWriteEnable() const
+{
+    return d->m_writer.isWriteEnable();
+}
+
+void tDataStorageIO::FinishWrite()
+{
+    d->m_writer.finishWrite();
+}
+
+bool tDataStorageIO::WaitWriteIdle(unsigned int timeout_ms)
+{
+    return d->m_writer.waitWriteIdle(timeout_ms);
+}
+
+std::string tDataStorageIO::GetCurrentWriteDataFileName() const
+{
+    return d->m_writer.currentFileName();
+}
+
+uint32_t tDataStorageIO::GetWriteDataFifoSize() const
+{
+    return d->m_writer.fifoSize();
+}
+
+uint32_t tDataStorageIO::GetSaveCnt() const
+{
+    return d->m_writer.saveCnt();
+}
+
+uint64_t tDataStorageIO::GetWriteLostCnt() const
+{
+    return d->m_writer.lostCnt();
+}
+
+bool tDataStorageIO::OpenReadDataFileorFolder(const std::string& path, iDataReadReplayObserver* observer)
+{
+    return d->m_player.open(path, observer);
+}
+
+bool tDataStorageIO::Pause(bool pause)
+{
+    return d->m_player.pause(pause);
+}
+
+void tDataStorageIO::FastSlowForward(double rate)
+{
+    d->m_player.setSpeed(rate);
+}
+
+bool tDataStorageIO::Stop()
+{
+    return d->m_player.stop();
+}
+
+bool tDataStorageIO::Jump(double fraction)
+{
+    return d->m_player.jump(fraction);
+}
+
+void tDataStorageIO::CloseReadingFile()
+{
+    d->m_player.close();
+}
+
+bool tDataStorageIO::IsExistPath(const std::string& path)
+{
+    return paths::exists(path);
+}
+
+tPathProperty tDataStorageIO::IsFileOrFolder(const std::string& path)
+{
+    return paths::property(path);
+}
+
+void tDataStorageIO::NormalizePath(std::string& path)
+{
+    paths::normalize(path);
+}
+
+bool tDataStorageIO::MakePath(const std::string& path)
+{
+    return paths::makeFolders(path);
+}
+
+int64_t tDataStorageIO::GetFileSize(const char* file)
+{
+    return paths::fileSize(file);
+}
+
+int32_t tDataStorageIO::GetDiskFreeSize_MB(const char* path)
+{
+    return disk::freeSize_MB(path);
+}
+
+int64_t tDataStorageIO::GetMountDiskSize(const std::string& mountPoint)
+{
+    return disk::mountSize(mountPoint);
+}
+
+void tDataStorageIO::Relative2AbsolutePath(std::string& path)
+{
+    paths::makeAbsolute(path);
+}
+
+void tDataStorageIO::GetFileFolderInDir(const std::string& dir, std::set<std::string>& out, bool recursive,
+                                        const std::string& suffix)
+{
+    paths::listFolder(dir, out, recursive, suffix);
+}
+}  // namespace storage

@@ -1,0 +1,24 @@
+// The implementation behind storage::tDataStorageIO: a recording half and a replaying half that know nothing of each
+// other.
+#ifndef KESTOVA_DATASTORAGEIOPRIVATE_H
+#define KESTOVA_DATASTORAGEIOPRIVATE_H
+
+#include <string>
+
+#include "KestovaStorage/internal/replayplayer.h"
+#include "KestovaStorage/internal/storagewriter.h"
+
+namespace storage
+{
+class tDataStorageIOPrivate
+{
+public:
+    tDataStorageIOPrivate(const std::string& storageBasePath, const char* specifySuffix);
+    virtual ~tDataStorageIOPrivate();
+
+    tReplayPlayer m_player;
+    tStorageWriter m_writer;  // ends first
+};
+}  // namespace storage
+
+#endif

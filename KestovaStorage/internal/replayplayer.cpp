@@ -1,0 +1,478 @@
+#include "KestovaStorage/internal/replayplayer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <new>
+#include <set>
+#include <sys/prctl.h>
+#include <system_error>
+#include <utility>
+
+#include "KestovaStorage/internal/pathutils.h"
+#include "KestovaStorage/internal/segmentkey.h"
+
+namespace storage
+{
+namespace
+{
+using namespace std::chrono_literals;
+
+constexpr std::size_t cMaxOpenFiles = 64;
+// A segment handed over so much too late was held up by a stall: playing goes on from there.
+constexpr auto cLongStall = 500ms;
+constexpr unsigned long cTimerSlack_ns = 1;
+}  // namespace
+
+// The right to open, stop, jump or close: one thread at a time.
+class tReplayPlayer::tTurn
+{
+public:
+    explicit tTurn(tReplayPlayer& player) : m_player(player)
+    {
+        tWorker::tLock held = player.m_player.lock();
+        player.m_turnFree.wait(held, [&] { return !player.m_controlBusy; });
+        player.m_controlBusy = true;
+    }
+    ~tTurn()
+    {
+        m_player.m_player.wake([this] { m_player.m_controlBusy = false; });
+        m_player.m_turnFree.notify_all();
+    }
+    tTurn(const tTurn&) = delete;
+    tTurn& operator=(const tTurn&) = delete;
+
+private:
+    tReplayPlayer& m_player;
+};
+
+tReplayPlayer::~tReplayPlayer()
+{
+    close();
+    m_player.stop();
+}
+
+// ---- control ----
+
+bool tReplayPlayer::open(const std::string& path, iDataReadReplayObserver* observer)
+{
+    return carryOut({tCommand::eOpen, path, observer});
+}
+
+bool tReplayPlayer::stop()
+{
+    return carryOut({tCommand::eStop});
+}
+
+bool tReplayPlayer::jump(double fraction)
+{
+    return carryOut({tCommand::eJump, {}, nullptr, fraction});
+}
+
+void tReplayPlayer::close()
+{
+    carryOut({tCommand::eClose});
+}
+
+bool tReplayPlayer::pause(bool pause)
+{
+    {
+        const tWorker::tLock held = m_player.lock();
+        if (!m_active)
+            return false;
+        m_clock.setPaused(pause, tWorker::tClock::now());
+        ++m_clockChanges;
+    }
+    m_player.notify();
+    tellStatus(pause ? eReplayPaused : eReplayPlaying);
+    return true;
+}
+
+void tReplayPlayer::setSpeed(double rate)
+{
+    m_player.wake([&] {
+        m_clock.setSpeed(speedFor(rate), tWorker::tClock::now());
+        ++m_clockChanges;
+    });
+}
+
+// At once, or, from inside a callback, as soon as that has returned.
+bool tReplayPlayer::carryOut(const tCommand& command)
+{
+    if (m_observer.inside())
+        return putOff(command);
+    const tTurn turn(*this);
+    return execute(command);
+}
+
+// What is not possible now is refused now.
+bool tReplayPlayer::putOff(const tCommand& command)
+{
+    {
+        const tWorker::tLock held = m_player.lock();
+        if ((command.kind == tCommand::eStop && !m_active) || (command.kind == tCommand::eJump && !m_preReaded))
+            return false;
+        m_putOff.push_back(command);
+    }
+    m_player.notify();
+    return true;
+}
+
+bool tReplayPlayer::execute(const tCommand& command)
+{
+    switch (command.kind)
+    {
+    case tCommand::eOpen:
+        doOpen(command.path, command.observer);
+        return true;
+    case tCommand::eStop:
+        return doStop();
+    case tCommand::eJump:
+        return doJump(command.fraction);
+    case tCommand::eClose:
+        doClose();
+        return true;
+    }
+    return false;
+}
+
+void tReplayPlayer::doOpen(const std::string& path, iDataReadReplayObserver* observer)
+{
+    doClose();
+    m_observer.open(observer);
+    m_player.wake([&] {
+        m_path = path;
+        m_cancel = false;
+        m_opening = true;
+        m_job = eJob::eOpen;
+    });
+    startPlayer();
+}
+
+void tReplayPlayer::startPlayer()
+try
+{
+    if (!m_player.running())
+        m_player.start([this] { run(); });
+}
+catch (const std::system_error& error)
+{
+    std::fprintf(stderr, "%s: no thread to replay on: %s\n", m_path.c_str(), error.what());
+    m_player.wake([this] { m_opening = false; });
+}
+
+// Nothing is handed over from the first line on; the player ends between the two statuses.
+bool tReplayPlayer::doStop()
+{
+    {
+        const tWorker::tLock held = m_player.lock();
+        if (!m_active)
+            return false;
+        m_hold = true;
+        m_clock.setPaused(false, tWorker::tClock::now());
+    }
+    tellStatus(eReplayPlaying);
+    endPlaying();
+    {
+        const tWorker::tLock held = m_player.lock();
+        m_active = m_hold = m_stopFlag = false;
+    }
+    tellStatus(eReplayStopped);
+    return true;
+}
+
+void tReplayPlayer::endPlaying()
+{
+    tWorker::tLock held = m_player.lock();
+    m_stopFlag = true;
+    if (!m_player.isSelf())
+    {
+        m_player.notify();
+        m_ended.wait(held, [this] { return !m_playing; });
+        return;
+    }
+    const bool playing = std::exchange(m_playing, false);
+    m_job = eJob::eNone;
+    held.unlock();
+    if (playing)
+        tellStatus(eReplayEnded);
+}
+
+bool tReplayPlayer::doJump(double fraction)
+{
+    {
+        const tWorker::tLock held = m_player.lock();
+        if (!m_preReaded)
+            return false;
+    }
+    doStop();
+    {
+        const tWorker::tLock held = m_player.lock();
+        m_active = m_playing = true;
+        m_startKey = startKeyFor(fraction, m_timeline.firstKey(), m_timeline.lastKey());
+    }
+    tellStatus(eReplayPlaying);
+    m_player.wake([this] { m_job = eJob::ePlay; });
+    return true;
+}
+
+void tReplayPlayer::doClose()
+{
+    {
+        tWorker::tLock held = m_player.lock();
+        m_cancel = true;
+        m_player.notify();
+        m_ended.wait(held, [this] { return !m_opening || m_player.isSelf(); });
+    }
+    doStop();
+    m_observer.close();
+    const tWorker::tLock held = m_player.lock();
+    if (!m_player.isSelf())
+        m_putOff.clear();  // asked for before this close
+    m_files.clear();
+    m_openFiles.clear();
+    m_timeline.clear();
+    m_buffer.reset();
+    m_bufferSize = 0;
+    m_clock = tReplayClock();
+    m_preReaded = m_opening = false;
+    m_job = eJob::eNone;
+}
+
+void tReplayPlayer::tellStatus(std::uint8_t status)
+{
+    m_observer.through([status](iDataReadReplayObserver& observer) { observer.UpdateReplayStatus(status); });
+}
+
+// ---- the player's thread ----
+
+void tReplayPlayer::run()
+{
+    ::prctl(PR_SET_TIMERSLACK, cTimerSlack_ns);
+    for (;;)
+    {
+        eJob job = eJob::eNone;
+        {
+            tWorker::tLock held = m_player.lock();
+            if (!m_player.wait(held, [this] { return m_job != eJob::eNone || mustRunPutOff(); }))
+                return;
+            if (!takeTurnForPutOff())
+                job = std::exchange(m_job, eJob::eNone);
+        }
+        if (job == eJob::eOpen)
+            openFiles();
+        else if (job == eJob::ePlay)
+            play();
+        else
+            runPutOff();
+    }
+}
+
+// With the lock held. Seeing that there is something to carry out and taking the turn for it are one step.
+bool tReplayPlayer::takeTurnForPutOff()
+{
+    const bool taken = mustRunPutOff();
+    m_controlBusy |= taken;
+    return taken;
+}
+
+// Carries out what was asked for inside callbacks, and gives the turn back.
+void tReplayPlayer::runPutOff()
+{
+    for (;;)
+    {
+        tCommand command{tCommand::eClose};
+        {
+            const tWorker::tLock held = m_player.lock();
+            if (m_putOff.empty())
+            {
+                m_controlBusy = false;
+                break;
+            }
+            command = std::move(m_putOff.front());
+            m_putOff.pop_front();
+        }
+        execute(command);
+    }
+    m_turnFree.notify_all();
+}
+
+void tReplayPlayer::openFiles()
+{
+    for (const auto step : {&tReplayPlayer::tellOpening, &tReplayPlayer::openPath, &tReplayPlayer::buildTimeline,
+                            &tReplayPlayer::tellSpan})
+    {
+        if (!openingIsOver())
+            (this->*step)();
+    }
+    const bool cancelled = openingIsOver();
+    {
+        // Opened and started are one step: a jump comes before or after both.
+        const tWorker::tLock held = m_player.lock();
+        m_opening = false;
+        m_preReaded = m_active = m_playing = !cancelled;
+        m_startKey = m_timeline.firstKey();
+    }
+    m_ended.notify_all();
+    if (cancelled)
+        return;
+    tellStatus(eReplayPlaying);
+    play();
+}
+
+void tReplayPlayer::tellOpening()
+{
+    tellStatus(eReplayOpening);
+}
+
+void tReplayPlayer::tellSpan()
+{
+    const std::uint64_t first = timeOfKey(m_timeline.firstKey());
+    const std::uint64_t last = timeOfKey(m_timeline.lastKey());
+    m_observer.through([=](iDataReadReplayObserver& observer) { observer.UpdateDataTimeSpan(first, last); });
+}
+
+// Somebody wants it closed, or something else opened.
+bool tReplayPlayer::openingIsOver()
+{
+    const tWorker::tLock held = m_player.lock();
+    return m_cancel || !m_putOff.empty() || !m_player.running();
+}
+
+void tReplayPlayer::openPath()
+{
+    const tPathProperty property = paths::property(m_path);
+    std::set<std::string> found;
+    if (property == eFile)
+        found.insert(m_path);
+    else if (property == eFolder)
+        paths::listFolder(m_path, found, true, m_specifySuffix);
+    for (const std::string& file : found)
+    {
+        if (openingIsOver())
+            return;
+        std::unique_ptr<tDataFileReader> reader = tDataFileReader::open(file);
+        // Segments of Huffman files cannot be decoded by this version: nothing of them is played.
+        if (!reader || reader->symbol() != cDataFileHead)
+            continue;
+        reader->closeFile();
+        m_files.push_back(std::move(reader));
+    }
+}
+
+void tReplayPlayer::buildTimeline()
+{
+    std::vector<tTimelineFile> indexes;
+    for (const auto& file : m_files)
+        indexes.push_back({file->index(), file->sorted(), file->longestRun()});
+    m_timeline.build(std::move(indexes), [this] { return openingIsOver(); });
+}
+
+// Plays from m_startKey to the end, or until it must leave. A start behind the last segment begins with the first one;
+// all of them are due then.
+void tReplayPlayer::play()
+{
+    {
+        const tWorker::tLock held = m_player.lock();
+        m_clock.start(m_startKey, tWorker::tClock::now());
+    }
+    tSegmentTimeline::tCursor cursor(m_timeline, m_startKey);
+    tTimelineSegment segment{};
+    bool more = cursor.next(segment);
+    if (!more && m_timeline.size() != 0)
+    {
+        cursor = tSegmentTimeline::tCursor(m_timeline, 0);
+        more = cursor.next(segment);
+    }
+    for (; more && waitFor(segment.key); more = cursor.next(segment))
+        deliver(segment);
+    bool putOff = false;
+    {
+        // A stop that has begun tells its first status before the last one of playing.
+        tWorker::tLock held = m_player.lock();
+        if (!m_player.wait(held, [this] { return !m_hold || mustLeave(); }))
+            return;
+        putOff = more && !m_stopFlag && takeTurnForPutOff();
+    }
+    if (putOff)
+    {
+        runPutOff();
+        return;
+    }
+    tellStatus(eReplayEnded);
+    m_player.wake([this] { m_playing = false; });
+    m_ended.notify_all();
+}
+
+// Waits until the segment is due; false if playing must be left before.
+bool tReplayPlayer::waitFor(std::uint64_t key)
+{
+    tWorker::tLock held = m_player.lock();
+    while (m_player.running() && !mustLeave())
+    {
+        if (m_hold || m_clock.paused())
+        {
+            m_player.wait(held, [this] { return mustLeave() || !(m_hold || m_clock.paused()); });
+            continue;
+        }
+        const auto due = m_clock.dueTime(key);
+        const auto now = tWorker::tClock::now();
+        if (now >= due)
+        {
+            if (now - due > cLongStall)
+                m_clock.forgetDelay(now, due);
+            return true;
+        }
+        const unsigned int changes = m_clockChanges;
+        m_player.waitUntil(held, due, [&] { return mustLeave() || m_hold || m_clockChanges != changes; });
+    }
+    return false;
+}
+
+// A segment whose bytes the file does not give is left out; the next one is not touched by that.
+void tReplayPlayer::deliver(const tTimelineSegment& segment)
+{
+    tDataFileReader& file = *m_files[segment.file];
+    const tNormalIndexTable record = decodeNormal(file.index()[segment.record]);
+    if (!readSegment(file, record))
+        return;
+    const double progress = progressOf(segment.key, m_timeline.firstKey(), m_timeline.lastKey());
+    m_observer.through([&](iDataReadReplayObserver& observer) {
+        observer.UpdateReplayData(record.tim, progress, m_buffer.get(), record.len, file.path());
+    });
+}
+
+bool tReplayPlayer::readSegment(tDataFileReader& file, const tNormalIndexTable& record)
+try
+{
+    if (!m_buffer || record.len > m_bufferSize)
+    {
+        m_bufferSize = std::max<std::size_t>(record.len, 64 * 1024);
+        m_buffer.reset();
+        m_buffer.reset(new char[m_bufferSize]);
+    }
+    keepOpen(file);
+    return file.read(record.pos, record.len, m_buffer.get());
+}
+catch (const std::bad_alloc&)
+{
+    m_bufferSize = 0;
+    return false;
+}
+
+// A bounded number of files is open at once.
+void tReplayPlayer::keepOpen(tDataFileReader& file)
+{
+    if (!m_openFiles.empty() && m_openFiles.back() == &file)
+        return;
+    const auto place = std::find(m_openFiles.begin(), m_openFiles.end(), &file);
+    if (place != m_openFiles.end())
+        m_openFiles.erase(place);
+    else if (m_openFiles.size() == cMaxOpenFiles)
+    {
+        m_openFiles.front()->closeFile();
+        m_openFiles.pop_front();
+    }
+    m_openFiles.push_back(&file);
+}
+}  // namespace storage

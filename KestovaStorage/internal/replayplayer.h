@@ -1,0 +1,128 @@
+// tReplayPlayer: the replaying half of a storage object.
+//
+// Threads  one, the player's: it opens files, waits for the clock and hands segments over. It starts with the first
+//          open() and lives as long as the object. Statuses of pause(), stop(), jump() and close() are told on the
+//          thread that called, all others on the player's.
+// Control  open(), stop(), jump() and close() are serialised by taking turns (m_controlBusy); no lock is held during a
+//          callback. Called from inside a callback they are put off and the player carries them out as soon as the
+//          callback has returned. pause() and setSpeed() never wait.
+// Locks    m_player's lock guards all state below; the files and the timeline belong to the player while it opens or
+//          plays, and to whoever has the turn while it does not.
+#ifndef KESTOVA_INTERNAL_REPLAYPLAYER_H
+#define KESTOVA_INTERNAL_REPLAYPLAYER_H
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/internal/datafilereader.h"
+#include "KestovaStorage/internal/replayclock.h"
+#include "KestovaStorage/internal/segmenttimeline.h"
+#include "KestovaUtils/internal/callbackgate.h"
+#include "KestovaUtils/internal/workerthread.h"
+
+namespace storage
+{
+class tReplayPlayer
+{
+public:
+    explicit tReplayPlayer(const std::string& specifySuffix) : m_specifySuffix(specifySuffix) {}
+    ~tReplayPlayer();
+
+    bool open(const std::string& path, iDataReadReplayObserver* observer);
+    bool pause(bool pause);
+    void setSpeed(double rate);
+    bool stop();
+    bool jump(double fraction);
+    void close();
+
+private:
+    enum class eJob
+    {
+        eNone,
+        eOpen,
+        ePlay
+    };
+    struct tCommand
+    {
+        enum
+        {
+            eOpen,
+            eStop,
+            eJump,
+            eClose
+        } kind;
+        std::string path{};
+        iDataReadReplayObserver* observer = nullptr;
+        double fraction = 0.0;
+    };
+    class tTurn;
+
+    // control
+    bool carryOut(const tCommand& command);
+    bool putOff(const tCommand& command);
+    bool execute(const tCommand& command);
+    void doOpen(const std::string& path, iDataReadReplayObserver* observer);
+    bool doStop();
+    bool doJump(double fraction);
+    void doClose();
+    void startPlayer();
+    void endPlaying();
+    void tellStatus(std::uint8_t status);
+
+    // the player's thread
+    void run();
+    bool takeTurnForPutOff();
+    void runPutOff();
+    void openFiles();
+    void tellOpening();
+    void tellSpan();
+    void openPath();
+    void buildTimeline();
+    bool openingIsOver();
+    void play();
+    bool waitFor(std::uint64_t key);
+    bool mustLeave() const { return m_stopFlag || mustRunPutOff(); }
+    bool mustRunPutOff() const { return !m_putOff.empty() && !m_controlBusy; }
+    void deliver(const tTimelineSegment& segment);
+    bool readSegment(tDataFileReader& file, const tNormalIndexTable& record);
+    void keepOpen(tDataFileReader& file);
+
+    const std::string m_specifySuffix;
+    tCallbackGate<iDataReadReplayObserver> m_observer;
+
+    std::condition_variable m_turnFree;  // with m_player's lock: m_controlBusy was cleared
+    std::condition_variable m_ended;     // with m_player's lock: opening or playing has ended
+
+    // guarded by m_player's lock
+    bool m_controlBusy = false;     // somebody has the turn
+    std::deque<tCommand> m_putOff;  // commands from inside callbacks
+    eJob m_job = eJob::eNone;       // what the player is to do next
+    std::string m_path;             // what to open
+    bool m_cancel = false;          // opening is to end early
+    bool m_opening = false;         // the player opens, or is about to
+    bool m_preReaded = false;       // opening has finished
+    bool m_active = false;          // playing was started and not stopped since; it may have ended
+    bool m_playing = false;         // the player plays, or is about to
+    bool m_hold = false;            // a stop has begun: hand nothing over
+    bool m_stopFlag = false;        // playing is to end
+    std::uint64_t m_startKey = 0;   // where it is to begin
+    tReplayClock m_clock;
+    unsigned int m_clockChanges = 0;  // how often speed or pause were set
+
+    std::vector<std::unique_ptr<tDataFileReader>> m_files;
+    std::deque<tDataFileReader*> m_openFiles;  // those with a descriptor, the longest unused first
+    tSegmentTimeline m_timeline;
+    std::unique_ptr<char[]> m_buffer;  // grows to the longest segment met
+    std::size_t m_bufferSize = 0;
+
+    tWorker m_player;
+};
+}  // namespace storage
+
+#endif

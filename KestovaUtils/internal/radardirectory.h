@@ -1,0 +1,36 @@
+// The directory file: which stream of which radar is sent on which UDP group.
+//
+//   { "radars": [ { "serial": "A1:2", "id": 1,
+//                   "streams": { "imageStream": "239.17.0.1:6001", "arpaStream": "239.17.0.4:6004" } } ] }
+//
+// A file is taken whole or refused whole. Nothing is guessed: an unknown or repeated key, a number that does not fit or
+// a text that is no address refuses the file, with one line that names the entry and the reason. Contents are hostile
+// until checked; messages show at most a short, printable piece of them.
+#ifndef KESTOVA_UTILS_RADARDIRECTORY_H
+#define KESTOVA_UTILS_RADARDIRECTORY_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "KestovaUtils/multiradarclient.h"
+
+namespace utils
+{
+struct tRadarEntry
+{
+    std::string serial;
+    unsigned short id;
+    RadarAddress record;
+};
+
+constexpr std::size_t cLargestDirectory = 4 * 1024 * 1024;  // bytes: some ten thousand radars
+constexpr std::size_t cLongestSerial = 128;                 // bytes: it becomes a file name
+
+// The radars of a directory text, in its order. False, and `radars` untouched, for a wrong one; `error` says why.
+bool parseRadarDirectory(const std::string& text, std::vector<tRadarEntry>& radars, std::string& error);
+// The same of a file; `error` begins with the path.
+bool readRadarDirectory(const std::string& path, std::vector<tRadarEntry>& radars, std::string& error);
+}  // namespace utils
+
+#endif
