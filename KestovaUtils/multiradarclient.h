@@ -5,6 +5,7 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <string>
+#include <vector>
 
 #include "UdpSocket/kestovaapi.h"
 #include "UdpSocket/netaddress.h"
@@ -50,6 +51,11 @@ struct KESTOVA_API RadarAddress
     NetAddress streamAddress(unsigned int kind) const;
     // Stores the address of stream kind `kind`; does nothing above 17.
     void setStreamAddress(unsigned int kind, const NetAddress& address);
+
+    // The name of a stream kind as a directory file spells it, "imageStream" to "radarClientState"; null above 17.
+    static const char* streamName(unsigned int kind);
+    // The kind of that name; -1 where it is none.
+    static int streamKind(const char* name);
 };
 #pragma pack(pop)
 
@@ -60,8 +66,17 @@ class KESTOVA_API iMultiRadarCheckerListener
 public:
     virtual ~iMultiRadarCheckerListener() = default;
     // The address of the local interface, as net::transAddr returns it; 0 while it has none. Called on the client's
-    // own thread soon after the listener is added and at every change of the address.
+    // own thread, soon after the listener is added and then at every change, in order. Also called when the address
+    // stays but another interface has it, since groups joined on the first one are gone. One call at a time for all
+    // listeners: a slow one delays the others. Must not throw.
     virtual void OnLocalIpChanged(unsigned int localIp) = 0;
+};
+
+// What tells one radar from another.
+struct tRadarName
+{
+    std::string serial;
+    unsigned short id;
 };
 
 // The process's directory. All operations may be called from any thread, from inside OnLocalIpChanged too.
@@ -74,20 +89,24 @@ public:
     // file is refused whole: false, the directory unchanged, and one message in `error` (on standard error where
     // `error` is null) that names file, entry and reason.
     bool loadDirectory(const std::string& path, std::string* error = nullptr);
-    // Adds or replaces one radar.
+    // Adds or replaces one radar. A null or empty serial is ignored.
     void setAddress(const char* serial, unsigned short id, const RadarAddress& record);
     // The record of a radar, null where unknown. The record stays valid and unchanged until the process ends.
     const RadarAddress* getAddress(const char* serial, unsigned short id);
+    // The radars of the directory, ordered by serial, then id.
+    std::vector<tRadarName> radars() const;
 
-    // Chooses the interface to receive on, by name ("eth0") or by its dotted address. An address given as text that
-    // belongs to no interface of this machine is reported to listeners as it stands. The interface's address is
-    // followed. False, and nothing changed, for text that is neither. Until it is called the interface is the one of
-    // the default route, or the loopback interface where there is none.
+    // Chooses the interface to receive on, by name ("eth0") or by its dotted address ("192.168.1.5", "127.0.0.1"). The
+    // interface's address is followed: a listener is told each new one, and 0 while there is none. A dotted address
+    // that belongs to no interface of this machine is told as it stands, and again when an interface takes it. False,
+    // and nothing changed, for text that is neither an existing interface nor an address. Until it is called the
+    // interface is the one of the default route, or the loopback interface where there is none.
     bool setLocalInterface(const std::string& nameOrAddress);
 
-    // Registers a listener (not owned; adding it twice is the same as once).
+    // Registers a listener (not owned; adding it twice is the same as once). From inside a call too.
     void addListener(iMultiRadarCheckerListener* listener);
-    // Removes it. After the return no call to it is under way, except where it is called from inside that very call.
+    // Removes it; one that is not there is ignored. After the return no call to it is under way, except where it is
+    // called from inside a call: that call is then the last. The caller must hold no lock that the listener takes.
     void removeListener(iMultiRadarCheckerListener* listener);
 
 private:

@@ -1,0 +1,134 @@
+#include "KestovaUtils/multiradarclient.h"
+
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "KestovaUtils/internal/listenercalls.h"
+#include "KestovaUtils/internal/radardirectory.h"
+#include "UdpSocket/interfacewatcher.h"
+
+namespace
+{
+// The radars by serial and id. A record that was handed out is never changed or freed: a replaced one is kept aside.
+class tRadars
+{
+public:
+    void put(const std::string& serial, unsigned short id, const RadarAddress& record)
+    {
+        std::unique_ptr<const RadarAddress>& place = m_radars[{serial, id}];
+        if (place && std::memcmp(place.get(), &record, sizeof record) == 0)
+            return;  // the same file loaded again costs nothing
+        if (place)
+            m_replaced.push_back(std::move(place));
+        place = std::make_unique<const RadarAddress>(record);
+    }
+    const RadarAddress* find(const std::string& serial, unsigned short id) const
+    {
+        const auto found = m_radars.find({serial, id});
+        return found == m_radars.end() ? nullptr : found->second.get();
+    }
+    std::vector<tRadarName> names() const
+    {
+        std::vector<tRadarName> names;
+        for (const auto& radar : m_radars)
+            names.push_back({radar.first.first, radar.first.second});
+        return names;
+    }
+
+private:
+    std::map<std::pair<std::string, unsigned short>, std::unique_ptr<const RadarAddress>> m_radars;
+    std::vector<std::unique_ptr<const RadarAddress>> m_replaced;
+};
+}  // namespace
+
+class KESTOVA_HIDDEN MultiRadarClient::tMultiRadarClientPrivate
+{
+public:
+    // Follows the interface from the first listener on.
+    void watch()
+    {
+        std::call_once(m_watching,
+                       [this] { m_watcher.start([this](std::uint32_t localIp) { m_calls.changed(localIp); }); });
+    }
+
+    mutable std::mutex m_radarsMutex;
+    tRadars m_radars;  // guarded by m_radarsMutex
+    std::once_flag m_watching;
+    utils::tListenerCalls m_calls;
+    net::tInterfaceWatcher m_watcher;
+};
+
+// Never destroyed: its threads may be in a call when the process ends, and objects that outlive main() may still use
+// it.
+MultiRadarClient* MultiRadarClient::getInstance()
+{
+    static auto* const instance = new MultiRadarClient;
+    return instance;
+}
+
+MultiRadarClient::MultiRadarClient() : d(new tMultiRadarClientPrivate) {}
+
+MultiRadarClient::~MultiRadarClient()
+{
+    delete d;
+}
+
+bool MultiRadarClient::loadDirectory(const std::string& path, std::string* error)
+{
+    std::vector<utils::tRadarEntry> radars;
+    std::string reason;
+    if (!utils::readRadarDirectory(path, radars, reason))
+    {
+        if (error != nullptr)
+            *error = reason;
+        else
+            std::fprintf(stderr, "%s\n", reason.c_str());
+        return false;
+    }
+    const std::lock_guard<std::mutex> guard(d->m_radarsMutex);
+    for (const utils::tRadarEntry& radar : radars)
+        d->m_radars.put(radar.serial, radar.id, radar.record);
+    return true;
+}
+
+void MultiRadarClient::setAddress(const char* serial, unsigned short id, const RadarAddress& record)
+{
+    if (serial == nullptr || *serial == '\0')
+        return;
+    const std::lock_guard<std::mutex> guard(d->m_radarsMutex);
+    d->m_radars.put(serial, id, record);
+}
+
+const RadarAddress* MultiRadarClient::getAddress(const char* serial, unsigned short id)
+{
+    if (serial == nullptr)
+        return nullptr;
+    const std::lock_guard<std::mutex> guard(d->m_radarsMutex);
+    return d->m_radars.find(serial, id);
+}
+
+std::vector<tRadarName> MultiRadarClient::radars() const
+{
+    const std::lock_guard<std::mutex> guard(d->m_radarsMutex);
+    return d->m_radars.names();
+}
+
+bool MultiRadarClient::setLocalInterface(const std::string& nameOrAddress)
+{
+    return d->m_watcher.follow(nameOrAddress);
+}
+
+void MultiRadarClient::addListener(iMultiRadarCheckerListener* listener)
+{
+    d->watch();
+    d->m_calls.add(listener);
+}
+
+void MultiRadarClient::removeListener(iMultiRadarCheckerListener* listener)
+{
+    d->m_calls.remove(listener);
+}

@@ -1,0 +1,113 @@
+#include "UdpSocket/interfacewatcher.h"
+
+#include <cstdio>
+#include <mutex>
+
+#include "UdpSocket/internal/interfacetable.h"
+#include "UdpSocket/internal/pollthread.h"
+#include "UdpSocket/internal/rtnetlink.h"
+
+namespace net
+{
+class KESTOVA_HIDDEN tInterfaceWatcher::tInterfaceWatcherPrivate
+{
+public:
+    tInterfaceWatcherPrivate()
+    {
+        if (!m_netlink.valid())
+            std::perror("tInterfaceWatcher: cannot ask for the network interfaces");
+    }
+
+    bool follow(const std::string& nameOrAddress);
+    bool start(tOnChange onChange);
+
+private:
+    void watchUntilStopped();
+    tInterfaceTable interfaces(const tInterfaceChoice& choice);
+    void lookAgain();
+
+    std::mutex m_mutex;
+    tRtnetlink m_netlink;       // guarded by m_mutex, but for its changes() descriptor
+    tInterfaceTable m_last;     // guarded by m_mutex: what the kernel answered last
+    tInterfaceChoice m_choice;  // guarded by m_mutex
+    tLocalAddress m_told;       // guarded by m_mutex
+    tOnChange m_onChange;       // guarded by m_mutex
+    bool m_reported = false;    // guarded by m_mutex
+    tPollThread m_thread;
+};
+
+bool tInterfaceWatcher::tInterfaceWatcherPrivate::follow(const std::string& nameOrAddress)
+{
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    const auto choice = choiceNamed(interfaces({nameOrAddress, 0}), nameOrAddress);
+    if (!choice)
+        return false;
+    m_choice = *choice;
+    lookAgain();
+    return true;
+}
+
+bool tInterfaceWatcher::tInterfaceWatcherPrivate::start(tOnChange onChange)
+{
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    if (m_onChange)
+        return false;
+    m_onChange = std::move(onChange);
+    m_told = {0, -1};
+    lookAgain();
+    if (m_told.linkIndex == -1)
+        m_onChange(0);  // nothing to tell yet is told too
+    return m_netlink.valid() && m_thread.start("kestova-ifaddr", [this] { watchUntilStopped(); });
+}
+
+void tInterfaceWatcher::tInterfaceWatcherPrivate::watchUntilStopped()
+{
+    while (m_thread.wait(m_netlink.changes()) != tPollThread::eWake::eStopped)
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_netlink.discardChanges();
+        lookAgain();
+    }
+}
+
+// What the kernel answers, else what it answered before. m_mutex is held.
+tInterfaceTable tInterfaceWatcher::tInterfaceWatcherPrivate::interfaces(const tInterfaceChoice& choice)
+{
+    auto table = m_netlink.valid() ? m_netlink.interfaces(choice.isDefault()) : std::nullopt;
+    if (table)
+        m_last = std::move(*table);
+    else if (m_netlink.valid() && !m_reported)
+    {
+        m_reported = true;
+        std::perror("tInterfaceWatcher: the network interfaces cannot be listed");
+    }
+    return m_last;
+}
+
+// m_mutex is held.
+void tInterfaceWatcher::tInterfaceWatcherPrivate::lookAgain()
+{
+    const tInterfaceTable table = interfaces(m_choice);
+    m_choice = settled(table, m_choice);
+    const tLocalAddress now = localAddress(table, m_choice);
+    if (!mustTell(m_told, now))
+        return;
+    m_told = now;
+    if (m_onChange)
+        m_onChange(now.ip);
+}
+
+tInterfaceWatcher::tInterfaceWatcher() : d(new tInterfaceWatcherPrivate) {}
+
+tInterfaceWatcher::~tInterfaceWatcher() = default;
+
+bool tInterfaceWatcher::follow(const std::string& nameOrAddress)
+{
+    return d->follow(nameOrAddress);
+}
+
+bool tInterfaceWatcher::start(tOnChange onChange)
+{
+    return d->start(std::move(onChange));
+}
+}  // namespace net

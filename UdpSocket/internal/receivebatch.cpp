@@ -1,0 +1,62 @@
+#include "UdpSocket/internal/receivebatch.h"
+
+#include <cstring>
+#include <sys/mman.h>
+
+namespace net
+{
+tReceiveBatch::tReceiveBatch()
+{
+    void* memory = ::mmap(nullptr, cCapacity * cStride, PROT_READ | PROT_WRITE,
+                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (memory == MAP_FAILED)
+        return;
+    // One small datagram must not make two megabytes resident.
+    ::madvise(memory, cCapacity * cStride, MADV_NOHUGEPAGE);
+    m_arena = static_cast<char*>(memory);
+    for (std::size_t i = 0; i < cCapacity; ++i)
+    {
+        m_buffers[i] = {data(i), cSlotSize};
+        prepare(i);
+    }
+}
+
+tReceiveBatch::~tReceiveBatch()
+{
+    if (m_arena != nullptr)
+        ::munmap(m_arena, cCapacity * cStride);
+}
+
+// The kernel overwrites the lengths that it is given.
+void tReceiveBatch::prepare(std::size_t i)
+{
+    msghdr& head = m_messages[i].msg_hdr;
+    head.msg_name = &m_senders[i];
+    head.msg_namelen = sizeof(sockaddr_in);
+    head.msg_iov = &m_buffers[i];
+    head.msg_iovlen = 1;
+    head.msg_control = &m_controls[i];
+    head.msg_controllen = sizeof(tControl);
+}
+
+int tReceiveBatch::receive(int socket)
+{
+    for (std::size_t i = 0; i < m_used; ++i)
+        prepare(i);
+    const int received = ::recvmmsg(socket, m_messages.data(), cCapacity, MSG_DONTWAIT, nullptr);
+    // A call that fails may have filled in the first message.
+    m_used = received > 0 ? static_cast<std::size_t>(received) : 1;
+    return received;
+}
+
+std::optional<std::uint32_t> tReceiveBatch::droppedBefore(std::size_t i) const
+{
+    const msghdr& head = m_messages[i].msg_hdr;
+    const cmsghdr* control = CMSG_FIRSTHDR(&head);
+    if (control == nullptr || control->cmsg_level != SOL_SOCKET || control->cmsg_type != SO_RXQ_OVFL)
+        return std::nullopt;
+    std::uint32_t count = 0;
+    std::memcpy(&count, CMSG_DATA(control), sizeof count);
+    return count;
+}
+}  // namespace net

@@ -1,0 +1,46 @@
+// tRtnetlink: asks the kernel for its tables of links, addresses and routes, and hears of their changes.
+//
+// Belongs to the network namespace of the thread that constructs it. The owner locks.
+#ifndef KESTOVA_NET_RTNETLINK_H
+#define KESTOVA_NET_RTNETLINK_H
+
+#include <optional>
+#include <vector>
+
+#include "UdpSocket/internal/descriptor.h"
+#include "UdpSocket/internal/interfacetable.h"
+
+struct nlmsghdr;
+
+namespace net
+{
+class tRtnetlink
+{
+public:
+    tRtnetlink();
+    bool valid() const { return m_queries.valid() && m_changes.valid(); }  // if not, errno was set
+
+    // The interfaces now; the default route is looked for only where asked, since routing tables can be long. Nothing
+    // where the kernel does not answer.
+    std::optional<tInterfaceTable> interfaces(bool withDefaultRoute);
+
+    // Can be read when links, addresses or routes have changed.
+    int changes() const { return m_changes.get(); }
+    // Takes all that is waiting there; what changed exactly is for interfaces() to tell.
+    void discardChanges();
+
+private:
+    template <typename tVisit>
+    bool dump(unsigned short request, tVisit visit);
+    bool sendRequest(unsigned short request);
+    template <typename tVisit>
+    bool readAnswer(tVisit visit);
+
+    tDescriptor m_queries;
+    tDescriptor m_changes;
+    unsigned int m_sequence = 0;
+    std::vector<char> m_buffer;
+};
+}  // namespace net
+
+#endif
