@@ -20,7 +20,8 @@ public:
 
 class tPackageBuilderAndSplitterPrivate;
 
-// Both jobs run on worker threads of this object; the queues between them have no bound. Every operation may be called
+// Both jobs run on worker threads of this object; the queues between them have no bound, and a line on standard output
+// tells of every split package behind which more than 50 wait for the pop thread. Every operation may be called
 // from any thread, from inside an observer call too, except destruction: never destroy the object from inside one.
 class KESTOVA_API tPackageBuilderAndSplitter
 {
@@ -52,7 +53,9 @@ public:
                       unsigned long timestamp);
 
     // Observers are called in the order of registration and are not owned. The spelling is part of the interface.
-    // After RemovePackageObserer no call to that observer is under way, except where it is called from inside one.
+    // An added observer is called from the next package on; a removed one not even for the package in hand any more.
+    // After RemovePackageObserer no call to that observer is under way either; only where it is called from inside an
+    // observer call of this object, it does not wait for calls on the other threads.
     void AddPackageObserer(iPackageObserver* observer);
     void RemovePackageObserer(iPackageObserver* observer);
 

@@ -10,18 +10,20 @@
 
 namespace Kestova
 {
-// Sees, and may edit, every datagram before it is recorded.
+// Sees, and may edit, every datagram before it is recorded. An exception that leaves it ends the process.
 class KESTOVA_API iRadarRecDataModifyObserver
 {
 public:
     virtual ~iRadarRecDataModifyObserver() = default;
     // One datagram of a joined group: `groupAddr` dotted, `port` a plain number, `len` writable bytes at `data`, valid
     // during the call. Their number and `info` stay as they are. Called on the receive thread of the group (several
-    // groups at once) or on the thread of ManualWriteRadarData.
+    // groups at once) or on the thread of ManualWriteRadarData. No lock is held: every operation of the saver may be
+    // called from inside, but see tRadarDataSaver for connect, disconnect and SocketClear. A call that takes long
+    // holds up the group, and whoever ends the connection.
     virtual void UpdateRecDataModify(const tUdpMsgInfo& info, const char* groupAddr, int port, char* data, int len) = 0;
 };
 
-// What one joined group has received since it was joined.
+// What one joined group has received since it was joined (anew at every change of the local address).
 struct tGroupCounters
 {
     uint32_t ip;          // as net::transAddr returns it
@@ -35,8 +37,16 @@ struct tGroupCounters
 
 class tRadarDataSaverPrivate;
 
-// Operations may be called from any thread. connect, disconnect, SocketClear and destruction wait for the receive
-// threads: they must not be called from inside UpdateRecDataModify (there they do nothing and return false).
+// Joins the groups of the wanted streams, and the three groups 236.6.7.20:6720, 236.6.7.4:6768 and 236.6.7.5:6878 of
+// radar check and multi-radar service, and records every datagram as one tRadarMsgPackage, stamped with the time of its
+// arrival. While the sockets are open and the service has been silent for 6 s, it is asked to report every 5 s: two
+// bytes, 01 B1, to 236.6.7.5:6878. What is heard there is recorded and puts the next query off, whoever sent it: the
+// queries themselves and a replay's service messages too.
+//
+// Operations may be called from any thread; connect, disconnect and SocketClear take turns. They and destruction wait
+// for the receive threads: do not call them while you hold a lock that your observer takes. From inside
+// UpdateRecDataModify of the same saver they are refused (they do nothing, and return false); never destroy a saver
+// there. Progress is told on standard output ("Save ...", "Radar Data Saver Init ..."), failures on standard error.
 class KESTOVA_API tRadarDataSaver
 {
 public:
@@ -45,30 +55,35 @@ public:
     // used.
     tRadarDataSaver(const eReadWriteType* types, int count, const std::string& basePath, const char* name,
                     const std::string& extra);
+    // Ends the connection as disconnect does. No call to the observer is under way afterwards and no datagram is sent.
     virtual ~tRadarDataSaver();
     tRadarDataSaver(const tRadarDataSaver&) = delete;
     tRadarDataSaver& operator=(const tRadarDataSaver&) = delete;
 
-    // Starts recording radar `serial`, number `id` of the MultiRadarClient's directory, into a file named after it
-    // (serial A1:2 with id 1 gives A1_2_B), compressed when finished if `flag`. Sockets open when the client reports
-    // the local address, and again whenever it changes. A connection before it is ended first. False, with a line on
-    // standard output, if the radar is not in the directory. True even where the file could not be created: that is
-    // said on standard error.
+    // Starts recording radar `serial`, number `id` of the MultiRadarClient's directory, compressed when finished if
+    // `flag`. Sockets open when the client reports the local address, and again whenever it changes; while there is
+    // none they are closed. A connection before it is ended first, as disconnect does. False, with a line on standard
+    // output, if the radar is not in the directory. True even where the file could not be created: that is said on
+    // standard error, and what arrives is counted by GetWriteLostCnt.
+    // The recording is named after the radar: serial A1:2 with id 1 gives A1_2_B. The first ":" becomes "_" unless the
+    // serial begins with it; ids 0 to 25 are the letters A to Z, higher ones stand as their number (A1_2_26). What
+    // cannot be in a file name ("/", "\", control characters) is written as "%" and two hexadecimal digits ("%2F").
     bool connect(const char* serial, unsigned short id, bool flag);
-    // Ends recording: closes the sockets, waits (a few seconds at most) until what was received is written, finishes
-    // the file. False if it was not connected or had not opened its sockets yet.
+    // Ends recording in every state of the connection: closes the sockets, waits (5 seconds at most) until what was
+    // received is in the file, and finishes the file. False if it was not connected or no sockets were open (the local
+    // address not yet reported, or SocketClear).
     bool disconnect();
-    void SocketClear();        // closes the sockets; the file stays open
+    void SocketClear();        // closes the sockets until the next change of the address; the file stays open
     bool isConnected() const;  // connect was called, and not disconnect since; also after a connect that failed
 
-    // Null removes the observer. After the return no call to the one before is under way, except where it is called
-    // from inside that call. Not owned.
+    // Null removes the observer. After the return no call to an earlier one is under way, except where this is called
+    // from inside a call. Not owned.
     void SetRecDataModifyObserver(iRadarRecDataModifyObserver* observer);
 
     // Handles a datagram as if it had arrived on that group: recorded if the group is one of those joined.
     void ManualWriteRadarData(const char* groupAddr, int port, const char* data, int len);
-    // Records `len` bytes with an info block of zeros, the address and port given, and `timestamp` in ms (0: now).
-    // Dropped while no file is open.
+    // Records `len` bytes with an info block of zeros, the address (dotted, or null) and port given, and `timestamp` in
+    // ms (0: now). Dropped while no file is open.
     void ManualWriteData(const char* addr, int port, const char* data, int len, unsigned long timestamp);
 
     // As in storage::tDataStorageIO. FinishWrite here does not wait for what is queued; disconnect does.
@@ -80,7 +95,9 @@ public:
     uint32_t GetWriteDataFifoSize() const;
     uint64_t GetWriteLostCnt() const;
 
-    // Copies the counters of up to `count` joined groups to `counters` and returns how many groups there are.
+    // Copies the counters of up to `count` joined groups to `counters`, streams in the order of the constructor's
+    // types, then the fixed groups, and returns how many groups there are (0 while sockets open or close). `counters`
+    // may be null.
     int GetGroupCounters(tGroupCounters* counters, int count) const;
 
 private:

@@ -65,6 +65,10 @@ enum eReadWriteType : uint8_t
     eOtherType = 255            // anything else
 };
 
+#ifdef __clang__
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wc99-extensions"  // msgBuff, which __extension__ does not excuse there
+#endif
 #pragma pack(push, 1)
 // What a message is and where it belongs; fields that a recorder does not know are 0.
 struct tUdpMsgInfo
@@ -94,6 +98,9 @@ struct tRadarMsgPackage
 #endif
 };
 #pragma pack(pop)
+#ifdef __clang__
+#pragma clang diagnostic pop
+#endif
 
 // A stream kind's info block and the receive buffer, in bytes, wanted for its socket.
 struct tUdpSocketInfo

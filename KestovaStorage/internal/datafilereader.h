@@ -16,6 +16,7 @@
 #include <string>
 
 #include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/internal/slotarray.h"
 #include "KestovaStorage/internal/storageformat.h"
 #include "KestovaUtils/internal/descriptor.h"
 
@@ -48,7 +49,8 @@ private:
     bool openFile();
     std::size_t readAt(void* to, std::size_t len, std::uint64_t pos) const;
     void readIndex(std::uint32_t indexNum);
-    void keepWholeRecords(std::size_t count);
+    bool readPiece(std::size_t place, std::size_t count);
+    void keep(const tIndexSlot& slot);
     bool isEnd(const tIndexSlot& slot) const;
     bool isWhole(const tIndexSlot& slot) const;
 
@@ -60,7 +62,8 @@ private:
     bool m_sorted = true;
     std::size_t m_longestRun = 0;
     std::size_t m_damaged = 0;
-    std::unique_ptr<tIndexSlot[]> m_index;
+    std::size_t m_run = 0;  // of equal times, up to the last record kept
+    tSlotArray m_index;
     std::size_t m_count = 0;
 };
 }  // namespace storage

@@ -54,8 +54,7 @@ void tDataFileWriter::append(tBlockCursor& cursor, std::uint64_t now)
     const std::size_t dealtWith = std::min(whole + 1, run.segments);
     m_lost += dealtWith - whole;
     for (std::size_t i = 0; i < dealtWith; ++i)
-        cursor.offset += decodeNormal(m_slots[i]).len;
-    cursor.segment += dealtWith;
+        cursor.offset += cursor.block->entry(cursor.segment++).len;
 }
 
 bool tDataFileWriter::isFull() const

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 
 #include "KestovaStorage/datastorageio.h"
@@ -114,10 +115,11 @@ bool tDiskReclaimer::deleteOldest(const std::string& root)
         std::perror(path.c_str());
         return false;
     }
-    // Kept: this does not stop at the root; an emptied root and empty folders above it go too.
+    // Kept: this does not stop at the root; an emptied root and empty folders above it go too. A root that is a link
+    // stays, which remove() would take away however full its folder is.
     do
         path.erase(path.rfind('/'));
-    while (path.find('/') != std::string::npos && std::remove(path.c_str()) == 0);
+    while (path.find('/') != std::string::npos && ::rmdir(path.c_str()) == 0);
     return true;
 }
 

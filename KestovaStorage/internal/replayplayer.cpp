@@ -1,15 +1,11 @@
 #include "KestovaStorage/internal/replayplayer.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <new>
-#include <set>
 #include <sys/prctl.h>
 #include <system_error>
 #include <utility>
 
-#include "KestovaStorage/internal/pathutils.h"
 #include "KestovaStorage/internal/segmentkey.h"
 
 namespace storage
@@ -18,7 +14,6 @@ namespace
 {
 using namespace std::chrono_literals;
 
-constexpr std::size_t cMaxOpenFiles = 64;
 // A segment handed over so much too late was held up by a stall: playing goes on from there.
 constexpr auto cLongStall = 500ms;
 constexpr unsigned long cTimerSlack_ns = 1;
@@ -209,7 +204,7 @@ bool tReplayPlayer::doJump(double fraction)
     {
         const tWorker::tLock held = m_player.lock();
         m_active = m_playing = true;
-        m_startKey = startKeyFor(fraction, m_timeline.firstKey(), m_timeline.lastKey());
+        m_startKey = startKeyFor(fraction, m_recording.timeline().firstKey(), m_recording.timeline().lastKey());
     }
     tellStatus(eReplayPlaying);
     m_player.wake([this] { m_job = eJob::ePlay; });
@@ -229,11 +224,7 @@ void tReplayPlayer::doClose()
     const tWorker::tLock held = m_player.lock();
     if (!m_player.isSelf())
         m_putOff.clear();  // asked for before this close
-    m_files.clear();
-    m_openFiles.clear();
-    m_timeline.clear();
-    m_buffer.reset();
-    m_bufferSize = 0;
+    m_recording.clear();
     m_clock = tReplayClock();
     m_preReaded = m_opening = false;
     m_job = eJob::eNone;
@@ -299,8 +290,7 @@ void tReplayPlayer::runPutOff()
 
 void tReplayPlayer::openFiles()
 {
-    for (const auto step : {&tReplayPlayer::tellOpening, &tReplayPlayer::openPath, &tReplayPlayer::buildTimeline,
-                            &tReplayPlayer::tellSpan})
+    for (const auto step : {&tReplayPlayer::tellOpening, &tReplayPlayer::openPath, &tReplayPlayer::tellSpan})
     {
         if (!openingIsOver())
             (this->*step)();
@@ -311,7 +301,7 @@ void tReplayPlayer::openFiles()
         const tWorker::tLock held = m_player.lock();
         m_opening = false;
         m_preReaded = m_active = m_playing = !cancelled;
-        m_startKey = m_timeline.firstKey();
+        m_startKey = m_recording.timeline().firstKey();
     }
     m_ended.notify_all();
     if (cancelled)
@@ -327,8 +317,8 @@ void tReplayPlayer::tellOpening()
 
 void tReplayPlayer::tellSpan()
 {
-    const std::uint64_t first = timeOfKey(m_timeline.firstKey());
-    const std::uint64_t last = timeOfKey(m_timeline.lastKey());
+    const std::uint64_t first = timeOfKey(m_recording.timeline().firstKey());
+    const std::uint64_t last = timeOfKey(m_recording.timeline().lastKey());
     m_observer.through([=](iDataReadReplayObserver& observer) { observer.UpdateDataTimeSpan(first, last); });
 }
 
@@ -341,31 +331,7 @@ bool tReplayPlayer::openingIsOver()
 
 void tReplayPlayer::openPath()
 {
-    const tPathProperty property = paths::property(m_path);
-    std::set<std::string> found;
-    if (property == eFile)
-        found.insert(m_path);
-    else if (property == eFolder)
-        paths::listFolder(m_path, found, true, m_specifySuffix);
-    for (const std::string& file : found)
-    {
-        if (openingIsOver())
-            return;
-        std::unique_ptr<tDataFileReader> reader = tDataFileReader::open(file);
-        // Segments of Huffman files cannot be decoded by this version: nothing of them is played.
-        if (!reader || reader->symbol() != cDataFileHead)
-            continue;
-        reader->closeFile();
-        m_files.push_back(std::move(reader));
-    }
-}
-
-void tReplayPlayer::buildTimeline()
-{
-    std::vector<tTimelineFile> indexes;
-    for (const auto& file : m_files)
-        indexes.push_back({file->index(), file->sorted(), file->longestRun()});
-    m_timeline.build(std::move(indexes), [this] { return openingIsOver(); });
+    m_recording.open(m_path, m_specifySuffix, [this] { return openingIsOver(); });
 }
 
 // Plays from m_startKey to the end, or until it must leave. A start behind the last segment begins with the first one;
@@ -376,12 +342,12 @@ void tReplayPlayer::play()
         const tWorker::tLock held = m_player.lock();
         m_clock.start(m_startKey, tWorker::tClock::now());
     }
-    tSegmentTimeline::tCursor cursor(m_timeline, m_startKey);
+    tSegmentTimeline::tCursor cursor(m_recording.timeline(), m_startKey);
     tTimelineSegment segment{};
     bool more = cursor.next(segment);
-    if (!more && m_timeline.size() != 0)
+    if (!more && m_recording.timeline().size() != 0)
     {
-        cursor = tSegmentTimeline::tCursor(m_timeline, 0);
+        cursor = tSegmentTimeline::tCursor(m_recording.timeline(), 0);
         more = cursor.next(segment);
     }
     for (; more && waitFor(segment.key); more = cursor.next(segment))
@@ -429,50 +395,15 @@ bool tReplayPlayer::waitFor(std::uint64_t key)
     return false;
 }
 
-// A segment whose bytes the file does not give is left out; the next one is not touched by that.
-void tReplayPlayer::deliver(const tTimelineSegment& segment)
+void tReplayPlayer::deliver(const tTimelineSegment& place)
 {
-    tDataFileReader& file = *m_files[segment.file];
-    const tNormalIndexTable record = decodeNormal(file.index()[segment.record]);
-    if (!readSegment(file, record))
+    const auto segment = m_recording.read(place);
+    if (!segment)
         return;
-    const double progress = progressOf(segment.key, m_timeline.firstKey(), m_timeline.lastKey());
+    const tSegmentTimeline& timeline = m_recording.timeline();
+    const double progress = progressOf(place.key, timeline.firstKey(), timeline.lastKey());
     m_observer.through([&](iDataReadReplayObserver& observer) {
-        observer.UpdateReplayData(record.tim, progress, m_buffer.get(), record.len, file.path());
+        observer.UpdateReplayData(segment->time, progress, segment->data, segment->len, segment->fileName);
     });
-}
-
-bool tReplayPlayer::readSegment(tDataFileReader& file, const tNormalIndexTable& record)
-try
-{
-    if (!m_buffer || record.len > m_bufferSize)
-    {
-        m_bufferSize = std::max<std::size_t>(record.len, 64 * 1024);
-        m_buffer.reset();
-        m_buffer.reset(new char[m_bufferSize]);
-    }
-    keepOpen(file);
-    return file.read(record.pos, record.len, m_buffer.get());
-}
-catch (const std::bad_alloc&)
-{
-    m_bufferSize = 0;
-    return false;
-}
-
-// A bounded number of files is open at once.
-void tReplayPlayer::keepOpen(tDataFileReader& file)
-{
-    if (!m_openFiles.empty() && m_openFiles.back() == &file)
-        return;
-    const auto place = std::find(m_openFiles.begin(), m_openFiles.end(), &file);
-    if (place != m_openFiles.end())
-        m_openFiles.erase(place);
-    else if (m_openFiles.size() == cMaxOpenFiles)
-    {
-        m_openFiles.front()->closeFile();
-        m_openFiles.pop_front();
-    }
-    m_openFiles.push_back(&file);
 }
 }  // namespace storage

@@ -6,23 +6,19 @@
 // Control  open(), stop(), jump() and close() are serialised by taking turns (m_controlBusy); no lock is held during a
 //          callback. Called from inside a callback they are put off and the player carries them out as soon as the
 //          callback has returned. pause() and setSpeed() never wait.
-// Locks    m_player's lock guards all state below; the files and the timeline belong to the player while it opens or
+// Locks    m_player's lock guards all state below; the recording belongs to the player while it opens or
 //          plays, and to whoever has the turn while it does not.
 #ifndef KESTOVA_INTERNAL_REPLAYPLAYER_H
 #define KESTOVA_INTERNAL_REPLAYPLAYER_H
 
 #include <condition_variable>
-#include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <memory>
 #include <string>
-#include <vector>
 
 #include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/internal/datafilereader.h"
+#include "KestovaStorage/internal/openrecording.h"
 #include "KestovaStorage/internal/replayclock.h"
-#include "KestovaStorage/internal/segmenttimeline.h"
 #include "KestovaUtils/internal/callbackgate.h"
 #include "KestovaUtils/internal/workerthread.h"
 
@@ -83,15 +79,12 @@ private:
     void tellOpening();
     void tellSpan();
     void openPath();
-    void buildTimeline();
     bool openingIsOver();
     void play();
     bool waitFor(std::uint64_t key);
     bool mustLeave() const { return m_stopFlag || mustRunPutOff(); }
     bool mustRunPutOff() const { return !m_putOff.empty() && !m_controlBusy; }
-    void deliver(const tTimelineSegment& segment);
-    bool readSegment(tDataFileReader& file, const tNormalIndexTable& record);
-    void keepOpen(tDataFileReader& file);
+    void deliver(const tTimelineSegment& place);
 
     const std::string m_specifySuffix;
     tCallbackGate<iDataReadReplayObserver> m_observer;
@@ -115,11 +108,7 @@ private:
     tReplayClock m_clock;
     unsigned int m_clockChanges = 0;  // how often speed or pause were set
 
-    std::vector<std::unique_ptr<tDataFileReader>> m_files;
-    std::deque<tDataFileReader*> m_openFiles;  // those with a descriptor, the longest unused first
-    tSegmentTimeline m_timeline;
-    std::unique_ptr<char[]> m_buffer;  // grows to the longest segment met
-    std::size_t m_bufferSize = 0;
+    tOpenRecording m_recording;
 
     tWorker m_player;
 };

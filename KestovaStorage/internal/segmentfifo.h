@@ -97,9 +97,9 @@ public:
     // Queues a block filled elsewhere, behind everything queued.
     void push(std::unique_ptr<tSegmentBlock> filled)
     {
-        m_count += filled->count();
-        m_bytes += filled->used();
         m_queued.push_back(std::move(filled));
+        m_count += m_queued.back()->count();
+        m_bytes += m_queued.back()->used();
     }
 
     // Hands everything queued over. `into` is empty.

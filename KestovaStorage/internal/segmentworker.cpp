@@ -1,72 +1,68 @@
 #include "KestovaStorage/internal/segmentworker.h"
 
+void tSegmentWorker::start(tHandler handler)
+{
+    m_handler = std::move(handler);
+    m_worker.start([this] { run(); });
+}
+
 void tSegmentWorker::run()
 {
-    tSegmentBlocks batch;
-    while (take(batch))
+    while (waitForMore())
+        walk();
+}
+
+tSegmentWorker::tRun::~tRun()
+{
+    m_worker.m_chain.publish();
+    const bool asleep = std::exchange(m_worker.m_asleep, false);
+    m_held.unlock();
+    if (asleep)
+        m_worker.m_worker.notify();
+}
+
+// Hands over what is visible of the current block.
+void tSegmentWorker::walk()
+{
+    const char* bytes = nullptr;
+    std::size_t len = 0;
+    while (m_worker.running() && m_chain.next(bytes, len))
     {
-        for (auto& block : batch)
-        {
-            walk(*block);
-            giveBack(std::move(block));
-        }
-        batch.clear();
+        ++m_walked;
+        if (m_walked > m_discarded.load(std::memory_order_acquire))
+            m_handler(bytes, len, static_cast<std::size_t>(m_chain.published() - m_walked));
     }
 }
 
-bool tSegmentWorker::take(tSegmentBlocks& batch)
+// Where the walk came to an end: looks for more, or sleeps until there is; false once stopped.
+bool tSegmentWorker::waitForMore()
 {
+    if (lookForMore())
+        return m_worker.running();
     auto held = m_worker.lock();
-    // Set anew before every sleep: a discard may have emptied the queue between a notification and the waking.
-    const bool running = m_worker.wait(held, [this] { return !(m_asleep = m_fifo.empty()); });
+    // Looked at anew after every wake-up, so that m_asleep is right before every sleep.
+    const bool running = m_worker.wait(held, [this] { return !(m_asleep = !m_chain.step()); });
     m_asleep = false;
-    if (!running)
-        return false;
-    m_inHand = m_batchLeft = m_fifo.count();
-    m_batchDiscards = m_discards;
-    m_fifo.take(batch);
-    m_queued.store(0, std::memory_order_relaxed);
-    return true;
+    return running;
 }
 
-void tSegmentWorker::walk(const tSegmentBlock& block)
+bool tSegmentWorker::lookForMore()
 {
-    const char* bytes = block.bytes();
-    for (std::size_t i = 0; i < block.count(); ++i)
-    {
-        if (!m_worker.running() || m_discards != m_batchDiscards)
-            return;
-        const auto len = static_cast<std::size_t>(block.entry(i).len);
-        --m_batchLeft;
-        m_handler(bytes, len, m_batchLeft + m_queued.load(std::memory_order_relaxed));
-        bytes += len;
-    }
-}
-
-void tSegmentWorker::giveBack(std::unique_ptr<tSegmentBlock> block)
-{
-    tSegmentBlocks used;
-    const std::size_t count = block->count();
-    used.push_back(std::move(block));
-    bool waited = false;
-    {
-        const auto held = m_worker.lock();
-        m_handled += count;
-        m_inHand -= count;
-        m_fifo.recycle(used);
-        waited = m_idleWaiters != 0;
-    }
-    if (waited)
+    tSegmentChain::tLinks unneeded;  // freed without the lock
+    const auto held = m_worker.lock();
+    m_handled = m_walked;
+    if (m_idleWaiters != 0)
         m_worker.notify();
+    const bool more = m_chain.step();
+    if (!more)
+        unneeded = m_chain.takeUnneeded();
+    return more;
 }
 
 void tSegmentWorker::discard()
 {
-    tSegmentBlocks forgotten;  // freed outside the lock
     const auto held = m_worker.lock();
-    m_fifo.take(forgotten);
-    m_queued.store(0, std::memory_order_relaxed);
-    ++m_discards;
+    m_discarded.store(m_chain.published(), std::memory_order_release);
 }
 
 bool tSegmentWorker::waitIdle(std::chrono::milliseconds timeout)
@@ -74,10 +70,9 @@ bool tSegmentWorker::waitIdle(std::chrono::milliseconds timeout)
     if (isSelf())
         return false;
     auto held = m_worker.lock();
-    const std::uint64_t wanted = m_handled + m_inHand + m_fifo.count();
+    const std::uint64_t wanted = m_chain.published();
     ++m_idleWaiters;
-    const bool idle = m_worker.waitUntil(held, tWorker::tClock::now() + timeout,
-                                         [&] { return m_handled >= wanted || (m_inHand == 0 && m_fifo.empty()); });
+    const bool idle = m_worker.waitUntil(held, tWorker::tClock::now() + timeout, [&] { return m_handled >= wanted; });
     --m_idleWaiters;
     return idle;
 }

@@ -35,7 +35,7 @@ std::string storageRoot(std::string path)
     if (paths::makeFolders(path))
         return path;
     // Kept: without a final "/", so that recording folders are named ./RadarDataStorageData_...
-    paths::makeFolders(std::string(cFallbackRoot) + "/");
+    paths::makeFolders(cFallbackRoot);
     return cFallbackRoot;
 }
 }  // namespace
@@ -284,7 +284,7 @@ void tStorageWriter::writeBlock(const tSegmentBlock& block)
     while (!cursor.atEnd())
     {
         const tWritingFilePtr current = file();
-        if (!current)
+        if (!current || current->writer->isFull())  // still full: a stop kept the next file from being opened
         {
             m_lostCnt += block.count() - cursor.segment;
             return;

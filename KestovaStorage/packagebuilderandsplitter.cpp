@@ -1,0 +1,256 @@
+#include "KestovaStorage/packagebuilderandsplitter.h"
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <optional>
+#include <string_view>
+
+#include "KestovaStorage/internal/packagebuilder.h"
+#include "KestovaStorage/internal/packageobservers.h"
+#include "KestovaStorage/internal/packagesplitter.h"
+#include "KestovaStorage/internal/segmentworker.h"
+#include "KestovaStorage/internal/streamworker.h"
+#include "KestovaUtils/timeparser.h"
+#include "UdpSocket/udpsocket.h"
+
+namespace
+{
+constexpr std::size_t cManyWaiting = 50;        // split packages; more are told on the console
+constexpr std::size_t cLongestRun = 32 * 1024;  // bytes queued for the pop thread under one lock
+
+std::size_t lengthOf(const char* data, int len)
+{
+    return data != nullptr && len > 0 ? static_cast<std::size_t>(len) : 0;
+}
+
+// By hand instead of by printf: a large backlog prints a line for every package.
+void printWaiting(std::size_t waiting)
+{
+    constexpr std::string_view cText = "Received Parsed Tcp Package List Size: ";
+    char line[80];
+    char* end = std::copy(cText.begin(), cText.end(), line);
+    end = std::to_chars(end, std::end(line) - 2, static_cast<int>(waiting)).ptr;
+    *end++ = '\r';
+    *end++ = '\n';
+    std::fwrite(line, 1, static_cast<std::size_t>(end - line), stdout);
+}
+
+bool isForPopThread(const tRadarMsgPackage& package)
+{
+    return package.msgInfo.type == eReadType || package.msgInfo.type == eWriteType;
+}
+}  // namespace
+
+// The order of calls between the rooms: received bytes go to m_splitter on the parse thread, from there to the
+// observers or the pop thread; built packages go through m_builder to the send thread.
+class tPackageBuilderAndSplitterPrivate final : private iSplitterSink
+{
+public:
+    tPackageBuilderAndSplitterPrivate();
+    ~tPackageBuilderAndSplitterPrivate() override { m_threadRun = false; }  // all stop handing over; members join
+
+    void setId(int id) { m_id = id; }
+    unsigned splittedCount() const { return m_splitter.count(); }
+    unsigned buildedCount() const { return m_builder.count(); }
+    void receive(const char* bytes, std::size_t len) { m_parseThread.receive(bytes, len); }
+    void build(const char* package, std::size_t len);
+    void build(const tPackageFields& fields, const char* payload, std::size_t len)
+    {
+        m_builder.build(fields, payload, len);
+    }
+    void addObserver(iPackageObserver* observer) { m_packageObservers.add(observer); }
+    void removeObserver(iPackageObserver* observer);
+    void clear();
+    bool waitBuildIdle(std::chrono::milliseconds timeout) { return m_sendThread.waitIdle(timeout); }
+
+private:
+    void OnPackage(const char* package, std::size_t len) override;
+    void OnLine(const char* text) override;
+    int Id() const override { return m_id; }
+    bool GoOn() const override { return m_threadRun; }
+
+    std::size_t parse(const char* bytes, std::size_t len);
+    void endPopRun();
+    void tellBuilded(const char* package, std::size_t len);
+    void tellSplitted(tPackageObservers::tCaller& caller, const char* package, std::size_t len);
+    void popped(const char* package, std::size_t len, std::size_t waiting);
+    bool isInsideCall() const { return m_sendThread.isSelf() || m_popThread.isSelf() || m_parseThread.isSelf(); }
+
+    tPackageObservers m_packageObservers;
+    tPackageObservers::tCaller m_sendCaller{m_packageObservers};
+    tPackageObservers::tCaller m_popCaller{m_packageObservers};
+    tPackageObservers::tCaller m_parseCaller{m_packageObservers};
+    std::atomic<bool> m_threadRun{true};
+    std::atomic<int> m_id{-1};
+    tPackageSplitter m_splitter{*this};
+    tPackageBuilder m_builder{m_sendThread};
+    tSegmentWorker m_sendThread;  // with the built packages that wait
+    tSegmentWorker m_popThread;   // with the split packages of kinds eReadType and eWriteType that wait
+    std::optional<tSegmentWorker::tRun> m_popRun;  // the parse thread's: packages going to the pop thread in a row
+    std::size_t m_popRunBytes = 0;                 // the parse thread's
+    tStreamWorker m_parseThread;                   // with the bytes received and not yet parsed
+};
+
+// If a thread cannot be started, leaving the constructor ends those before it.
+tPackageBuilderAndSplitterPrivate::tPackageBuilderAndSplitterPrivate()
+{
+    m_sendThread.start([this](const char* package, std::size_t len, std::size_t) { tellBuilded(package, len); });
+    m_popThread.start(
+        [this](const char* package, std::size_t len, std::size_t waiting) { popped(package, len, waiting); });
+    m_parseThread.start([this](const char* bytes, std::size_t len) { return parse(bytes, len); });
+}
+
+void tPackageBuilderAndSplitterPrivate::build(const char* package, std::size_t len)
+{
+    if (len >= cPackageOverhead)
+        m_builder.queueReady(const_cast<char*>(package), len);  // stamped in place, as the header says
+}
+
+// From inside a call nothing is waited for: two calls that remove each other's observer would wait for ever.
+void tPackageBuilderAndSplitterPrivate::removeObserver(iPackageObserver* observer)
+{
+    m_packageObservers.remove(observer, isInsideCall() ? tPackageObservers::eWait::eNot
+                                                       : tPackageObservers::eWait::eForCallsUnderWay);
+}
+
+void tPackageBuilderAndSplitterPrivate::clear()
+{
+    m_parseThread.clear();
+    m_popThread.discard();
+    m_builder.resetCount();
+    m_splitter.resetCount();
+}
+
+std::size_t tPackageBuilderAndSplitterPrivate::parse(const char* bytes, std::size_t len)
+{
+    const std::size_t done = m_splitter.split(bytes, len);
+    endPopRun();
+    return done;
+}
+
+void tPackageBuilderAndSplitterPrivate::OnPackage(const char* package, std::size_t len)
+{
+    if (!isForPopThread(*asPackage(package, len)))
+    {
+        endPopRun();
+        tellSplitted(m_parseCaller, package, len);
+        return;
+    }
+    if (!m_popRun)
+        m_popRun.emplace(m_popThread);
+    m_popRun->push(len, [&](char* place) { std::memcpy(place, package, len); });
+    m_popRunBytes += len;
+    if (m_popRunBytes >= cLongestRun)
+        endPopRun();
+}
+
+void tPackageBuilderAndSplitterPrivate::OnLine(const char* text)
+{
+    endPopRun();
+    std::fputs(text, stdout);
+}
+
+// Before anything that may last, so that neither the pop thread nor Clear waits for it; from here on the run's packages
+// are handed over.
+void tPackageBuilderAndSplitterPrivate::endPopRun()
+{
+    m_popRun.reset();
+    m_popRunBytes = 0;
+}
+
+void tPackageBuilderAndSplitterPrivate::popped(const char* package, std::size_t len, std::size_t waiting)
+{
+    if (!m_threadRun)
+        return;
+    if (waiting > cManyWaiting)
+        printWaiting(waiting);
+    tellSplitted(m_popCaller, package, len);
+}
+
+void tPackageBuilderAndSplitterPrivate::tellSplitted(tPackageObservers::tCaller& caller, const char* package,
+                                                     std::size_t len)
+{
+    caller.each([&, id = m_id.load()](iPackageObserver* observer) {
+        observer->UpdateSplittedPackage(asPackage(package, len), static_cast<unsigned>(len), id);
+    });
+}
+
+void tPackageBuilderAndSplitterPrivate::tellBuilded(const char* package, std::size_t len)
+{
+    if (!m_threadRun)
+        return;
+    const auto timestamp = le::load<std::uint64_t>(package + offsetof(tRadarMsgPackage, timestamp_ms));
+    m_sendCaller.each([&, id = m_id.load()](iPackageObserver* observer) {
+        observer->UpdateBuildedPackage(package, static_cast<unsigned>(len), id, timestamp);
+    });
+}
+
+tPackageBuilderAndSplitter::tPackageBuilderAndSplitter() : d(new tPackageBuilderAndSplitterPrivate) {}
+
+tPackageBuilderAndSplitter::~tPackageBuilderAndSplitter()
+{
+    delete d;
+}
+
+void tPackageBuilderAndSplitter::SetID(int id)
+{
+    d->setId(id);
+}
+
+unsigned int tPackageBuilderAndSplitter::GetSplittedPackageCnt() const
+{
+    return d->splittedCount();
+}
+
+unsigned int tPackageBuilderAndSplitter::GetBuildedPackageCnt() const
+{
+    return d->buildedCount();
+}
+
+void tPackageBuilderAndSplitter::LoadRecBuff(const char* buff, int len)
+{
+    if (const std::size_t size = lengthOf(buff, len); size != 0)
+        d->receive(buff, size);
+}
+
+void tPackageBuilderAndSplitter::BuildPackage(const char* package, int len)
+{
+    d->build(package, lengthOf(package, len));
+}
+
+void tPackageBuilderAndSplitter::BuildPackage(const tUdpMsgInfo& info, const char* udpAddr, int udpPort,
+                                              const char* data, int len, unsigned long timestamp)
+{
+    tPackageFields fields{};
+    fields.msgInfo = info;
+    fields.udpAddr = net::transAddr(udpAddr);
+    fields.udpPort = static_cast<std::uint16_t>(udpPort);
+    fields.timestamp_ms = timestamp != 0 ? timestamp : utils::time::tTimeParser::GetCurrentTime_ms();
+    d->build(fields, data, lengthOf(data, len));
+}
+
+void tPackageBuilderAndSplitter::AddPackageObserer(iPackageObserver* observer)
+{
+    if (observer != nullptr)
+        d->addObserver(observer);
+}
+
+void tPackageBuilderAndSplitter::RemovePackageObserer(iPackageObserver* observer)
+{
+    d->removeObserver(observer);
+}
+
+void tPackageBuilderAndSplitter::Clear()
+{
+    d->clear();
+}
+
+bool tPackageBuilderAndSplitter::WaitBuildIdle(unsigned int timeout_ms)
+{
+    return d->waitBuildIdle(std::chrono::milliseconds(timeout_ms));
+}

@@ -1,0 +1,327 @@
+#include "KestovaStorage/radardatasaver.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/internal/modifygate.h"
+#include "KestovaStorage/internal/receivergroups.h"
+#include "KestovaStorage/internal/recordingname.h"
+#include "KestovaStorage/internal/servicequery.h"
+#include "KestovaStorage/internal/streamcatalogue.h"
+#include "KestovaStorage/packagebuilderandsplitter.h"
+#include "KestovaUtils/multiradarclient.h"
+#include "UdpSocket/udpsocket.h"
+
+namespace Kestova
+{
+namespace
+{
+constexpr unsigned int cEndTimeout_ms = 5000;  // what ending a recording waits for builder and writer
+
+std::vector<eReadWriteType> typesOf(const eReadWriteType* types, int count)
+{
+    if (types == nullptr || count <= 0)
+        return {};
+    return {types, types + count};
+}
+}  // namespace
+
+// Datagrams go from the receive threads through m_modifyGate to the builder, and from the builder's send thread to the
+// storage engine.
+//
+// Locks: m_controlMutex makes connect, disconnect and SocketClear one at a time; below it, m_socketMutex keeps opening
+// and closing of the sockets apart. OnLocalIpChanged takes the second alone, so that the listener can be removed (which
+// waits for OnLocalIpChanged) under the first. Receivers end (which waits for their callbacks) under either: nothing
+// that may be called from inside a callback takes them, for control from there is refused before.
+class tRadarDataSaverPrivate : public storage::tDataStorageIO,
+                               public net::iUdpDataListener,
+                               public iMultiRadarCheckerListener,
+                               public iPackageObserver
+{
+public:
+    tRadarDataSaverPrivate(const eReadWriteType* types, int count, const std::string& basePath, const char* name);
+    ~tRadarDataSaverPrivate() override;
+
+    void OnLocalIpChanged(unsigned int localIp) override;
+    void OnUdpGroupDataReceived(const char* fromAddr, int fromPort, const char* groupAddr, int groupPort,
+                                const char* data, int len) override;
+    void UpdateSplittedPackage(const tRadarMsgPackage*, unsigned int, int) override {}
+    void UpdateBuildedPackage(const char* package, unsigned int size, int id, unsigned long timestamp) override;
+
+    bool connect(const char* serial, unsigned short id, bool flag);
+    bool disconnect();
+    void SocketClear();
+    bool isConnected() const { return m_isConnected; }
+    void SetRecDataModifyObserver(iRadarRecDataModifyObserver* observer) { m_modifyGate.set(observer); }
+    void ManualWriteRadarData(const char* groupAddr, int port, const char* data, int len);
+    void ManualWriteData(const char* addr, int port, const char* data, int len, unsigned long timestamp);
+    bool WaitRecorded(unsigned int timeout_ms);
+    std::vector<tGroupState> groupStates() const { return m_recSockInfo.states(); }
+
+private:
+    void startRecording(const std::string& name, bool compress);
+    bool endRecording();
+    bool closeSockets();
+    void finishFile();
+
+    tServiceQuery m_serviceQuery;
+    std::unique_ptr<tPackageBuilderAndSplitter> m_packageBuilder;
+    const std::vector<eReadWriteType> m_types;
+    std::atomic<bool> m_isConnected{false};
+    const NetAddress m_serviceGroup = serviceGroup();
+    std::mutex m_controlMutex;
+    bool m_registered = false;      // guarded by m_controlMutex: this object is the client's listener
+    RadarAddress m_radarAddress{};  // changed while not registered, read by OnLocalIpChanged
+    std::mutex m_socketMutex;       // opening and closing of m_recSockInfo and of the query's sender
+    tModifyGate m_modifyGate;
+    tReceiverGroups m_recSockInfo{this};
+};
+
+tRadarDataSaverPrivate::tRadarDataSaverPrivate(const eReadWriteType* types, int count, const std::string& basePath,
+                                               const char* name)
+    : storage::tDataStorageIO(basePath, name), m_packageBuilder(std::make_unique<tPackageBuilderAndSplitter>()),
+      m_types(typesOf(types, count))
+{
+    m_packageBuilder->AddPackageObserer(this);
+}
+
+tRadarDataSaverPrivate::~tRadarDataSaverPrivate()
+{
+    m_serviceQuery.stop();
+    {
+        const std::lock_guard<std::mutex> control(m_controlMutex);
+        if (m_registered)
+            endRecording();
+    }
+    finishFile();              // one that was started by hand
+    m_packageBuilder.reset();  // its send thread calls this object
+}
+
+bool tRadarDataSaverPrivate::connect(const char* serial, unsigned short id, bool flag)
+{
+    if (m_modifyGate.inside())
+        return false;
+    const std::lock_guard<std::mutex> control(m_controlMutex);
+    const std::string radar = serial ? serial : "";
+    if (m_registered)
+        endRecording();
+    m_isConnected = true;  // Kept: it stays set where the radar is unknown.
+    MultiRadarClient* const client = MultiRadarClient::getInstance();
+    const RadarAddress* const address = client->getAddress(radar.c_str(), id);
+    if (address == nullptr)
+    {
+        std::printf("radar[%s,id = %d] doesn't exist!\n", radar.c_str(), int{id});
+        return false;
+    }
+    m_radarAddress = *address;
+    startRecording(recordingName(radar, id), flag);  // before the sockets can open: what they receive has a file
+    client->addListener(this);
+    m_registered = true;
+    return true;
+}
+
+bool tRadarDataSaverPrivate::disconnect()
+{
+    if (m_modifyGate.inside())
+        return false;
+    const std::lock_guard<std::mutex> control(m_controlMutex);
+    m_isConnected = false;
+    return m_registered && endRecording();
+}
+
+void tRadarDataSaverPrivate::SocketClear()
+{
+    if (m_modifyGate.inside())
+        return;
+    const std::lock_guard<std::mutex> control(m_controlMutex);
+    closeSockets();
+}
+
+void tRadarDataSaverPrivate::startRecording(const std::string& name, bool compress)
+{
+    std::printf("Save %s\r\n", name.c_str());
+    finishFile();  // one that was started by hand
+    if (!CreateNewWritingFile(0UL, name, compress))
+        std::fprintf(stderr, "Radar data saver: no file for %s could be created, nothing is recorded\n", name.c_str());
+}
+
+// Ends a connection in every state, before the first report of an address too. Whether sockets were open.
+bool tRadarDataSaverPrivate::endRecording()
+{
+    m_isConnected = false;
+    MultiRadarClient::getInstance()->removeListener(this);
+    m_registered = false;
+    const bool hadSockets = closeSockets();
+    finishFile();
+    return hadSockets;
+}
+
+bool tRadarDataSaverPrivate::closeSockets()
+{
+    const std::lock_guard<std::mutex> sockets(m_socketMutex);
+    m_serviceQuery.setSender(nullptr);
+    return m_recSockInfo.close();
+}
+
+void tRadarDataSaverPrivate::finishFile()
+{
+    const std::string file = GetCurrentWriteDataFileName();
+    if (!WaitRecorded(cEndTimeout_ms) && !file.empty())
+        std::fprintf(stderr, "Radar data saver: not everything received is in %s\n", file.c_str());
+    FinishWrite();
+}
+
+void tRadarDataSaverPrivate::OnLocalIpChanged(unsigned int localIp)
+{
+    if (!m_isConnected)
+        return;
+    std::puts("Radar Data Saver Init ...\r");
+    closeSockets();
+    if (localIp == 0)
+        return;  // no address: any interface would be the wrong one
+    const std::lock_guard<std::mutex> sockets(m_socketMutex);
+    m_recSockInfo.open(radarGroups(m_radarAddress, m_types), localIp);
+    std::puts("Radar Data Saver Init Over ...\r");
+    m_serviceQuery.setSender(std::make_unique<net::UdpSender>(m_serviceGroup, localIp, 0));
+}
+
+void tRadarDataSaverPrivate::OnUdpGroupDataReceived(const char*, int, const char* groupAddr, int groupPort,
+                                                    const char* data, int len)
+{
+    const NetAddress group{net::transAddr(groupAddr), net::HtoNs(static_cast<std::uint16_t>(groupPort))};
+    tUdpMsgInfo info;
+    if (m_recSockInfo.find(group, info))
+    {
+        m_modifyGate.pass(info, groupAddr, groupPort, const_cast<char*>(data), len);  // a receiver's buffer is writable
+        m_packageBuilder->BuildPackage(info, groupAddr, groupPort, data, len, 0);
+    }
+    if (group.ip == m_serviceGroup.ip && group.port == m_serviceGroup.port)
+        m_serviceQuery.heard();
+}
+
+void tRadarDataSaverPrivate::UpdateBuildedPackage(const char* package, unsigned int size, int, unsigned long timestamp)
+{
+    WriteData(package, size, timestamp);
+}
+
+void tRadarDataSaverPrivate::ManualWriteRadarData(const char* groupAddr, int port, const char* data, int len)
+{
+    const std::size_t size = data && len > 0 ? static_cast<std::size_t>(len) : 0;
+    std::vector<char> editable(data, data + size);  // the observer may write, the caller's bytes are const
+    OnUdpGroupDataReceived(nullptr, 0, groupAddr, port, editable.data(), static_cast<int>(size));
+}
+
+void tRadarDataSaverPrivate::ManualWriteData(const char* addr, int port, const char* data, int len,
+                                             unsigned long timestamp)
+{
+    if (IsWriteEnable())
+        m_packageBuilder->BuildPackage(tUdpMsgInfo{}, addr, port, data, data ? len : 0, timestamp);
+}
+
+// Whether everything given to the builder before the call is in the file.
+bool tRadarDataSaverPrivate::WaitRecorded(unsigned int timeout_ms)
+{
+    using tClock = std::chrono::steady_clock;
+    const auto deadline = tClock::now() + std::chrono::milliseconds(timeout_ms);
+    if (!m_packageBuilder->WaitBuildIdle(timeout_ms))
+        return false;
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - tClock::now()).count();
+    return WaitWriteIdle(static_cast<unsigned int>(std::max<decltype(left)>(left, 0)));
+}
+
+tRadarDataSaver::tRadarDataSaver(const eReadWriteType* types, int count, const std::string& basePath, const char* name,
+                                 const std::string&)
+    : d(new tRadarDataSaverPrivate(types, count, basePath, name))
+{}
+
+tRadarDataSaver::~tRadarDataSaver()
+{
+    delete d;
+}
+
+bool tRadarDataSaver::connect(const char* serial, unsigned short id, bool flag)
+{
+    return d->connect(serial, id, flag);
+}
+
+bool tRadarDataSaver::disconnect()
+{
+    return d->disconnect();
+}
+
+void tRadarDataSaver::SocketClear()
+{
+    d->SocketClear();
+}
+
+bool tRadarDataSaver::isConnected() const
+{
+    return d->isConnected();
+}
+
+void tRadarDataSaver::SetRecDataModifyObserver(iRadarRecDataModifyObserver* observer)
+{
+    d->SetRecDataModifyObserver(observer);
+}
+
+void tRadarDataSaver::ManualWriteRadarData(const char* groupAddr, int port, const char* data, int len)
+{
+    d->ManualWriteRadarData(groupAddr, port, data, len);
+}
+
+void tRadarDataSaver::ManualWriteData(const char* addr, int port, const char* data, int len, unsigned long timestamp)
+{
+    d->ManualWriteData(addr, port, data, len, timestamp);
+}
+
+bool tRadarDataSaver::CreateNewWritingFile(std::string extFileName, bool compress, unsigned long timestamp)
+{
+    return d->CreateNewWritingFile(timestamp, extFileName, compress);
+}
+
+void tRadarDataSaver::FinishWrite()
+{
+    d->FinishWrite();
+}
+
+bool tRadarDataSaver::WaitWriteIdle(unsigned int timeout_ms)
+{
+    return d->WaitRecorded(timeout_ms);
+}
+
+std::string tRadarDataSaver::GetCurrentWriteDataFileName() const
+{
+    return d->GetCurrentWriteDataFileName();
+}
+
+uint32_t tRadarDataSaver::GetWriteDataFifoSize() const
+{
+    return d->GetWriteDataFifoSize();
+}
+
+uint64_t tRadarDataSaver::GetWriteLostCnt() const
+{
+    return d->GetWriteLostCnt();
+}
+
+int tRadarDataSaver::GetGroupCounters(tGroupCounters* counters, int count) const
+{
+    const std::vector<tGroupState> states = d->groupStates();
+    const int wanted = counters ? std::min(count, static_cast<int>(states.size())) : 0;
+    for (int i = 0; i < wanted; ++i)
+    {
+        const tGroupState& state = states[static_cast<std::size_t>(i)];
+        counters[i] = {state.group.address.ip,      net::NtoHs(state.group.address.port),
+                       state.group.msgInfo,         state.joined,
+                       state.counters.datagrams,    state.counters.bytes,
+                       state.counters.kernelDropped};
+    }
+    return static_cast<int>(states.size());
+}
+}  // namespace Kestova
