@@ -1,0 +1,78 @@
+// What applications compiled against an earlier build rely on: the size of every handle, and the slot of every virtual
+// operation of the interfaces that they implement. A failure here means: raise the SOVERSION, or put it back.
+#include <cstddef>
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "KestovaStorage/datafile.h"
+#include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/packagebuilderandsplitter.h"
+#include "KestovaStorage/radardatasaver.h"
+#include "KestovaUtils/multiradarclient.h"
+#include "UdpSocket/udpsocket.h"
+
+namespace
+{
+// The place of a virtual operation in the table of its class, as the Itanium C++ ABI stores it in a pointer to member:
+// 1 + offset in the first word, or, on machines whose code addresses may be odd, the offset with 1 in the second.
+template <typename tMember>
+std::size_t slotOf(tMember member)
+{
+    std::size_t words[2] = {};
+    static_assert(sizeof(member) == sizeof(words));
+    std::memcpy(words, &member, sizeof(words));
+#if defined(__aarch64__) || defined(__arm__)
+    return words[0] / sizeof(void*);
+#else
+    return (words[0] - 1) / sizeof(void*);
+#endif
+}
+
+constexpr std::size_t cOnePointer = sizeof(void*), cTwoPointers = 2 * sizeof(void*);
+constexpr std::size_t cFirstSlot = 2;  // behind the two of the virtual destructor, which stands first everywhere
+}  // namespace
+
+TEST(tAbiTest, keepsHandlesWithVirtualDestructorAtTwoPointers)
+{
+    EXPECT_EQ(sizeof(storage::tDataStorageIO), cTwoPointers);
+    EXPECT_EQ(sizeof(tPackageBuilderAndSplitter), cTwoPointers);
+    EXPECT_EQ(sizeof(Kestova::tRadarDataSaver), cTwoPointers);
+}
+
+TEST(tAbiTest, keepsPlainHandlesAtOnePointer)
+{
+    EXPECT_EQ(sizeof(storage::tDataFile), cOnePointer);
+    EXPECT_EQ(sizeof(net::UdpReceiver), cOnePointer);
+    EXPECT_EQ(sizeof(net::UdpSender), cOnePointer);
+    EXPECT_EQ(sizeof(MultiRadarClient), cOnePointer);
+}
+
+TEST(tAbiTest, keepsRecordsThatCrossTheInterface)
+{
+    EXPECT_EQ(sizeof(net::tUdpReceiverCounters), 24U);
+    EXPECT_EQ(sizeof(storage::tDataFileRecord), 24U);
+    EXPECT_EQ(sizeof(Kestova::tGroupCounters), 40U);
+    EXPECT_EQ(offsetof(Kestova::tGroupCounters, datagrams), 16U);
+}
+
+TEST(tAbiTest, keepsTheSlotsOfTheReplayObserver)
+{
+    using storage::iDataReadReplayObserver;
+    EXPECT_EQ(slotOf(&iDataReadReplayObserver::UpdateReplayStatus), cFirstSlot);
+    EXPECT_EQ(slotOf(&iDataReadReplayObserver::UpdateDataTimeSpan), cFirstSlot + 1);
+    EXPECT_EQ(slotOf(&iDataReadReplayObserver::UpdateReplayData), cFirstSlot + 2);
+}
+
+TEST(tAbiTest, keepsTheSlotsOfThePackageObserver)
+{
+    EXPECT_EQ(slotOf(&iPackageObserver::UpdateSplittedPackage), cFirstSlot);
+    EXPECT_EQ(slotOf(&iPackageObserver::UpdateBuildedPackage), cFirstSlot + 1);
+}
+
+TEST(tAbiTest, keepsTheSlotsOfTheSingleOperationInterfaces)
+{
+    EXPECT_EQ(slotOf(&Kestova::iRadarRecDataModifyObserver::UpdateRecDataModify), cFirstSlot);
+    EXPECT_EQ(slotOf(&net::iUdpDataListener::OnUdpGroupDataReceived), cFirstSlot);
+    EXPECT_EQ(slotOf(&iMultiRadarCheckerListener::OnLocalIpChanged), cFirstSlot);
+}

@@ -1,0 +1,15 @@
+# An installed tree that was moved still serves both ways, and its command line still starts: the place where it was
+# installed first is gone, so nothing can hold on to it.
+include("${CMAKE_CURRENT_LIST_DIR}/run.cmake")
+set(first "${SCRATCH}/${NAME}/first")
+set(PREFIX "${SCRATCH}/${NAME}/elsewhere/moved")
+file(REMOVE_RECURSE "${first}" "${PREFIX}")
+run(${CMAKE_COMMAND} --install "${BUILD}" --prefix "${first}")
+file(MAKE_DIRECTORY "${SCRATCH}/${NAME}/elsewhere")
+file(RENAME "${first}" "${PREFIX}")
+include("${CMAKE_CURRENT_LIST_DIR}/find_package.cmake")
+include("${CMAKE_CURRENT_LIST_DIR}/pkg_config.cmake")
+if(TOOL)
+  unset(ENV{LD_LIBRARY_PATH})
+  run("${PREFIX}/${BIN}/kestova" --help)
+endif()

@@ -1,0 +1,15 @@
+# Builds the small application against PREFIX with the flags of pkg-config alone, and runs it.
+include("${CMAKE_CURRENT_LIST_DIR}/run.cmake")
+set(ENV{PKG_CONFIG_LIBDIR} "${PREFIX}/${LIB}/pkgconfig")
+run(pkg-config --modversion KestovaStorage)
+string(STRIP "${output}" found)
+if(NOT found VERSION_EQUAL VERSION)
+  message(FATAL_ERROR "pkg-config knows version '${found}', not ${VERSION}")
+endif()
+run(pkg-config --cflags --libs KestovaStorage)
+separate_arguments(flags UNIX_COMMAND "${output}")
+file(MAKE_DIRECTORY "${SCRATCH}/${NAME}")
+run("${CXX}" -std=c++11 -Wall -Wextra -Wpedantic -Werror "${CMAKE_CURRENT_LIST_DIR}/application/application.cpp"
+    ${flags} -o "${SCRATCH}/${NAME}/application")
+set(ENV{LD_LIBRARY_PATH} "${PREFIX}/${LIB}")
+run_consumer("${SCRATCH}/${NAME}/application")

@@ -1,0 +1,20 @@
+# run(COMMAND ...): runs it; a failure ends the script with everything that it printed. Its output is left in `output`.
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE text ERROR_VARIABLE text)
+  if(NOT result EQUAL 0)
+    list(JOIN ARGN " " line)
+    message(NOTICE "${text}")
+    message(FATAL_ERROR "${line}\nended with ${result}")
+  endif()
+  set(output "${text}" PARENT_SCOPE)
+endfunction()
+
+# run_consumer(PROGRAM): lets a built consumer record and replay, below a folder of its own.
+function(run_consumer program)
+  file(REMOVE_RECURSE "${SCRATCH}/${NAME}/recordings")
+  run("${program}" "${SCRATCH}/${NAME}/recordings")
+  if(NOT output MATCHES "replayed 3 of 3 segments")
+    message(NOTICE "${output}")
+    message(FATAL_ERROR "${program} printed something else than expected")
+  endif()
+endfunction()

@@ -1,0 +1,336 @@
+#include "KestovaStorage/internal/datafilewriter.h"
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <fstream>
+#include <sys/resource.h>
+
+#include "support/pwritehook.h"
+#include "support/recordedsegments.h"
+#include "support/tempdir.h"
+
+using namespace storage;
+
+namespace
+{
+constexpr std::uint64_t cNow = 1715934600250;
+
+// While it lives no file of this process grows beyond `bytes`; a write that tries fails as on a full disk.
+class tFileSizeLimit
+{
+public:
+    explicit tFileSizeLimit(std::uint64_t bytes)
+    {
+        m_signalBefore = std::signal(SIGXFSZ, SIG_IGN);
+        ::getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit{bytes, m_before.rlim_max};
+        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    }
+    ~tFileSizeLimit()
+    {
+        ::setrlimit(RLIMIT_FSIZE, &m_before);
+        std::signal(SIGXFSZ, m_signalBefore);
+    }
+    tFileSizeLimit(const tFileSizeLimit&) = delete;
+    tFileSizeLimit& operator=(const tFileSizeLimit&) = delete;
+
+private:
+    rlimit m_before{};
+    void (*m_signalBefore)(int) = SIG_DFL;
+};
+
+class tDataFileWriterTest : public testing::Test
+{
+protected:
+    void SetUp() override { ASSERT_NE(writer = tDataFileWriter::create(path), nullptr); }
+
+    static tSegmentBlock blockOf(const tSegments& segments)
+    {
+        std::size_t size = 64;
+        for (const tSegment& segment : segments)
+            size += segment.bytes.size() + sizeof(tSegmentEntry);
+        tSegmentBlock block(size);
+        for (const tSegment& segment : segments)
+            std::memcpy(block.push(segment.bytes.size(), segment.time), segment.bytes.data(), segment.bytes.size());
+        return block;
+    }
+    void append(const tSegments& segments)
+    {
+        const tSegmentBlock block = blockOf(segments);
+        for (tBlockCursor cursor{&block}; !cursor.atEnd();)
+            writer->append(cursor, cNow);
+    }
+    static tSegments numbered(std::initializer_list<std::size_t> lengths, std::uint64_t first = 0)
+    {
+        tSegments segments;
+        for (const std::size_t len : lengths)
+            segments.push_back({cNow + first + segments.size(), numberedSegment(first + segments.size(), len)});
+        return segments;
+    }
+    std::string bytesAt(std::uint64_t pos, std::size_t len) const
+    {
+        std::string bytes(len, '?');
+        std::ifstream file(path, std::ios::binary);
+        file.seekg(static_cast<std::streamoff>(pos)).read(bytes.data(), static_cast<std::streamsize>(len));
+        return file ? bytes : "cannot be read";
+    }
+
+    tTempDir dir;
+    const std::string path = dir.file("x.data");
+    std::unique_ptr<tDataFileWriter> writer;
+};
+}  // namespace
+
+TEST_F(tDataFileWriterTest, putsEveryByteAtItsPlace)
+{
+    append({{0x0102030405, "first"}, {0, "second!"}});
+    const std::string noHead(8, '\0');
+    EXPECT_EQ(bytesAt(0, 4), (std::string{'\x00', '\x1A', '\xA0', '\xD0'}));
+    EXPECT_EQ(bytesAt(2000, 8), noHead);
+    writer->finish();
+    EXPECT_EQ(bytesAt(4, 1996), std::string(1996, '\0'));
+    EXPECT_EQ(bytesAt(2000, 8), (std::string{2, 0, 0, 0, 7, 0, 0, 0}));
+    EXPECT_EQ(bytesAt(2008, 40), std::string(40, '\0'));
+    EXPECT_EQ(bytesAt(2048, 21),
+              (std::string{5, 4, 3, 2, 1, 0, 0, 0, '\x80', '\x96', '\x98', 0, 0, 0, 0, 0, 5, 0, 0, 0, 0}));
+    const std::string now{'\x3A', '\x1C', '\xAC', '\x85', '\x8F', 1, 0, 0};
+    EXPECT_EQ(bytesAt(2069, 21), (now + std::string{'\x85', '\x96', '\x98', 0, 0, 0, 0, 0, 7, 0, 0, 0, 0}));
+    EXPECT_EQ(bytesAt(2090, 10'000'000 - 2090), std::string(10'000'000 - 2090, '\0'));
+    EXPECT_EQ(bytesAt(10'000'000, 12), "firstsecond!");
+    EXPECT_EQ(std::filesystem::file_size(path), 10'000'012u);
+}
+
+TEST_F(tDataFileWriterTest, finishesAFileWithoutSegments)
+{
+    EXPECT_EQ(std::filesystem::file_size(path), 4u);
+    writer->finish();
+    EXPECT_EQ(std::filesystem::file_size(path), 2008u);
+    EXPECT_EQ(segmentsOf(path), tSegments{});
+}
+
+TEST_F(tDataFileWriterTest, makesNoFileWhereOneExistsOrCannotBe)
+{
+    EXPECT_EQ(tDataFileWriter::create(path), nullptr);
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(tDataFileWriter::create(dir.file("none/x.data")), nullptr);
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(tDataFileWriterTest, isFullWhenItsIndexIs)
+{
+    tSegmentBlock block(30'000 + 30'000 * sizeof(tSegmentEntry));
+    for (std::uint64_t i = 0; i < 30'000; ++i)
+        *block.push(1, 1 + i) = 'x';
+    for (int i = 0; i < 15; ++i)
+        for (tBlockCursor cursor{&block}; !cursor.atEnd();)
+            writer->append(cursor, cNow);
+    EXPECT_FALSE(writer->isFull());
+    tBlockCursor cursor{&block};
+    writer->append(cursor, cNow);
+    EXPECT_TRUE(writer->isFull());
+    EXPECT_EQ(cursor.segment, 26'091u);
+    EXPECT_EQ(cursor.offset, 26'091u);
+    writer->finish();
+    EXPECT_EQ(bytesAt(9'999'938, 63).substr(0, 3), (std::string{'\xEB', '\x65', 0}));
+    EXPECT_EQ(bytesAt(9'999'959, 42), std::string(41, '\0') + "x");
+    EXPECT_EQ(segmentsOf(path).size(), 476'091u);
+}
+
+TEST_F(tDataFileWriterTest, isFullBehindTheSegmentThatStartsBeyondTheLimit)
+{
+    const tPwriteHook noDisk([](int, const void*, std::size_t len, off_t) { return static_cast<ssize_t>(len); });
+    tSegmentBlock tenth(103'857'600 + 64);
+    tenth.push(103'857'600, cNow);
+    for (int i = 0; i < 10; ++i)  // the next segment starts at 1,048,576,000 exactly
+    {
+        tBlockCursor cursor{&tenth};
+        writer->append(cursor, cNow);
+    }
+    const tSegmentBlock block = blockOf({{1, "a"}, {2, "b"}, {3, "c"}});
+    const tSegmentBlock first = blockOf({{1, "a"}});
+    tBlockCursor cursor{&first};
+    writer->append(cursor, cNow);
+    EXPECT_FALSE(writer->isFull());
+    cursor = {&block};
+    writer->append(cursor, cNow);
+    EXPECT_TRUE(writer->isFull());
+    EXPECT_EQ(cursor.segment, 1u);
+    EXPECT_EQ(cursor.offset, 1u);
+}
+
+TEST_F(tDataFileWriterTest, givesUpOnlyTheSegmentsThatTheDiskRefused)
+{
+    const tSegments given = numbered({100, 200, 300, 50, 70, 20, 10, 90});
+    testing::internal::CaptureStderr();
+    {
+        const tFileSizeLimit limit(10'000'000 + 370);
+        append(given);  // 300 and 70 do not fit behind 100 and 200; 50 and 20 do, then 10 and 90 do not
+    }
+    EXPECT_EQ(writer->lost(), 4u);
+    const tSegments later = numbered({1000, 8}, 8);
+    append(later);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), path + ": File too large\n");
+    writer->finish();
+    EXPECT_EQ(segmentsOf(path), (tSegments{given[0], given[1], given[3], given[5], later[0], later[1]}));
+    EXPECT_EQ(bytesAt(2000, 8), (std::string{6, 0, 0, 0, '\xE8', 3, 0, 0}));
+    EXPECT_EQ(writer->lost(), 4u);
+}
+
+TEST_F(tDataFileWriterTest, goesOnInTheMiddleOfABlockWhenThereIsRoomAgain)
+{
+    const tSegments given = numbered({100, 200, 300, 50, 70, 20});
+    const tSegmentBlock block = blockOf(given);
+    tBlockCursor cursor{&block};
+    testing::internal::CaptureStderr();
+    {
+        const tFileSizeLimit limit(10'000'000 + 599);
+        writer->append(cursor, cNow);
+    }
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(cursor.segment, 3u);
+    EXPECT_EQ(cursor.offset, 600u);
+    while (!cursor.atEnd())
+        writer->append(cursor, cNow);
+    EXPECT_EQ(segmentsOf(path), (tSegments{given[0], given[1], given[3], given[4], given[5]}));
+}
+
+TEST_F(tDataFileWriterTest, indexesNothingWhoseRecordCannotBeWritten)
+{
+    const tSegments first = numbered({9, 10});
+    append(first);
+    testing::internal::CaptureStderr();
+    {
+        const tPwriteHook noIndex([](int file, const void* data, std::size_t len, off_t pos) {
+            errno = ENOSPC;
+            return pos >= 2048 && pos < 10'000'000 ? -1 : tPwriteHook::write(file, data, len, pos);
+        });
+        append(numbered({50, 60, 70}, 2));
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), path + ": No space left on device\n");
+    EXPECT_EQ(writer->lost(), 3u);
+    const tSegments last = numbered({11}, 5);
+    append(last);
+    EXPECT_EQ(segmentsOf(path), (tSegments{first[0], first[1], last[0]}));
+    EXPECT_EQ(bytesAt(10'000'019, 11), last[0].bytes);
+}
+
+TEST_F(tDataFileWriterTest, beginsOnADiskThatWasFull)
+{
+    const std::string other = dir.file("y.data");
+    testing::internal::CaptureStderr();
+    {
+        const tPwriteHook full([](int, const void*, std::size_t, off_t) {
+            errno = ENOSPC;
+            return ssize_t{-1};
+        });
+        ASSERT_NE(writer = tDataFileWriter::create(other), nullptr);
+        append(numbered({100, 100}));
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), other + ": No space left on device\n");
+    EXPECT_EQ(writer->lost(), 2u);
+    const tSegments given = numbered({30}, 2);
+    append(given);
+    writer->finish();
+    EXPECT_EQ(segmentsOf(other), given);
+}
+
+namespace
+{
+// Lets every write go out page by page, as a dying process leaves it, and looks at the index in between.
+class tDyingWriterTest : public tDataFileWriterTest
+{
+protected:
+    static constexpr std::size_t cPage = 4096;
+    static constexpr std::size_t cLen = 8;  // of every segment
+
+    ssize_t writePageByPage(int file, const void* data, std::size_t len, off_t pos)
+    {
+        const char* const bytes = static_cast<const char*>(data);
+        for (std::size_t done = 0; done < len;)
+        {
+            const std::size_t at = static_cast<std::size_t>(pos) + done;
+            const std::size_t piece = std::min(len - done, cPage - at % cPage);
+            EXPECT_EQ(tPwriteHook::write(file, bytes + done, piece, static_cast<off_t>(at)),
+                      static_cast<ssize_t>(piece));
+            done += piece;
+            look();
+        }
+        return static_cast<ssize_t>(len);
+    }
+    // From the last record known to be there on: whole records of what was given, in order, then one without time or
+    // length. Where a page boundary is near, the reader itself is asked too.
+    void look()
+    {
+        ++m_looks;
+        std::array<char, cIndexSlotSize * 512> index{};
+        const std::uint64_t from = cIndexPos + cIndexSlotSize * m_published;
+        ASSERT_GE(::pread(m_reading.get(), index.data(), index.size(), static_cast<off_t>(from)), 0);
+        std::size_t visible = m_published;
+        for (std::size_t i = 0; i < 512; ++i, ++visible)
+        {
+            tIndexSlot slot;
+            std::memcpy(slot.data(), &index[i * cIndexSlotSize], cIndexSlotSize);
+            const tNormalIndexTable record = decodeNormal(slot);
+            if (record.tim == 0 || record.len == 0)
+                break;
+            ASSERT_LT(visible, m_given.size());
+            ASSERT_EQ(record.tim, m_given[visible].time) << "record " << visible;
+            ASSERT_EQ(record.pos, cPayloadPos + visible * cLen) << "record " << visible;
+            ASSERT_EQ(record.len, cLen) << "record " << visible;
+        }
+        const bool moreOnDisk = visible != m_shown;
+        m_shown = visible;
+        if (moreOnDisk && from % cPage + 3 * cIndexSlotSize > cPage)
+        {
+            ASSERT_EQ(segmentsOf(path), tSegments(m_given.begin(), m_given.begin() + static_cast<long>(visible)));
+        }
+    }
+    void record(std::size_t run)
+    {
+        tSegments segments;
+        for (std::size_t i = 0; i < run; ++i)
+            segments.push_back({timeOf(m_given.size() + i), numberedSegment(m_given.size() + i, cLen)});
+        m_given.insert(m_given.end(), segments.begin(), segments.end());
+        append(segments);
+        m_published = m_given.size();
+        ASSERT_EQ(m_shown, m_published);
+    }
+    // Records before the one that the next page boundary cuts.
+    std::size_t wholeInPage() const
+    {
+        return (cPage - (cIndexPos + cIndexSlotSize * m_published) % cPage) / cIndexSlotSize;
+    }
+    // Times whose low or high bytes are zero: cut ones may look like none or like another.
+    static std::uint64_t timeOf(std::size_t i) { return i % 3 == 0 ? cNow + i : i % 3 == 1 ? 1ull << 40 : 1 + i % 200; }
+
+    tDescriptor m_reading;
+    tSegments m_given;
+    std::size_t m_published = 0;  // records that append() is done with
+    std::size_t m_shown = 0;      // records that a reader finds
+    std::size_t m_looks = 0;
+
+    void SetUp() override
+    {
+        tDataFileWriterTest::SetUp();
+        m_reading = tDescriptor(::open(path.c_str(), O_RDONLY));
+    }
+};
+}  // namespace
+
+// As a page is 4096 bytes and a record 21, every 21 pages each place of a record relative to a page comes up.
+TEST_F(tDyingWriterTest, leavesWholeRecordsInOrderWhereverItIsCut)
+{
+    const tPwriteHook hook([this](int file, const void* data, std::size_t len, off_t pos) {
+        return writePageByPage(file, data, len, pos);
+    });
+    for (const std::size_t run : {1, 2, 3, 5})
+        for (const std::size_t end = m_published + 4096; m_published < end && !HasFatalFailure();)
+            record(run);
+    for (int pages = 0; pages < 42 && !HasFatalFailure(); pages += 2)
+    {
+        record(wholeInPage());
+        record(250);
+    }
+    EXPECT_GT(m_looks, 2 * 8000u);
+}

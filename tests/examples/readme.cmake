@@ -1,0 +1,12 @@
+# README shows the quick start as it is compiled and run.
+file(READ "${README}" readme)
+file(READ "${EXAMPLE}" example)
+string(REGEX MATCH "// \\[readme\\]\n(.*)// \\[readme\\]" found "${example}")
+set(shown "${CMAKE_MATCH_1}")
+if(NOT found OR shown STREQUAL "")
+  message(FATAL_ERROR "${EXAMPLE} has no [readme] marks")
+endif()
+string(FIND "${readme}" "${shown}" position)
+if(position EQUAL -1)
+  message(FATAL_ERROR "README does not show what stands between the [readme] marks of ${EXAMPLE}:\n${shown}")
+endif()

@@ -1,0 +1,312 @@
+#include "KestovaUtils/multiradarclient.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <thread>
+
+#include "support/addresslistener.h"
+#include "support/addresstext.h"
+#include "support/tempdir.h"
+#include "support/waituntil.h"
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace
+{
+// A listener whose call does what the test says.
+class tCallingListener : public iMultiRadarCheckerListener
+{
+public:
+    explicit tCallingListener(std::function<void()> call) : m_call(std::move(call)) {}
+    ~tCallingListener() override { MultiRadarClient::getInstance()->removeListener(this); }
+    tCallingListener(const tCallingListener&) = delete;
+    tCallingListener& operator=(const tCallingListener&) = delete;
+    void OnLocalIpChanged(unsigned int) override { m_call(); }
+
+private:
+    std::function<void()> m_call;
+};
+
+class tMultiRadarClientTest : public testing::Test
+{
+protected:
+    tMultiRadarClientTest() { EXPECT_TRUE(m_client.setLocalInterface("127.0.0.1")); }
+
+    std::string directory(const std::string& text)
+    {
+        const std::string path = m_folder.file("radars.json");
+        std::ofstream(path) << text;
+        return path;
+    }
+    static RadarAddress recordWithImage(const char* ip)
+    {
+        RadarAddress record{};
+        record.imageStream = {net::transAddr(ip), net::HtoNs(6001)};
+        return record;
+    }
+    // Everything told before is told: the client calls one listener after the other.
+    void settle()
+    {
+        tAddressListener last;
+        m_client.addListener(&last);
+        EXPECT_TRUE(waitUntil([&] { return last.count() == 1; }));
+    }
+
+    MultiRadarClient& m_client = *MultiRadarClient::getInstance();
+    tTempDir m_folder;
+};
+}  // namespace
+
+TEST_F(tMultiRadarClientTest, takesTheRadarsOfADirectory)
+{
+    ASSERT_TRUE(m_client.loadDirectory(directory(R"({"radars":[{"serial":"A1:2","id":1,"streams":{
+        "imageStream":"239.17.0.1:6001","radarClientState":"239.17.0.18:6018"}}]})")));
+    const RadarAddress* record = m_client.getAddress("A1:2", 1);
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(addressText(record->imageStream), "239.17.0.1:6001");
+    EXPECT_EQ(addressText(record->streamAddress(17)), "239.17.0.18:6018");
+    EXPECT_EQ(m_client.getAddress("A1:2", 0), nullptr);
+    EXPECT_EQ(m_client.getAddress("A1", 1), nullptr);
+    EXPECT_EQ(m_client.getAddress(nullptr, 1), nullptr);
+}
+
+TEST_F(tMultiRadarClientTest, refusesAWrongDirectoryWholeAndSaysWhere)
+{
+    const std::string path = directory(R"({"radars":[{"serial":"fine","id":0,"streams":{}},
+        {"serial":"wrong","id":0,"streams":{"imageStream":"239.17.0.1:0"}}]})");
+    std::string error;
+    EXPECT_FALSE(m_client.loadDirectory(path, &error));
+    EXPECT_EQ(error, path + ": radar 2: imageStream: address \"239.17.0.1:0\" has no port from 1 to 65535");
+    EXPECT_EQ(m_client.getAddress("fine", 0), nullptr);
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(m_client.loadDirectory(path));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), error + "\n");
+}
+
+TEST_F(tMultiRadarClientTest, keepsARecordThatWasHandedOut)
+{
+    m_client.setAddress("kept", 3, recordWithImage("239.1.1.1"));
+    const RadarAddress* before = m_client.getAddress("kept", 3);
+    ASSERT_NE(before, nullptr);
+    m_client.setAddress("kept", 3, recordWithImage("239.1.1.1"));
+    EXPECT_EQ(m_client.getAddress("kept", 3), before);
+    m_client.setAddress("kept", 3, recordWithImage("239.2.2.2"));
+    EXPECT_EQ(addressText(before->imageStream), "239.1.1.1:6001");
+    EXPECT_EQ(addressText(m_client.getAddress("kept", 3)->imageStream), "239.2.2.2:6001");
+}
+
+TEST_F(tMultiRadarClientTest, listsItsRadarsInOrder)
+{
+    m_client.setAddress("list", 2, RadarAddress{});
+    m_client.setAddress("list", 1, RadarAddress{});
+    m_client.setAddress("", 1, RadarAddress{});
+    m_client.setAddress(nullptr, 1, RadarAddress{});
+    std::string listed;
+    for (const tRadarName& name : m_client.radars())
+    {
+        EXPECT_NE(name.serial, "");
+        listed += name.serial == "list" ? std::to_string(name.id) : "";
+    }
+    EXPECT_EQ(listed, "12");
+}
+
+TEST_F(tMultiRadarClientTest, tellsANewListenerTheAddressOnceOnAThreadOfItsOwn)
+{
+    std::thread::id caller;
+    std::atomic<int> calls{0};
+    tCallingListener listener([&] {
+        caller = std::this_thread::get_id();
+        ++calls;
+    });
+    m_client.addListener(&listener);
+    m_client.addListener(&listener);
+    m_client.addListener(nullptr);
+    ASSERT_TRUE(waitUntil([&] { return calls == 1; }));
+    settle();
+    EXPECT_EQ(calls, 1);
+    EXPECT_NE(caller, std::this_thread::get_id());
+}
+
+TEST_F(tMultiRadarClientTest, tellsEveryChangeInOrder)
+{
+    tAddressListener listener;
+    m_client.addListener(&listener);
+    EXPECT_TRUE(m_client.setLocalInterface("198.51.100.7"));
+    EXPECT_TRUE(m_client.setLocalInterface("198.51.100.7"));
+    EXPECT_TRUE(m_client.setLocalInterface("lo"));
+    settle();
+    EXPECT_THAT(listener.told(), ElementsAre("127.0.0.1", "198.51.100.7", "127.0.0.1"));
+}
+
+TEST_F(tMultiRadarClientTest, refusesWhatIsNeitherInterfaceNorAddress)
+{
+    tAddressListener listener;
+    m_client.addListener(&listener);
+    for (const char* text : {"", "nosuch0", "0.0.0.0", "127.0.0", "127.0.0.1:80", "/dev/null"})
+        EXPECT_FALSE(m_client.setLocalInterface(text)) << text;
+    settle();
+    EXPECT_THAT(listener.told(), ElementsAre("127.0.0.1"));
+}
+
+TEST_F(tMultiRadarClientTest, removesAListenerOnlyWhenItsCallHasEnded)
+{
+    std::atomic<bool> entered{false};
+    std::atomic<bool> go{false};
+    std::atomic<bool> left{false};
+    tCallingListener listener([&] {
+        entered = true;
+        EXPECT_TRUE(waitUntil([&] { return go.load(); }));
+        left = true;
+    });
+    m_client.addListener(&listener);
+    ASSERT_TRUE(waitUntil([&] { return entered.load(); }));
+    std::atomic<bool> removed{false};
+    std::thread remover([&] {
+        m_client.removeListener(&listener);
+        EXPECT_TRUE(left);
+        removed = true;
+    });
+    EXPECT_FALSE(waitUntil([&] { return removed.load(); }, 50ms));
+    go = true;
+    remover.join();
+}
+
+TEST_F(tMultiRadarClientTest, neverCallsAListenerThatIsGone)
+{
+    std::atomic<bool> changing{true};
+    std::thread changer([&] {
+        for (int i = 0; changing; ++i)
+            m_client.setLocalInterface(i % 2 == 0 ? "198.51.100.7" : "lo");
+    });
+    for (int round = 0; round < 200; ++round)
+    {
+        const auto alive = std::make_unique<std::atomic<bool>>(true);
+        tCallingListener listener([flag = alive.get()] { EXPECT_TRUE(*flag); });
+        m_client.addListener(&listener);
+        m_client.removeListener(&listener);
+        *alive = false;
+    }
+    changing = false;
+    changer.join();
+}
+
+TEST_F(tMultiRadarClientTest, letsAListenerRemoveItselfFromInsideItsCall)
+{
+    std::atomic<int> calls{0};
+    iMultiRadarCheckerListener* self = nullptr;
+    tCallingListener listener([&] {
+        ++calls;
+        m_client.removeListener(self);
+    });
+    self = &listener;
+    m_client.addListener(&listener);
+    ASSERT_TRUE(waitUntil([&] { return calls == 1; }));
+    EXPECT_TRUE(m_client.setLocalInterface("198.51.100.7"));
+    settle();
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(tMultiRadarClientTest, tellsAListenerAgainThatWasRemovedAndAdded)
+{
+    std::atomic<int> calls{0};
+    iMultiRadarCheckerListener* self = nullptr;
+    tCallingListener listener([&] {
+        if (++calls == 1)
+        {
+            m_client.removeListener(self);
+            m_client.addListener(self);
+        }
+    });
+    self = &listener;
+    m_client.addListener(&listener);
+    ASSERT_TRUE(waitUntil([&] { return calls == 2; }));
+    m_client.removeListener(&listener);
+    m_client.addListener(&listener);
+    EXPECT_TRUE(waitUntil([&] { return calls == 3; }));
+}
+
+TEST_F(tMultiRadarClientTest, letsACallUseTheWholeClient)
+{
+    tAddressListener other;
+    std::atomic<int> calls{0};
+    tCallingListener listener([&] {
+        if (++calls > 1)
+            return;
+        m_client.addListener(&other);
+        EXPECT_TRUE(m_client.setLocalInterface("198.51.100.7"));
+        m_client.setAddress("inside", 0, RadarAddress{});
+        EXPECT_NE(m_client.getAddress("inside", 0), nullptr);
+    });
+    m_client.addListener(&listener);
+    ASSERT_TRUE(waitUntil([&] { return calls == 2 && other.count() == 2; }));
+    EXPECT_THAT(other.told(), ElementsAre("127.0.0.1", "198.51.100.7"));
+}
+
+// A thread that still runs when main ends must not take the process down.
+TEST_F(tMultiRadarClientTest, letsTheProcessEndWhileItCalls)
+{
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            static std::atomic<bool> s_called{false};
+            static tCallingListener* s_listener = new tCallingListener([] {
+                s_called = true;
+                waitUntil([] { return false; }, 20s);  // still under way when main has long ended
+            });
+            m_client.addListener(s_listener);
+            std::exit(waitUntil([] { return s_called.load(); }) ? 7 : 1);
+        },
+        testing::ExitedWithCode(7), "");
+}
+
+TEST(tRadarAddressTest, keepsStreamKindsSideBySideFromByteSix)
+{
+    RadarAddress record{};
+    for (unsigned int kind = 0; kind < 18; ++kind)
+        record.setStreamAddress(kind, {0x01010101U * (kind + 1), net::HtoNs(static_cast<uint16_t>(6001 + kind))});
+    for (unsigned int kind = 0; kind < 18; ++kind)
+    {
+        SCOPED_TRACE(kind);
+        NetAddress stored;
+        std::memcpy(&stored, reinterpret_cast<const char*>(&record) + 6 + 6 * kind, sizeof stored);
+        const std::string number = std::to_string(kind + 1);
+        const std::string wanted =
+            number + "." + number + "." + number + "." + number + ":" + std::to_string(6001 + kind);
+        EXPECT_EQ(addressText(stored), wanted);
+        EXPECT_EQ(addressText(record.streamAddress(kind)), wanted);
+    }
+    const RadarAddress empty{};
+    EXPECT_EQ(std::memcmp(&record, &empty, 6), 0);
+    EXPECT_EQ(std::memcmp(reinterpret_cast<const char*>(&record) + 114, &empty, 2), 0);
+}
+
+TEST(tRadarAddressTest, hasNoSlotAboveSeventeen)
+{
+    RadarAddress record{};
+    const RadarAddress untouched{};
+    for (const unsigned int kind : {18U, 254U, 255U, 0xFFFFFFFFU})
+    {
+        record.setStreamAddress(kind, {1, 1});
+        EXPECT_EQ(addressText(record.streamAddress(kind)), "0.0.0.0:0");
+        EXPECT_EQ(RadarAddress::streamName(kind), nullptr);
+    }
+    EXPECT_EQ(std::memcmp(&record, &untouched, sizeof record), 0);
+}
+
+TEST(tRadarAddressTest, namesItsStreamKinds)
+{
+    for (unsigned int kind = 0; kind < 18; ++kind)
+        EXPECT_EQ(RadarAddress::streamKind(RadarAddress::streamName(kind)), static_cast<int>(kind));
+    EXPECT_STREQ(RadarAddress::streamName(11), "secondArpaStream");
+    EXPECT_STREQ(RadarAddress::streamName(14), "arpaSeverCtrl");
+    EXPECT_EQ(RadarAddress::streamKind("ImageStream"), -1);
+    EXPECT_EQ(RadarAddress::streamKind(nullptr), -1);
+}

@@ -1,0 +1,285 @@
+#include <atomic>
+#include <filesystem>
+#include <map>
+#include <pthread.h>
+#include <random>
+#include <thread>
+
+#include "support/replayfixture.h"
+
+using namespace std::chrono_literals;
+using storage::tDataStorageIO;
+
+class tReplayControlTest : public tReplayFixture
+{
+protected:
+    bool call(const std::string& name)
+    {
+        return name == "pause"    ? player->Pause(true)
+               : name == "resume" ? player->Pause(false)
+               : name == "stop"   ? player->Stop()
+               : name == "jump"   ? player->Jump(1.0)
+               : name == "open"   ? player->OpenReadDataFileorFolder(dir.file("o.data"), &log)
+                                  : (player->CloseReadingFile(), true);
+    }
+    static std::size_t entries(const char* folder)
+    {
+        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+    }
+};
+
+TEST_F(tReplayControlTest, answersEveryCallInEveryState)
+{
+    const std::string path = recordWaiting();
+    const char* const calls[] = {"pause", "resume", "stop", "jump", "close"};
+    // What each call tells before it returns.
+    const std::map<std::string, std::vector<std::string>> cases = {{"play", {"2", "1", "1 4 3", "1 4 3 1", "1 4 3"}},
+                                                                   {"pause", {"2", "1", "1 4 3", "1 4 3 1", "1 4 3"}},
+                                                                   {"jump", {"2", "1", "1 3", "1 3 1", "1 3"}},
+                                                                   {"stop", {"no", "no", "no", "1", ""}},
+                                                                   {"close", {"no", "no", "no", "no", ""}}};
+    for (const auto& [state, told] : cases)
+        for (std::size_t i = 0; i < told.size(); ++i)
+        {
+            SCOPED_TRACE(state + " " + calls[i]);
+            open(path);
+            ASSERT_TRUE(log.waitFor("a"));
+            if (state != "play")
+                call(state);
+            EXPECT_TRUE(state != "jump" || log.waitForText("0 1-7200001 1 a 1 4 3 1 z 4"));  // the end
+            log.clear();
+            const bool done = call(calls[i]);
+            EXPECT_EQ((done ? "" : "no") + log.text().substr(0, told[i].size()), told[i]);
+            player->CloseReadingFile();
+            log.clear();
+        }
+}
+
+TEST_F(tReplayControlTest, refusesCallsUntilOpeningHasFinished)
+{
+    std::atomic<bool> tried{false};
+    log.react = [&](const std::string& word) { word == "0" && waitUntil([&] { return tried.load(); }); };
+    EXPECT_FALSE(call("pause") || call("stop") || call("jump"));
+    open(recordWaiting());
+    ASSERT_TRUE(log.waitFor("0"));
+    EXPECT_FALSE(call("pause") || call("stop") || call("jump"));
+    tried = true;
+    EXPECT_TRUE(log.waitForText("0 1-7200001 1 a")) << log.text();
+}
+
+// What is told after a word whose callback makes a call. Where the word is a 2, 4 or 3, a pause and a stop come from
+// outside as well.
+TEST_F(tReplayControlTest, takesCallsFromInsideEveryCallback)
+{
+    const std::string path = recordWaiting();
+    record("o.data", {{5, "o"}});
+    const char* const calls[] = {"pause", "stop", "jump", "close", "open"};
+    const std::vector<std::string> playing = {"2", "1 4 3", "1 4 3 1 z 4", "1 4 3", "1 4 3 0 5-5 1 o 4"};
+    const std::map<std::string, std::vector<std::string>> cases = {
+        {"0", {"no 1-7200001 1 a", "no 1-7200001 1 a", "no 1-7200001 1 a", "", "0 5-5 1 o 4"}},
+        {"1-7200001", {"no 1 a", "no 1 a", "no 1 a", "", "0 5-5 1 o 4"}},
+        {"1", playing},
+        {"a", playing},
+        {"2", playing},
+        {"4", {"2 3", "3", "3 1 z 4", "3", "3 0 5-5 1 o 4"}},
+        {"3", {"no ", "no ", "1 z 4", "", "0 5-5 1 o 4"}}};
+    for (const auto& [place, told] : cases)
+        for (std::size_t i = 0; i < told.size(); ++i)
+        {
+            SCOPED_TRACE(place + " " + calls[i]);
+            std::atomic<const char*> result{nullptr};
+            log.react = [&, at = place](const std::string& word) {
+                if (word != at || result != nullptr)
+                    return;
+                log.clear();
+                result = "";
+                result = call(calls[i]) ? "" : "no ";
+            };
+            open(path);
+            if (place != "0" && place != "1-7200001" && place != "1" && place != "a" && log.waitFor("a"))
+                player->Pause(true);
+            if (place == "3" || place == "4")
+                player->Stop();
+            EXPECT_TRUE(waitUntil([&] { return result != nullptr && result.load() + log.text() == told[i]; }))
+                << log.text();
+            player->CloseReadingFile();
+        }
+}
+
+TEST_F(tReplayControlTest, carriesOutSeveralCallsOfOneCallbackInTheirOrder)
+{
+    const std::string other = record("o.data", {{5, "o"}});
+    log.react = [&](const std::string& word) {
+        if (word == "a" && call("jump") && call("close") && call("stop"))
+            player->OpenReadDataFileorFolder(other, &otherLog);
+    };
+    open(recordWaiting());
+    EXPECT_TRUE(otherLog.waitForText("0 5-5 1 o 4")) << otherLog.text();
+    EXPECT_EQ(log.text(), "0 1-7200001 1 a 1 4 3 1 1 4 3");
+}
+
+TEST_F(tReplayControlTest, playsOnAfterAJumpThoughThePauseCameDuringTheStop)
+{
+    std::atomic<bool> pausing{true};
+    log.react = [&](const std::string& word) { word == "4" && pausing && player->Pause(true); };
+    open(recordWaiting());
+    ASSERT_TRUE(log.waitFor("a"));
+    EXPECT_TRUE(player->Stop());
+    EXPECT_EQ(log.text(), "0 1-7200001 1 a 1 4 2 3");
+    pausing = false;
+    EXPECT_TRUE(player->Jump(1.0));
+    EXPECT_TRUE(log.waitForText("0 1-7200001 1 a 1 4 2 3 1 z 4")) << log.text();
+}
+
+TEST_F(tReplayControlTest, closesThoughTheObserverAsksForMoreAtEveryStop)
+{
+    std::atomic<bool> asking{true}, closed{false};
+    log.react = [&](const std::string& word) { (word == "3" || word == "1") && asking && player->Jump(0); };
+    open(recordWaiting());
+    EXPECT_TRUE(log.waitFor("3", 20));
+    std::thread closer([&] {
+        player->CloseReadingFile();
+        closed = true;
+    });
+    EXPECT_TRUE(waitUntil([&] { return closed.load(); }));
+    asking = false;
+    closer.join();
+}
+
+TEST_F(tReplayControlTest, poursNothingOutWhenASlowObserverIsStopped)
+{
+    log.react = [&](const std::string& word) {
+        word == "b" && waitUntil([&] { return log.count("1") == 2; });  // the stop has begun
+    };
+    open(recordBurst());
+    ASSERT_TRUE(log.waitFor("b"));
+    EXPECT_TRUE(player->Stop());
+    EXPECT_LE(log.segments().size(), 2u);
+    EXPECT_EQ(log.count("4") + log.count("3"), 2u);
+}
+
+TEST_F(tReplayControlTest, tellsTheOldObserverTheEndAndNothingOnceItIsClosed)
+{
+    const std::string path = recordBurst();
+    for (std::size_t round = 0; round < 20; ++round)
+    {
+        tReplayLog closed, next;
+        player->OpenReadDataFileorFolder(path, &closed);
+        ASSERT_TRUE(closed.waitFor("b", 1 + round % 7));
+        player->OpenReadDataFileorFolder(path, &next);
+        const std::string told = closed.text();
+        EXPECT_EQ(told.substr(told.size() - 2), " 3");
+        ASSERT_TRUE(next.waitFor("4"));
+        player->CloseReadingFile();
+        ASSERT_EQ(closed.text(), told);
+        ASSERT_EQ(next.text().substr(0, 15), "0 1000-1000 1 b");
+    }
+}
+
+TEST_F(tReplayControlTest, isDestroyedInAnyState)
+{
+    std::filesystem::create_directory(dir.file("many"));
+    for (int i = 0; i < 60; ++i)
+        record("many/" + std::to_string(i) + ".data", {{1, "a"}, {1 + cHour, "z"}});
+    const std::vector<std::pair<const char*, const char*>> states = {{nullptr, nullptr}, {"0", nullptr}, {"1", nullptr},
+                                                                     {"a", "pause"},     {"a", "jump"},  {"a", "stop"}};
+    for (std::size_t i = 0; i < 200; ++i)
+    {
+        const auto [reached, then] = states[i % states.size()];
+        tReplayLog told;
+        player = std::make_unique<tDataStorageIO>("", ".data");
+        player->OpenReadDataFileorFolder(dir.file("many"), &told);
+        const bool there = reached == nullptr || told.waitFor(reached);
+        EXPECT_TRUE(there && (then == nullptr || call(then))) << told.text();
+        player.reset();
+        const std::string text = told.text();
+        EXPECT_TRUE(told.count("1") == 0 || text.substr(text.size() - 1) == "3") << text;
+    }
+}
+
+TEST_F(tReplayControlTest, opensAgainAfterNoThreadCouldBeStarted)
+{
+    pthread_attr_t usual, huge;
+    ASSERT_EQ(::pthread_getattr_default_np(&usual), 0);
+    ASSERT_EQ(::pthread_getattr_default_np(&huge), 0);
+    ASSERT_EQ(::pthread_attr_setstacksize(&huge, std::size_t{1} << 46), 0);
+    ASSERT_EQ(::pthread_setattr_default_np(&huge), 0);
+    open(recordWaiting());
+    ASSERT_EQ(::pthread_setattr_default_np(&usual), 0);
+    EXPECT_FALSE(call("pause"));
+    EXPECT_EQ(log.text(), "");
+    open(recordWaiting());
+    EXPECT_TRUE(log.waitFor("a")) << log.text();
+}
+
+TEST_F(tReplayControlTest, leavesNoDescriptorAndNoThreadBehind)
+{
+    const std::string path = recordWaiting();
+    std::size_t descriptors = 0, threads = 0;
+    for (std::size_t i = 1; i <= 1'000; ++i)
+    {
+        open(path);
+        EXPECT_TRUE(i % 10 != 0 || log.waitFor("a", i / 10));
+        player->CloseReadingFile();
+        descriptors = i == 100 ? entries("/proc/self/fd") : descriptors;
+        threads = i == 100 ? entries("/proc/self/task") : threads;
+    }
+    EXPECT_EQ(entries("/proc/self/fd"), descriptors);
+    EXPECT_EQ(entries("/proc/self/task"), threads);
+    player.reset();
+    EXPECT_LT(entries("/proc/self/task"), threads);
+}
+
+// Four threads and the callbacks themselves ask for everything at once, two seconds long.
+TEST_F(tReplayControlTest, bearsCallsFromManyThreadsAtOnce)
+{
+    const std::string paths[] = {recordWaiting(), recordBurst(), dir.string(), dir.file("missing")};
+    std::atomic<bool> asking{true};
+    std::atomic<int> delivering{0}, overlaps{0};
+    const auto ask = [&](std::mt19937& random) {
+        switch (random() % 8)
+        {
+        case 0:
+            player->OpenReadDataFileorFolder(paths[random() % 4], random() % 8 != 0 ? &log : nullptr);
+            break;
+        case 1:
+            player->CloseReadingFile();
+            break;
+        case 2:
+            player->Stop();
+            break;
+        case 3:
+            player->Pause(random() % 2 == 0);
+            break;
+        case 4:
+            player->FastSlowForward(0.2 * static_cast<double>(random() % 60));
+            break;
+        default:
+            player->Jump(0.125 * static_cast<double>(random() % 10));
+            break;
+        }
+    };
+    log.react = [&](const std::string& word) {
+        static thread_local std::mt19937 random(
+            static_cast<unsigned>(std::hash<std::thread::id>()(std::this_thread::get_id())));
+        const bool segment = word == "a" || word == "b" || word == "m" || word == "z";
+        overlaps += segment && delivering.fetch_add(1) != 0 ? 1 : 0;
+        if (asking && random() % 16 == 0)
+            ask(random);
+        delivering -= segment ? 1 : 0;
+    };
+    std::vector<std::thread> threads;
+    for (unsigned seed = 0; seed < 4; ++seed)
+        threads.emplace_back([&, seed] {
+            for (std::mt19937 random(seed); asking;)
+                ask(random);
+        });
+    EXPECT_FALSE(waitUntil([&] { return overlaps != 0; }, 2s));
+    asking = false;
+    for (std::thread& thread : threads)
+        thread.join();
+    player->CloseReadingFile();
+    EXPECT_GE(log.count("3"), 10u);
+    player->OpenReadDataFileorFolder(paths[0], &otherLog);
+    EXPECT_TRUE(otherLog.waitForText("0 1-7200001 1 a")) << otherLog.text();
+}

@@ -1,0 +1,368 @@
+#include "KestovaStorage/datastorageio.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <memory>
+#include <thread>
+
+#include "support/pwritehook.h"
+#include "support/recordedsegments.h"
+#include "support/tempdir.h"
+#include "support/waituntil.h"
+
+using namespace std::chrono_literals;
+using storage::tDataStorageIO;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+namespace
+{
+constexpr unsigned long cMoment = 1715934600000;  // 2024-05-17 08:30:00 in UTC
+constexpr unsigned int cPatience_ms = 20'000;
+constexpr std::size_t cIndexCapacity = 476'091;
+
+class tStorageWriterTest : public testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        ::setenv("TZ", "UTC0", 1);
+        ::tzset();
+    }
+    void SetUp() override
+    {
+        // No other test's recordings are reclaimed because the disk of the temporary folder is low.
+        std::atomic_ref<bool>(tDataStorageIO::DiskCheckThreadEnable) = false;
+        io = std::make_unique<tDataStorageIO>(dir.string(), ".data");
+    }
+    void write(const std::string& bytes, unsigned long timestamp = 0) const
+    {
+        io->WriteData(bytes.data(), bytes.size(), timestamp);
+    }
+    // One-byte segments, quick to fill an index with.
+    void writeBytes(std::size_t count, unsigned long timestamp = cMoment) const
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            io->WriteData("x", 1, timestamp);
+    }
+    bool idle() const { return io->WaitWriteIdle(cPatience_ms); }
+    std::string inside(const std::string& path) const { return path.substr(dir.string().size() + 1); }
+    std::vector<std::string> files() const
+    {
+        std::vector<std::string> names;
+        for (const std::string& path : dataFilesIn(dir.string()))
+            names.push_back(inside(path));
+        return names;
+    }
+    static std::size_t entriesOf(const char* folder)
+    {
+        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+    }
+
+    tTempDir dir;
+    std::unique_ptr<tDataStorageIO> io;
+};
+}  // namespace
+
+TEST_F(tStorageWriterTest, recordsFilesIntoAFolderOfTheObject)
+{
+    std::filesystem::create_directory(dir.file("Data_000002_2024.05.16"));
+    EXPECT_FALSE(io->IsWriteEnable());
+    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "radar", false));
+    const std::string first = io->GetCurrentWriteDataFileName();
+    EXPECT_EQ(inside(first), "Data_000003_2024.05.17/0000_2024-05-17_08-30-00_radar.data");
+    EXPECT_TRUE(io->IsWriteEnable());
+    write("one", 1);
+    write("two", 2);
+    ASSERT_TRUE(idle());
+    const tSegments expected{{1, "one"}, {2, "two"}};
+    EXPECT_EQ(segmentsOf(first), expected);  // while it is being written
+    storage::tDataFile file;
+    EXPECT_TRUE(file.open(first) && !file.finished());
+    ASSERT_TRUE(io->CreateNewWritingFile(cMoment + 86'400'000, "", true));
+    EXPECT_EQ(inside(io->GetCurrentWriteDataFileName()), "Data_000003_2024.05.17/0001_2024-05-18_08-30-00.data");
+    EXPECT_TRUE(file.open(first) && file.finished());
+    EXPECT_EQ(segmentsOf(first), expected);
+    io->FinishWrite();
+    io->FinishWrite();
+    EXPECT_FALSE(io->IsWriteEnable());
+    EXPECT_EQ(io->GetCurrentWriteDataFileName(), "");
+    EXPECT_EQ(files().size(), 2u);
+}
+
+TEST_F(tStorageWriterTest, stampsSegmentsWithoutATimeWhenTheyAreWritten)
+{
+    const tTimes_ms before = utils::time::tTimeParser::GetCurrentTime_ms();
+    ASSERT_TRUE(io->CreateNewWritingFile("ignored beside a root/", "", false));
+    write("now");
+    ASSERT_TRUE(idle());
+    const tSegments found = segmentsBelow(dir.string());
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_GE(found[0].time, before);
+    EXPECT_LE(found[0].time, utils::time::tTimeParser::GetCurrentTime_ms());
+    EXPECT_THAT(files(), testing::ElementsAre(MatchesRegex("Data_000000_[0-9.]+/0000_[-0-9_]+[.]data")));
+}
+
+TEST_F(tStorageWriterTest, dropsWhatIsGivenWhileNoFileIsOpen)
+{
+    write("before");
+    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+    write("in", 7);
+    write("");
+    ASSERT_TRUE(idle());
+    io->FinishWrite();
+    write("behind");
+    ASSERT_TRUE(idle());
+    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+    EXPECT_EQ(segmentsBelow(dir.string()), (tSegments{{7, "in"}}));
+    EXPECT_EQ(io->GetSaveCnt(), 4u);
+    EXPECT_EQ(io->GetWriteLostCnt(), 2u);
+}
+
+TEST_F(tStorageWriterTest, refusesWhatNoIndexRecordCanHold)
+{
+    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+    testing::internal::CaptureStderr();
+    io->WriteData("x", 1ul << 32, 1);  // refused before a byte is looked at
+    io->WriteData("x", 1, 1ul << 48);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), MatchesRegex("WriteData: [^\n]+ refused\n"));
+    io->WriteData("x", 1, (1ul << 48) - 1);
+    ASSERT_TRUE(idle());
+    EXPECT_EQ(segmentsBelow(dir.string()), (tSegments{{(1ul << 48) - 1, "x"}}));
+    EXPECT_EQ(io->GetWriteLostCnt(), 2u);
+}
+
+TEST_F(tStorageWriterTest, discardsItsQueueWhenItFinishes)
+{
+    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+    for (std::uint64_t i = 0; i < 20'000; ++i)
+        write(numberedSegment(i, 1000), 1 + i);
+    io->FinishWrite();
+    const tSegments found = segmentsBelow(dir.string());
+    EXPECT_EQ(found.size() + io->GetWriteLostCnt(), 20'000u);
+    for (std::size_t i = 0; i < found.size(); ++i)
+        ASSERT_EQ(found[i], (tSegment{1 + i, numberedSegment(i, 1000)}));
+}
+
+TEST_F(tStorageWriterTest, queuesWithoutWaitingForTheDisk)
+{
+    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+    std::atomic<bool> stuck{false};
+    std::atomic<bool> free{false};
+    const tPwriteHook hook([&](int file, const void* data, std::size_t len, off_t pos) {
+        stuck = true;
+        EXPECT_TRUE(waitUntil([&] { return free.load(); }, 20s));
+        return tPwriteHook::write(file, data, len, pos);
+    });
+    write("first", 1);
+    ASSERT_TRUE(waitUntil([&] { return stuck.load(); }));
+    for (unsigned long i = 2; i <= 1000; ++i)
+        write("more", i);
+    EXPECT_FALSE(io->WaitWriteIdle(20));
+    EXPECT_LE(io->GetWriteDataFifoSize(), 1u);  // as of the writer's last look
+    free = true;
+    ASSERT_TRUE(idle());
+    EXPECT_EQ(segmentsBelow(dir.string()).size(), 1000u);
+    EXPECT_EQ(io->GetWriteDataFifoSize(), 0u);
+}
+
+TEST_F(tStorageWriterTest, rollsOverBehindTheSegmentThatFillsTheIndex)
+{
+    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "x", false));
+    std::atomic<bool> stop{false};
+    std::atomic<std::size_t> wrongNames{0};
+    std::thread reader([&] {
+        while (!stop)
+            wrongNames += io->GetCurrentWriteDataFileName().rfind(dir.string() + "/Data_000000_2024.05.17/000", 0) != 0;
+    });
+    writeBytes(cIndexCapacity - 1);
+    writeBytes(1, cMoment + 60'000);  // its time names the next file
+    writeBytes(cIndexCapacity, cMoment + 120'000);
+    writeBytes(3);
+    EXPECT_TRUE(idle());
+    stop = true;
+    reader.join();
+    EXPECT_EQ(wrongNames, 0u);
+    EXPECT_TRUE(io->IsWriteEnable());
+    io->FinishWrite();
+    std::vector<std::size_t> counts;
+    for (const std::string& path : dataFilesIn(dir.string()))
+        counts.push_back(segmentsOf(path).size());
+    EXPECT_EQ(counts, (std::vector<std::size_t>{cIndexCapacity, cIndexCapacity, 3}));
+    const std::string folder = "Data_000000_2024.05.17/";
+    EXPECT_THAT(files(), testing::ElementsAre(folder + "0000_2024-05-17_08-30-00_x.data",
+                                              folder + "0001_2024-05-17_08-31-00_x.data",
+                                              folder + "0002_2024-05-17_08-32-00_x.data"));
+    EXPECT_EQ(io->GetWriteLostCnt(), 0u);
+}
+
+TEST_F(tStorageWriterTest, rollsOverBehindTheSegmentThatStartsBeyondTheSizeLimit)
+{
+    // Of a large write only the last byte reaches the disk.
+    const tPwriteHook sparse([](int file, const void* data, std::size_t len, off_t pos) {
+        const std::size_t skipped = len > 1'000'000 ? len - 1 : 0;
+        const ssize_t done = tPwriteHook::write(file, static_cast<const char*>(data) + skipped, len - skipped,
+                                                pos + static_cast<off_t>(skipped));
+        return done < 0 ? done : done + static_cast<ssize_t>(skipped);
+    });
+    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+    const std::string large(100'000'000, 'L');
+    for (int i = 0; i < 12; ++i)  // the twelfth starts at 1,110,000,000
+    {
+        write(large, cMoment);
+        ASSERT_TRUE(idle());
+        EXPECT_EQ(inside(io->GetCurrentWriteDataFileName()).find("/0001_") != std::string::npos, i == 11);
+    }
+    write("next", cMoment);
+    ASSERT_TRUE(idle());
+    storage::tDataFile file;
+    ASSERT_TRUE(file.open(*dataFilesIn(dir.string()).begin()));
+    EXPECT_EQ(file.recordCount(), 12u);
+    EXPECT_EQ(segmentsOf(io->GetCurrentWriteDataFileName()), (tSegments{{cMoment, "next"}}));
+}
+
+TEST_F(tStorageWriterTest, stopsWhileItIsAboutToRollOver)
+{
+    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+    writeBytes(cIndexCapacity - 1);
+    ASSERT_TRUE(idle());
+    std::atomic<bool> crossing{false};
+    const tPwriteHook hook([&](int file, const void* data, std::size_t len, off_t pos) {
+        // Holds the segment that fills the index back until the writer has been told to stop.
+        const bool isLast = pos == off_t{10'000'000} + static_cast<off_t>(cIndexCapacity) - 1;
+        if (isLast && !crossing.exchange(true))
+        {
+            const auto lost = io->GetWriteLostCnt();
+            EXPECT_TRUE(waitUntil([&] { return (writeBytes(1), io->GetWriteLostCnt() > lost); }, 20s));
+        }
+        return tPwriteHook::write(file, data, len, pos);
+    });
+    writeBytes(100);
+    ASSERT_TRUE(waitUntil([&] { return crossing.load(); }));
+    io->FinishWrite();
+    EXPECT_EQ(files().size(), 1u);
+    EXPECT_EQ(segmentsBelow(dir.string()).size() + io->GetWriteLostCnt(), io->GetSaveCnt());
+    EXPECT_EQ(segmentsBelow(dir.string()).size(), cIndexCapacity);
+}
+
+TEST_F(tStorageWriterTest, overwritesNoFile)
+{
+    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+    write("kept", 5);
+    ASSERT_TRUE(idle());
+    const std::string first = io->GetCurrentWriteDataFileName();
+    std::ofstream(std::filesystem::path(first).parent_path() / "zzz.data");  // numbers begin at 0 again behind it
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(io->CreateNewWritingFile(cMoment, "", false));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("newfile already exist!\r\n"));
+    EXPECT_FALSE(io->IsWriteEnable());
+    EXPECT_EQ(io->GetCurrentWriteDataFileName(), "");
+    EXPECT_EQ(segmentsOf(first), (tSegments{{5, "kept"}}));
+    ASSERT_TRUE(io->CreateNewWritingFile(cMoment + 1000, "", false));  // a roll-over into a file that exists
+    testing::internal::CaptureStderr();
+    writeBytes(cIndexCapacity + 2);
+    EXPECT_TRUE(idle());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("newfile already exist!\r\n"));
+    EXPECT_FALSE(io->IsWriteEnable());
+    EXPECT_EQ(io->GetCurrentWriteDataFileName(), "");
+    EXPECT_EQ(io->GetWriteLostCnt(), 2u);
+    EXPECT_TRUE(io->CreateNewWritingFile(cMoment + 2000, "", false));
+}
+
+TEST_F(tStorageWriterTest, recordsWhereTheCallerSaysWithoutARoot)
+{
+    tDataStorageIO rootless("", ".data");
+    ASSERT_TRUE(rootless.CreateNewWritingFile(dir.file("a/b/"), "mine", false));
+    EXPECT_THAT(inside(rootless.GetCurrentWriteDataFileName()), MatchesRegex("a/b/0000_[-0-9_]+_mine[.]data"));
+    std::ofstream(dir.file("file"));
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(rootless.CreateNewWritingFile(dir.file("file/"), "", false));
+    EXPECT_FALSE(rootless.CreateNewWritingFile("", "", false));
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_NE(said.find("newfile path mkdir failed!\r\n"), said.rfind("newfile path mkdir failed!\r\n"));
+    EXPECT_FALSE(rootless.IsWriteEnable());
+}
+
+TEST_F(tStorageWriterTest, fallsBackToAFolderBesideTheWorkingFolder)
+{
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(
+        {
+            std::filesystem::current_path(dir.path());
+            std::ofstream("file");
+            tDataStorageIO lost("file/below", ".data");
+            const bool started = lost.CreateNewWritingFile(cMoment, "", false);
+            std::fputs(lost.GetCurrentWriteDataFileName().c_str(), stderr);
+            std::_Exit(started && std::filesystem::exists(lost.GetCurrentWriteDataFileName()) ? 7 : 1);
+        },
+        testing::ExitedWithCode(7), "[.]/RadarDataStorageData_000000_2024.05.17/0000_2024-05-17_08-30-00.data");
+}
+
+TEST_F(tStorageWriterTest, accountsForEverySegmentWhateverThreadsDo)
+{
+    std::atomic<bool> stop{false};
+    const auto repeat = [&](auto work) {
+        return std::thread([&stop, work] {
+            for (std::uint64_t i = 0; !stop; ++i)
+                work(i);
+        });
+    };
+    std::vector<std::thread> threads;
+    for (std::uint64_t producer = 0; producer < 2; ++producer)
+        threads.push_back(repeat([this, producer](std::uint64_t i) {
+            write(numberedSegment(2 * i + producer, 8 + i % 20'000 * (i % 50 == 0)), 1 + i);
+            if (i % 1000 == 0)
+                io->WaitWriteIdle(5);
+        }));
+    threads.push_back(repeat([this](std::uint64_t i) { io->CreateNewWritingFile(cMoment + 1000 * i, "", false); }));
+    threads.push_back(repeat([this](std::uint64_t) { io->FinishWrite(); }));
+    threads.push_back(repeat([this](std::uint64_t) { (void)io->GetCurrentWriteDataFileName().size(); }));
+    EXPECT_TRUE(waitUntil([&] { return files().size() >= 100 && io->GetSaveCnt() >= 20'000; }, 30s));
+    stop = true;
+    for (std::thread& thread : threads)
+        thread.join();
+    io->FinishWrite();
+    std::set<std::uint64_t> numbers;
+    const tSegments found = segmentsBelow(dir.string());
+    for (const tSegment& segment : found)
+    {
+        const std::uint64_t number = numberOf(segment.bytes);
+        ASSERT_EQ(segment.bytes, numberedSegment(number, segment.bytes.size()));
+        EXPECT_TRUE(numbers.insert(number).second);
+    }
+    EXPECT_EQ(found.size() + io->GetWriteLostCnt(), io->GetSaveCnt());
+}
+
+TEST_F(tStorageWriterTest, endsWhileItIsWriting)
+{
+    for (int i = 0; i < 200; ++i)
+    {
+        ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+        for (int segment = 0; segment < i; ++segment)
+            write(numberedSegment(1, 100 * static_cast<std::size_t>(8 + i)), 1);
+        io = std::make_unique<tDataStorageIO>(dir.string(), ".data");
+    }
+    EXPECT_EQ(files().size(), 200u);
+    EXPECT_EQ(inside(*dataFilesIn(dir.string()).rbegin()).rfind("Data_000199_", 0), 0u);
+}
+
+TEST_F(tStorageWriterTest, keepsNothingOfFinishedFiles)
+{
+    const auto cycle = [this] {
+        ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+        write("segment", 1);
+        ASSERT_TRUE(idle());
+        io->FinishWrite();
+        std::filesystem::remove_all(dir.file("Data_000000_2024.05.17"));
+    };
+    cycle();
+    const std::size_t descriptors = entriesOf("/proc/self/fd");
+    const std::size_t threads = entriesOf("/proc/self/task");
+    for (int i = 0; i < 1000; ++i)
+        cycle();
+    EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
+    EXPECT_LE(entriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(io->GetWriteLostCnt(), 0u);
+}

@@ -1,0 +1,66 @@
+// tDatagramCollector: keeps what a receiver delivers. testGroup: a multicast group that no other test uses.
+#ifndef KESTOVA_TESTS_DATAGRAMCOLLECTOR_H
+#define KESTOVA_TESTS_DATAGRAMCOLLECTOR_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "UdpSocket/udpsocket.h"
+
+struct tReceivedDatagram
+{
+    std::string from;
+    int fromPort;
+    std::string group;
+    int groupPort;
+    std::string payload;
+};
+
+class tDatagramCollector : public net::iUdpDataListener
+{
+public:
+    void OnUdpGroupDataReceived(const char* fromAddr, int fromPort, const char* groupAddr, int groupPort,
+                                const char* data, int len) override
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_received.push_back(
+            {fromAddr, fromPort, groupAddr, groupPort, std::string(data, static_cast<std::size_t>(len))});
+    }
+    std::vector<tReceivedDatagram> all() const
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        return m_received;
+    }
+    std::size_t count() const
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        return m_received.size();
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<tReceivedDatagram> m_received;  // guarded by m_mutex
+};
+
+inline std::uint32_t loopbackIp()
+{
+    return net::transAddr("127.0.0.1");
+}
+
+// A new group at every call, different in every process that runs at the same time. Loopback only.
+inline NetAddress testGroup()
+{
+    static std::atomic<unsigned int> s_next{1};
+    const auto process = static_cast<unsigned int>(::getpid());
+    const std::string group = "239." + std::to_string(192 + process / 65536 % 32) + "." +
+                              std::to_string(process / 256 % 256) + "." + std::to_string(process % 256);
+    const unsigned int port = 21000 + (process * 64 + s_next++) % 10000;
+    return {net::transAddr(group.c_str()), net::HtoNs(static_cast<std::uint16_t>(port))};
+}
+
+#endif

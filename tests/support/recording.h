@@ -1,0 +1,85 @@
+// Recordings made by hand, byte by byte, so that reading is not tested against what writing happens to produce.
+#ifndef KESTOVA_TESTS_RECORDING_H
+#define KESTOVA_TESTS_RECORDING_H
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <fcntl.h>
+#include <fstream>
+#include <string>
+#include <system_error>
+#include <unistd.h>
+#include <vector>
+
+template <typename tNumber>
+std::string littleEndian(tNumber value)
+{
+    std::string bytes;
+    for (std::size_t i = 0; i < sizeof value; ++i)
+        bytes += static_cast<char>(static_cast<std::uint64_t>(value) >> (8 * i) & 0xFF);
+    return bytes;
+}
+
+// Puts bytes into a file, which is made where it is missing; what nobody puts anywhere stays a hole.
+inline void putBytes(const std::string& path, std::uint64_t offset, const std::string& bytes)
+{
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    const ssize_t put = ::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(offset));
+    ::close(fd);
+    if (put != static_cast<ssize_t>(bytes.size()))
+        throw std::system_error(errno, std::generic_category(), path);
+}
+
+struct tHandSegment
+{
+    std::uint64_t time;
+    std::string bytes;
+};
+
+inline const std::string cPlainMagic("\x00\x1A\xA0\xD0", 4);
+inline const std::string cHuffmanMagic("\x00\xDE\xC0\xE0", 4);
+
+inline std::string indexHead(std::uint32_t indexNum, std::uint32_t segmentMaxLen = 0)
+{
+    return littleEndian(indexNum) + littleEndian(segmentMaxLen);
+}
+
+inline std::string indexRecord(std::uint64_t time, std::uint64_t pos, std::uint32_t len)
+{
+    return littleEndian(time) + littleEndian(pos) + littleEndian(len) + '\0';
+}
+
+// One plain data file. Its segments may begin anywhere: readers go by the index.
+inline void recordByHand(const std::string& path, const std::vector<tHandSegment>& segments, bool finished = true,
+                         std::uint64_t payloadPos = 10'000'000)
+{
+    std::string index, payload;
+    for (const tHandSegment& segment : segments)
+    {
+        index +=
+            indexRecord(segment.time, payloadPos + payload.size(), static_cast<std::uint32_t>(segment.bytes.size()));
+        payload += segment.bytes;
+    }
+    putBytes(path, 0, cPlainMagic);
+    if (finished)
+        putBytes(path, 2000, indexHead(static_cast<std::uint32_t>(segments.size())));
+    putBytes(path, 2048, index);
+    putBytes(path, payloadPos, payload);
+}
+
+// Writes a file of the test data that is kept as a list of its pieces: lines of an offset and bytes in hexadecimal.
+inline void writePieces(const std::string& list, const std::string& path)
+{
+    std::ifstream in(list);
+    std::string hex;
+    for (std::uint64_t offset = 0; in >> offset >> hex;)
+    {
+        std::string bytes;
+        for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+            bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
+        putBytes(path, offset, bytes);
+    }
+}
+
+#endif

@@ -1,0 +1,104 @@
+// tSaverFixture: a radar on loopback groups of this process's own, a recorder of it, and what it has recorded.
+#ifndef KESTOVA_TESTS_SAVERFIXTURE_H
+#define KESTOVA_TESTS_SAVERFIXTURE_H
+
+#include <gtest/gtest.h>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "KestovaStorage/radardatasaver.h"
+#include "KestovaUtils/multiradarclient.h"
+#include "UdpSocket/udpsocket.h"
+#include "support/recordedpackages.h"
+#include "support/tempdir.h"
+#include "support/waituntil.h"
+
+class tSaverFixture : public testing::Test
+{
+protected:
+    static constexpr int cFixedGroupCount = 3;
+
+    void SetUp() override { ASSERT_TRUE(client.setLocalInterface("127.0.0.1")); }
+
+    static std::string groupText()
+    {
+        const auto pid = static_cast<unsigned>(::getpid());
+        return "239." + std::to_string(64 + (pid >> 16 & 63)) + "." + std::to_string(pid >> 8 & 255) + "." +
+               std::to_string(pid & 255);
+    }
+    static int port(int stream) { return 42000 + stream; }
+    static NetAddress group(int stream)
+    {
+        return {net::transAddr(groupText().c_str()), net::HtoNs(static_cast<uint16_t>(port(stream)))};
+    }
+    // Enters a radar that sends each kind on the group of the kind's number plus `shift`.
+    void enter(const char* serial, unsigned short id, std::initializer_list<eReadWriteType> kinds, int shift = 0)
+    {
+        RadarAddress radar{};
+        for (const eReadWriteType kind : kinds)
+            radar.setStreamAddress(kind, group(kind + shift));
+        client.setAddress(serial, id, radar);
+    }
+    std::unique_ptr<Kestova::tRadarDataSaver> makeSaver(std::vector<eReadWriteType> kinds = {eImageStream})
+    {
+        return std::make_unique<Kestova::tRadarDataSaver>(kinds.data(), static_cast<int>(kinds.size()), dir.string(),
+                                                          ".data", "");
+    }
+    // A saver of radar A1:2, number 1, whose sockets are open.
+    std::unique_ptr<Kestova::tRadarDataSaver> connectedSaver(std::vector<eReadWriteType> kinds = {eImageStream})
+    {
+        enter("A1:2", 1, {eImageStream, eImageCtrl, eArpaStream, eGpsDev, eSecondArpaStream});
+        auto made = makeSaver(kinds);
+        EXPECT_TRUE(made->connect("A1:2", 1, false));
+        EXPECT_TRUE(socketsOpen(*made));
+        return made;
+    }
+    static std::vector<Kestova::tGroupCounters> groups(const Kestova::tRadarDataSaver& saver)
+    {
+        std::vector<Kestova::tGroupCounters> counters(32);
+        counters.resize(static_cast<std::size_t>(saver.GetGroupCounters(counters.data(), 32)));
+        return counters;
+    }
+    static bool socketsOpen(const Kestova::tRadarDataSaver& saver)
+    {
+        return waitUntil([&] { return saver.GetGroupCounters(nullptr, 0) >= cFixedGroupCount; });
+    }
+    static bool received(const Kestova::tRadarDataSaver& saver, int stream, uint64_t datagrams)
+    {
+        return waitUntil([&] {
+            for (const Kestova::tGroupCounters& counters : groups(saver))
+                if (counters.port == port(stream) && counters.datagrams >= datagrams)
+                    return true;
+            return false;
+        });
+    }
+    void send(int stream, const std::string& payload)
+    {
+        net::UdpSender(group(stream), net::transAddr("127.0.0.1"), 0)
+            .sendData(payload.data(), static_cast<int>(payload.size()));
+    }
+    // Everything recorded but what came on the fixed groups, which any recorder or player of this machine may use.
+    std::vector<tRecordedPackage> recorded() const
+    {
+        std::vector<tRecordedPackage> own;
+        for (const tRecordedPackage& package : recordedPackages(dir.string()))
+            if (net::transAddr(package.group.ip).rfind("236.6.7.", 0) != 0)
+                own.push_back(package);
+        return own;
+    }
+    std::vector<std::string> payloads() const
+    {
+        std::vector<std::string> texts;
+        for (const tRecordedPackage& package : recorded())
+            texts.push_back(package.payload);
+        return texts;
+    }
+
+    MultiRadarClient& client = *MultiRadarClient::getInstance();
+    tTempDir dir;
+};
+
+#endif
