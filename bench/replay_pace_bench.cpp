@@ -1,0 +1,123 @@
+// How true the pace of a replay is, and what it costs.
+//
+//   replay_pace_bench [RUNS]
+//
+// Plays 20 s of records, one every 0.5 ms, at the recorded pace. The pace error compares the time from the first to the
+// last record with the recorded one. A record's lateness is counted from the start of its recorded millisecond, the
+// earliest record of the run being on time. CPU time is that of the whole process.
+// Median of RUNS runs (5 unless told otherwise: 100 s). bench/replay_pace_peer.sh plays the same with tcpreplay.
+#include <atomic>
+#include <cmath>
+#include <sys/resource.h>
+
+#include "KestovaStorage/datastorageio.h"
+#include "bench/measure.h"
+
+namespace
+{
+using bench::tClock;
+
+constexpr std::size_t cRecords = 40'000;
+constexpr unsigned long cFirstTime = 1'700'000'000'000;
+constexpr double cRecordedSpan = (cRecords / 2 - 1) / 1e3;
+
+class tObserver final : public storage::iDataReadReplayObserver
+{
+public:
+    tObserver() { m_arrivals.reserve(cRecords); }
+    void UpdateReplayStatus(uint8_t status) override
+    {
+        m_ended = status == storage::eReplayEnded;
+        m_ended.notify_all();
+    }
+    void UpdateDataTimeSpan(uint64_t, uint64_t) override {}
+    void UpdateReplayData(uint64_t time, double, const char*, unsigned int, std::string) override
+    {
+        m_arrivals.push_back({tClock::now(), time});
+    }
+    void waitEnded() const { m_ended.wait(false); }
+
+    struct tArrival
+    {
+        tClock::time_point at;
+        std::uint64_t recorded;
+    };
+    std::vector<tArrival> m_arrivals;
+
+private:
+    std::atomic<bool> m_ended{false};
+};
+
+double cpuSeconds()
+{
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval& t) {
+        return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+void makeRecording(const std::string& folder)
+{
+    storage::tDataStorageIO storage("", ".data");
+    storage.CreateNewWritingFile(folder, "", false);
+    const std::string segment(583, 's');
+    for (std::size_t i = 0; i < cRecords; ++i)
+        storage.WriteData(segment.data(), segment.size(), cFirstTime + i / 2);
+    storage.WaitWriteIdle(10'000);
+}
+
+struct tPace
+{
+    double error, lateness, cpu;
+};
+
+tPace play(const std::string& folder)
+{
+    tObserver observer;
+    storage::tDataStorageIO storage("", ".data");
+    const double cpuBefore = cpuSeconds();
+    const auto start = tClock::now();
+    storage.OpenReadDataFileorFolder(folder, &observer);
+    observer.waitEnded();
+    const double cpu = (cpuSeconds() - cpuBefore) / bench::secondsSince(start);
+    storage.CloseReadingFile();
+
+    const auto& arrivals = observer.m_arrivals;
+    if (arrivals.size() != cRecords)
+        std::exit(1);
+    std::vector<double> offsets;  // from the recorded millisecond to the arrival, up to a constant
+    for (const auto& arrival : arrivals)
+        offsets.push_back(std::chrono::duration<double>(arrival.at - arrivals.front().at).count() * 1e3 -
+                          static_cast<double>(arrival.recorded - cFirstTime));
+    // The first two milliseconds are due together at the start: pace and lateness are counted behind them.
+    offsets.erase(offsets.begin(), offsets.begin() + 4);
+    const double earliest = *std::min_element(offsets.begin(), offsets.end());
+    for (double& offset : offsets)
+        offset -= earliest;
+    const double span = std::chrono::duration<double>(arrivals.back().at - arrivals[4].at).count() /
+                        (static_cast<double>(arrivals.back().recorded - arrivals[4].recorded) / 1e3);
+    return {std::fabs(span - 1.0) * 100, bench::percentile(offsets, 0.99), cpu * 100};
+}
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    bench::announce("replay_pace_bench: 20 s of records every 0.5 ms");
+    const bench::tScratch scratch(nullptr);
+    makeRecording(scratch.path());
+    std::vector<double> errors, lateness, cpu;
+    for (int run = 0; run < (argc > 1 ? std::atoi(argv[1]) : 5); ++run)
+    {
+        const tPace pace = play(scratch.path());
+        errors.push_back(pace.error);
+        lateness.push_back(pace.lateness);
+        cpu.push_back(pace.cpu);
+    }
+    const auto error = bench::figuresOf(errors), late = bench::figuresOf(lateness), used = bench::figuresOf(cpu);
+    std::printf("  pace error   %.4f %% (%.4f to %.4f; wanted: 0.01)\n", error.median, error.low, error.high);
+    std::printf("  lateness p99 %.3f ms (%.3f to %.3f; wanted: 0.5)\n", late.median, late.low, late.high);
+    std::printf("  CPU          %.1f %% of a core (%.1f to %.1f; wanted: 5)\n", used.median, used.low, used.high);
+    return 0;
+}

@@ -1,0 +1,153 @@
+// How fast segments get into a file, and what that costs whoever produces them.
+//
+//   storage_write_bench [FOLDER]
+//
+// Sustained: 2,000,000 segments of 583 bytes are given to WriteData at full speed; a run lasts until all of them are in
+// the file (page cache). The yardsticks write the same bytes, in the same run: write(2) in blocks of 1 MiB, and fwrite
+// segment by segment through a buffer of 1 MiB. The producer's mean is the time spent in WriteData over the segments.
+// Paced: 20,000 segments a second for 5 s; percentiles of single calls (the clock's own cost is part of each).
+// Medians of five runs, in turn; files go to FOLDER, by default the system's temporary folder.
+#include <fcntl.h>
+#include <memory>
+#include <thread>
+
+#include "KestovaStorage/datastorageio.h"
+#include "bench/measure.h"
+
+namespace
+{
+using bench::tClock;
+
+constexpr int cRuns = 5;
+constexpr std::size_t cSegments = 2'000'000;
+constexpr std::size_t cSegmentLen = 583;
+constexpr std::size_t cBytes = cSegments * cSegmentLen;
+constexpr std::size_t cBlock = 1 << 20;
+constexpr unsigned long cTime = 1'700'000'000'000;
+
+struct tRecording
+{
+    double sustained;  // s until everything is in the file
+    double produced;   // s until everything is queued
+};
+
+tRecording record(const std::string& folder, const std::string& segment)
+{
+    storage::tDataStorageIO storage("", ".data");
+    if (!storage.CreateNewWritingFile(folder, "bench", false))
+        std::exit(1);
+    tRecording result{};
+    const auto start = tClock::now();
+    for (std::size_t i = 0; i < cSegments; ++i)
+        storage.WriteData(segment.data(), segment.size(), cTime + i);
+    result.produced = bench::secondsSince(start);
+    if (!storage.WaitWriteIdle(60'000) || storage.GetWriteLostCnt() != 0)
+        std::exit(1);
+    result.sustained = bench::secondsSince(start);
+    return result;
+}
+
+double writeBlocks(const std::string& path)
+{
+    const std::unique_ptr<char[]> block(new char[cBlock]());
+    const auto start = tClock::now();
+    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    for (std::size_t done = 0; done < cBytes; done += cBlock)
+    {
+        if (::write(file, block.get(), std::min(cBlock, cBytes - done)) < 0)
+            std::exit(1);
+    }
+    ::close(file);
+    return bench::secondsSince(start);
+}
+
+double writeStream(const std::string& path, const std::string& segment)
+{
+    std::vector<char> buffer(cBlock);
+    const auto start = tClock::now();
+    FILE* const file = std::fopen(path.c_str(), "wb");
+    std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
+    for (std::size_t i = 0; i < cSegments; ++i)
+        std::fwrite(segment.data(), segment.size(), 1, file);
+    std::fclose(file);
+    return bench::secondsSince(start);
+}
+
+void clear(const std::string& folder)
+{
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        std::filesystem::remove_all(entry.path());
+}
+
+void sustained(const std::string& folder, const std::string& segment)
+{
+    std::vector<double> recorded, produced, blocks, streamed;
+    for (int run = 0; run <= cRuns; ++run)  // the first warms up
+    {
+        const tRecording mine = record(folder, segment);
+        clear(folder);
+        const double byBlocks = writeBlocks(folder + "blocks");
+        clear(folder);
+        const double byStream = writeStream(folder + "stream", segment);
+        clear(folder);
+        if (run == 0)
+            continue;
+        recorded.push_back(mine.sustained);
+        produced.push_back(mine.produced);
+        blocks.push_back(byBlocks);
+        streamed.push_back(byStream);
+    }
+    const auto rate = [](const bench::tFigures& f) { return static_cast<double>(cBytes) / f.median / 1e9; };
+    const auto mine = bench::figuresOf(recorded), first = bench::figuresOf(blocks), second = bench::figuresOf(streamed);
+    const auto print = [&](const char* name, const bench::tFigures& f) {
+        std::printf("  %-34s %6.2f GB/s  (%.3f to %.3f s)\n", name, rate(f), f.low, f.high);
+    };
+    print("WriteData, until in the file", mine);
+    print("write(2), blocks of 1 MiB", first);
+    print("fwrite, buffer of 1 MiB", second);
+    std::printf("  ratio to write(2) %.2f (wanted: 0.5), to fwrite %.2f (wanted: 2)\n", first.median / mine.median,
+                second.median / mine.median);
+    std::printf("  producer at full speed: mean %.0f ns a segment (wanted: 200)\n",
+                bench::figuresOf(produced).median / cSegments * 1e9);
+}
+
+void paced(const std::string& folder, const std::string& segment)
+{
+    constexpr auto cGap = std::chrono::microseconds(50);
+    constexpr std::size_t cCount = 100'000;
+    std::vector<double> p50, p99, worst;
+    for (int run = 0; run < cRuns; ++run)
+    {
+        storage::tDataStorageIO storage("", ".data");
+        storage.CreateNewWritingFile(folder, "paced", false);
+        std::vector<double> calls(cCount);
+        auto due = tClock::now();
+        for (double& call : calls)
+        {
+            while (tClock::now() < due)
+            {}
+            const auto start = tClock::now();
+            storage.WriteData(segment.data(), segment.size(), cTime);
+            call = bench::secondsSince(start) * 1e9;
+            due += cGap;
+        }
+        storage.FinishWrite();
+        clear(folder);
+        p50.push_back(bench::percentile(calls, 0.5));
+        p99.push_back(bench::percentile(calls, 0.99));
+        worst.push_back(*std::max_element(calls.begin(), calls.end()));
+    }
+    std::printf("  paced 20,000/s: p50 %.0f ns, p99 %.0f ns (wanted: 1000), worst %.0f ns\n",
+                bench::figuresOf(p50).median, bench::figuresOf(p99).median, bench::figuresOf(worst).median);
+}
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    bench::announce("storage_write_bench: WriteData to file, 2,000,000 segments of 583 bytes");
+    const bench::tScratch scratch(argc > 1 ? argv[1] : nullptr);
+    const std::string segment(cSegmentLen, 's');
+    sustained(scratch.path(), segment);
+    paced(scratch.path(), segment);
+    return 0;
+}
