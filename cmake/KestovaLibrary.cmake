@@ -5,7 +5,8 @@
 #   NAME             the shared library with its SONAME, hidden symbols and an RPATH beside itself
 #   Kestova::NAME    its alias, exported for find_package(KestovaStorage)
 #   NAME.pc          its pkg-config file
-# HEADERS are the public headers, installed below include/kestova/NAME/. USES names other libraries of this project.
+# HEADERS are the public headers, installed below include/kestova/NAME/ and collected, as NAME/header, in the global
+# property KESTOVA_PUBLIC_HEADERS. USES names other libraries of this project.
 set(KESTOVA_INCLUDE_DIR "${CMAKE_INSTALL_INCLUDEDIR}/kestova")
 
 function(kestova_library name)
@@ -34,6 +35,8 @@ function(kestova_library name)
 
   install(TARGETS ${name} EXPORT KestovaTargets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
   install(FILES ${arg_HEADERS} DESTINATION "${KESTOVA_INCLUDE_DIR}/${name}")
+  list(TRANSFORM arg_HEADERS PREPEND "${name}/" OUTPUT_VARIABLE public_headers)
+  set_property(GLOBAL APPEND PROPERTY KESTOVA_PUBLIC_HEADERS ${public_headers})
 
   string(JOIN ", " requires ${arg_USES})
   file(RELATIVE_PATH PC_RELATIVE_PREFIX "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
