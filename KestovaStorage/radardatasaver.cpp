@@ -280,6 +280,7 @@ void tRadarDataSaver::ManualWriteData(const char* addr, int port, const char* da
     d->ManualWriteData(addr, port, data, len, timestamp);
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is the interface
 bool tRadarDataSaver::CreateNewWritingFile(std::string extFileName, bool compress, unsigned long timestamp)
 {
     return d->CreateNewWritingFile(timestamp, extFileName, compress);

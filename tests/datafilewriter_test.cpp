@@ -242,7 +242,7 @@ class tDyingWriterTest : public tDataFileWriterTest
 {
 protected:
     static constexpr std::size_t cPage = 4096;
-    static constexpr std::size_t cLen = 8;  // of every segment
+    static constexpr std::size_t cLen = 300;  // of every segment: a length that was cut is another
 
     ssize_t writePageByPage(int file, const void* data, std::size_t len, off_t pos)
     {
@@ -279,6 +279,7 @@ protected:
             ASSERT_EQ(record.pos, cPayloadPos + visible * cLen) << "record " << visible;
             ASSERT_EQ(record.len, cLen) << "record " << visible;
         }
+        ASSERT_LE(cPayloadPos + visible * cLen, std::max(cPayloadPos, std::filesystem::file_size(path)));
         const bool moreOnDisk = visible != m_shown;
         m_shown = visible;
         if (moreOnDisk && from % cPage + 3 * cIndexSlotSize > cPage)

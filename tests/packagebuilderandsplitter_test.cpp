@@ -262,14 +262,14 @@ TEST_F(tPackageBuilderAndSplitterTest, deliversEverySinglePackageWithoutAnotherP
 TEST_F(tPackageBuilderAndSplitterTest, losesNoWakeUpToClear)
 {
     const tSilence silence;
-    std::atomic<bool> clearing{true};
+    std::atomic<bool> cleared{false};
     std::thread clearer([&] {
-        while (clearing)
+        for (int i = 0; i < 5'000; ++i)
             m_object.Clear();
+        cleared = true;
     });
-    for (std::uint32_t i = 0; i < 3'000; ++i)
+    for (std::uint32_t i = 0; !cleared; ++i)
         load(makePackage(i, "", i % 2 == 0 ? eIdentify : eReadType));
-    clearing = false;
     clearer.join();
     m_object.Clear();
     load(makePackage(1, "last one", eIdentify) + makePackage(2, "last one", eReadType));

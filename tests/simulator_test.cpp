@@ -103,12 +103,12 @@ TEST(tSimulatorTest, laysASpokeOutToTheByte)
     echoes[0] = 7;
     echoes[511] = 200;
     std::string bytes;
-    encodeSpoke(4096 * 70'000ull + 258, cNoon, echoes, bytes);
+    encodeSpoke(4096 * 70'001ull + 258, cNoon, echoes, bytes);
     ASSERT_EQ(bytes.size(), 542u);
     EXPECT_EQ(bytes.substr(0, 4), "\x5a\xa5\xe0" + std::string(1, '\0'));
     EXPECT_EQ(bytes.substr(4, 4), std::string("\x02\x01\x00\x10", 4));
     EXPECT_EQ(numberAt<std::uint32_t>(bytes, 8), 11'112u);
-    EXPECT_EQ(numberAt<std::uint32_t>(bytes, 12), 286'720'258u);
+    EXPECT_EQ(numberAt<std::uint32_t>(bytes, 12), 286'724'354u);
     EXPECT_EQ(numberAt<std::uint64_t>(bytes, 16), cNoon);
     EXPECT_EQ(bytes.substr(24, 6), std::string(6, '\0'));
     EXPECT_EQ(bytes[30], 7);

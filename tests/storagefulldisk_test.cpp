@@ -66,7 +66,7 @@ protected:
     // Mixed lengths, many of them queued at once, until `count` of them are lost.
     void writeUntilLost(std::uint64_t count)
     {
-        while (io->GetWriteLostCnt() < count && given < 1'000'000)
+        while (io->GetWriteLostCnt() < count && given < 100'000)
         {
             for (int i = 0; i < 200; ++i)
                 write(8 + given * 7919 % 3000 + (given % 20 == 0 ? 40'000 : 0));

@@ -173,9 +173,18 @@ TEST_F(tStorageWriterTest, rollsOverBehindTheSegmentThatFillsTheIndex)
     ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "x", false));
     std::atomic<bool> stop{false};
     std::atomic<std::size_t> wrongNames{0};
+    const auto look = [&] {
+        wrongNames += io->GetCurrentWriteDataFileName().rfind(dir.string() + "/Data_000000_2024.05.17/000", 0) != 0;
+    };
     std::thread reader([&] {
         while (!stop)
-            wrongNames += io->GetCurrentWriteDataFileName().rfind(dir.string() + "/Data_000000_2024.05.17/000", 0) != 0;
+            look();
+    });
+    // Looks also while one file ends and the next begins.
+    const tPwriteHook hook([&](int file, const void* data, std::size_t len, off_t pos) {
+        if (pos < 2048)
+            look();
+        return tPwriteHook::write(file, data, len, pos);
     });
     writeBytes(cIndexCapacity - 1);
     writeBytes(1, cMoment + 60'000);  // its time names the next file
@@ -184,12 +193,16 @@ TEST_F(tStorageWriterTest, rollsOverBehindTheSegmentThatFillsTheIndex)
     EXPECT_TRUE(idle());
     stop = true;
     reader.join();
-    EXPECT_EQ(wrongNames, 0u);
     EXPECT_TRUE(io->IsWriteEnable());
     io->FinishWrite();
+    EXPECT_EQ(wrongNames, 0u);
     std::vector<std::size_t> counts;
     for (const std::string& path : dataFilesIn(dir.string()))
-        counts.push_back(segmentsOf(path).size());
+    {
+        storage::tDataFile file;
+        EXPECT_TRUE(file.open(path) && file.finished());
+        counts.push_back(file.recordCount());
+    }
     EXPECT_EQ(counts, (std::vector<std::size_t>{cIndexCapacity, cIndexCapacity, 3}));
     const std::string folder = "Data_000000_2024.05.17/";
     EXPECT_THAT(files(), testing::ElementsAre(folder + "0000_2024-05-17_08-30-00_x.data",

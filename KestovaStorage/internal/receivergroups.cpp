@@ -34,7 +34,7 @@ void endAll(tReceivers receivers)
 }
 }  // namespace
 
-void tReceiverGroups::open(std::vector<tRadarGroup> groups, std::uint32_t localIp)
+void tReceiverGroups::open(const std::vector<tRadarGroup>& groups, std::uint32_t localIp)
 {
     close();
     {

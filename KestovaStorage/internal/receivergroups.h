@@ -37,7 +37,7 @@ public:
     tReceiverGroups& operator=(const tReceiverGroups&) = delete;
 
     // Joins `groups`, each address once in it, on the interface with this address. What was open is closed first.
-    void open(std::vector<tRadarGroup> groups, std::uint32_t localIp);
+    void open(const std::vector<tRadarGroup>& groups, std::uint32_t localIp);
     // Leaves all groups; whether there were any. No call to the listener is under way afterwards.
     bool close();
 

@@ -70,6 +70,7 @@ void tReplayClock::setSpeed(tReplaySpeed speed, tTime now)
 {
     rebase(now);
     m_speed = speed;
+    m_tickTime = std::max(m_tickTime, now - period());  // what passed of a longer tick counts as one at most
 }
 
 void tReplayClock::setPaused(bool paused, tTime now)

@@ -153,6 +153,7 @@ try
 catch (const std::system_error& error)
 {
     std::fprintf(stderr, "%s: no thread to replay on: %s\n", m_path.c_str(), error.what());
+    m_player.stop();  // it does not run: the next open tries again
     m_player.wake([this] { m_opening = false; });
 }
 
@@ -171,6 +172,7 @@ bool tReplayPlayer::doStop()
     {
         const tWorker::tLock held = m_player.lock();
         m_active = m_hold = m_stopFlag = false;
+        m_clock.setPaused(false, tWorker::tClock::now());  // a pause that came during the stop ends with it
     }
     tellStatus(eReplayStopped);
     return true;
@@ -376,9 +378,9 @@ bool tReplayPlayer::waitFor(std::uint64_t key)
     tWorker::tLock held = m_player.lock();
     while (m_player.running() && !mustLeave())
     {
-        if (m_hold || m_clock.paused())
+        if (mustHold())
         {
-            m_player.wait(held, [this] { return mustLeave() || !(m_hold || m_clock.paused()); });
+            m_player.wait(held, [this] { return mustLeave() || !mustHold(); });
             continue;
         }
         const auto due = m_clock.dueTime(key);

@@ -83,6 +83,8 @@ private:
     void play();
     bool waitFor(std::uint64_t key);
     bool mustLeave() const { return m_stopFlag || mustRunPutOff(); }
+    // What was asked for inside a callback may have to wait for its turn: nothing is handed over meanwhile.
+    bool mustHold() const { return m_hold || !m_putOff.empty() || m_clock.paused(); }
     bool mustRunPutOff() const { return !m_putOff.empty() && !m_controlBusy; }
     void deliver(const tTimelineSegment& place);
 

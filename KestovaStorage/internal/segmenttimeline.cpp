@@ -127,6 +127,8 @@ void tSegmentTimeline::writeKeysOut(const tCancelled& cancelled)
                 return;
             const std::uint64_t time = timeOf(index[i]);
             run = i != 0 && time == timeOf(index[i - 1]) ? run + 1 : 0;
+            if (run > UINT64_MAX - keyOfTime(time))
+                continue;  // behind the last millisecond there are no keys
             if (const auto key = used.take(keyOfTime(time) + run))
                 m_keys.push_back({*key, file, i});
         }

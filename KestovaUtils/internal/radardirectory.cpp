@@ -71,7 +71,10 @@ private:
     static constexpr int cRadarDepth = 2;  // root, list, radar
     static constexpr int cDeepest = 4;     // streams, and one more for a value that should be a text
 
-    std::string entry(int depth) const { return depth < cRadarDepth || m_radars == 0 ? "" : "radar " + std::to_string(m_radars) + ": "; }
+    std::string entry(int depth) const
+    {
+        return depth < cRadarDepth || m_radars == 0 ? "" : "radar " + std::to_string(m_radars) + ": ";
+    }
 
     std::set<std::string> m_keys[cDeepest + 1];  // of the objects that are open, by depth
     std::size_t m_radars = 0;                    // seen so far

@@ -21,13 +21,25 @@ struct tSegment
 };
 using tSegments = std::vector<tSegment>;
 
-// Of `len` bytes, at least 8.
+// Noise, the same in every process.
+inline const std::string& noise()
+{
+    static const std::string s_noise = [] {
+        std::string bytes(std::size_t{1} << 20, '\0');
+        std::uint32_t state = 1;
+        for (char& byte : bytes)
+            byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
+        return bytes;
+    }();
+    return s_noise;
+}
+
+// Of `len` bytes: the number, then noise from a place that depends on it. From 8 bytes to a MiB less 64 KiB.
 inline std::string numberedSegment(std::uint64_t number, std::size_t len)
 {
     std::string bytes(len, '\0');
-    for (std::size_t i = 8; i < len; ++i)
-        bytes[i] = static_cast<char>(number * 31 + i * 7 + i / 256);
     std::memcpy(bytes.data(), &number, sizeof number);
+    std::memcpy(&bytes[sizeof number], &noise()[number * 31 % 65'536], len - sizeof number);
     return bytes;
 }
 inline std::uint64_t numberOf(const std::string& segment)

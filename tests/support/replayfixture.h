@@ -23,8 +23,8 @@ protected:
         recordByHand(dir.file(name), segments);
         return dir.file(name);
     }
-    // Plays "a" and then waits for hours; the span is told as "1-7200001".
-    std::string recordWaiting() { return record("w.data", {{1, "a"}, {1 + cHour, "m"}, {1 + 2 * cHour, "z"}}); }
+    // Plays "a" and then waits for hours; the span is told as "28800000-36000000".
+    std::string recordWaiting() { return record("w.data", {{8 * cHour, "a"}, {9 * cHour, "m"}, {10 * cHour, "z"}}); }
     // 5,000 segments "b" of one millisecond, all due at once: the most that can pour out.
     std::string recordBurst() { return record("burst.data", tSegments(5'000, {1000, "b"})); }
     void open(const std::string& path) { player->OpenReadDataFileorFolder(path, &log); }

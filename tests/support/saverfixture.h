@@ -2,11 +2,14 @@
 #ifndef KESTOVA_TESTS_SAVERFIXTURE_H
 #define KESTOVA_TESTS_SAVERFIXTURE_H
 
+#include <atomic>
+#include <functional>
 #include <gtest/gtest.h>
 #include <initializer_list>
 #include <memory>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "KestovaStorage/radardatasaver.h"
@@ -15,6 +18,20 @@
 #include "support/recordedpackages.h"
 #include "support/tempdir.h"
 #include "support/waituntil.h"
+
+// An observer made of one function.
+struct tObserver : Kestova::iRadarRecDataModifyObserver
+{
+    using tCall = std::function<void(const tUdpMsgInfo&, const char*, int, char*, int)>;
+    explicit tObserver(tCall c) : call(std::move(c)) {}
+    void UpdateRecDataModify(const tUdpMsgInfo& info, const char* groupAddr, int port, char* data, int len) override
+    {
+        call(info, groupAddr, port, data, len);
+        ++calls;
+    }
+    tCall call;
+    std::atomic<int> calls{0};
+};
 
 class tSaverFixture : public testing::Test
 {

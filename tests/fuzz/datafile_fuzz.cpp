@@ -1,0 +1,99 @@
+// A data file out of any bytes: nothing in it leads outside, and its play order is an order.
+//
+// The first byte says how the rest is laid out: from 0xFE on raw; otherwise 4 bytes to offset 0, 8 to 2000, then so
+// many index records of 21 bytes to 2048, and the remains to 10,000,000 (odd numbers: right behind the records).
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "KestovaStorage/datafile.h"
+#include "KestovaStorage/internal/datafilereader.h"
+#include "KestovaStorage/internal/segmenttimeline.h"
+
+namespace
+{
+constexpr std::uint64_t cMostBytesRead = 1 << 20;
+
+void require(bool holds)
+{
+    if (!holds)
+        std::abort();
+}
+
+void put(int fd, std::uint64_t offset, std::string_view& bytes, std::size_t count)
+{
+    const std::string_view piece = bytes.substr(0, count);
+    require(::pwrite(fd, piece.data(), piece.size(), static_cast<off_t>(offset)) == static_cast<ssize_t>(piece.size()));
+    bytes.remove_prefix(piece.size());
+}
+
+void layOut(int fd, std::string_view bytes)
+{
+    const std::size_t layout = bytes.empty() ? 0 : static_cast<unsigned char>(bytes.front());
+    bytes.remove_prefix(bytes.empty() ? 0 : 1);
+    if (layout >= 0xFE)
+        return put(fd, 0, bytes, bytes.size());
+    put(fd, 0, bytes, 4);
+    put(fd, storage::cIndexHeadPos, bytes, sizeof(storage::tIndexHead));
+    put(fd, storage::cIndexPos, bytes, layout * storage::cIndexSlotSize);
+    const bool behind = layout % 2 == 1;
+    put(fd, behind ? storage::cIndexPos + layout * storage::cIndexSlotSize : storage::cPayloadPos, bytes, bytes.size());
+}
+
+void readAll(const std::string& path)
+{
+    storage::tDataFile file;
+    if (!file.open(path))
+        return;
+    require(file.recordCount() <= storage::cIndexCapacity);
+    std::string bytes;
+    std::uint64_t read = 0;
+    for (std::size_t i = 0; i < file.recordCount() && read < cMostBytesRead; ++i)
+    {
+        const storage::tDataFileRecord record = file.record(i);
+        require(record.timeMs != 0 && record.timeMs < storage::cTimeLimit);
+        require(record.pos <= file.size() && record.len <= file.size() - record.pos);
+        require(file.read(i, bytes) == (file.kind() == storage::cDataFileHead));
+        require(file.kind() != storage::cDataFileHead || bytes.size() == record.len);
+        read += record.len;
+    }
+}
+
+// Two copies of the file are played, and played again from the middle.
+void playAll(const std::string& path)
+{
+    const auto first = storage::tDataFileReader::open(path), second = storage::tDataFileReader::open(path);
+    if (!first || !second)
+        return;
+    storage::tSegmentTimeline timeline;
+    timeline.build({{first->index(), first->sorted(), first->longestRun()},
+                    {second->index(), second->sorted(), second->longestRun()}},
+                   [] { return false; });
+    require(timeline.size() == first->index().size() * 2);
+    std::vector<std::uint64_t> keys;
+    storage::tTimelineSegment segment{};
+    for (storage::tSegmentTimeline::tCursor cursor(timeline, 0); cursor.next(segment); keys.push_back(segment.key))
+        require(segment.record < first->index().size() && (keys.empty() || segment.key > keys.back()));
+    require(keys.size() == timeline.size());
+    if (keys.empty())
+        return;
+    require(keys.front() == timeline.firstKey() && keys.back() == timeline.lastKey());
+    const std::uint64_t middle = keys[keys.size() / 2];
+    require(storage::tSegmentTimeline::tCursor(timeline, middle).next(segment) && segment.key == middle);
+}
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const int fd = ::memfd_create("datafile_fuzz", MFD_CLOEXEC);
+    layOut(fd, {reinterpret_cast<const char*>(data), size});
+    const std::string path = "/proc/self/fd/" + std::to_string(fd);
+    readAll(path);
+    playAll(path);
+    ::close(fd);
+    return 0;
+}
