@@ -9,12 +9,12 @@
 #include <vector>
 
 #include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/internal/modifygate.h"
 #include "KestovaStorage/internal/receivergroups.h"
 #include "KestovaStorage/internal/recordingname.h"
 #include "KestovaStorage/internal/servicequery.h"
 #include "KestovaStorage/internal/streamcatalogue.h"
 #include "KestovaStorage/packagebuilderandsplitter.h"
+#include "KestovaStorage/internal/callbackgate.h"
 #include "KestovaUtils/multiradarclient.h"
 #include "UdpSocket/udpsocket.h"
 
@@ -79,7 +79,7 @@ private:
     bool m_registered = false;      // guarded by m_controlMutex: this object is the client's listener
     RadarAddress m_radarAddress{};  // changed while not registered, read by OnLocalIpChanged
     std::mutex m_socketMutex;       // opening and closing of m_recSockInfo and of the query's sender
-    tModifyGate m_modifyGate;
+    tCallbackGate<iRadarRecDataModifyObserver> m_modifyGate;
     tReceiverGroups m_recSockInfo{this};
 };
 
@@ -198,7 +198,9 @@ void tRadarDataSaverPrivate::OnUdpGroupDataReceived(const char*, int, const char
     tUdpMsgInfo info;
     if (m_recSockInfo.find(group, info))
     {
-        m_modifyGate.pass(info, groupAddr, groupPort, const_cast<char*>(data), len);  // a receiver's buffer is writable
+        m_modifyGate.through([&](iRadarRecDataModifyObserver& observer) {
+            observer.UpdateRecDataModify(info, groupAddr, groupPort, const_cast<char*>(data), len);  // writable
+        });
         m_packageBuilder->BuildPackage(info, groupAddr, groupPort, data, len, 0);
     }
     if (group.ip == m_serviceGroup.ip && group.port == m_serviceGroup.port)

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "KestovaStorage/internal/modifygate.h"
 #include "KestovaStorage/internal/receivergroups.h"
 #include "KestovaStorage/internal/servicequery.h"
 #include "KestovaStorage/radardatasaver.h"
@@ -38,28 +37,6 @@ struct tCountingListener : net::iUdpDataListener
     std::function<void()> during;
     std::atomic<int> count{0};
 };
-
-struct tHeldObserver : iRadarRecDataModifyObserver
-{
-    void UpdateRecDataModify(const tUdpMsgInfo&, const char*, int, char*, int) override
-    {
-        ++calls;
-        entered = true;
-        if (during)
-            during();
-        waitUntil([this] { return released.load(); });
-        ended = true;
-    }
-    std::function<void()> during;
-    std::atomic<bool> entered{false}, released{false}, ended{false};
-    std::atomic<int> calls{0};
-};
-
-void pass(tModifyGate& gate)
-{
-    char byte = 0;
-    gate.pass(tUdpMsgInfo{}, "239.0.0.1", 1, &byte, 1);
-}
 }  // namespace
 
 TEST(tServiceQueryTest, asksASilentServiceEveryPeriod)
@@ -128,67 +105,4 @@ TEST(tReceiverGroupsTest, tellsOfAGroupThatCannotBeJoined)
     groups.open({{ownGroup(3), {}, 1024}}, net::transAddr("192.0.2.1"));  // no interface has this address
     ASSERT_EQ(groups.states().size(), 1u);
     EXPECT_FALSE(groups.states()[0].joined);
-}
-
-TEST(tModifyGateTest, setWaitsForTheCallUnderWay)
-{
-    tModifyGate gate;
-    tHeldObserver observer;
-    gate.set(&observer);
-    auto call = std::async(std::launch::async, [&] { pass(gate); });
-    ASSERT_TRUE(waitUntil([&] { return observer.entered.load(); }));
-    auto removal = std::async(std::launch::async, [&] {
-        gate.set(nullptr);
-        return observer.ended.load();
-    });
-    auto second = std::async(std::launch::async, [&] {
-        waitUntil([&] { return !gate.open(); });
-        gate.set(nullptr);
-        return observer.ended.load();
-    });
-    ASSERT_TRUE(waitUntil([&] { return !gate.open(); }));
-    EXPECT_EQ(removal.wait_for(50ms), std::future_status::timeout);
-    EXPECT_EQ(second.wait_for(0ms), std::future_status::timeout);
-    observer.released = true;
-    EXPECT_TRUE(removal.get());
-    EXPECT_TRUE(second.get());
-}
-
-TEST(tModifyGateTest, setFromInsideACallDoesNotWait)
-{
-    tModifyGate gate;
-    tHeldObserver observer;
-    bool inside = false;
-    observer.released = true;
-    observer.during = [&] {
-        inside = gate.inside();
-        gate.set(nullptr);
-    };
-    gate.set(&observer);
-    pass(gate);
-    pass(gate);
-    EXPECT_EQ(observer.calls, 1);
-    EXPECT_TRUE(inside);
-    EXPECT_FALSE(gate.inside());
-}
-
-TEST(tModifyGateTest, knowsItsOwnCallsFromThoseOfAnotherGate)
-{
-    tModifyGate outer;
-    tModifyGate inner;
-    tHeldObserver first;
-    tHeldObserver second;
-    first.released = second.released = true;
-    bool seen[3] = {};
-    first.during = [&] {
-        seen[0] = inner.inside();
-        pass(inner);
-        seen[1] = outer.inside();
-    };
-    second.during = [&] { seen[2] = outer.inside() && inner.inside(); };
-    outer.set(&first);
-    inner.set(&second);
-    pass(outer);
-    EXPECT_FALSE(seen[0]);
-    EXPECT_TRUE(seen[1] && seen[2]);
 }

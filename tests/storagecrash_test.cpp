@@ -6,7 +6,7 @@
 #include <sys/wait.h>
 #include <thread>
 
-#include "KestovaUtils/internal/descriptor.h"
+#include "UdpSocket/internal/descriptor.h"
 #include "support/recordedsegments.h"
 #include "support/tempdir.h"
 
@@ -50,8 +50,8 @@ public:
     {
         int ends[2] = {-1, -1};
         EXPECT_EQ(::pipe(ends), 0);
-        m_acknowledged = tDescriptor(ends[0]);
-        const tDescriptor write(ends[1]);
+        m_acknowledged = net::tDescriptor(ends[0]);
+        const net::tDescriptor write(ends[1]);
         m_pid = ::fork();
         if (m_pid == 0)
             recordUntilKilled(m_dir.string(), fullSpeed, write.get());
@@ -89,7 +89,7 @@ public:
 private:
     tTempDir m_dir;
     pid_t m_pid = -1;
-    tDescriptor m_acknowledged;
+    net::tDescriptor m_acknowledged;
 };
 }  // namespace
 

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <memory>
 
-#include "KestovaUtils/internal/descriptor.h"
+#include "UdpSocket/internal/descriptor.h"
 #include "support/recordedsegments.h"
 #include "support/tempdir.h"
 #include "support/tinydisk.h"
@@ -26,7 +26,7 @@ void reclaim(bool enable)
 void fill(const std::string& path, int mebibytes)
 {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    const tDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT, 0600));
+    const net::tDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT, 0600));
     EXPECT_EQ(::posix_fallocate(file.get(), 0, off_t{mebibytes} << 20), 0);
 }
 

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -28,6 +29,7 @@ std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, 
 
 // Null, or why the file is none of ours.
 const char* tDataFileReader::load()
+try
 {
     if (!openFile())
         return std::strerror(errno);
@@ -49,12 +51,16 @@ const char* tDataFileReader::load()
     readIndex(le::load<std::uint32_t>(head + offsetof(tIndexHead, indexNum)));
     return nullptr;
 }
+catch (const std::bad_alloc&)
+{
+    return "not enough memory for its index";
+}
 
 // Opening does not wait for a pipe or a device that is named like a data file.
 bool tDataFileReader::openFile()
 {
-    m_file = tDescriptor(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    return static_cast<bool>(m_file);
+    m_file = net::tDescriptor(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    return m_file.valid();
 }
 
 std::size_t tDataFileReader::readAt(void* to, std::size_t len, std::uint64_t pos) const
@@ -74,7 +80,7 @@ std::size_t tDataFileReader::readAt(void* to, std::size_t len, std::uint64_t pos
 
 bool tDataFileReader::read(std::uint64_t pos, std::size_t len, char* to)
 {
-    return (m_file || openFile()) && readAt(to, len, pos) == len;
+    return (m_file.valid() || openFile()) && readAt(to, len, pos) == len;
 }
 
 // A file that was never finished says 0 records: it may hold as many as fit.
@@ -89,12 +95,8 @@ void tDataFileReader::readIndex(std::uint32_t indexNum)
     bool more = true;
     for (std::size_t place = 0; more && place < count; place += cPiece)
         more = readPiece(place, std::min(cPiece, count - place));
-    if (m_count < count / 2)  // give back what the records do not fill
-    {
-        tSlotArray exact(m_count);
-        std::copy_n(m_index.get(), m_count, exact.get());
-        m_index = std::move(exact);
-    }
+    if (m_count < count / 2)
+        m_index.shrink(m_count);
 }
 
 // Reads `count` records from number `place` on and keeps the whole ones while they are in the cache; learns on the way

@@ -18,7 +18,7 @@
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/internal/slotarray.h"
 #include "KestovaStorage/internal/storageformat.h"
-#include "KestovaUtils/internal/descriptor.h"
+#include "UdpSocket/internal/descriptor.h"
 
 namespace storage
 {
@@ -55,7 +55,7 @@ private:
     bool isWhole(const tIndexSlot& slot) const;
 
     std::string m_path;
-    tDescriptor m_file;
+    net::tDescriptor m_file;
     std::uint64_t m_size = 0;
     tFileHeadSymbol m_symbol = cDataFileHead;
     bool m_finished = false;

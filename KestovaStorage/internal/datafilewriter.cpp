@@ -28,15 +28,16 @@ std::uint64_t endOf(const tIndexSlot& slot)
 
 std::unique_ptr<tDataFileWriter> tDataFileWriter::create(const std::string& path)
 {
-    tDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-    if (!file)
+    net::tDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    if (!file.valid())
         return nullptr;
     std::unique_ptr<tDataFileWriter> writer(new tDataFileWriter(std::move(file), path));
     writer->writeMagic();
     return writer;
 }
 
-tDataFileWriter::tDataFileWriter(tDescriptor file, std::string path) : m_file(std::move(file)), m_path(std::move(path))
+tDataFileWriter::tDataFileWriter(net::tDescriptor file, std::string path)
+    : m_file(std::move(file)), m_path(std::move(path))
 {}
 
 void tDataFileWriter::append(tBlockCursor& cursor, std::uint64_t now)

@@ -20,7 +20,7 @@
 
 #include "KestovaStorage/internal/segmentfifo.h"
 #include "KestovaStorage/internal/storageformat.h"
-#include "KestovaUtils/internal/descriptor.h"
+#include "UdpSocket/internal/descriptor.h"
 
 namespace storage
 {
@@ -52,7 +52,7 @@ public:
     std::uint64_t lost() const { return m_lost; }
 
 private:
-    explicit tDataFileWriter(tDescriptor file, std::string path);
+    explicit tDataFileWriter(net::tDescriptor file, std::string path);
 
     struct tRun
     {
@@ -67,7 +67,7 @@ private:
     std::size_t writeAt(const void* data, std::size_t len, std::uint64_t pos);
     bool writeAllAt(const void* data, std::size_t len, std::uint64_t pos) { return writeAt(data, len, pos) == len; }
 
-    tDescriptor m_file;
+    net::tDescriptor m_file;
     std::string m_path;
     tIndexHead m_indexHead{};
     std::uint64_t m_payloadEnd = cPayloadPos;

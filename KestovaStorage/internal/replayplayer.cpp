@@ -134,7 +134,7 @@ bool tReplayPlayer::execute(const tCommand& command)
 void tReplayPlayer::doOpen(const std::string& path, iDataReadReplayObserver* observer)
 {
     doClose();
-    m_observer.open(observer);
+    m_observer.set(observer);
     m_player.wake([&] {
         m_path = path;
         m_cancel = false;
@@ -222,7 +222,7 @@ void tReplayPlayer::doClose()
         m_ended.wait(held, [this] { return !m_opening || m_player.isSelf(); });
     }
     doStop();
-    m_observer.close();
+    m_observer.set(nullptr);
     const tWorker::tLock held = m_player.lock();
     if (!m_player.isSelf())
         m_putOff.clear();  // asked for before this close

@@ -19,7 +19,7 @@
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/internal/openrecording.h"
 #include "KestovaStorage/internal/replayclock.h"
-#include "KestovaUtils/internal/callbackgate.h"
+#include "KestovaStorage/internal/callbackgate.h"
 #include "KestovaUtils/internal/workerthread.h"
 
 namespace storage

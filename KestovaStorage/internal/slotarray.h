@@ -1,34 +1,61 @@
-// tSlotArray: memory for many index records; pages that are never touched cost nothing.
+// tSlotArray: memory for many index records; what is never touched costs nothing, what is no longer needed goes back.
 //
-// A full index fills some 10 MB. Large arrays come straight from the kernel and ask for huge pages: a handful of page
-// faults a file instead of thousands, which is half the time of opening it.
+// A full index fills some 10 MB: large arrays come straight from the kernel, in huge pages where it has them, which
+// halves the time of opening a file. Small ones come from the heap, so that a hundred thousand files can be open.
 #ifndef KESTOVA_INTERNAL_SLOTARRAY_H
 #define KESTOVA_INTERNAL_SLOTARRAY_H
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
+#include <utility>
 
+#include "KestovaStorage/internal/byteregion.h"
 #include "KestovaStorage/internal/storageformat.h"
 
 namespace storage
 {
-struct tReleaseSlots
-{
-    std::size_t mappedBytes = 0;  // 0: from new
-    void operator()(tIndexSlot* slots) const;
-};
-
 class tSlotArray
 {
 public:
     tSlotArray() = default;
-    explicit tSlotArray(std::size_t count);  // contents are undefined; std::bad_alloc where there is no memory
+    // Contents are undefined; std::bad_alloc where there is no memory.
+    explicit tSlotArray(std::size_t count)
+    {
+        if (count < cLargeFrom)
+            m_small.reset(new tIndexSlot[count]);
+        else
+            m_large.resize(count * cIndexSlotSize);
+    }
+    tSlotArray(tSlotArray&& other) noexcept : m_small(std::move(other.m_small)) { m_large.swap(other.m_large); }
+    tSlotArray& operator=(tSlotArray&& other) noexcept
+    {
+        m_small.swap(other.m_small);
+        m_large.swap(other.m_large);
+        return *this;
+    }
 
-    tIndexSlot* get() const { return m_slots.get(); }
-    tIndexSlot& operator[](std::size_t i) const { return m_slots[i]; }
+    tIndexSlot* get() const { return m_small ? m_small.get() : reinterpret_cast<tIndexSlot*>(m_large.bytes()); }
+    tIndexSlot& operator[](std::size_t i) const { return get()[i]; }
+
+    // Gives back what lies behind the first `count` records.
+    void shrink(std::size_t count)
+    {
+        if (count < cLargeFrom)
+        {
+            tSlotArray exact(count);
+            std::copy_n(get(), count, exact.get());
+            *this = std::move(exact);
+        }
+        else
+            m_large.resize(count * cIndexSlotSize);
+    }
 
 private:
-    std::unique_ptr<tIndexSlot[], tReleaseSlots> m_slots;
+    static constexpr std::size_t cLargeFrom = (std::size_t{1} << 20) / cIndexSlotSize;
+
+    std::unique_ptr<tIndexSlot[]> m_small;
+    tByteRegion m_large;
 };
 }  // namespace storage
 
