@@ -9,12 +9,12 @@
 #include <vector>
 
 #include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/internal/callbackgate.h"
 #include "KestovaStorage/internal/receivergroups.h"
 #include "KestovaStorage/internal/recordingname.h"
 #include "KestovaStorage/internal/servicequery.h"
 #include "KestovaStorage/internal/streamcatalogue.h"
 #include "KestovaStorage/packagebuilderandsplitter.h"
-#include "KestovaStorage/internal/callbackgate.h"
 #include "KestovaUtils/multiradarclient.h"
 #include "UdpSocket/udpsocket.h"
 

@@ -325,7 +325,7 @@ TEST_F(tDyingWriterTest, leavesWholeRecordsInOrderWhereverItIsCut)
     const tPwriteHook hook([this](int file, const void* data, std::size_t len, off_t pos) {
         return writePageByPage(file, data, len, pos);
     });
-    for (const std::size_t run : {1, 2, 3, 5})
+    for (const std::size_t run : {1u, 2u, 3u, 5u})
         for (const std::size_t end = m_published + 4096; m_published < end && !HasFatalFailure();)
             record(run);
     for (int pages = 0; pages < 42 && !HasFatalFailure(); pages += 2)

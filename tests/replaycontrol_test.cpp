@@ -87,6 +87,7 @@ TEST_F(tReplayControlTest, takesCallsFromInsideEveryCallback)
         for (std::size_t i = 0; i < told.size(); ++i)
         {
             SCOPED_TRACE(place + " " + calls[i]);
+            const std::string& expected = told[i];
             std::atomic<const char*> result{nullptr};
             log.react = [&, at = place](const std::string& word) {
                 if (word != at || result != nullptr)
@@ -100,7 +101,7 @@ TEST_F(tReplayControlTest, takesCallsFromInsideEveryCallback)
                 player->Pause(true);
             if (place == "3" || place == "4")
                 player->Stop();
-            EXPECT_TRUE(waitUntil([&] { return result != nullptr && result.load() + log.text() == told[i]; }))
+            EXPECT_TRUE(waitUntil([&] { return result != nullptr && result.load() + log.text() == expected; }))
                 << log.text();
             player->CloseReadingFile();
         }
@@ -131,16 +132,38 @@ TEST_F(tReplayControlTest, playsOnAfterAJumpThoughThePauseCameDuringTheStop)
     EXPECT_TRUE(log.waitForText("0 28800000-36000000 1 a 1 4 2 3 1 z 4")) << log.text();
 }
 
-TEST_F(tReplayControlTest, poursNothingOutWhenASlowObserverIsStopped)
+TEST_F(tReplayControlTest, poursNothingOutOnceAStopHasBegun)
 {
     log.react = [&](const std::string& word) {
-        word == "b" && waitUntil([&] { return log.count("1") == 2; });  // the stop has begun
+        if (word == "b")
+            waitUntil([&] { return log.count("1") == 2; });  // a slow observer, until the stop has begun
+        if (word == "1" && log.count("1") == 2)
+            waitUntil([&] { return log.count("b") > 1; }, 200ms);
     };
     open(recordBurst());
     ASSERT_TRUE(log.waitFor("b"));
     EXPECT_TRUE(player->Stop());
-    EXPECT_LE(log.segments().size(), 2u);
-    EXPECT_EQ(log.count("4") + log.count("3"), 2u);
+    EXPECT_EQ(log.text(), "0 1000-1000 1 b 1 4 3");
+}
+
+TEST_F(tReplayControlTest, waitsForACallbackUnderWayBeforeItIsClosed)
+{
+    std::atomic<bool> let{false}, closed{false};
+    log.react = [&](const std::string& word) { word == "2" && waitUntil([&] { return let.load(); }); };
+    open(recordWaiting());
+    ASSERT_TRUE(log.waitFor("a"));
+    std::thread pauser([&] { player->Pause(true); });
+    ASSERT_TRUE(log.waitFor("2"));
+    std::thread closer([&] {
+        player->CloseReadingFile();
+        closed = true;
+    });
+    EXPECT_TRUE(log.waitFor("3"));
+    EXPECT_FALSE(waitUntil([&] { return closed.load(); }, 100ms));
+    let = true;
+    EXPECT_TRUE(waitUntil([&] { return closed.load(); }));
+    pauser.join();
+    closer.join();
 }
 
 TEST_F(tReplayControlTest, tellsTheOldObserverTheEndAndNothingOnceItIsClosed)
@@ -159,6 +182,26 @@ TEST_F(tReplayControlTest, tellsTheOldObserverTheEndAndNothingOnceItIsClosed)
         ASSERT_EQ(closed.text(), told);
         ASSERT_EQ(next.text().substr(0, 15), "0 1000-1000 1 b");
     }
+}
+
+TEST_F(tReplayControlTest, doesNotOpenToTheEndWhatIsClosedMeanwhile)
+{
+    std::atomic<bool> closing{false};
+    log.react = [&](const std::string& word) {
+        if (word == "0" && waitUntil([&] { return closing.load(); }))
+            waitUntil([] { return false; }, 20ms);  // the close begins
+    };
+    const std::string path = recordWaiting();
+    for (int tries = 0; tries < 50 && log.text() != "0"; ++tries)
+    {
+        log.clear();
+        closing = false;
+        open(path);
+        ASSERT_TRUE(log.waitFor("0"));
+        closing = true;
+        player->CloseReadingFile();
+    }
+    EXPECT_EQ(log.text(), "0");
 }
 
 TEST_F(tReplayControlTest, isDestroyedInAnyState)

@@ -43,8 +43,8 @@ bool bringLoopbackUp()
 class tSaverAloneTest : public tSaverFixture
 {
 protected:
-    // Before anything starts a thread: threads keep the namespace they were started in.
-    static void SetUpTestSuite() { s_alone = ::unshare(CLONE_NEWNET) == 0 && bringLoopbackUp(); }
+    // Once, before anything starts a thread: threads keep the namespace they were started in.
+    static void SetUpTestSuite() { s_alone = s_alone || (::unshare(CLONE_NEWNET) == 0 && bringLoopbackUp()); }
     void SetUp() override
     {
         if (!s_alone)

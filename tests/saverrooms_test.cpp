@@ -1,11 +1,11 @@
-// The recorder's rooms that run threads: service query, joined groups, observer gate.
+// The recorder's rooms that run threads: service query and joined groups.
+#include <functional>
 #include <future>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "KestovaStorage/internal/receivergroups.h"
 #include "KestovaStorage/internal/servicequery.h"
-#include "KestovaStorage/radardatasaver.h"
 #include "support/waituntil.h"
 
 using namespace Kestova;

@@ -25,7 +25,7 @@ std::size_t lengthOf(std::uint64_t number)
 [[noreturn]] void recordUntilKilled(const std::string& folder, bool fullSpeed, int pipe)
 {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    std::atomic_ref<bool>(tDataStorageIO::DiskCheckThreadEnable) = false;
+    std::atomic_ref<bool>(tDataStorageIO::DiskCheckThreadEnable).store(false);
     tDataStorageIO io(folder, ".data");
     io.CreateNewWritingFile(1715934600000, "", false);
     for (std::uint64_t i = 0;; ++i)

@@ -19,7 +19,7 @@ constexpr unsigned long cMoment = 1715934600000;
 
 void reclaim(bool enable)
 {
-    std::atomic_ref<bool>(tDataStorageIO::DiskCheckThreadEnable) = enable;
+    std::atomic_ref<bool>(tDataStorageIO::DiskCheckThreadEnable).store(enable);
 }
 
 // A file that takes `mebibytes` of its disk.

@@ -34,7 +34,7 @@ protected:
     void SetUp() override
     {
         // No other test's recordings are reclaimed because the disk of the temporary folder is low.
-        std::atomic_ref<bool>(tDataStorageIO::DiskCheckThreadEnable) = false;
+        std::atomic_ref<bool>(tDataStorageIO::DiskCheckThreadEnable).store(false);
         io = std::make_unique<tDataStorageIO>(dir.string(), ".data");
     }
     void write(const std::string& bytes, unsigned long timestamp = 0) const
@@ -308,7 +308,9 @@ TEST_F(tStorageWriterTest, fallsBackToAFolderBesideTheWorkingFolder)
             tDataStorageIO lost("file/below", ".data");
             const bool started = lost.CreateNewWritingFile(cMoment, "", false);
             std::fputs(lost.GetCurrentWriteDataFileName().c_str(), stderr);
-            std::_Exit(started && std::filesystem::exists(lost.GetCurrentWriteDataFileName()) ? 7 : 1);
+            const bool exists = std::filesystem::exists(lost.GetCurrentWriteDataFileName());
+            std::filesystem::remove_all(dir.path());
+            std::_Exit(started && exists ? 7 : 1);
         },
         testing::ExitedWithCode(7), "[.]/RadarDataStorageData_000000_2024.05.17/0000_2024-05-17_08-30-00.data");
 }

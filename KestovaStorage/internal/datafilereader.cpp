@@ -86,7 +86,8 @@ bool tDataFileReader::read(std::uint64_t pos, std::size_t len, char* to)
 // A file that was never finished says 0 records: it may hold as many as fit.
 void tDataFileReader::readIndex(std::uint32_t indexNum)
 {
-    m_finished = indexNum != 0;
+    // One that was finished without a segment says so too, but its head is there: it ends behind it.
+    m_finished = indexNum != 0 || m_size == cIndexHeadPos + sizeof(tIndexHead);
     const std::uint64_t said = m_finished ? indexNum : cIndexCapacity;
     const std::uint64_t room = m_size > cIndexPos ? (m_size - cIndexPos) / cIndexSlotSize : 0;
     const auto count = static_cast<std::size_t>(std::min({said, room, std::uint64_t{cIndexCapacity}}));

@@ -28,7 +28,7 @@ std::uint64_t endOf(const tIndexSlot& slot)
 
 std::unique_ptr<tDataFileWriter> tDataFileWriter::create(const std::string& path)
 {
-    net::tDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    net::tDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (!file.valid())
         return nullptr;
     std::unique_ptr<tDataFileWriter> writer(new tDataFileWriter(std::move(file), path));

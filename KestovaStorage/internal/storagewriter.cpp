@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <new>
+#include <system_error>
 #include <utility>
 
 #include "KestovaStorage/internal/pathutils.h"
@@ -70,9 +71,24 @@ bool tStorageWriter::createNewWritingFile(const std::string& extFileName, tTimes
         m_writeDataFifo.reserve(cWarmBlocks);
         m_writerSleeps = m_hurry = false;
     }
-    m_writeDataThread.start([this] { writeLoop(); });
+    if (!startWriter())
+    {
+        finish();
+        return false;
+    }
     m_state = eWriting;
     return true;
+}
+
+bool tStorageWriter::startWriter()
+try
+{
+    return m_writeDataThread.start([this] { writeLoop(); });
+}
+catch (const std::system_error& error)
+{
+    std::fprintf(stderr, "%s: no thread to write on: %s\n", currentFileName().c_str(), error.what());
+    return false;
 }
 
 void tStorageWriter::writeData(const char* data, std::size_t len, tTimes_ms timestamp)
@@ -96,7 +112,7 @@ try
     std::unique_ptr<tSegmentBlock> own;
     if (len > cCopyUnderLock)
     {
-        own = std::make_unique<tSegmentBlock>(len + 2 * sizeof(tSegmentEntry));
+        own = std::make_unique<tSegmentBlock>(len + cCopyUnderLock);  // with room for short ones behind it
         std::memcpy(own->push(len, timestamp), data, len);
     }
     bool wake = false;

@@ -68,6 +68,7 @@ private:
     tWritingFilePtr newFile(const tRequest& request, tTimes_ms timestamp);
     std::string recordingFolder(const tRequest& request, tTimes_ms timestamp);
     std::string storageSubFolderName(tTimes_ms timestamp);
+    bool startWriter();
     void setFile(tWritingFilePtr file);
     tWritingFilePtr file() const;
     void finishFile();

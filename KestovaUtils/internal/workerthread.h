@@ -27,7 +27,8 @@ public:
     tWorker(const tWorker&) = delete;
     tWorker& operator=(const tWorker&) = delete;
 
-    // Runs `body` on a new thread and returns once it runs. False while a former run is not yet joined.
+    // Runs `body` on a new thread and returns once it runs. False while a former run is not yet joined;
+    // std::system_error where no thread can be had.
     bool start(std::function<void()> body)
     {
         if (m_thread.joinable())
@@ -37,11 +38,7 @@ public:
             m_run = true;
             m_started = false;
         }
-        m_thread = std::thread([this, work = std::move(body)] {
-            currentWorker() = this;
-            wake([this] { m_started = true; });
-            work();
-        });
+        startThread(std::move(body));
         tLock guard(m_mutex);
         m_cond.wait(guard, [this] { return m_started; });
         return true;
@@ -51,12 +48,12 @@ public:
     void stop()
     {
         wake([this] { m_run = false; });
-        if (m_thread.joinable() && !isSelf())
+        if (!isSelf() && m_thread.joinable())
             m_thread.join();
     }
 
     bool running() const { return m_run; }
-    bool isSelf() const { return currentWorker() == this; }  // called on this worker's own thread
+    bool isSelf() const { return m_self.load() == std::this_thread::get_id(); }  // called on the worker's own thread
 
     // The lock under which the owner reads and changes what the body waits for.
     tLock lock() const { return tLock(m_mutex); }
@@ -98,10 +95,20 @@ public:
     }
 
 private:
-    static const tWorker*& currentWorker()
+    void startThread(std::function<void()> body)
+    try
     {
-        static thread_local const tWorker* current = nullptr;
-        return current;
+        m_thread = std::thread([this, work = std::move(body)] {
+            m_self = std::this_thread::get_id();
+            wake([this] { m_started = true; });
+            work();
+            m_self = std::thread::id();  // another thread may get this number
+        });
+    }
+    catch (...)
+    {
+        m_run = false;
+        throw;
     }
 
     mutable std::mutex m_mutex;
@@ -109,6 +116,7 @@ private:
     std::thread m_thread;
     std::atomic<bool> m_run{false};  // changed under m_mutex
     bool m_started = false;          // guarded by m_mutex
+    std::atomic<std::thread::id> m_self{};
 };
 
 #endif
