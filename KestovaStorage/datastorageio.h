@@ -43,7 +43,7 @@ enum eReplayStatus : uint8_t
 
 // Receives a replay. Calls come from the replay thread and, for statuses, from the thread that called Pause, Stop, Jump
 // or CloseReadingFile. No lock is held during a call: every operation of tDataStorageIO may be called from inside one
-// (see tDataStorageIO for what Stop, Jump, CloseReadingFile and OpenReadDataFileorFolder do there).
+// (see tDataStorageIO for what Stop, Jump, CloseReadingFile and OpenReadDataFileorFolder do there). Must not throw.
 class KESTOVA_API iDataReadReplayObserver
 {
 public:

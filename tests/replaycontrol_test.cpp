@@ -132,6 +132,21 @@ TEST_F(tReplayControlTest, playsOnAfterAJumpThoughThePauseCameDuringTheStop)
     EXPECT_TRUE(log.waitForText("0 28800000-36000000 1 a 1 4 2 3 1 z 4")) << log.text();
 }
 
+TEST_F(tReplayControlTest, closesThoughTheObserverAsksForMoreAtEveryStop)
+{
+    std::atomic<bool> asking{true}, closed{false};
+    log.react = [&](const std::string& word) { (word == "3" || word == "1") && asking && player->Jump(0); };
+    open(recordWaiting());
+    EXPECT_TRUE(log.waitFor("3", 20));
+    std::thread closer([&] {
+        player->CloseReadingFile();
+        closed = true;
+    });
+    EXPECT_TRUE(waitUntil([&] { return closed.load(); }));
+    asking = false;
+    closer.join();
+}
+
 TEST_F(tReplayControlTest, poursNothingOutOnceAStopHasBegun)
 {
     log.react = [&](const std::string& word) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <new>
 #include <sys/prctl.h>
 #include <system_error>
 #include <utility>
@@ -26,7 +27,9 @@ public:
     explicit tTurn(tReplayPlayer& player) : m_player(player)
     {
         tWorker::tLock held = player.m_player.lock();
+        ++player.m_turnWaiters;
         player.m_turnFree.wait(held, [&] { return !player.m_controlBusy; });
+        --player.m_turnWaiters;
         player.m_controlBusy = true;
     }
     ~tTurn()
@@ -269,23 +272,22 @@ bool tReplayPlayer::takeTurnForPutOff()
     return taken;
 }
 
-// Carries out what was asked for inside callbacks, and gives the turn back.
+// Carries out what was asked for inside callbacks until somebody else wants the turn, the first in any case, and gives
+// the turn back.
 void tReplayPlayer::runPutOff()
 {
-    for (;;)
+    for (bool more = true; more;)
     {
         tCommand command{tCommand::eClose};
         {
             const tWorker::tLock held = m_player.lock();
-            if (m_putOff.empty())
-            {
-                m_controlBusy = false;
-                break;
-            }
             command = std::move(m_putOff.front());
             m_putOff.pop_front();
         }
         execute(command);
+        const tWorker::tLock held = m_player.lock();
+        more = !m_putOff.empty() && m_turnWaiters == 0;
+        m_controlBusy = more;
     }
     m_turnFree.notify_all();
 }
@@ -332,8 +334,14 @@ bool tReplayPlayer::openingIsOver()
 }
 
 void tReplayPlayer::openPath()
+try
 {
     m_recording.open(m_path, m_specifySuffix, [this] { return openingIsOver(); });
+}
+catch (const std::bad_alloc&)
+{
+    std::fprintf(stderr, "%s: not enough memory to open it\n", m_path.c_str());
+    m_recording.clear();
 }
 
 // Plays from m_startKey to the end, or until it must leave. A start behind the last segment begins with the first one;

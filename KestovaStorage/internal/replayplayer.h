@@ -17,9 +17,9 @@
 #include <string>
 
 #include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/internal/callbackgate.h"
 #include "KestovaStorage/internal/openrecording.h"
 #include "KestovaStorage/internal/replayclock.h"
-#include "KestovaStorage/internal/callbackgate.h"
 #include "KestovaUtils/internal/workerthread.h"
 
 namespace storage
@@ -85,7 +85,7 @@ private:
     bool mustLeave() const { return m_stopFlag || mustRunPutOff(); }
     // What was asked for inside a callback may have to wait for its turn: nothing is handed over meanwhile.
     bool mustHold() const { return m_hold || !m_putOff.empty() || m_clock.paused(); }
-    bool mustRunPutOff() const { return !m_putOff.empty() && !m_controlBusy; }
+    bool mustRunPutOff() const { return !m_putOff.empty() && !m_controlBusy && m_turnWaiters == 0; }
     void deliver(const tTimelineSegment& place);
 
     const std::string m_specifySuffix;
@@ -95,18 +95,19 @@ private:
     std::condition_variable m_ended;     // with m_player's lock: opening or playing has ended
 
     // guarded by m_player's lock
-    bool m_controlBusy = false;     // somebody has the turn
-    std::deque<tCommand> m_putOff;  // commands from inside callbacks
-    eJob m_job = eJob::eNone;       // what the player is to do next
-    std::string m_path;             // what to open
-    bool m_cancel = false;          // opening is to end early
-    bool m_opening = false;         // the player opens, or is about to
-    bool m_preReaded = false;       // opening has finished
-    bool m_active = false;          // playing was started and not stopped since; it may have ended
-    bool m_playing = false;         // the player plays, or is about to
-    bool m_hold = false;            // a stop has begun: hand nothing over
-    bool m_stopFlag = false;        // playing is to end
-    std::uint64_t m_startKey = 0;   // where it is to begin
+    bool m_controlBusy = false;      // somebody has the turn
+    unsigned int m_turnWaiters = 0;  // they go first: an observer that always asks for more must not shut them out
+    std::deque<tCommand> m_putOff;   // commands from inside callbacks
+    eJob m_job = eJob::eNone;        // what the player is to do next
+    std::string m_path;              // what to open
+    bool m_cancel = false;           // opening is to end early
+    bool m_opening = false;          // the player opens, or is about to
+    bool m_preReaded = false;        // opening has finished
+    bool m_active = false;           // playing was started and not stopped since; it may have ended
+    bool m_playing = false;          // the player plays, or is about to
+    bool m_hold = false;             // a stop has begun: hand nothing over
+    bool m_stopFlag = false;         // playing is to end
+    std::uint64_t m_startKey = 0;    // where it is to begin
     tReplayClock m_clock;
     unsigned int m_clockChanges = 0;  // how often speed or pause were set
 

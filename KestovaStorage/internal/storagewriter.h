@@ -94,13 +94,16 @@ private:
     mutable std::mutex m_writingStreamMutex;
     tWritingFilePtr m_file;  // guarded by m_writingStreamMutex; never held while the disk works
 
-    tSegmentFifo m_writeDataFifo;                       // guarded by m_writeDataThread's lock
-    bool m_writerSleeps = false;                        // guarded by it: the writer waits to be woken
-    bool m_hurry = false;                               // guarded by it: the writer is not to linger
-    std::uint64_t m_acceptedCnt = 0;                    // guarded by it: segments ever queued
-    std::uint64_t m_dealtWithCnt = 0;                   // guarded by it: of those, written or lost
+    // What producers touch, apart from what the writer counts: they do not take each other's cache lines.
+    // Guarded by m_writeDataThread's lock.
+    alignas(64) tSegmentFifo m_writeDataFifo;
+    bool m_writerSleeps = false;              // the writer waits to be woken
+    bool m_hurry = false;                     // the writer is not to linger
+    std::uint64_t m_acceptedCnt = 0;          // segments ever queued
+    std::atomic<std::uint32_t> m_saveCnt{0};  // segments ever given to writeData
+
+    alignas(64) std::uint64_t m_dealtWithCnt = 0;       // guarded by it: of those queued, written or lost
     std::atomic<std::uint32_t> m_writeDataFifoSize{0};  // segments that waited when the writer last looked
-    std::atomic<std::uint32_t> m_saveCnt{0};            // segments ever given to writeData
     std::atomic<std::uint64_t> m_lostCnt{0};
     std::atomic<bool> m_refusalSaid{false};
 
