@@ -112,8 +112,8 @@ bool tDataFileReader::readPiece(std::size_t place, std::size_t count)
             return false;
         if (isWhole(piece[i]))
             keep(piece[i]);
-        else if (m_finished)
-            ++m_damaged;  // in an unfinished file it may just have been written
+        else
+            ++m_damaged;
     }
     return got == count;
 }
