@@ -19,7 +19,6 @@ using bench::tClock;
 
 constexpr std::size_t cRecords = 40'000;
 constexpr unsigned long cFirstTime = 1'700'000'000'000;
-constexpr double cRecordedSpan = (cRecords / 2 - 1) / 1e3;
 
 class tObserver final : public storage::iDataReadReplayObserver
 {
