@@ -268,6 +268,7 @@ TEST_F(tUdpReceiverTest, mayBeDestroyedFromInsideItsOwnCall)
 {
     std::atomic<int> calls{0};
     std::atomic<net::UdpReceiver*> receiver{nullptr};
+    std::thread([] {}).join();  // a sanitizer starts a thread of its own beside the first one
     const auto threadsBefore = entriesOf("/proc/self/task");
     tCallingListener listener([&](char*, int) {
         EXPECT_TRUE(waitUntil([&] { return receiver != nullptr; }));
