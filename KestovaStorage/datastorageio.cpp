@@ -70,6 +70,12 @@ uint64_t tDataStorageIO::GetWriteLostCnt() const
 
 bool tDataStorageIO::OpenReadDataFileorFolder(const std::string& path, iDataReadReplayObserver* observer)
 {
+    // Not owned: a share of nothing that points to it.
+    return d->m_player.open(path, {std::shared_ptr<void>(), observer});
+}
+
+bool tDataStorageIO::OpenReadingFor(const std::string& path, const std::shared_ptr<iDataReadReplayObserver>& observer)
+{
     return d->m_player.open(path, observer);
 }
 

@@ -5,6 +5,7 @@
 #ifndef KESTOVA_DATASTORAGEIO_H
 #define KESTOVA_DATASTORAGEIO_H
 
+#include <memory>
 #include <set>
 #include <stdint.h>
 #include <string>
@@ -156,6 +157,11 @@ public:
     // empty, folders. With `recursive` the folders below too; a folder that links lead back to is entered once.
     static void GetFileFolderInDir(const std::string& dir, std::set<std::string>& out, bool recursive,
                                    const std::string& suffix);
+
+protected:
+    // OpenReadDataFileorFolder for a derived class: keeps the observer, and lets go of it when it is called no more,
+    // because everything was closed or something else opened; on the thread that did so, with no lock held.
+    bool OpenReadingFor(const std::string& path, const std::shared_ptr<iDataReadReplayObserver>& observer);
 
 private:
     tDataStorageIOPrivate* d;

@@ -75,4 +75,15 @@ inline const tRadarMsgPackage* asPackage(const char* bytes, std::size_t len)
     return package->msgLen <= len - cPackageHeadSize ? package : nullptr;
 }
 
+// The package that `len` bytes are: null unless they are exactly one whole package, marks included.
+inline const tRadarMsgPackage* asWholePackage(const char* bytes, std::size_t len)
+{
+    const tRadarMsgPackage* const package = asPackage(bytes, len);
+    if (package == nullptr || len != packageSize(package->msgLen) ||
+        std::memcmp(bytes, cPackageHeadMark, cPackageMarkSize) != 0 ||
+        std::memcmp(bytes + len - cPackageMarkSize, cPackageEndMark, cPackageMarkSize) != 0)
+        return nullptr;
+    return package;
+}
+
 #endif

@@ -52,9 +52,9 @@ tReplayPlayer::~tReplayPlayer()
 
 // ---- control ----
 
-bool tReplayPlayer::open(const std::string& path, iDataReadReplayObserver* observer)
+bool tReplayPlayer::open(const std::string& path, tObserver observer)
 {
-    return carryOut({tCommand::eOpen, path, observer});
+    return carryOut({tCommand::eOpen, path, std::move(observer)});
 }
 
 bool tReplayPlayer::stop()
@@ -64,7 +64,7 @@ bool tReplayPlayer::stop()
 
 bool tReplayPlayer::jump(double fraction)
 {
-    return carryOut({tCommand::eJump, {}, nullptr, fraction});
+    return carryOut({tCommand::eJump, {}, {}, fraction});
 }
 
 void tReplayPlayer::close()
@@ -134,10 +134,11 @@ bool tReplayPlayer::execute(const tCommand& command)
     return false;
 }
 
-void tReplayPlayer::doOpen(const std::string& path, iDataReadReplayObserver* observer)
+void tReplayPlayer::doOpen(const std::string& path, const tObserver& observer)
 {
     doClose();
-    m_observer.set(observer);
+    m_openedFor = observer;
+    m_observer.set(observer.get());
     m_player.wake([&] {
         m_path = path;
         m_cancel = false;
@@ -226,6 +227,7 @@ void tReplayPlayer::doClose()
     }
     doStop();
     m_observer.set(nullptr);
+    m_openedFor.reset();
     const tWorker::tLock held = m_player.lock();
     if (!m_player.isSelf())
         m_putOff.clear();  // asked for before this close

@@ -14,6 +14,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <string>
 
 #include "KestovaStorage/datastorageio.h"
@@ -30,7 +31,10 @@ public:
     explicit tReplayPlayer(const std::string& specifySuffix) : m_specifySuffix(specifySuffix) {}
     ~tReplayPlayer();
 
-    bool open(const std::string& path, iDataReadReplayObserver* observer);
+    using tObserver = std::shared_ptr<iDataReadReplayObserver>;
+
+    // Keeps the observer until it is called no more: until another is opened or everything is closed.
+    bool open(const std::string& path, tObserver observer);
     bool pause(bool pause);
     void setSpeed(double rate);
     bool stop();
@@ -54,7 +58,7 @@ private:
             eClose
         } kind;
         std::string path{};
-        iDataReadReplayObserver* observer = nullptr;
+        tObserver observer{};
         double fraction = 0.0;
     };
     class tTurn;
@@ -63,7 +67,7 @@ private:
     bool carryOut(const tCommand& command);
     bool putOff(const tCommand& command);
     bool execute(const tCommand& command);
-    void doOpen(const std::string& path, iDataReadReplayObserver* observer);
+    void doOpen(const std::string& path, const tObserver& observer);
     bool doStop();
     bool doJump(double fraction);
     void doClose();
@@ -90,6 +94,7 @@ private:
 
     const std::string m_specifySuffix;
     tCallbackGate<iDataReadReplayObserver> m_observer;
+    tObserver m_openedFor;  // whom m_observer calls; changed by whoever has the turn
 
     std::condition_variable m_turnFree;  // with m_player's lock: m_controlBusy was cleared
     std::condition_variable m_ended;     // with m_player's lock: opening or playing has ended

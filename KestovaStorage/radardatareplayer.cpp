@@ -1,0 +1,163 @@
+#include "KestovaStorage/radardatareplayer.h"
+
+#include <atomic>
+#include <memory>
+#include <utility>
+
+#include "KestovaStorage/internal/recordreplay.h"
+#include "KestovaStorage/internal/replaynetwork.h"
+
+namespace Kestova
+{
+namespace
+{
+tRecordReplay::tTypes setOf(const eReadWriteType* types, int count)
+{
+    tRecordReplay::tTypes set;
+    for (int i = 0; types != nullptr && i < count; ++i)
+        set.set(types[i]);
+    return set;
+}
+
+// The storage engine's observer for one open call. It knows the application's observer of that call: what a replay
+// still tells while it is being closed reaches the one that it was opened with, whoever opens the next. The engine lets
+// go of it when nothing of it is played any more; then its sockets close.
+class tOpening : public storage::iDataReadReplayObserver
+{
+public:
+    tOpening(tRecordReplay& records, tReplayNetwork* network, iRadarDataReplayObserver* observer)
+        : m_records(records), m_network(network), m_observer(observer)
+    {}
+    ~tOpening() override
+    {
+        if (m_network != nullptr)
+            m_network->clear();
+    }
+    tOpening(const tOpening&) = delete;
+    tOpening& operator=(const tOpening&) = delete;
+
+    void UpdateReplayStatus(std::uint8_t status) override
+    {
+        if (m_observer != nullptr)
+            m_observer->UpdateReplayStatus(status);
+    }
+    void UpdateDataTimeSpan(std::uint64_t firstTimeMs, std::uint64_t lastTimeMs) override
+    {
+        if (m_observer != nullptr)
+            m_observer->UpdateDataTimeSpan(firstTimeMs, lastTimeMs);
+    }
+    void UpdateReplayData(std::uint64_t timeMs, double progress, const char* data, unsigned int len,
+                          std::string fileName) override
+    {
+        m_records.replay(timeMs, progress, data, len, fileName, m_observer);
+    }
+
+private:
+    tRecordReplay& m_records;
+    tReplayNetwork* const m_network;
+    iRadarDataReplayObserver* const m_observer;
+};
+}  // namespace
+
+class tRadarDataReplayerPrivate : public storage::tDataStorageIO
+{
+public:
+    tRadarDataReplayerPrivate(const eReadWriteType* types, int count, bool netReplay, const char* localIp,
+                              const char* name)
+        : storage::tDataStorageIO("./RadarDataStorage", name),
+          m_network(netReplay ? std::make_unique<tReplayNetwork>(net::transAddr(localIp)) : nullptr),
+          m_records(setOf(types, count), m_network.get())
+    {
+        // Kept: one switch for the whole process, so that what is being replayed is not deleted meanwhile.
+        std::atomic_ref<bool>(storage::tDataStorageIO::DiskCheckThreadEnable).store(false);
+    }
+    // No callback comes any more, then the network ends with all its threads, and the engine last.
+    ~tRadarDataReplayerPrivate() override { CloseReadingFile(); }
+
+    bool open(const std::string& path, iRadarDataReplayObserver* observer)
+    {
+        return OpenReadingFor(path, std::make_shared<tOpening>(m_records, m_network.get(), observer));
+    }
+    void close()
+    {
+        CloseReadingFile();
+        if (m_network)
+            m_network->clear();  // of spoke loops too, where nothing was open
+    }
+    void runLoops(bool on)
+    {
+        if (m_network)
+            m_network->runLoops(on);
+    }
+    tRecordReplay& records() { return m_records; }
+
+private:
+    const std::unique_ptr<tReplayNetwork> m_network;  // null where nothing is to leave this machine
+    tRecordReplay m_records;
+};
+
+tRadarDataReplayer::tRadarDataReplayer(const eReadWriteType* types, int count, bool netReplay, const char* localIp,
+                                       const char* name)
+    : d(new tRadarDataReplayerPrivate(types, count, netReplay, localIp, name))
+{}
+
+tRadarDataReplayer::~tRadarDataReplayer()
+{
+    delete d;
+}
+
+bool tRadarDataReplayer::OpenReadDataFileorFolder(const std::string& path, iRadarDataReplayObserver* observer)
+{
+    return d->open(path, observer);
+}
+
+bool tRadarDataReplayer::Pause(bool pause)
+{
+    return d->Pause(pause);
+}
+
+void tRadarDataReplayer::FastSlowForward(double rate)
+{
+    d->FastSlowForward(rate);
+}
+
+bool tRadarDataReplayer::Stop()
+{
+    return d->Stop();
+}
+
+bool tRadarDataReplayer::Jump(double fraction)
+{
+    return d->Jump(fraction);
+}
+
+void tRadarDataReplayer::CloseReadingFile()
+{
+    d->close();
+}
+
+void tRadarDataReplayer::SetReplayModifyObserver(iRadarReplayModifyObserver* observer)
+{
+    d->records().setModifyObserver(observer);
+}
+
+void tRadarDataReplayer::CircleLoop(bool run)
+{
+    d->runLoops(run);
+}
+
+uint64_t tRadarDataReplayer::GetSentCnt() const
+{
+    return d->records().sentCnt();
+}
+
+uint64_t tRadarDataReplayer::GetSendRefusedCnt() const
+{
+    return d->records().refusedCnt();
+}
+
+uint64_t tRadarDataReplayer::GetDamagedCnt() const
+{
+    return d->records().damagedCnt();
+}
+}  // namespace Kestova

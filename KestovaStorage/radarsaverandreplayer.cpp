@@ -1,0 +1,189 @@
+#include "KestovaStorage/radarsaverandreplayer.h"
+
+#include <atomic>
+#include <cstdio>
+#include <memory>
+
+#include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/internal/radarpackageformat.h"
+#include "KestovaStorage/packagebuilderandsplitter.h"
+#include "KestovaUtils/timeparser.h"
+
+namespace Kestova
+{
+namespace
+{
+constexpr char cSuffix[] = ".qvdata";
+constexpr std::uint8_t cOwnRecords = 15;  // radarMultiNum of what SaveData writes: no radar has this number
+constexpr int cMaxLen = static_cast<int>(cMaxStreamPackage - cPackageOverhead);
+constexpr unsigned int cEndTimeout_ms = 5000;  // what ending a recording waits for builder and writer
+
+tUdpMsgInfo infoOf(int dataType)
+{
+    const auto bits = static_cast<unsigned int>(dataType);
+    return {1, 2, static_cast<tMsgType>(bits >> 8), static_cast<tReadWriteType>(bits), cOwnRecords};
+}
+}  // namespace
+
+class tRadarSaverAndReplayerPrivate : public iPackageObserver, public storage::iDataReadReplayObserver
+{
+public:
+    explicit tRadarSaverAndReplayerPrivate(iSaveReplayObserver* observer) : m_observer(observer)
+    {
+        m_packageBuilder->AddPackageObserer(this);
+        tellState();
+    }
+    ~tRadarSaverAndReplayerPrivate() override
+    {
+        m_replayer.CloseReadingFile();
+        finishFile();
+        m_packageBuilder.reset();  // its send thread calls this object, which uses the saver
+    }
+    tRadarSaverAndReplayerPrivate(const tRadarSaverAndReplayerPrivate&) = delete;
+    tRadarSaverAndReplayerPrivate& operator=(const tRadarSaverAndReplayerPrivate&) = delete;
+
+    void UpdateSplittedPackage(const tRadarMsgPackage*, unsigned int, int) override {}
+    void UpdateBuildedPackage(const char* data, unsigned int len, int, unsigned long time) override
+    {
+        m_saver.WriteData(data, len, time);
+    }
+
+    void UpdateReplayStatus(std::uint8_t) override {}
+    void UpdateDataTimeSpan(std::uint64_t, std::uint64_t) override {}
+    void UpdateReplayData(std::uint64_t, double progress, const char* data, unsigned int len, std::string) override;
+
+    bool in(eSaveReplayState state) const { return m_state == state; }
+    eSaveReplayState tellState() const;
+    void enter(eSaveReplayState state);
+    void save(int dataType, const char* data, int len);
+    void finishFile();
+
+    storage::tDataStorageIO m_saver{"", cSuffix};
+    storage::tDataStorageIO m_replayer{"", cSuffix};
+
+private:
+    std::atomic<eSaveReplayState> m_state{eIdle};
+    iSaveReplayObserver* const m_observer;
+    std::unique_ptr<tPackageBuilderAndSplitter> m_packageBuilder = std::make_unique<tPackageBuilderAndSplitter>();
+};
+
+eSaveReplayState tRadarSaverAndReplayerPrivate::tellState() const
+{
+    const eSaveReplayState state = m_state;
+    if (m_observer != nullptr)
+        m_observer->UpdateState(state);
+    return state;
+}
+
+void tRadarSaverAndReplayerPrivate::enter(eSaveReplayState state)
+{
+    m_state = state;
+    tellState();
+}
+
+void tRadarSaverAndReplayerPrivate::save(int dataType, const char* data, int len)
+{
+    if (len < 0 || len > cMaxLen || (data == nullptr && len != 0))
+    {
+        std::fprintf(stderr, "Radar saver and replayer: a message of %d bytes cannot be saved (0 to %d can)\n", len,
+                     cMaxLen);
+        return;
+    }
+    if (m_saver.IsWriteEnable())
+        m_packageBuilder->BuildPackage(infoOf(dataType), "0.0.0.0", 0, data, len,
+                                       utils::time::tTimeParser::GetCurrentTime_ms());
+}
+
+void tRadarSaverAndReplayerPrivate::finishFile()
+{
+    const std::string file = m_saver.GetCurrentWriteDataFileName();
+    const bool saved = m_packageBuilder->WaitBuildIdle(cEndTimeout_ms) && m_saver.WaitWriteIdle(cEndTimeout_ms);
+    if (!saved && !file.empty())
+        std::fprintf(stderr, "Radar saver and replayer: not everything saved is in %s\n", file.c_str());
+    m_saver.FinishWrite();
+}
+
+void tRadarSaverAndReplayerPrivate::UpdateReplayData(std::uint64_t, double progress, const char* data, unsigned int len,
+                                                     std::string)
+{
+    const tRadarMsgPackage* const package = asWholePackage(data, len);
+    if (package == nullptr || package->msgInfo.radarMultiNum != cOwnRecords || package->udpAddr != 0 ||
+        package->udpPort != 0 || m_observer == nullptr)
+        return;
+    m_observer->UpdateReplayData(progress, (package->msgInfo.type << 8) + package->msgInfo.rwType,
+                                 data + cPackageHeadSize, package->msgLen);
+}
+
+tRadarSaverAndReplayer::tRadarSaverAndReplayer(iSaveReplayObserver* observer)
+    : m_p(new tRadarSaverAndReplayerPrivate(observer))
+{}
+
+tRadarSaverAndReplayer::~tRadarSaverAndReplayer()
+{
+    delete m_p;
+}
+
+eSaveReplayState tRadarSaverAndReplayer::State() const
+{
+    return m_p->tellState();
+}
+
+bool tRadarSaverAndReplayer::StartSaving(const std::string& folder)
+{
+    if (!m_p->in(eIdle) || !m_p->m_saver.CreateNewWritingFile(folder, "", false))
+        return false;
+    m_p->enter(eSaving);
+    return true;
+}
+
+void tRadarSaverAndReplayer::SaveData(int dataType, const char* data, int len)
+{
+    if (m_p->in(eSaving))
+        m_p->save(dataType, data, len);
+}
+
+void tRadarSaverAndReplayer::EndSave()
+{
+    if (!m_p->in(eSaving))
+        return;
+    m_p->finishFile();
+    m_p->enter(eIdle);
+}
+
+bool tRadarSaverAndReplayer::StartReplaying(const std::string& path)
+{
+    if (!m_p->in(eIdle) || !m_p->m_replayer.OpenReadDataFileorFolder(path, m_p))
+        return false;
+    m_p->enter(eReplaying);
+    return true;
+}
+
+bool tRadarSaverAndReplayer::Pause()
+{
+    return m_p->in(eReplaying) && m_p->m_replayer.Pause(true);
+}
+
+bool tRadarSaverAndReplayer::Resume()
+{
+    return m_p->in(eReplaying) && m_p->m_replayer.Pause(false);
+}
+
+bool tRadarSaverAndReplayer::Jump(double position)
+{
+    return m_p->in(eReplaying) && m_p->m_replayer.Jump(position);
+}
+
+void tRadarSaverAndReplayer::SetSpeed(double speed)
+{
+    if (m_p->in(eReplaying))
+        m_p->m_replayer.FastSlowForward(speed);
+}
+
+void tRadarSaverAndReplayer::EndReplay()
+{
+    if (!m_p->in(eReplaying))
+        return;
+    m_p->m_replayer.CloseReadingFile();
+    m_p->enter(eIdle);
+}
+}  // namespace Kestova
