@@ -1,76 +1,79 @@
-// Plays a data file, or all data files below a folder, and says what was in it, stream by stream. SPEED is 1 for the
-// recorded pace, up to 10 for faster, below 1 for slower.
+// Plays a recording onto the network and, when it has ended, keeps the radar picture turning for some seconds: the last
+// revolution is sent again every 2 s, so that displays do not go dark.
 //
-//     replayer PATH [SPEED]
-#include <array>
+//     replayer PATH LOCAL-IP SECONDS
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <future>
 #include <iostream>
+#include <vector>
 
-#include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/radarmsgpackage.h"
+#include "KestovaStorage/radardatareplayer.h"
 
 namespace
 {
-class tStreamCounter : public storage::iDataReadReplayObserver
+// What comes by, on the replay thread.
+class tReplayObserver : public Kestova::iRadarDataReplayObserver
 {
 public:
-    void UpdateDataTimeSpan(uint64_t firstTimeMs, uint64_t lastTimeMs) override
+    void UpdateReplayStatus(tReplayStatus status) override
     {
-        std::cout << "time span " << lastTimeMs - firstTimeMs << " ms\n";
+        if (status == storage::eReplayEnded && !m_told.exchange(true))
+            ended.set_value();
+    }
+    void UpdateDataTimeSpan(tTimes_ms begin, tTimes_ms end) override { std::cout << end - begin << " ms\n"; }
+    void UpdateFileName(std::string) override {}
+    void UpdateReplayData(tTimes_ms, tTimes_ms, tMsgType, tReadWriteType, double, const char*, int, const char*,
+                          int len) override
+    {
+        bytes += static_cast<unsigned long>(len);
     }
 
-    // On the replay thread, one call at a time. What the recorder wrote are packages; anything shorter is none.
-    void UpdateReplayData(uint64_t, double, const char* data, unsigned int len, std::string) override
-    {
-        tRadarMsgPackage head;
-        if (len < sizeof(head))
-            return;
-        std::memcpy(&head, data, sizeof(head));
-        tCount& count = m_counts[head.msgInfo.rwType];
-        ++count.datagrams;
-        count.bytes += head.msgLen;
-    }
-
-    void UpdateReplayStatus(uint8_t status) override
-    {
-        if (status == storage::eReplayEnded)
-            m_ended.set_value();
-    }
-
-    void waitForEnd() { m_ended.get_future().wait(); }
-
-    bool print() const  // false where there was nothing
-    {
-        std::uint64_t all = 0;
-        for (std::size_t kind = 0; kind < m_counts.size(); all += m_counts[kind++].datagrams)
-            if (m_counts[kind].datagrams != 0)
-                std::cout << "stream " << kind << ' ' << m_counts[kind].datagrams << " datagrams "
-                          << m_counts[kind].bytes << " bytes\n";
-        return all != 0;
-    }
+    std::promise<void> ended;
+    std::atomic<unsigned long> bytes{0};
 
 private:
-    struct tCount
+    std::atomic<bool> m_told{false};
+};
+
+// Knows the spokes of kestova simulate: 5A A5 in front, the azimuth as two bytes at offset 4. A real radar's differ.
+class tSpokeFinder : public Kestova::iRadarReplayModifyObserver
+{
+    void UpdateReplayDataModify(tTimes_ms, tTimes_ms, tMsgType, tReadWriteType, double, const char*, int, char*,
+                                int) override
+    {}
+    void UpdateReplayAddrModify(uint32_t*, uint16_t*) override {}
+    bool CheckIfNeededCircleLoop(tMsgType, tReadWriteType rwType, const char*, int, char* data, int len, int& loop,
+                                 int& azimuth) override
     {
-        std::uint64_t datagrams = 0, bytes = 0;
-    };
-    std::array<tCount, 256> m_counts;
-    std::promise<void> m_ended;
+        if (rwType != eImageStream || len < 6 || std::memcmp(data, "\x5A\xA5", 2) != 0)
+            return false;
+        loop = 0;  // one radar
+        azimuth = static_cast<unsigned char>(data[4]) | static_cast<unsigned char>(data[5]) << 8;
+        return true;
+    }
 };
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc < 2)
-        return std::cerr << "usage: replayer PATH [SPEED]\n", 2;
+    if (argc != 4)
+        return std::cerr << "usage: replayer PATH LOCAL-IP SECONDS\n", 2;
 
-    tStreamCounter counter;
-    storage::tDataStorageIO io("", ".data");
-    io.OpenReadDataFileorFolder(argv[1], &counter);
-    io.FastSlowForward(argc > 2 ? std::atof(argv[2]) : 1.0);  // opening sets the recorded pace
-    counter.waitForEnd();
-    io.CloseReadingFile();  // no call comes any more
-    return counter.print() ? 0 : 1;
+    const std::vector<eReadWriteType> kinds = {eImageStream, eImageState, eArpaStream, eArpaState,
+                                               eAisDev,      eGpsDev,     eDepthDev,   eHeadingDev};
+    tReplayObserver observer;
+    tSpokeFinder finder;
+    Kestova::tRadarDataReplayer replayer(kinds.data(), static_cast<int>(kinds.size()), true, argv[2], ".data");
+    replayer.SetReplayModifyObserver(&finder);
+    replayer.OpenReadDataFileorFolder(argv[1], &observer);
+    observer.ended.get_future().wait();
+    std::cout << replayer.GetSentCnt() << " datagrams sent, " << observer.bytes << " bytes\n";
+
+    replayer.CircleLoop(true);
+    std::promise<void>().get_future().wait_for(std::chrono::seconds(std::atoi(argv[3])));
+    replayer.CircleLoop(false);
+    return replayer.GetSendRefusedCnt() == 0 ? 0 : 1;  // everything ends with the replayer
 }

@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
 # recorder_and_replayer.sh KESTOVA RECORDER REPLAYER: the recorder example records a simulated radar on the loopback
-# interface, the replayer example plays the file; both must count the same datagrams, and some of every stream.
+# interface; the replayer example plays the file onto the same groups and then keeps the picture turning; a second
+# recorder must hear every datagram again, and more of the image stream alone.
 set -euo pipefail
 kestova=$1
 recorder=$2
 replayer=$3
 folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
+recording=""
+trap '[ -z "$recording" ] || kill "$recording" 2>/dev/null || true; rm -rf "$folder"' EXIT
+cd "$folder" # the replayer makes its RadarDataStorage here
 
 # Groups and ports of this process's own: other tests run beside this one.
 net="239.18.$(($$ / 256 % 256)).$(($$ % 256))"
@@ -18,26 +21,29 @@ streams=(imageStream imageState arpaStream arpaState aisDev gpsDev depthDev head
         printf '%s "%s": "%s:%d"' "$([ "$i" = 0 ] || echo ,)" "${streams[i]}" "$net" $((port + i))
     done
     printf ' } } ] }\n'
-} >"$folder/radars.json"
+} >radars.json
 
-"$recorder" "$folder/radars.json" A1:2 1 "$folder/recordings" 4 127.0.0.1 \
-    >"$folder/recorded" 2>"$folder/recorder.log" &
-recording=$!
-trap 'kill "$recording" 2>/dev/null || true; rm -rf "$folder"' EXIT
-for _ in $(seq 100); do
-    grep -q '^recording to ' "$folder/recorder.log" && break
-    sleep 0.05
-done
-"$kestova" simulate --radars "$folder/radars.json" --radar A1:2 --id 1 --local-ip 127.0.0.1 --duration 2 --seed 7
+record() { # record NAME SECONDS: in the background, from here on
+    "$recorder" radars.json A1:2 1 "$1" "$2" 127.0.0.1 >"$1.counts" 2>"$1.log" &
+    recording=$!
+    for _ in $(seq 100); do
+        grep -q '^recording to ' "$1.log" && break
+        sleep 0.05
+    done
+}
+
+record first 4
+"$kestova" simulate --radars radars.json --radar A1:2 --id 1 --local-ip 127.0.0.1 --rate 120 --duration 2 --seed 7
 wait "$recording"
-"$replayer" "$folder/recordings" 10 >"$folder/replayed"
-echo "--- recorded"
-cat "$folder/recorded"
-echo "--- replayed"
-cat "$folder/replayed"
+record second 7
+"$replayer" first 127.0.0.1 3
+wait "$recording"
+recording=""
+tail -n 30 first.counts second.counts
 
-# Each radar group's "N datagrams M bytes", sorted, against each replayed stream's; service groups are everybody's.
-counts() { grep -o '[0-9]* datagrams [0-9]* bytes' | sort; }
-diff -u --label recorded --label replayed <(grep "^$net:" "$folder/recorded" | counts) \
-    <(grep '^stream ' "$folder/replayed" | grep -v '^stream 25[45] ' | counts)
-[ "$(grep "^$net:" "$folder/recorded" | grep -vc ' 0 datagrams')" = "${#streams[@]}" ]
+# Each group of the radar as "PORT DATAGRAMS"; service groups are everybody's.
+counts() { sed -n "s/^$net:\([0-9]*\) \([0-9]*\) datagrams.*/\1 \2/p" "$1.counts" | sort; }
+[ "$(counts first | grep -vc ' 0$')" = "${#streams[@]}" ]
+diff -u --label recorded --label "heard again" <(counts first | grep -v "^$port ") <(counts second | grep -v "^$port ")
+spokes() { counts "$1" | sed -n "s/^$port //p"; }
+[ "$(spokes second)" -gt "$(spokes first)" ]

@@ -1,0 +1,83 @@
+#include <map>
+#include <mutex>
+
+#include "KestovaStorage/datafile.h"
+#include "KestovaStorage/datastorageio.h"
+#include "tools/packageview.h"
+#include "tools/replayer/player.h"
+
+namespace tool
+{
+namespace
+{
+// Plays to nobody: records are counted, and what is no package counts as raw.
+class tTerminalPlayer : public iPlayer, private storage::iDataReadReplayObserver
+{
+public:
+    tTerminalPlayer(tReplaySession& session, const tStreamChoice& streams, const std::string& suffix)
+        : m_session(session), m_streams(streams), m_storage("", suffix.c_str())
+    {}
+    ~tTerminalPlayer() override { m_storage.CloseReadingFile(); }
+
+    void open(const std::string& path) override { m_storage.OpenReadDataFileorFolder(path, this); }
+    bool pause(bool on) override { return m_storage.Pause(on); }
+    void setSpeed(double rate) override { m_storage.FastSlowForward(rate); }
+    bool jump(double fraction) override { return m_storage.Jump(fraction); }
+    void close() override { m_storage.CloseReadingFile(); }
+    std::uint64_t countDamaged(const std::vector<std::string>& files, bool whole) const override;
+
+private:
+    void UpdateReplayStatus(std::uint8_t status) override { m_session.status(status); }
+    void UpdateDataTimeSpan(std::uint64_t firstTimeMs, std::uint64_t lastTimeMs) override
+    {
+        m_session.span(firstTimeMs, lastTimeMs);
+    }
+    void UpdateReplayData(std::uint64_t timeMs, double progress, const char* data, unsigned int len,
+                          std::string fileName) override;
+
+    tReplaySession& m_session;
+    const tStreamChoice m_streams;
+    mutable std::mutex m_mutex;
+    std::map<std::string, std::uint64_t> m_perFile;  // records played, chosen or not; guarded by m_mutex
+    storage::tDataStorageIO m_storage;               // last: its threads call this object
+};
+
+void tTerminalPlayer::UpdateReplayData(std::uint64_t timeMs, double progress, const char* data, unsigned int len,
+                                       std::string fileName)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        ++m_perFile[fileName];
+    }
+    m_session.passed(timeMs, progress);
+    const std::string_view segment(data, len);
+    const auto package = viewPackage(segment);
+    if (package && m_streams.includes(package->info.rwType))
+        m_session.count(tStreamKey::of(package->info.rwType, package->ip, package->port), package->payload);
+    else if (!package && m_streams.includesAll())
+        m_session.count(tStreamKey::raw(), segment);
+}
+
+std::uint64_t tTerminalPlayer::countDamaged(const std::vector<std::string>&, bool whole) const
+{
+    const std::lock_guard lock(m_mutex);
+    std::uint64_t damaged = 0;
+    for (const auto& [path, played] : m_perFile)
+    {
+        storage::tDataFile file;
+        if (!file.open(path))
+            continue;
+        damaged += file.damagedCount();
+        if (whole && file.finished() && file.recordCount() > played)
+            damaged += file.recordCount() - played;
+    }
+    return damaged;
+}
+}  // namespace
+
+std::unique_ptr<iPlayer> makeTerminalPlayer(tReplaySession& session, const tStreamChoice& streams,
+                                            const std::string& suffix)
+{
+    return std::make_unique<tTerminalPlayer>(session, streams, suffix);
+}
+}  // namespace tool
