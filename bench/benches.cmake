@@ -5,3 +5,7 @@ kestova_bench(replay_pace)
 kestova_bench(storage_start)
 kestova_bench(package)
 kestova_bench(multicast)
+kestova_bench(network_replay)
+kestova_bench(replay_twice)
+kestova_bench(spoke)
+target_sources(spoke_bench PRIVATE ../KestovaStorage/internal/spokebuffer.cpp)  # a room of the library, not exported

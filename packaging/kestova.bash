@@ -23,7 +23,7 @@ _kestova()
     --root) compopt -o filenames; COMPREPLY=($(compgen -d -- "$current")); return ;;
     --streams) compopt -o nospace; _kestova_streams "$current"; return ;;
     --radar | --id | --group | --duration | --rate | --spokes | --seed | --start-time | --suffix | --speed | --start | \
-        --gap | --from | --to | --limit | --bytes) return ;;
+        --gap | --from | --to | --limit | --bytes | --map) return ;;
     --local-ip) COMPREPLY=($(compgen -W "127.0.0.1 $(command ls /sys/class/net 2>/dev/null)" -- "$current")); return ;;
     esac
 
@@ -34,7 +34,7 @@ _kestova()
     case "${COMP_WORDS[1]}" in
     simulate) options="$common $radar --rate --spokes --seed --start-time" ;;
     record) options="$common $radar --group --streams --root --compress" ;;
-    replay) options="$common --suffix --speed --start --streams --loop" ;;
+    replay) options="$common --suffix --speed --start --streams --loop --net --local-ip --map" ;;
     info) options="$common --suffix --gap --digest" ;;
     dump) options="$common --suffix --streams --from --to --limit --bytes --all" ;;
     *) return ;;

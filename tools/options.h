@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "KestovaUtils/multiradarclient.h"
-#include "UdpSocket/netaddress.h"
 
 namespace tool
 {
@@ -48,9 +47,6 @@ struct tRadarOptions
     // Loads the directory and looks the radar up. Throws tFailure.
     const RadarAddress& find() const;
 };
-
-// "239.17.0.1:6001". Throws std::invalid_argument.
-NetAddress parseGroup(const std::string& text);
 
 // The address of a local interface given by its address or name ("127.0.0.1", "eth0"), as net::transAddr returns it.
 // Throws tFailure where this machine has no such interface.

@@ -9,6 +9,7 @@
 #include "tools/command.h"
 #include "tools/console.h"
 #include "tools/failure.h"
+#include "tools/groupaddress.h"
 #include "tools/options.h"
 #include "tools/recorder/grouprecording.h"
 #include "tools/recorder/radarrecording.h"

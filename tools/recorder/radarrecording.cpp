@@ -1,4 +1,5 @@
 #include "tools/recorder/radarrecording.h"
+#include "tools/groupaddress.h"
 
 #include <algorithm>
 #include <chrono>

@@ -3,7 +3,7 @@
 #include <stdexcept>
 
 #include "UdpSocket/udpsocket.h"
-#include "tools/options.h"
+#include "tools/groupaddress.h"
 
 namespace tool
 {
