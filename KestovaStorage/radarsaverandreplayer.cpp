@@ -48,7 +48,12 @@ public:
         m_saver.WriteData(data, len, time);
     }
 
-    void UpdateReplayStatus(std::uint8_t) override {}
+    // The first thing that a replay tells: the observer hears of the state before any message comes.
+    void UpdateReplayStatus(std::uint8_t status) override
+    {
+        if (status == storage::eReplayOpening)
+            m_told.wait(false);
+    }
     void UpdateDataTimeSpan(std::uint64_t, std::uint64_t) override {}
     void UpdateReplayData(std::uint64_t, double progress, const char* data, unsigned int len, std::string) override;
 
@@ -57,12 +62,21 @@ public:
     void enter(eSaveReplayState state);
     void save(int dataType, const char* data, int len);
     void finishFile();
+    bool startReplaying(const std::string& path);
+    void endReplay();
 
     storage::tDataStorageIO m_saver{"", cSuffix};
     storage::tDataStorageIO m_replayer{"", cSuffix};
 
 private:
+    void letReplay()
+    {
+        m_told = true;
+        m_told.notify_all();
+    }
+
     std::atomic<eSaveReplayState> m_state{eIdle};
+    std::atomic<bool> m_told{false};  // a replay that was opened may go on: the observer has been told of it
     iSaveReplayObserver* const m_observer;
     std::unique_ptr<tPackageBuilderAndSplitter> m_packageBuilder = std::make_unique<tPackageBuilderAndSplitter>();
 };
@@ -101,6 +115,23 @@ void tRadarSaverAndReplayerPrivate::finishFile()
     if (!saved && !file.empty())
         std::fprintf(stderr, "Radar saver and replayer: not everything saved is in %s\n", file.c_str());
     m_saver.FinishWrite();
+}
+
+bool tRadarSaverAndReplayerPrivate::startReplaying(const std::string& path)
+{
+    m_told = false;
+    if (!m_replayer.OpenReadDataFileorFolder(path, this))
+        return false;
+    enter(eReplaying);
+    letReplay();
+    return true;
+}
+
+void tRadarSaverAndReplayerPrivate::endReplay()
+{
+    letReplay();  // where the observer, being told, wants none of it
+    m_replayer.CloseReadingFile();
+    enter(eIdle);
 }
 
 void tRadarSaverAndReplayerPrivate::UpdateReplayData(std::uint64_t, double progress, const char* data, unsigned int len,
@@ -152,10 +183,7 @@ void tRadarSaverAndReplayer::EndSave()
 
 bool tRadarSaverAndReplayer::StartReplaying(const std::string& path)
 {
-    if (!m_p->in(eIdle) || !m_p->m_replayer.OpenReadDataFileorFolder(path, m_p))
-        return false;
-    m_p->enter(eReplaying);
-    return true;
+    return m_p->in(eIdle) && m_p->startReplaying(path);
 }
 
 bool tRadarSaverAndReplayer::Pause()
@@ -181,9 +209,7 @@ void tRadarSaverAndReplayer::SetSpeed(double speed)
 
 void tRadarSaverAndReplayer::EndReplay()
 {
-    if (!m_p->in(eReplaying))
-        return;
-    m_p->m_replayer.CloseReadingFile();
-    m_p->enter(eIdle);
+    if (m_p->in(eReplaying))
+        m_p->endReplay();
 }
 }  // namespace Kestova

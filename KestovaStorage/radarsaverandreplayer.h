@@ -33,7 +33,8 @@ class tRadarSaverAndReplayerPrivate;
 
 // Saves or replays, one at a time: what its state does not allow does nothing and returns false. Recordings are files
 // ending in ".qvdata". A radar's traffic in a recording is not replayed here, only what SaveData wrote.
-// Call its operations from one thread; SaveData may be called from any.
+// Call its operations from one thread; SaveData may be called from any, and what it is given while EndSave runs may be
+// dropped.
 class KESTOVA_API tRadarSaverAndReplayer
 {
 public:
@@ -58,7 +59,7 @@ public:
 
     // Idle: opens a file, or every file below a folder, and plays it at the recorded pace on a thread of its own. The
     // state stays until EndReplay, at the end of the recording too; nothing tells the end but a progress of 1.0. True
-    // also where there is nothing to play.
+    // also where there is nothing to play. No message comes before the observer's UpdateState has returned.
     bool StartReplaying(const std::string& path);
     // Replaying: as in storage::tDataStorageIO. Pause and Resume are false until playing has begun.
     bool Pause();

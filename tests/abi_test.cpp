@@ -8,7 +8,9 @@
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/packagebuilderandsplitter.h"
+#include "KestovaStorage/radardatareplayer.h"
 #include "KestovaStorage/radardatasaver.h"
+#include "KestovaStorage/radarsaverandreplayer.h"
 #include "KestovaUtils/multiradarclient.h"
 #include "UdpSocket/udpsocket.h"
 
@@ -38,6 +40,8 @@ TEST(tAbiTest, keepsHandlesWithVirtualDestructorAtTwoPointers)
     EXPECT_EQ(sizeof(storage::tDataStorageIO), cTwoPointers);
     EXPECT_EQ(sizeof(tPackageBuilderAndSplitter), cTwoPointers);
     EXPECT_EQ(sizeof(Kestova::tRadarDataSaver), cTwoPointers);
+    EXPECT_EQ(sizeof(Kestova::tRadarDataReplayer), cTwoPointers);
+    EXPECT_EQ(sizeof(Kestova::tRadarSaverAndReplayer), cTwoPointers);
 }
 
 TEST(tAbiTest, keepsPlainHandlesAtOnePointer)
@@ -68,6 +72,24 @@ TEST(tAbiTest, keepsTheSlotsOfThePackageObserver)
 {
     EXPECT_EQ(slotOf(&iPackageObserver::UpdateSplittedPackage), cFirstSlot);
     EXPECT_EQ(slotOf(&iPackageObserver::UpdateBuildedPackage), cFirstSlot + 1);
+}
+
+TEST(tAbiTest, keepsTheSlotsOfTheRadarReplayObservers)
+{
+    using Kestova::iRadarDataReplayObserver, Kestova::iRadarReplayModifyObserver;
+    EXPECT_EQ(slotOf(&iRadarDataReplayObserver::UpdateReplayStatus), cFirstSlot);
+    EXPECT_EQ(slotOf(&iRadarDataReplayObserver::UpdateDataTimeSpan), cFirstSlot + 1);
+    EXPECT_EQ(slotOf(&iRadarDataReplayObserver::UpdateFileName), cFirstSlot + 2);
+    EXPECT_EQ(slotOf(&iRadarDataReplayObserver::UpdateReplayData), cFirstSlot + 3);
+    EXPECT_EQ(slotOf(&iRadarReplayModifyObserver::UpdateReplayDataModify), cFirstSlot);
+    EXPECT_EQ(slotOf(&iRadarReplayModifyObserver::UpdateReplayAddrModify), cFirstSlot + 1);
+    EXPECT_EQ(slotOf(&iRadarReplayModifyObserver::CheckIfNeededCircleLoop), cFirstSlot + 2);
+}
+
+TEST(tAbiTest, keepsTheSlotsOfTheSaveAndReplayObserver)
+{
+    EXPECT_EQ(slotOf(&Kestova::iSaveReplayObserver::UpdateState), cFirstSlot);
+    EXPECT_EQ(slotOf(&Kestova::iSaveReplayObserver::UpdateReplayData), cFirstSlot + 1);
 }
 
 TEST(tAbiTest, keepsTheSlotsOfTheSingleOperationInterfaces)

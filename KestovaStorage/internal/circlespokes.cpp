@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <exception>
 #include <utility>
 
 namespace Kestova
@@ -29,11 +30,11 @@ void tCircleSpokes::start()
     {
         m_loop.start([this] { turn(); });
     }
-    catch (...)  // no thread to be had
+    catch (const std::exception& error)  // no thread to be had
     {
         m_replaying = false;
         m_zeroSync.leave();
-        throw;
+        std::fprintf(stderr, "Radar data replayer: a circle loop does not turn: %s\n", error.what());
     }
 }
 
@@ -84,9 +85,9 @@ bool tCircleSpokes::emitPass(tTime& passStart)
 bool tCircleSpokes::startsRevolution(const tSpokeString& spoke, bool firstOfPass)
 {
     const bool due = firstOfPass && !m_met;
-    if (firstOfPass)
-        m_met = false;
-    return m_last && (spoke.azm < *m_last || due);
+    const bool starts = m_last && (spoke.azm < *m_last || due);
+    m_met = !firstOfPass && (m_met || starts);
+    return starts;
 }
 
 bool tCircleSpokes::sleepUntil(tTime due)
@@ -102,7 +103,6 @@ bool tCircleSpokes::sleepUntil(tTime due)
 // Time spent waiting for the others does not count: what follows must not come in a burst.
 void tCircleSpokes::meetAtZero(tTime& passStart)
 {
-    m_met = true;
     const tTime arrived = tWorker::tClock::now();
     m_zeroSync.arrive(m_replaying);
     passStart += tWorker::tClock::now() - arrived;

@@ -42,7 +42,7 @@ public:
     // Keeps the spoke; not while the loop turns.
     void feed(tSpokeString spoke);
     std::size_t size() const { return m_spokeBuff.size(); }
-    // Begins to turn, where there are spokes and an observer; nothing happens to a loop that turns.
+    // Begins to turn, where there are spokes, an observer and a thread to be had; nothing happens to a loop that turns.
     void start();
     void halt();  // asks the loop to stop; then wait() before anything else
     void wait();
@@ -64,7 +64,7 @@ private:
     std::atomic<bool> m_replaying{false};
     tSpokeBuffer m_spokeBuff;             // the owner's while the loop stands, the loop's while it turns
     std::optional<std::uint32_t> m_last;  // azimuth emitted last; none at the start
-    bool m_met = false;                   // came to zero since the pass began
+    bool m_met = false;                   // came to zero within the pass, behind its first spoke
     tWorker m_loop;
 };
 

@@ -228,9 +228,10 @@ void tReplayPlayer::doClose()
     doStop();
     m_observer.set(nullptr);
     m_openedFor.reset();
+    std::deque<tCommand> forgotten;  // its observers go when the lock is free again
     const tWorker::tLock held = m_player.lock();
     if (!m_player.isSelf())
-        m_putOff.clear();  // asked for before this close
+        forgotten.swap(m_putOff);  // asked for before this close
     m_recording.clear();
     m_clock = tReplayClock();
     m_preReaded = m_opening = false;

@@ -1,4 +1,5 @@
 // tDatagramCollector: keeps what a receiver delivers. testGroup: a multicast group that no other test uses.
+// tGroupListener: both.
 #ifndef KESTOVA_TESTS_DATAGRAMCOLLECTOR_H
 #define KESTOVA_TESTS_DATAGRAMCOLLECTOR_H
 
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "UdpSocket/udpsocket.h"
+#include "support/waituntil.h"
 
 struct tReceivedDatagram
 {
@@ -62,5 +64,16 @@ inline NetAddress testGroup()
     const unsigned int port = 21000 + (process * 64 + s_next++) % 10000;
     return {net::transAddr(group.c_str()), net::HtoNs(static_cast<std::uint16_t>(port))};
 }
+
+// What is heard on a group of its own.
+struct tGroupListener : tDatagramCollector
+{
+    bool heard(std::size_t number) const
+    {
+        return waitUntil([&] { return count() >= number; });
+    }
+    const NetAddress group = testGroup();
+    const net::UdpReceiver receiver{this, loopbackIp(), group, 0};
+};
 
 #endif

@@ -33,10 +33,10 @@ inline std::string asText(const tUdpMsgInfo& info)
     return text;
 }
 
-inline std::set<std::string> dataFilesBelow(const std::string& folder)
+inline std::set<std::string> dataFilesBelow(const std::string& folder, const std::string& suffix = ".data")
 {
     std::set<std::string> files;
-    storage::tDataStorageIO::GetFileFolderInDir(folder + "/", files, true, ".data");
+    storage::tDataStorageIO::GetFileFolderInDir(folder + "/", files, true, suffix);
     return files;
 }
 
@@ -81,10 +81,10 @@ inline std::vector<tRecordedPackage> packagesOf(const std::string& path)
 }
 
 // The packages of every file below `folder`, in the order of the files' names.
-inline std::vector<tRecordedPackage> recordedPackages(const std::string& folder)
+inline std::vector<tRecordedPackage> recordedPackages(const std::string& folder, const std::string& suffix = ".data")
 {
     std::vector<tRecordedPackage> all;
-    for (const std::string& file : dataFilesBelow(folder))
+    for (const std::string& file : dataFilesBelow(folder, suffix))
         for (const tRecordedPackage& package : packagesOf(file))
             all.push_back(package);
     return all;

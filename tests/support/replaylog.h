@@ -78,7 +78,6 @@ public:
         return waitUntil([&] { return text() == all; }, std::chrono::seconds(10));
     }
 
-private:
     void tell(const std::string& word)
     {
         {
@@ -89,6 +88,7 @@ private:
             react(word);
     }
 
+private:
     mutable std::mutex m_mutex;
     std::vector<std::string> m_words;  // guarded by m_mutex
     std::vector<tSegment> m_segments;  // guarded by m_mutex

@@ -1,0 +1,163 @@
+// The spokes that a circle loop keeps, how it emits them, and how loops wait for each other.
+#include <climits>
+#include <gmock/gmock.h>
+#include <random>
+
+#include "KestovaStorage/internal/circlespokes.h"
+#include "support/replaylog.h"
+
+using namespace Kestova;
+using namespace std::chrono_literals;
+using tAzimuths = std::vector<std::uint32_t>;
+
+class tCircleSpokesTest : public testing::Test
+{
+protected:
+    struct tLog : iCircleSpokeObserver, tReplayLog
+    {
+        void UpdateCircleSpokeReplay(const tSpokeString& s) override { UpdateReplayData(s.azm, 0, "", 0, ""); }
+        std::size_t size() const { return segments().size(); }
+        bool waitForSize(std::size_t n) const
+        {
+            return waitUntil([&] { return size() >= n; }, 20s);
+        }
+    };
+    // Azimuths 0 to `last`, `count` of them.
+    static void feed(tCircleSpokes& loop, std::uint32_t count, std::uint32_t last)
+    {
+        for (std::uint32_t i = 0; i < count; ++i)
+            loop.feed({std::min(i, last), 0, 0, "s"});
+    }
+    // Trimming as it is defined, over everything that is kept.
+    static void trim(tAzimuths& azimuths)
+    {
+        std::vector<std::ptrdiff_t> falls;
+        for (std::size_t i = 1; i < azimuths.size(); ++i)
+            if (azimuths[i] < azimuths[i - 1])
+                falls.push_back(static_cast<std::ptrdiff_t>(i));
+        if (falls.size() >= 2)
+            azimuths.erase(azimuths.begin(), azimuths.begin() + falls[falls.size() - 2]);
+    }
+
+    tZeroSync sync;
+    tLog log, otherLog;
+    tCircleSpokes loop{&log, sync}, other{&otherLog, sync};
+};
+
+TEST_F(tCircleSpokesTest, keepsTheLastRevolutionAndTheOneInProgress)
+{
+    std::mt19937 random(7);
+    tSpokeBuffer buffer;
+    tAzimuths expected;
+    for (std::uint32_t i = 0; i < 3'000; ++i)
+    {
+        expected.push_back(i < 25 ? i % 10 : i % 500 < 250 ? static_cast<std::uint32_t>(random()) % 1000 : i / 3 % 20);
+        buffer.append({expected.back(), 0, 0, "s"});
+        trim(expected);
+        ASSERT_EQ(buffer.size(), expected.size()) << i;
+        for (std::size_t k = 0; k < expected.size(); ++k)
+            ASSERT_EQ(buffer[k].azm, expected[k]) << i;
+        EXPECT_TRUE(i != 24 || (buffer.size() == 15 && buffer[9].azm == 9 && buffer[14].azm == 4));
+    }
+}
+
+TEST_F(tCircleSpokesTest, letsTheOldestGoWhereTheAzimuthNeverFalls)
+{
+    tSpokeBuffer many, large;
+    for (std::uint32_t i = 0; i < tSpokeBuffer::cMaxSpokes + 100; ++i)
+        many.append({i < 10 ? i : i - 10, 0, 0, "s"});
+    many.append({0, 0, 0, "s"});
+    EXPECT_TRUE(many.size() == tSpokeBuffer::cMaxSpokes && many[0].azm == 91);
+    for (std::uint32_t i = 0; i < 1'200; ++i)
+        large.append({i, 0, 0, std::string(64 * 1024, 's')});
+    EXPECT_EQ(large.size(), tSpokeBuffer::cMaxBytes / (64 * 1024));
+}
+
+TEST_F(tCircleSpokesTest, sendsManySpokesBackToBackAndOnePassInTwoSeconds)
+{
+    feed(loop, 4096, 4095);
+    loop.start();
+    ASSERT_TRUE(log.waitForSize(4097));
+    const auto emitted = log.segments();
+    EXPECT_LT(emitted[4095].arrived - emitted[0].arrived, 1s);
+    EXPECT_GE(emitted[4096].arrived - emitted[0].arrived, 2010ms);
+    EXPECT_EQ(emitted[4096].time, 0u);
+}
+
+TEST_F(tCircleSpokesTest, startsNoRevolutionBeforeTheOthersHaveComeToZero)
+{
+    feed(loop, 10, 9);
+    feed(other, 10, 9);
+    loop.start();
+    ASSERT_TRUE(log.waitForSize(3));
+    other.start();
+    ASSERT_TRUE(log.waitForSize(11));
+    ASSERT_GE(otherLog.size(), 10u);
+    EXPECT_GT(log.segments()[10].arrived, otherLog.segments()[9].arrived);
+}
+
+TEST_F(tCircleSpokesTest, isNotHeldByAnAzimuthThatNeverFallsNorByALoopThatStops)
+{
+    feed(loop, 4, 3);
+    feed(other, 4, 0);
+    tCircleSpokes empty(&otherLog, sync);
+    const auto begin = std::chrono::steady_clock::now();
+    for (tCircleSpokes* each : {&loop, &other, &empty})
+        each->start();
+    ASSERT_TRUE(log.waitForSize(9));  // into the third revolution
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5500ms);
+    other.halt();
+    other.wait();
+    EXPECT_TRUE(log.waitForSize(13));
+}
+
+// The barrier alone: three loops turn; one is stopped at zero, and leaves, then another one leaves.
+TEST_F(tCircleSpokesTest, countsNobodyWhoWasStoppedAndWaitsForNobodyWhoHasLeft)
+{
+    std::atomic<bool> turning{true}, stopping{true}, released{false};
+    for (int i = 0; i < 3; ++i)
+        sync.enter();
+    std::thread first([&] { sync.arrive(turning), released = true; }), stopped([&] { sync.arrive(stopping); });
+    EXPECT_FALSE(waitUntil([&] { return released.load(); }, 50ms));
+    stopping = false;
+    sync.wake();
+    stopped.join();
+    sync.leave();
+    EXPECT_FALSE(waitUntil([&] { return released.load(); }, 50ms));
+    sync.leave();
+    EXPECT_TRUE(waitUntil([&] { return released.load(); }));
+    first.join();
+}
+
+TEST_F(tCircleSpokesTest, keepsSpokesWhileItStandsOnly)
+{
+    feed(loop, 3, 2);
+    for (int i = 0; i < 100; ++i)
+    {
+        loop.start();
+        feed(loop, 1, 0);
+        loop.halt();
+        loop.wait();
+    }
+    EXPECT_EQ(loop.size(), 3u);
+}
+
+TEST_F(tCircleSpokesTest, startsAndStopsQuicklyAndRefusesAbsurdNumbers)
+{
+    tCircleSpokeLoops loops(&log);
+    testing::internal::CaptureStderr();
+    for (const int number : {-1, 256, INT_MAX, 0, 255})
+        loops.feed(number, {number == 0 || number == 255 ? 1u : 2u, 0, 0, "s"});
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 300; ++i)
+        loops.run(i % 3 != 2);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);  // a pass takes 2 s, and nobody waits for its end
+    loops.run(true);
+    EXPECT_TRUE(log.waitForSize(2));
+    loops.run(false);
+    EXPECT_FALSE(waitUntil([&] { return log.size() != 2; }, 100ms));
+    for (const auto& emitted : log.segments())
+        EXPECT_EQ(emitted.time, 1u);
+}

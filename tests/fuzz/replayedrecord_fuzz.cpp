@@ -1,0 +1,30 @@
+// A replayed record of any bytes, with observers that touch all they are given: nothing outside the record is read or
+// written, and what is reported is as long as the record says.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <vector>
+
+#include "KestovaStorage/internal/recordreplay.h"
+#include "support/radarreplay.h"
+
+// The first byte says whether the record is the last one; the rest is the record.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    if (size == 0)
+        return 0;
+    const std::vector<char> bytes(data + 1, data + size), before = bytes;  // of exactly this size
+    tRadarReplayLog told;
+    tReplayEditor editor;
+    editor.edit = [](char* payload, int len) { std::fill(payload, payload + len, 'e'); };
+    editor.circle = [](char*, int& number, int& azimuth) { return (number = azimuth = 1) != 0; };
+    Kestova::tRecordReplay records({}, nullptr);
+    records.setModifyObserver(&editor);
+    records.replay(1000, *data % 2, bytes.data(), static_cast<std::uint32_t>(bytes.size()), "f", &told);
+    if (bytes != before || (records.damagedCnt() != 0) != told.text().empty())
+        std::abort();
+    for (const auto& segment : told.segments())
+        if (segment.bytes != std::string(bytes.size() - 41, 'e'))
+            std::abort();
+    return 0;
+}

@@ -1,0 +1,179 @@
+// Replays as a display on the network and an application see them. Each test has a working folder of its own.
+#include <filesystem>
+#include <gmock/gmock.h>
+
+#include "support/datagramcollector.h"
+#include "support/radarreplay.h"
+#include "support/recording.h"
+#include "support/tempdir.h"
+
+using namespace Kestova;
+using namespace std::chrono_literals;
+
+class tRadarDataReplayerTest : public testing::Test
+{
+protected:
+    // Every replayer makes a folder where the process works.
+    struct tWorkingDir : tTempDir
+    {
+        tWorkingDir() { std::filesystem::current_path(path()); }
+        ~tWorkingDir() { std::filesystem::current_path("/"); }
+    };
+    std::string file(const std::string& name, const std::vector<tHandSegment>& segments) const
+    {
+        recordByHand(dir.file(name), segments);
+        return dir.file(name);
+    }
+    // One record at once, the next one an hour later.
+    std::string waiting(const std::string& name, const std::string& payload = "a") const
+    {
+        return file(name,
+                    {{1000, radarRecord(cImage, a.group, payload)}, {3'601'000, radarRecord(cImage, a.group, "z")}});
+    }
+    std::unique_ptr<tRadarDataReplayer> makeReplayer(bool net = true, const char* localIp = "127.0.0.1")
+    {
+        const eReadWriteType kinds[] = {eArpaStream, eImageStream};
+        auto made = std::make_unique<tRadarDataReplayer>(kinds, 2, net, localIp, ".data");
+        made->SetReplayModifyObserver(&editor);
+        return made;
+    }
+    bool quiet(std::chrono::milliseconds time) const
+    {
+        return !waitUntil([&, before = a.count()] { return a.count() > before; }, time);
+    }
+
+    static constexpr tUdpMsgInfo cImage{1, 1, eReadType, eImageStream, 1};
+    const tWorkingDir dir;
+    tGroupListener a, b;
+    tRadarReplayLog told, otherTold;
+    tReplayEditor editor;
+    std::unique_ptr<tRadarDataReplayer> replayer = makeReplayer();
+};
+
+TEST_F(tRadarDataReplayerTest, sendsEveryRecordToItsGroupInOrder)
+{
+    std::vector<tHandSegment> segments;
+    const auto payload = [](std::uint64_t i) { return std::string(i == 9 ? 60'000 : i, static_cast<char>(i)); };
+    for (std::uint64_t i = 0; i < 60; ++i)
+        segments.push_back({1000 + i / 4, radarRecord(cImage, (i % 2 == 0 ? a : b).group, payload(i))});
+    replayer->OpenReadDataFileorFolder(file("a.data", segments), nullptr);
+    ASSERT_TRUE(a.heard(30) && b.heard(30));
+    for (std::size_t i = 0; i < 60; ++i)
+    {
+        const tReceivedDatagram datagram = (i % 2 == 0 ? a : b).all()[i / 2];
+        EXPECT_TRUE(datagram.payload == payload(i)) << i;
+        EXPECT_EQ(datagram.fromPort, (i % 2 == 0 ? a : b).all()[0].fromPort);  // one sender
+    }
+    EXPECT_EQ(replayer->GetSentCnt(), 60u);
+    EXPECT_FALSE(storage::tDataStorageIO::DiskCheckThreadEnable);
+}
+
+TEST_F(tRadarDataReplayerTest, redirectsRecordsButTurnsTheirSpokesWhereTheyWereRecordedAndOnlyOnTheNetwork)
+{
+    editor.circle = [](char*, int& number, int& azimuth) { return (number = azimuth = 0) == 0; };
+    editor.redirect = [&](std::uint32_t* ip, std::uint16_t* port) {
+        *ip = b.group.ip, *port = net::NtoHs(b.group.port);
+    };
+    for (const bool net : {false, true})
+    {
+        replayer = makeReplayer(net);
+        replayer->OpenReadDataFileorFolder(waiting("a.data"), &told);
+        ASSERT_TRUE(told.waitFor("a", net ? 2 : 1) && replayer->Pause(true));
+        replayer->CircleLoop(true);
+        EXPECT_TRUE(net || (quiet(60ms) && a.count() + b.count() == 0));
+    }
+    EXPECT_TRUE(a.heard(1) && b.count() == 1);
+    replayer->CloseReadingFile();  // the loop turns on
+    EXPECT_TRUE(a.heard(2) && a.all()[1].payload == "a");
+    replayer->CircleLoop(false);
+    EXPECT_TRUE(quiet(60ms));
+}
+
+TEST_F(tRadarDataReplayerTest, repeatsServiceMessagesWithAMark)
+{
+    tDatagramCollector service;
+    const net::UdpReceiver receiver(&service, loopbackIp(), {net::transAddr("236.6.7.5"), net::HtoNs(6878)}, 0);
+    std::string message = "service of " + std::to_string(::getpid()) + " ";
+    message.resize(222, 'm');
+    const tUdpMsgInfo info{1, 1, eMultiRadarService, eImageStream, 1};
+    replayer->OpenReadDataFileorFolder(file("a.data", {{1000, radarRecord(info, a.group, message)}}), nullptr);
+    ASSERT_TRUE(a.heard(1) && a.all()[0].payload == message);
+    const auto marked = testing::Field(&tReceivedDatagram::payload, message.replace(14, 2, "_R"));
+    EXPECT_TRUE(waitUntil([&] { return testing::Value(service.all(), testing::Contains(marked)); }));
+}
+
+TEST_F(tRadarDataReplayerTest, tellsANewObserverNothingOfTheOldReplay)
+{
+    const std::string first = waiting("a.data"), next = waiting("b.data", "b");
+    replayer->OpenReadDataFileorFolder(first, &told);
+    ASSERT_TRUE(told.waitFor("a") && replayer->Pause(true));
+    replayer->OpenReadDataFileorFolder(next, &otherTold);
+    ASSERT_TRUE(otherTold.waitFor("b") && replayer->Jump(1.0));
+    EXPECT_TRUE(otherTold.waitForText("0 1000-3601000 1 " + counterText(next, 0, 0) + " b 1 4 3 1 z 4"))
+        << otherTold.text();
+    EXPECT_EQ(told.text(), "0 1000-3601000 1 " + counterText(first, 0, 0) + " a 2 1 4 3");
+}
+
+TEST_F(tRadarDataReplayerTest, isDestroyedInAnyStateAndSendsNothingAfterwards)
+{
+    editor.circle = [](char*, int& number, int& azimuth) { return (number = azimuth = 0) == 0; };
+    const std::string path = waiting("a.data");
+    for (int round = 0; round < 20; ++round)
+    {
+        tRadarReplayLog log;
+        const auto second = makeReplayer();
+        for (tRadarDataReplayer* each : {replayer.get(), second.get()})
+            each->OpenReadDataFileorFolder(path, &log);
+        EXPECT_TRUE(round % 4 == 0 || log.waitFor("a", 2));
+        EXPECT_TRUE(round % 4 < 2 || replayer->Pause(true));
+        for (tRadarDataReplayer* each : {replayer.get(), second.get()})
+            each->CircleLoop(round % 4 == 3);
+        replayer = makeReplayer();
+    }
+    replayer.reset();
+    net::UdpSender(a.group, loopbackIp(), 0).sendData("end", 3);
+    EXPECT_TRUE(waitUntil([&] { return a.count() != 0 && a.all().back().payload == "end"; }));
+    EXPECT_TRUE(quiet(2100ms));
+}
+
+TEST_F(tRadarDataReplayerTest, takesEveryCallFromInsideItsCallbacks)
+{
+    const std::string path = waiting("a.data"), other = waiting("b.data", "b");
+    const std::function<void()> calls[] = {[&] { replayer->Stop(), replayer->CloseReadingFile(); },
+                                           [&] { replayer->CircleLoop(true), replayer->CircleLoop(false); },
+                                           [&] { replayer->SetReplayModifyObserver(nullptr); },
+                                           [&] { replayer->OpenReadDataFileorFolder(other, &otherTold); },
+                                           [&] { replayer->Jump(1.0); }};
+    for (std::size_t i = 0; i < 10; ++i)
+    {
+        std::atomic<bool> called{false};
+        const auto call = [&] { called.exchange(true) ? void() : calls[i / 2](); };
+        told.react = [&](const std::string& word) { word == "a" && i % 2 == 0 ? call() : void(); };
+        editor.edit = [&](char*, int) { i % 2 == 1 ? call() : void(); };
+        replayer->SetReplayModifyObserver(&editor);
+        replayer->OpenReadDataFileorFolder(path, &told);
+        EXPECT_TRUE(told.waitFor("a", i + 1) && (i / 2 != 3 || otherTold.waitFor("b", i - 5)));
+        EXPECT_TRUE(i / 2 != 4 || told.waitFor("z", i - 7));
+        replayer->CloseReadingFile();
+    }
+}
+
+TEST_F(tRadarDataReplayerTest, goesOnWhereTheNetworkRefusesAndSaysItOnceADestination)
+{
+    std::vector<tHandSegment> segments;
+    for (std::uint64_t i = 0; i < 20; ++i)
+        segments.push_back({1000 + i, radarRecord(cImage, (i % 2 == 0 ? a : b).group,
+                                                  i % 4 < 2 ? std::string(65'520, 'l') : "p")});  // l: too long
+    for (const bool mine : {true, false})
+    {
+        testing::internal::CaptureStderr();
+        replayer = makeReplayer(true, mine ? "127.0.0.1" : "203.0.113.7");
+        replayer->OpenReadDataFileorFolder(file("a.data", segments), &told);
+        EXPECT_TRUE(told.waitFor("4", mine ? 1 : 2));
+        EXPECT_EQ(replayer->GetSentCnt(), mine ? 10u : 0u);
+        EXPECT_EQ(replayer->GetSendRefusedCnt(), mine ? 10u : 20u);
+        const std::string said = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), mine ? 2 : 3) << said;  // and the service's
+    }
+    EXPECT_TRUE(a.heard(5) && b.heard(5));
+}

@@ -1,0 +1,117 @@
+// The facade: its states, what it saves and what it replays.
+#include <gmock/gmock.h>
+
+#include "KestovaStorage/radarsaverandreplayer.h"
+#include "support/radarreplay.h"
+#include "support/recordedpackages.h"
+#include "support/recording.h"
+#include "support/tempdir.h"
+
+using namespace Kestova;
+
+class tSaverAndReplayerTest : public testing::Test, public iSaveReplayObserver
+{
+protected:
+    void UpdateState(eSaveReplayState state) override { log.UpdateReplayStatus(static_cast<std::uint8_t>(state)); }
+    void UpdateReplayData(double progress, int dataType, const char* data, int len) override
+    {
+        log.UpdateReplayData(0, progress, data, static_cast<unsigned int>(len), std::to_string(dataType));
+    }
+    bool startSaving() { return facade->StartSaving(dir.string() + "/"); }
+    bool startReplaying() { return facade->StartReplaying(dir.string()); }
+    void save(const std::string& text, int type = 1)
+    {
+        facade->SaveData(type, text.data(), static_cast<int>(text.size()));
+    }
+    std::vector<tRecordedPackage> saved() const { return recordedPackages(dir.string(), ".qvdata"); }
+
+    tTempDir dir;
+    tReplayLog log;
+    std::unique_ptr<tRadarSaverAndReplayer> facade = std::make_unique<tRadarSaverAndReplayer>(this);
+};
+
+TEST_F(tSaverAndReplayerTest, allowsEachCallInItsStateOnlyAndTellsEveryState)
+{
+    const auto steers = [&] { return facade->Pause() || facade->Resume() || facade->Jump(0.5); };
+    save("not saved"), facade->EndSave(), facade->EndReplay();
+    EXPECT_FALSE(steers() || facade->StartSaving("/proc/nowhere/"));
+    ASSERT_TRUE(startSaving());
+    EXPECT_FALSE(steers() || startSaving() || startReplaying());
+    save("a"), save("b"), facade->EndReplay();
+    EXPECT_EQ(facade->State(), eSaving);
+    facade->EndSave();
+    ASSERT_TRUE(startReplaying());
+    EXPECT_FALSE(startSaving() || startReplaying());
+    facade->EndSave();
+    ASSERT_TRUE(log.waitFor("b"));
+    EXPECT_TRUE(facade->Pause() && facade->Resume() && facade->Jump(1.0) && log.waitFor("b", 2));
+    facade->EndReplay();
+    EXPECT_EQ(log.text(), "0 1 1 0 2 a b b 0");
+}
+
+TEST_F(tSaverAndReplayerTest, keepsTheLowSixteenBitsOfATypeAndRefusesLengthsThatNoRecordHas)
+{
+    ASSERT_TRUE(startSaving());
+    testing::internal::CaptureStderr();
+    save(std::string(65'495, 'l')), facade->SaveData(1, "x", -1), facade->SaveData(1, nullptr, 3);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 3) << said;
+    save("m", 0x70102), save("n", -1), facade->EndSave();
+    ASSERT_EQ(saved().size(), 2u);
+    EXPECT_EQ(asText(saved()[0].msgInfo) + std::to_string(saved()[0].group.ip + saved()[0].group.port), "1,2,1,2,150");
+    ASSERT_TRUE(startReplaying() && log.waitFor("n"));
+    EXPECT_EQ(log.segments()[0].file + " " + log.segments()[1].file, "258 65535");
+    EXPECT_EQ(log.segments()[1].progress, 1.0);
+}
+
+TEST_F(tSaverAndReplayerTest, leavesOutForeignAndDamagedRecords)
+{
+    const tUdpMsgInfo own{1, 2, 0, 5, 15}, radar{1, 2, 0, 5, 14};
+    const std::string good = radarRecord(own, {}, "good"), damaged = std::string(good).replace(31, 1, "z");
+    const std::string addressed = radarRecord(own, {1, 0}, "r"), withPort = radarRecord(own, {0, 256}, "r");
+    recordByHand(dir.file("a.qvdata"), {{1, radarRecord(radar, {}, "r")},
+                                        {1, addressed},
+                                        {1, withPort},
+                                        {1, damaged},
+                                        {1, good.substr(0, 20)},
+                                        {1, good}});
+    ASSERT_TRUE(startReplaying());
+    EXPECT_TRUE(log.waitForText("0 2 good")) << log.text();
+}
+
+TEST_F(tSaverAndReplayerTest, losesNothingWhenSavingEndsOrItIsDestroyed)
+{
+    for (const int round : {0, 1})
+    {
+        ASSERT_TRUE(startSaving());
+        for (std::size_t i = 0; i < 3'119; ++i)
+            save(std::string(i * 21, 'p'));  // up to 65,478 bytes
+        round == 0 ? facade->EndSave() : facade.reset();
+    }
+    const auto all = saved();
+    ASSERT_EQ(all.size(), 2 * 3'119u);
+    for (std::size_t i = 0; i < all.size(); ++i)
+        EXPECT_EQ(all[i].payload.size(), i % 3'119 * 21);
+}
+
+TEST_F(tSaverAndReplayerTest, endsFromInsideItsCallbacksWorksWithoutThemAndIsDestroyedWhileItReplays)
+{
+    recordByHand(dir.file("a.qvdata"), std::vector<tHandSegment>(99, {1, radarRecord({1, 2, 0, 1, 15}, {}, "a")}));
+    std::atomic<char> at{'2'};
+    log.react = [&](const std::string& word) {
+        if (word == "2")
+            waitUntil([&] { return log.count("a") != 0; }, std::chrono::milliseconds(20));  // nothing comes meanwhile
+        if (word[0] == at)
+            facade->EndReplay();
+    };
+    EXPECT_TRUE(startReplaying() && log.waitForText("0 2 0"));
+    at = 'a';
+    EXPECT_TRUE(startReplaying() && log.waitForText("0 2 0 2 a 0")) << log.text();
+    at = 0;
+    for (std::size_t round = 0; round < 20; ++round)
+    {
+        facade = std::make_unique<tRadarSaverAndReplayer>(round % 2 == 0 ? this : nullptr);
+        EXPECT_TRUE(startReplaying() && facade->State() == eReplaying);
+        EXPECT_TRUE(round % 4 != 0 || log.waitFor("a", round / 4 + 2));
+    }
+}
