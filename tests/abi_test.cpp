@@ -8,6 +8,7 @@
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/packagebuilderandsplitter.h"
+#include "KestovaStorage/pcapreader.h"
 #include "KestovaStorage/radardatareplayer.h"
 #include "KestovaStorage/radardatasaver.h"
 #include "KestovaStorage/radarsaverandreplayer.h"
@@ -39,6 +40,7 @@ TEST(tAbiTest, keepsHandlesWithVirtualDestructorAtTwoPointers)
 {
     EXPECT_EQ(sizeof(storage::tDataStorageIO), cTwoPointers);
     EXPECT_EQ(sizeof(tPackageBuilderAndSplitter), cTwoPointers);
+    EXPECT_EQ(sizeof(pcap::tPcapReader), cTwoPointers);
     EXPECT_EQ(sizeof(Kestova::tRadarDataSaver), cTwoPointers);
     EXPECT_EQ(sizeof(Kestova::tRadarDataReplayer), cTwoPointers);
     EXPECT_EQ(sizeof(Kestova::tRadarSaverAndReplayer), cTwoPointers);
@@ -56,6 +58,9 @@ TEST(tAbiTest, keepsRecordsThatCrossTheInterface)
 {
     EXPECT_EQ(sizeof(net::tUdpReceiverCounters), 24U);
     EXPECT_EQ(sizeof(storage::tDataFileRecord), 24U);
+    EXPECT_EQ(sizeof(pcap::tPcapFileHead), 8U);
+    EXPECT_EQ(sizeof(pcap::tPcapReadResult), 96U);
+    EXPECT_EQ(offsetof(pcap::tPcapDatagram, payload), 56U);
     EXPECT_EQ(sizeof(Kestova::tGroupCounters), 40U);
     EXPECT_EQ(offsetof(Kestova::tGroupCounters, datagrams), 16U);
 }
@@ -92,9 +97,18 @@ TEST(tAbiTest, keepsTheSlotsOfTheSaveAndReplayObserver)
     EXPECT_EQ(slotOf(&Kestova::iSaveReplayObserver::UpdateReplayData), cFirstSlot + 1);
 }
 
+TEST(tAbiTest, keepsTheSlotsOfTheCaptureObserver)
+{
+    using pcap::iPcapDataReadObserver;
+    EXPECT_EQ(slotOf(&iPcapDataReadObserver::UpdatePcapReadData), cFirstSlot);
+    EXPECT_EQ(slotOf(&iPcapDataReadObserver::UpdatePcapReadProgress), cFirstSlot + 1);
+    EXPECT_EQ(slotOf(&iPcapDataReadObserver::UpdatePcapUdpMulticast), cFirstSlot + 2);
+}
+
 TEST(tAbiTest, keepsTheSlotsOfTheSingleOperationInterfaces)
 {
     EXPECT_EQ(slotOf(&Kestova::iRadarRecDataModifyObserver::UpdateRecDataModify), cFirstSlot);
+    EXPECT_EQ(slotOf(&pcap::iPcapDatagramObserver::UpdatePcapDatagram), cFirstSlot);
     EXPECT_EQ(slotOf(&net::iUdpDataListener::OnUdpGroupDataReceived), cFirstSlot);
     EXPECT_EQ(slotOf(&iMultiRadarCheckerListener::OnLocalIpChanged), cFirstSlot);
 }

@@ -1,0 +1,161 @@
+// Reads captures of radar traffic: sorts their UDP datagrams into streams, counts them, and hands the selected out.
+//
+// A capture is a pcap file with microsecond stamps, little-endian, of Ethernet frames; what tcpdump and dumpcap -P
+// write on a PC. Nothing in the file's head is tested: another kind of file is read as if it were one, which finds few
+// datagrams or none. Ask GetFileHead first where a file may be anything. Only IPv4 without options is understood.
+//
+// A source file cannot include this header and libpcap's: that has a global struct of this namespace's name.
+#ifndef KESTOVA_PCAPREADER_H
+#define KESTOVA_PCAPREADER_H
+
+#include <map>
+#include <set>
+#include <stdint.h>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "KestovaUtils/timeparser.h"
+#include "UdpSocket/kestovaapi.h"
+
+namespace pcap
+{
+// What was seen of one stream, that is of all datagrams to one address and port.
+struct tUdpMulticast
+{
+    tUdpMulticast() : port(0), count(0) {}
+    tUdpMulticast(const std::string& dotted, int number) : address(dotted), port(number), count(0) {}
+
+    // By count, then by address and port: sorting puts the rarest first.
+    bool operator<(const tUdpMulticast& other) const
+    {
+        return std::tie(count, address, port) < std::tie(other.count, other.address, other.port);
+    }
+
+    std::string address;              // dotted; empty for fragments of which the beginning is missing
+    int port;                         // for these the port of the datagram before
+    uint32_t count;                   // datagrams
+    std::multimap<int, int> lengths;  // how often a length occurred, and the length; the most frequent is the last
+    // The kinds of message seen: Spoke, OriSpoke, "Spoke OriSpoke", RadarCtrl, RadarState, RATTM, RHTTM, INS, Unknow.
+    std::set<std::string> types;
+};
+
+// Receives what a tPcapReader finds, during Read and on the thread that called it. Pointers and references are valid
+// during the call only. An exception that leaves an observer leaves Read.
+class KESTOVA_API iPcapDataReadObserver
+{
+public:
+    virtual ~iPcapDataReadObserver() = default;
+    // A datagram of a selected stream: its capture time, its place in the file (0.0 to 1.0), where it went, its payload
+    // and the payload's length; a zero byte that `len` does not count follows. Sentences to the addresses of sensors
+    // carry their time: in place of a final "\r\n" they end in "$PCKTIM$2024-05-17 08:30:00.250$\r\n" (local time).
+    // At the end of the file, where anything was selected, one call with time 0, progress -1.0, nulls and zeros.
+    virtual void UpdatePcapReadData(tTimes_ms time, double progress, const char* address, int port, const char* data,
+                                    int len) = 0;
+    // Percent of the file that is read, in steps of 0.1, and the time of the record in hand; 0.0 where the file's first
+    // record is a datagram. Ends with 100.0 and time 0.
+    virtual void UpdatePcapReadProgress(double percent, tTimes_ms time) = 0;
+    // Where nothing is selected: a row a stream, the most frequent first, before every progress step and at the end.
+    // Among equally frequent streams the one that got there last stands first.
+    virtual void UpdatePcapUdpMulticast(const std::vector<tUdpMulticast>& streams) = 0;
+};
+
+// A datagram with all that the capture tells of it.
+struct tPcapDatagram
+{
+    uint64_t time_us;  // since the Unix epoch, as captured
+    uint64_t record;   // number in the file, from 1, of the record that completed it
+    const char* sourceAddress;
+    int sourcePort;
+    const char* address;
+    int port;
+    const char* kind;     // one of tUdpMulticast::types
+    const char* payload;  // as sent, nothing rewritten; a zero byte follows
+    int len;              // 0 for an empty datagram
+};
+
+class KESTOVA_API iPcapDatagramObserver
+{
+public:
+    virtual ~iPcapDatagramObserver() = default;
+    // Called on the thread of Read, before UpdatePcapReadData; pointers are valid during the call only.
+    virtual void UpdatePcapDatagram(const tPcapDatagram& datagram) = 0;
+};
+
+// How the last Read went.
+struct tPcapReadResult
+{
+    bool opened;               // there was a file
+    bool finished;             // it was read to its end
+    bool stopped;              // StopRead ended it
+    bool cut;                  // its last record, or a head, is incomplete
+    uint64_t fileBytes;        // size of the file
+    uint64_t records;          // read
+    uint64_t skippedRecords;   // no UDP over IPv4, or too short to tell
+    uint64_t droppedRecords;   // UDP, and neither a datagram nor a fragment that can be used
+    uint64_t datagrams;        // counted in the statistics, fragments without a beginning included
+    uint64_t orphans;          // fragments without a beginning
+    uint64_t padded;           // datagrams and fragments that the capture holds only in part: the rest reads as zeros
+    uint64_t emptyBeginnings;  // datagrams whose first fragment had no byte
+    uint64_t pending;          // datagrams that never became whole
+    uint64_t firstTime_us, lastTime_us;  // of the first and the last record of UDP; 0 where there was none
+};
+
+struct tPcapFileHead
+{
+    uint32_t magic;     // 0xA1B2C3D4 for files that can be read
+    uint32_t linkType;  // 1 for files that can be read
+};
+
+class tPcapReaderPrivate;
+
+// One Read at a time; it starts no thread. Memory does not depend on the file's size: a window of 1 MiB, what is
+// pending reassembly (256 MiB at most, 1 MiB a datagram: what grows beyond is forgotten), and some 110 bytes a stream,
+// 380 where statistics are asked for.
+class KESTOVA_API tPcapReader
+{
+public:
+    // Opens nothing. The observer is not owned, may be null, and must live as long as Read runs.
+    tPcapReader(const std::string& path, iPcapDataReadObserver* observer);
+    virtual ~tPcapReader();  // not from inside an observer call
+    tPcapReader(const tPcapReader&) = delete;
+    tPcapReader& operator=(const tPcapReader&) = delete;
+
+    // Reads the file from its beginning to its end and returns then. `selection` holds pairs of dotted address and port
+    // whose datagrams the observer gets; where it is empty, it gets statistics instead. May be called any number of
+    // times; from inside an observer call it does nothing.
+    // A file that cannot be opened (or is no regular one) is told on standard output, as are the file's head and, at
+    // the end, counts of some kinds of message. 2078- and 2620-byte datagrams to 234.5.8.23:35095 are counted and not
+    // delivered. std::out_of_range leaves Read at a datagram of 542, 2078 or 2620 bytes that begins with a zero byte or
+    // has one in second place (see KeepReading); statistics then hold what was read so far.
+    void Read(const std::set<std::pair<std::string, int>>& selection);
+
+    // Ends a running Read as if the file ended behind the record in hand, the final calls included. From any thread and
+    // from inside an observer call; does nothing where no Read runs.
+    void StopRead();
+
+    // The following are for the thread of Read, between two reads; GetUdpMulticast also inside observer calls.
+
+    // An observer of every datagram of the selected streams, or of all streams where none is selected; not of fragments
+    // without a beginning. Null, as at the start: none.
+    void SetDatagramObserver(iPcapDatagramObserver* observer);
+    // On: a datagram that would raise std::out_of_range is of kind Unknow, and reading goes on. Off at the start.
+    void KeepReading(bool on);
+    // On: UpdatePcapUdpMulticast comes once, at the end of Read. Before every progress step it costs up to 20 ns a
+    // stream for keeping the rows in order: nothing for dozens of streams, most of the time for tens of thousands. Off
+    // at the start.
+    void ReportAtEndOnly(bool on);
+    // The rows of the last or running Read, whatever was selected; valid until the next observer call or operation.
+    const std::vector<tUdpMulticast>& GetUdpMulticast();
+    tPcapReadResult GetReadResult() const;
+
+    // The magic and the link type of a file; false for what cannot be read or is shorter than a capture's head.
+    static bool GetFileHead(const std::string& path, tPcapFileHead& head);
+
+private:
+    tPcapReaderPrivate* d;
+};
+}  // namespace pcap
+
+#endif

@@ -1,0 +1,150 @@
+// Captures that are large, damaged or made to do harm, and captures that other tools wrote.
+#include <gmock/gmock.h>
+#include <random>
+
+#include "support/pcapreaderfixture.h"
+#include "support/plainstatistics.h"
+
+using testing::ElementsAre;
+
+namespace
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t cMostMebibytes = 2000;  // shadow memory and freed blocks that are kept
+#else
+constexpr std::size_t cMostMebibytes = 300;
+#endif
+
+class tPcapReaderHostileTest : public tPcapReaderTest
+{
+protected:
+    // Reads a file that other tools made.
+    void readGolden(const std::string& name)
+    {
+        pcap::tPcapReader reader(KESTOVA_TEST_DATA "/" + name, &log);
+        reader.SetDatagramObserver(&log);
+        read(reader, {});
+    }
+    static std::size_t peakMebibytes()
+    {
+        std::ifstream in("/proc/self/status");
+        for (std::string line; std::getline(in, line);)
+            if (line.starts_with("VmHWM:"))
+                return std::stoul(line.substr(6)) / 1024;
+        return 0;
+    }
+};
+}  // namespace
+
+TEST_F(tPcapReaderHostileTest, countsLikeThePlainestWay)
+{
+    std::mt19937 random(7);
+    std::vector<std::pair<tFrame, std::size_t>> frames;  // and where each record ends
+    for (int i = 0; i < 3000; ++i)
+    {
+        tFrame frame = to("239.0.0." + std::to_string(random() % 40), static_cast<unsigned>(1 + random() % 3), "");
+        frame.payload = (random() % 4 == 0 ? "$HEHDT" : "abcdef") + std::string(random() % 5, 'x');
+        frames.emplace_back(frame, capture.add(frame).bytes.size());
+    }
+    tPlainStatistics plain;
+    std::vector<tLines> expected;
+    std::size_t permille = 0;
+    for (const auto& [frame, end] : frames)  // a report comes before the record that makes the step counts
+    {
+        const std::size_t before = std::exchange(permille, end * 1000 / capture.bytes.size());
+        if (permille != before)
+            expected.push_back(plain.texts());
+        plain.count(frame, frame.payload[0] == '$' ? "INS" : "Unknow");
+    }
+    expected.push_back(plain.texts());
+    read({});
+    ASSERT_EQ(log.reports.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        ASSERT_EQ(log.reports[i], expected[i]) << i;
+}
+
+TEST_F(tPcapReaderHostileTest, readsAFileCutAnywhere)
+{
+    capture.add(tFrame{}).add(fragment(0, true, "abc")).add(fragment(1, true, "def")).add(fragment(2, false, "ghi"));
+    const std::string whole = capture.bytes;
+    for (std::size_t size = 0; size <= whole.size(); ++size)
+    {
+        SCOPED_TRACE(size);
+        capture.bytes = whole.substr(0, size);
+        read();
+        EXPECT_EQ(log.lines.back(), "progress 100 0");
+        EXPECT_EQ(result.cut, size != 24 && size != 89 && size != 150 && size != 203 && size != whole.size());
+        const std::size_t held = size < 89 - 7 ? 0 : std::min<std::size_t>(size - 82, 7);
+        const bool headers = size >= 82, last = size >= 203 + 16 + 34;
+        ASSERT_EQ(log.payloads.size(), 1u + headers + last);
+        EXPECT_TRUE(!headers ||
+                    log.payloads[0] == std::string("payload").substr(0, held) + std::string(7 - held, '\0'));
+        EXPECT_TRUE(!last || log.payloads[1].size() == 9u);
+    }
+}
+
+TEST_F(tPcapReaderHostileTest, followsARecordBeyondTheEndOfTheFile)
+{
+    const std::string frame = tFrame{}.bytes();
+    capture.add(frame).add(frame + std::string(3'000'000, '\xAA')).add(frame, 1, 1, 0xFFFFFFFF).add(frame);
+    EXPECT_THAT(payloads(), ElementsAre("payload", "payload", "payload"));
+    EXPECT_TRUE(result.cut && result.finished);
+    EXPECT_EQ(result.records, 3u);
+}
+
+TEST_F(tPcapReaderHostileTest, deliversWhatGrowsBeyond64KibAndForgetsWhatNeverEnds)
+{
+    const std::string piece(60'000, 'p');
+    capture.add(fragment(0, true, "")).add(fragment(1, true, piece)).add(fragment(1, false, piece));
+    for (unsigned i = 0; i < 20; ++i)
+        capture.add(fragment(i, true, piece, 2));
+    capture.add(fragment(1, false, "end", 2)).add(fragment(1, false, "orphan", 2));
+    EXPECT_THAT(payloads(), ElementsAre(piece + piece));
+    EXPECT_EQ(result.pending, 0u);
+    EXPECT_EQ(result.orphans, 1u);
+}
+
+TEST_F(tPcapReaderHostileTest, keepsMemoryBoundedWhateverIsClaimed)
+{
+    std::string small, greedy;
+    for (unsigned id = 0; id < 65'536; ++id)
+    {
+        tFrame frame = fragment(0, true, "abc", id);
+        small += tCapture().add(frame).bytes.substr(24);
+        frame.totalLen = id % 8 == 0 ? 65'535 : -1;  // half a GiB that the file does not hold
+        greedy += tCapture().add(frame).bytes.substr(24);
+    }
+    for (int i = 0; i < 16; ++i)
+        capture.bytes += i == 1 ? greedy : small;
+    const std::size_t before = peakMebibytes();
+    read();
+    EXPECT_LT(peakMebibytes() - before, cMostMebibytes);
+    EXPECT_EQ(result.records, 1'048'576u);
+    EXPECT_EQ(result.pending, 65'536u);
+}
+
+TEST_F(tPcapReaderHostileTest, agreesWithTsharkOnCapturesOfTools)
+{
+    const tLines radar = {":6001 12x 542*12 Spoke", ":6004 2x 4000*2 Unknow", ":6009 2x 808*1,8192*1 Unknow"};
+    for (const auto& [name, net] :
+         {std::pair{"loopback.pcap", "239.17.0."}, {"snapped.pcap", "239.17.0."}, {"rewritten.pcap", "239.27.0."}})
+    {
+        SCOPED_TRACE(name);
+        readGolden(name);
+        EXPECT_THAT(rows, ElementsAre(net + ("1" + radar[0]), net + ("4" + radar[1]), net + ("9" + radar[2]),
+                                      "224.100.100.10:20840 1x 16*1 INS"));
+        EXPECT_EQ(result.records, 28u);
+        EXPECT_EQ(result.skippedRecords, 2u);
+        EXPECT_EQ(result.padded > 0, std::string(name) == "snapped.pcap");
+    }
+}
+
+TEST_F(tPcapReaderHostileTest, showsTheGapsOfACapture)
+{
+    readGolden("gaps.pcap");
+    EXPECT_THAT(rows, ElementsAre("239.27.0.1:6001 12x 542*12 Spoke", "239.27.0.9:6009 2x 808*1,6712*1 Unknow",
+                                  ":6001 2x 1048*1,1480*1 Unknow", "224.100.100.10:20840 1x 16*1 INS"));
+    EXPECT_EQ(result.orphans, 2u);
+    EXPECT_EQ(log.datagrams.size(), 12u + 1 + 2) << "orphans are no datagrams";
+    EXPECT_EQ(result.pending, 1u);
+}
