@@ -10,6 +10,7 @@
 #include <stdint.h>
 #include <string>
 
+#include "KestovaStorage/filehead.h"
 #include "KestovaUtils/timeparser.h"
 #include "UdpSocket/kestovaapi.h"
 
@@ -17,13 +18,6 @@ typedef unsigned char tReplayStatus;
 
 namespace storage
 {
-// The first four bytes of a data file, as a little-endian number.
-enum tFileHeadSymbol : uint32_t
-{
-    cDataFileHead = 3500153344u,    // 0xD0A01A00: plain data file
-    cHuffmanFileHead = 3770736128u  // 0xE0C0DE00: Huffman file
-};
-
 enum tPathProperty : int32_t
 {
     eNoExist = 0,

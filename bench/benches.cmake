@@ -7,11 +7,16 @@ kestova_bench(package)
 kestova_bench(multicast)
 kestova_bench(network_replay)
 kestova_bench(replay_twice)
-kestova_bench(spoke)
-target_sources(spoke_bench PRIVATE ../KestovaStorage/internal/spokebuffer.cpp)  # a room of the library, not exported
+kestova_bench(spoke rooms)
 find_library(KESTOVA_LIBPCAP pcap)
 if(KESTOVA_LIBPCAP)  # only what it is compared with
   kestova_bench(pcap)
   target_sources(pcap_bench PRIVATE pcap_peer.cpp)
   target_link_libraries(pcap_bench PRIVATE "${KESTOVA_LIBPCAP}")
+endif()
+find_package(ZLIB)  # what the codec is compared with (scripts/setup --bench); nothing else links it
+if(ZLIB_FOUND AND TARGET kestova_tool_objects)  # the simulated radar makes its data
+  find_package(fmt REQUIRED)
+  kestova_bench(huffman rooms)
+  target_link_libraries(huffman_bench PRIVATE kestova_tool_objects ZLIB::ZLIB)
 endif()

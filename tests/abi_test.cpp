@@ -7,6 +7,8 @@
 
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/huffmandecode.h"
+#include "KestovaStorage/huffmantree.h"
 #include "KestovaStorage/packagebuilderandsplitter.h"
 #include "KestovaStorage/pcapreader.h"
 #include "KestovaStorage/radardatareplayer.h"
@@ -39,6 +41,9 @@ constexpr std::size_t cFirstSlot = 2;  // behind the two of the virtual destruct
 TEST(tAbiTest, keepsHandlesWithVirtualDestructorAtTwoPointers)
 {
     EXPECT_EQ(sizeof(storage::tDataStorageIO), cTwoPointers);
+    EXPECT_EQ(sizeof(huffman::tHuffmanTree), cTwoPointers);
+    EXPECT_EQ(sizeof(huffman::tHuffmanEncode), cTwoPointers);
+    EXPECT_EQ(sizeof(huffman::tHuffmanDecode), cTwoPointers);
     EXPECT_EQ(sizeof(tPackageBuilderAndSplitter), cTwoPointers);
     EXPECT_EQ(sizeof(pcap::tPcapReader), cTwoPointers);
     EXPECT_EQ(sizeof(Kestova::tRadarDataSaver), cTwoPointers);
@@ -61,6 +66,8 @@ TEST(tAbiTest, keepsRecordsThatCrossTheInterface)
     EXPECT_EQ(sizeof(pcap::tPcapFileHead), 8U);
     EXPECT_EQ(sizeof(pcap::tPcapReadResult), 96U);
     EXPECT_EQ(offsetof(pcap::tPcapDatagram, payload), 56U);
+    EXPECT_EQ(sizeof(huffman::tFileHead), 1303U);
+    EXPECT_EQ(sizeof(huffman::tNode), 32U);
     EXPECT_EQ(sizeof(Kestova::tGroupCounters), 40U);
     EXPECT_EQ(offsetof(Kestova::tGroupCounters, datagrams), 16U);
 }

@@ -1,0 +1,66 @@
+// Gives back what tHuffmanEncode compressed. Nothing in a damaged head, array or file can make it read outside what it
+// was given or allocate more than that could decode to.
+#ifndef KESTOVA_HUFFMANDECODE_H
+#define KESTOVA_HUFFMANDECODE_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <string>
+
+#include "KestovaStorage/huffmanencode.h"
+#include "UdpSocket/kestovaapi.h"
+
+namespace huffman
+{
+class tHuffmanDecodePrivate;
+
+// DecodeByteArray may be called from several threads on one object. After SetHuffmanHead any number of threads may
+// decode segments; SetHuffmanHead itself must run alone.
+class KESTOVA_API tHuffmanDecode
+{
+public:
+    tHuffmanDecode();  // for no mode yet: everything that needs one refuses
+    explicit tHuffmanDecode(tCodeMode mode);
+    virtual ~tHuffmanDecode();
+    tHuffmanDecode(const tHuffmanDecode&) = delete;
+    tHuffmanDecode& operator=(const tHuffmanDecode&) = delete;
+
+    void SetDecodeMode(tCodeMode mode);
+
+    // ---- Segments (eSegmentMode) ----
+
+    // Makes the tables for one file. Always returns false, whether it took the head or refused it (another mode or
+    // magic, then nothing changes): ask HasCodes.
+    bool SetHuffmanHead(const tFileHead& head);
+    // Whether a head was taken whose codes have bits: it named at least two byte values.
+    bool HasCodes() const;
+    // One record: `firstBit` (0 to 7) is the place of its first bit in the first byte, `lastBits` (1 to 8, 0 meaning 8)
+    // the number of valid bits in the last byte. Bits of an unfinished code at the end are dropped. A record of one
+    // byte is decoded from its bit 0, whatever `firstBit` says: shift such a byte, or use DecodeSegment. Empty without
+    // codes.
+    std::string DecodeSrcFileSegment(char* data, uint32_t len, uint8_t firstBit, uint8_t lastBits) const;
+    // The same without a copy: the `bits` bits that begin `firstBit` bits (any number) behind the start of `data` are
+    // decoded into `out`, which has at least DecodedSizeLimit(bits) bytes. The number of bytes decoded; 0 where `out`
+    // is smaller. Behind them bytes of `out` may change.
+    size_t DecodeSegment(const char* data, uint64_t firstBit, uint64_t bits, char* out, size_t outSize) const;
+    size_t DecodedSizeLimit(uint64_t bits) const;
+
+    // ---- Byte arrays (eByteArrayMode) ----
+
+    // The decoded bytes; empty in another mode and for what is no such array.
+    std::string DecodeByteArray(const char* src, uint32_t len);
+
+    // ---- Whole files (eFileMode) ----
+
+    // Writes the decoded `srcFile` to `dstFile`, which is created or replaced. The stored file says nothing of its
+    // length: what fills its last unit is decoded like data, so that copies of the byte whose code is all zeros may
+    // follow. A file of a single byte value gives an empty one. False in another mode, for what cannot be opened, has
+    // no whole head or no byte values, and for a destination that is the source. Read and write errors are not noticed.
+    bool Decode(const char* srcFile, const char* dstFile);
+
+private:
+    tHuffmanDecodePrivate* d;
+};
+}  // namespace huffman
+
+#endif

@@ -1,0 +1,54 @@
+// The end of a stream of codes that is being written, and how codes join it.
+#ifndef KESTOVA_INTERNAL_BITSTREAMEND_H
+#define KESTOVA_INTERNAL_BITSTREAMEND_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "KestovaStorage/internal/littleendian.h"
+#include "KestovaStorage/internal/processor.h"
+
+namespace huffman
+{
+constexpr unsigned cMostBitsJoined = 56;  // what a word takes beside 7 bits of the stream
+constexpr std::uint64_t cNoEntry = 63;    // no code, or too long a pair: its length alone exceeds what can be joined
+
+// The end of the stream: `bits` holds the `count` bits (0 to 7) of the byte at `out`.
+struct tStreamEnd
+{
+    std::uint64_t bits;
+    unsigned count;
+    unsigned char* out;
+
+    KESTOVA_INLINE void join(std::uint64_t codes, unsigned length)
+    {
+        bits |= codes << count;
+        le::store(out, bits);
+        count += length;
+        out += count / 8;
+        bits >>= count & 56;
+        count &= 7;
+    }
+};
+
+// False for a byte without code.
+KESTOVA_INLINE bool joinSingle(std::uint64_t entry, tStreamEnd& end)
+{
+    const auto length = static_cast<unsigned>(entry & 63);
+    if (length == cNoEntry)
+        return false;
+    end.join(entry >> (64 - length), length);
+    return true;
+}
+
+// Joins bytes `i` up to `until`; stops at one without code. Returns where it stopped.
+KESTOVA_INLINE std::size_t joinSingles(const std::uint64_t* singles, const unsigned char* data, std::size_t i,
+                                       std::size_t until, tStreamEnd& end)
+{
+    while (i < until && joinSingle(singles[data[i]], end))
+        ++i;
+    return i;
+}
+}  // namespace huffman
+
+#endif

@@ -1,0 +1,48 @@
+// tSymbolDecoder: decodes a stretch of a bit stream through a tSymbolTable.
+//
+// Bounds   reads bytes that hold bits of the range only; decodes whole codes that end at or before the end of the
+// range;
+//          writes at most 8 bytes at a time, all of them before the end of the output.
+// Threads  none of its own; the table is only read.
+#ifndef KESTOVA_INTERNAL_SYMBOLDECODER_H
+#define KESTOVA_INTERNAL_SYMBOLDECODER_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "KestovaStorage/internal/processor.h"
+#include "KestovaStorage/internal/symboltable.h"
+
+namespace huffman
+{
+// The bits `pos` up to `end` of the bytes at `data`.
+struct tBitRange
+{
+    const unsigned char* data;
+    std::uint64_t pos;
+    std::uint64_t end;
+
+    std::uint64_t left() const { return end - pos; }
+    std::size_t bytes() const { return static_cast<std::size_t>((end + 7) / 8); }
+};
+
+class tSymbolDecoder
+{
+public:
+    static constexpr std::size_t cSlack = 32;  // less room than this is not used
+
+    explicit tSymbolDecoder(const tSymbolTable& table, eInstructions instructions = eInstructions::best)
+        : m_table(table), m_instructions(instructions)
+    {}
+
+    // Decodes until less than cSlack bytes are left before `outEnd`, or until no whole code is left in the range: then
+    // at least cSlack bytes are. Moves range.pos behind the last code decoded; returns what is behind the last symbol.
+    unsigned char* decode(tBitRange& range, unsigned char* out, unsigned char* outEnd) const;
+
+private:
+    const tSymbolTable& m_table;
+    eInstructions m_instructions;
+};
+}  // namespace huffman
+
+#endif

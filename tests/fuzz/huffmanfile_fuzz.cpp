@@ -1,0 +1,73 @@
+// A file's head and its segments out of any bytes: whatever the head says, decoding stays within the bits that it is
+// given, and both ways of decoding a segment, and the plain codec, agree.
+//
+// The first 2 bytes are the number of entries, as in a head; up to 16 entries of 5 bytes follow, then the place of the
+// first bit, the valid bits of the last byte, and the segment.
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "KestovaStorage/huffmandecode.h"
+#include "tests/support/plainhuffman.h"
+
+namespace
+{
+void require(bool holds)
+{
+    if (!holds)
+        std::abort();
+}
+
+std::string take(std::string& bytes, std::size_t count)
+{
+    std::string front = bytes.substr(0, count);
+    bytes.erase(0, front.size());
+    front.resize(count);
+    return front;
+}
+
+huffman::tFileHead headOf(std::string& bytes)
+{
+    huffman::tFileHead head{};
+    head.head = storage::cHuffmanFileHead;
+    std::memcpy(&head.alphaVariety, take(bytes, 2).data(), 2);
+    const std::size_t entries = std::min<std::size_t>(head.alphaVariety, 16);
+    std::memcpy(head.alphaFreqs, take(bytes, entries * 5).data(), entries * 5);
+    return head;
+}
+
+// As the format says it, from the head.
+std::string decodedPlainly(const huffman::tFileHead& head, const std::string& bits)
+{
+    plain::tFreqs freqs;
+    for (unsigned i = 0; i < std::min<unsigned>(head.alphaVariety, 256); ++i)
+        freqs[head.alphaFreqs[i].alpha] = head.alphaFreqs[i].freq;
+    return freqs.empty() ? "" : plain::decode(bits, plain::treeOf(freqs));
+}
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    std::string bytes(reinterpret_cast<const char*>(data), size);
+    const huffman::tFileHead head = headOf(bytes);
+    const std::string places = take(bytes, 2);
+    const auto firstBit = static_cast<std::uint8_t>(places[0]), lastBits = static_cast<std::uint8_t>(places[1]);
+    huffman::tHuffmanDecode decoder(huffman::eSegmentMode);
+    decoder.SetHuffmanHead(head);
+    std::vector<char> exact(bytes.begin(), bytes.end());  // so that reading on is noticed
+    const auto len = static_cast<std::uint32_t>(exact.size());
+    const std::string text = decoder.DecodeSrcFileSegment(exact.data(), len, firstBit, lastBits);
+    if (len < 2)
+        return 0;
+    const std::size_t first = std::min<unsigned>(firstBit, 8),
+                      last = lastBits == 0 ? 8 : std::min<unsigned>(lastBits, 8);
+    const std::size_t number = std::size_t{len} * 8 - 8 + last - first;
+    require(text == decodedPlainly(head, plain::unpack(bytes).substr(first, number)));
+    std::vector<char> out(decoder.DecodedSizeLimit(number));
+    out.resize(decoder.DecodeSegment(exact.data(), first, number, out.data(), out.size()));
+    require(text == std::string(out.begin(), out.end()));
+    return 0;
+}

@@ -1,0 +1,113 @@
+// The ways through the codec that depend on the processor and on the size of the input: all give the same bits.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "KestovaStorage/internal/codeemitter.h"
+#include "KestovaStorage/internal/lanedecoder.h"
+#include "tests/support/huffmaninputs.h"
+#include "tests/support/plainhuffman.h"
+
+namespace
+{
+using namespace huffman;
+using tBytes = std::vector<unsigned char>;  // of exactly the size that may be touched
+
+tFreqTable freqsOf(const std::string& bytes)
+{
+    tByteCounter counter;
+    counter.add(bytes.data(), bytes.size());
+    return tFreqTable::of(counter.counts());
+}
+
+// All codes, to the last byte that has some; `worth`: how many times as much data the emitter is told to expect.
+tBytes emitted(const std::string& bytes, eInstructions instructions, std::uint64_t worth, std::uint64_t& bits)
+{
+    tFreqTable freqs = freqsOf(bytes);
+    tCodeTable codes;
+    codes.set(tCodeTree(freqs));
+    for (std::uint64_t& count : freqs.counts)
+        count *= worth;
+    tCodeEmitter emitter(instructions);
+    emitter.set(codes, freqs.counts);
+    tBytes out(emitter.room(bytes.size()));
+    tPartialUnit partial;
+    bits = emitter.emit(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), partial, out.data());
+    std::memcpy(&out[bits / 64 * 8], &partial.bits, 8);
+    out.resize((bits + 7) / 8);
+    out.shrink_to_fit();
+    return out;
+}
+
+template <typename tDecoder>
+std::string decoded(tDecoder&& decoder, const tBytes& stored, std::uint64_t bits, std::size_t room)
+{
+    tBytes out(room);
+    tBitRange range{stored.data(), 0, bits};
+    const auto len = decoder.decode(range, out.data(), out.data() + room) - out.data();
+    EXPECT_EQ(range.pos, bits);
+    return {out.begin(), out.begin() + len};
+}
+
+std::string plainly(const std::string& bytes)
+{
+    return plain::pack(plain::encode(bytes, plain::codesOf(plain::freqsOf(bytes))));
+}
+}  // namespace
+
+TEST(tHuffmanRoomsTest, agreeOnEveryProcessorAndForEveryAmount)
+{
+    tHuffmanInputs inputs(11);
+    for (int i = 0; i < 200; ++i)
+    {
+        const std::string bytes = "ab" + inputs.next(i % 20 == 0 ? 200'000 : 4000);
+        const std::string stored = plainly(bytes);
+        tSymbolTable table;
+        table.build(freqsOf(bytes), inputs.below(100'000));
+        for (const eInstructions instructions : {eInstructions::portable, eInstructions::best})
+        {
+            std::uint64_t bits = 0;
+            for (const std::uint64_t worth : {1U, 1'000'000U})  // single bytes or vectors; pairs
+            {
+                const tBytes out = emitted(bytes, instructions, worth, bits);
+                ASSERT_EQ(std::string(out.begin(), out.end()), stored) << "input " << i;
+            }
+            const tBytes in(stored.begin(), stored.end());
+            const std::size_t room = bytes.size() + tSymbolDecoder::cSlack;
+            ASSERT_EQ(decoded(tSymbolDecoder(table, instructions), in, bits, room), bytes);
+            tLaneDecoder lanes(table, instructions);
+            ASSERT_EQ(decoded(lanes, in, bits, room + lanes.roomFor(bits)), bytes);
+        }
+    }
+}
+
+TEST(tHuffmanRoomsTest, joinTheLongestCodesThatCanBeGivenBack)
+{
+    std::string bytes = tHuffmanInputs::fibonacci(32);  // codes of 1 to 31 bits, the rare ones in front
+    for (std::size_t i = 10; i < 3000; ++i)
+        std::swap(bytes[i], bytes[bytes.size() - i * 999]);
+    const std::string stored = plainly(bytes);
+    for (const eInstructions instructions : {eInstructions::portable, eInstructions::best})
+    {
+        std::uint64_t bits = 0;
+        const tBytes out = emitted(bytes, instructions, 1, bits);
+        EXPECT_TRUE(std::string(out.begin(), out.end()) == stored);
+    }
+}
+
+TEST(tHuffmanRoomsTest, throwAwayLanesThatAreNeverInStep)
+{
+    std::string bytes(16'001, '\0');  // a lane begins every 16,001 bits
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<char>(i % 16);  // codes of 4 bits, which never fall into step
+    std::uint64_t bits = 0;
+    const tBytes stored = emitted(bytes, eInstructions::best, 1, bits);
+    ASSERT_EQ(bits, 4 * bytes.size());
+    tSymbolTable table;
+    table.build(freqsOf(bytes), bits);
+    tLaneDecoder lanes(table);
+    EXPECT_EQ(decoded(lanes, stored, bits, bytes.size() + lanes.roomFor(bits)), bytes);
+    EXPECT_GT(lanes.thrownAway(), 0U);
+}
