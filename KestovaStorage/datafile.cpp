@@ -4,15 +4,22 @@
 #include <new>
 
 #include "KestovaStorage/internal/datafilereader.h"
+#include "KestovaStorage/internal/segmentreader.h"
 
 namespace storage
 {
+namespace
+{
+constexpr std::size_t cWindow = 256 * 1024;  // files are mostly read from front to back
+}
+
 class tDataFilePrivate
 {
 public:
     std::unique_ptr<tDataFileReader> m_reader;  // null while nothing is open
     std::string m_path;
     std::uint64_t m_payloadBytes = 0;
+    tSegmentReader m_segments{cWindow};
 };
 
 namespace
@@ -90,11 +97,12 @@ tDataFileRecord tDataFile::record(size_t i) const
 bool tDataFile::read(size_t i, std::string& bytes)
 try
 {
-    if (i >= recordCount() || kind() != cDataFileHead)
+    if (i >= recordCount())
         return false;
-    const tDataFileRecord found = record(i);
-    bytes.resize(found.len);
-    return d->m_reader->read(found.pos, found.len, bytes.data());
+    const auto segment = d->m_segments.read(*d->m_reader, i);
+    if (segment)
+        bytes = *segment;
+    return segment.has_value();
 }
 catch (const std::bad_alloc&)
 {

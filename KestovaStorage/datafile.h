@@ -16,7 +16,7 @@ struct tDataFileRecord
 {
     uint64_t timeMs;  // recorded time stamp, ms since the Unix epoch
     uint64_t pos;     // offset in bytes of the segment's first byte in the file
-    uint32_t len;     // length in bytes
+    uint32_t len;     // length in bytes; in a Huffman file, of what its code takes
 };
 
 class tDataFilePrivate;
@@ -39,14 +39,14 @@ public:
     tFileHeadSymbol kind() const;   // plain or Huffman
     bool finished() const;          // its writer wrote the index head; false while recording and after a crash
     uint64_t size() const;          // of the file, in bytes
-    uint64_t payloadBytes() const;  // sum of the lengths of the records
+    uint64_t payloadBytes() const;  // sum of the lengths of the records; in a Huffman file, of their codes
 
     size_t recordCount() const;   // records that are whole, in the order in which they were recorded
     size_t damagedCount() const;  // index records left out: they point outside the file or carry no possible time
     tDataFileRecord record(size_t i) const;  // i below recordCount()
 
     // Replaces `bytes` by the segment's bytes. False if the file does not give them all (it was cut since it was
-    // opened, the disk fails), or if this version cannot decode the file's kind.
+    // opened, the disk fails), or if the codes of a Huffman file cannot be used.
     bool read(size_t i, std::string& bytes);
 
 private:

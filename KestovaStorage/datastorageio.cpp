@@ -68,6 +68,16 @@ uint64_t tDataStorageIO::GetWriteLostCnt() const
     return d->m_writer.lostCnt();
 }
 
+uint32_t tDataStorageIO::GetCompressingCnt() const
+{
+    return d->m_writer.compressions().pending();
+}
+
+void tDataStorageIO::CancelCompressing()
+{
+    d->m_writer.compressions().cancel();
+}
+
 bool tDataStorageIO::OpenReadDataFileorFolder(const std::string& path, iDataReadReplayObserver* observer)
 {
     // Not owned: a share of nothing that points to it.

@@ -70,7 +70,8 @@ public:
     // File numbers have four digits and folder numbers six: above 9,999 files in a folder or 999,999 folders names no
     // longer sort by age.
     tDataStorageIO(const std::string& storageBasePath, const char* specifySuffix);
-    // Stops recording as FinishWrite does and replay as CloseReadingFile does. Never call it from inside a callback.
+    // Stops recording as FinishWrite does and replay as CloseReadingFile does, and waits until finished files have been
+    // compressed. Never call it from inside a callback.
     virtual ~tDataStorageIO();
     tDataStorageIO(const tDataStorageIO&) = delete;
     tDataStorageIO& operator=(const tDataStorageIO&) = delete;
@@ -78,9 +79,11 @@ public:
     // ---- Recording. Any thread. ----
 
     // Starts a file in the recording folder below the root, finishing the file before it. `timestamp` in ms gives the
-    // labels of folder and file (0: now), `extFileName` is appended to the name where it is not empty. `compress` asks
-    // for compression when the file is finished. False, with a line on standard error, if the file exists already or
-    // cannot be created; then no file is open.
+    // labels of folder and file (0: now), `extFileName` is appended to the name where it is not empty. With `compress`
+    // the file, and each that follows it in a roll-over, is Huffman-compressed once it is finished, on a thread of its
+    // own: NAME.tar.data takes the place of NAME.data and replays the same. A file that would not come back byte for
+    // byte (of a single byte value, say) stays as it is. False, with a line on standard error, if the file exists
+    // already or cannot be created; then no file is open.
     bool CreateNewWritingFile(unsigned long timestamp, const std::string& extFileName, bool compress);
     // The same with the current time, in `customFolderPath` (ends with "/") when the object has no root.
     bool CreateNewWritingFile(const std::string& customFolderPath, const std::string& extFileName, bool compress);
@@ -107,6 +110,8 @@ public:
     // Of these, segments that are in no file and never will be: no file was open, the disk refused them, they
     // were discarded by FinishWrite, or WriteData refused them. (Segments of no bytes are not counted.)
     uint64_t GetWriteLostCnt() const;
+    uint32_t GetCompressingCnt() const;  // finished files that are being compressed, or wait for it
+    void CancelCompressing();            // gives them up: they stay plain
 
     // ---- Replay. Any thread. Stop, Jump, CloseReadingFile and OpenReadDataFileorFolder wait for the replay thread:
     // do not call them while you hold a lock that your observer takes. Called from inside a callback of this object,

@@ -313,6 +313,16 @@ uint64_t tRadarDataSaver::GetWriteLostCnt() const
     return d->GetWriteLostCnt();
 }
 
+uint32_t tRadarDataSaver::GetCompressingCnt() const
+{
+    return d->GetCompressingCnt();
+}
+
+void tRadarDataSaver::CancelCompressing()
+{
+    d->CancelCompressing();
+}
+
 int tRadarDataSaver::GetGroupCounters(tGroupCounters* counters, int count) const
 {
     const std::vector<tGroupState> states = d->groupStates();

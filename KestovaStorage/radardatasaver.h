@@ -94,6 +94,8 @@ public:
     std::string GetCurrentWriteDataFileName() const;
     uint32_t GetWriteDataFifoSize() const;
     uint64_t GetWriteLostCnt() const;
+    uint32_t GetCompressingCnt() const;
+    void CancelCompressing();
 
     // Copies the counters of up to `count` joined groups to `counters`, streams in the order of the constructor's
     // types, then the fixed groups, and returns how many groups there are (0 while sockets open or close). `counters`

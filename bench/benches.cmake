@@ -14,6 +14,11 @@ if(KESTOVA_LIBPCAP)  # only what it is compared with
   target_sources(pcap_bench PRIVATE pcap_peer.cpp)
   target_link_libraries(pcap_bench PRIVATE "${KESTOVA_LIBPCAP}")
 endif()
+if(TARGET kestova_tool_objects)  # the simulated radar makes its data
+  find_package(fmt REQUIRED)
+  kestova_bench(compress rooms)
+  target_link_libraries(compress_bench PRIVATE kestova_tool_objects)
+endif()
 find_package(ZLIB)  # what the codec is compared with (scripts/setup --bench); nothing else links it
 if(ZLIB_FOUND AND TARGET kestova_tool_objects)  # the simulated radar makes its data
   find_package(fmt REQUIRED)

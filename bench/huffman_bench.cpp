@@ -27,10 +27,10 @@
 #include "KestovaStorage/internal/huffmanformat.h"
 #include "KestovaStorage/internal/symboldecoder.h"
 #include "bench/measure.h"
+#include "bench/simulatedspokes.h"
 #include "tests/support/plainhuffman.h"
 #include "tools/simulator/nmea.h"
 #include "tools/simulator/scene.h"
-#include "tools/simulator/spoke.h"
 
 namespace
 {
@@ -41,22 +41,6 @@ constexpr std::size_t cSpokeLen = 542;
 FILE* s_out;
 
 // ---- data ----
-
-std::string spokes(std::size_t size)
-{
-    const tool::tScene scene(1);
-    tool::tEchoes echoes;
-    std::string all, spoke;
-    for (std::uint64_t n = 0; all.size() < size; ++n)
-    {
-        const double time = static_cast<double>(n) / 1638.4;
-        scene.echoes(n, time, echoes);
-        tool::encodeSpoke(n, 1'700'000'000'000 + static_cast<std::uint64_t>(time * 1000), echoes, spoke);
-        all += spoke;
-    }
-    all.resize(size);
-    return all;
-}
 
 std::string mixed(std::string bytes)
 {
@@ -401,8 +385,8 @@ int main(int argc, char** argv)
     std::setvbuf(s_out, nullptr, _IOLBF, 0);
     pinToOneCore();
     const std::size_t bytes = (argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 16) << 20;
-    const tData all[] = {{"spokes", spokes(bytes), 10, 4, 7},
-                         {"mix", mixed(spokes(bytes)), 10, 3.2, 5.5},
+    const tData all[] = {{"spokes", bench::spokes(bytes), 10, 4, 7},
+                         {"mix", mixed(bench::spokes(bytes)), 10, 3.2, 5.5},
                          {"sentences", sentences(bytes), 10, 2.7, 5.5},
                          {"skewed", skewed(bytes), 7, 6, 12}};
     for (const tData& data : all)

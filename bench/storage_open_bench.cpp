@@ -43,7 +43,7 @@ void makeFiles(const std::string& folder, bool interleaved)
         for (std::size_t i = 0; i < cRecords; ++i)
         {
             const std::uint64_t place = interleaved ? i * cFiles + file : file * cRecords + i;
-            index[i] = storage::encode({cFirstTime + place, storage::cPayloadPos + i, 1});
+            index[i] = storage::encode(storage::tNormalIndexTable{cFirstTime + place, storage::cPayloadPos + i, 1});
         }
         std::ofstream out(fileName(folder, file), std::ios::binary);
         const std::uint32_t magic = storage::cDataFileHead;

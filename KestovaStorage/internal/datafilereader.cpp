@@ -9,12 +9,18 @@
 #include <unistd.h>
 #include <utility>
 
+#include "KestovaStorage/huffmandecode.h"
+
 namespace storage
 {
 namespace
 {
 constexpr std::size_t cPiece = 12'288;  // records read at once: a quarter of a MiB
 }
+
+tDataFileReader::tDataFileReader(const std::string& path) : m_path(path) {}
+
+tDataFileReader::~tDataFileReader() = default;
 
 std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, std::string* error)
 {
@@ -39,6 +45,8 @@ try
     if (!S_ISREG(info.st_mode))
         return "not a regular file";
     m_size = static_cast<std::uint64_t>(info.st_size);
+    m_device = info.st_dev;
+    m_inode = info.st_ino;
 
     unsigned char magic[4] = {};
     readAt(magic, sizeof magic, 0);
@@ -80,7 +88,36 @@ std::size_t tDataFileReader::readAt(void* to, std::size_t len, std::uint64_t pos
 
 bool tDataFileReader::read(std::uint64_t pos, std::size_t len, char* to)
 {
-    return (m_file.valid() || openFile()) && readAt(to, len, pos) == len;
+    return (m_file.valid() || reopenFile()) && readAt(to, len, pos) == len;
+}
+
+// Another file may have taken the name meanwhile, the compressed one: the index does not describe it.
+bool tDataFileReader::reopenFile()
+{
+    struct stat info;
+    if (openFile() && ::fstat(m_file.get(), &info) == 0 && info.st_dev == m_device && info.st_ino == m_inode)
+        return true;
+    m_file.reset();
+    return false;
+}
+
+const huffman::tHuffmanDecode* tDataFileReader::decoder()
+{
+    if (!m_decoder)
+    {
+        huffman::tFileHead head{};
+        if (!read(0, sizeof head, reinterpret_cast<char*>(&head)))
+            return nullptr;
+        m_decoder = std::make_unique<huffman::tHuffmanDecode>(huffman::eSegmentMode);
+        m_decoder->SetHuffmanHead(head);
+    }
+    return m_decoder->HasCodes() ? m_decoder.get() : nullptr;
+}
+
+void tDataFileReader::closeFile()
+{
+    m_file.reset();
+    m_decoder.reset();
 }
 
 // A file that was never finished says 0 records: it may hold as many as fit.

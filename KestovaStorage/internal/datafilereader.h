@@ -20,6 +20,11 @@
 #include "KestovaStorage/internal/storageformat.h"
 #include "UdpSocket/internal/descriptor.h"
 
+namespace huffman
+{
+class tHuffmanDecode;
+}
+
 namespace storage
 {
 class tDataFileReader
@@ -27,6 +32,9 @@ class tDataFileReader
 public:
     // Null, with the reason in `error` where not null, for what cannot be read or is no data file.
     static std::unique_ptr<tDataFileReader> open(const std::string& path, std::string* error = nullptr);
+    ~tDataFileReader();
+    tDataFileReader(const tDataFileReader&) = delete;
+    tDataFileReader& operator=(const tDataFileReader&) = delete;
 
     const std::string& path() const { return m_path; }
     tFileHeadSymbol symbol() const { return m_symbol; }
@@ -41,12 +49,15 @@ public:
 
     // Reads `len` bytes at `pos` into `to`; false if the file does not give them all.
     bool read(std::uint64_t pos, std::size_t len, char* to);
-    void closeFile() { m_file.reset(); }
+    // Reads the codes of a Huffman file; null where they cannot be used. Kept until closeFile().
+    const huffman::tHuffmanDecode* decoder();
+    void closeFile();
 
 private:
-    explicit tDataFileReader(const std::string& path) : m_path(path) {}
+    explicit tDataFileReader(const std::string& path);
     const char* load();
     bool openFile();
+    bool reopenFile();
     std::size_t readAt(void* to, std::size_t len, std::uint64_t pos) const;
     void readIndex(std::uint32_t indexNum);
     bool readPiece(std::size_t place, std::size_t count);
@@ -56,6 +67,8 @@ private:
 
     std::string m_path;
     net::tDescriptor m_file;
+    std::uint64_t m_device = 0, m_inode = 0;  // of the file that was opened first
+    std::unique_ptr<huffman::tHuffmanDecode> m_decoder;
     std::uint64_t m_size = 0;
     tFileHeadSymbol m_symbol = cDataFileHead;
     bool m_finished = false;

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/huffmanencode.h"
 
 namespace storage
 {
@@ -48,7 +49,7 @@ void tDataFileWriter::append(tBlockCursor& cursor, std::uint64_t now)
     const std::size_t whole = bytes == run.bytes ? run.segments : wholeSegments(bytes);
     const bool published = whole == 0 || publish(whole);
     if (published)
-        accept(whole);
+        accept(cursor.block->bytes() + cursor.offset, whole);
     else
         m_lost += whole;
     // The segment that did not fit is given up; those behind it are tried again.
@@ -89,7 +90,8 @@ tDataFileWriter::tRun tDataFileWriter::plan(const tBlockCursor& cursor, std::uin
     {
         const tSegmentEntry entry = cursor.block->entry(cursor.segment + run.segments);
         const std::uint64_t pos = m_payloadEnd + run.bytes;
-        m_slots.push_back(encode({entry.tag != 0 ? entry.tag : now, pos, static_cast<std::uint32_t>(entry.len)}));
+        const std::uint64_t time = entry.tag != 0 ? entry.tag : now;
+        m_slots.push_back(encode(tNormalIndexTable{time, pos, static_cast<std::uint32_t>(entry.len)}));
         run.bytes += entry.len;
         last = pos > cLastSegmentPos;
     }
@@ -126,7 +128,8 @@ bool tDataFileWriter::publish(std::size_t segments)
            writeAllAt(bytes + inFirstPage, cIndexSlotSize - inFirstPage, pos + inFirstPage);
 }
 
-void tDataFileWriter::accept(std::size_t segments)
+// `bytes` are those of the segments, back to back.
+void tDataFileWriter::accept(const char* bytes, std::size_t segments)
 {
     if (segments == 0)
         return;
@@ -134,7 +137,13 @@ void tDataFileWriter::accept(std::size_t segments)
     m_payloadEnd = endOf(m_slots[segments - 1]);
     m_indexHead.indexNum += static_cast<std::uint32_t>(segments);
     for (std::size_t i = 0; i < segments; ++i)
-        m_indexHead.segmentMaxLen = std::max(m_indexHead.segmentMaxLen, decodeNormal(m_slots[i]).len);
+    {
+        const std::uint32_t len = decodeNormal(m_slots[i]).len;
+        m_indexHead.segmentMaxLen = std::max(m_indexHead.segmentMaxLen, len);
+        if (m_encoder != nullptr)
+            m_encoder->PreReadSrcFileSegment(bytes, len);
+        bytes += len;
+    }
 }
 
 // The magic is the first write to a file; on a full disk it is tried again before each run.

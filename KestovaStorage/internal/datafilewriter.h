@@ -22,6 +22,11 @@
 #include "KestovaStorage/internal/storageformat.h"
 #include "UdpSocket/internal/descriptor.h"
 
+namespace huffman
+{
+class tHuffmanEncode;
+}
+
 namespace storage
 {
 // A place in a block: segments before it have been dealt with.
@@ -47,6 +52,9 @@ public:
     // No further segment belongs into this file: the last one started beyond cLastSegmentPos, or the index is full.
     bool isFull() const;
 
+    // What is recorded from now on is counted for its code; null ends that. Not owned.
+    void countInto(huffman::tHuffmanEncode* encoder) { m_encoder = encoder; }
+
     void finish();  // writes the index head
     void sync();    // to the disk
     std::uint64_t lost() const { return m_lost; }
@@ -63,12 +71,13 @@ private:
     std::size_t wholeSegments(std::size_t bytes) const;
     bool writeMagic();
     bool publish(std::size_t segments);
-    void accept(std::size_t segments);
+    void accept(const char* bytes, std::size_t segments);
     std::size_t writeAt(const void* data, std::size_t len, std::uint64_t pos);
     bool writeAllAt(const void* data, std::size_t len, std::uint64_t pos) { return writeAt(data, len, pos) == len; }
 
     net::tDescriptor m_file;
     std::string m_path;
+    huffman::tHuffmanEncode* m_encoder = nullptr;
     tIndexHead m_indexHead{};
     std::uint64_t m_payloadEnd = cPayloadPos;
     std::uint64_t m_lastStart = 0;    // where the last segment started

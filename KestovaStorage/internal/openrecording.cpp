@@ -1,7 +1,6 @@
 #include "KestovaStorage/internal/openrecording.h"
 
 #include <algorithm>
-#include <new>
 #include <set>
 #include <utility>
 
@@ -12,7 +11,6 @@ namespace storage
 namespace
 {
 constexpr std::size_t cMaxOpenFiles = 64;
-constexpr std::size_t cMinBufferSize = 64 * 1024;
 }  // namespace
 
 void tOpenRecording::open(const std::string& path, const std::string& suffix, const tCancelled& cancelled)
@@ -37,11 +35,10 @@ void tOpenRecording::clear()
     *this = tOpenRecording();
 }
 
-// Segments of Huffman files cannot be decoded by this version: nothing of them is played.
 void tOpenRecording::addFile(const std::string& path)
 {
     std::unique_ptr<tDataFileReader> reader = tDataFileReader::open(path);
-    if (!reader || reader->symbol() != cDataFileHead)
+    if (!reader)
         return;
     reader->closeFile();
     m_files.push_back(std::move(reader));
@@ -58,29 +55,12 @@ void tOpenRecording::putInOrder(const tCancelled& cancelled)
 std::optional<tOpenRecording::tSegment> tOpenRecording::read(const tTimelineSegment& place)
 {
     tDataFileReader& file = *m_files[place.file];
-    const tNormalIndexTable record = decodeNormal(file.index()[place.record]);
-    if (!readBytes(file, record))
-        return std::nullopt;
-    return tSegment{record.tim, m_buffer.get(), record.len, file.path()};
-}
-
-bool tOpenRecording::readBytes(tDataFileReader& file, const tNormalIndexTable& record)
-try
-{
-    if (record.len > m_bufferSize || !m_buffer)
-    {
-        m_bufferSize = 0;
-        m_buffer.reset();
-        const std::size_t size = std::max<std::size_t>(record.len, cMinBufferSize);
-        m_buffer.reset(new char[size]);
-        m_bufferSize = size;
-    }
     keepOpen(file);
-    return file.read(record.pos, record.len, m_buffer.get());
-}
-catch (const std::bad_alloc&)
-{
-    return false;
+    const auto bytes = m_reader->read(file, place.record);
+    if (!bytes)
+        return std::nullopt;
+    return tSegment{timeOf(file.index()[place.record]), bytes->data(), static_cast<std::uint32_t>(bytes->size()),
+                    file.path()};
 }
 
 void tOpenRecording::keepOpen(tDataFileReader& file)

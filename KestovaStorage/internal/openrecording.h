@@ -1,7 +1,7 @@
 // tOpenRecording: the files of one replay, their play order, and the bytes of a segment when it is due.
 //
-// Owner    owns the files' indexes, one read buffer that grows to the longest segment met, and a bounded number of
-//          descriptors: thousands of files can be open at once.
+// Owner    owns the files' indexes, buffers that grow to the longest segment met, and a bounded number of descriptors
+//          and decoders: thousands of files can be open at once.
 // Threads  starts none and locks nothing.
 // Errors   files that cannot be read or are no data files are left out; a segment whose bytes its file does not give
 //          costs only itself.
@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "KestovaStorage/internal/datafilereader.h"
+#include "KestovaStorage/internal/segmentreader.h"
 #include "KestovaStorage/internal/segmenttimeline.h"
 
 namespace storage
@@ -46,14 +47,12 @@ public:
 private:
     void addFile(const std::string& path);
     void putInOrder(const tCancelled& cancelled);
-    bool readBytes(tDataFileReader& file, const tNormalIndexTable& record);
     void keepOpen(tDataFileReader& file);
 
     std::vector<std::unique_ptr<tDataFileReader>> m_files;
     std::deque<tDataFileReader*> m_openFiles;  // those with a descriptor, the longest unused first
     tSegmentTimeline m_timeline;
-    std::unique_ptr<char[]> m_buffer;
-    std::size_t m_bufferSize = 0;
+    std::unique_ptr<tSegmentReader> m_reader = std::make_unique<tSegmentReader>();
 };
 }  // namespace storage
 

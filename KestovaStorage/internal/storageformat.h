@@ -77,6 +77,16 @@ inline tIndexSlot encode(const tNormalIndexTable& record)
     return slot;
 }
 
+inline tIndexSlot encode(const tEncodedIndexTable& record)
+{
+    tIndexSlot slot{};
+    le::store(&slot[offsetof(tEncodedIndexTable, tim)], record.tim);
+    le::store(&slot[offsetof(tEncodedIndexTable, firstBytePos)], record.firstBytePos);
+    le::store(&slot[offsetof(tEncodedIndexTable, huffmanBits)], record.huffmanBits);
+    slot[offsetof(tEncodedIndexTable, firstBitPos)] = record.firstBitPos;
+    return slot;
+}
+
 inline tNormalIndexTable decodeNormal(const tIndexSlot& slot)
 {
     return {le::load<std::uint64_t>(&slot[offsetof(tNormalIndexTable, tim)]),

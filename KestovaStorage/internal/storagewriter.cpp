@@ -42,7 +42,7 @@ std::string storageRoot(std::string path)
 }  // namespace
 
 tStorageWriter::tStorageWriter(const std::string& storageBasePath, const std::string& specifySuffix)
-    : m_storageBasePath(storageRoot(storageBasePath)), m_specifySuffix(specifySuffix)
+    : m_storageBasePath(storageRoot(storageBasePath)), m_specifySuffix(specifySuffix), m_compressions(specifySuffix)
 {
     if (!m_storageBasePath.empty())
         tDiskReclaimer::instance().addRoot(this, m_storageBasePath);
@@ -194,10 +194,17 @@ tStorageWriter::tWritingFilePtr tStorageWriter::newFile(const tRequest& request,
     // The folder was empty until now and may just have been taken for an emptied one.
     if (!next->writer && errno == ENOENT && paths::makeFolders(folder))
         next->writer = tDataFileWriter::create(next->path);
-    if (next->writer)
-        return next;
-    std::perror(next->path.c_str());
-    return nullptr;
+    if (!next->writer)
+    {
+        std::perror(next->path.c_str());
+        return nullptr;
+    }
+    if (request.compress)
+    {
+        next->encoder = tCompressions::newEncoder();
+        next->writer->countInto(next->encoder.get());
+    }
+    return next;
 }
 
 std::string tStorageWriter::recordingFolder(const tRequest& request, tTimes_ms timestamp)
@@ -234,8 +241,13 @@ tStorageWriter::tWritingFilePtr tStorageWriter::file() const
 
 void tStorageWriter::finishFile()
 {
-    if (const tWritingFilePtr current = file())
-        current->writer->finish();
+    const tWritingFilePtr current = file();
+    if (!current)
+        return;
+    current->writer->finish();
+    current->writer->countInto(nullptr);
+    if (current->encoder)
+        m_compressions.add(current->path, std::move(current->encoder));
 }
 
 void tStorageWriter::finish()

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <string>
 
+#include "KestovaStorage/internal/compressions.h"
 #include "KestovaStorage/internal/datafilewriter.h"
 #include "KestovaStorage/internal/diskreclaimer.h"
 #include "KestovaStorage/internal/segmentfifo.h"
@@ -48,6 +49,7 @@ public:
     std::uint32_t fifoSize() const { return m_writeDataFifoSize; }
     std::uint32_t saveCnt() const { return m_saveCnt; }
     std::uint64_t lostCnt() const { return m_lostCnt; }
+    tCompressions& compressions() { return m_compressions; }
 
 private:
     // What a caller asked for when it started a file; a roll-over asks for the same again.
@@ -55,13 +57,14 @@ private:
     {
         std::string extFileName;
         std::string customFolderPath;
-        bool compress = false;  // kept for the files that follow
+        bool compress = false;  // the file, and those that follow, when they are finished
     };
     struct tWritingFile
     {
         std::string path;
         tDiskReclaimer::tWritingMark mark;
         std::unique_ptr<tDataFileWriter> writer;
+        std::unique_ptr<huffman::tHuffmanEncode> encoder;  // counts what is recorded; null where nobody asked
     };
     using tWritingFilePtr = std::shared_ptr<tWritingFile>;
 
@@ -92,6 +95,7 @@ private:
     std::mutex m_controlMutex;
     std::atomic<tStorageState> m_state{eWriteFree};
     mutable std::mutex m_writingStreamMutex;
+    tCompressions m_compressions;
     tWritingFilePtr m_file;  // guarded by m_writingStreamMutex; never held while the disk works
 
     // What producers touch, apart from what the writer counts: they do not take each other's cache lines.

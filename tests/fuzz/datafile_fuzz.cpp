@@ -57,8 +57,8 @@ void readAll(const std::string& path)
         const storage::tDataFileRecord record = file.record(i);
         require(record.timeMs != 0 && record.timeMs < storage::cTimeLimit);
         require(record.pos <= file.size() && record.len <= file.size() - record.pos);
-        require(file.read(i, bytes) == (file.kind() == storage::cDataFileHead));
-        require(file.kind() != storage::cDataFileHead || bytes.size() == record.len);
+        const bool given = file.read(i, bytes);
+        require(file.kind() != storage::cDataFileHead || (given && bytes.size() == record.len));
         read += record.len;
     }
 }

@@ -1,0 +1,39 @@
+// Data files rewritten: plain ones Huffman-compressed, and back.
+//
+// Units    bytes of payload read, for progress.
+// Threads  none of their own; what is given is used by the calling thread only.
+// Errors   false with a sentence in `error`, no file name in it; the source is never changed, and what was written of
+//          the output is the caller's to remove.
+#ifndef KESTOVA_INTERNAL_FILECONVERSION_H
+#define KESTOVA_INTERNAL_FILECONVERSION_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "KestovaStorage/huffmanencode.h"
+#include "KestovaStorage/internal/datafilereader.h"
+#include "KestovaStorage/internal/outputfile.h"
+
+namespace storage
+{
+// Called now and then with how many bytes have been dealt with; false ends the work.
+using tGoOn = std::function<bool(std::uint64_t bytes)>;
+
+// Counts every segment of a file for its code.
+bool countSegments(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, const tGoOn& goOn, std::string& error);
+// Writes the Huffman file of a finished plain file all of whose segments `encoder` has counted. Refuses what the
+// stored form cannot give back.
+bool encodeFile(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, tOutputFile& out, const tGoOn& goOn,
+                std::string& error);
+// Writes the plain file of a Huffman file.
+bool decodeFile(tDataFileReader& encoded, tOutputFile& out, const tGoOn& goOn, std::string& error);
+// Whether both hold the same segments with the same times, read back one by one.
+bool sameSegments(tDataFileReader& a, tDataFileReader& b, const tGoOn& goOn, std::string& error);
+
+// "rec/0003_2024-05-17_10-01-12_radar.data" with the suffix ".data" gives "...radar.tar.data". Only the last component
+// of the path is looked at: a folder may have the suffix in its name.
+std::string encodedName(const std::string& plainPath, const std::string& suffix);
+}  // namespace storage
+
+#endif

@@ -1,0 +1,79 @@
+#include "KestovaStorage/internal/outputfile.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace storage
+{
+namespace
+{
+constexpr char cEnding[] = ".part";
+}
+
+tOutputFile::tOutputFile(const std::string& name)
+    : m_path(name + cEnding), m_file(::open(m_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666))
+{
+    if (!isOpen())
+        fail();
+}
+
+tOutputFile::~tOutputFile()
+{
+    if (isOpen() && !m_committed)
+        ::unlink(m_path.c_str());
+}
+
+bool tOutputFile::writeAt(const void* data, std::size_t len, std::uint64_t pos)
+{
+    for (std::size_t done = 0; done < len;)
+    {
+        const ssize_t written =
+            ::pwrite(m_file.get(), static_cast<const char*>(data) + done, len - done, static_cast<off_t>(pos + done));
+        if (written > 0)
+            done += static_cast<std::size_t>(written);
+        else if (written == 0 || errno != EINTR)
+            return fail();
+    }
+    return true;
+}
+
+bool tOutputFile::sync()
+{
+    return ::fsync(m_file.get()) == 0 || fail();
+}
+
+bool tOutputFile::likeFile(const std::string& path)
+{
+    struct stat info;
+    if (::stat(path.c_str(), &info) != 0)
+        return fail();
+    const timespec times[2] = {info.st_atim, info.st_mtim};
+    return (::fchmod(m_file.get(), info.st_mode & 07777) == 0 && ::futimens(m_file.get(), times) == 0) || fail();
+}
+
+bool tOutputFile::commit(const std::string& name)
+{
+    if (!sync() || std::rename(m_path.c_str(), name.c_str()) != 0)
+        return fail();
+    m_committed = true;
+    return syncFolderOf(name) || fail();
+}
+
+bool tOutputFile::fail()
+{
+    if (m_error == 0)
+        m_error = errno != 0 ? errno : EIO;
+    return false;
+}
+
+bool syncFolderOf(const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const net::tDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return opened.valid() && ::fsync(opened.get()) == 0;
+}
+}  // namespace storage
