@@ -19,16 +19,16 @@ _kestova()
     local options
 
     case "$previous" in
-    --radars) compopt -o filenames; COMPREPLY=($(compgen -f -- "$current")); return ;;
-    --root) compopt -o filenames; COMPREPLY=($(compgen -d -- "$current")); return ;;
+    --radars | --pcap) compopt -o filenames; COMPREPLY=($(compgen -f -- "$current")); return ;;
+    --root | --to) compopt -o filenames; COMPREPLY=($(compgen -d -- "$current")); return ;;
     --streams) compopt -o nospace; _kestova_streams "$current"; return ;;
     --radar | --id | --group | --duration | --rate | --spokes | --seed | --start-time | --suffix | --speed | --start | \
-        --gap | --from | --to | --limit | --bytes | --map) return ;;
+        --gap | --from | --to | --limit | --bytes | --map | --select | --source) return ;;
     --local-ip) COMPREPLY=($(compgen -W "127.0.0.1 $(command ls /sys/class/net 2>/dev/null)" -- "$current")); return ;;
     esac
 
     if ((COMP_CWORD == 1)); then
-        COMPREPLY=($(compgen -W "simulate record replay info dump --help --version" -- "$current"))
+        COMPREPLY=($(compgen -W "simulate record replay info dump compress expand pcap export --help --version" -- "$current"))
         return
     fi
     case "${COMP_WORDS[1]}" in
@@ -36,6 +36,9 @@ _kestova()
     record) options="$common $radar --group --streams --root --compress" ;;
     replay) options="$common --suffix --speed --start --streams --loop --net --local-ip --map" ;;
     info) options="$common --suffix --gap --digest" ;;
+    compress | expand) options="$common --suffix" ;;
+    pcap) options="$common --select --to" ;;
+    export) options="$common --suffix --streams --pcap --source" ;;
     dump) options="$common --suffix --streams --from --to --limit --bytes --all" ;;
     *) return ;;
     esac

@@ -21,6 +21,10 @@ void addRecord(CLI::App& app, tRun& chosen);
 void addReplay(CLI::App& app, tRun& chosen);
 void addInfo(CLI::App& app, tRun& chosen);
 void addDump(CLI::App& app, tRun& chosen);
+void addCompress(CLI::App& app, tRun& chosen);
+void addExpand(CLI::App& app, tRun& chosen);
+void addPcap(CLI::App& app, tRun& chosen);
+void addExport(CLI::App& app, tRun& chosen);
 }  // namespace tool
 
 #endif

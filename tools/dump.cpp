@@ -103,8 +103,8 @@ private:
     void dumpFile(storage::tDataFile& file)
     {
         m_damaged += file.damagedCount();
-        if (file.recordCount() > 0 && file.kind() == storage::cHuffmanFileHead && !isReadable(file))
-            return skip(file.path() + " is Huffman-compressed, which this version cannot read");
+        if (file.recordCount() > 0 && !isReadable(file))
+            return skip(file.path() + ": none of its records can be read");
         for (const std::size_t i : timeOrder(file))
         {
             if (m_left == 0 || m_stop.requested())

@@ -216,7 +216,7 @@ std::string fileText(const tFileInfo& file)
     if (file.damaged > 0)
         text += fmt::format(", {} damaged", file.damaged);
     if (!file.readable)
-        text += "; this version cannot read Huffman payloads";
+        text += "; none of them can be read";
     if (file.records > 0)
         text += fmt::format("\n  {} to {} ({})", localTimeText(file.firstMs), localTimeText(file.lastMs),
                             durationText(file.lastMs - file.firstMs));

@@ -48,6 +48,10 @@ int runCommandLine(int argc, char** argv, tConsole& console)
     addReplay(app, run);
     addInfo(app, run);
     addDump(app, run);
+    addCompress(app, run);
+    addExpand(app, run);
+    addPcap(app, run);
+    addExport(app, run);
     try
     {
         app.parse(argc, argv);

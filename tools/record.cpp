@@ -22,6 +22,8 @@ namespace tool
 {
 namespace
 {
+constexpr char cSuffix[] = ".data";
+
 using tSteady = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
@@ -93,12 +95,7 @@ private:
         m_lossTold = m_state.lost > 0;
     }
 
-    void announce()
-    {
-        if (m_options.compress)
-            m_console.note("this version leaves finished files uncompressed");
-        m_console.note("recording to " + m_state.file);
-    }
+    void announce() { m_console.note("recording to " + m_state.file); }
 
     void showProgress(std::uint64_t passed)
     {
@@ -156,6 +153,23 @@ private:
         const auto discarded = m_state.discarded;
         look();
         m_state.discarded = discarded;
+        compress();
+    }
+
+    // Files are compressed when they are finished. Whoever presses Ctrl-C again has the last ones plain.
+    void compress()
+    {
+        while (m_recording->compressing() != 0)
+        {
+            if (m_stop.requestedAgain())
+                m_recording->giveUpCompressing();
+            if (m_console.progressDue())
+                m_console.progress(fmt::format("compressing: {} files wait", m_recording->compressing()));
+            std::this_thread::sleep_for(milliseconds(20));
+        }
+        for (std::string& file : m_files)
+            if (!std::filesystem::exists(file))
+                file.replace(file.rfind(cSuffix), std::string::npos, std::string(".tar") + cSuffix);
     }
 
     int report()
@@ -242,7 +256,7 @@ void addRecord(CLI::App& app, tRun& chosen)
     command.add_option("--duration", options->duration, "End after this time; until Ctrl-C where it is not given")
         ->type_name("SEC")
         ->check(checkedBy(parseDuration));
-    command.add_flag("--compress", options->compress, "Ask for compression of finished files");
+    command.add_flag("--compress", options->compress, "Compress each file when it is finished");
     command.add_flag("--json", options->json, "Results as one JSON object");
     command.callback([options, radar, group, &chosen] {
         if (radar->empty() && group->empty())

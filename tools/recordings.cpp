@@ -34,8 +34,6 @@ bool isReadable(storage::tDataFile& file)
     {
         if (file.read(i, bytes))
             return true;
-        if (file.kind() != storage::cDataFileHead)
-            return false;
     }
     return false;
 }

@@ -27,9 +27,7 @@ std::vector<std::string> playableFiles(const tReplayOptions& options)
             continue;
         if (isReadable(file))
             return files;
-        reason = file.kind() == storage::cHuffmanFileHead
-                     ? path + " is Huffman-compressed, which this version cannot read"
-                     : path + " holds no records";
+        reason = path + " holds no records";
     }
     throw tFailure(fmt::format("nothing to play in {}: {}", options.path, reason));
 }

@@ -28,6 +28,8 @@ public:
     void closeSockets() override;
     bool waitWritten(unsigned int timeoutMs) override;
     void closeFile() override;
+    std::uint32_t compressing() const override { return m_storage.GetCompressingCnt(); }
+    void giveUpCompressing() override { m_storage.CancelCompressing(); }
 
 private:
     void OnUdpGroupDataReceived(const char* fromAddr, int fromPort, const char* groupAddr, int groupPort,

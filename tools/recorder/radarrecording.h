@@ -27,6 +27,8 @@ public:
     void closeSockets() override;
     bool waitWritten(unsigned int timeoutMs) override;
     void closeFile() override;
+    std::uint32_t compressing() const override { return m_saver->GetCompressingCnt(); }
+    void giveUpCompressing() override { m_saver->CancelCompressing(); }
 
 private:
     void UpdateRecDataModify(const tUdpMsgInfo& info, const char* groupAddr, int port, char* data, int len) override;

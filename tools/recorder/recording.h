@@ -32,6 +32,8 @@ public:
     // Waits at most so long until everything received is in the file.
     virtual bool waitWritten(unsigned int timeoutMs) = 0;
     virtual void closeFile() = 0;
+    virtual std::uint32_t compressing() const = 0;  // finished files that are not yet compressed
+    virtual void giveUpCompressing() = 0;           // they stay plain
 };
 }  // namespace tool
 
