@@ -1,8 +1,7 @@
 // tByteCounter: how often each byte value occurred in everything added so far.
 //
 // Shapes   several counters a value, taken in turn: runs of one value, which radar data is full of, then do not wait
-// for
-//          the same counter time and again. They are summed up when the counts are asked for.
+//          for the same counter time and again. They are summed up when the counts are asked for.
 // Threads  starts none and locks nothing: one thread at a time.
 #ifndef KESTOVA_INTERNAL_BYTECOUNTER_H
 #define KESTOVA_INTERNAL_BYTECOUNTER_H

@@ -1,11 +1,9 @@
 // tCodeTree: the Huffman tree of a table of counts, and the code of every byte value.
 //
 // Shapes   leaves are nodes 0, 1, 2 ... in ascending order of their bytes, inner nodes follow in the order in which
-// they
-//          were made, the root is the last node. A left branch is a 1 in the code, a right branch a 0.
+//          they were made, the root is the last node. A left branch is a 1 in the code, a right branch a 0.
 // Format   which of two equal counts comes first is decided by the moves of the heap alone; files depend on it, so
-// these
-//          moves are written out here and not left to a library.
+//          these moves are written out here and not left to a library.
 // Memory   all in the object, about 17 KB; nothing is allocated.
 #ifndef KESTOVA_INTERNAL_CODETREE_H
 #define KESTOVA_INTERNAL_CODETREE_H

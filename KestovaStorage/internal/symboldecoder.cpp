@@ -84,9 +84,9 @@ KESTOVA_INLINE unsigned char* decodeFast(const tSymbolTable& table, tBitRange& r
         from += ~count >> 3 & 7;
         count |= cBitsThere;
         const std::uint64_t entry = look(entries, mask, bits, out);
-        if (tSymbolTable::bitsOf(entry) ==
-            0)  // a long code; one that comes later in this round is met here in the next
+        if (tSymbolTable::bitsOf(entry) == 0)
         {
+            // A long code; one that comes later in this round is met here in the next.
             const tSymbolTable::tSymbol symbol = table.longSymbol(entry, bits >> table.width());
             if (symbol.length == 0)
                 break;
