@@ -38,7 +38,7 @@ constexpr std::size_t cOnePointer = sizeof(void*), cTwoPointers = 2 * sizeof(voi
 constexpr std::size_t cFirstSlot = 2;  // behind the two of the virtual destructor, which stands first everywhere
 }  // namespace
 
-TEST(tAbiTest, keepsHandlesWithVirtualDestructorAtTwoPointers)
+TEST(tAbiTest, keepsTheSizesOfHandlesAndOfRecordsThatCrossTheInterface)
 {
     EXPECT_EQ(sizeof(storage::tDataStorageIO), cTwoPointers);
     EXPECT_EQ(sizeof(huffman::tHuffmanTree), cTwoPointers);
@@ -49,18 +49,10 @@ TEST(tAbiTest, keepsHandlesWithVirtualDestructorAtTwoPointers)
     EXPECT_EQ(sizeof(Kestova::tRadarDataSaver), cTwoPointers);
     EXPECT_EQ(sizeof(Kestova::tRadarDataReplayer), cTwoPointers);
     EXPECT_EQ(sizeof(Kestova::tRadarSaverAndReplayer), cTwoPointers);
-}
-
-TEST(tAbiTest, keepsPlainHandlesAtOnePointer)
-{
     EXPECT_EQ(sizeof(storage::tDataFile), cOnePointer);
     EXPECT_EQ(sizeof(net::UdpReceiver), cOnePointer);
     EXPECT_EQ(sizeof(net::UdpSender), cOnePointer);
     EXPECT_EQ(sizeof(MultiRadarClient), cOnePointer);
-}
-
-TEST(tAbiTest, keepsRecordsThatCrossTheInterface)
-{
     EXPECT_EQ(sizeof(net::tUdpReceiverCounters), 24U);
     EXPECT_EQ(sizeof(storage::tDataFileRecord), 24U);
     EXPECT_EQ(sizeof(pcap::tPcapFileHead), 8U);
@@ -72,22 +64,14 @@ TEST(tAbiTest, keepsRecordsThatCrossTheInterface)
     EXPECT_EQ(offsetof(Kestova::tGroupCounters, datagrams), 16U);
 }
 
-TEST(tAbiTest, keepsTheSlotsOfTheReplayObserver)
+TEST(tAbiTest, keepsTheSlotsOfEveryObserverOperation)
 {
     using storage::iDataReadReplayObserver;
     EXPECT_EQ(slotOf(&iDataReadReplayObserver::UpdateReplayStatus), cFirstSlot);
     EXPECT_EQ(slotOf(&iDataReadReplayObserver::UpdateDataTimeSpan), cFirstSlot + 1);
     EXPECT_EQ(slotOf(&iDataReadReplayObserver::UpdateReplayData), cFirstSlot + 2);
-}
-
-TEST(tAbiTest, keepsTheSlotsOfThePackageObserver)
-{
     EXPECT_EQ(slotOf(&iPackageObserver::UpdateSplittedPackage), cFirstSlot);
     EXPECT_EQ(slotOf(&iPackageObserver::UpdateBuildedPackage), cFirstSlot + 1);
-}
-
-TEST(tAbiTest, keepsTheSlotsOfTheRadarReplayObservers)
-{
     using Kestova::iRadarDataReplayObserver, Kestova::iRadarReplayModifyObserver;
     EXPECT_EQ(slotOf(&iRadarDataReplayObserver::UpdateReplayStatus), cFirstSlot);
     EXPECT_EQ(slotOf(&iRadarDataReplayObserver::UpdateDataTimeSpan), cFirstSlot + 1);
@@ -96,24 +80,12 @@ TEST(tAbiTest, keepsTheSlotsOfTheRadarReplayObservers)
     EXPECT_EQ(slotOf(&iRadarReplayModifyObserver::UpdateReplayDataModify), cFirstSlot);
     EXPECT_EQ(slotOf(&iRadarReplayModifyObserver::UpdateReplayAddrModify), cFirstSlot + 1);
     EXPECT_EQ(slotOf(&iRadarReplayModifyObserver::CheckIfNeededCircleLoop), cFirstSlot + 2);
-}
-
-TEST(tAbiTest, keepsTheSlotsOfTheSaveAndReplayObserver)
-{
     EXPECT_EQ(slotOf(&Kestova::iSaveReplayObserver::UpdateState), cFirstSlot);
     EXPECT_EQ(slotOf(&Kestova::iSaveReplayObserver::UpdateReplayData), cFirstSlot + 1);
-}
-
-TEST(tAbiTest, keepsTheSlotsOfTheCaptureObserver)
-{
     using pcap::iPcapDataReadObserver;
     EXPECT_EQ(slotOf(&iPcapDataReadObserver::UpdatePcapReadData), cFirstSlot);
     EXPECT_EQ(slotOf(&iPcapDataReadObserver::UpdatePcapReadProgress), cFirstSlot + 1);
     EXPECT_EQ(slotOf(&iPcapDataReadObserver::UpdatePcapUdpMulticast), cFirstSlot + 2);
-}
-
-TEST(tAbiTest, keepsTheSlotsOfTheSingleOperationInterfaces)
-{
     EXPECT_EQ(slotOf(&Kestova::iRadarRecDataModifyObserver::UpdateRecDataModify), cFirstSlot);
     EXPECT_EQ(slotOf(&pcap::iPcapDatagramObserver::UpdatePcapDatagram), cFirstSlot);
     EXPECT_EQ(slotOf(&net::iUdpDataListener::OnUdpGroupDataReceived), cFirstSlot);

@@ -14,11 +14,11 @@
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datafileconverter.h"
 #include "KestovaStorage/datastorageio.h"
+#include "support/ownnamespace.h"
 #include "support/recordedsegments.h"
 #include "support/recording.h"
 #include "support/replaylog.h"
 #include "support/tempdir.h"
-#include "support/tinydisk.h"
 
 namespace fs = std::filesystem;
 using storage::tDataFileConverter;
@@ -307,8 +307,8 @@ TEST_F(tCompressedStorageTest, endsAtEveryStepWithoutATrace)
 
 TEST_F(tCompressedStorageTest, keepsTheOriginalOnAFullDisk)
 {
-    if (!tTinyDisk::enterNamespace().empty())
-        GTEST_SKIP() << tTinyDisk::enterNamespace();
+    if (!tTinyDisk::enter().empty())
+        GTEST_SKIP() << tTinyDisk::enter();
     const tTinyDisk disk(dir.string(), 3);
     ASSERT_TRUE(disk.mounted());
     tSegments segments;  // 2.4 MB of noise: a second file does not fit beside it

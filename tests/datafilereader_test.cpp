@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
-#include <memory>
-#include <sys/stat.h>
 
 #include "KestovaStorage/datafile.h"
-#include "KestovaStorage/internal/datafilereader.h"
 #include "support/recording.h"
 #include "support/tempdir.h"
 
@@ -193,51 +190,4 @@ TEST_F(tDataFileReaderTest, survivesEveryFlippedByte)
                 EXPECT_EQ(now, whole);
             }
         }
-}
-
-TEST_F(tDataFileReaderTest, leavesAloneWhatIsNoRegularFile)
-{
-    const std::string folder = dir.file("folder.data"), pipe = dir.file("pipe.data"), dangling = dir.file("link.data");
-    ASSERT_EQ(::mkdir(folder.c_str(), 0700), 0);
-    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-    ASSERT_EQ(::symlink("nowhere", dangling.c_str()), 0);
-    for (const std::string& name : {folder, pipe, dangling, dir.file("missing.data"), std::string()})
-    {
-        std::string error;
-        tDataFile file;
-        EXPECT_FALSE(file.open(name, &error)) << name;
-        EXPECT_EQ(error.find(name + ": "), 0u) << error;
-        EXPECT_FALSE(file.open(name));
-        EXPECT_EQ(file.recordCount() + file.damagedCount() + file.size(), 0u);
-    }
-}
-
-TEST_F(tDataFileReaderTest, saysWhyAFileMayNotBeRead)
-{
-    if (::geteuid() == 0)
-        GTEST_SKIP() << "root may read everything";
-    ASSERT_EQ(::chmod(path.c_str(), 0), 0);
-    std::string error;
-    EXPECT_FALSE(tDataFile().open(path, &error));
-    EXPECT_EQ(error, path + ": Permission denied");
-}
-
-TEST_F(tDataFileReaderTest, handsOverNothingOfASegmentThatWasCutSinceItWasOpened)
-{
-    const auto reader = storage::tDataFileReader::open(path);
-    ASSERT_NE(reader, nullptr);
-    char bytes[12];
-    for (const bool reopened : {false, true})
-    {
-        if (reopened)
-            reader->closeFile();
-        EXPECT_TRUE(reader->read(10'000'000, 5, bytes));
-    }
-    ASSERT_EQ(::truncate(path.c_str(), 10'000'012), 0);
-    EXPECT_FALSE(reader->read(10'000'009, 12, bytes));
-    EXPECT_TRUE(reader->read(10'000'000, 5, bytes));
-    EXPECT_EQ(std::string(bytes, 5), first);
-    reader->closeFile();
-    ::unlink(path.c_str());
-    EXPECT_FALSE(reader->read(10'000'000, 5, bytes));
 }

@@ -1,10 +1,8 @@
 #include "KestovaStorage/internal/datafilewriter.h"
 
 #include <cerrno>
-#include <csignal>
 #include <fcntl.h>
 #include <fstream>
-#include <sys/resource.h>
 
 #include "support/pwritehook.h"
 #include "support/recordedsegments.h"
@@ -15,30 +13,6 @@ using namespace storage;
 namespace
 {
 constexpr std::uint64_t cNow = 1715934600250;
-
-// While it lives no file of this process grows beyond `bytes`; a write that tries fails as on a full disk.
-class tFileSizeLimit
-{
-public:
-    explicit tFileSizeLimit(std::uint64_t bytes)
-    {
-        m_signalBefore = std::signal(SIGXFSZ, SIG_IGN);
-        ::getrlimit(RLIMIT_FSIZE, &m_before);
-        const rlimit limit{bytes, m_before.rlim_max};
-        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
-    }
-    ~tFileSizeLimit()
-    {
-        ::setrlimit(RLIMIT_FSIZE, &m_before);
-        std::signal(SIGXFSZ, m_signalBefore);
-    }
-    tFileSizeLimit(const tFileSizeLimit&) = delete;
-    tFileSizeLimit& operator=(const tFileSizeLimit&) = delete;
-
-private:
-    rlimit m_before{};
-    void (*m_signalBefore)(int) = SIG_DFL;
-};
 
 class tDataFileWriterTest : public testing::Test
 {
@@ -67,6 +41,19 @@ protected:
         for (const std::size_t len : lengths)
             segments.push_back({cNow + first + segments.size(), numberedSegment(first + segments.size(), len)});
         return segments;
+    }
+    // A disk without room for what lies from `from` to `to` in a file.
+    static tPwriteHook noRoom(std::uint64_t from, std::uint64_t to = UINT64_MAX)
+    {
+        return tPwriteHook([from, to](int file, const void* data, std::size_t len, off_t pos) -> ssize_t {
+            const auto begin = static_cast<std::uint64_t>(pos);
+            if (begin + len <= from || begin >= to)
+                return tPwriteHook::write(file, data, len, pos);
+            if (begin < from)
+                return tPwriteHook::write(file, data, from - begin, pos);
+            errno = ENOSPC;
+            return -1;
+        });
     }
     std::string bytesAt(std::uint64_t pos, std::size_t len) const
     {
@@ -101,40 +88,16 @@ TEST_F(tDataFileWriterTest, putsEveryByteAtItsPlace)
     EXPECT_EQ(std::filesystem::file_size(path), 10'000'012u);
 }
 
-TEST_F(tDataFileWriterTest, finishesAFileWithoutSegments)
-{
-    EXPECT_EQ(std::filesystem::file_size(path), 4u);
-    writer->finish();
-    EXPECT_EQ(std::filesystem::file_size(path), 2008u);
-    EXPECT_EQ(segmentsOf(path), tSegments{});
-}
-
-TEST_F(tDataFileWriterTest, makesNoFileWhereOneExistsOrCannotBe)
+TEST_F(tDataFileWriterTest, finishesAFileWithoutSegmentsAndMakesNoneWhereOneExistsOrCannotBe)
 {
     EXPECT_EQ(tDataFileWriter::create(path), nullptr);
     EXPECT_EQ(errno, EEXIST);
     EXPECT_EQ(tDataFileWriter::create(dir.file("none/x.data")), nullptr);
     EXPECT_EQ(errno, ENOENT);
-}
-
-TEST_F(tDataFileWriterTest, isFullWhenItsIndexIs)
-{
-    tSegmentBlock block(30'000 + 30'000 * sizeof(tSegmentEntry));
-    for (std::uint64_t i = 0; i < 30'000; ++i)
-        *block.push(1, 1 + i) = 'x';
-    for (int i = 0; i < 15; ++i)
-        for (tBlockCursor cursor{&block}; !cursor.atEnd();)
-            writer->append(cursor, cNow);
-    EXPECT_FALSE(writer->isFull());
-    tBlockCursor cursor{&block};
-    writer->append(cursor, cNow);
-    EXPECT_TRUE(writer->isFull());
-    EXPECT_EQ(cursor.segment, 26'091u);
-    EXPECT_EQ(cursor.offset, 26'091u);
+    EXPECT_EQ(std::filesystem::file_size(path), 4u);
     writer->finish();
-    EXPECT_EQ(bytesAt(9'999'938, 63).substr(0, 3), (std::string{'\xEB', '\x65', 0}));
-    EXPECT_EQ(bytesAt(9'999'959, 42), std::string(41, '\0') + "x");
-    EXPECT_EQ(segmentsOf(path).size(), 476'091u);
+    EXPECT_EQ(std::filesystem::file_size(path), 2008u);
+    EXPECT_EQ(segmentsOf(path), tSegments{});
 }
 
 TEST_F(tDataFileWriterTest, isFullBehindTheSegmentThatStartsBeyondTheLimit)
@@ -147,12 +110,10 @@ TEST_F(tDataFileWriterTest, isFullBehindTheSegmentThatStartsBeyondTheLimit)
         tBlockCursor cursor{&tenth};
         writer->append(cursor, cNow);
     }
-    const tSegmentBlock block = blockOf({{1, "a"}, {2, "b"}, {3, "c"}});
-    const tSegmentBlock first = blockOf({{1, "a"}});
-    tBlockCursor cursor{&first};
-    writer->append(cursor, cNow);
+    append({{1, "a"}});
     EXPECT_FALSE(writer->isFull());
-    cursor = {&block};
+    const tSegmentBlock block = blockOf({{1, "a"}, {2, "b"}, {3, "c"}});
+    tBlockCursor cursor{&block};
     writer->append(cursor, cNow);
     EXPECT_TRUE(writer->isFull());
     EXPECT_EQ(cursor.segment, 1u);
@@ -161,55 +122,31 @@ TEST_F(tDataFileWriterTest, isFullBehindTheSegmentThatStartsBeyondTheLimit)
 
 TEST_F(tDataFileWriterTest, givesUpOnlyTheSegmentsThatTheDiskRefused)
 {
-    const tSegments given = numbered({100, 200, 300, 50, 70, 20, 10, 90});
+    const tSegments given = numbered({100, 200, 300, 50, 70, 20, 10, 90}), later = numbered({1000, 8}, 8);
     testing::internal::CaptureStderr();
     {
-        const tFileSizeLimit limit(10'000'000 + 370);
+        const tPwriteHook full = noRoom(10'000'000 + 370);
         append(given);  // 300 and 70 do not fit behind 100 and 200; 50 and 20 do, then 10 and 90 do not
     }
     EXPECT_EQ(writer->lost(), 4u);
-    const tSegments later = numbered({1000, 8}, 8);
     append(later);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), path + ": File too large\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), path + ": No space left on device\n");
     writer->finish();
     EXPECT_EQ(segmentsOf(path), (tSegments{given[0], given[1], given[3], given[5], later[0], later[1]}));
     EXPECT_EQ(bytesAt(2000, 8), (std::string{6, 0, 0, 0, '\xE8', 3, 0, 0}));
-    EXPECT_EQ(writer->lost(), 4u);
-}
-
-TEST_F(tDataFileWriterTest, goesOnInTheMiddleOfABlockWhenThereIsRoomAgain)
-{
-    const tSegments given = numbered({100, 200, 300, 50, 70, 20});
-    const tSegmentBlock block = blockOf(given);
-    tBlockCursor cursor{&block};
-    testing::internal::CaptureStderr();
-    {
-        const tFileSizeLimit limit(10'000'000 + 599);
-        writer->append(cursor, cNow);
-    }
-    testing::internal::GetCapturedStderr();
-    EXPECT_EQ(cursor.segment, 3u);
-    EXPECT_EQ(cursor.offset, 600u);
-    while (!cursor.atEnd())
-        writer->append(cursor, cNow);
-    EXPECT_EQ(segmentsOf(path), (tSegments{given[0], given[1], given[3], given[4], given[5]}));
 }
 
 TEST_F(tDataFileWriterTest, indexesNothingWhoseRecordCannotBeWritten)
 {
-    const tSegments first = numbered({9, 10});
+    const tSegments first = numbered({9, 10}), last = numbered({11}, 5);
     append(first);
     testing::internal::CaptureStderr();
     {
-        const tPwriteHook noIndex([](int file, const void* data, std::size_t len, off_t pos) {
-            errno = ENOSPC;
-            return pos >= 2048 && pos < 10'000'000 ? -1 : tPwriteHook::write(file, data, len, pos);
-        });
+        const tPwriteHook noIndex = noRoom(2048, 10'000'000);
         append(numbered({50, 60, 70}, 2));
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), path + ": No space left on device\n");
     EXPECT_EQ(writer->lost(), 3u);
-    const tSegments last = numbered({11}, 5);
     append(last);
     EXPECT_EQ(segmentsOf(path), (tSegments{first[0], first[1], last[0]}));
     EXPECT_EQ(bytesAt(10'000'019, 11), last[0].bytes);
@@ -218,18 +155,15 @@ TEST_F(tDataFileWriterTest, indexesNothingWhoseRecordCannotBeWritten)
 TEST_F(tDataFileWriterTest, beginsOnADiskThatWasFull)
 {
     const std::string other = dir.file("y.data");
+    const tSegments given = numbered({30}, 2);
     testing::internal::CaptureStderr();
     {
-        const tPwriteHook full([](int, const void*, std::size_t, off_t) {
-            errno = ENOSPC;
-            return ssize_t{-1};
-        });
+        const tPwriteHook full = noRoom(0);
         ASSERT_NE(writer = tDataFileWriter::create(other), nullptr);
         append(numbered({100, 100}));
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), other + ": No space left on device\n");
     EXPECT_EQ(writer->lost(), 2u);
-    const tSegments given = numbered({30}, 2);
     append(given);
     writer->finish();
     EXPECT_EQ(segmentsOf(other), given);

@@ -1,6 +1,5 @@
 #include "KestovaUtils/multiradarclient.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -17,22 +16,25 @@
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 namespace
 {
 // A listener whose call does what the test says.
-class tCallingListener : public iMultiRadarCheckerListener
+struct tCallingListener : iMultiRadarCheckerListener
 {
-public:
-    explicit tCallingListener(std::function<void()> call) : m_call(std::move(call)) {}
+    explicit tCallingListener(std::function<void()> c) : call(std::move(c)) {}
     ~tCallingListener() override { MultiRadarClient::getInstance()->removeListener(this); }
-    tCallingListener(const tCallingListener&) = delete;
-    tCallingListener& operator=(const tCallingListener&) = delete;
-    void OnLocalIpChanged(unsigned int) override { m_call(); }
-
-private:
-    std::function<void()> m_call;
+    void OnLocalIpChanged(unsigned int) override
+    {
+        ++calls;
+        call();
+    }
+    bool isCalled(int times) const
+    {
+        return waitUntil([&] { return calls == times; });
+    }
+    const std::function<void()> call;
+    std::atomic<int> calls{0};
 };
 
 class tMultiRadarClientTest : public testing::Test
@@ -65,21 +67,13 @@ protected:
 };
 }  // namespace
 
-TEST_F(tMultiRadarClientTest, takesTheRadarsOfADirectory)
+TEST_F(tMultiRadarClientTest, takesADirectoryOrRefusesItWholeAndSaysWhere)
 {
     ASSERT_TRUE(m_client.loadDirectory(directory(R"({"radars":[{"serial":"A1:2","id":1,"streams":{
-        "imageStream":"239.17.0.1:6001","radarClientState":"239.17.0.18:6018"}}]})")));
-    const RadarAddress* record = m_client.getAddress("A1:2", 1);
-    ASSERT_NE(record, nullptr);
-    EXPECT_EQ(addressText(record->imageStream), "239.17.0.1:6001");
-    EXPECT_EQ(addressText(record->streamAddress(17)), "239.17.0.18:6018");
-    EXPECT_EQ(m_client.getAddress("A1:2", 0), nullptr);
-    EXPECT_EQ(m_client.getAddress("A1", 1), nullptr);
-    EXPECT_EQ(m_client.getAddress(nullptr, 1), nullptr);
-}
-
-TEST_F(tMultiRadarClientTest, refusesAWrongDirectoryWholeAndSaysWhere)
-{
+        "imageStream":"239.17.0.1:6001"}}]})")));
+    ASSERT_NE(m_client.getAddress("A1:2", 1), nullptr);
+    EXPECT_EQ(addressText(m_client.getAddress("A1:2", 1)->imageStream), "239.17.0.1:6001");
+    EXPECT_FALSE(m_client.getAddress("A1:2", 0) || m_client.getAddress("A1", 1) || m_client.getAddress(nullptr, 1));
     const std::string path = directory(R"({"radars":[{"serial":"fine","id":0,"streams":{}},
         {"serial":"wrong","id":0,"streams":{"imageStream":"239.17.0.1:0"}}]})");
     std::string error;
@@ -103,72 +97,49 @@ TEST_F(tMultiRadarClientTest, keepsARecordThatWasHandedOut)
     EXPECT_EQ(addressText(m_client.getAddress("kept", 3)->imageStream), "239.2.2.2:6001");
 }
 
-TEST_F(tMultiRadarClientTest, listsItsRadarsInOrder)
+TEST_F(tMultiRadarClientTest, listsItsRadarsInOrderAndNoneWithoutASerial)
 {
-    m_client.setAddress("list", 2, RadarAddress{});
-    m_client.setAddress("list", 1, RadarAddress{});
-    m_client.setAddress("", 1, RadarAddress{});
-    m_client.setAddress(nullptr, 1, RadarAddress{});
+    for (const char* serial : {"list", "", static_cast<const char*>(nullptr)})
+        for (const unsigned short id : std::initializer_list<unsigned short>{2, 1})
+            m_client.setAddress(serial, id, RadarAddress{});
     std::string listed;
     for (const tRadarName& name : m_client.radars())
-    {
-        EXPECT_NE(name.serial, "");
-        listed += name.serial == "list" ? std::to_string(name.id) : "";
-    }
-    EXPECT_EQ(listed, "12");
+        listed += name.serial == "list" || name.serial.empty() ? name.serial + std::to_string(name.id) + " " : "";
+    EXPECT_EQ(listed, "list1 list2 ");
 }
 
 TEST_F(tMultiRadarClientTest, tellsANewListenerTheAddressOnceOnAThreadOfItsOwn)
 {
     std::thread::id caller;
-    std::atomic<int> calls{0};
-    tCallingListener listener([&] {
-        caller = std::this_thread::get_id();
-        ++calls;
-    });
-    m_client.addListener(&listener);
-    m_client.addListener(&listener);
-    m_client.addListener(nullptr);
-    ASSERT_TRUE(waitUntil([&] { return calls == 1; }));
+    tCallingListener listener([&] { caller = std::this_thread::get_id(); });
+    for (iMultiRadarCheckerListener* each : {&listener, &listener, static_cast<tCallingListener*>(nullptr)})
+        m_client.addListener(each);
     settle();
-    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(listener.calls, 1);
     EXPECT_NE(caller, std::this_thread::get_id());
 }
 
-TEST_F(tMultiRadarClientTest, tellsEveryChangeInOrder)
+TEST_F(tMultiRadarClientTest, tellsEveryChangeInOrderAndRefusesWhatIsNeitherInterfaceNorAddress)
 {
     tAddressListener listener;
     m_client.addListener(&listener);
-    EXPECT_TRUE(m_client.setLocalInterface("198.51.100.7"));
-    EXPECT_TRUE(m_client.setLocalInterface("198.51.100.7"));
-    EXPECT_TRUE(m_client.setLocalInterface("lo"));
+    for (const char* text : {"198.51.100.7", "198.51.100.7", "lo"})
+        EXPECT_TRUE(m_client.setLocalInterface(text));
+    for (const char* text : {"", "nosuch0", "0.0.0.0", "127.0.0", "127.0.0.1:80", "/dev/null"})
+        EXPECT_FALSE(m_client.setLocalInterface(text)) << text;
     settle();
     EXPECT_THAT(listener.told(), ElementsAre("127.0.0.1", "198.51.100.7", "127.0.0.1"));
 }
 
-TEST_F(tMultiRadarClientTest, refusesWhatIsNeitherInterfaceNorAddress)
-{
-    tAddressListener listener;
-    m_client.addListener(&listener);
-    for (const char* text : {"", "nosuch0", "0.0.0.0", "127.0.0", "127.0.0.1:80", "/dev/null"})
-        EXPECT_FALSE(m_client.setLocalInterface(text)) << text;
-    settle();
-    EXPECT_THAT(listener.told(), ElementsAre("127.0.0.1"));
-}
-
 TEST_F(tMultiRadarClientTest, removesAListenerOnlyWhenItsCallHasEnded)
 {
-    std::atomic<bool> entered{false};
-    std::atomic<bool> go{false};
-    std::atomic<bool> left{false};
+    std::atomic<bool> go{false}, left{false}, removed{false};
     tCallingListener listener([&] {
-        entered = true;
         EXPECT_TRUE(waitUntil([&] { return go.load(); }));
         left = true;
     });
     m_client.addListener(&listener);
-    ASSERT_TRUE(waitUntil([&] { return entered.load(); }));
-    std::atomic<bool> removed{false};
+    ASSERT_TRUE(listener.isCalled(1));
     std::thread remover([&] {
         m_client.removeListener(&listener);
         EXPECT_TRUE(left);
@@ -198,47 +169,31 @@ TEST_F(tMultiRadarClientTest, neverCallsAListenerThatIsGone)
     changer.join();
 }
 
-TEST_F(tMultiRadarClientTest, letsAListenerRemoveItselfFromInsideItsCall)
+TEST_F(tMultiRadarClientTest, letsAListenerRemoveItselfAndComeBackFromInsideItsCall)
 {
-    std::atomic<int> calls{0};
+    bool comesBack = true;
     iMultiRadarCheckerListener* self = nullptr;
     tCallingListener listener([&] {
-        ++calls;
         m_client.removeListener(self);
+        if (std::exchange(comesBack, false))
+            m_client.addListener(self);
     });
     self = &listener;
     m_client.addListener(&listener);
-    ASSERT_TRUE(waitUntil([&] { return calls == 1; }));
+    ASSERT_TRUE(listener.isCalled(2));
     EXPECT_TRUE(m_client.setLocalInterface("198.51.100.7"));
     settle();
-    EXPECT_EQ(calls, 1);
-}
-
-TEST_F(tMultiRadarClientTest, tellsAListenerAgainThatWasRemovedAndAdded)
-{
-    std::atomic<int> calls{0};
-    iMultiRadarCheckerListener* self = nullptr;
-    tCallingListener listener([&] {
-        if (++calls == 1)
-        {
-            m_client.removeListener(self);
-            m_client.addListener(self);
-        }
-    });
-    self = &listener;
+    EXPECT_EQ(listener.calls, 2);
     m_client.addListener(&listener);
-    ASSERT_TRUE(waitUntil([&] { return calls == 2; }));
-    m_client.removeListener(&listener);
-    m_client.addListener(&listener);
-    EXPECT_TRUE(waitUntil([&] { return calls == 3; }));
+    EXPECT_TRUE(listener.isCalled(3));
 }
 
 TEST_F(tMultiRadarClientTest, letsACallUseTheWholeClient)
 {
     tAddressListener other;
-    std::atomic<int> calls{0};
+    bool first = true;
     tCallingListener listener([&] {
-        if (++calls > 1)
+        if (!std::exchange(first, false))
             return;
         m_client.addListener(&other);
         EXPECT_TRUE(m_client.setLocalInterface("198.51.100.7"));
@@ -246,7 +201,7 @@ TEST_F(tMultiRadarClientTest, letsACallUseTheWholeClient)
         EXPECT_NE(m_client.getAddress("inside", 0), nullptr);
     });
     m_client.addListener(&listener);
-    ASSERT_TRUE(waitUntil([&] { return calls == 2 && other.count() == 2; }));
+    ASSERT_TRUE(waitUntil([&] { return listener.calls == 2 && other.count() == 2; }));
     EXPECT_THAT(other.told(), ElementsAre("127.0.0.1", "198.51.100.7"));
 }
 
@@ -256,55 +211,35 @@ TEST_F(tMultiRadarClientTest, letsTheProcessEndWhileItCalls)
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(
         {
-            static std::atomic<bool> s_called{false};
-            static tCallingListener* s_listener = new tCallingListener([] {
-                s_called = true;
-                waitUntil([] { return false; }, 20s);  // still under way when main has long ended
-            });
+            // The call is still under way when main has long ended.
+            static auto* s_listener = new tCallingListener([] { waitUntil([] { return false; }, 20s); });
             m_client.addListener(s_listener);
-            std::exit(waitUntil([] { return s_called.load(); }) ? 7 : 1);
+            std::exit(s_listener->isCalled(1) ? 7 : 1);
         },
         testing::ExitedWithCode(7), "");
 }
 
-TEST(tRadarAddressTest, keepsStreamKindsSideBySideFromByteSix)
+TEST(tRadarAddressTest, keepsEighteenNamedStreamKindsSideBySideFromByteSix)
 {
     RadarAddress record{};
     for (unsigned int kind = 0; kind < 18; ++kind)
         record.setStreamAddress(kind, {0x01010101U * (kind + 1), net::HtoNs(static_cast<uint16_t>(6001 + kind))});
-    for (unsigned int kind = 0; kind < 18; ++kind)
-    {
-        SCOPED_TRACE(kind);
-        NetAddress stored;
-        std::memcpy(&stored, reinterpret_cast<const char*>(&record) + 6 + 6 * kind, sizeof stored);
-        const std::string number = std::to_string(kind + 1);
-        const std::string wanted =
-            number + "." + number + "." + number + "." + number + ":" + std::to_string(6001 + kind);
-        EXPECT_EQ(addressText(stored), wanted);
-        EXPECT_EQ(addressText(record.streamAddress(kind)), wanted);
-    }
-    const RadarAddress empty{};
-    EXPECT_EQ(std::memcmp(&record, &empty, 6), 0);
-    EXPECT_EQ(std::memcmp(reinterpret_cast<const char*>(&record) + 114, &empty, 2), 0);
-}
-
-TEST(tRadarAddressTest, hasNoSlotAboveSeventeen)
-{
-    RadarAddress record{};
-    const RadarAddress untouched{};
     for (const unsigned int kind : {18U, 254U, 255U, 0xFFFFFFFFU})
     {
         record.setStreamAddress(kind, {1, 1});
         EXPECT_EQ(addressText(record.streamAddress(kind)), "0.0.0.0:0");
         EXPECT_EQ(RadarAddress::streamName(kind), nullptr);
     }
-    EXPECT_EQ(std::memcmp(&record, &untouched, sizeof record), 0);
-}
-
-TEST(tRadarAddressTest, namesItsStreamKinds)
-{
+    std::string wanted(6, '\0');
     for (unsigned int kind = 0; kind < 18; ++kind)
+    {
+        const NetAddress stored = record.streamAddress(kind);
+        EXPECT_EQ(net::NtoHs(stored.port), 6001 + kind);
+        wanted += std::string(4, static_cast<char>(kind + 1)) +
+                  std::string{static_cast<char>((6001 + kind) >> 8), static_cast<char>(6001 + kind)};
         EXPECT_EQ(RadarAddress::streamKind(RadarAddress::streamName(kind)), static_cast<int>(kind));
+    }
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&record), sizeof record), wanted + std::string(2, '\0'));
     EXPECT_STREQ(RadarAddress::streamName(11), "secondArpaStream");
     EXPECT_STREQ(RadarAddress::streamName(14), "arpaSeverCtrl");
     EXPECT_EQ(RadarAddress::streamKind("ImageStream"), -1);

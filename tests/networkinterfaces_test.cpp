@@ -1,6 +1,4 @@
 // What depends on network interfaces that come, change and go; in a network namespace of the test's own.
-#include <chrono>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "KestovaUtils/multiradarclient.h"
@@ -8,10 +6,8 @@
 #include "UdpSocket/udpsocket.h"
 #include "support/addresslistener.h"
 #include "support/datagramcollector.h"
-#include "support/networknamespace.h"
+#include "support/ownnamespace.h"
 #include "support/waituntil.h"
-
-using testing::ElementsAre;
 
 namespace
 {
@@ -22,12 +18,13 @@ protected:
     {
         if (!network().why().empty())
             GTEST_SKIP() << network().why();
-        ASSERT_TRUE(network().addInterface("radar0"));
+        renew();
     }
-    void TearDown() override
+    void renew()
     {
         for (const char* name : {"radar0", "radar1"})
-            network().ip(std::string("link del ") + name);
+            ip(std::string("link del ") + name);
+        ASSERT_TRUE(network().addInterface("radar0"));
     }
     static const tNetworkNamespace& network()
     {
@@ -36,86 +33,53 @@ protected:
     }
     bool ip(const std::string& arguments) { return network().ip(arguments); }
 
-    bool toldOf(const tAddressListener& listener, std::size_t count)
-    {
-        return waitUntil([&] { return listener.count() == count; });
-    }
     // Made after the namespace, to which its sockets shall belong.
     MultiRadarClient& client() { return *MultiRadarClient::getInstance(); }
 };
 }  // namespace
 
-TEST_F(tNetworkInterfacesTest, clientTellsAnAddressThatAppearsChangesAndVanishes)
+TEST_F(tNetworkInterfacesTest, clientTellsEveryChangeOfTheChosenInterfaceAndItsAddress)
 {
-    ASSERT_TRUE(client().setLocalInterface("radar0"));
-    tAddressListener listener;
-    client().addListener(&listener);
-    ASSERT_TRUE(toldOf(listener, 1));
-    ASSERT_TRUE(ip("addr add 10.77.0.1/24 dev radar0"));
-    ASSERT_TRUE(toldOf(listener, 2));
-    ASSERT_TRUE(ip("addr del 10.77.0.1/24 dev radar0"));
-    ASSERT_TRUE(toldOf(listener, 3));
-    ASSERT_TRUE(ip("addr add 10.77.0.2/24 dev radar0"));
-    ASSERT_TRUE(toldOf(listener, 4));
-    ASSERT_TRUE(ip("link del radar0"));
-    ASSERT_TRUE(toldOf(listener, 5));
-    EXPECT_THAT(listener.told(), ElementsAre("0.0.0.0", "10.77.0.1", "0.0.0.0", "10.77.0.2", "0.0.0.0"));
-}
-
-TEST_F(tNetworkInterfacesTest, clientTellsTheSameAddressAgainOnAnotherInterface)
-{
-    ASSERT_TRUE(ip("addr add 10.77.0.1/24 dev radar0"));
-    ASSERT_TRUE(client().setLocalInterface("radar0"));
-    tAddressListener listener;
-    client().addListener(&listener);
-    ASSERT_TRUE(ip("link del radar0"));
-    ASSERT_TRUE(toldOf(listener, 2));
-    ASSERT_TRUE(network().addInterface("radar0"));
-    ASSERT_TRUE(ip("addr add 10.77.0.1/24 dev radar0"));
-    ASSERT_TRUE(toldOf(listener, 3));
-    EXPECT_THAT(listener.told(), ElementsAre("10.77.0.1", "0.0.0.0", "10.77.0.1"));
-}
-
-TEST_F(tNetworkInterfacesTest, clientFollowsTheInterfaceThatHasTheGivenAddress)
-{
-    ASSERT_TRUE(ip("addr add 10.77.0.1/24 dev radar0") && ip("addr add 10.78.0.1/24 dev radar0"));
-    ASSERT_TRUE(client().setLocalInterface("10.78.0.1"));
-    tAddressListener listener;
-    client().addListener(&listener);
-    ASSERT_TRUE(toldOf(listener, 1));
-    ASSERT_TRUE(ip("addr del 10.78.0.1/24 dev radar0"));
-    ASSERT_TRUE(toldOf(listener, 2));
-    EXPECT_THAT(listener.told(), ElementsAre("10.78.0.1", "10.77.0.1"));
-}
-
-TEST_F(tNetworkInterfacesTest, clientTellsAStrangeAddressAgainWhenAnInterfaceTakesIt)
-{
-    ASSERT_TRUE(client().setLocalInterface("10.79.0.1"));
-    tAddressListener listener;
-    client().addListener(&listener);
-    ASSERT_TRUE(toldOf(listener, 1));
-    ASSERT_TRUE(ip("addr add 10.79.0.1/24 dev radar0"));
-    ASSERT_TRUE(toldOf(listener, 2));
-    ASSERT_TRUE(ip("addr del 10.79.0.1/24 dev radar0"));
-    ASSERT_TRUE(toldOf(listener, 3));
-    EXPECT_THAT(listener.told(), ElementsAre("10.79.0.1", "10.79.0.1", "0.0.0.0"));
+    using tTexts = std::vector<std::string>;
+    const std::string add1 = "addr add 10.77.0.1/24 dev radar0", add2 = "addr add 10.77.0.2/24 dev radar0";
+    const std::string del1 = "addr del 10.77.0.1/24 dev radar0", del2 = "addr del 10.77.0.2/24 dev radar0";
+    const std::string none = "0.0.0.0", one = "10.77.0.1", two = "10.77.0.2", gone = "link del radar0";
+    const struct
+    {
+        std::string before, chosen;
+        tTexts changes, told;  // the first word comes before the changes
+    } cases[] = {{"link show", "radar0", {add1, del1, add2, gone}, {none, one, none, two, none}},
+                 {add1, "radar0", {gone, "new radar0", add1}, {one, none, one}},  // the same on another interface
+                 {add1 + " && ip " + add2, two, {del2}, {two, one}},
+                 {"link show", two, {add2, del2}, {two, two, none}}};  // strange at first
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(testing::PrintToString(c.told));
+        ASSERT_TRUE(ip(c.before) && client().setLocalInterface(c.chosen));
+        tAddressListener listener;
+        client().addListener(&listener);
+        std::size_t told = 0;
+        ASSERT_TRUE(waitUntil([&] { return listener.count() == told + 1; }));
+        for (const std::string& change : c.changes)
+        {
+            const bool isNew = change == "new radar0";  // has no address yet, so nothing is told
+            ASSERT_TRUE(isNew ? network().addInterface("radar0") : ip(change)) << change;
+            told += isNew ? 0 : 1;
+            ASSERT_TRUE(waitUntil([&] { return listener.count() == told + 1; })) << change;
+        }
+        EXPECT_EQ(listener.told(), c.told);
+        renew();
+    }
 }
 
 TEST_F(tNetworkInterfacesTest, watcherFollowsTheDefaultRouteAndElseTheLoopback)
 {
-    std::mutex mutex;
-    std::vector<std::string> told;
-    const auto isTold = [&](const std::vector<std::string>& wanted) {
-        return waitUntil([&] {
-            const std::lock_guard<std::mutex> guard(mutex);
-            return told == wanted;
-        });
-    };
+    tAddressListener told;  // here not of the client
     net::tInterfaceWatcher watcher;
-    ASSERT_TRUE(watcher.start([&](std::uint32_t localIp) {
-        const std::lock_guard<std::mutex> guard(mutex);
-        told.push_back(net::transAddr(localIp));
-    }));
+    ASSERT_TRUE(watcher.start([&](std::uint32_t localIp) { told.OnLocalIpChanged(localIp); }));
+    const auto isTold = [&](const std::vector<std::string>& wanted) {
+        return waitUntil([&] { return told.told() == wanted; });
+    };
     EXPECT_TRUE(isTold({"127.0.0.1"}));
     ASSERT_TRUE(network().addInterface("radar1") && ip("addr add 10.77.0.1/24 dev radar0") &&
                 ip("addr add 10.78.0.1/24 dev radar1"));
@@ -132,10 +96,8 @@ TEST_F(tNetworkInterfacesTest, receiverKeepsTheSameGroupOnOtherInterfacesOut)
     ASSERT_TRUE(network().addInterface("radar1") && ip("addr add 10.77.0.1/24 dev radar0") &&
                 ip("addr add 10.78.0.1/24 dev radar1"));
     const NetAddress group = testGroup();
-    const std::uint32_t first = net::transAddr("10.77.0.1");
-    const std::uint32_t second = net::transAddr("10.78.0.1");
-    tDatagramCollector onFirst;
-    tDatagramCollector onSecond;
+    const std::uint32_t first = net::transAddr("10.77.0.1"), second = net::transAddr("10.78.0.1");
+    tDatagramCollector onFirst, onSecond;
     const net::UdpReceiver firstReceiver(&onFirst, first, group, 0);
     const net::UdpReceiver secondReceiver(&onSecond, second, group, 0);
     ASSERT_TRUE(net::UdpSender(group, second, 0).sendData("second", 6));
@@ -154,11 +116,11 @@ TEST_F(tNetworkInterfacesTest, senderIsHeardHereUnlessItsLoopIsOff)
     tDatagramCollector collector;
     const net::UdpReceiver receiver(&collector, localIp, group, 0);
     net::UdpSender sender(group, localIp, 0);
-    EXPECT_TRUE(sender.sendData("1", 1));
-    sender.setMulticastLoop(false);
-    EXPECT_TRUE(sender.sendData("2", 1));
-    sender.setMulticastLoop(true);
-    EXPECT_TRUE(sender.sendData("3", 1));
+    for (const char* digit : {"1", "2", "3"})
+    {
+        sender.setMulticastLoop(*digit != '2');
+        EXPECT_TRUE(sender.sendData(digit, 1));
+    }
     ASSERT_TRUE(waitUntil([&] { return collector.count() == 2; }));
     EXPECT_EQ(collector.all()[0].payload + collector.all()[1].payload, "13");
 }

@@ -55,21 +55,6 @@ TEST_F(tReplayTest, tellsTimeProgressBytesAndFileOfEachSegment)
     EXPECT_EQ(otherLog.segments().at(0).progress, 1.0);
 }
 
-TEST_F(tReplayTest, playsWhatItsOwnRecorderWrites)
-{
-    ASSERT_TRUE(player->CreateNewWritingFile(dir.string() + "/", "radar", false));
-    player->WriteData("spoke", 5, 1000);
-    player->WriteData("depth", 5, 1002);
-    ASSERT_TRUE(player->WaitWriteIdle(10'000));
-    const std::string file = player->GetCurrentWriteDataFileName();
-    open(file);  // not finished
-    EXPECT_TRUE(log.waitForText("0 1000-1002 1 spoke depth 4")) << log.text();
-    player->FinishWrite();
-    open(dir.string());
-    EXPECT_TRUE(log.waitForText("0 1000-1002 1 spoke depth 4 1 3 0 1000-1002 1 spoke depth 4")) << log.text();
-    EXPECT_EQ(log.segments().back().file, file);
-}
-
 TEST_F(tReplayTest, takesEveryDataFileBelowAFolderAndNothingElse)
 {
     std::filesystem::create_directories(dir.file("b/c"));
@@ -82,10 +67,11 @@ TEST_F(tReplayTest, takesEveryDataFileBelowAFolderAndNothingElse)
     putBytes(dir.file("foreign.data"), 0, "RIFF");
     putBytes(dir.file("short.data"), 0, "\x01");
     std::filesystem::create_directory_symlink("..", dir.file("b/circle"));
+    std::filesystem::create_directory_symlink("b", dir.file("z"));
     std::filesystem::create_symlink("nowhere", dir.file("dangling.data"));
     ASSERT_EQ(::mkfifo(dir.file("pipe.data").c_str(), 0600), 0);
     open(dir.string() + "/");
-    EXPECT_TRUE(log.waitForText("0 5-5 1 first second third 4")) << log.text();
+    EXPECT_TRUE(log.waitForText("0 5-5 1 first second third second 4")) << log.text();
     EXPECT_EQ(log.segments().at(1).file, dir.file("b/c/0.data"));
 }
 

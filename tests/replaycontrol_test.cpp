@@ -1,10 +1,10 @@
-#include <atomic>
 #include <filesystem>
 #include <map>
 #include <pthread.h>
 #include <random>
 #include <thread>
 
+#include "support/processentries.h"
 #include "support/replayfixture.h"
 
 using namespace std::chrono_literals;
@@ -21,10 +21,6 @@ protected:
                : name == "jump"   ? player->Jump(1.0)
                : name == "open"   ? player->OpenReadDataFileorFolder(dir.file("o.data"), &log)
                                   : (player->CloseReadingFile(), true);
-    }
-    static std::size_t entries(const char* folder)
-    {
-        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
     }
 };
 
@@ -258,19 +254,19 @@ TEST_F(tReplayControlTest, opensAgainAfterNoThreadCouldBeStarted)
 TEST_F(tReplayControlTest, leavesNoDescriptorAndNoThreadBehind)
 {
     const std::string path = recordWaiting();
-    std::size_t descriptors = 0, threads = 0;
+    std::ptrdiff_t descriptors = 0, threads = 0;
     for (std::size_t i = 1; i <= 1'000; ++i)
     {
         open(path);
         EXPECT_TRUE(i % 10 != 0 || log.waitFor("a", i / 10));
         player->CloseReadingFile();
-        descriptors = i == 100 ? entries("/proc/self/fd") : descriptors;
-        threads = i == 100 ? entries("/proc/self/task") : threads;
+        descriptors = i == 100 ? openDescriptors() : descriptors;
+        threads = i == 100 ? runningThreads() : threads;
     }
-    EXPECT_EQ(entries("/proc/self/fd"), descriptors);
-    EXPECT_EQ(entries("/proc/self/task"), threads);
+    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_EQ(runningThreads(), threads);
     player.reset();
-    EXPECT_LT(entries("/proc/self/task"), threads);
+    EXPECT_LT(runningThreads(), threads);
 }
 
 // Four threads and the callbacks themselves ask for everything at once, two seconds long.
@@ -279,28 +275,15 @@ TEST_F(tReplayControlTest, bearsCallsFromManyThreadsAtOnce)
     const std::string paths[] = {recordWaiting(), recordBurst(), dir.string(), dir.file("missing")};
     std::atomic<bool> asking{true};
     std::atomic<int> delivering{0}, overlaps{0};
+    const std::function<void(unsigned)> calls[] = {
+        [&](unsigned chance) { player->OpenReadDataFileorFolder(paths[chance % 4], chance % 7 != 0 ? &log : nullptr); },
+        [&](unsigned) { player->CloseReadingFile(); },
+        [&](unsigned) { player->Stop(); },
+        [&](unsigned chance) { player->Pause(chance % 2 == 0); },
+        [&](unsigned chance) { player->FastSlowForward(0.2 * (chance % 60)); },
+        [&](unsigned chance) { player->Jump(0.125 * (chance % 10)); }};
     const auto ask = [&](std::mt19937& random) {
-        switch (random() % 8)
-        {
-        case 0:
-            player->OpenReadDataFileorFolder(paths[random() % 4], random() % 8 != 0 ? &log : nullptr);
-            break;
-        case 1:
-            player->CloseReadingFile();
-            break;
-        case 2:
-            player->Stop();
-            break;
-        case 3:
-            player->Pause(random() % 2 == 0);
-            break;
-        case 4:
-            player->FastSlowForward(0.2 * static_cast<double>(random() % 60));
-            break;
-        default:
-            player->Jump(0.125 * static_cast<double>(random() % 10));
-            break;
-        }
+        calls[std::min<std::size_t>(random() % 8, 5)](static_cast<unsigned>(random() >> 8));
     };
     log.react = [&](const std::string& word) {
         static thread_local std::mt19937 random(

@@ -1,71 +1,37 @@
 // A recorder with a network of its own: a namespace with nothing but loopback and nobody else on the service group.
-#include <arpa/inet.h>
-#include <chrono>
-#include <net/if.h>
-#include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-
+#include "support/ownnamespace.h"
 #include "support/saverfixture.h"
 
 using namespace Kestova;
 using namespace std::chrono_literals;
 
-namespace
-{
-bool configureLoopback(unsigned long what, ifreq request)
-{
-    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    std::string("lo").copy(request.ifr_name, IFNAMSIZ - 1);
-    const bool done = ::ioctl(socket, what, &request) == 0;
-    ::close(socket);
-    return done;
-}
-
-// "0.0.0.0" takes the address away.
-bool setLoopbackAddress(const char* dotted)
-{
-    ifreq request{};
-    auto& address = reinterpret_cast<sockaddr_in&>(request.ifr_addr);
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = ::inet_addr(dotted);
-    return configureLoopback(SIOCSIFADDR, request);
-}
-
-bool bringLoopbackUp()
-{
-    ifreq request{};
-    request.ifr_flags = IFF_UP | IFF_RUNNING;
-    return configureLoopback(SIOCSIFFLAGS, request);
-}
-}  // namespace
-
 class tSaverAloneTest : public tSaverFixture
 {
 protected:
     // Once, before anything starts a thread: threads keep the namespace they were started in.
-    static void SetUpTestSuite() { s_alone = s_alone || (::unshare(CLONE_NEWNET) == 0 && bringLoopbackUp()); }
+    static void SetUpTestSuite() { s_network = std::make_unique<tNetworkNamespace>(); }
     void SetUp() override
     {
-        if (!s_alone)
-            GTEST_SKIP() << "no right to make a network namespace";
-        ASSERT_TRUE(setLoopbackAddress("127.0.0.1"));
-        ASSERT_TRUE(client.setLocalInterface("lo"));
+        if (!s_network->why().empty())
+            GTEST_SKIP() << s_network->why();
+        ASSERT_TRUE(giveAddress() && client.setLocalInterface("lo"));
     }
+    static bool giveAddress() { return s_network->ip("addr replace 127.0.0.1/8 dev lo"); }
+    static bool takeAddress() { return s_network->ip("addr flush dev lo"); }
     static tGroupCounters service(const tRadarDataSaver& saver) { return groups(saver).back(); }
 
-    static inline bool s_alone = false;
+    static inline std::unique_ptr<tNetworkNamespace> s_network;
 };
 
 TEST_F(tSaverAloneTest, closesItsSocketsWithoutAnAddressAndOpensThemWithOne)
 {
     auto saver = connectedSaver();
-    ASSERT_TRUE(setLoopbackAddress("0.0.0.0"));
+    ASSERT_TRUE(takeAddress());
     EXPECT_TRUE(waitUntil([&] { return groups(*saver).empty(); }));
     EXPECT_TRUE(saver->isConnected());
-    ASSERT_TRUE(setLoopbackAddress("127.0.0.1"));
+    ASSERT_TRUE(giveAddress());
     EXPECT_TRUE(socketsOpen(*saver));
-    ASSERT_TRUE(setLoopbackAddress("0.0.0.0"));
+    ASSERT_TRUE(takeAddress());
     ASSERT_TRUE(waitUntil([&] { return groups(*saver).empty(); }));
     EXPECT_FALSE(saver->disconnect()) << "no sockets were open";
     EXPECT_EQ(saver->GetCurrentWriteDataFileName(), "");

@@ -1,108 +1,77 @@
-// The recorder's rooms that run threads: service query and joined groups.
+// The recorder's rooms: how it stamps and names a recording, the joined groups.
 #include <functional>
-#include <future>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "KestovaStorage/internal/receivergroups.h"
-#include "KestovaStorage/internal/servicequery.h"
-#include "support/waituntil.h"
+#include "KestovaStorage/internal/recordingname.h"
+#include "KestovaStorage/internal/streamcatalogue.h"
+#include "support/datagramcollector.h"
+#include "support/recordedpackages.h"
 
 using namespace Kestova;
-using namespace std::chrono_literals;
+
+TEST(tStreamCatalogueTest, holdsTheRowsThatRecordingsAreStampedWith)
+{
+    const std::vector<std::string> rows{"1,2,4,0,0 20480", "2,1,5,1,0 2048",  "1,2,4,2,0 2048",  "1,2,4,3,0 1024",
+                                        "2,1,5,4,0 1024",  "1,2,4,5,0 1024",  "1,2,4,6,0 20480", "1,2,4,7,0 2048",
+                                        "1,2,4,8,0 2048",  "1,2,4,9,0 2048",  "1,2,4,10,0 2048", "2,1,5,12,0 1024",
+                                        "1,2,4,13,0 2048", "2,1,5,14,0 1024", "1,2,4,15,0 2048", "2,1,5,16,0 1024",
+                                        "1,2,4,17,0 2048", "0,0,0,0,0 0"};
+    ASSERT_EQ(RadarMsgSocketInfos.size(), rows.size());
+    for (std::size_t kind = 0; kind < rows.size(); ++kind)
+        EXPECT_EQ(asText(RadarMsgSocketInfos[kind].msgInfo) + " " +
+                      std::to_string(RadarMsgSocketInfos[kind].recBuffSize),
+                  rows[kind]);
+}
+
+TEST(tRecordingNameTest, isSerialAndLetter)
+{
+    const struct
+    {
+        const char* serial;
+        unsigned short id;
+        const char* name;
+    } cases[] = {
+        {"A1:2", 1, "A1_2_B"},   {"A1:2:3", 0, "A1_2:3_A"},   {":A1:2", 2, ":A1:2_C"}, {"A1", 25, "A1_Z"},
+        {"A1", 26, "A1_26"},     {"A1", 191, "A1_191"},       {"A1", 238, "A1_238"},   {"A1", 65535, "A1_65535"},
+        {"../x", 0, "..%2Fx_A"}, {"a\\b\n", 0, "a%5Cb%0A_A"}, {"", 0, "_A"},           {"\xC3\xA9", 0, "\xC3\xA9_A"}};
+    for (const auto& c : cases)
+        EXPECT_EQ(recordingName(c.serial, c.id), c.name);
+}
 
 namespace
 {
-// A group of this process and test program alone.
-NetAddress ownGroup(int number)
+struct tCalled : net::iUdpDataListener
 {
-    const auto pid = static_cast<unsigned>(::getpid());
-    const std::string text = "239." + std::to_string(128 + (pid >> 16 & 63)) + "." + std::to_string(pid >> 8 & 255) +
-                             "." + std::to_string(pid & 255);
-    return {net::transAddr(text.c_str()), net::HtoNs(static_cast<std::uint16_t>(41000 + number))};
-}
-
-const std::uint32_t cLoopback = net::transAddr("127.0.0.1");
-
-struct tCountingListener : net::iUdpDataListener
-{
-    void OnUdpGroupDataReceived(const char*, int, const char*, int, const char* data, int len) override
+    void OnUdpGroupDataReceived(const char*, int, const char*, int, const char*, int) override
     {
-        last.assign(data, static_cast<std::size_t>(len));
-        if (during)
-            during();
-        ++count;
+        ++calls;
+        during();
     }
-    std::string last;  // written by one receive thread, read after count
     std::function<void()> during;
-    std::atomic<int> count{0};
+    std::atomic<int> calls{0};
 };
 }  // namespace
 
-TEST(tServiceQueryTest, asksASilentServiceEveryPeriod)
+TEST(tReceiverGroupsTest, findsAGroupFromTheFirstDatagramToTheLastAndTellsOfOneThatCannotBeJoined)
 {
-    tCountingListener service;
-    auto receiver = std::make_unique<net::UdpReceiver>(&service, cLoopback, ownGroup(0), 1024);
-    tServiceQuery query({20ms, 40ms});
-    query.setSender(std::make_unique<net::UdpSender>(ownGroup(0), cLoopback, 0));
-    ASSERT_TRUE(waitUntil([&] { return service.count >= 3; }));
-    receiver.reset();
-    EXPECT_EQ(service.last, "\x01\xB1");
-}
-
-TEST(tServiceQueryTest, keepsQuietWhileTheServiceIsHeard)
-{
-    tServiceQuery query({1h, 6s});
-    query.setSender(std::make_unique<net::UdpSender>(ownGroup(1), cLoopback, 0));
-    query.heard();
-    const auto now = std::chrono::steady_clock::now();
-    EXPECT_FALSE(query.ask(now + 5s));
-    EXPECT_TRUE(query.ask(now + 6s));
-    query.setSender(nullptr);
-    EXPECT_FALSE(query.ask(now + 6s)) << "there is no sender";
-}
-
-TEST(tServiceQueryTest, endsAtOnceHoweverLongItsPeriod)
-{
-    const auto before = std::chrono::steady_clock::now();
-    {
-        const tServiceQuery query({1h, 1h});
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - before, 1s);
-}
-
-TEST(tReceiverGroupsTest, findsAGroupFromTheFirstDatagramToTheLast)
-{
-    tCountingListener listener;
+    tCalled listener;
     tReceiverGroups groups(&listener);
-    std::atomic<bool> known{true};
-    std::promise<void> inCallback;
+    const NetAddress group = testGroup();
+    bool known = false;
     tUdpMsgInfo info{};
-    listener.during = [&, first = true]() mutable {
-        if (std::exchange(first, false))
-        {
-            inCallback.set_value();
-            waitUntil([&] { return groups.states().empty(); });  // it is being closed
-        }
-        known = known && groups.find(ownGroup(2), info);
+    listener.during = [&] {
+        waitUntil([&] { return groups.states().empty(); });  // it is being closed
+        known = groups.find(group, info);
     };
-    groups.open({{ownGroup(2), {1, 2, 4, 7, 0}, 1024}}, cLoopback);
-    ASSERT_TRUE(groups.states().at(0).joined);
-    net::UdpSender(ownGroup(2), cLoopback, 0).sendData("x", 1);
-    inCallback.get_future().wait();
+    groups.open({{group, {}, 1024}}, net::transAddr("192.0.2.1"));  // no interface has this address
+    EXPECT_FALSE(groups.states().at(0).joined);
     EXPECT_TRUE(groups.close());
-    EXPECT_EQ(listener.count, 1);
-    EXPECT_TRUE(known);
-    EXPECT_EQ(info.rwType, 7);
-    EXPECT_FALSE(groups.find(ownGroup(2), info));
-    EXPECT_FALSE(groups.close());
-}
-
-TEST(tReceiverGroupsTest, tellsOfAGroupThatCannotBeJoined)
-{
-    tCountingListener listener;
-    tReceiverGroups groups(&listener);
-    groups.open({{ownGroup(3), {}, 1024}}, net::transAddr("192.0.2.1"));  // no interface has this address
-    ASSERT_EQ(groups.states().size(), 1u);
-    EXPECT_FALSE(groups.states()[0].joined);
+    groups.open({{group, {1, 2, 4, 7, 0}, 1024}}, loopbackIp());
+    ASSERT_TRUE(groups.states().at(0).joined);
+    net::UdpSender(group, loopbackIp(), 0).sendData("x", 1);
+    ASSERT_TRUE(waitUntil([&] { return listener.calls == 1; }));
+    EXPECT_TRUE(groups.close());
+    EXPECT_TRUE(known && info.rwType == 7);
+    EXPECT_FALSE(groups.find(group, info) || groups.close());
 }

@@ -1,5 +1,3 @@
-#include <atomic>
-#include <chrono>
 #include <csignal>
 #include <poll.h>
 #include <sys/prctl.h>
@@ -25,7 +23,7 @@ std::size_t lengthOf(std::uint64_t number)
 [[noreturn]] void recordUntilKilled(const std::string& folder, bool fullSpeed, int pipe)
 {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    std::atomic_ref<bool>(tDataStorageIO::DiskCheckThreadEnable).store(false);
+    setReclaiming(false);
     tDataStorageIO io(folder, ".data");
     io.CreateNewWritingFile(1715934600000, "", false);
     for (std::uint64_t i = 0;; ++i)

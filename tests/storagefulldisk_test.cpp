@@ -1,13 +1,10 @@
-#include <atomic>
 #include <cstdlib>
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <memory>
 
 #include "UdpSocket/internal/descriptor.h"
+#include "support/ownnamespace.h"
 #include "support/recordedsegments.h"
 #include "support/tempdir.h"
-#include "support/tinydisk.h"
 #include "support/waituntil.h"
 
 using namespace std::chrono_literals;
@@ -16,11 +13,6 @@ using storage::tDataStorageIO;
 namespace
 {
 constexpr unsigned long cMoment = 1715934600000;
-
-void reclaim(bool enable)
-{
-    std::atomic_ref<bool>(tDataStorageIO::DiskCheckThreadEnable).store(enable);
-}
 
 // A file that takes `mebibytes` of its disk.
 void fill(const std::string& path, int mebibytes)
@@ -33,14 +25,12 @@ void fill(const std::string& path, int mebibytes)
 class tSmallDiskTest : public testing::Test
 {
 protected:
-    static void SetUpTestSuite() { s_why = tTinyDisk::enterNamespace(); }
+    static void SetUpTestSuite() { tTinyDisk::enter(); }
     void SetUp() override
     {
-        if (!s_why.empty())
-            GTEST_SKIP() << s_why;
+        if (!tTinyDisk::enter().empty())
+            GTEST_SKIP() << tTinyDisk::enter();
     }
-
-    static inline std::string s_why;  // no small disk can be had here
 };
 
 class tStorageFullDiskTest : public tSmallDiskTest
@@ -51,7 +41,7 @@ protected:
         tSmallDiskTest::SetUp();
         if (IsSkipped())
             return;
-        reclaim(false);
+        setReclaiming(false);
         ASSERT_TRUE(disk.mounted());
         fill(ballast, 8);
         io = std::make_unique<tDataStorageIO>(dir.file("root"), ".data");
@@ -97,7 +87,7 @@ protected:
 };
 }  // namespace
 
-TEST_F(tStorageFullDiskTest, recordsAgainAsSoonAsThereIsRoom)
+TEST_F(tStorageFullDiskTest, recordsAgainAsSoonAsThereIsRoomAndFinishesWhereThereIsNone)
 {
     testing::internal::CaptureStderr();
     writeUntilLost(300);
@@ -113,21 +103,13 @@ TEST_F(tStorageFullDiskTest, recordsAgainAsSoonAsThereIsRoom)
     io->FinishWrite();
     checkFile();
     EXPECT_EQ(testing::internal::GetCapturedStderr(), path + ": No space left on device\n");
-}
-
-TEST_F(tStorageFullDiskTest, finishesOnAFullDisk)
-{
-    testing::internal::CaptureStderr();
-    writeUntilLost(1);
-    io->FinishWrite();
-    checkFile();
     storage::tDataFile file;
     EXPECT_TRUE(file.open(path) && file.finished());
-    const bool another = io->CreateNewWritingFile(cMoment + 1000, "", false);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(io->CreateNewWritingFile(cMoment + 1000, "", false));
     write(100);
-    ASSERT_TRUE(io->WaitWriteIdle(20'000));
+    EXPECT_TRUE(io->WaitWriteIdle(20'000));
     io.reset();
-    EXPECT_TRUE(another);
     testing::internal::GetCapturedStderr();
 }
 
@@ -136,22 +118,20 @@ using tReclaimedDiskTest = tSmallDiskTest;
 // The process's own reclaiming, which looks at one root every 3 s.
 TEST_F(tReclaimedDiskTest, losesItsOldestFilesUntilAGibibyteIsFree)
 {
-    tTempDir dir;
-    tTempDir other;
-    const tTinyDisk low(dir.string(), 1100);
-    const tTinyDisk roomy(other.string(), 1100);
+    tTempDir dir, other;
+    const tTinyDisk low(dir.string(), 1100), roomy(other.string(), 1100);
     ASSERT_TRUE(low.mounted() && roomy.mounted());
     const auto old = [&](int i) { return dir.file("Data_000000_x/000" + std::to_string(i) + "_x.data"); };
     const auto exists = [&](int i) { return std::filesystem::exists(old(i)); };
     for (int i = 0; i < 4; ++i)
         fill(old(i), 30);
     fill(other.file("Data_000000_x/0000_x.data"), 30);
-    reclaim(false);
+    setReclaiming(false);
     tDataStorageIO io(dir.string(), ".data");
     const tDataStorageIO beside(other.string(), ".data");
     ASSERT_TRUE(io.CreateNewWritingFile(cMoment, "", false));
     EXPECT_FALSE(waitUntil([&] { return !exists(0); }, 7s));
-    reclaim(true);
+    setReclaiming(true);
     EXPECT_TRUE(waitUntil([&] { return !exists(0) && !exists(1); }, 15s));
     EXPECT_FALSE(waitUntil([&] { return !exists(2); }, 1s));
     fill(dir.file("ballast"), 100);
@@ -174,7 +154,7 @@ TEST_F(tReclaimedDiskTest, letsTheProcessEndWhileItWorks)
             fill(folder + "/ballast", 200);
             for (int i = 0; i < 3000; ++i)
                 fill(folder + "/root/Data_000000/" + std::to_string(10'000 + i) + ".data", 0);
-            reclaim(true);
+            setReclaiming(true);
             static const tDataStorageIO s_io(folder + "/root", ".data");
             const bool works = waitUntil([&] { return dataFilesIn(folder + "/root").size() < 2990; }, 20s);
             std::exit(works && !dataFilesIn(folder + "/root").empty() ? 7 : 1);

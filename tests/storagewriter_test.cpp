@@ -1,12 +1,11 @@
 #include "KestovaStorage/datastorageio.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <memory>
 #include <thread>
 
+#include "support/processentries.h"
 #include "support/pwritehook.h"
 #include "support/recordedsegments.h"
 #include "support/tempdir.h"
@@ -33,8 +32,7 @@ protected:
     }
     void SetUp() override
     {
-        // No other test's recordings are reclaimed because the disk of the temporary folder is low.
-        std::atomic_ref<bool>(tDataStorageIO::DiskCheckThreadEnable).store(false);
+        setReclaiming(false);
         io = std::make_unique<tDataStorageIO>(dir.string(), ".data");
     }
     void write(const std::string& bytes, unsigned long timestamp = 0) const
@@ -48,6 +46,11 @@ protected:
             io->WriteData("x", 1, timestamp);
     }
     bool idle() const { return io->WaitWriteIdle(cPatience_ms); }
+    static bool isFinished(const std::string& path)
+    {
+        storage::tDataFile file;
+        return file.open(path) && file.finished();
+    }
     std::string inside(const std::string& path) const { return path.substr(dir.string().size() + 1); }
     std::vector<std::string> files() const
     {
@@ -56,10 +59,7 @@ protected:
             names.push_back(inside(path));
         return names;
     }
-    static std::size_t entriesOf(const char* folder)
-    {
-        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
-    }
+    void start(unsigned long timestamp = cMoment) { ASSERT_TRUE(io->CreateNewWritingFile(timestamp, "", false)); }
 
     tTempDir dir;
     std::unique_ptr<tDataStorageIO> io;
@@ -79,11 +79,10 @@ TEST_F(tStorageWriterTest, recordsFilesIntoAFolderOfTheObject)
     ASSERT_TRUE(idle());
     const tSegments expected{{1, "one"}, {2, "two"}};
     EXPECT_EQ(segmentsOf(first), expected);  // while it is being written
-    storage::tDataFile file;
-    EXPECT_TRUE(file.open(first) && !file.finished());
+    EXPECT_FALSE(isFinished(first));
     ASSERT_TRUE(io->CreateNewWritingFile(cMoment + 86'400'000, "", true));
     EXPECT_EQ(inside(io->GetCurrentWriteDataFileName()), "Data_000003_2024.05.17/0001_2024-05-18_08-30-00.data");
-    EXPECT_TRUE(file.open(first) && file.finished());
+    EXPECT_TRUE(isFinished(first));
     EXPECT_EQ(segmentsOf(first), expected);
     io->FinishWrite();
     io->FinishWrite();
@@ -92,38 +91,31 @@ TEST_F(tStorageWriterTest, recordsFilesIntoAFolderOfTheObject)
     EXPECT_EQ(files().size(), 2u);
 }
 
-TEST_F(tStorageWriterTest, stampsSegmentsWithoutATimeWhenTheyAreWritten)
+TEST_F(tStorageWriterTest, dropsWhatIsGivenWhileNoFileIsOpenAndStampsWhatHasNoTime)
 {
     const tTimes_ms before = utils::time::tTimeParser::GetCurrentTime_ms();
-    ASSERT_TRUE(io->CreateNewWritingFile("ignored beside a root/", "", false));
-    write("now");
-    ASSERT_TRUE(idle());
-    const tSegments found = segmentsBelow(dir.string());
-    ASSERT_EQ(found.size(), 1u);
-    EXPECT_GE(found[0].time, before);
-    EXPECT_LE(found[0].time, utils::time::tTimeParser::GetCurrentTime_ms());
-    EXPECT_THAT(files(), testing::ElementsAre(MatchesRegex("Data_000000_[0-9.]+/0000_[-0-9_]+[.]data")));
-}
-
-TEST_F(tStorageWriterTest, dropsWhatIsGivenWhileNoFileIsOpen)
-{
     write("before");
-    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+    ASSERT_TRUE(io->CreateNewWritingFile("ignored beside a root/", "", false));
     write("in", 7);
     write("");
+    write("now");
     ASSERT_TRUE(idle());
     io->FinishWrite();
     write("behind");
     ASSERT_TRUE(idle());
-    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
-    EXPECT_EQ(segmentsBelow(dir.string()), (tSegments{{7, "in"}}));
-    EXPECT_EQ(io->GetSaveCnt(), 4u);
+    start();
+    const tSegments found = segmentsBelow(dir.string());
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(found[0], (tSegment{7, "in"}));
+    EXPECT_TRUE(found[1].time >= before && found[1].time <= utils::time::tTimeParser::GetCurrentTime_ms());
+    EXPECT_THAT(*files().begin(), MatchesRegex("Data_000000_[0-9.]+/0000_[-0-9_]+[.]data"));
+    EXPECT_EQ(io->GetSaveCnt(), 5u);
     EXPECT_EQ(io->GetWriteLostCnt(), 2u);
 }
 
 TEST_F(tStorageWriterTest, refusesWhatNoIndexRecordCanHold)
 {
-    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+    start();
     testing::internal::CaptureStderr();
     io->WriteData("x", 1ul << 32, 1);  // refused before a byte is looked at
     io->WriteData("x", 1, 1ul << 48);
@@ -134,23 +126,10 @@ TEST_F(tStorageWriterTest, refusesWhatNoIndexRecordCanHold)
     EXPECT_EQ(io->GetWriteLostCnt(), 2u);
 }
 
-TEST_F(tStorageWriterTest, discardsItsQueueWhenItFinishes)
-{
-    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
-    for (std::uint64_t i = 0; i < 20'000; ++i)
-        write(numberedSegment(i, 1000), 1 + i);
-    io->FinishWrite();
-    const tSegments found = segmentsBelow(dir.string());
-    EXPECT_EQ(found.size() + io->GetWriteLostCnt(), 20'000u);
-    for (std::size_t i = 0; i < found.size(); ++i)
-        ASSERT_EQ(found[i], (tSegment{1 + i, numberedSegment(i, 1000)}));
-}
-
 TEST_F(tStorageWriterTest, queuesWithoutWaitingForTheDisk)
 {
-    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
-    std::atomic<bool> stuck{false};
-    std::atomic<bool> free{false};
+    start();
+    std::atomic<bool> stuck{false}, free{false};
     const tPwriteHook hook([&](int file, const void* data, std::size_t len, off_t pos) {
         stuck = true;
         EXPECT_TRUE(waitUntil([&] { return free.load(); }, 20s));
@@ -196,14 +175,10 @@ TEST_F(tStorageWriterTest, rollsOverBehindTheSegmentThatFillsTheIndex)
     EXPECT_TRUE(io->IsWriteEnable());
     io->FinishWrite();
     EXPECT_EQ(wrongNames, 0u);
-    std::vector<std::size_t> counts;
     for (const std::string& path : dataFilesIn(dir.string()))
-    {
-        storage::tDataFile file;
-        EXPECT_TRUE(file.open(path) && file.finished());
-        counts.push_back(file.recordCount());
-    }
-    EXPECT_EQ(counts, (std::vector<std::size_t>{cIndexCapacity, cIndexCapacity, 3}));
+        EXPECT_TRUE(isFinished(path));
+    EXPECT_EQ(segmentsBelow(dir.string()).size(), 2 * cIndexCapacity + 3);
+    EXPECT_EQ(segmentsOf(*dataFilesIn(dir.string()).rbegin()).size(), 3u);
     const std::string folder = "Data_000000_2024.05.17/";
     EXPECT_THAT(files(), testing::ElementsAre(folder + "0000_2024-05-17_08-30-00_x.data",
                                               folder + "0001_2024-05-17_08-31-00_x.data",
@@ -211,34 +186,9 @@ TEST_F(tStorageWriterTest, rollsOverBehindTheSegmentThatFillsTheIndex)
     EXPECT_EQ(io->GetWriteLostCnt(), 0u);
 }
 
-TEST_F(tStorageWriterTest, rollsOverBehindTheSegmentThatStartsBeyondTheSizeLimit)
-{
-    // Of a large write only the last byte reaches the disk.
-    const tPwriteHook sparse([](int file, const void* data, std::size_t len, off_t pos) {
-        const std::size_t skipped = len > 1'000'000 ? len - 1 : 0;
-        const ssize_t done = tPwriteHook::write(file, static_cast<const char*>(data) + skipped, len - skipped,
-                                                pos + static_cast<off_t>(skipped));
-        return done < 0 ? done : done + static_cast<ssize_t>(skipped);
-    });
-    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
-    const std::string large(100'000'000, 'L');
-    for (int i = 0; i < 12; ++i)  // the twelfth starts at 1,110,000,000
-    {
-        write(large, cMoment);
-        ASSERT_TRUE(idle());
-        EXPECT_EQ(inside(io->GetCurrentWriteDataFileName()).find("/0001_") != std::string::npos, i == 11);
-    }
-    write("next", cMoment);
-    ASSERT_TRUE(idle());
-    storage::tDataFile file;
-    ASSERT_TRUE(file.open(*dataFilesIn(dir.string()).begin()));
-    EXPECT_EQ(file.recordCount(), 12u);
-    EXPECT_EQ(segmentsOf(io->GetCurrentWriteDataFileName()), (tSegments{{cMoment, "next"}}));
-}
-
 TEST_F(tStorageWriterTest, stopsWhileItIsAboutToRollOver)
 {
-    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+    start();
     writeBytes(cIndexCapacity - 1);
     ASSERT_TRUE(idle());
     std::atomic<bool> crossing{false};
@@ -262,7 +212,7 @@ TEST_F(tStorageWriterTest, stopsWhileItIsAboutToRollOver)
 
 TEST_F(tStorageWriterTest, overwritesNoFile)
 {
-    ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+    start();
     write("kept", 5);
     ASSERT_TRUE(idle());
     const std::string first = io->GetCurrentWriteDataFileName();
@@ -273,7 +223,7 @@ TEST_F(tStorageWriterTest, overwritesNoFile)
     EXPECT_FALSE(io->IsWriteEnable());
     EXPECT_EQ(io->GetCurrentWriteDataFileName(), "");
     EXPECT_EQ(segmentsOf(first), (tSegments{{5, "kept"}}));
-    ASSERT_TRUE(io->CreateNewWritingFile(cMoment + 1000, "", false));  // a roll-over into a file that exists
+    start(cMoment + 1000);  // a roll-over into a file that exists
     testing::internal::CaptureStderr();
     writeBytes(cIndexCapacity + 2);
     EXPECT_TRUE(idle());
@@ -354,7 +304,7 @@ TEST_F(tStorageWriterTest, endsWhileItIsWriting)
 {
     for (int i = 0; i < 200; ++i)
     {
-        ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+        start();
         for (int segment = 0; segment < i; ++segment)
             write(numberedSegment(1, 100 * static_cast<std::size_t>(8 + i)), 1);
         io = std::make_unique<tDataStorageIO>(dir.string(), ".data");
@@ -366,18 +316,17 @@ TEST_F(tStorageWriterTest, endsWhileItIsWriting)
 TEST_F(tStorageWriterTest, keepsNothingOfFinishedFiles)
 {
     const auto cycle = [this] {
-        ASSERT_TRUE(io->CreateNewWritingFile(cMoment, "", false));
+        start();
         write("segment", 1);
         ASSERT_TRUE(idle());
         io->FinishWrite();
         std::filesystem::remove_all(dir.file("Data_000000_2024.05.17"));
     };
     cycle();
-    const std::size_t descriptors = entriesOf("/proc/self/fd");
-    const std::size_t threads = entriesOf("/proc/self/task");
+    const auto descriptors = openDescriptors(), threads = runningThreads();
     for (int i = 0; i < 1000; ++i)
         cycle();
-    EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
-    EXPECT_LE(entriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_LE(runningThreads(), threads);
     EXPECT_EQ(io->GetWriteLostCnt(), 0u);
 }

@@ -1,20 +1,15 @@
 #include "UdpSocket/udpsocket.h"
 
-#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <iterator>
 #include <memory>
-#include <set>
 #include <thread>
 
-#include "support/addresstext.h"
 #include "support/datagramcollector.h"
-#include "support/waituntil.h"
+#include "support/processentries.h"
 
 using namespace std::chrono_literals;
 using testing::HasSubstr;
@@ -22,159 +17,97 @@ using testing::HasSubstr;
 namespace
 {
 // A listener that does what the test says at every datagram.
-class tCallingListener : public net::iUdpDataListener
+struct tCallingListener : net::iUdpDataListener
 {
-public:
-    explicit tCallingListener(std::function<void(char*, int)> call) : m_call(std::move(call)) {}
-    void OnUdpGroupDataReceived(const char*, int, const char*, int, const char* data, int len) override
-    {
-        m_call(const_cast<char*>(data), len);  // the buffer may be changed in place
-    }
-
-private:
-    std::function<void(char*, int)> m_call;
+    explicit tCallingListener(std::function<void()> c) : call(std::move(c)) {}
+    void OnUdpGroupDataReceived(const char*, int, const char*, int, const char*, int) override { call(); }
+    const std::function<void()> call;
 };
 
 class tUdpSocketTest : public testing::Test
 {
 protected:
-    std::unique_ptr<net::UdpReceiver> receive(net::iUdpDataListener& listener, const NetAddress& group)
+    static std::unique_ptr<net::UdpReceiver> receive(net::iUdpDataListener& listener, const NetAddress& group)
     {
         return std::make_unique<net::UdpReceiver>(&listener, loopbackIp(), group, 2048);
     }
-    void send(const NetAddress& group, const std::string& payload)
+    static void send(const NetAddress& group, const std::string& payload)
     {
         net::UdpSender sender(group, loopbackIp(), 0);
         ASSERT_TRUE(sender.sendData(payload.data(), static_cast<int>(payload.size())));
     }
+    bool heard(std::size_t number) const
+    {
+        return waitUntil([&] { return m_collector.count() == number; });
+    }
+    static std::ptrdiff_t lines(const std::string& said) { return std::count(said.begin(), said.end(), '\n'); }
 
     const NetAddress m_group = testGroup();
+    const NetAddress m_unicast{loopbackIp(), m_group.port};
     tDatagramCollector m_collector;
 };
 
 using tUdpReceiverTest = tUdpSocketTest;
 using tUdpSenderTest = tUdpSocketTest;
-
-std::ptrdiff_t entriesOf(const char* folder)
-{
-    return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
-}
-
-NetAddress unicast(const NetAddress& group)
-{
-    return {loopbackIp(), group.port};
-}
 }  // namespace
 
-TEST(tTransAddrTest, keepsTheBytesInTheOrderTheyAreWritten)
+TEST(tTransAddrTest, keepsTheBytesInTheOrderTheyAreWrittenAndGivesZeroForWhatIsNoAddress)
 {
     const std::uint32_t ip = net::transAddr("239.17.0.1");
-    unsigned char bytes[4];
-    std::memcpy(bytes, &ip, sizeof bytes);
-    EXPECT_THAT(bytes, testing::ElementsAre(239, 17, 0, 1));
+    EXPECT_EQ(std::memcmp(&ip, "\xEF\x11\x00\x01", 4), 0);
     EXPECT_EQ(net::transAddr(ip), "239.17.0.1");
     EXPECT_EQ(net::transAddr(std::uint32_t{0}), "0.0.0.0");
     EXPECT_EQ(net::NtoHs(net::HtoNs(6001)), 6001);
-}
-
-TEST(tTransAddrTest, givesZeroForWhatIsNoAddress)
-{
     for (const char* text : {"", "1.2.3", "1.2.3.4.5", "256.1.1.1", "1.2.3.4 ", " 1.2.3.4", "01.2.3.4", "0x1.2.3.4",
                              "localhost", "1.2.3.4:5", "-1.2.3.4", "0.0.0.0"})
-    {
-        SCOPED_TRACE(text);
-        EXPECT_EQ(net::transAddr(text), 0U);
-    }
+        EXPECT_EQ(net::transAddr(text), 0U) << text;
     EXPECT_EQ(net::transAddr(static_cast<const char*>(nullptr)), 0U);
 }
 
-TEST_F(tUdpReceiverTest, deliversPayloadAndAddresses)
+TEST_F(tUdpReceiverTest, deliversPayloadAndAddressesOfAGroupOrOfItsOwnAddress)
 {
-    const auto receiver = receive(m_collector, m_group);
-    ASSERT_TRUE(receiver->valid());
-    send(m_group, "spoke");
-    ASSERT_TRUE(waitUntil([&] { return m_collector.count() == 1; }));
-    const tReceivedDatagram got = m_collector.all().front();
-    EXPECT_EQ(got.payload, "spoke");
-    EXPECT_EQ(got.from, "127.0.0.1");
-    EXPECT_GT(got.fromPort, 0);
-    EXPECT_EQ(got.group + ":" + std::to_string(got.groupPort), addressText(m_group));
+    const int port = net::NtoHs(testGroup().port);
+    for (const NetAddress& address : {m_group, m_unicast})
+    {
+        tDatagramCollector collector;
+        const auto receiver = receive(collector, address);
+        ASSERT_TRUE(receiver->valid());
+        ASSERT_TRUE(net::UdpSender(address, loopbackIp(), port).sendData("spoke", 5));
+        ASSERT_TRUE(waitUntil([&] { return collector.count() == 1; }));
+        const tReceivedDatagram got = collector.all().front();
+        EXPECT_EQ(got.payload + " " + got.from + ":" + std::to_string(got.fromPort),
+                  "spoke 127.0.0.1:" + std::to_string(port));
+        EXPECT_EQ(got.group + ":" + std::to_string(got.groupPort), addressText(address));
+    }
 }
 
-TEST_F(tUdpReceiverTest, keepsOtherGroupsOnThePortOut)
+TEST_F(tUdpReceiverTest, sharesItsGroupAndKeepsOtherGroupsOnThePortOut)
 {
     const NetAddress other{net::transAddr("239.255.7.7"), m_group.port};
-    tDatagramCollector others;
-    const auto receiver = receive(m_collector, m_group);
-    const auto otherReceiver = receive(others, other);
+    tDatagramCollector same, others;
+    const auto receiver = receive(m_collector, m_group), second = receive(same, m_group),
+               third = receive(others, other);
     send(other, "not ours");
-    send(unicast(m_group), "to this machine, not to the group");
+    send(m_unicast, "to this machine, not to the group");
     send(m_group, "ours");
-    ASSERT_TRUE(waitUntil([&] { return m_collector.count() == 1 && others.count() == 1; }));
+    ASSERT_TRUE(waitUntil([&] { return m_collector.count() == 1 && same.count() == 1 && others.count() == 1; }));
     EXPECT_EQ(m_collector.all().front().payload, "ours");
     EXPECT_EQ(others.all().front().payload, "not ours");
 }
 
-TEST_F(tUdpReceiverTest, sharesAGroupWithAnotherReceiver)
-{
-    tDatagramCollector second;
-    const auto receiver = receive(m_collector, m_group);
-    const auto secondReceiver = receive(second, m_group);
-    send(m_group, "both");
-    EXPECT_TRUE(waitUntil([&] { return m_collector.count() == 1 && second.count() == 1; }));
-}
-
-TEST_F(tUdpReceiverTest, bindsAUnicastAddress)
-{
-    const auto receiver = receive(m_collector, unicast(m_group));
-    ASSERT_TRUE(receiver->valid());
-    send(unicast(m_group), "direct");
-    ASSERT_TRUE(waitUntil([&] { return m_collector.count() == 1; }));
-    EXPECT_EQ(m_collector.all().front().group, "127.0.0.1");
-}
-
-TEST_F(tUdpReceiverTest, goesOnBehindEmptyDatagrams)
+TEST_F(tUdpReceiverTest, truncatesAndMixesNoDatagramsFromEmptyToTheLargest)
 {
     const auto receiver = receive(m_collector, m_group);
-    send(m_group, "");
-    send(m_group, "");
-    send(m_group, "after");
-    ASSERT_TRUE(waitUntil([&] { return m_collector.count() == 3; }));
-    EXPECT_EQ(m_collector.all()[0].payload, "");
-    EXPECT_EQ(m_collector.all()[2].payload, "after");
-    EXPECT_EQ(receiver->counters().datagrams, 3U);
-    EXPECT_EQ(receiver->counters().bytes, 5U);
-}
-
-TEST_F(tUdpReceiverTest, neverTruncatesOrMixesTheLargestDatagrams)
-{
-    const auto receiver = receive(m_collector, m_group);
-    const std::string payload(65507, 'x');
+    std::vector<std::string> sent{"", ""};
     for (char mark = 'a'; mark <= 'h'; ++mark)
-        send(m_group, mark + payload.substr(2) + mark);
-    ASSERT_TRUE(waitUntil([&] { return m_collector.count() == 8; }));
-    for (std::size_t i = 0; i < 8; ++i)
-    {
-        const std::string got = m_collector.all()[i].payload;
-        ASSERT_EQ(got.size(), 65507U);
-        EXPECT_EQ(got.front(), static_cast<char>('a' + i));
-        EXPECT_EQ(got.back(), got.front());
-    }
-}
-
-TEST_F(tUdpReceiverTest, handsOverAWritableBuffer)
-{
-    std::string seen;
-    std::atomic<int> calls{0};
-    tCallingListener listener([&](char* data, int len) {
-        std::memset(data, '#', static_cast<std::size_t>(len));
-        seen.assign(data, static_cast<std::size_t>(len));
-        ++calls;
-    });
-    const auto receiver = receive(listener, m_group);
-    send(m_group, "edit");
-    ASSERT_TRUE(waitUntil([&] { return calls == 1; }));
-    EXPECT_EQ(seen, "####");
+        sent.push_back(mark + std::string(65505, 'x') + mark);
+    for (const std::string& payload : sent)
+        send(m_group, payload);
+    ASSERT_TRUE(heard(10));
+    for (std::size_t i = 0; i < sent.size(); ++i)
+        EXPECT_TRUE(m_collector.all()[i].payload == sent[i]) << i;
+    EXPECT_EQ(receiver->counters().datagrams, 10U);
+    EXPECT_EQ(receiver->counters().bytes, 8 * 65507U);
 }
 
 // The listener is held in its first call while more is sent than any buffer takes; the last datagrams are among the
@@ -183,7 +116,7 @@ TEST_F(tUdpReceiverTest, countsExactlyWhatTheKernelDrops)
 {
     std::atomic<bool> go{false};
     std::atomic<std::uint64_t> calls{0};
-    tCallingListener listener([&](char*, int) {
+    tCallingListener listener([&] {
         EXPECT_TRUE(waitUntil([&] { return go.load(); }, 60s));
         ++calls;
     });
@@ -208,20 +141,16 @@ TEST_F(tUdpReceiverTest, asksForAtLeastFourMegabytesOfBuffer)
     std::ifstream("/proc/sys/net/core/rmem_max") >> systemLimit;
     for (const int wanted : {0, -5, 2048, 6 * 1024 * 1024})
     {
-        SCOPED_TRACE(wanted);
         const net::UdpReceiver receiver(&m_collector, loopbackIp(), m_group, wanted);
-        ASSERT_TRUE(receiver.valid());
         EXPECT_GE(receiver.receiveBufferSize(), std::min<long>(systemLimit, std::max(wanted, 4 * 1024 * 1024)));
     }
 }
 
 TEST_F(tUdpReceiverTest, endsAtOnceUnderAFloodAndIsSilentAfterwards)
 {
-    std::atomic<bool> flooding{true};
-    std::atomic<bool> destroyed{false};
-    std::atomic<int> calls{0};
-    std::atomic<int> late{0};
-    tCallingListener listener([&](char*, int) { ++(destroyed ? late : calls); });
+    std::atomic<bool> flooding{true}, destroyed{false};
+    std::atomic<int> calls{0}, late{0};
+    tCallingListener listener([&] { ++(destroyed ? late : calls); });
     std::thread flood([&] {
         net::UdpSender sender(m_group, loopbackIp(), 0);
         while (flooding)
@@ -249,7 +178,7 @@ TEST_F(tUdpReceiverTest, deliversNothingMoreOfABatchOnceItEnds)
 {
     std::atomic<int> calls{0};
     std::atomic<bool> filled{false};
-    tCallingListener listener([&](char*, int) {
+    tCallingListener listener([&] {
         ++calls;
         EXPECT_TRUE(waitUntil([&] { return filled.load(); }));
         std::this_thread::sleep_for(20ms);  // the listener's own work
@@ -260,8 +189,7 @@ TEST_F(tUdpReceiverTest, deliversNothingMoreOfABatchOnceItEnds)
     filled = true;
     ASSERT_TRUE(waitUntil([&] { return calls >= 3; }));
     receiver.reset();
-    const int atEnd = calls;
-    EXPECT_LT(atEnd, 20);
+    EXPECT_LT(calls, 20);
 }
 
 TEST_F(tUdpReceiverTest, mayBeDestroyedFromInsideItsOwnCall)
@@ -269,8 +197,8 @@ TEST_F(tUdpReceiverTest, mayBeDestroyedFromInsideItsOwnCall)
     std::atomic<int> calls{0};
     std::atomic<net::UdpReceiver*> receiver{nullptr};
     std::thread([] {}).join();  // a sanitizer starts a thread of its own beside the first one
-    const auto threadsBefore = entriesOf("/proc/self/task");
-    tCallingListener listener([&](char*, int) {
+    const auto threadsBefore = runningThreads();
+    tCallingListener listener([&] {
         EXPECT_TRUE(waitUntil([&] { return receiver != nullptr; }));
         delete receiver.load();
         ++calls;
@@ -278,78 +206,54 @@ TEST_F(tUdpReceiverTest, mayBeDestroyedFromInsideItsOwnCall)
     receiver = receive(listener, m_group).release();
     for (int i = 0; i < 5; ++i)
         send(m_group, "last");
-    EXPECT_TRUE(waitUntil([&] { return entriesOf("/proc/self/task") == threadsBefore; }));
+    EXPECT_TRUE(waitUntil([&] { return runningThreads() == threadsBefore; }));
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(tUdpReceiverTest, saysOnceWhichGroupCannotBeJoinedWhereAndWhy)
+TEST_F(tUdpSocketTest, saysOnceWhatCannotBeJoinedOrSentFromWhereAndWhy)
 {
+    const std::uint32_t nobody = net::transAddr("203.0.113.77");
     testing::internal::CaptureStderr();
-    {
-        const net::UdpReceiver receiver(&m_collector, net::transAddr("203.0.113.77"), m_group, 2048);
-        EXPECT_FALSE(receiver.valid());
-        send(m_group, "unheard");
-        EXPECT_EQ(receiver.counters().datagrams, 0U);
-        EXPECT_EQ(receiver.receiveBufferSize(), 0);
-    }
-    const std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1);
-    EXPECT_THAT(said, HasSubstr(addressText(m_group)));
-    EXPECT_THAT(said, HasSubstr("on 203.0.113.77: No such device"));
+    const net::UdpReceiver receiver(&m_collector, nobody, m_group, 2048);
+    EXPECT_EQ(receiver.counters().datagrams, 0U);
+    EXPECT_EQ(receiver.receiveBufferSize(), 0);
+    EXPECT_FALSE(receiver.valid());
+    std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(lines(said), 1);
+    EXPECT_THAT(said, HasSubstr(addressText(m_group) + " on 203.0.113.77: No such device"));
+    testing::internal::CaptureStderr();
+    net::UdpSender sender(m_group, nobody, 0);
+    EXPECT_FALSE(sender.sendData("x", 1));
+    sender.setMulticastLoop(true);
+    said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(lines(said), 1);
+    EXPECT_THAT(said, HasSubstr("203.0.113.77"));
 }
 
 TEST_F(tUdpReceiverTest, leavesNoDescriptorAndNoThreadBehind)
 {
     receive(m_collector, m_group);
-    const auto descriptors = entriesOf("/proc/self/fd");
-    const auto threads = entriesOf("/proc/self/task");
+    const auto descriptors = openDescriptors(), threads = runningThreads();
     for (int i = 0; i < 1000; ++i)
         ASSERT_TRUE(receive(m_collector, m_group)->valid());
-    EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
-    EXPECT_EQ(entriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_EQ(runningThreads(), threads);
 }
 
-TEST_F(tUdpSenderTest, sendsFromTheGivenPort)
+TEST_F(tUdpSenderTest, reportsItsFirstRefusalOnlyAndGoesOn)
 {
-    const auto receiver = receive(m_collector, m_group);
-    const int port = net::NtoHs(testGroup().port);
-    net::UdpSender sender(m_group, loopbackIp(), port);
-    ASSERT_TRUE(sender.sendData("x", 1));
-    ASSERT_TRUE(waitUntil([&] { return m_collector.count() == 1; }));
-    EXPECT_EQ(m_collector.all().front().fromPort, port);
-}
-
-TEST_F(tUdpSenderTest, reportsItsFirstRefusalOnly)
-{
-    net::UdpSender sender(m_group, loopbackIp(), 0);
     const std::string tooLong(65508, 'x');
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(sender.sendData(tooLong.data(), 65508));
-    EXPECT_FALSE(sender.sendData(tooLong.data(), 65508));
+    net::UdpSender sender(m_unicast, loopbackIp(), 0);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_FALSE(sender.sendData(tooLong.data(), 65508));
     EXPECT_FALSE(sender.sendData("x", -1));
     EXPECT_FALSE(sender.sendData(nullptr, 1));
     const std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1);
+    EXPECT_EQ(lines(said), 1);
     EXPECT_THAT(said, HasSubstr("Message too long"));
-    EXPECT_TRUE(sender.sendData("x", 1));
-}
-
-TEST_F(tUdpSenderTest, withoutASocketRefusesSilentlyAfterOneLine)
-{
-    testing::internal::CaptureStderr();
-    net::UdpSender sender(m_group, net::transAddr("203.0.113.77"), 0);
-    EXPECT_FALSE(sender.sendData("x", 1));
-    sender.setMulticastLoop(true);
-    const std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1);
-    EXPECT_THAT(said, HasSubstr("203.0.113.77"));
-}
-
-TEST_F(tUdpSenderTest, goesOnWhereNobodyListens)
-{
-    net::UdpSender sender(unicast(m_group), loopbackIp(), 0);
     for (int i = 0; i < 20; ++i)
-        EXPECT_TRUE(sender.sendData("anyone?", 7));
+        EXPECT_TRUE(sender.sendData("anyone?", 7)) << "nobody listens";
 }
 
 TEST_F(tUdpSenderTest, sendsABatchInOrderAndLeavesRefusedOnesOut)
@@ -358,8 +262,7 @@ TEST_F(tUdpSenderTest, sendsABatchInOrderAndLeavesRefusedOnesOut)
     net::UdpSender sender(m_group, loopbackIp(), 0);
     std::vector<std::string> payloads;
     for (int i = 0; i < 150; ++i)
-        payloads.push_back(std::to_string(i));
-    payloads[70] = std::string(70'000, 'x');
+        payloads.push_back(i == 70 ? std::string(70'000, 'x') : std::to_string(i));
     std::vector<net::tUdpDatagram> datagrams;
     for (const std::string& payload : payloads)
         datagrams.push_back({payload.data(), static_cast<int>(payload.size())});
@@ -367,25 +270,7 @@ TEST_F(tUdpSenderTest, sendsABatchInOrderAndLeavesRefusedOnesOut)
     testing::internal::CaptureStderr();
     EXPECT_EQ(sender.sendBatch(datagrams.data(), 150), 148);
     testing::internal::GetCapturedStderr();
-    ASSERT_TRUE(waitUntil([&] { return m_collector.count() == 148; }));
-    EXPECT_EQ(m_collector.all()[69].payload, "69");
-    EXPECT_EQ(m_collector.all()[70].payload, "71");
-    EXPECT_EQ(m_collector.all()[147].payload, "149");
-}
-
-TEST_F(tUdpSenderTest, sendsWholeDatagramsFromManyThreads)
-{
-    const auto receiver = receive(m_collector, m_group);
-    net::UdpSender sender(m_group, loopbackIp(), 0);
-    std::vector<std::thread> threads;
-    for (char mark = 'a'; mark < 'e'; ++mark)
-        threads.emplace_back([&sender, mark] {
-            for (int i = 0; i < 200; ++i)
-                sender.sendData(std::string(1000, mark).data(), 1000);
-        });
-    for (std::thread& thread : threads)
-        thread.join();
-    ASSERT_TRUE(waitUntil([&] { return m_collector.count() == 800; }));
-    for (const tReceivedDatagram& got : m_collector.all())
-        ASSERT_EQ(got.payload, std::string(1000, got.payload.at(0)));
+    ASSERT_TRUE(heard(148));
+    for (const auto& [place, payload] : {std::pair(69, "69"), {70, "71"}, {78, "79"}, {79, "81"}, {147, "149"}})
+        EXPECT_EQ(m_collector.all().at(static_cast<std::size_t>(place)).payload, payload);
 }

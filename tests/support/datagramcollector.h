@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "UdpSocket/udpsocket.h"
+#include "support/addresstext.h"
 #include "support/waituntil.h"
 
 struct tReceivedDatagram

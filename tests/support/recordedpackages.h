@@ -2,16 +2,9 @@
 #ifndef KESTOVA_TESTS_RECORDEDPACKAGES_H
 #define KESTOVA_TESTS_RECORDEDPACKAGES_H
 
-#include <cstdint>
-#include <gtest/gtest.h>
-#include <set>
-#include <string>
-#include <vector>
-
-#include "KestovaStorage/datafile.h"
-#include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/radarmsgpackage.h"
 #include "UdpSocket/netaddress.h"
+#include "support/recordedsegments.h"
 
 struct tRecordedPackage
 {
@@ -33,60 +26,30 @@ inline std::string asText(const tUdpMsgInfo& info)
     return text;
 }
 
-inline std::set<std::string> dataFilesBelow(const std::string& folder, const std::string& suffix = ".data")
-{
-    std::set<std::string> files;
-    storage::tDataStorageIO::GetFileFolderInDir(folder + "/", files, true, suffix);
-    return files;
-}
-
 // A record taken apart; one that is no whole package fails the test.
-inline tRecordedPackage packageOf(const std::string& bytes, std::uint64_t timeMs)
+inline tRecordedPackage packageOf(const tSegment& record)
 {
-    constexpr std::size_t cHead = sizeof(tRadarMsgPackage);
-    constexpr std::size_t cEndMarker = 8;
-    tRecordedPackage package{};
-    package.timeMs = timeMs;
+    constexpr std::size_t cHead = sizeof(tRadarMsgPackage), cEndMarker = 8;
+    const std::string& bytes = record.bytes;
     if (bytes.size() < cHead + cEndMarker)
     {
         ADD_FAILURE() << "a record of " << bytes.size() << " bytes is no package";
-        return package;
+        return {};
     }
     EXPECT_EQ(bytes.substr(0, 8) + bytes.substr(bytes.size() - cEndMarker), "QuorvaleZQ_Radar");
-    const auto& head = *reinterpret_cast<const tRadarMsgPackage*>(bytes.data());
-    package.msgInfo = head.msgInfo;
-    package.packCnt = head.packCnt;
-    package.group = {head.udpAddr, head.udpPort};
-    package.timestamp_ms = head.timestamp_ms;
-    package.msgLen = head.msgLen;
-    package.payload = bytes.substr(cHead, bytes.size() - cHead - cEndMarker);
-    return package;
-}
-
-// One file's packages in the order of recording.
-inline std::vector<tRecordedPackage> packagesOf(const std::string& path)
-{
-    std::vector<tRecordedPackage> packages;
-    storage::tDataFile file;
-    std::string error;
-    EXPECT_TRUE(file.open(path, &error)) << error;
-    EXPECT_EQ(file.damagedCount(), 0u);
-    for (std::size_t i = 0; i < file.recordCount(); ++i)
-    {
-        std::string bytes;
-        EXPECT_TRUE(file.read(i, bytes));
-        packages.push_back(packageOf(bytes, file.record(i).timeMs));
-    }
-    return packages;
+    tRadarMsgPackage head;
+    std::memcpy(&head, bytes.data(), cHead);
+    return {head.msgInfo,      head.packCnt, {head.udpAddr, head.udpPort},
+            head.timestamp_ms, head.msgLen,  bytes.substr(cHead, bytes.size() - cHead - cEndMarker),
+            record.time};
 }
 
 // The packages of every file below `folder`, in the order of the files' names.
 inline std::vector<tRecordedPackage> recordedPackages(const std::string& folder, const std::string& suffix = ".data")
 {
     std::vector<tRecordedPackage> all;
-    for (const std::string& file : dataFilesBelow(folder, suffix))
-        for (const tRecordedPackage& package : packagesOf(file))
-            all.push_back(package);
+    for (const tSegment& record : segmentsBelow(folder, suffix))
+        all.push_back(packageOf(record));
     return all;
 }
 

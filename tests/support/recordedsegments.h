@@ -3,6 +3,7 @@
 #ifndef KESTOVA_TESTS_RECORDEDSEGMENTS_H
 #define KESTOVA_TESTS_RECORDEDSEGMENTS_H
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -66,18 +67,24 @@ inline tSegments segmentsOf(const std::string& path)
     return segments;
 }
 
-inline std::set<std::string> dataFilesIn(const std::string& folder)
+// Whether old recordings are deleted while the disk is low: not those of other tests on this machine.
+inline void setReclaiming(bool enable)
+{
+    std::atomic_ref<bool>(storage::tDataStorageIO::DiskCheckThreadEnable).store(enable);
+}
+
+inline std::set<std::string> dataFilesIn(const std::string& folder, const std::string& suffix = ".data")
 {
     std::set<std::string> files;
-    storage::tDataStorageIO::GetFileFolderInDir(folder, files, true, ".data");
+    storage::tDataStorageIO::GetFileFolderInDir(folder, files, true, suffix);
     return files;
 }
 
 // The records of all files below a folder, file by file.
-inline tSegments segmentsBelow(const std::string& folder)
+inline tSegments segmentsBelow(const std::string& folder, const std::string& suffix = ".data")
 {
     tSegments all;
-    for (const std::string& path : dataFilesIn(folder))
+    for (const std::string& path : dataFilesIn(folder, suffix))
         for (tSegment& segment : segmentsOf(path))
             all.push_back(std::move(segment));
     return all;

@@ -3,23 +3,13 @@
 #define KESTOVA_TESTS_RECORDING_H
 
 #include <cerrno>
-#include <cstddef>
-#include <cstdint>
 #include <fcntl.h>
 #include <fstream>
-#include <string>
 #include <system_error>
 #include <unistd.h>
 #include <vector>
 
-template <typename tNumber>
-std::string littleEndian(tNumber value)
-{
-    std::string bytes;
-    for (std::size_t i = 0; i < sizeof value; ++i)
-        bytes += static_cast<char>(static_cast<std::uint64_t>(value) >> (8 * i) & 0xFF);
-    return bytes;
-}
+#include "support/radarpackages.h"
 
 // Puts bytes into a file, which is made where it is missing; what nobody puts anywhere stays a hole.
 inline void putBytes(const std::string& path, std::uint64_t offset, const std::string& bytes)
@@ -42,12 +32,12 @@ inline const std::string cHuffmanMagic("\x00\xDE\xC0\xE0", 4);
 
 inline std::string indexHead(std::uint32_t indexNum, std::uint32_t segmentMaxLen = 0)
 {
-    return littleEndian(indexNum) + littleEndian(segmentMaxLen);
+    return littleEndian(indexNum, 4) + littleEndian(segmentMaxLen, 4);
 }
 
 inline std::string indexRecord(std::uint64_t time, std::uint64_t pos, std::uint32_t len)
 {
-    return littleEndian(time) + littleEndian(pos) + littleEndian(len) + '\0';
+    return littleEndian(time, 8) + littleEndian(pos, 8) + littleEndian(len, 4) + '\0';
 }
 
 // One plain data file. Its segments may begin anywhere: readers go by the index.

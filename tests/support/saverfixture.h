@@ -7,17 +7,13 @@
 #include <gtest/gtest.h>
 #include <initializer_list>
 #include <memory>
-#include <string>
-#include <unistd.h>
 #include <utility>
-#include <vector>
 
 #include "KestovaStorage/radardatasaver.h"
 #include "KestovaUtils/multiradarclient.h"
-#include "UdpSocket/udpsocket.h"
+#include "support/datagramcollector.h"
 #include "support/recordedpackages.h"
 #include "support/tempdir.h"
-#include "support/waituntil.h"
 
 // An observer made of one function.
 struct tObserver : Kestova::iRadarRecDataModifyObserver
@@ -40,16 +36,12 @@ protected:
 
     void SetUp() override { ASSERT_TRUE(client.setLocalInterface("127.0.0.1")); }
 
-    static std::string groupText()
-    {
-        const auto pid = static_cast<unsigned>(::getpid());
-        return "239." + std::to_string(64 + (pid >> 16 & 63)) + "." + std::to_string(pid >> 8 & 255) + "." +
-               std::to_string(pid & 255);
-    }
-    static int port(int stream) { return 42000 + stream; }
+    static std::string groupText() { return net::transAddr(group(0).ip); }
+    static int port(int stream) { return net::NtoHs(group(stream).port); }
     static NetAddress group(int stream)
     {
-        return {net::transAddr(groupText().c_str()), net::HtoNs(static_cast<uint16_t>(port(stream)))};
+        static const NetAddress s_first = testGroup();
+        return {s_first.ip, net::HtoNs(static_cast<uint16_t>(net::NtoHs(s_first.port) + stream))};
     }
     // Enters a radar that sends each kind on the group of the kind's number plus `shift`.
     void enter(const char* serial, unsigned short id, std::initializer_list<eReadWriteType> kinds, int shift = 0)

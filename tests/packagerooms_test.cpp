@@ -1,0 +1,285 @@
+// The rooms between a producer and the threads behind it: numbering, queue, the buffer of a stream and its splitter.
+#include <cstring>
+#include <functional>
+#include <gmock/gmock.h>
+#include <thread>
+
+#include "KestovaStorage/internal/packagebuilder.h"
+#include "KestovaStorage/internal/packagesplitter.h"
+#include "KestovaStorage/internal/receivebuffer.h"
+#include "KestovaStorage/internal/segmentchain.h"
+#include "KestovaStorage/internal/segmentworker.h"
+#include "support/radarpackages.h"
+#include "support/waituntil.h"
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// A number that was taken before the place in the queue could be overtaken on the way there.
+TEST(tPackageBuilderTest, takesNumberAndPlaceTogether)
+{
+    for (const std::size_t len : {100UL, 2 * tPackageBuilder::cLongPackage})
+    {
+        SCOPED_TRACE(len);
+        const std::string payload(len, 'p');
+        std::string ready(len, 'r');
+        tSegmentWorker queue;
+        tPackageBuilder builder(queue);
+        std::thread wrapping, copying;
+        queue.between([&] {
+            wrapping = std::thread([&] { builder.build({}, payload.data(), payload.size()); });
+            copying = std::thread([&] { builder.queueReady(ready.data(), ready.size()); });
+            EXPECT_FALSE(waitUntil([&] { return builder.count() != 0; }, 50ms));
+        });
+        wrapping.join();
+        copying.join();
+        EXPECT_EQ(builder.count(), 2U);
+    }
+}
+
+namespace
+{
+class tPackageRoomsTest : public testing::Test
+{
+protected:
+    void receive(const std::string& bytes) { m_buffer.append(bytes.data(), bytes.size()); }
+    std::string taken()
+    {
+        m_buffer.take();
+        return {m_buffer.bytes(), m_buffer.len()};
+    }
+    void push(const std::string& bytes)
+    {
+        std::memcpy(m_chain.reserve(bytes.size()), bytes.data(), bytes.size());
+        m_chain.publish();
+    }
+    // The next segment, "none" at the end.
+    std::string next()
+    {
+        const char* bytes = nullptr;
+        std::size_t len = 0;
+        while (!m_chain.next(bytes, len))
+            if (!m_chain.step())
+                return "none";
+        return {bytes, len};
+    }
+
+    tReceiveBuffer m_buffer;
+    tSegmentChain m_chain;
+};
+using tReceiveBufferTest = tPackageRoomsTest;
+using tSegmentChainTest = tPackageRoomsTest;
+}  // namespace
+
+TEST_F(tReceiveBufferTest, carriesALongRestThroughManySmallChunks)
+{
+    std::string rest(tReceiveBuffer::cHeadroom, 'r');
+    receive(rest);
+    EXPECT_EQ(taken(), rest);
+    m_buffer.done(0);
+    for (int i = 0; i < 2'000; ++i)  // far beyond the end of a region
+    {
+        const std::string chunk(999, static_cast<char>('a' + i % 26));
+        receive(chunk);
+        rest += chunk;
+        ASSERT_EQ(taken(), rest);
+        m_buffer.done(chunk.size());
+        rest.erase(0, chunk.size());
+    }
+    EXPECT_LE(m_buffer.memory(), 2 * tReceiveBuffer::cUsualSize);
+}
+
+TEST_F(tReceiveBufferTest, givesTheMemoryOfALargeBacklogBack)
+{
+    const std::string chunk(32 * 1024 * 1024, 'x');
+    receive(chunk);
+    receive(chunk);
+    EXPECT_EQ(taken(), chunk + chunk);
+    receive(chunk);
+    EXPECT_GT(m_buffer.memory(), 3 * chunk.size());
+    m_buffer.done(2 * chunk.size() - 5);
+    m_buffer.clear();
+    m_buffer.cutBackParsed();
+    m_buffer.cutBackReceived();
+    EXPECT_LE(m_buffer.memory(), 2 * tReceiveBuffer::cKeptSize);
+    receive("yz");
+    EXPECT_EQ(taken(), "xxxxxyz");
+}
+
+TEST_F(tSegmentChainTest, needsOneBlockForASteadyStreamAndGivesTheMemoryOfALargeBacklogBack)
+{
+    const std::string segment(583, 's');
+    for (int i = 0; i < 10'000; ++i)
+    {
+        push(segment);
+        ASSERT_EQ(next(), segment);
+        ASSERT_EQ(next(), "none");
+    }
+    EXPECT_EQ(m_chain.memory(), tSegmentChain::cFirstSize);
+    for (int i = 0; i < 50'000; ++i)
+        push(segment);
+    EXPECT_GT(m_chain.memory(), 50'000 * segment.size());
+    for (int i = 0; i < 50'000; ++i)
+        ASSERT_EQ(next(), segment);
+    EXPECT_EQ(next(), "none");
+    m_chain.takeUnneeded();
+    EXPECT_LE(m_chain.memory(), tSegmentChain::cKeptSize);
+}
+
+namespace
+{
+using tTexts = std::vector<std::string>;
+
+class tPackageSplitterTest : public testing::Test, protected iSplitterSink
+{
+protected:
+    // Feeds the splitter as its owner does: what it is not done with stays in front. Every view is a buffer of exactly
+    // its size, so that a read beyond it is found.
+    void feed(const std::string& bytes, std::size_t chunk = std::string::npos)
+    {
+        for (std::size_t pos = 0; pos < bytes.size(); pos += std::min(chunk, bytes.size() - pos))
+        {
+            m_rest += bytes.substr(pos, chunk);
+            const std::vector<char> view(m_rest.begin(), m_rest.end());
+            m_rest.erase(0, m_splitter.split(view.data(), view.size()));
+        }
+    }
+    void OnPackage(const char* package, std::size_t len) override
+    {
+        m_packages.emplace_back(package, len);
+        if (m_onPackage)
+            m_onPackage();
+    }
+    void OnLine(const char* text) override { m_lines.emplace_back(text); }
+    int Id() const override { return 17; }
+    bool GoOn() const override { return m_goOn; }
+
+    tPackageSplitter m_splitter{*this};
+    std::function<void()> m_onPackage;
+    bool m_goOn = true;
+    std::string m_rest;
+    tTexts m_packages, m_lines;
+};
+
+TEST_F(tPackageSplitterTest, givesTheSamePackagesInChunksOfAnySize)
+{
+    tTexts sent;
+    std::string stream;
+    for (std::uint32_t i = 0; i < 5; ++i)
+        stream += sent.emplace_back(makePackage(i, std::string(i * 100, 'p')));
+    for (const std::size_t chunk : {1U, 2U, 7U, 40U, 41U, 42U, 500U, 5000U})
+    {
+        SCOPED_TRACE(chunk);
+        m_packages.clear();
+        m_splitter.resetCount();
+        feed(stream, chunk);
+        EXPECT_EQ(m_packages, sent);
+        EXPECT_EQ(m_splitter.count(), 5U);
+    }
+    EXPECT_THAT(m_lines, IsEmpty());
+}
+
+// The lines, exactly as they are printed.
+std::string badHead(const std::string& head, int remain)
+{
+    return "\t *** bad head " + head + " remain_size " + std::to_string(remain) + " ***\r\n";
+}
+std::string badEnd(const std::string& end, int remain)
+{
+    return "\t *** bad end " + end + " remain_size " + std::to_string(remain) + " ***\r\n";
+}
+std::string deleted(int bytes, int remain)
+{
+    return "\t *** delete " + std::to_string(bytes) + " remain " + std::to_string(remain) + " ***\r\n";
+}
+
+TEST_F(tPackageSplitterTest, findsItsWayAgainAfterDamage)
+{
+    const std::string good = makePackage(0), beat = "... Client ID:17 HeartBeat!\r\n", dots(70, '.');
+    std::string wrongEnd = good, wrongHead = good;
+    wrongEnd.back() = 'R';
+    wrongHead.front() = 'q';
+    const struct
+    {
+        std::string bytes;
+        tTexts lines;
+        std::size_t packages, rest;
+    } cases[] = {{good.substr(0, 40), {}, 0, 40},
+                 {"0123456789", {}, 0, 10},  // too short to be judged
+                 {"0123456789" + good, {badHead("3736353433323130:01234567", 51), deleted(10, 41)}, 1, 0},
+                 {dots, {badHead("2E2E2E2E2E2E2E2E:........", 70), deleted(70, 0)}, 0, 0},
+                 {dots + good.substr(0, 7),
+                  {badHead("2E2E2E2E2E2E2E2E:........", 77), deleted(77, 0)},
+                  0,
+                  0},  // a head cut in two
+                 {wrongHead + good, {badHead("656C6176726F7571:quorvale", 82), deleted(41, 41)}, 1, 0},
+                 {std::string("ab\0defgh", 8) + good, {badHead("6867666564006261:ab", 49), deleted(8, 41)}, 1, 0},
+                 {wrongEnd + good, {badEnd("52616461525F515A", 82)}, 1, 0},
+                 // A wrong end loses 41 bytes, not the package.
+                 {makePackage(0, "ten bytes!", eIdentify, 9) + good,
+                  {badEnd("616461525F515A21", 92), badHead("6461525F515A2173:s!ZQ_Rad", 51), deleted(10, 41)},
+                  1,
+                  0},
+                 {makePackage(0, "", eIdentify, 65535), {badEnd("0", 41)}, 0, 0},  // an end that is not there
+                 {"check1" + std::string(34, '.'), {}, 0, 40},
+                 {"check1" + good, {beat}, 1, 0},
+                 {std::string("check\0", 6) + "checkQ" + good, {beat, beat}, 1, 0}};
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.bytes);
+        m_packages.clear();
+        m_lines.clear();
+        m_rest.clear();
+        m_splitter.resetCount();
+        feed(c.bytes);
+        EXPECT_EQ(m_lines, c.lines);
+        EXPECT_EQ(m_packages, tTexts(c.packages, good));
+        EXPECT_EQ(m_rest.size(), c.rest);
+    }
+}
+
+TEST_F(tPackageSplitterTest, tellsAGapOnceAndAcceptsAnyFirstNumber)
+{
+    for (const std::uint32_t number : {0U, 1U, 2U, 5U, 6U})
+        feed(makePackage(number));
+    EXPECT_EQ(m_splitter.count(), 7U);
+    m_splitter.resetCount();
+    feed(makePackage(4'000'000'000) + makePackage(4'000'000'002));
+    EXPECT_THAT(m_lines, ElementsAre("\t *** discontinuous data, cnt 3 rec 5 ***\r\n",
+                                     "\t *** discontinuous data, cnt -294967295 rec -294967294 ***\r\n"));
+}
+
+TEST_F(tPackageSplitterTest, countsAPackageAfterItsDeliveryAndLetsAResetDuringOneWin)
+{
+    std::uint32_t during = 99;
+    m_onPackage = [&] { during = m_splitter.count(); };
+    feed(makePackage(8));
+    EXPECT_EQ(during, 8U);
+    EXPECT_EQ(m_splitter.count(), 9U);
+    m_onPackage = [&] { m_splitter.resetCount(); };
+    m_splitter.resetCount();
+    for (const std::uint32_t number : {0U, 500U, 3U})
+    {
+        feed(makePackage(number));
+        EXPECT_EQ(m_splitter.count(), 0U);
+    }
+    EXPECT_THAT(m_lines, IsEmpty());
+}
+
+TEST_F(tPackageSplitterTest, carriesPayloadsOf65494BytesAndNoLongerOnes)
+{
+    feed(makePackage(0, std::string(65494, 'p')) + makePackage(1, std::string(65495, 'p')));
+    EXPECT_EQ(m_packages.size(), 1U);
+    EXPECT_THAT(m_lines, ElementsAre(badEnd("72616461525F515A", 65536), badHead("7070707070707070:pppppppp", 65495),
+                                     deleted(65495, 0)));
+}
+
+TEST_F(tPackageSplitterTest, stopsBetweenTwoPackages)
+{
+    m_onPackage = [&] { m_goOn = false; };
+    feed(makePackage(0) + makePackage(1) + makePackage(2));
+    EXPECT_THAT(m_packages, ElementsAre(makePackage(0)));
+    EXPECT_EQ(m_rest, makePackage(1) + makePackage(2));
+}
+}  // namespace
