@@ -22,7 +22,8 @@ struct tDataFileRecord
 class tDataFilePrivate;
 
 // Opens a file for reading; it may still be being written, and shows what was in it at that moment. One thread at a
-// time. Nothing in a damaged file can make it read outside the file or allocate more than the file holds.
+// time. Nothing in a damaged file can make it read outside the file, or allocate more than eight times
+// what the file holds.
 class KESTOVA_API tDataFile
 {
 public:

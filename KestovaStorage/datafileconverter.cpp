@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <new>
 
@@ -38,11 +39,20 @@ std::string plainName(const std::string& encodedPath, const std::string& suffix)
                                          : encodedPath;
 }
 
+// The file that a link leads to: that one is converted, where it is.
+std::string realPath(const std::string& path)
+{
+    std::error_code error;
+    const std::string real = std::filesystem::canonical(path, error).string();
+    return error ? path : real;
+}
+
 // One file on its way from one form to the other. Every step says why it failed.
 class tConversion
 {
 public:
-    tConversion(const std::string& path, iConversionObserver* observer) : m_path(path), m_observer(observer) {}
+    tConversion(const std::string& path, iConversionObserver* observer) : m_path(realPath(path)), m_observer(observer)
+    {}
 
     bool compress(const std::string& suffix)
     {
@@ -61,8 +71,8 @@ public:
         if (!open(cHuffmanFileHead, "it is not compressed"))
             return false;
         m_total = countedBytes(*m_source);
-        return aim(plainName(m_path, suffix)) && decodeFile(*m_source, *m_out, step(eWriting), m_error) && verify() &&
-               replace();
+        return aim(plainName(m_path, suffix)) && decodeFile(*m_source, m_total, *m_out, step(eWriting), m_error) &&
+               verify() && replace();
     }
     const std::string& result() const { return m_result; }
     std::string error() const { return m_path + ": " + m_error; }
@@ -108,9 +118,9 @@ private:
     {
         if (!m_out->likeFile(m_path) || !m_out->commit(m_path))
             return fail(std::strerror(m_out->error()));
-        if (m_result == m_path || (std::rename(m_path.c_str(), m_result.c_str()) == 0 && syncFolderOf(m_result)))
-            return true;
-        m_result = m_path;  // converted, under the name it had
+        if (m_result != m_path && std::rename(m_path.c_str(), m_result.c_str()) != 0)
+            m_result = m_path;  // converted, under the name it had
+        syncFolderOf(m_result);
         return true;
     }
 

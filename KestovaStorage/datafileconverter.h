@@ -38,7 +38,8 @@ public:
     // is the new path. `observer`, `result` and `error` may be null.
     static bool Compress(const std::string& path, const std::string& specifySuffix, iConversionObserver* observer,
                          std::string* result, std::string* error);
-    // Expands a compressed file; NAME.data takes the place of NAME.tar.data. As Compress otherwise.
+    // Expands a compressed file; NAME.data takes the place of NAME.tar.data. As Compress otherwise; refuses a file that
+    // does not give back as many bytes as its head has counted.
     static bool Expand(const std::string& path, const std::string& specifySuffix, iConversionObserver* observer,
                        std::string* result, std::string* error);
 };

@@ -114,6 +114,11 @@ void tDataStorageIO::CloseReadingFile()
     d->m_player.close();
 }
 
+uint64_t tDataStorageIO::GetUnreadCnt() const
+{
+    return d->m_player.unreadCnt();
+}
+
 bool tDataStorageIO::IsExistPath(const std::string& path)
 {
     return paths::exists(path);

@@ -122,6 +122,14 @@ bool tHuffmanDecode::HasCodes() const
     return d->m_segmentTable.hasCodes();
 }
 
+uint64_t tHuffmanDecode::CountedBits() const
+{
+    std::uint64_t bits = 0;
+    for (std::size_t leaf = 0; HasCodes() && leaf < d->m_segmentTable.tree().leaves(); ++leaf)
+        bits += d->m_segmentTable.tree().freq(leaf) * d->m_segmentTable.tree().code(leaf).length;
+    return bits;
+}
+
 std::string tHuffmanDecode::DecodeSrcFileSegment(char* data, uint32_t len, uint8_t firstBit, uint8_t lastBits) const
 {
     if (!HasCodes() || len == 0)

@@ -34,6 +34,8 @@ public:
     bool SetHuffmanHead(const tFileHead& head);
     // Whether a head was taken whose codes have bits: it named at least two byte values.
     bool HasCodes() const;
+    // Bits of the codes of everything that the head counted: no record of the file can have more.
+    uint64_t CountedBits() const;
     // One record: `firstBit` (0 to 7) is the place of its first bit in the first byte, `lastBits` (1 to 8, 0 meaning 8)
     // the number of valid bits in the last byte. Bits of an unfinished code at the end are dropped. A record of one
     // byte is decoded from its bit 0, whatever `firstBit` says: shift such a byte, or use DecodeSegment. Empty without

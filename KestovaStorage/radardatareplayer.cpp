@@ -156,6 +156,11 @@ uint64_t tRadarDataReplayer::GetSendRefusedCnt() const
     return d->records().refusedCnt();
 }
 
+uint64_t tRadarDataReplayer::GetUnreadCnt() const
+{
+    return d->GetUnreadCnt();
+}
+
 uint64_t tRadarDataReplayer::GetDamagedCnt() const
 {
     return d->records().damagedCnt();

@@ -106,6 +106,7 @@ public:
     // What happened since construction.
     uint64_t GetSentCnt() const;         // replayed records that went out; repetitions and spoke loops not included
     uint64_t GetSendRefusedCnt() const;  // replayed records that the network refused
+    uint64_t GetUnreadCnt() const;       // as in storage::tDataStorageIO
     uint64_t GetDamagedCnt() const;      // records that were no whole package
 
 private:

@@ -1,4 +1,5 @@
 // Recordings that are compressed when they are finished, and files converted later.
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -322,25 +323,85 @@ TEST_F(tCompressedStorageTest, keepsTheOriginalOnAFullDisk)
     EXPECT_FALSE(fs::exists(path + ".part"));
 }
 
-TEST_F(tCompressedStorageTest, neverReadsAFileByTheIndexOfAnother)
+TEST_F(tCompressedStorageTest, playsOnWhereAFileIsCompressedMeanwhile)
 {
-    std::vector<std::unique_ptr<storage::tDataFile>> files;
-    const std::string path = plainFile(unevenSegments(5));
+    const std::string path = plainFile(unevenSegments(50));
+    std::atomic<bool> opened{false};
     tReplayLog log;
     tDataStorageIO player("", ".data");
-    const std::string second = plainFile({{2'000'000, "z"}}, "q.data");
     log.react = [&](const std::string& word) {
-        if (word == "1")  // opened: the file that is read next is another one by now
+        if (word == "0")
+            opened = true;
+        if (word == "1" && opened.exchange(false))
         {
-            fs::rename(path, dir.file("p.old"));
-            plainFile(tSegments(5, {1000, std::string(700, '!')}));
+            std::string error;
+            EXPECT_TRUE(tDataFileConverter::Compress(path, ".data", nullptr, nullptr, &error)) << error;
         }
     };
+    player.OpenReadDataFileorFolder(path, &log);
+    ASSERT_TRUE(log.waitFor("4"));
+    EXPECT_EQ(log.segments().size(), 50u);
+    EXPECT_EQ(player.GetUnreadCnt(), 0u);
+}
+
+TEST_F(tCompressedStorageTest, refusesAFileThatSomebodyElseIsConverting)
+{
+    const std::string path = plainFile(unevenSegments(9000));
+    struct tSecond : storage::iConversionObserver
+    {
+        bool UpdateConversion(storage::tConversionStep step, uint64_t, uint64_t) override
+        {
+            if (step == storage::eVerifying)
+            {
+                EXPECT_FALSE(tDataFileConverter::Compress(path, ".data", nullptr, nullptr, &error));
+            }
+            return true;
+        }
+        std::string path, error;
+    } second;
+    second.path = path;
+    std::string result;
+    ASSERT_TRUE(tDataFileConverter::Compress(path, ".data", &second, &result, nullptr));
+    EXPECT_NE(second.error.find("busy"), std::string::npos) << second.error;
+    EXPECT_EQ(segmentsOf(result), unevenSegments(9000));
+}
+
+TEST_F(tCompressedStorageTest, doesNotExpandWhatItsHeadDoesNotDescribe)
+{
+    std::string path = plainFile(unevenSegments(100)), error;
+    ASSERT_TRUE(tDataFileConverter::Compress(path, ".data", nullptr, &path, nullptr));
+    const std::string before = contents(path);
+    putBytes(path, 24, std::string(1, static_cast<char>(before[24] ^ 0x40)));  // a count
+    EXPECT_FALSE(tDataFileConverter::Expand(path, ".data", nullptr, nullptr, &error));
+    EXPECT_TRUE(fs::exists(path));
+    // A record that claims more bits than everything that was counted has.
+    putBytes(path, 24, before.substr(24, 1));
+    putBytes(path, 2048 + 16, littleEndian(100'000'000, 4));
+    fs::resize_file(path, 40'000'000);
+    storage::tDataFile file;
+    ASSERT_TRUE(file.open(path));
+    std::string bytes;
+    EXPECT_FALSE(file.read(0, bytes));
+    EXPECT_TRUE(file.read(1, bytes));
+}
+
+// Of more than 64 files those that were not read for longest are opened again when they are due.
+TEST_F(tCompressedStorageTest, neverReadsAFileByTheIndexOfAnother)
+{
+    for (std::uint64_t i = 0; i < 70; ++i)
+        plainFile({{1000 + i, "abc"}}, ("f" + std::to_string(10 + i) + ".data").c_str());
+    const std::string last = dir.file("f79.data");
+    tReplayLog log;
+    tDataStorageIO player("", ".data");
+    log.react = [&](const std::string& word) {
+        if (word != "1" || fs::exists(dir.file("old")))
+            return;
+        fs::rename(last, dir.file("old"));
+        plainFile({{5000, "xyz"}}, "f79.data");
+    };
     player.OpenReadDataFileorFolder(dir.string(), &log);
-    ASSERT_TRUE(log.waitFor("1"));
-    player.Jump(2.0);  // everything at once
-    ASSERT_TRUE(log.waitFor("z"));
-    player.CloseReadingFile();
-    for (const auto& segment : log.segments())
-        EXPECT_EQ(segment.bytes.find('!'), std::string::npos);
+    ASSERT_TRUE(log.waitFor("4"));
+    EXPECT_EQ(log.segments().size(), 69u);
+    EXPECT_EQ(log.count("xyz"), 0u);
+    EXPECT_EQ(player.GetUnreadCnt(), 1u);
 }

@@ -109,8 +109,12 @@ TEST_F(tToolPcapTest, recordsOnlyWhatIsSelected)
         result({"pcap", dir.file("r.pcap"), "--select", "239.17.0.2:6001", "--to", dir.file("none"), "--json"}, 3);
     EXPECT_EQ(none.at("recorded").at("datagrams"), 0);
     EXPECT_TRUE(none.at("streams").empty());
-    EXPECT_TRUE(dataFilesBelow(dir.file("none")).empty());
+    EXPECT_TRUE(recordedPackages(dir.file("none")).empty());
     result({"export", dir.file("r.data"), "--pcap", dir.file("r.pcap")}, 1);  // it exists
+    std::ofstream(dir.file("x.part")) << "somebody's";
+    result({"export", dir.file("r.data"), "--pcap", dir.file("x")}, 1);
+    EXPECT_TRUE(std::ifstream(dir.file("x.part")).good());
+    result({"pcap", dir.file("r.pcap"), "--select", "all", "--to", dir.file("r.data")}, 1);  // no folder
 }
 
 TEST_F(tToolPcapTest, saysWhatItCannotReadAndHowToConvertIt)

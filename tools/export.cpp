@@ -36,6 +36,8 @@ struct tOptions
     bool json = false;
 };
 
+constexpr std::size_t cMaxDatagram = 65'507;
+
 // A place behind the end: everything is played without waiting, in order of time.
 constexpr double cWithoutWaiting = 2.0;
 
@@ -84,7 +86,7 @@ private:
         m_session.passed(timeMs, progress);
         ++m_played;
         const auto package = viewPackage({data, len});
-        if (!package || package->ip == 0 || package->port == 0)
+        if (!package || package->ip == 0 || package->port == 0 || package->payload.size() > cMaxDatagram)
             ++m_noDatagram;
         else if (m_streams.includes(package->info.rwType))
             write(timeMs, *package);

@@ -134,6 +134,11 @@ private:
             losses.push_back("interrupted");
         if (m_result.cut)
             losses.push_back("the capture ends within a record");
+        else if (!m_result.finished && !m_result.stopped)
+            losses.push_back("the capture could not be read to its end");
+        say(m_result.droppedRecords, "records of UDP are neither a datagram nor a fragment that can be used");
+        say(m_result.emptyBeginnings, "datagrams had an empty first fragment");
+        say(m_import ? m_import->tooLong() : 0, "datagrams are longer than a datagram can be, left out");
         say(m_result.orphans, "fragments without the beginning of their datagram");
         say(m_result.pending, "datagrams never became whole");
         say(m_result.padded, "datagrams were captured only in part, the rest reads as zeros");
@@ -195,7 +200,7 @@ private:
                             row.address.empty() ? "(beginning missing)" : fmt::format("{}:{}", row.address, row.port),
                             row.count, span.bytes, ratePerSecond(row.count, span), lengthsText(row), kindsText(row));
         }
-        out += fmt::format("{} records, {} of them no UDP", m_result.records, m_result.skippedRecords);
+        out += fmt::format("{} records, {} of them no UDP or too short to tell", m_result.records, m_result.skippedRecords);
         if (m_result.firstTime_us != 0)
             out += fmt::format("; {} to {}", localTimeText(m_result.firstTime_us / 1000),
                                localTimeText(m_result.lastTime_us / 1000));
@@ -239,6 +244,8 @@ private:
                         {"orphans", m_result.orphans},
                         {"pending", m_result.pending},
                         {"padded", m_result.padded},
+                        {"emptyBeginnings", m_result.emptyBeginnings},
+                        {"finished", m_result.finished},
                         {"cut", m_result.cut},
                         {"first_ms", m_result.firstTime_us / 1000},
                         {"last_ms", m_result.lastTime_us / 1000}};

@@ -169,7 +169,7 @@ private:
         }
         for (std::string& file : m_files)
             if (!std::filesystem::exists(file))
-                file.replace(file.rfind(cSuffix), std::string::npos, std::string(".tar") + cSuffix);
+                file.replace(file.find(cSuffix, file.rfind('/') + 1), std::string::npos, std::string(".tar") + cSuffix);
     }
 
     int report()

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -76,9 +77,19 @@ void tCompressions::work()
             m_busy = true;
             cancelled = m_cancelled;
         }
-        compress(job, cancelled);
+        tryCompress(job, cancelled);
         m_worker.wake([this] { m_busy = false; });
     }
+}
+
+void tCompressions::tryCompress(tJob& job, unsigned int cancelled)
+try
+{
+    compress(job, cancelled);
+}
+catch (const std::bad_alloc&)
+{
+    say(job.path, "not enough memory");
 }
 
 // The plain file goes when every byte of the compressed one is on the disk.
@@ -88,7 +99,10 @@ void tCompressions::compress(tJob& job, unsigned int cancelled)
     std::string error;
     const auto plain = isComplete(job) ? tDataFileReader::open(job.path, &error) : nullptr;
     if (!plain || !plain->finished() || plain->damaged() != 0)
-        return say(job.path, error.empty() ? "it is not complete" : error);
+    {
+        const char* const why = job.encoder->GetPreReadSize() == 0 ? "it holds no segments" : "it is not complete";
+        return say(job.path, error.empty() ? why : error);
+    }
     const std::string name = encodedName(job.path, m_specifySuffix);
     tOutputFile out(name);
     if (!out.isOpen())

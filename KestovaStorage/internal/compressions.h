@@ -43,6 +43,7 @@ private:
     };
 
     void work();
+    void tryCompress(tJob& job, unsigned int cancelled);
     void compress(tJob& job, unsigned int cancelled);
     bool isComplete(const tJob& job) const;
 

@@ -110,6 +110,7 @@ const huffman::tHuffmanDecode* tDataFileReader::decoder()
             return nullptr;
         m_decoder = std::make_unique<huffman::tHuffmanDecode>(huffman::eSegmentMode);
         m_decoder->SetHuffmanHead(head);
+        m_countedBits = m_decoder->CountedBits();
     }
     return m_decoder->HasCodes() ? m_decoder.get() : nullptr;
 }

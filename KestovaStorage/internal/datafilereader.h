@@ -51,6 +51,7 @@ public:
     bool read(std::uint64_t pos, std::size_t len, char* to);
     // Reads the codes of a Huffman file; null where they cannot be used. Kept until closeFile().
     const huffman::tHuffmanDecode* decoder();
+    std::uint64_t countedBits() const { return m_countedBits; }  // of its decoder, once that was asked for
     void closeFile();
 
 private:
@@ -69,6 +70,7 @@ private:
     net::tDescriptor m_file;
     std::uint64_t m_device = 0, m_inode = 0;  // of the file that was opened first
     std::unique_ptr<huffman::tHuffmanDecode> m_decoder;
+    std::uint64_t m_countedBits = 0;
     std::uint64_t m_size = 0;
     tFileHeadSymbol m_symbol = cDataFileHead;
     bool m_finished = false;

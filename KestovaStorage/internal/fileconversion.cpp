@@ -188,7 +188,7 @@ catch (const std::out_of_range&)
     return fail(error, "it has changed since its bytes were counted");
 }
 
-bool decodeFile(tDataFileReader& encoded, tOutputFile& out, const tGoOn& goOn, std::string& error)
+bool decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tGoOn& goOn, std::string& error)
 {
     tSegmentReader segments(cWindow);
     tProgress progress(goOn);
@@ -208,6 +208,8 @@ bool decodeFile(tDataFileReader& encoded, tOutputFile& out, const tGoOn& goOn, s
         if (!progress.add(len))
             return fail(error, cStopped);
     }
+    if (payload.position() != cPayloadPos + bytes)
+        return fail(error, "its codes do not give as many bytes as its head says");
     unsigned char magic[4];
     le::store(magic, static_cast<std::uint32_t>(cDataFileHead));
     return (out.writeAt(magic, sizeof magic, 0) && payload.flush() && index.flush() && writeIndexHead(out, head)) ||

@@ -26,8 +26,8 @@ bool countSegments(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, con
 // stored form cannot give back.
 bool encodeFile(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, tOutputFile& out, const tGoOn& goOn,
                 std::string& error);
-// Writes the plain file of a Huffman file.
-bool decodeFile(tDataFileReader& encoded, tOutputFile& out, const tGoOn& goOn, std::string& error);
+// Writes the plain file of a Huffman file, which must give `bytes` bytes of payload.
+bool decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tGoOn& goOn, std::string& error);
 // Whether both hold the same segments with the same times, read back one by one.
 bool sameSegments(tDataFileReader& a, tDataFileReader& b, const tGoOn& goOn, std::string& error);
 

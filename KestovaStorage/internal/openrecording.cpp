@@ -40,8 +40,12 @@ void tOpenRecording::addFile(const std::string& path)
     std::unique_ptr<tDataFileReader> reader = tDataFileReader::open(path);
     if (!reader)
         return;
-    reader->closeFile();
     m_files.push_back(std::move(reader));
+    // What is open stays readable when somebody removes it, a recorder that has compressed it for one.
+    if (m_openFiles.size() < cMaxOpenFiles)
+        m_openFiles.push_back(m_files.back().get());
+    else
+        m_files.back()->closeFile();
 }
 
 void tOpenRecording::putInOrder(const tCancelled& cancelled)

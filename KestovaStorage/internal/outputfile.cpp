@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,10 +15,31 @@ constexpr char cEnding[] = ".part";
 }
 
 tOutputFile::tOutputFile(const std::string& name)
-    : m_path(name + cEnding), m_file(::open(m_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666))
+    : m_path(name + cEnding), m_file(::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666))
 {
-    if (!isOpen())
-        fail();
+    if (isOpen() && claim())
+        return;
+    fail();
+    m_file.reset();
+}
+
+// The file is ours as long as the descriptor lives. Whoever had it before may have given it its name in the instant
+// before it became ours.
+bool tOutputFile::claim()
+{
+    struct stat opened, named;
+    if (::flock(m_file.get(), LOCK_EX | LOCK_NB) != 0 || ::fstat(m_file.get(), &opened) != 0 ||
+        ::stat(m_path.c_str(), &named) != 0)
+    {
+        errno = errno == EWOULDBLOCK ? EBUSY : errno;
+        return false;
+    }
+    if (opened.st_ino != named.st_ino || opened.st_dev != named.st_dev)
+    {
+        errno = EBUSY;
+        return false;
+    }
+    return ::ftruncate(m_file.get(), 0) == 0;
 }
 
 tOutputFile::~tOutputFile()
@@ -51,6 +73,9 @@ bool tOutputFile::likeFile(const std::string& path)
     if (::stat(path.c_str(), &info) != 0)
         return fail();
     const timespec times[2] = {info.st_atim, info.st_mtim};
+    // Only root may give a file away; for others it stays theirs.
+    if (::fchown(m_file.get(), info.st_uid, info.st_gid) != 0 && errno != EPERM)
+        return fail();
     return (::fchmod(m_file.get(), info.st_mode & 07777) == 0 && ::futimens(m_file.get(), times) == 0) || fail();
 }
 
@@ -59,7 +84,8 @@ bool tOutputFile::commit(const std::string& name)
     if (!sync() || std::rename(m_path.c_str(), name.c_str()) != 0)
         return fail();
     m_committed = true;
-    return syncFolderOf(name) || fail();
+    syncFolderOf(name);
+    return true;
 }
 
 bool tOutputFile::fail()
@@ -69,11 +95,12 @@ bool tOutputFile::fail()
     return false;
 }
 
-bool syncFolderOf(const std::string& path)
+void syncFolderOf(const std::string& path)
 {
     const std::size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     const net::tDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return opened.valid() && ::fsync(opened.get()) == 0;
+    if (opened.valid())
+        ::fsync(opened.get());
 }
 }  // namespace storage

@@ -18,7 +18,7 @@ class tOutputFile
 {
 public:
     // Makes `name` with another ending, so that nobody takes it for a data file meanwhile; what is left there of an
-    // earlier attempt is replaced.
+    // earlier attempt is replaced, unless somebody else is writing it (EBUSY).
     explicit tOutputFile(const std::string& name);
     ~tOutputFile();
     tOutputFile(const tOutputFile&) = delete;
@@ -29,11 +29,12 @@ public:
     int error() const { return m_error; }               // an errno; 0 where all went well
     bool writeAt(const void* data, std::size_t len, std::uint64_t pos);
     bool sync();
-    bool likeFile(const std::string& path);  // takes that file's permissions and times
-    // Syncs, and gives the file the name `name`, whatever had it before, and the disk knows.
+    bool likeFile(const std::string& path);  // takes that file's owner, permissions and times
+    // Syncs, and gives the file the name `name`, whatever had it before.
     bool commit(const std::string& name);
 
 private:
+    bool claim();
     bool fail();
 
     const std::string m_path;
@@ -42,8 +43,8 @@ private:
     bool m_committed = false;
 };
 
-// Makes a change of names in the folder of `path` permanent.
-bool syncFolderOf(const std::string& path);
+// Makes a change of names in the folder of `path` permanent, where the file system can.
+void syncFolderOf(const std::string& path);
 }  // namespace storage
 
 #endif

@@ -412,7 +412,10 @@ void tReplayPlayer::deliver(const tTimelineSegment& place)
 {
     const auto segment = m_recording.read(place);
     if (!segment)
+    {
+        ++m_unreadCnt;
         return;
+    }
     const tSegmentTimeline& timeline = m_recording.timeline();
     const double progress = progressOf(place.key, timeline.firstKey(), timeline.lastKey());
     m_observer.through([&](iDataReadReplayObserver& observer) {

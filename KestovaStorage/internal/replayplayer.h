@@ -11,6 +11,7 @@
 #ifndef KESTOVA_INTERNAL_REPLAYPLAYER_H
 #define KESTOVA_INTERNAL_REPLAYPLAYER_H
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -40,6 +41,7 @@ public:
     bool stop();
     bool jump(double fraction);
     void close();
+    std::uint64_t unreadCnt() const { return m_unreadCnt; }  // segments that were due and could not be read
 
 private:
     enum class eJob
@@ -117,6 +119,7 @@ private:
     unsigned int m_clockChanges = 0;  // how often speed or pause were set
 
     tOpenRecording m_recording;
+    std::atomic<std::uint64_t> m_unreadCnt{0};
 
     tWorker m_player;
 };

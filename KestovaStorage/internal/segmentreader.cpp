@@ -34,9 +34,10 @@ std::optional<std::string_view> tSegmentReader::decode(tDataFileReader& file, co
     if (record.huffmanBits == 0)
         return std::string_view();  // a segment all of whose bytes have a code of no bits
     const huffman::tHuffmanDecode* const decoder = file.decoder();
+    if (decoder == nullptr || record.huffmanBits > file.countedBits())
+        return std::nullopt;
     const std::uint64_t lastBit = std::uint64_t{record.firstBitPos} + record.huffmanBits;
-    const char* const codes =
-        decoder ? bytesAt(file, record.firstBytePos, static_cast<std::size_t>((lastBit + 7) / 8)) : nullptr;
+    const char* const codes = bytesAt(file, record.firstBytePos, static_cast<std::size_t>((lastBit + 7) / 8));
     if (codes == nullptr)
         return std::nullopt;
     const std::size_t limit = decoder->DecodedSizeLimit(record.huffmanBits);
@@ -50,7 +51,9 @@ const char* tSegmentReader::bytesAt(tDataFileReader& file, std::uint64_t pos, st
     if (&file != m_file || pos < m_pos || pos + len > m_end)
     {
         const std::uint64_t left = file.size() > pos ? file.size() - pos : 0;
-        const auto size = std::max(len, static_cast<std::size_t>(std::min<std::uint64_t>(m_windowSize, left)));
+        const bool readsOn = &file == m_file && pos == m_end;
+        const std::uint64_t ahead = readsOn ? std::min<std::uint64_t>(m_windowSize, left) : 0;
+        const std::size_t size = std::max(len, static_cast<std::size_t>(ahead));
         m_file = nullptr;
         if (!file.read(pos, size, m_read.need(size)))
             return nullptr;

@@ -1,7 +1,7 @@
 // tSegmentReader: the bytes of recorded segments, from plain and from Huffman files.
 //
-// Shapes   reads `window` bytes at once where that is more than the segment: for whoever reads a file from front to
-//          back. Buffers grow to the longest segment met.
+// Shapes   reads `window` bytes at once where segments follow each other: for whoever reads a file from front to back.
+//          Buffers grow to the longest segment met.
 // Threads  none; one at a time.
 // Errors   nothing where the file does not give the bytes, its codes cannot be read, or there is no memory.
 #ifndef KESTOVA_INTERNAL_SEGMENTREADER_H

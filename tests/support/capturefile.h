@@ -33,7 +33,8 @@ struct tFrame
         return std::string(12, '\x02') + bigEndian16(type) + "\x45" + '\0' +
                bigEndian16(totalLen < 0 ? held : static_cast<unsigned>(totalLen)) + bigEndian16(id) +
                bigEndian16(flags << 13 | offset) + '\x40' + static_cast<char>(protocol) + bigEndian16(0) +
-               littleEndian(net::transAddr("10.0.0.1")) + littleEndian(net::transAddr(to.c_str())) + udp + payload;
+               littleEndian(net::transAddr("10.0.0.1"), 4) + littleEndian(net::transAddr(to.c_str()), 4) + udp +
+               payload;
     }
 };
 
@@ -45,8 +46,8 @@ public:
 
     tCapture& add(const std::string& frame, std::uint32_t seconds, std::uint32_t microseconds, std::uint32_t capLen)
     {
-        bytes +=
-            littleEndian(seconds) + littleEndian(microseconds) + littleEndian(capLen) + littleEndian(capLen) + frame;
+        bytes += littleEndian(seconds, 4) + littleEndian(microseconds, 4) + littleEndian(capLen, 4) +
+                 littleEndian(capLen, 4) + frame;
         ++m_records;
         return *this;
     }
@@ -61,8 +62,8 @@ public:
         return path;
     }
 
-    std::string bytes = littleEndian(std::uint32_t{0xA1B2C3D4}) + littleEndian(std::uint32_t{0x40002}) +
-                        std::string(8, '\0') + littleEndian(std::uint32_t{65535}) + littleEndian(std::uint32_t{1});
+    std::string bytes = littleEndian(0xA1B2C3D4, 4) + littleEndian(0x40002, 4) + std::string(8, '\0') +
+                        littleEndian(65535, 4) + littleEndian(1, 4);
 
 private:
     std::uint32_t m_records = 0;

@@ -7,12 +7,14 @@
 #include <utility>
 
 #include "tools/failure.h"
+#include "tools/recorder/recordingplace.h"
 
 namespace tool
 {
 namespace
 {
 constexpr std::uint64_t cQueueBytes = 32 << 20;  // waits for the disk before more than that is queued
+constexpr int cMaxDatagram = 65'507;             // fragments that lie can make more of one
 constexpr unsigned int cDiskTimeout_ms = 60'000;
 
 // What a recorder would have stamped on the kinds that the capture reader knows. Other datagrams, control messages
@@ -45,7 +47,7 @@ std::uint64_t milliseconds(std::uint64_t us)
 }  // namespace
 
 tCaptureImport::tCaptureImport(const std::string& root, std::string name)
-    : m_root(root), m_name(std::move(name)), m_storage(root, ".data")
+    : m_root(prepareRecording({}, 0, root)), m_name(std::move(name)), m_storage(m_root, ".data")
 {
     std::atomic_ref<bool>(storage::tDataStorageIO::DiskCheckThreadEnable).store(false);
     m_builder.AddPackageObserer(this);
@@ -60,11 +62,17 @@ void tCaptureImport::start(std::uint64_t timeMs)
 {
     if (!m_storage.CreateNewWritingFile(timeMs, m_name, false))
         throw tFailure("cannot record below " + m_root + ": see the line above");
+    requireFileBelow(m_root, m_storage.GetCurrentWriteDataFileName());
     noteFile();
 }
 
 void tCaptureImport::add(const pcap::tPcapDatagram& datagram)
 {
+    if (datagram.len > cMaxDatagram)
+    {
+        ++m_tooLong;
+        return;
+    }
     const std::uint64_t timeMs = milliseconds(datagram.time_us);
     if (m_recorded == 0)
         start(timeMs);

@@ -17,7 +17,8 @@ class tCaptureImport : private iPackageObserver
 {
 public:
     // Records into a new folder below `root`, in files named after `name`; the first datagram starts it. Nothing that
-    // is already there is deleted, however full the disk is.
+    // is already there is deleted, however full the disk is. Throws tFailure for a root that is no folder or may not be
+    // written.
     tCaptureImport(const std::string& root, std::string name);
     ~tCaptureImport() override;
 
@@ -27,6 +28,7 @@ public:
     void finish();
     const std::vector<std::string>& files() const { return m_files; }
     std::uint64_t recorded() const { return m_recorded; }
+    std::uint64_t tooLong() const { return m_tooLong; }  // longer than a datagram can be, left out
 
 private:
     void UpdateSplittedPackage(const tRadarMsgPackage*, unsigned int, int) override {}
@@ -37,7 +39,7 @@ private:
 
     const std::string m_root, m_name;
     std::vector<std::string> m_files;
-    std::uint64_t m_recorded = 0, m_queuedBytes = 0;
+    std::uint64_t m_recorded = 0, m_tooLong = 0, m_queuedBytes = 0;
     storage::tDataStorageIO m_storage;
     tPackageBuilderAndSplitter m_builder;  // writes into m_storage
 };

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <pcap/pcap.h>
 #include <unistd.h>
 
@@ -25,11 +26,18 @@ class tCaptureWriter::tPrivate
 {
 public:
     explicit tPrivate(const std::string& path)
-        : m_path(path), m_part(path + ".part"), m_handle(pcap_open_dead(DLT_EN10MB, cSnapLen)),
-          m_dumper(m_handle ? pcap_dump_open(m_handle.get(), m_part.c_str()) : nullptr)
+        : m_path(path), m_part(path + ".part"), m_handle(pcap_open_dead(DLT_EN10MB, cSnapLen))
     {
+        // What has this name already may be anything, the recording itself for one.
+        const int fd = ::open(m_part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd < 0)
+            throw tFailure(m_part + " cannot be made: " + std::strerror(errno));
+        std::FILE* const file = ::fdopen(fd, "wb");
+        if (file == nullptr || !m_handle)
+            throw tFailure("not enough memory to write " + path);
+        m_dumper.reset(pcap_dump_fopen(m_handle.get(), file));
         if (!m_dumper)
-            throw tFailure(m_handle ? pcap_geterr(m_handle.get()) : "not enough memory to write " + path);
+            throw tFailure(pcap_geterr(m_handle.get()));
     }
     ~tPrivate()
     {

@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 [[noreturn]] void refuseRoot(const std::string& folder, int error)
 {
-    throw tFailure(fmt::format("cannot record into {}: {}; choose another --root", folder, std::strerror(error)));
+    throw tFailure(fmt::format("cannot record into {}: {}; choose another folder", folder, std::strerror(error)));
 }
 
 // Folders of a recording tree belong to their owner alone, as those that the library makes below them.

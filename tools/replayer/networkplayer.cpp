@@ -1,6 +1,5 @@
 #include <filesystem>
 
-#include "KestovaStorage/datafile.h"
 #include "KestovaStorage/radardatareplayer.h"
 #include "UdpSocket/udpsocket.h"
 #include "tools/replayer/player.h"
@@ -56,16 +55,7 @@ public:
     void close() override { m_replayer.CloseReadingFile(); }
     std::uint64_t sent() const override { return m_replayer.GetSentCnt(); }
     std::uint64_t refused() const override { return m_replayer.GetSendRefusedCnt(); }
-    std::uint64_t countDamaged(const std::vector<std::string>& files, bool) const override
-    {
-        std::uint64_t damaged = m_replayer.GetDamagedCnt();
-        for (const std::string& path : files)
-        {
-            storage::tDataFile file;
-            damaged += file.open(path) ? file.damagedCount() : 0;
-        }
-        return damaged;
-    }
+    std::uint64_t unplayed() const override { return m_replayer.GetDamagedCnt() + m_replayer.GetUnreadCnt(); }
 
 private:
     void UpdateReplayStatus(tReplayStatus status) override { m_session.status(status); }

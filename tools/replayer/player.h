@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "tools/replayer/addressmap.h"
 #include "tools/replayer/replaysession.h"
@@ -23,9 +22,8 @@ public:
     virtual void setSpeed(double rate) = 0;
     virtual bool jump(double fraction) = 0;
     virtual void close() = 0;
-    // Records that could not be played: damaged in these files, or no packages where only packages can be sent.
-    // `whole`: everything was played once, from the first record to the last.
-    virtual std::uint64_t countDamaged(const std::vector<std::string>& files, bool whole) const = 0;
+    // Records that were due and could not be played: not to be read, or no packages where only packages can be sent.
+    virtual std::uint64_t unplayed() const = 0;
     virtual std::uint64_t sent() const { return 0; }     // datagrams
     virtual std::uint64_t refused() const { return 0; }  // by the network
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 
+#include "KestovaStorage/datafile.h"
 #include "tools/console.h"
 #include "tools/failure.h"
 #include "tools/units.h"
@@ -131,7 +132,6 @@ bool tReplay::steer()
 
 void tReplay::press(eKey key)
 {
-    m_steered = true;
     const auto now = static_cast<std::int64_t>(m_session.state().timeMs);
     switch (key)
     {
@@ -188,10 +188,21 @@ void tReplay::showProgress()
                                    sizeText(total(m_session.table()).bytes), m_paused ? "  paused" : ""));
 }
 
+// Damaged in the files, and what could not be played of the rest.
+std::uint64_t tReplay::countDamaged() const
+{
+    std::uint64_t damaged = m_player->unplayed();
+    for (const std::string& path : m_files)
+    {
+        storage::tDataFile file;
+        damaged += file.open(path) ? file.damagedCount() : 0;
+    }
+    return damaged;
+}
+
 int tReplay::report()
 {
-    const bool whole = m_ended && m_passes == 1 && !m_steered && m_startMs <= m_session.state().firstMs;
-    const std::uint64_t damaged = m_player->countDamaged(m_files, whole);
+    const std::uint64_t damaged = countDamaged();
     if (m_options.json)
         printJson(m_console, json(damaged));
     else

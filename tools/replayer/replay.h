@@ -49,6 +49,7 @@ private:
     void setPace(tPace pace);
     void jumpTo(std::int64_t timeMs);
     void showProgress();
+    std::uint64_t countDamaged() const;
     int report();
     tJson json(std::uint64_t damaged) const;
     std::string text() const;
@@ -60,7 +61,6 @@ private:
     tSteering m_steering;
     tPace m_pace;
     bool m_paused = false;
-    bool m_steered = false;       // a key has changed what is played: nothing can be said to be missing
     std::uint64_t m_startMs = 0;  // set by begin(), before opening is over
     std::uint64_t m_passes = 0;
     bool m_ended = false;

@@ -1,7 +1,3 @@
-#include <map>
-#include <mutex>
-
-#include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datastorageio.h"
 #include "tools/packageview.h"
 #include "tools/replayer/player.h"
@@ -24,7 +20,7 @@ public:
     void setSpeed(double rate) override { m_storage.FastSlowForward(rate); }
     bool jump(double fraction) override { return m_storage.Jump(fraction); }
     void close() override { m_storage.CloseReadingFile(); }
-    std::uint64_t countDamaged(const std::vector<std::string>& files, bool whole) const override;
+    std::uint64_t unplayed() const override { return m_storage.GetUnreadCnt(); }
 
 private:
     void UpdateReplayStatus(std::uint8_t status) override { m_session.status(status); }
@@ -37,18 +33,12 @@ private:
 
     tReplaySession& m_session;
     const tStreamChoice m_streams;
-    mutable std::mutex m_mutex;
-    std::map<std::string, std::uint64_t> m_perFile;  // records played, chosen or not; guarded by m_mutex
-    storage::tDataStorageIO m_storage;               // last: its threads call this object
+    storage::tDataStorageIO m_storage;  // last: its threads call this object
 };
 
 void tTerminalPlayer::UpdateReplayData(std::uint64_t timeMs, double progress, const char* data, unsigned int len,
-                                       std::string fileName)
+                                       std::string)
 {
-    {
-        const std::lock_guard lock(m_mutex);
-        ++m_perFile[fileName];
-    }
     m_session.passed(timeMs, progress);
     const std::string_view segment(data, len);
     const auto package = viewPackage(segment);
@@ -58,21 +48,6 @@ void tTerminalPlayer::UpdateReplayData(std::uint64_t timeMs, double progress, co
         m_session.count(tStreamKey::raw(), segment);
 }
 
-std::uint64_t tTerminalPlayer::countDamaged(const std::vector<std::string>&, bool whole) const
-{
-    const std::lock_guard lock(m_mutex);
-    std::uint64_t damaged = 0;
-    for (const auto& [path, played] : m_perFile)
-    {
-        storage::tDataFile file;
-        if (!file.open(path))
-            continue;
-        damaged += file.damagedCount();
-        if (whole && file.finished() && file.recordCount() > played)
-            damaged += file.recordCount() - played;
-    }
-    return damaged;
-}
 }  // namespace
 
 std::unique_ptr<iPlayer> makeTerminalPlayer(tReplaySession& session, const tStreamChoice& streams,
