@@ -200,7 +200,8 @@ private:
                             row.address.empty() ? "(beginning missing)" : fmt::format("{}:{}", row.address, row.port),
                             row.count, span.bytes, ratePerSecond(row.count, span), lengthsText(row), kindsText(row));
         }
-        out += fmt::format("{} records, {} of them no UDP or too short to tell", m_result.records, m_result.skippedRecords);
+        out += fmt::format("{} records, {} of them no UDP or too short to tell", m_result.records,
+                           m_result.skippedRecords);
         if (m_result.firstTime_us != 0)
             out += fmt::format("; {} to {}", localTimeText(m_result.firstTime_us / 1000),
                                localTimeText(m_result.lastTime_us / 1000));
