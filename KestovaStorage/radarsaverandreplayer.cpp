@@ -76,7 +76,8 @@ private:
     }
 
     std::atomic<eSaveReplayState> m_state{eIdle};
-    std::atomic<bool> m_told{false};  // a replay that was opened may go on: the observer has been told of it
+    std::atomic<bool> m_ending{false};  // no message is handed on any more
+    std::atomic<bool> m_told{false};    // a replay that was opened may go on: the observer has been told of it
     iSaveReplayObserver* const m_observer;
     std::unique_ptr<tPackageBuilderAndSplitter> m_packageBuilder = std::make_unique<tPackageBuilderAndSplitter>();
 };
@@ -119,7 +120,7 @@ void tRadarSaverAndReplayerPrivate::finishFile()
 
 bool tRadarSaverAndReplayerPrivate::startReplaying(const std::string& path)
 {
-    m_told = false;
+    m_told = m_ending = false;
     if (!m_replayer.OpenReadDataFileorFolder(path, this))
         return false;
     enter(eReplaying);
@@ -129,6 +130,7 @@ bool tRadarSaverAndReplayerPrivate::startReplaying(const std::string& path)
 
 void tRadarSaverAndReplayerPrivate::endReplay()
 {
+    m_ending = true;
     letReplay();  // where the observer, being told, wants none of it
     m_replayer.CloseReadingFile();
     enter(eIdle);
@@ -139,7 +141,7 @@ void tRadarSaverAndReplayerPrivate::UpdateReplayData(std::uint64_t, double progr
 {
     const tRadarMsgPackage* const package = asWholePackage(data, len);
     if (package == nullptr || package->msgInfo.radarMultiNum != cOwnRecords || package->udpAddr != 0 ||
-        package->udpPort != 0 || m_observer == nullptr)
+        package->udpPort != 0 || m_observer == nullptr || m_ending)
         return;
     m_observer->UpdateReplayData(progress, (package->msgInfo.type << 8) + package->msgInfo.rwType,
                                  data + cPackageHeadSize, package->msgLen);
