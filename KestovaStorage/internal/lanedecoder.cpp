@@ -24,30 +24,29 @@ std::uint64_t safeRounds(const tLanes& lanes)
 }
 
 // One lane's round: up to 56 bits.
-KESTOVA_INLINE void decodeSome(const tSymbolTable& table, const std::uint64_t* entries, std::uint64_t mask,
-                               const unsigned char* data, std::uint64_t& pos, unsigned char*& out)
+KESTOVA_INLINE void decodeSome(const tSymbolTable& table, const tLookups& lookups, const unsigned char* data,
+                               std::uint64_t& pos, unsigned char*& out)
 {
     std::uint64_t bits = le::load<std::uint64_t>(data + pos / 8) >> (pos % 8);
-    std::uint64_t used = look(entries, mask, bits, out);
-    if (tSymbolTable::bitsOf(used) == 0)
+    const std::uint64_t index = bits & lookups.mask;
+    if (lookups.lengths[index] == 0)
     {
-        const tSymbolTable::tSymbol symbol = table.longSymbol(used, bits >> table.width());
+        const tSymbolTable::tSymbol symbol = table.longSymbol(lookups.entries[index], bits >> table.width());
         if (symbol.length == 0)
             return;  // too long a code: the lane goes no further
         *out++ = symbol.value;
         pos += table.width() + symbol.length;
         return;
     }
+    std::uint64_t used = lookups.take(index, bits, out);
     for (unsigned looks = 1; looks < cLooksAtOnce; ++looks)
-        used += look(entries, mask, bits, out);
-    pos += tSymbolTable::bitsOf(used);
+        used += lookups.take(bits, out);
+    pos += used;
 }
 
 template <typename tLanes>
-KESTOVA_INLINE void decodeLanes(const tSymbolTable& table, tLanes& lanes)
+KESTOVA_INLINE void decodeRounds(const tSymbolTable& table, const tLookups lookups, tLanes& lanes, std::uint64_t rounds)
 {
-    const std::uint64_t* const entries = table.entries();
-    const std::uint64_t mask = (std::uint64_t{1} << table.width()) - 1;
     const unsigned char* const data = lanes[0].range.data;
     static_assert(std::tuple_size_v<tLanes> == 4);
     std::uint64_t pos[4];
@@ -57,12 +56,12 @@ KESTOVA_INLINE void decodeLanes(const tSymbolTable& table, tLanes& lanes)
         pos[i] = lanes[i].range.pos;
         out[i] = lanes[i].out;
     }
-    for (std::uint64_t rounds = safeRounds(lanes); rounds != 0; --rounds)
+    for (; rounds != 0; --rounds)
     {
-        decodeSome(table, entries, mask, data, pos[0], out[0]);
-        decodeSome(table, entries, mask, data, pos[1], out[1]);
-        decodeSome(table, entries, mask, data, pos[2], out[2]);
-        decodeSome(table, entries, mask, data, pos[3], out[3]);
+        decodeSome(table, lookups, data, pos[0], out[0]);
+        decodeSome(table, lookups, data, pos[1], out[1]);
+        decodeSome(table, lookups, data, pos[2], out[2]);
+        decodeSome(table, lookups, data, pos[3], out[3]);
     }
     for (std::size_t i = 0; i < 4; ++i)
     {
@@ -72,15 +71,15 @@ KESTOVA_INLINE void decodeLanes(const tSymbolTable& table, tLanes& lanes)
 }
 
 template <typename tLanes>
-void decodeLanesPortable(const tSymbolTable& table, tLanes& lanes)
+void decodeRoundsPortable(const tSymbolTable& table, tLanes& lanes, std::uint64_t rounds)
 {
-    decodeLanes(table, lanes);
+    decodeRounds(table, tLookups(table), lanes, rounds);
 }
 
 template <typename tLanes>
-KESTOVA_WITH_BMI2 void decodeLanesBmi2(const tSymbolTable& table, tLanes& lanes)
+KESTOVA_WITH_BMI2 void decodeRoundsBmi2(const tSymbolTable& table, tLanes& lanes, std::uint64_t rounds)
 {
-    decodeLanes(table, lanes);
+    decodeRounds(table, tLookups(table), lanes, rounds);
 }
 }  // namespace
 
@@ -97,15 +96,6 @@ unsigned char* tLaneDecoder::decode(tBitRange& range, unsigned char* out, unsign
     return worthLanesAgain ? out : m_decoder.decode(range, out, outEnd);
 }
 
-// The first place behind the run-in of a guess at which a code probably begins.
-std::uint64_t tLaneDecoder::guess(const tBitRange& range) const
-{
-    unsigned char ignored[cRunIn + tSymbolDecoder::cSlack];
-    tBitRange runIn{range.data, range.pos, range.pos + cRunIn};
-    m_decoder.decode(runIn, ignored, ignored + sizeof ignored);
-    return runIn.pos;
-}
-
 tLaneDecoder::tLanes tLaneDecoder::makeLanes(const tBitRange& range, unsigned char* out, unsigned char* outEnd)
 {
     const std::uint64_t bits = laneBits(range.left());
@@ -113,23 +103,43 @@ tLaneDecoder::tLanes tLaneDecoder::makeLanes(const tBitRange& range, unsigned ch
     if (!m_scratch)
         m_scratch.reset(new unsigned char[(cLanes - 1) * room]);
     tLanes lanes;
-    lanes[0] = {range, out, out, outEnd};
+    for (std::size_t i = 0; i < cLanes; ++i)
+    {
+        const std::uint64_t start = range.pos + i * bits - (i == 0 ? 0 : cRunIn);
+        unsigned char* const to = i == 0 ? out : m_scratch.get() + (i - 1) * room;
+        lanes[i] = {{range.data, start, start + cRunIn}, to, to, i == 0 ? outEnd : to + room};
+    }
+    decodeTogether(lanes);
     for (std::size_t i = 1; i < cLanes; ++i)
     {
-        unsigned char* const scratch = m_scratch.get() + (i - 1) * room;
-        const std::uint64_t start = guess({range.data, range.pos + i * bits - cRunIn, range.end});
-        lanes[i] = {{range.data, start, range.end}, scratch, scratch, scratch + room};
-        lanes[i - 1].range.end = start;
+        lanes[i].begin = lanes[i].out;
+        lanes[i - 1].range.end = lanes[i].range.pos;
     }
     lanes[cLanes - 1].range.end = range.pos + cLanes * bits;
     return lanes;
+}
+
+// Brings all lanes near their ends, or up to a code that is too long.
+void tLaneDecoder::decodeTogether(tLanes& lanes) const
+{
+    const auto where = [&] {
+        return lanes[0].range.pos + lanes[1].range.pos + lanes[2].range.pos + lanes[3].range.pos;
+    };
+    std::uint64_t before;
+    do
+    {
+        before = where();
+        const std::uint64_t rounds = safeRounds(lanes);
+        usesBmi2(m_instructions) ? decodeRoundsBmi2(m_table, lanes, rounds)
+                                 : decodeRoundsPortable(m_table, lanes, rounds);
+    } while (where() != before);
 }
 
 // Moves on by what the lanes decoded up to the first one that did not meet the next.
 unsigned char* tLaneDecoder::decodeRound(tBitRange& range, unsigned char* out, unsigned char* outEnd)
 {
     tLanes lanes = makeLanes(range, out, outEnd);
-    usesBmi2(m_instructions) ? decodeLanesBmi2(m_table, lanes) : decodeLanesPortable(m_table, lanes);
+    decodeTogether(lanes);
     for (std::size_t i = 0; i < cLanes; ++i)
     {
         tLane& lane = lanes[i];

@@ -35,7 +35,7 @@ public:
 private:
     static constexpr std::size_t cLanes = 4;
     static constexpr std::uint64_t cMostLaneBits = 32768;
-    static constexpr std::uint64_t cRunIn = 768;  // bits until a guess is taken to be in step
+    static constexpr std::uint64_t cRunIn = 768;  // bits within which a guess is taken to come into step
 
     struct tLane
     {
@@ -55,7 +55,7 @@ private:
     }
     tLanes makeLanes(const tBitRange& range, unsigned char* out, unsigned char* outEnd);
     unsigned char* decodeRound(tBitRange& range, unsigned char* out, unsigned char* outEnd);
-    std::uint64_t guess(const tBitRange& range) const;
+    void decodeTogether(tLanes& lanes) const;
 
     const tSymbolTable& m_table;
     const tSymbolDecoder m_decoder;

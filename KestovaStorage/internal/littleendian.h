@@ -3,6 +3,8 @@
 #define KESTOVA_INTERNAL_LITTLEENDIAN_H
 
 #include <bit>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <type_traits>
 
@@ -29,6 +31,17 @@ tNumber load(const void* from)
     tNumber value;
     std::memcpy(&value, from, sizeof value);
     return std::endian::native == std::endian::little ? value : swapped(value);
+}
+
+// The number whose low bytes are the `size` (fewer than 8) ones at `from`.
+inline std::uint64_t loadPart(const unsigned char* from, std::size_t size)
+{
+    if (size >= 4)
+        return load<std::uint32_t>(from) | std::uint64_t{load<std::uint32_t>(from + size - 4)} << (8 * size - 32);
+    std::uint64_t value = 0;
+    for (; size != 0; --size)
+        value = value << 8 | from[size - 1];
+    return value;
 }
 
 // Stores `value` at `to`; any alignment.

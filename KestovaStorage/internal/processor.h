@@ -1,13 +1,14 @@
 // What the processor that runs us can do beyond what every processor of its kind can.
 //
 // A loop that gains from an extension is written once, as an inline function, and compiled twice: as it stands, and
-// inside a function marked KESTOVA_WITH_BMI2. Shifts by a variable number of bits are what gains.
+// inside a function marked KESTOVA_WITH_BMI2. Shifts by a variable number of bits, and counting bits, are what
+// gains.
 #ifndef KESTOVA_INTERNAL_PROCESSOR_H
 #define KESTOVA_INTERNAL_PROCESSOR_H
 
 #if defined(__x86_64__)
 #define KESTOVA_HAS_BMI2_BUILD 1
-#define KESTOVA_WITH_BMI2 __attribute__((target("bmi,bmi2")))
+#define KESTOVA_WITH_BMI2 __attribute__((target("bmi,bmi2,lzcnt,popcnt")))
 #else
 #define KESTOVA_HAS_BMI2_BUILD 0
 #define KESTOVA_WITH_BMI2
@@ -25,7 +26,8 @@ enum class eInstructions : unsigned char
 inline bool usesBmi2([[maybe_unused]] eInstructions wanted)
 {
 #if KESTOVA_HAS_BMI2_BUILD
-    static const bool s_bmi2 = __builtin_cpu_supports("bmi2") != 0;
+    static const bool s_bmi2 = __builtin_cpu_supports("bmi2") != 0 && __builtin_cpu_supports("lzcnt") != 0 &&
+                               __builtin_cpu_supports("popcnt") != 0;
     return s_bmi2 && wanted == eInstructions::best;
 #else
     return false;

@@ -1,6 +1,7 @@
 #include "KestovaStorage/internal/symboldecoder.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "KestovaStorage/internal/littleendian.h"
 #include "KestovaStorage/internal/symbollook.h"
@@ -9,16 +10,21 @@ namespace huffman
 {
 namespace
 {
-// 57 bits or more from the range's place on, as far as it has them; zeros behind its last byte.
-std::uint64_t bitsAt(const tBitRange& range)
+// Bits from the place of a range on.
+struct tWord
 {
-    const std::size_t byte = static_cast<std::size_t>(range.pos / 8);
-    const std::size_t there = range.bytes() - byte;
+    std::uint64_t bits;
+    std::uint64_t count;  // 57 or more, or all that are left
+};
+
+// Takes only bytes that hold bits of the range.
+KESTOVA_INLINE tWord wordAt(const tBitRange& range)
+{
+    const std::uint64_t byte = range.pos / 8, there = range.bytes() - byte;
     if (there >= 8)
-        return le::load<std::uint64_t>(range.data + byte) >> (range.pos % 8);
-    unsigned char last[8] = {};
-    std::memcpy(last, range.data + byte, there);
-    return le::load<std::uint64_t>(last) >> (range.pos % 8);
+        return {le::load<std::uint64_t>(range.data + byte) >> (range.pos % 8),
+                std::min(range.left(), 64 - range.pos % 8)};
+    return {le::loadPart(range.data + byte, there) >> (range.pos % 8), range.left()};
 }
 
 // A code longer than the table is wide: goes on along the tree from where its first bits lead to.
@@ -38,56 +44,67 @@ bool decodeLong(const tSymbolTable& table, std::uint64_t entry, tBitRange& range
     return true;
 }
 
-// Decodes what 57 bits hold, or one long code; false where no whole code is left in the range.
-bool decodeStep(const tSymbolTable& table, tBitRange& range, unsigned char*& out)
+// Decodes from the last word of a range until no whole code is left: there the symbols count whose codes end before
+// it does.
+KESTOVA_INLINE bool decodeLastWord(const tSymbolTable& table, const tLookups& lookups, tWord word, tBitRange& range,
+                                   unsigned char*& out)
 {
-    const std::uint64_t* const entries = table.entries();
-    const std::uint64_t mask = (std::uint64_t{1} << table.width()) - 1;
-    const std::uint64_t there = std::min<std::uint64_t>(range.left(), cBitsThere);
-    std::uint64_t bits = bitsAt(range), entry = entries[bits & mask], used = 0;
-    for (unsigned looks = 0; looks < cLooksAtOnce; ++looks)
+    while (word.count >= table.width())
     {
-        if (tSymbolTable::bitsOf(entry) == 0 || used + tSymbolTable::bitsOf(entry) > there)
-            break;
-        used += tSymbolTable::bitsOf(look(entries, mask, bits, out));
-        entry = entries[bits & mask];
+        const std::uint64_t index = word.bits & lookups.mask, length = lookups.take(index, word.bits, out);
+        if (length == 0)
+            return decodeLong(table, lookups.entries[index], range, out);
+        range.pos += length;
+        word.count -= length;
     }
+    const std::uint64_t entry = lookups.entries[word.bits & lookups.mask];
+    const unsigned ends = tSymbolTable::endsOf(entry) & ((1U << word.count) - 1);
+    le::store(out, tSymbolTable::bytesOf(entry));
+    out += std::popcount(ends);
+    range.pos += static_cast<unsigned>(std::bit_width(ends));
+    return ends != 0;
+}
+
+// Decodes some of what is left, or a code that is too long for the table; false where there is no whole code.
+KESTOVA_INLINE bool decodeWord(const tSymbolTable& table, const tLookups& lookups, tBitRange& range,
+                               unsigned char*& out)
+{
+    tWord word = wordAt(range);
+    if (word.count == range.left())
+        return decodeLastWord(table, lookups, word, range, out);
+    const std::uint64_t index = word.bits & lookups.mask;
+    std::uint64_t used = lookups.take(index, word.bits, out);
+    if (used == 0)
+        return decodeLong(table, lookups.entries[index], range, out);
+    for (unsigned looks = 1; looks < cLooksAtOnce; ++looks)
+        used += lookups.take(word.bits, out);
     range.pos += used;
-    if (used != 0)
-        return true;
-    if (tSymbolTable::bitsOf(entry) == 0)
-        return decodeLong(table, entry, range, out);
-    const auto symbol = static_cast<std::uint8_t>(tSymbolTable::bytesOf(entry) & 0xff);  // the first of several
-    if (table.lengthOf(symbol) > range.left())
-        return false;
-    *out++ = symbol;
-    range.pos += table.lengthOf(symbol);
     return true;
 }
 
 // Decodes while 8 bytes of the range and room are left and no code comes that is too long for the table behind its
 // entry.
-KESTOVA_INLINE unsigned char* decodeFast(const tSymbolTable& table, tBitRange& range, unsigned char* out,
-                                         const unsigned char* outEnd)
+//
+// A lookup waits for the one before it, and for nothing else: its bits are there before the word is filled up, and what
+// fills it is ready by the time they are gone.
+template <unsigned cLooks>  // from one filling to the next
+KESTOVA_INLINE unsigned char* decodeFast(const tSymbolTable& table, const tLookups lookups, tBitRange& range,
+                                         unsigned char* out, const unsigned char* outEnd)
 {
-    const std::uint64_t* const entries = table.entries();
-    const std::uint64_t mask = (std::uint64_t{1} << table.width()) - 1;
     const unsigned char* const lastFrom = range.data + range.bytes() - 8;
     const unsigned char* from = range.data + range.pos / 8 + 7;
     std::uint64_t bits = le::load<std::uint64_t>(from - 7) >> (range.pos % 8);
-    // The bits that are there; those of the byte at `from` may be, too. Whole entries are subtracted for the length in
-    // their lowest byte: only the low 6 bits mean something.
-    std::uint64_t count = cBitsThere - range.pos % 8;
+    std::uint64_t count = cBitsThere - range.pos % 8;  // up to the byte at `from`; some of that one may be there too
     while (from <= lastFrom && static_cast<std::size_t>(outEnd - out) >= tSymbolDecoder::cSlack)
     {
-        bits |= le::load<std::uint64_t>(from) << (count & 63);
-        from += ~count >> 3 & 7;
+        const std::uint64_t index = bits & lookups.mask;
+        bits |= le::load<std::uint64_t>(from) << count;
+        from += (63 - count) / 8;
         count |= cBitsThere;
-        const std::uint64_t entry = look(entries, mask, bits, out);
-        if (tSymbolTable::bitsOf(entry) == 0)
+        if (lookups.lengths[index] == 0)
         {
             // A long code; one that comes later in this round is met here in the next.
-            const tSymbolTable::tSymbol symbol = table.longSymbol(entry, bits >> table.width());
+            const tSymbolTable::tSymbol symbol = table.longSymbol(lookups.entries[index], bits >> table.width());
             if (symbol.length == 0)
                 break;
             *out++ = symbol.value;
@@ -95,39 +112,49 @@ KESTOVA_INLINE unsigned char* decodeFast(const tSymbolTable& table, tBitRange& r
             count -= table.width() + symbol.length;
             continue;
         }
-        count -= entry;
-        for (unsigned looks = 1; looks < cLooksAtOnce; ++looks)
-            count -= look(entries, mask, bits, out);
+        count -= lookups.take(index, bits, out);
+        for (unsigned looks = 1; looks < cLooks; ++looks)
+            count -= lookups.take(bits, out);
     }
-    range.pos = static_cast<std::uint64_t>(from - range.data) * 8 - (count & 63);
+    range.pos = static_cast<std::uint64_t>(from - range.data) * 8 - count;
     return out;
 }
 
-unsigned char* decodeFastPortable(const tSymbolTable& table, tBitRange& range, unsigned char* out,
-                                  const unsigned char* outEnd)
+KESTOVA_INLINE unsigned char* decodeRange(const tSymbolTable& table, tBitRange& range, unsigned char* out,
+                                          const unsigned char* outEnd)
 {
-    return decodeFast(table, range, out, outEnd);
+    constexpr std::uint64_t cWorthFast = 128;  // bits
+    const tLookups lookups(table);
+    const auto goesOn = [&] {
+        return range.pos < range.end && static_cast<std::size_t>(outEnd - out) >= tSymbolDecoder::cSlack;
+    };
+    while (goesOn())
+    {
+        if (range.left() >= cWorthFast)
+            out = table.width() > 12 ? decodeFast<3>(table, lookups, range, out, outEnd)
+                                     : decodeFast<4>(table, lookups, range, out, outEnd);
+        if (goesOn() && !decodeWord(table, lookups, range, out))
+            break;
+    }
+    return out;
 }
 
-KESTOVA_WITH_BMI2 unsigned char* decodeFastBmi2(const tSymbolTable& table, tBitRange& range, unsigned char* out,
-                                                const unsigned char* outEnd)
+unsigned char* decodePortable(const tSymbolTable& table, tBitRange& range, unsigned char* out,
+                              const unsigned char* outEnd)
 {
-    return decodeFast(table, range, out, outEnd);
+    return decodeRange(table, range, out, outEnd);
+}
+
+KESTOVA_WITH_BMI2 unsigned char* decodeBmi2(const tSymbolTable& table, tBitRange& range, unsigned char* out,
+                                            const unsigned char* outEnd)
+{
+    return decodeRange(table, range, out, outEnd);
 }
 }  // namespace
 
 unsigned char* tSymbolDecoder::decode(tBitRange& range, unsigned char* out, unsigned char* outEnd) const
 {
-    constexpr std::uint64_t cWorthFast = 128;  // bits
-    const auto fast = usesBmi2(m_instructions) ? decodeFastBmi2 : decodeFastPortable;
-    const auto goesOn = [&] { return range.pos < range.end && static_cast<std::size_t>(outEnd - out) >= cSlack; };
-    while (goesOn())
-    {
-        if (range.left() >= cWorthFast)
-            out = fast(m_table, range, out, outEnd);
-        if (goesOn() && !decodeStep(m_table, range, out))
-            break;
-    }
-    return out;
+    return usesBmi2(m_instructions) ? decodeBmi2(m_table, range, out, outEnd)
+                                    : decodePortable(m_table, range, out, outEnd);
 }
 }  // namespace huffman

@@ -25,10 +25,14 @@ struct tBitRange
     std::size_t bytes() const { return static_cast<std::size_t>((end + 7) / 8); }
 };
 
+constexpr unsigned cBitsThere = 56;   // of every word that is loaded, wherever in a byte it begins
+constexpr unsigned cLooksAtOnce = 4;  // lookups that these suffice for
+static_assert(cLooksAtOnce * tSymbolTable::cMostWidth <= cBitsThere);
+
 class tSymbolDecoder
 {
 public:
-    static constexpr std::size_t cSlack = 32;  // less room than this is not used
+    static constexpr std::size_t cSlack = 72;  // less room than this is not used
 
     explicit tSymbolDecoder(const tSymbolTable& table, eInstructions instructions = eInstructions::best)
         : m_table(table), m_instructions(instructions)

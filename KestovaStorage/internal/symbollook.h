@@ -1,4 +1,4 @@
-// One lookup in a tSymbolTable, the step that all fast loops are made of.
+// One lookup in a tSymbolTable, the step that all loops are made of.
 #ifndef KESTOVA_INTERNAL_SYMBOLLOOK_H
 #define KESTOVA_INTERNAL_SYMBOLLOOK_H
 
@@ -7,21 +7,32 @@
 
 namespace huffman
 {
-constexpr unsigned cLooksAtOnce = 4;  // of up to 12 bits each, from the 56 that are there
-constexpr unsigned cBitsThere = 56;
-static_assert(cLooksAtOnce * tSymbolTable::cMostWidth <= cBitsThere);
-static_assert(cLooksAtOnce * tSymbolTable::cMostSymbols + 8 <= tSymbolDecoder::cSlack);
-
-// The entry for the next bits; its symbols go out.
-KESTOVA_INLINE std::uint64_t look(const std::uint64_t* entries, std::uint64_t mask, std::uint64_t& bits,
-                                  unsigned char*& out)
+// A table, in registers.
+struct tLookups
 {
-    const std::uint64_t entry = entries[bits & mask];
-    le::store(out, tSymbolTable::bytesOf(entry));
-    out += tSymbolTable::symbolsOf(entry);
-    bits >>= entry & 63;
-    return entry;
-}
+    const std::uint8_t* lengths;
+    const std::uint64_t* entries;
+    std::uint64_t mask;
+
+    explicit tLookups(const tSymbolTable& table)
+        : lengths(table.lengths()), entries(table.entries()), mask((std::uint64_t{1} << table.width()) - 1)
+    {}
+
+    // The symbols of the bits at `index` go out, their codes out of `bits`; returns how many bits these have. Nothing
+    // happens where no whole code is among them.
+    KESTOVA_INLINE std::uint64_t take(std::uint64_t index, std::uint64_t& bits, unsigned char*& out) const
+    {
+        const std::uint64_t length = lengths[index], entry = entries[index];
+        le::store(out, tSymbolTable::bytesOf(entry));
+        out += tSymbolTable::symbolsOf(entry);
+        bits >>= length & 63;
+        return length;
+    }
+    KESTOVA_INLINE std::uint64_t take(std::uint64_t& bits, unsigned char*& out) const
+    {
+        return take(bits & mask, bits, out);
+    }
+};
 }  // namespace huffman
 
 #endif

@@ -1,6 +1,9 @@
 #include "KestovaStorage/internal/symboltable.h"
 
 #include <algorithm>
+#include <bit>
+
+#include "KestovaStorage/internal/processor.h"
 
 namespace huffman
 {
@@ -13,6 +16,53 @@ unsigned widthFor(std::uint64_t bits)
         ++width;
     return width;
 }
+
+std::uint64_t singleEntry(std::uint8_t symbol, unsigned length)
+{
+    return std::uint64_t{symbol} << 16 | std::uint64_t{1} << (length + 2) | 1;
+}
+
+// An entry with one symbol, and behind it what the entry of the bits behind that symbol has of whole codes.
+KESTOVA_INLINE std::uint64_t joined(std::uint64_t single, unsigned length, std::uint64_t rest, unsigned width)
+{
+    unsigned ends = tSymbolTable::endsOf(rest) & ((1U << (width - length)) - 1);
+    if (std::popcount(ends) == tSymbolTable::cMostSymbols)
+        ends ^= std::bit_floor(ends);
+    ends = (ends << 1 | 1) << (length - 1);
+    return tSymbolTable::bytesOf(rest) << 24 | (single & 0xff0000) | ends << 3 |
+           static_cast<unsigned>(std::popcount(ends));
+}
+
+// Makes entries with one symbol to entries with several. Read as a number the bits behind a symbol are fewer than the
+// bits it is in, so that their entry is joined already; only all zeros are followed by themselves.
+KESTOVA_INLINE void join(std::uint64_t* entries, std::uint8_t* lengths, unsigned width)
+{
+    const auto set = [&](std::size_t index, std::uint64_t entry) {
+        entries[index] = entry;
+        lengths[index] = static_cast<std::uint8_t>(std::bit_width(tSymbolTable::endsOf(entry)));
+    };
+    if (const unsigned length = lengths[0]; length != 0)
+    {
+        const std::uint64_t single = entries[0];
+        for (unsigned symbols = 1; symbols < tSymbolTable::cMostSymbols; ++symbols)
+            set(0, joined(single, length, entries[0], width));
+    }
+    for (std::size_t index = 1; index >> width == 0; ++index)
+    {
+        if (const unsigned length = lengths[index]; length != 0)
+            set(index, joined(entries[index], length, entries[index >> length], width));
+    }
+}
+
+void joinPortable(std::uint64_t* entries, std::uint8_t* lengths, unsigned width)
+{
+    join(entries, lengths, width);
+}
+
+KESTOVA_WITH_BMI2 void joinBmi2(std::uint64_t* entries, std::uint8_t* lengths, unsigned width)
+{
+    join(entries, lengths, width);
+}
 }  // namespace
 
 void tSymbolTable::build(const tFreqTable& freqs, std::uint64_t bits)
@@ -21,21 +71,19 @@ void tSymbolTable::build(const tFreqTable& freqs, std::uint64_t bits)
     if (!m_tree->hasCodes())
         return;
     constexpr std::uint64_t cWorthJoining = 2048;
-    m_mostSymbols = bits < cWorthJoining ? 1 : cMostSymbols;
     m_width = widthFor(bits);
-    m_entries.resize(std::size_t{1} << m_width);
-    m_first.assign(m_entries.size(), {0, 0});
+    const std::size_t size = std::size_t{1} << m_width;
+    m_lengths.assign(size, 0);
+    m_entries.resize(size);
     m_longs.assign(1, {0, 0});
-    fillFirst();
-    for (std::size_t index = 0; index < m_entries.size(); ++index)
-    {
-        if (m_first[index].length != 0)
-            m_entries[index] = joined(index);
-    }
+    fill();
+    if (bits >= cWorthJoining)
+        usesBmi2(eInstructions::best) ? joinBmi2(m_entries.data(), m_lengths.data(), m_width)
+                                      : joinPortable(m_entries.data(), m_lengths.data(), m_width);
 }
 
 // Codes up to the width fill every entry that begins with them; entries that lead further into the tree hold the node.
-void tSymbolTable::fillFirst()
+void tSymbolTable::fill()
 {
     for (std::size_t node = 0; node < m_tree->size(); ++node)
     {
@@ -46,28 +94,15 @@ void tSymbolTable::fillFirst()
                 addLongs(node);
             continue;
         }
-        const tSymbol symbol{m_tree->value(node), static_cast<std::uint8_t>(code.length)};
-        m_lengths[symbol.value] = symbol.length;
         if (code.length > m_width)
             continue;
-        for (std::size_t index = code.bits; index < m_first.size(); index += std::size_t{1} << code.length)
-            m_first[index] = symbol;
+        const std::uint64_t entry = singleEntry(m_tree->value(node), code.length);
+        for (std::size_t index = code.bits; index < m_entries.size(); index += std::size_t{1} << code.length)
+        {
+            m_entries[index] = entry;
+            m_lengths[index] = static_cast<std::uint8_t>(code.length);
+        }
     }
-}
-
-std::uint64_t tSymbolTable::joined(std::size_t index) const
-{
-    std::uint64_t bytes = 0, symbols = 0, bits = 0;
-    while (symbols < m_mostSymbols)
-    {
-        const tSymbol next = m_first[index >> bits];
-        if (next.length == 0 || bits + next.length > m_width)
-            break;
-        bytes |= std::uint64_t{next.value} << (8 * symbols);
-        bits += next.length;
-        ++symbols;
-    }
-    return bytes << 16 | symbols << 8 | bits;
 }
 
 void tSymbolTable::addLongs(std::size_t node)

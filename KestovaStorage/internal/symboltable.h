@@ -1,9 +1,13 @@
 // tSymbolTable: what the next bits of a stream of codes mean, several symbols at a time.
 //
-// Shapes   one entry for every value of the next width() bits. It holds all whole codes among them, six at most:
-//            bits 0 to 7    how many bits these codes have; 0 where not even the first one is whole
-//            bits 8 to 15   how many symbols they are
-//            bits 16 to 63  the symbols, first one lowest
+// Shapes   two tables with a place for every value of the next width() bits; the whole codes among these bits, six at
+//          most, are what a lookup takes:
+//            lengths  how many bits they have; 0 where not even the first one is whole. A table of its own because
+//            every
+//                     lookup waits for the length of the one before: bytes stay in the first-level cache.
+//            entries  bits 0 to 2    how many symbols they are
+//                     bits 3 to 15   where they end: bit 3 is set where one ends with the first bit, and so on
+//                     bits 16 to 63  the symbols, first one lowest; what stands behind the last one means nothing
 //          An entry without symbols holds the node of the tree that its bits lead to (bits 16 to 31) and the place and
 //          width of a table of its own for the bits behind it (bits 40 to 63 and 32 to 39; width 0: none, as some of
 //          the codes are too long).
@@ -11,7 +15,6 @@
 #ifndef KESTOVA_INTERNAL_SYMBOLTABLE_H
 #define KESTOVA_INTERNAL_SYMBOLTABLE_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -24,7 +27,7 @@ namespace huffman
 class tSymbolTable
 {
 public:
-    static constexpr unsigned cMostWidth = 12;  // 32 KiB: wider tables leave the first-level cache
+    static constexpr unsigned cMostWidth = 13;
     static constexpr unsigned cMostSymbols = 6;
 
     // For decoding about this many bits: a wide table for a short stream costs more than it gains.
@@ -32,9 +35,9 @@ public:
     bool hasCodes() const { return m_tree && m_tree->hasCodes(); }
 
     unsigned width() const { return m_width; }
+    const std::uint8_t* lengths() const { return m_lengths.data(); }
     const std::uint64_t* entries() const { return m_entries.data(); }
-    const tCodeTree& tree() const { return *m_tree; }                           // hasCodes()
-    unsigned lengthOf(std::uint8_t symbol) const { return m_lengths[symbol]; }  // of its code
+    const tCodeTree& tree() const { return *m_tree; }  // hasCodes()
 
     struct tSymbol
     {
@@ -50,26 +53,23 @@ public:
     }
     static std::size_t nodeOf(std::uint64_t entry) { return entry >> 16 & 0xffff; }
 
-    static unsigned bitsOf(std::uint64_t entry) { return entry & 0xff; }
-    static unsigned symbolsOf(std::uint64_t entry) { return entry >> 8 & 0xff; }
+    static unsigned symbolsOf(std::uint64_t entry) { return entry & 7; }
+    static unsigned endsOf(std::uint64_t entry) { return entry >> 3 & ((1U << cMostWidth) - 1); }
     static std::uint64_t bytesOf(std::uint64_t entry) { return entry >> 16; }
 
 private:
     static constexpr unsigned cMostLongWidth = 8;
 
-    void fillFirst();
-    std::uint64_t joined(std::size_t index) const;
+    void fill();
     void addLongs(std::size_t node);
     unsigned heightOf(std::size_t node) const;
     tSymbol walk(std::size_t node, std::uint64_t bits) const;
 
     std::optional<tCodeTree> m_tree;
     unsigned m_width = 0;
-    unsigned m_mostSymbols = 0;  // in an entry
+    std::vector<std::uint8_t> m_lengths;
     std::vector<std::uint64_t> m_entries;
-    std::vector<tSymbol> m_first;  // of each entry; kept for its memory
     std::vector<tSymbol> m_longs;  // tables behind entries; the first one says that nothing is known
-    std::array<std::uint8_t, cByteValues> m_lengths{};
 };
 }  // namespace huffman
 
