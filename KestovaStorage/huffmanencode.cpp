@@ -300,7 +300,7 @@ tEncodedSegment tHuffmanEncode::EncodeSrcFileSegment(char* data, uint32_t len)
 
 tEncodedSegment tHuffmanEncode::EncodeSrcFileSegment(const char* data, uint32_t len, char* buffer, size_t bufferSize)
 {
-    if (d->m_mode != eSegmentMode || !d->m_headMade || bufferSize < SegmentBufferSize(len))
+    if (d->m_mode != eSegmentMode || !d->m_headMade || bufferSize < d->m_emitter.room(len))
         return {};
     return d->encodeSegment(data, len, buffer);
 }

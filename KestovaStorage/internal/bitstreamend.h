@@ -1,4 +1,5 @@
-// The end of a stream of codes that is being written, and how codes join it.
+// The end of a stream of codes that is being written, and how codes join it: bytewise for long stretches, where every
+// step counts, and by whole units for short ones, which need nothing back from the bytes they stored.
 #ifndef KESTOVA_INTERNAL_BITSTREAMEND_H
 #define KESTOVA_INTERNAL_BITSTREAMEND_H
 
@@ -13,8 +14,8 @@ namespace huffman
 constexpr unsigned cMostBitsJoined = 56;  // what a word takes beside 7 bits of the stream
 constexpr std::uint64_t cNoEntry = 63;    // no code, or too long a pair: its length alone exceeds what can be joined
 
-// The end of the stream: `bits` holds the `count` bits (0 to 7) of the byte at `out`.
-struct tStreamEnd
+// `bits` holds the `count` bits (0 to 7) of the byte at `out`.
+struct tByteEnd
 {
     std::uint64_t bits;
     unsigned count;
@@ -31,8 +32,29 @@ struct tStreamEnd
     }
 };
 
+// `bits` holds the `count` bits (0 to 63) of the unit at `out`.
+struct tUnitEnd
+{
+    std::uint64_t bits;
+    unsigned count;
+    unsigned char* out;
+
+    KESTOVA_INLINE void join(std::uint64_t codes, unsigned length)
+    {
+        bits |= codes << count;
+        le::store(out, bits);
+        const std::uint64_t next = codes >> 1 >> (63 - count);  // what did not fit: 0 where all did
+        count += length;
+        const std::uint64_t full = count / 64;
+        bits = (bits & (full - 1)) | next;  // a branch here would be a coin's toss
+        out += full * 8;
+        count &= 63;
+    }
+};
+
 // False for a byte without code.
-KESTOVA_INLINE bool joinSingle(std::uint64_t entry, tStreamEnd& end)
+template <typename tEnd>
+KESTOVA_INLINE bool joinSingle(std::uint64_t entry, tEnd& end)
 {
     const auto length = static_cast<unsigned>(entry & 63);
     if (length == cNoEntry)
@@ -42,8 +64,9 @@ KESTOVA_INLINE bool joinSingle(std::uint64_t entry, tStreamEnd& end)
 }
 
 // Joins bytes `i` up to `until`; stops at one without code. Returns where it stopped.
+template <typename tEnd>
 KESTOVA_INLINE std::size_t joinSingles(const std::uint64_t* singles, const unsigned char* data, std::size_t i,
-                                       std::size_t until, tStreamEnd& end)
+                                       std::size_t until, tEnd& end)
 {
     while (i < until && joinSingle(singles[data[i]], end))
         ++i;

@@ -9,7 +9,7 @@ namespace huffman
 {
 namespace
 {
-constexpr std::size_t cWorthVectors = 128;  // bytes at a time, for which the tables are worth loading
+constexpr std::size_t cShortLength = 128;  // below it neither vectors nor taking the last unit back pay
 constexpr std::size_t cPairValues = 1 << 16;
 
 // Looks single bytes up. The sum of eight lengths needs more than a byte; the codes leave room for it.
@@ -52,8 +52,9 @@ struct tPairs
 };
 
 // Joins the last bytes, fewer than 8: short records consist of little else.
+template <typename tEnd>
 KESTOVA_INLINE std::size_t joinRest(const std::uint64_t* singles, const unsigned char* data, std::size_t i,
-                                    std::size_t len, tStreamEnd& end)
+                                    std::size_t len, tEnd& end)
 {
     if (len - i >= 4)
     {
@@ -71,12 +72,12 @@ KESTOVA_INLINE std::size_t joinRest(const std::uint64_t* singles, const unsigned
 
 // Emits groups of `cGroup` bytes (6 or 8) while 8 bytes are left, then single ones. Returns how many bytes were done:
 // fewer than `len` if one has no code.
-template <std::size_t cGroup, typename tEntries>
+template <std::size_t cGroup, typename tEntries, typename tEnd>
 KESTOVA_INLINE std::size_t emitGroups(const tEntries entries, const std::uint64_t* singles, const unsigned char* data,
-                                      std::size_t len, tStreamEnd& end)
+                                      std::size_t len, tEnd& end)
 {
     std::size_t i = 0;
-    tStreamEnd stream = end;  // a copy of its own stays in registers
+    tEnd stream = end;  // a copy of its own stays in registers
     while (len - i >= 8)
     {
         const auto bytes = le::load<std::uint64_t>(data + i);
@@ -105,9 +106,9 @@ KESTOVA_INLINE std::size_t emitGroups(const tEntries entries, const std::uint64_
     return i;
 }
 
-template <typename tEntries>
+template <typename tEntries, typename tEnd>
 KESTOVA_INLINE std::size_t emitAll(const tEntries entries, bool longGroups, const std::uint64_t* singles,
-                                   const unsigned char* data, std::size_t len, tStreamEnd& end)
+                                   const unsigned char* data, std::size_t len, tEnd& end)
 {
     return longGroups ? emitGroups<8>(entries, singles, data, len, end)
                       : emitGroups<6>(entries, singles, data, len, end);
@@ -115,22 +116,51 @@ KESTOVA_INLINE std::size_t emitAll(const tEntries entries, bool longGroups, cons
 
 // Pairs where there are any.
 KESTOVA_INLINE std::size_t emitAny(const std::uint64_t* pairs, bool longGroups, const std::uint64_t* singles,
-                                   const unsigned char* data, std::size_t len, tStreamEnd& end)
+                                   const unsigned char* data, std::size_t len, tByteEnd& end)
 {
     return pairs != nullptr ? emitAll(tPairs{pairs}, longGroups, singles, data, len, end)
                             : emitAll(tSingles{singles}, longGroups, singles, data, len, end);
 }
 
 std::size_t emitPortable(const std::uint64_t* pairs, bool longGroups, const std::uint64_t* singles,
-                         const unsigned char* data, std::size_t len, tStreamEnd& end)
+                         const unsigned char* data, std::size_t len, tByteEnd& end)
 {
     return emitAny(pairs, longGroups, singles, data, len, end);
 }
 
 KESTOVA_WITH_BMI2 std::size_t emitBmi2(const std::uint64_t* pairs, bool longGroups, const std::uint64_t* singles,
-                                       const unsigned char* data, std::size_t len, tStreamEnd& end)
+                                       const unsigned char* data, std::size_t len, tByteEnd& end)
 {
     return emitAny(pairs, longGroups, singles, data, len, end);
+}
+
+// How many bytes were done, and what is behind their last complete unit.
+struct tEmitted
+{
+    std::size_t done;
+    unsigned char* out;
+};
+
+// Everything in registers from the carried bits to those left over: a short record is little more than that.
+KESTOVA_INLINE tEmitted emitShort(bool longGroups, const std::uint64_t* singles, const unsigned char* data,
+                                  std::size_t len, tPartialUnit& carry, unsigned char* out)
+{
+    tUnitEnd end{carry.bits, carry.count, out};
+    const std::size_t done = emitAll(tSingles{singles}, longGroups, singles, data, len, end);
+    carry = {end.bits, end.count};
+    return {done, end.out};
+}
+
+tEmitted emitShortPortable(bool longGroups, const std::uint64_t* singles, const unsigned char* data, std::size_t len,
+                           tPartialUnit& carry, unsigned char* out)
+{
+    return emitShort(longGroups, singles, data, len, carry, out);
+}
+
+KESTOVA_WITH_BMI2 tEmitted emitShortBmi2(bool longGroups, const std::uint64_t* singles, const unsigned char* data,
+                                         std::size_t len, tPartialUnit& carry, unsigned char* out)
+{
+    return emitShort(longGroups, singles, data, len, carry, out);
 }
 
 // Shifts that are defined for every distance: nothing is left of what is shifted by 64 or more.
@@ -157,7 +187,8 @@ void tCodeEmitter::set(const tCodeTable& codes, const tByteCounts& counts)
     }
     m_fast = codes.longest <= cLongestFaithfulCode && codes.shortest != 0;
     m_longGroups = bits * 2 < bytes * 9;
-    m_vectors = m_fast && bytes >= cWorthVectors && m_instructions == eInstructions::best && hasVectorEmitter();
+    m_longVectors = bits * 2 < bytes * 11;
+    m_vectors = m_fast && bytes >= cShortLength && m_instructions == eInstructions::best && hasVectorEmitter();
     m_pairs.clear();
     if (m_fast)
         setSingles();
@@ -192,31 +223,30 @@ void tCodeEmitter::setPairs()
     }
 }
 
-std::size_t tCodeEmitter::room(std::size_t len) const
-{
-    return ((63 + len * m_codes.longest) / 64 + 2) * 8;
-}
-
 std::uint64_t tCodeEmitter::emit(const unsigned char* data, std::size_t len, tPartialUnit& carry,
                                  unsigned char* out) const
 {
     const unsigned before = carry.count;
-    unsigned char* end = out;
-    const std::size_t done = m_fast ? emitFast(data, len, carry, end) : emitExact(data, len, carry, end);
-    if (done != len)
+    tEmitted emitted{0, out};
+    if (!m_fast)
+        emitted.done = emitExact(data, len, carry, emitted.out);
+    else if (len >= cShortLength)
+        emitted.done = emitLong(data, len, carry, emitted.out);
+    else
+        emitted = usesBmi2(m_instructions) ? emitShortBmi2(m_longGroups, m_singles.data(), data, len, carry, out)
+                                           : emitShortPortable(m_longGroups, m_singles.data(), data, len, carry, out);
+    if (emitted.done != len)
         throw std::out_of_range("map::at");
-    return static_cast<std::uint64_t>(end - out) * 8 + carry.count - before;
+    return static_cast<std::uint64_t>(emitted.out - out) * 8 + carry.count - before;
 }
 
 // Whole bytes are stored as they fill, 8 bytes at a time; the last unit is taken back from there.
-std::size_t tCodeEmitter::emitFast(const unsigned char* data, std::size_t len, tPartialUnit& carry,
+std::size_t tCodeEmitter::emitLong(const unsigned char* data, std::size_t len, tPartialUnit& carry,
                                    unsigned char*& out) const
 {
     le::store(out, carry.bits);
-    tStreamEnd end{carry.bits >> (carry.count & 56), carry.count & 7, out + carry.count / 8};
-    std::size_t done = m_vectors && len >= cWorthVectors
-                           ? emitVectors(m_vectorTables, m_longGroups, m_singles.data(), data, len, end)
-                           : 0;
+    tByteEnd end{carry.bits >> (carry.count & 56), carry.count & 7, out + carry.count / 8};
+    std::size_t done = m_vectors ? emitVectors(m_vectorTables, m_longVectors, m_singles.data(), data, len, end) : 0;
     const auto emitWith = usesBmi2(m_instructions) ? emitBmi2 : emitPortable;
     const std::uint64_t* const pairs = m_pairs.empty() ? nullptr : m_pairs.data();
     done += emitWith(pairs, m_longGroups, m_singles.data(), data + done, len - done, end);

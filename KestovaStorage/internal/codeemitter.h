@@ -37,7 +37,7 @@ public:
     // Takes other codes; `counts`: how often each byte is expected to come.
     void set(const tCodeTable& codes, const tByteCounts& counts);
     // Bytes that emit() may write for an input of this length.
-    std::size_t room(std::size_t len) const;
+    std::size_t room(std::size_t len) const { return ((63 + len * m_codes.longest) / 64 + 2) * 8; }
     // Bits emitted; the complete units among them and the carried ones are at `out`, behind them up to 16 bytes are
     // written over. Raises "map::at" for a byte without code; the codes before it are in `out` and `carry`.
     std::uint64_t emit(const unsigned char* data, std::size_t len, tPartialUnit& carry, unsigned char* out) const;
@@ -47,14 +47,15 @@ private:
 
     void setSingles();
     void setPairs();
-    std::size_t emitFast(const unsigned char* data, std::size_t len, tPartialUnit& carry, unsigned char*& out) const;
+    std::size_t emitLong(const unsigned char* data, std::size_t len, tPartialUnit& carry, unsigned char*& out) const;
     std::size_t emitExact(const unsigned char* data, std::size_t len, tPartialUnit& carry, unsigned char*& out) const;
 
     eInstructions m_instructions;
     tCodeTable m_codes;
-    bool m_fast = false;        // codes of 1 to 31 bits
-    bool m_vectors = false;     // 64 bytes at a time; no pairs then
-    bool m_longGroups = false;  // eight codes usually fit in a word
+    bool m_fast = false;         // codes of 1 to 31 bits
+    bool m_vectors = false;      // 64 bytes at a time; no pairs then
+    bool m_longGroups = false;   // eight codes fit in a word so often that trying pays
+    bool m_longVectors = false;  // the same for vectors, which lose less where they do not
     tVectorTables m_vectorTables;
     std::array<std::uint64_t, cByteValues> m_singles{};
     std::vector<std::uint64_t> m_pairs;  // by two bytes, the first one in the low half; empty: not worth it
