@@ -8,24 +8,12 @@ tFreqTable tFreqTable::of(const tByteCounts& counts)
 {
     tFreqTable table;
     table.counts = counts;
-    std::array<bool, cByteValues> present;
-    for (std::size_t value = 0; value < cByteValues; ++value)
-        present[value] = counts[value] != 0;
-    table.list(present);
+    table.list([&](std::size_t value) { return counts[value] != 0; });
     return table;
 }
 
-void tFreqTable::list(const std::array<bool, cByteValues>& present)
-{
-    variety = 0;
-    for (std::size_t value = 0; value < cByteValues; ++value)
-    {
-        values[variety] = static_cast<std::uint8_t>(value);  // stays only if it is present
-        variety += present[value];
-    }
-}
-
-// A binary heap with the smallest count on top; the children of place i are at 2i + 1 and 2i + 2.
+// A binary heap with the smallest count on top; the children of place i are at 2i + 1 and 2i + 2. Counts and nodes are
+// kept apart: what is written in one piece is read in one piece, for which the processor need not wait.
 class tCodeTree::tHeap
 {
 public:
@@ -37,19 +25,20 @@ public:
     // entry is put, and raised.
     tEntry pop()
     {
-        const tEntry top = m_entries[0];
-        const tEntry last = m_entries[--m_size];
+        const tEntry top{m_freqs[0], m_nodes[0]};
+        const std::size_t size = --m_size;
+        const tEntry last{m_freqs[size], m_nodes[size]};
         std::size_t hole = 0;
         std::size_t child = 2;
-        for (; child < m_size; child = 2 * hole + 2)
+        for (; child < size; child = 2 * hole + 2)
         {
-            child -= m_entries[child].freq > m_entries[child - 1].freq;
-            m_entries[hole] = m_entries[child];
+            child -= m_freqs[child] > m_freqs[child - 1];
+            move(child, hole);
             hole = child;
         }
-        if (child == m_size)  // a left child alone
+        if (child == size)  // a left child alone
         {
-            m_entries[hole] = m_entries[child - 1];
+            move(child - 1, hole);
             hole = child - 1;
         }
         raise(hole, last);
@@ -57,17 +46,25 @@ public:
     }
 
 private:
-    void raise(std::size_t place, const tEntry& entry)
+    void move(std::size_t from, std::size_t to)
     {
-        while (place > 0 && m_entries[(place - 1) / 2].freq > entry.freq)
-        {
-            m_entries[place] = m_entries[(place - 1) / 2];
-            place = (place - 1) / 2;
-        }
-        m_entries[place] = entry;
+        m_freqs[to] = m_freqs[from];
+        m_nodes[to] = m_nodes[from];
     }
 
-    std::array<tEntry, cByteValues + 1> m_entries;
+    void raise(std::size_t place, const tEntry& entry)
+    {
+        while (place > 0 && m_freqs[(place - 1) / 2] > entry.freq)
+        {
+            move((place - 1) / 2, place);
+            place = (place - 1) / 2;
+        }
+        m_freqs[place] = entry.freq;
+        m_nodes[place] = entry.node;
+    }
+
+    std::array<std::uint64_t, cByteValues + 1> m_freqs;
+    std::array<std::uint16_t, cByteValues + 1> m_nodes;
     std::size_t m_size = 0;
 };
 

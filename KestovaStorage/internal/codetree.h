@@ -24,8 +24,21 @@ struct tFreqTable
     std::size_t variety = 0;                       // their number
 
     static tFreqTable of(const tByteCounts& counts);  // the values that occur
-    void list(const std::array<bool, cByteValues>& present);
+    template <typename tIsThere>
+    void list(tIsThere isThere);  // makes `values` of the byte values for which this says so
 };
+
+template <typename tIsThere>
+void tFreqTable::list(tIsThere isThere)
+{
+    std::size_t number = 0;
+    for (std::size_t value = 0; value < cByteValues; ++value)
+    {
+        values[number] = static_cast<std::uint8_t>(value);  // stays only if it is there
+        number += isThere(value) ? 1 : 0;
+    }
+    variety = number;
+}
 
 // A code: its bits from bit 0 upwards, and how many. Kept: from position 31 on the bits are not faithful (position 31
 // sets bits 31 to 63, later ones begin again at bit 0); files with such codes were written so.

@@ -24,18 +24,30 @@ char* writeEntries(const tFreqTable& freqs, char* to)
 
 // A value that comes again overwrites its count.
 template <typename tEntry, typename tCount>
-tFreqTable readEntries(const char* from, std::size_t number)
+void readEntries(const char* from, std::size_t number, tFreqTable& freqs)
 {
-    tFreqTable freqs;
-    std::array<bool, cByteValues> present{};
-    for (; number != 0; --number, from += sizeof(tEntry))
+    freqs.counts.fill(0);
+    freqs.variety = 0;
+    bool ascending = true;  // as they are written; in any other order they are listed afterwards
+    int last = -1;
+    const auto valueOf = [&](std::size_t i) {
+        return static_cast<std::uint8_t>(from[i * sizeof(tEntry) + offsetof(tEntry, alpha)]);
+    };
+    for (std::size_t i = 0; i < number; ++i)
     {
-        const auto value = static_cast<std::uint8_t>(from[offsetof(tEntry, alpha)]);
-        freqs.counts[value] = le::load<tCount>(from + offsetof(tEntry, freq));
-        present[value] = true;
+        const std::uint8_t value = valueOf(i);
+        freqs.counts[value] = le::load<tCount>(from + i * sizeof(tEntry) + offsetof(tEntry, freq));
+        ascending = ascending && value > last;
+        last = value;
+        if (ascending)
+            freqs.values[freqs.variety++] = value;
     }
-    freqs.list(present);
-    return freqs;
+    if (ascending)
+        return;
+    std::array<bool, cByteValues> present{};
+    for (std::size_t i = 0; i < number; ++i)
+        present[valueOf(i)] = true;
+    freqs.list([&](std::size_t value) { return present[value]; });
 }
 
 // How many bits are valid in the last of the units of `unit` bits: never 0.
@@ -66,8 +78,8 @@ bool readFileHead(const void* head, tFreqTable& freqs)
     if (!isHuffman(bytes))
         return false;
     const std::size_t variety = le::load<std::uint16_t>(bytes + offsetof(tFileHead, alphaVariety));
-    freqs =
-        readEntries<tAlphaFreq, std::uint32_t>(bytes + offsetof(tFileHead, alphaFreqs), std::min(variety, cByteValues));
+    readEntries<tAlphaFreq, std::uint32_t>(bytes + offsetof(tFileHead, alphaFreqs), std::min(variety, cByteValues),
+                                           freqs);
     return true;
 }
 
@@ -87,7 +99,7 @@ bool readByteArray(const char* src, std::size_t len, tByteArrayContents& content
     const std::size_t headSize = byteArrayHeadSize(variety);
     if (len <= headSize)
         return false;
-    contents.freqs = readEntries<tByteArrayAlphaFreq, std::uint16_t>(src + sizeof(tByteArrayHead), variety);
+    readEntries<tByteArrayAlphaFreq, std::uint16_t>(src + sizeof(tByteArrayHead), variety, contents.freqs);
     contents.payload = src + headSize;
     contents.payloadLen = len - headSize;
     const auto claimed = static_cast<std::uint8_t>(src[offsetof(tByteArrayHead, lastValidBit)]);

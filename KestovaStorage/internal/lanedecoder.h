@@ -20,7 +20,7 @@ namespace huffman
 class tLaneDecoder
 {
 public:
-    static constexpr std::uint64_t cWorthLanes = 32768;  // bits from which on lanes pay
+    static constexpr std::uint64_t cWorthLanes = 16384;  // bits from which on lanes pay
 
     explicit tLaneDecoder(const tSymbolTable& table, eInstructions instructions = eInstructions::best);
 
@@ -35,7 +35,7 @@ public:
 private:
     static constexpr std::size_t cLanes = 4;
     static constexpr std::uint64_t cMostLaneBits = 32768;
-    static constexpr std::uint64_t cRunIn = 768;  // bits within which a guess is taken to come into step
+    static constexpr std::uint64_t cRunIn = 512;  // bits within which a guess is taken to come into step
 
     struct tLane
     {

@@ -59,7 +59,7 @@ KESTOVA_INLINE bool decodeLastWord(const tSymbolTable& table, const tLookups& lo
     }
     const std::uint64_t entry = lookups.entries[word.bits & lookups.mask];
     const unsigned ends = tSymbolTable::endsOf(entry) & ((1U << word.count) - 1);
-    le::store(out, tSymbolTable::bytesOf(entry));
+    le::store(out, entry);  // its symbols, and what the next ones overwrite
     out += std::popcount(ends);
     range.pos += static_cast<unsigned>(std::bit_width(ends));
     return ends != 0;

@@ -23,7 +23,7 @@ struct tLookups
     KESTOVA_INLINE std::uint64_t take(std::uint64_t index, std::uint64_t& bits, unsigned char*& out) const
     {
         const std::uint64_t length = lengths[index], entry = entries[index];
-        le::store(out, tSymbolTable::bytesOf(entry));
+        le::store(out, entry);  // its symbols, and what the next ones overwrite
         out += tSymbolTable::symbolsOf(entry);
         bits >>= length & 63;
         return length;

@@ -12,25 +12,28 @@ namespace
 unsigned widthFor(std::uint64_t bits)
 {
     unsigned width = 8;
-    while (width < tSymbolTable::cMostWidth && bits >> width >= 64)
+    while (width < tSymbolTable::cMostWidth && bits >> width >= 128)
         ++width;
     return width;
 }
 
-std::uint64_t singleEntry(std::uint8_t symbol, unsigned length)
+std::uint64_t entryOf(std::uint64_t bytes, std::uint64_t ends, std::uint64_t symbols)
 {
-    return std::uint64_t{symbol} << 16 | std::uint64_t{1} << (length + 2) | 1;
+    return symbols << 61 | ends << 48 | (bytes & 0xffffffffffff);
 }
 
 // An entry with one symbol, and behind it what the entry of the bits behind that symbol has of whole codes.
 KESTOVA_INLINE std::uint64_t joined(std::uint64_t single, unsigned length, std::uint64_t rest, unsigned width)
 {
     unsigned ends = tSymbolTable::endsOf(rest) & ((1U << (width - length)) - 1);
-    if (std::popcount(ends) == tSymbolTable::cMostSymbols)
+    auto symbols = static_cast<unsigned>(std::popcount(ends));
+    if (symbols == tSymbolTable::cMostSymbols)
+    {
         ends ^= std::bit_floor(ends);
+        --symbols;
+    }
     ends = (ends << 1 | 1) << (length - 1);
-    return tSymbolTable::bytesOf(rest) << 24 | (single & 0xff0000) | ends << 3 |
-           static_cast<unsigned>(std::popcount(ends));
+    return entryOf(rest << 8 | (single & 0xff), ends, symbols + 1);
 }
 
 // Makes entries with one symbol to entries with several. Read as a number the bits behind a symbol are fewer than the
@@ -96,7 +99,7 @@ void tSymbolTable::fill()
         }
         if (code.length > m_width)
             continue;
-        const std::uint64_t entry = singleEntry(m_tree->value(node), code.length);
+        const std::uint64_t entry = entryOf(m_tree->value(node), std::uint64_t{1} << (code.length - 1), 1);
         for (std::size_t index = code.bits; index < m_entries.size(); index += std::size_t{1} << code.length)
         {
             m_entries[index] = entry;
@@ -109,10 +112,10 @@ void tSymbolTable::addLongs(std::size_t node)
 {
     std::uint64_t& entry = m_entries[m_tree->code(node).bits];
     const unsigned height = heightOf(node);
-    entry = std::uint64_t{node} << 16;
+    entry = node;
     if (height > cMostLongWidth)
         return;
-    entry |= std::uint64_t{m_longs.size()} << 40 | std::uint64_t{height} << 32;
+    entry |= std::uint64_t{m_longs.size()} << 24 | std::uint64_t{height} << 16;
     for (std::uint64_t bits = 0; bits >> height == 0; ++bits)
         m_longs.push_back(walk(node, bits));
 }

@@ -5,11 +5,11 @@
 //            lengths  how many bits they have; 0 where not even the first one is whole. A table of its own because
 //            every
 //                     lookup waits for the length of the one before: bytes stay in the first-level cache.
-//            entries  bits 0 to 2    how many symbols they are
-//                     bits 3 to 15   where they end: bit 3 is set where one ends with the first bit, and so on
-//                     bits 16 to 63  the symbols, first one lowest; what stands behind the last one means nothing
-//          An entry without symbols holds the node of the tree that its bits lead to (bits 16 to 31) and the place and
-//          width of a table of its own for the bits behind it (bits 40 to 63 and 32 to 39; width 0: none, as some of
+//            entries  bits 0 to 47   the symbols, first one lowest; what stands behind the last one means nothing
+//                     bits 48 to 60  where they end: bit 48 is set where one ends with the first bit, and so on
+//                     bits 61 to 63  how many symbols they are
+//          An entry without symbols holds the node of the tree that its bits lead to (bits 0 to 15) and the place and
+//          width of a table of its own for the bits behind it (bits 24 to 47 and 16 to 23; width 0: none, as some of
 //          the codes are too long).
 // Threads  built once, then only read.
 #ifndef KESTOVA_INTERNAL_SYMBOLTABLE_H
@@ -48,14 +48,13 @@ public:
     // has beyond width().
     tSymbol longSymbol(std::uint64_t entry, std::uint64_t more) const
     {
-        const unsigned width = entry >> 32 & 0xff;
-        return m_longs[(entry >> 40) + (more & ((1U << width) - 1))];
+        const unsigned width = entry >> 16 & 0xff;
+        return m_longs[(entry >> 24) + (more & ((1U << width) - 1))];
     }
-    static std::size_t nodeOf(std::uint64_t entry) { return entry >> 16 & 0xffff; }
+    static std::size_t nodeOf(std::uint64_t entry) { return entry & 0xffff; }
 
-    static unsigned symbolsOf(std::uint64_t entry) { return entry & 7; }
-    static unsigned endsOf(std::uint64_t entry) { return entry >> 3 & ((1U << cMostWidth) - 1); }
-    static std::uint64_t bytesOf(std::uint64_t entry) { return entry >> 16; }
+    static unsigned symbolsOf(std::uint64_t entry) { return static_cast<unsigned>(entry >> 61); }
+    static unsigned endsOf(std::uint64_t entry) { return entry >> 48 & ((1U << cMostWidth) - 1); }
 
 private:
     static constexpr unsigned cMostLongWidth = 8;
