@@ -9,6 +9,7 @@
 #include "KestovaStorage/huffmandecode.h"
 #include "KestovaStorage/internal/fileconversion.h"
 #include "KestovaStorage/internal/pathutils.h"
+#include "KestovaStorage/internal/segmentcomparison.h"
 
 namespace storage
 {
@@ -62,17 +63,19 @@ public:
         if (m_source->size() != cPayloadPos + m_total || m_source->index().empty())
             return fail("it holds no segments, or bytes that belong to none");
         huffman::tHuffmanEncode encoder(huffman::eSegmentMode);
-        encoder.PreReadClear();
         return aim(encodedName(m_path, suffix)) && countSegments(*m_source, encoder, step(eCounting), m_error) &&
-               encodeFile(*m_source, encoder, *m_out, step(eWriting), m_error) && verify() && replace();
+               write([&](const tStored& stored) {
+                   return encodeFile(*m_source, encoder, *m_out, step(eWriting), stored, m_error);
+               });
     }
     bool expand(const std::string& suffix)
     {
         if (!open(cHuffmanFileHead, "it is not compressed"))
             return false;
         m_total = countedBytes(*m_source);
-        return aim(plainName(m_path, suffix)) && decodeFile(*m_source, m_total, *m_out, step(eWriting), m_error) &&
-               verify() && replace();
+        return aim(plainName(m_path, suffix)) && write([&](const tStored& stored) {
+                   return decodeFile(*m_source, m_total, *m_out, step(eWriting), stored, m_error);
+               });
     }
     const std::string& result() const { return m_result; }
     std::string error() const { return m_path + ": " + m_error; }
@@ -108,10 +111,23 @@ private:
             return m_observer == nullptr || m_observer->UpdateConversion(step, bytes, m_total);
         };
     }
-    bool verify()
+    // Writes the result and compares it meanwhile; only what is the same all through, and on the disk, takes the place.
+    template <typename tWork>
+    bool write(tWork work)
+    {
+        tSegmentComparison comparison(*m_source, m_out->path());
+        return work([&](std::size_t records) { comparison.stored(records); }) && sync() &&
+               comparison.finish(step(eVerifying), m_error) && isWhole() && replace();
+    }
+    bool sync() { return m_out->sync() || fail(std::strerror(m_out->error())); }
+    bool isWhole()
     {
         const auto written = tDataFileReader::open(m_out->path(), &m_error);
-        return written && sameSegments(*m_source, *written, step(eVerifying), m_error);
+        if (!written)
+            return false;
+        const bool whole =
+            written->finished() && written->damaged() == 0 && written->index().size() == m_source->index().size();
+        return whole || fail("the result has another number of records");
     }
     // Over the source first: there is no moment with two files, and none without.
     bool replace()

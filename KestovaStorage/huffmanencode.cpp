@@ -270,6 +270,16 @@ bool tHuffmanEncode::PreReadSrcFileSegment(const char* data, size_t len)
     return true;
 }
 
+bool tHuffmanEncode::PreReadAdd(tHuffmanEncode& other)
+{
+    if (d->m_mode != eSegmentMode || other.d->m_mode != eSegmentMode)
+        return false;
+    d->m_counter.add(other.d->m_counter.counts());
+    d->m_preReadSize += other.d->m_preReadSize;
+    d->m_preReadSegmentsCnt += other.d->m_preReadSegmentsCnt;
+    return true;
+}
+
 uint32_t tHuffmanEncode::GetPreReadSize() const
 {
     return static_cast<std::uint32_t>(d->m_preReadSize);

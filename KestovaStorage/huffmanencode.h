@@ -84,6 +84,8 @@ public:
     // Counts the bytes of a record; false in another mode.
     bool PreReadSrcFileSegment(const std::string& segment);
     bool PreReadSrcFileSegment(const char* data, size_t len);
+    // Adds what `other` has counted, for records that were counted in two threads; false unless both are in this mode.
+    bool PreReadAdd(tHuffmanEncode& other);
     uint32_t GetPreReadSize() const;  // bytes counted, modulo 2^32
     // Makes the codes. False in another mode or where nothing was counted.
     bool PreReadFinish();

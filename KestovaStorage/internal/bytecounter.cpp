@@ -20,6 +20,12 @@ void tByteCounter::add(const void* bytes, std::size_t len)
     }
 }
 
+void tByteCounter::add(const tByteCounts& counts)
+{
+    for (std::size_t value = 0; value < cByteValues; ++value)
+        m_counts[value] += counts[value];
+}
+
 void tByteCounter::addToLanes(const unsigned char* bytes, std::size_t len)
 {
     std::size_t i = 0;

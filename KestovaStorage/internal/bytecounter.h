@@ -19,6 +19,7 @@ class tByteCounter
 {
 public:
     void add(const void* bytes, std::size_t len);
+    void add(const tByteCounts& counts);
     void clear();
     const tByteCounts& counts();
 

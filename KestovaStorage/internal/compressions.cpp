@@ -112,7 +112,7 @@ void tCompressions::compress(tJob& job, unsigned int cancelled)
         return;
     }
     const tGoOn goOn = [&](std::uint64_t) { return m_cancelled == cancelled; };
-    if (!encodeFile(*plain, *job.encoder, out, goOn, error))
+    if (!encodeFile(*plain, *job.encoder, out, goOn, nullptr, error))
         return say(job.path, error);
     if (!out.commit(name))
         return say(job.path, std::strerror(out.error()));

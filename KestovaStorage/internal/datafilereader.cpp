@@ -24,8 +24,18 @@ tDataFileReader::~tDataFileReader() = default;
 
 std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, std::string* error)
 {
+    return open(path, true, error);
+}
+
+std::unique_ptr<tDataFileReader> tDataFileReader::openBare(const std::string& path, std::string* error)
+{
+    return open(path, false, error);
+}
+
+std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, bool withIndex, std::string* error)
+{
     std::unique_ptr<tDataFileReader> reader(new tDataFileReader(path));
-    const char* const reason = reader->load();
+    const char* const reason = reader->load(withIndex);
     if (reason == nullptr)
         return reader;
     if (error != nullptr)
@@ -34,7 +44,7 @@ std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, 
 }
 
 // Null, or why the file is none of ours.
-const char* tDataFileReader::load()
+const char* tDataFileReader::load(bool withIndex)
 try
 {
     if (!openFile())
@@ -53,6 +63,8 @@ try
     m_symbol = static_cast<tFileHeadSymbol>(le::load<std::uint32_t>(magic));
     if (m_symbol != cDataFileHead && m_symbol != cHuffmanFileHead)
         return "not a data file";
+    if (!withIndex)
+        return nullptr;
 
     unsigned char head[sizeof(tIndexHead)] = {};
     readAt(head, sizeof head, cIndexHeadPos);

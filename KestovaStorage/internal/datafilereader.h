@@ -32,6 +32,8 @@ class tDataFileReader
 public:
     // Null, with the reason in `error` where not null, for what cannot be read or is no data file.
     static std::unique_ptr<tDataFileReader> open(const std::string& path, std::string* error = nullptr);
+    // The same without its index, which may still be being written.
+    static std::unique_ptr<tDataFileReader> openBare(const std::string& path, std::string* error = nullptr);
     ~tDataFileReader();
     tDataFileReader(const tDataFileReader&) = delete;
     tDataFileReader& operator=(const tDataFileReader&) = delete;
@@ -56,7 +58,8 @@ public:
 
 private:
     explicit tDataFileReader(const std::string& path);
-    const char* load();
+    static std::unique_ptr<tDataFileReader> open(const std::string& path, bool withIndex, std::string* error);
+    const char* load(bool withIndex);
     bool openFile();
     bool reopenFile();
     std::size_t readAt(void* to, std::size_t len, std::uint64_t pos) const;

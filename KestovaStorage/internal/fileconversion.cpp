@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "KestovaStorage/internal/segmentreader.h"
@@ -48,23 +50,18 @@ public:
     tStream(tOutputFile& out, std::uint64_t pos) : m_out(out), m_pos(pos) {}
 
     std::uint64_t position() const { return m_pos + m_used; }
-    // Room for `size` bytes; null where what was in the way could not be written.
+    bool isFull(std::size_t size) const { return m_buffer.size() - m_used < size; }  // for so many more
+    // Room for `size` bytes behind the others: of the window, or what else it takes.
     char* room(std::size_t size)
     {
-        if (m_buffer.size() - m_used < size && !flush())
-            return nullptr;
-        m_buffer.resize(std::max({m_buffer.size(), size, cWindow}));
+        m_buffer.resize(std::max({m_buffer.size(), m_used + size, cWindow}));
         return m_buffer.data() + m_used;
     }
     void used(std::size_t size) { m_used += size; }
-    bool append(const void* data, std::size_t size)
+    void append(const void* data, std::size_t size)
     {
-        char* const to = room(size);
-        if (to == nullptr)
-            return false;
-        std::memcpy(to, data, size);
+        std::memcpy(room(size), data, size);
         used(size);
-        return true;
     }
     bool flush()
     {
@@ -96,42 +93,113 @@ bool writeFailed(const tOutputFile& out, std::string& error)
     return false;
 }
 
-// One Huffman file on its way out.
-class tEncodedOutput
+// What all data files on their way out have in common: payload and index, written together.
+class tDataOutput
 {
 public:
-    tEncodedOutput(huffman::tHuffmanEncode& encoder, tOutputFile& out) : m_encoder(encoder), m_out(out) {}
+    tDataOutput(tOutputFile& out, const tStored& stored) : m_out(out), m_stored(stored) {}
 
-    bool append(std::uint64_t time, std::string_view segment)
+    // Room for a segment; null where what was in the way could not be written.
+    char* room(std::size_t size)
     {
-        const auto len = static_cast<std::uint32_t>(segment.size());
-        const std::size_t size = m_encoder.SegmentBufferSize(len);
-        char* const to = m_payload.room(size);
-        if (to == nullptr)
-            return false;
-        const huffman::tEncodedSegment encoded = m_encoder.EncodeSrcFileSegment(segment.data(), len, to, size);
-        const auto [startBit, bits] = encoded.second;
-        const tEncodedIndexTable record{time, m_payload.position() + startBit / 8, bits,
-                                        static_cast<std::uint8_t>(startBit % 8)};
-        m_payload.used(encoded.first.second);
-        m_head.segmentMaxLen = std::max(m_head.segmentMaxLen, bits);
-        ++m_head.indexNum;
-        const tIndexSlot slot = encode(record);
-        return m_index.append(slot.data(), slot.size());
+        if (m_payload.isFull(size) && !flush())
+            return nullptr;
+        return m_payload.room(size);
     }
-    bool finish()
+    std::uint64_t position() const { return m_payload.position(); }
+    // `size` bytes of that room are used, and this is the record of the segment. `len`: as the head counts it.
+    template <typename tRecord>
+    void add(const tRecord& record, std::uint32_t len, std::size_t size)
     {
-        const huffman::tEncodedSegment rest = m_encoder.SegmentEncodeFinish();
-        return m_payload.append(rest.first.first, rest.first.second) && m_payload.flush() && m_index.flush() &&
-               writeIndexHead(m_out, m_head);
+        m_payload.used(size);
+        const tIndexSlot slot = encode(record);
+        m_index.append(slot.data(), slot.size());
+        ++m_head.indexNum;
+        m_head.segmentMaxLen = std::max(m_head.segmentMaxLen, len);
+    }
+    // `rest`: bytes of the last segments that come only now.
+    bool finish(std::string_view rest)
+    {
+        m_payload.append(rest.data(), rest.size());
+        return m_payload.flush() && m_index.flush() && writeIndexHead(m_out, m_head) && told(m_head.indexNum);
     }
 
 private:
-    huffman::tHuffmanEncode& m_encoder;
+    // The last bits of a segment may come with the next one: what was there at the last flush is whole by this one.
+    bool flush() { return m_payload.flush() && m_index.flush() && told(std::exchange(m_flushed, m_head.indexNum)); }
+    bool told(std::uint32_t records)
+    {
+        if (m_stored)
+            m_stored(records);
+        return true;
+    }
+
     tOutputFile& m_out;
+    const tStored& m_stored;
     tStream m_payload{m_out, cPayloadPos};
     tStream m_index{m_out, cIndexPos};
     tIndexHead m_head{};
+    std::uint32_t m_flushed = 0;  // records, up to the last flush
+};
+
+bool appendEncoded(tDataOutput& out, huffman::tHuffmanEncode& encoder, std::uint64_t time, std::string_view segment)
+{
+    const auto len = static_cast<std::uint32_t>(segment.size());
+    const std::size_t size = encoder.SegmentBufferSize(len);
+    char* const to = out.room(size);
+    if (to == nullptr)
+        return false;
+    const huffman::tEncodedSegment encoded = encoder.EncodeSrcFileSegment(segment.data(), len, to, size);
+    const auto [startBit, bits] = encoded.second;
+    const auto firstBit = static_cast<std::uint8_t>(startBit % 8);
+    out.add(tEncodedIndexTable{time, out.position() + startBit / 8, bits, firstBit}, bits, encoded.first.second);
+    return true;
+}
+
+bool appendPlain(tDataOutput& out, std::uint64_t time, std::string_view segment)
+{
+    char* const to = out.room(segment.size());
+    if (to == nullptr)
+        return false;
+    std::memcpy(to, segment.data(), segment.size());
+    const auto len = static_cast<std::uint32_t>(segment.size());
+    out.add(tNormalIndexTable{time, out.position(), len}, len, len);
+    return true;
+}
+
+// Counts the segments of pieces.
+class tCounting
+{
+public:
+    tCounting(tDataFileReader& plain, huffman::tHuffmanEncode& encoder) : m_plain(plain), m_encoder(encoder) {}
+
+    tPieceWork::tPiece piece()
+    {
+        return [this](auto first, auto last, auto& error) { return count(first, last, error); };
+    }
+
+private:
+    std::optional<std::uint64_t> count(std::size_t first, std::size_t last, std::string& error)
+    {
+        m_segments.readAhead(m_plain, m_plain.index().subspan(first, last - first));
+        std::uint64_t bytes = 0;
+        for (std::size_t i = first; i < last; ++i)
+        {
+            const auto segment = m_segments.read(m_plain, i);
+            if (!segment)
+            {
+                error = cUnreadable;
+                return std::nullopt;
+            }
+            m_encoder.PreReadSrcFileSegment(segment->data(), segment->size());
+            bytes += segment->size();
+        }
+        return bytes;
+    }
+
+    tDataFileReader& m_plain;
+    huffman::tHuffmanEncode& m_encoder;
+    tSegmentReader m_segments;
 };
 
 // Bits of a segment are counted in 32 bits.
@@ -143,22 +211,15 @@ bool isStorable(const huffman::tHuffmanEncode& encoder, std::size_t len)
 
 bool countSegments(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, const tGoOn& goOn, std::string& error)
 {
-    tSegmentReader segments(cWindow);
-    tProgress progress(goOn);
-    for (std::size_t i = 0; i < plain.index().size(); ++i)
-    {
-        const auto segment = segments.read(plain, i);
-        if (!segment)
-            return fail(error, cUnreadable);
-        encoder.PreReadSrcFileSegment(segment->data(), segment->size());
-        if (!progress.add(segment->size()))
-            return fail(error, cStopped);
-    }
-    return true;
+    huffman::tHuffmanEncode aside(huffman::eSegmentMode);
+    tCounting here(plain, encoder), there(plain, aside);
+    tPieceWork work(plain, there.piece());
+    work.available(plain.index().size());
+    return work.finish(here.piece(), goOn, error) && encoder.PreReadAdd(aside);
 }
 
 bool encodeFile(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, tOutputFile& out, const tGoOn& goOn,
-                std::string& error)
+                const tStored& stored, std::string& error)
 try
 {
     if (!encoder.PreReadFinish() || !encoder.IsRestorable())
@@ -168,7 +229,7 @@ try
         return writeFailed(out, error);
     tSegmentReader segments(cWindow);
     tProgress progress(goOn);
-    tEncodedOutput encoded(encoder, out);
+    tDataOutput encoded(out, stored);
     for (std::size_t i = 0; i < plain.index().size(); ++i)
     {
         const auto segment = segments.read(plain, i);
@@ -176,64 +237,42 @@ try
             return fail(error, cUnreadable);
         if (!isStorable(encoder, segment->size()))
             return fail(error, "a segment is too long for a compressed file");
-        if (!encoded.append(timeOf(plain.index()[i]), *segment))
+        if (!appendEncoded(encoded, encoder, timeOf(plain.index()[i]), *segment))
             return writeFailed(out, error);
         if (!progress.add(segment->size()))
             return fail(error, cStopped);
     }
-    return encoded.finish() || writeFailed(out, error);
+    const huffman::tEncodedSegment rest = encoder.SegmentEncodeFinish();
+    return encoded.finish({rest.first.first, rest.first.second}) || writeFailed(out, error);
 }
 catch (const std::out_of_range&)
 {
     return fail(error, "it has changed since its bytes were counted");
 }
 
-bool decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tGoOn& goOn, std::string& error)
+bool decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tGoOn& goOn,
+                const tStored& stored, std::string& error)
 {
+    unsigned char magic[4];
+    le::store(magic, static_cast<std::uint32_t>(cDataFileHead));
+    if (!out.writeAt(magic, sizeof magic, 0))
+        return writeFailed(out, error);
     tSegmentReader segments(cWindow);
     tProgress progress(goOn);
-    tStream payload(out, cPayloadPos), index(out, cIndexPos);
-    tIndexHead head{};
+    tDataOutput plain(out, stored);
     for (std::size_t i = 0; i < encoded.index().size(); ++i)
     {
         const auto segment = segments.read(encoded, i);
         if (!segment)
             return fail(error, cUnreadable);
-        const auto len = static_cast<std::uint32_t>(segment->size());
-        const tIndexSlot slot = encode(tNormalIndexTable{timeOf(encoded.index()[i]), payload.position(), len});
-        if (!payload.append(segment->data(), len) || !index.append(slot.data(), slot.size()))
+        if (!appendPlain(plain, timeOf(encoded.index()[i]), *segment))
             return writeFailed(out, error);
-        ++head.indexNum;
-        head.segmentMaxLen = std::max(head.segmentMaxLen, len);
-        if (!progress.add(len))
-            return fail(error, cStopped);
-    }
-    if (payload.position() != cPayloadPos + bytes)
-        return fail(error, "its codes do not give as many bytes as its head says");
-    unsigned char magic[4];
-    le::store(magic, static_cast<std::uint32_t>(cDataFileHead));
-    return (out.writeAt(magic, sizeof magic, 0) && payload.flush() && index.flush() && writeIndexHead(out, head)) ||
-           writeFailed(out, error);
-}
-
-bool sameSegments(tDataFileReader& a, tDataFileReader& b, const tGoOn& goOn, std::string& error)
-{
-    if (a.index().size() != b.index().size())
-        return fail(error, "the result has another number of records");
-    tSegmentReader fromA(cWindow), fromB(cWindow);
-    tProgress progress(goOn);
-    for (std::size_t i = 0; i < a.index().size(); ++i)
-    {
-        const auto segment = fromA.read(a, i);
-        if (!segment)
-            return fail(error, cUnreadable);
-        const auto again = fromB.read(b, i);
-        if (again != segment || timeOf(a.index()[i]) != timeOf(b.index()[i]))
-            return fail(error, "the result does not give a record back");
         if (!progress.add(segment->size()))
             return fail(error, cStopped);
     }
-    return true;
+    if (plain.position() != cPayloadPos + bytes)
+        return fail(error, "its codes do not give as many bytes as its head says");
+    return plain.finish({}) || writeFailed(out, error);
 }
 
 std::string encodedName(const std::string& plainPath, const std::string& suffix)

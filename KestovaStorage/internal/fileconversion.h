@@ -1,7 +1,7 @@
 // Data files rewritten: plain ones Huffman-compressed, and back.
 //
-// Units    bytes of payload read, for progress.
-// Threads  none of their own; what is given is used by the calling thread only.
+// Units    bytes of payload, for progress.
+// Threads  progress and what is stored are told on the calling thread. Counting is shared with a thread of its own.
 // Errors   false with a sentence in `error`, no file name in it; the source is never changed, and what was written of
 //          the output is the caller's to remove.
 #ifndef KESTOVA_INTERNAL_FILECONVERSION_H
@@ -14,22 +14,22 @@
 #include "KestovaStorage/huffmanencode.h"
 #include "KestovaStorage/internal/datafilereader.h"
 #include "KestovaStorage/internal/outputfile.h"
+#include "KestovaStorage/internal/piecework.h"
 
 namespace storage
 {
-// Called now and then with how many bytes have been dealt with; false ends the work.
-using tGoOn = std::function<bool(std::uint64_t bytes)>;
+// Called as the output grows: so many records are in it now, with their index.
+using tStored = std::function<void(std::size_t records)>;
 
 // Counts every segment of a file for its code.
 bool countSegments(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, const tGoOn& goOn, std::string& error);
 // Writes the Huffman file of a finished plain file all of whose segments `encoder` has counted. Refuses what the
 // stored form cannot give back.
 bool encodeFile(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, tOutputFile& out, const tGoOn& goOn,
-                std::string& error);
+                const tStored& stored, std::string& error);
 // Writes the plain file of a Huffman file, which must give `bytes` bytes of payload.
-bool decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tGoOn& goOn, std::string& error);
-// Whether both hold the same segments with the same times, read back one by one.
-bool sameSegments(tDataFileReader& a, tDataFileReader& b, const tGoOn& goOn, std::string& error);
+bool decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tGoOn& goOn,
+                const tStored& stored, std::string& error);
 
 // "rec/0003_2024-05-17_10-01-12_radar.data" with the suffix ".data" gives "...radar.tar.data". Only the last component
 // of the path is looked at: a folder may have the suffix in its name.

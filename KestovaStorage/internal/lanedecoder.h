@@ -20,7 +20,7 @@ namespace huffman
 class tLaneDecoder
 {
 public:
-    static constexpr std::uint64_t cWorthLanes = 16384;  // bits from which on lanes pay
+    static constexpr std::uint64_t cWorthLanes = 8192;  // bits from which on lanes pay
 
     explicit tLaneDecoder(const tSymbolTable& table, eInstructions instructions = eInstructions::best);
 

@@ -10,12 +10,43 @@ namespace storage
 namespace
 {
 constexpr std::size_t cMinBufferSize = 64 * 1024;
+constexpr std::uint64_t cMostAhead = 4 << 20;
+
+struct tPlace
+{
+    std::uint64_t begin, end;
+};
+
+// Where the bytes of a record are.
+tPlace placeOf(tFileHeadSymbol symbol, const tIndexSlot& slot)
+{
+    if (symbol == cHuffmanFileHead)
+    {
+        const tEncodedIndexTable record = decodeEncoded(slot);
+        return {record.firstBytePos,
+                record.firstBytePos + (std::uint64_t{record.firstBitPos} + record.huffmanBits + 7) / 8};
+    }
+    const tNormalIndexTable record = decodeNormal(slot);
+    return {record.pos, record.pos + record.len};
 }
+}  // namespace
 
 std::optional<std::string_view> tSegmentReader::read(tDataFileReader& file, std::size_t record)
+{
+    return read(file, file.index()[record]);
+}
+
+void tSegmentReader::readAhead(tDataFileReader& file, std::span<const tIndexSlot> slots)
+{
+    const std::uint64_t begin = placeOf(file.symbol(), slots.front()).begin;
+    const std::uint64_t end = placeOf(file.symbol(), slots.back()).end;
+    if (begin < end && end - begin <= cMostAhead)
+        load(file, begin, static_cast<std::size_t>(end - begin));
+}
+
+std::optional<std::string_view> tSegmentReader::read(tDataFileReader& file, const tIndexSlot& slot)
 try
 {
-    const tIndexSlot& slot = file.index()[record];
     if (file.symbol() == cHuffmanFileHead)
         return decode(file, decodeEncoded(slot));
     const tNormalIndexTable place = decodeNormal(slot);
@@ -53,15 +84,21 @@ const char* tSegmentReader::bytesAt(tDataFileReader& file, std::uint64_t pos, st
         const std::uint64_t left = file.size() > pos ? file.size() - pos : 0;
         const bool readsOn = &file == m_file && pos == m_end;
         const std::uint64_t ahead = readsOn ? std::min<std::uint64_t>(m_windowSize, left) : 0;
-        const std::size_t size = std::max(len, static_cast<std::size_t>(ahead));
-        m_file = nullptr;
-        if (!file.read(pos, size, m_read.need(size)))
+        if (!load(file, pos, std::max(len, static_cast<std::size_t>(ahead))))
             return nullptr;
-        m_file = &file;
-        m_pos = pos;
-        m_end = pos + size;
     }
     return m_read.need(0) + (pos - m_pos);
+}
+
+bool tSegmentReader::load(tDataFileReader& file, std::uint64_t pos, std::size_t size)
+{
+    m_file = nullptr;
+    if (!file.read(pos, size, m_read.need(size)))
+        return false;
+    m_file = &file;
+    m_pos = pos;
+    m_end = pos + size;
+    return true;
 }
 
 char* tSegmentReader::tBuffer::need(std::size_t size)

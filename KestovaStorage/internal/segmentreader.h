@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string_view>
 
 #include "KestovaStorage/internal/datafilereader.h"
@@ -24,6 +25,10 @@ public:
 
     // Segment number `record` of the file's index; valid until the next read.
     std::optional<std::string_view> read(tDataFileReader& file, std::size_t record);
+    // The segment of any record of this file.
+    std::optional<std::string_view> read(tDataFileReader& file, const tIndexSlot& slot);
+    // Reads the bytes of records that follow each other at once: the next reads find them.
+    void readAhead(tDataFileReader& file, std::span<const tIndexSlot> slots);
 
 private:
     // Memory that is not initialised and does not become smaller.
@@ -40,6 +45,7 @@ private:
 
     std::optional<std::string_view> decode(tDataFileReader& file, const tEncodedIndexTable& record);
     const char* bytesAt(tDataFileReader& file, std::uint64_t pos, std::size_t len);
+    bool load(tDataFileReader& file, std::uint64_t pos, std::size_t size);
 
     const std::size_t m_windowSize;
     tBuffer m_read, m_decoded;
