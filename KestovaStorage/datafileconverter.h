@@ -13,7 +13,7 @@ enum tConversionStep : int32_t
 {
     eCounting = 0,  // the bytes' code is being made; only when compressing
     eWriting = 1,
-    eVerifying = 2  // every segment of the result is read back and compared
+    eVerifying = 2  // every segment of the result is read back and compared; much of it during the step before
 };
 
 class KESTOVA_API iConversionObserver
@@ -27,7 +27,8 @@ public:
 
 // The result is written beside the file under another ending (".part"), verified and synced, and only then takes the
 // file's place, at one stroke: whenever the process or the machine dies, the recording is whole, in one form or the
-// other. Memory stays below 64 MiB for segments up to 1 MiB. Any thread; one file is for one call at a time.
+// other. Memory stays below 64 MiB for segments up to 1 MiB. Any thread; one file is for one call at a time. A call
+// takes a second thread to help it while it runs.
 class KESTOVA_API tDataFileConverter
 {
 public:
