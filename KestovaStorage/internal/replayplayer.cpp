@@ -383,7 +383,8 @@ void tReplayPlayer::play()
     m_ended.notify_all();
 }
 
-// Waits until the segment is due; false if playing must be left before.
+// Waits until the segment is due; false if playing must be left before. All of a millisecond are due with its first:
+// the clock would let that one come a tick before the others, and the time between two of them would show it.
 bool tReplayPlayer::waitFor(std::uint64_t key)
 {
     tWorker::tLock held = m_player.lock();
@@ -394,7 +395,7 @@ bool tReplayPlayer::waitFor(std::uint64_t key)
             m_player.wait(held, [this] { return mustLeave() || !mustHold(); });
             continue;
         }
-        const auto due = m_clock.dueTime(key);
+        const auto due = m_clock.dueTime(key - key % cKeysPerMs);
         const auto now = tWorker::tClock::now();
         if (now >= due)
         {
