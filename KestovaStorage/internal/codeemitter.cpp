@@ -134,16 +134,10 @@ KESTOVA_WITH_BMI2 std::size_t emitBmi2(const std::uint64_t* pairs, bool longGrou
     return emitAny(pairs, longGroups, singles, data, len, end);
 }
 
-// How many bytes were done, and what is behind their last complete unit.
-struct tEmitted
-{
-    std::size_t done;
-    unsigned char* out;
-};
-
 // Everything in registers from the carried bits to those left over: a short record is little more than that.
-KESTOVA_INLINE tEmitted emitShort(bool longGroups, const std::uint64_t* singles, const unsigned char* data,
-                                  std::size_t len, tPartialUnit& carry, unsigned char* out)
+KESTOVA_INLINE tCodeEmitter::tEmitted emitShort(bool longGroups, const std::uint64_t* singles,
+                                                const unsigned char* data, std::size_t len, tPartialUnit& carry,
+                                                unsigned char* out)
 {
     tUnitEnd end{carry.bits, carry.count, out};
     const std::size_t done = emitAll(tSingles{singles}, longGroups, singles, data, len, end);
@@ -151,14 +145,15 @@ KESTOVA_INLINE tEmitted emitShort(bool longGroups, const std::uint64_t* singles,
     return {done, end.out};
 }
 
-tEmitted emitShortPortable(bool longGroups, const std::uint64_t* singles, const unsigned char* data, std::size_t len,
-                           tPartialUnit& carry, unsigned char* out)
+tCodeEmitter::tEmitted emitShortPortable(bool longGroups, const std::uint64_t* singles, const unsigned char* data,
+                                         std::size_t len, tPartialUnit& carry, unsigned char* out)
 {
     return emitShort(longGroups, singles, data, len, carry, out);
 }
 
-KESTOVA_WITH_BMI2 tEmitted emitShortBmi2(bool longGroups, const std::uint64_t* singles, const unsigned char* data,
-                                         std::size_t len, tPartialUnit& carry, unsigned char* out)
+KESTOVA_WITH_BMI2 tCodeEmitter::tEmitted emitShortBmi2(bool longGroups, const std::uint64_t* singles,
+                                                       const unsigned char* data, std::size_t len, tPartialUnit& carry,
+                                                       unsigned char* out)
 {
     return emitShort(longGroups, singles, data, len, carry, out);
 }
@@ -175,6 +170,10 @@ std::uint64_t shiftedRight(std::uint64_t value, unsigned distance)
 }
 }  // namespace
 
+tCodeEmitter::tCodeEmitter(eInstructions instructions)
+    : m_instructions(instructions), m_emitShort(usesBmi2(instructions) ? emitShortBmi2 : emitShortPortable)
+{}
+
 void tCodeEmitter::set(const tCodeTable& codes, const tByteCounts& counts)
 {
     m_codes = codes;
@@ -189,6 +188,7 @@ void tCodeEmitter::set(const tCodeTable& codes, const tByteCounts& counts)
     m_longGroups = bits * 2 < bytes * 9;
     m_longVectors = bits * 2 < bytes * 11;
     m_vectors = m_fast && bytes >= cShortLength && m_instructions == eInstructions::best && hasVectorEmitter();
+    m_shortLength = m_fast ? cShortLength : 0;
     m_pairs.clear();
     if (m_fast)
         setSingles();
@@ -223,27 +223,17 @@ void tCodeEmitter::setPairs()
     }
 }
 
-std::uint64_t tCodeEmitter::emit(const unsigned char* data, std::size_t len, tPartialUnit& carry,
-                                 unsigned char* out) const
+void tCodeEmitter::raiseNoCode()
 {
-    const unsigned before = carry.count;
-    tEmitted emitted{0, out};
-    if (!m_fast)
-        emitted.done = emitExact(data, len, carry, emitted.out);
-    else if (len >= cShortLength)
-        emitted.done = emitLong(data, len, carry, emitted.out);
-    else
-        emitted = usesBmi2(m_instructions) ? emitShortBmi2(m_longGroups, m_singles.data(), data, len, carry, out)
-                                           : emitShortPortable(m_longGroups, m_singles.data(), data, len, carry, out);
-    if (emitted.done != len)
-        throw std::out_of_range("map::at");
-    return static_cast<std::uint64_t>(emitted.out - out) * 8 + carry.count - before;
+    throw std::out_of_range("map::at");
 }
 
 // Whole bytes are stored as they fill, 8 bytes at a time; the last unit is taken back from there.
-std::size_t tCodeEmitter::emitLong(const unsigned char* data, std::size_t len, tPartialUnit& carry,
-                                   unsigned char*& out) const
+tCodeEmitter::tEmitted tCodeEmitter::emitLong(const unsigned char* data, std::size_t len, tPartialUnit& carry,
+                                              unsigned char* out) const
 {
+    if (!m_fast)
+        return emitExact(data, len, carry, out);
     le::store(out, carry.bits);
     tByteEnd end{carry.bits >> (carry.count & 56), carry.count & 7, out + carry.count / 8};
     std::size_t done = m_vectors ? emitVectors(m_vectorTables, m_longVectors, m_singles.data(), data, len, end) : 0;
@@ -252,19 +242,19 @@ std::size_t tCodeEmitter::emitLong(const unsigned char* data, std::size_t len, t
     done += emitWith(pairs, m_longGroups, m_singles.data(), data + done, len - done, end);
     le::store(end.out, end.bits);
     const auto bytes = static_cast<std::size_t>(end.out - out);
-    out += bytes / 8 * 8;
-    carry = {le::load<std::uint64_t>(out), static_cast<unsigned>(bytes % 8) * 8 + end.count};
-    return done;
+    unsigned char* const unit = out + bytes / 8 * 8;
+    carry = {le::load<std::uint64_t>(unit), static_cast<unsigned>(bytes % 8) * 8 + end.count};
+    return {done, unit};
 }
 
 // The format's own words, for codes of any length: what is lost of codes above 31 bits must be lost in the same way.
-std::size_t tCodeEmitter::emitExact(const unsigned char* data, std::size_t len, tPartialUnit& carry,
-                                    unsigned char*& out) const
+tCodeEmitter::tEmitted tCodeEmitter::emitExact(const unsigned char* data, std::size_t len, tPartialUnit& carry,
+                                               unsigned char* out) const
 {
     for (std::size_t i = 0; i < len; ++i)
     {
         if (!m_codes.present[data[i]])
-            return i;
+            return {i, out};
         const tCode& code = m_codes.codes[data[i]];
         const unsigned before = carry.count;
         carry.bits |= shiftedLeft(code.bits, before);
@@ -276,6 +266,6 @@ std::size_t tCodeEmitter::emitExact(const unsigned char* data, std::size_t len, 
         carry.count -= 64;
         carry.bits = shiftedRight(code.bits, 64 - before);
     }
-    return len;
+    return {len, out};
 }
 }  // namespace huffman

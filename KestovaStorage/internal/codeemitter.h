@@ -32,7 +32,7 @@ struct tPartialUnit
 class tCodeEmitter
 {
 public:
-    explicit tCodeEmitter(eInstructions instructions = eInstructions::best) : m_instructions(instructions) {}
+    explicit tCodeEmitter(eInstructions instructions = eInstructions::best);
 
     // Takes other codes; `counts`: how often each byte is expected to come.
     void set(const tCodeTable& codes, const tByteCounts& counts);
@@ -40,17 +40,38 @@ public:
     std::size_t room(std::size_t len) const { return ((63 + len * m_codes.longest) / 64 + 2) * 8; }
     // Bits emitted; the complete units among them and the carried ones are at `out`, behind them up to 16 bytes are
     // written over. Raises "map::at" for a byte without code; the codes before it are in `out` and `carry`.
-    std::uint64_t emit(const unsigned char* data, std::size_t len, tPartialUnit& carry, unsigned char* out) const;
+    std::uint64_t emit(const unsigned char* data, std::size_t len, tPartialUnit& carry, unsigned char* out) const
+    {
+        const unsigned before = carry.count;
+        const tEmitted emitted = len < m_shortLength
+                                     ? m_emitShort(m_longGroups, m_singles.data(), data, len, carry, out)
+                                     : emitLong(data, len, carry, out);
+        if (emitted.done != len)
+            raiseNoCode();
+        return static_cast<std::uint64_t>(emitted.out - out) * 8 + carry.count - before;
+    }
+
+    // How many bytes were done, and what is behind their last complete unit.
+    struct tEmitted
+    {
+        std::size_t done;
+        unsigned char* out;
+    };
 
 private:
     static constexpr std::uint64_t cBytesWorthPairs = 256 * 1024;
+    using tEmitShort = tEmitted (*)(bool longGroups, const std::uint64_t* singles, const unsigned char* data,
+                                    std::size_t len, tPartialUnit& carry, unsigned char* out);
 
     void setSingles();
     void setPairs();
-    std::size_t emitLong(const unsigned char* data, std::size_t len, tPartialUnit& carry, unsigned char*& out) const;
-    std::size_t emitExact(const unsigned char* data, std::size_t len, tPartialUnit& carry, unsigned char*& out) const;
+    tEmitted emitLong(const unsigned char* data, std::size_t len, tPartialUnit& carry, unsigned char* out) const;
+    tEmitted emitExact(const unsigned char* data, std::size_t len, tPartialUnit& carry, unsigned char* out) const;
+    [[noreturn]] static void raiseNoCode();
 
     eInstructions m_instructions;
+    tEmitShort m_emitShort;
+    std::size_t m_shortLength = 0;  // inputs below it go that way
     tCodeTable m_codes;
     bool m_fast = false;         // codes of 1 to 31 bits
     bool m_vectors = false;      // 64 bytes at a time; no pairs then
