@@ -211,11 +211,12 @@ tEncodedResult tHuffmanEncodePrivate::encodeByteArray(const char* src, std::uint
     return {{out, static_cast<std::uint32_t>(written)}, allocate};
 }
 
-// Nothing behind the last byte may be touched, and the emitter writes up to 16 bytes more than it fills: the codes of
-// the last bytes, more than so many, go through a buffer.
+// Nothing behind the last byte may be touched, and the emitter writes up to 16 bytes more than it fills: so many bytes
+// at the end that their codes, of a bit at least, fill more than that go through a buffer.
 std::size_t tHuffmanEncodePrivate::emitByteArray(const char* src, std::size_t len, char* to)
 {
-    const std::size_t last = std::min<std::size_t>(len, 24 * 8);
+    constexpr std::size_t cBuffered = 24 * 8;
+    const std::size_t last = std::min(len, cBuffered);
     const std::unique_ptr<char[]> buffer(new char[m_emitter.room(last)]);
     tPartialUnit partial;
     const std::uint64_t bits =

@@ -4,7 +4,7 @@
 //          they were made, the root is the last node. A left branch is a 1 in the code, a right branch a 0.
 // Format   which of two equal counts comes first is decided by the moves of the heap alone; files depend on it, so
 //          these moves are written out here and not left to a library.
-// Memory   all in the object, about 17 KB; nothing is allocated.
+// Memory   all in the object, about 14 KB, and some 3 KB of stack while it is made; nothing is allocated.
 #ifndef KESTOVA_INTERNAL_CODETREE_H
 #define KESTOVA_INTERNAL_CODETREE_H
 

@@ -120,8 +120,9 @@ const huffman::tHuffmanDecode* tDataFileReader::decoder()
         huffman::tFileHead head{};
         if (!read(0, sizeof head, reinterpret_cast<char*>(&head)))
             return nullptr;
-        m_decoder = std::make_unique<huffman::tHuffmanDecode>(huffman::eSegmentMode);
-        m_decoder->SetHuffmanHead(head);
+        auto decoder = std::make_unique<huffman::tHuffmanDecode>(huffman::eSegmentMode);
+        decoder->SetHuffmanHead(head);
+        m_decoder = std::move(decoder);
         m_countedBits = m_decoder->CountedBits();
     }
     return m_decoder->HasCodes() ? m_decoder.get() : nullptr;

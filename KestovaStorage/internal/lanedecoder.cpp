@@ -100,8 +100,11 @@ tLaneDecoder::tLanes tLaneDecoder::makeLanes(const tBitRange& range, unsigned ch
 {
     const std::uint64_t bits = laneBits(range.left());
     const std::size_t room = laneRoom(bits);
-    if (!m_scratch)
+    if (m_scratchSize < (cLanes - 1) * room)
+    {
         m_scratch.reset(new unsigned char[(cLanes - 1) * room]);
+        m_scratchSize = (cLanes - 1) * room;
+    }
     tLanes lanes;
     for (std::size_t i = 0; i < cLanes; ++i)
     {

@@ -60,7 +60,8 @@ private:
     const tSymbolTable& m_table;
     const tSymbolDecoder m_decoder;
     eInstructions m_instructions;
-    std::unique_ptr<unsigned char[]> m_scratch;  // for all lanes but the first, made for the first round, the longest
+    std::unique_ptr<unsigned char[]> m_scratch;  // for all lanes but the first
+    std::size_t m_scratchSize = 0;
     std::uint64_t m_thrownAway = 0;
 };
 }  // namespace huffman

@@ -8,7 +8,7 @@
 
 #if defined(__x86_64__)
 #define KESTOVA_HAS_BMI2_BUILD 1
-#define KESTOVA_WITH_BMI2 __attribute__((target("bmi,bmi2,lzcnt,popcnt")))
+#define KESTOVA_WITH_BMI2 __attribute__((target("bmi,bmi2,popcnt")))
 #else
 #define KESTOVA_HAS_BMI2_BUILD 0
 #define KESTOVA_WITH_BMI2
@@ -26,7 +26,7 @@ enum class eInstructions : unsigned char
 inline bool usesBmi2([[maybe_unused]] eInstructions wanted)
 {
 #if KESTOVA_HAS_BMI2_BUILD
-    static const bool s_bmi2 = __builtin_cpu_supports("bmi2") != 0 && __builtin_cpu_supports("lzcnt") != 0 &&
+    static const bool s_bmi2 = __builtin_cpu_supports("bmi") != 0 && __builtin_cpu_supports("bmi2") != 0 &&
                                __builtin_cpu_supports("popcnt") != 0;
     return s_bmi2 && wanted == eInstructions::best;
 #else

@@ -10,6 +10,8 @@ namespace huffman
 {
 namespace
 {
+constexpr unsigned cWidthOfFour = 12;  // up to which a filled word is enough for five lookups
+
 // Bits from the place of a range on.
 struct tWord
 {
@@ -44,8 +46,8 @@ bool decodeLong(const tSymbolTable& table, std::uint64_t entry, tBitRange& range
     return true;
 }
 
-// Decodes from the last word of a range until no whole code is left: there the symbols count whose codes end before
-// it does.
+// Decodes from the last word of a range. What a lookup sees reaches beyond the end there at last: of that one only the
+// symbols count whose codes end with the range or before.
 KESTOVA_INLINE bool decodeLastWord(const tSymbolTable& table, const tLookups& lookups, tWord word, tBitRange& range,
                                    unsigned char*& out)
 {
@@ -85,12 +87,14 @@ KESTOVA_INLINE bool decodeWord(const tSymbolTable& table, const tLookups& lookup
 // Decodes while 8 bytes of the range and room are left and no code comes that is too long for the table behind its
 // entry.
 //
-// A lookup waits for the one before it, and for nothing else: its bits are there before the word is filled up, and what
-// fills it is ready by the time they are gone.
+// A lookup waits for the one before it, and for nothing else: the bits of a round's first lookup are left over from the
+// round before, and the word is filled up meanwhile.
 template <unsigned cLooks>  // from one filling to the next
 KESTOVA_INLINE unsigned char* decodeFast(const tSymbolTable& table, const tLookups lookups, tBitRange& range,
                                          unsigned char* out, const unsigned char* outEnd)
 {
+    constexpr unsigned cWidth = cLooks == 4 ? cWidthOfFour : tSymbolTable::cMostWidth;
+    static_assert(64 - cLooks * cWidth >= cWidth);
     const unsigned char* const lastFrom = range.data + range.bytes() - 8;
     const unsigned char* from = range.data + range.pos / 8 + 7;
     std::uint64_t bits = le::load<std::uint64_t>(from - 7) >> (range.pos % 8);
@@ -123,7 +127,7 @@ KESTOVA_INLINE unsigned char* decodeFast(const tSymbolTable& table, const tLooku
 KESTOVA_INLINE unsigned char* decodeRange(const tSymbolTable& table, tBitRange& range, unsigned char* out,
                                           const unsigned char* outEnd)
 {
-    constexpr std::uint64_t cWorthFast = 128;  // bits
+    constexpr std::uint64_t cWorthFast = 128;  // bits; the first word alone takes 64
     const tLookups lookups(table);
     const auto goesOn = [&] {
         return range.pos < range.end && static_cast<std::size_t>(outEnd - out) >= tSymbolDecoder::cSlack;
@@ -131,8 +135,8 @@ KESTOVA_INLINE unsigned char* decodeRange(const tSymbolTable& table, tBitRange& 
     while (goesOn())
     {
         if (range.left() >= cWorthFast)
-            out = table.width() > 12 ? decodeFast<3>(table, lookups, range, out, outEnd)
-                                     : decodeFast<4>(table, lookups, range, out, outEnd);
+            out = table.width() > cWidthOfFour ? decodeFast<3>(table, lookups, range, out, outEnd)
+                                               : decodeFast<4>(table, lookups, range, out, outEnd);
         if (goesOn() && !decodeWord(table, lookups, range, out))
             break;
     }

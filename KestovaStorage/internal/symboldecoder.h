@@ -38,8 +38,8 @@ public:
         : m_table(table), m_instructions(instructions)
     {}
 
-    // Decodes until less than cSlack bytes are left before `outEnd`, or until no whole code is left in the range: then
-    // at least cSlack bytes are. Moves range.pos behind the last code decoded; returns what is behind the last symbol.
+    // Decodes until no whole code is left in the range, or less than cSlack bytes before `outEnd`: there may be more to
+    // come then. Moves range.pos behind the last code decoded; returns what is behind the last symbol.
     unsigned char* decode(tBitRange& range, unsigned char* out, unsigned char* outEnd) const;
 
 private:

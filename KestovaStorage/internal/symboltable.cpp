@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <bit>
 
-#include "KestovaStorage/internal/processor.h"
-
 namespace huffman
 {
 namespace
@@ -68,8 +66,9 @@ KESTOVA_WITH_BMI2 void joinBmi2(std::uint64_t* entries, std::uint8_t* lengths, u
 }
 }  // namespace
 
-void tSymbolTable::build(const tFreqTable& freqs, std::uint64_t bits)
+void tSymbolTable::build(const tFreqTable& freqs, std::uint64_t bits, eInstructions instructions)
 {
+    m_built = false;
     m_tree.emplace(freqs);
     if (!m_tree->hasCodes())
         return;
@@ -81,8 +80,9 @@ void tSymbolTable::build(const tFreqTable& freqs, std::uint64_t bits)
     m_longs.assign(1, {0, 0});
     fill();
     if (bits >= cWorthJoining)
-        usesBmi2(eInstructions::best) ? joinBmi2(m_entries.data(), m_lengths.data(), m_width)
-                                      : joinPortable(m_entries.data(), m_lengths.data(), m_width);
+        usesBmi2(instructions) ? joinBmi2(m_entries.data(), m_lengths.data(), m_width)
+                               : joinPortable(m_entries.data(), m_lengths.data(), m_width);
+    m_built = true;
 }
 
 // Codes up to the width fill every entry that begins with them; entries that lead further into the tree hold the node.

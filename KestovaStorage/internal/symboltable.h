@@ -2,9 +2,8 @@
 //
 // Shapes   two tables with a place for every value of the next width() bits; the whole codes among these bits, six at
 //          most, are what a lookup takes:
-//            lengths  how many bits they have; 0 where not even the first one is whole. A table of its own because
-//            every
-//                     lookup waits for the length of the one before: bytes stay in the first-level cache.
+//            lengths  how many bits they have; 0 where not even the first one is whole. A table of its own: each
+//                     lookup waits for the length of the one before, and bytes stay in the first-level cache.
 //            entries  bits 0 to 47   the symbols, first one lowest; what stands behind the last one means nothing
 //                     bits 48 to 60  where they end: bit 48 is set where one ends with the first bit, and so on
 //                     bits 61 to 63  how many symbols they are
@@ -21,6 +20,7 @@
 #include <vector>
 
 #include "KestovaStorage/internal/codetree.h"
+#include "KestovaStorage/internal/processor.h"
 
 namespace huffman
 {
@@ -30,9 +30,10 @@ public:
     static constexpr unsigned cMostWidth = 13;
     static constexpr unsigned cMostSymbols = 6;
 
-    // For decoding about this many bits: a wide table for a short stream costs more than it gains.
-    void build(const tFreqTable& freqs, std::uint64_t bits);
-    bool hasCodes() const { return m_tree && m_tree->hasCodes(); }
+    // For decoding about this many bits: a wide table for a short stream costs more than it gains. Where memory runs
+    // out, std::bad_alloc, there are no codes.
+    void build(const tFreqTable& freqs, std::uint64_t bits, eInstructions instructions = eInstructions::best);
+    bool hasCodes() const { return m_built; }
 
     unsigned width() const { return m_width; }
     const std::uint8_t* lengths() const { return m_lengths.data(); }
@@ -65,6 +66,7 @@ private:
     tSymbol walk(std::size_t node, std::uint64_t bits) const;
 
     std::optional<tCodeTree> m_tree;
+    bool m_built = false;
     unsigned m_width = 0;
     std::vector<std::uint8_t> m_lengths;
     std::vector<std::uint64_t> m_entries;
