@@ -1,11 +1,11 @@
 // Recordings that are compressed when they are finished, and files converted later.
-#include <atomic>
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
-#include <memory>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
@@ -15,6 +15,7 @@
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datafileconverter.h"
 #include "KestovaStorage/datastorageio.h"
+#include "support/huffmaninputs.h"
 #include "support/ownnamespace.h"
 #include "support/recordedsegments.h"
 #include "support/recording.h"
@@ -47,26 +48,40 @@ tSegments unevenSegments(std::size_t count, std::size_t longest = 700)
     return segments;
 }
 
+struct tConversionObserver : storage::iConversionObserver
+{
+    bool UpdateConversion(storage::tConversionStep step, uint64_t done, uint64_t total) override
+    {
+        EXPECT_LE(done, total);
+        return goOn(step);
+    }
+    std::function<bool(storage::tConversionStep)> goOn;
+};
+
 class tCompressedStorageTest : public testing::Test
 {
 protected:
-    // Records with compression, in `folder` (ends with "/"), and returns the path that the file had while it was
-    // written.
-    std::string record(const tSegments& segments, const std::string& folder)
+    // Records into a file that will be compressed, and returns its path.
+    static std::string record(tDataStorageIO& io, const tSegments& segments, const std::string& folder)
     {
         fs::create_directories(folder);
-        tDataStorageIO io("", ".data");
         EXPECT_TRUE(io.CreateNewWritingFile(folder, "made", true));
-        const std::string path = io.GetCurrentWriteDataFileName();
         for (const tSegment& segment : segments)
             io.WriteData(segment.bytes.data(), segment.bytes.size(), segment.time);
         EXPECT_TRUE(io.WaitWriteIdle(20'000));
+        return io.GetCurrentWriteDataFileName();
+    }
+    // The same, compressed when it returns.
+    static std::string record(const tSegments& segments, const std::string& folder)
+    {
+        tDataStorageIO io("", ".data");
+        const std::string path = record(io, segments, folder);
         io.FinishWrite();
         return path;  // destruction waits for the compression
     }
-    std::string record(const tSegments& segments) { return record(segments, dir.string() + "/"); }
     static std::string encoded(const std::string& path) { return path.substr(0, path.size() - 5) + ".tar.data"; }
-    std::string plainFile(const tSegments& segments, const char* name = "p.data")
+    static auto entriesIn(const std::string& path) { return std::distance(fs::directory_iterator(path), {}); }
+    std::string plainFile(const tSegments& segments, const std::string& name = "p.data")
     {
         std::vector<tHandSegment> made;
         for (const tSegment& segment : segments)
@@ -79,43 +94,36 @@ protected:
         std::ifstream file(path, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
     }
+    static std::uint32_t indexNum(const std::string& path)
+    {
+        std::uint32_t number = 0;
+        std::ifstream(path, std::ios::binary).seekg(2000).read(reinterpret_cast<char*>(&number), sizeof number);
+        return number;
+    }
+    bool compress(const std::string& path, storage::iConversionObserver* told = nullptr)
+    {
+        return tDataFileConverter::Compress(path, ".data", told, &result, &error);
+    }
+    // Conversion ended with `text` in its message.
+    void expectError(const char* text) const { EXPECT_NE(error.find(text), std::string::npos) << error; }
 
     tTempDir dir;
-};
-
-std::uint32_t indexNum(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::uint32_t number = 0;
-    file.seekg(2000);
-    file.read(reinterpret_cast<char*>(&number), sizeof number);
-    return number;
-}
-
-class tEndlessObserver : public storage::iConversionObserver
-{
-public:
-    explicit tEndlessObserver(storage::tConversionStep last) : m_last(last) {}
-    bool UpdateConversion(storage::tConversionStep step, uint64_t done, uint64_t total) override
-    {
-        EXPECT_LE(done, total);
-        return step != m_last;
-    }
-
-private:
-    const storage::tConversionStep m_last;
+    const std::string folder = dir.file("rec.data/");  // the suffix counts in the file's own name only
+    tConversionObserver observer;
+    std::string result, error;
 };
 }  // namespace
 
 TEST_F(tCompressedStorageTest, replaysWhatThePlainFileWouldHave)
 {
     const tSegments segments = unevenSegments(3000);
-    const std::string path = record(segments);
+    const std::string path = record(segments, folder);
     EXPECT_FALSE(fs::exists(path));
     EXPECT_EQ(segmentsOf(encoded(path)), segments);
+    EXPECT_EQ(encoded(path).find(folder), 0u);
     tReplayLog log;
     tDataStorageIO player("", ".data");
-    player.OpenReadDataFileorFolder(dir.string(), &log);
+    player.OpenReadDataFileorFolder(folder, &log);
     player.FastSlowForward(10);
     ASSERT_TRUE(log.waitFor("4"));
     player.CloseReadingFile();
@@ -126,7 +134,7 @@ TEST_F(tCompressedStorageTest, replaysWhatThePlainFileWouldHave)
 
 TEST_F(tCompressedStorageTest, beginsEachSegmentAtTheBitWhereTheOneBeforeEnds)
 {
-    const std::string bytes = contents(encoded(record(unevenSegments(500))));
+    const std::string bytes = contents(encoded(record(unevenSegments(500), folder)));
     ASSERT_GT(bytes.size(), 10'000'000u);
     EXPECT_EQ(bytes.substr(0, 4), cHuffmanMagic);
     std::uint64_t next = 10'000'000 * 8, longest = 0;
@@ -146,20 +154,15 @@ TEST_F(tCompressedStorageTest, beginsEachSegmentAtTheBitWhereTheOneBeforeEnds)
 
 TEST_F(tCompressedStorageTest, leavesPlainWhatWouldNotComeBack)
 {
-    tSegments codesOf32Bits;  // counts like Fibonacci's make codes of up to 32 bits
-    std::uint32_t count = 1, before = 0;
-    for (int value = 0; value < 33; ++value)
-    {
-        for (std::uint32_t left = count; left != 0; left -= std::min(left, 1'000'000u))
-            codesOf32Bits.push_back({1000, std::string(std::min(left, 1'000'000u), static_cast<char>(value))});
-        before = std::exchange(count, count + before);
-    }
+    tSegments codesOf32Bits;
+    const std::string bytes = tHuffmanInputs::fibonacci(33);
+    for (std::size_t pos = 0; pos < bytes.size(); pos += 1'000'000)
+        codesOf32Bits.push_back({1000, bytes.substr(pos, 1'000'000)});
     for (const tSegments& segments : {tSegments{{1, "aaaa"}, {2, "a"}}, tSegments{}, codesOf32Bits})
     {
-        const std::string path = record(segments);
-        EXPECT_TRUE(fs::exists(path));
+        const std::string path = record(segments, folder);
         EXPECT_FALSE(fs::exists(encoded(path)));
-        EXPECT_EQ(segmentsOf(path), segments);
+        EXPECT_TRUE(segmentsOf(path) == segments);
     }
 }
 
@@ -168,50 +171,33 @@ TEST_F(tCompressedStorageTest, compressesEveryFileOfARollOver)
     tSegments segments;
     for (std::uint64_t i = 0; i < 480'000; ++i)  // more than one index holds
         segments.push_back({1000 + i, i % 3 == 0 ? "ab" : "c"});
-    record(segments);
-    const std::set<std::string> files = dataFilesIn(dir.string());
+    record(segments, folder);
+    const std::set<std::string> files = dataFilesIn(folder);
     ASSERT_EQ(files.size(), 2u);
     for (const std::string& file : files)
         EXPECT_NE(file.find(".tar.data"), std::string::npos);
-    EXPECT_EQ(segmentsBelow(dir.string()), segments);
-}
-
-TEST_F(tCompressedStorageTest, looksForTheSuffixInTheNameOnly)
-{
-    const std::string folder = dir.string() + "/rec.data/";
-    const std::string path = record(unevenSegments(20), folder);
-    EXPECT_TRUE(fs::exists(encoded(path)));
-    EXPECT_EQ(encoded(path).find(folder), 0u);
+    EXPECT_TRUE(segmentsBelow(folder) == segments);
 }
 
 TEST_F(tCompressedStorageTest, staysPlainWhereItIsGivenUp)
 {
     tDataStorageIO io("", ".data");
-    ASSERT_TRUE(io.CreateNewWritingFile(dir.string() + "/", "made", true));
-    const std::string path = io.GetCurrentWriteDataFileName();
-    const std::string bytes = unevenSegment(0, 1'000'000);
-    for (std::uint64_t i = 0; i < 150; ++i)
-        io.WriteData(bytes.data(), bytes.size(), 1000 + i);
-    ASSERT_TRUE(io.WaitWriteIdle(20'000));
+    const std::string path = record(io, tSegments(150, {1000, unevenSegment(0, 1'000'000)}), folder);
     io.FinishWrite();
     EXPECT_EQ(io.GetCompressingCnt(), 1u);
     io.CancelCompressing();
     ASSERT_TRUE(waitUntil([&] { return io.GetCompressingCnt() == 0; }));
     EXPECT_EQ(segmentsOf(path).size(), 150u);
     EXPECT_EQ(fs::file_size(path), 160'000'000u);
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir.string()), {}), 1);
+    EXPECT_EQ(entriesIn(folder), 1);
 }
 
 // Kept on purpose: a recording whose compressed file cannot even be begun is removed.
 TEST_F(tCompressedStorageTest, removesThePlainFileWhereNoOutputCanBeMade)
 {
-    const std::string folder = dir.string() + "/";
     tDataStorageIO io("", ".data");
-    ASSERT_TRUE(io.CreateNewWritingFile(folder, "made", true));
-    const std::string path = io.GetCurrentWriteDataFileName();
+    const std::string path = record(io, {{1000, "abc"}}, folder);
     fs::create_directories(encoded(path) + ".part");
-    io.WriteData("abc", 3, 1000);
-    ASSERT_TRUE(io.WaitWriteIdle(5000));
     io.FinishWrite();
     ASSERT_TRUE(waitUntil([&] { return io.GetCompressingCnt() == 0; }));
     EXPECT_FALSE(fs::exists(path));
@@ -224,24 +210,24 @@ TEST_F(tCompressedStorageTest, leavesOneWholeFileWhereverItIsKilled)
         segments.push_back({1000 + i, unevenSegment(i, 900'000)});
     for (int round = 0; round < 12; ++round)
     {
-        const std::string folder = dir.file(std::to_string(round)) + "/";
+        const std::string own = dir.file(std::to_string(round)) + "/";
         const pid_t child = ::fork();
         if (child == 0)
         {
-            record(segments, folder);
+            record(segments, own);
             ::_exit(0);
         }
         // The index head of the plain file is written, its compression begins: it takes some 50 to 200 ms.
         ASSERT_TRUE(waitUntil(
             [&] {
-                const auto files = fs::exists(folder) ? dataFilesIn(folder) : std::set<std::string>();
+                const auto files = fs::exists(own) ? dataFilesIn(own) : std::set<std::string>();
                 return !files.empty() && indexNum(*files.begin()) == 60;
             },
             std::chrono::seconds(20)));
         std::this_thread::sleep_for(std::chrono::milliseconds(round * 12));
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
-        const std::set<std::string> files = dataFilesIn(folder);
+        const std::set<std::string> files = dataFilesIn(own);
         ASSERT_FALSE(files.empty());
         for (const std::string& file : files)
             EXPECT_TRUE(segmentsOf(file) == segments) << file;
@@ -250,11 +236,9 @@ TEST_F(tCompressedStorageTest, leavesOneWholeFileWhereverItIsKilled)
 
 TEST_F(tCompressedStorageTest, convertsThereAndBackByteForByte)
 {
-    const std::string path = plainFile(unevenSegments(2000));
-    const std::string before = contents(path);
+    const std::string path = plainFile(unevenSegments(2000)), before = contents(path);
     fs::permissions(path, fs::perms::owner_read | fs::perms::group_read);
-    std::string result, error;
-    ASSERT_TRUE(tDataFileConverter::Compress(path, ".data", nullptr, &result, &error)) << error;
+    ASSERT_TRUE(compress(path)) << error;
     EXPECT_EQ(result, dir.file("p.tar.data"));
     EXPECT_FALSE(fs::exists(path));
     EXPECT_EQ(fs::status(result).permissions(), fs::perms::owner_read | fs::perms::group_read);
@@ -262,8 +246,8 @@ TEST_F(tCompressedStorageTest, convertsThereAndBackByteForByte)
     ASSERT_TRUE(tDataFileConverter::Expand(result, ".data", nullptr, &result, &error)) << error;
     EXPECT_EQ(result, path);
     // The longest segment is 0 in the head that was made by hand.
-    EXPECT_EQ(contents(path).replace(2004, 4, before.substr(2004, 4)), before);
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir.string()), {}), 1);
+    EXPECT_TRUE(contents(path).replace(2004, 4, before.substr(2004, 4)) == before);
+    EXPECT_EQ(entriesIn(dir.string()), 1);
 }
 
 TEST_F(tCompressedStorageTest, refusesToConvertAndSaysWhy)
@@ -282,28 +266,31 @@ TEST_F(tCompressedStorageTest, refusesToConvertAndSaysWhy)
     {
         SCOPED_TRACE(path);
         const std::string before = contents(path);
-        std::string error;
-        EXPECT_FALSE(tDataFileConverter::Compress(path, ".data", nullptr, nullptr, &error));
-        EXPECT_NE(error.find(reason), std::string::npos) << error;
+        EXPECT_FALSE(compress(path));
+        expectError(reason);
         EXPECT_EQ(error.find(path), 0u) << error;
-        EXPECT_EQ(contents(path), before);
+        EXPECT_TRUE(contents(path) == before);
         EXPECT_FALSE(fs::exists(path + ".part"));
     }
     EXPECT_FALSE(tDataFileConverter::Expand(longer, ".data", nullptr, nullptr, nullptr));
 }
 
-TEST_F(tCompressedStorageTest, endsAtEveryStepWithoutATrace)
+TEST_F(tCompressedStorageTest, endsAtEveryStepWithoutATraceAndLetsOnlyOneConvert)
 {
-    const std::string path = plainFile(unevenSegments(9000));
+    const tSegments segments = unevenSegments(9000);
+    const std::string path = plainFile(segments);
     for (const auto step : {storage::eCounting, storage::eWriting, storage::eVerifying})
     {
-        tEndlessObserver observer(step);
-        std::string error;
-        EXPECT_FALSE(tDataFileConverter::Compress(path, ".data", &observer, nullptr, &error));
-        EXPECT_NE(error.find("interrupted"), std::string::npos) << error;
+        observer.goOn = [step](storage::tConversionStep reached) { return reached != step; };
+        EXPECT_FALSE(compress(path, &observer));
+        expectError("interrupted");
     }
-    EXPECT_EQ(segmentsOf(path), unevenSegments(9000));
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir.string()), {}), 1);
+    EXPECT_EQ(segmentsOf(path), segments);
+    EXPECT_EQ(entriesIn(dir.string()), 1);
+    observer.goOn = [&](storage::tConversionStep step) { return step != storage::eVerifying || !compress(path); };
+    EXPECT_TRUE(tDataFileConverter::Compress(path, ".data", &observer, &result, nullptr));
+    expectError("busy");
+    EXPECT_EQ(segmentsOf(result), segments);
 }
 
 TEST_F(tCompressedStorageTest, keepsTheOriginalOnAFullDisk)
@@ -316,9 +303,8 @@ TEST_F(tCompressedStorageTest, keepsTheOriginalOnAFullDisk)
     for (std::uint64_t i = 0; i < 40; ++i)
         segments.push_back({1000 + i, numberedSegment(i, 60'000)});
     const std::string path = plainFile(segments);
-    std::string error;
-    EXPECT_FALSE(tDataFileConverter::Compress(path, ".data", nullptr, nullptr, &error));
-    EXPECT_NE(error.find("No space left"), std::string::npos) << error;
+    EXPECT_FALSE(compress(path));
+    expectError("No space left");
     EXPECT_TRUE(segmentsOf(path) == segments);
     EXPECT_FALSE(fs::exists(path + ".part"));
 }
@@ -326,16 +312,12 @@ TEST_F(tCompressedStorageTest, keepsTheOriginalOnAFullDisk)
 TEST_F(tCompressedStorageTest, playsOnWhereAFileIsCompressedMeanwhile)
 {
     const std::string path = plainFile(unevenSegments(50));
-    std::atomic<bool> opened{false};
     tReplayLog log;
     tDataStorageIO player("", ".data");
     log.react = [&](const std::string& word) {
-        if (word == "0")
-            opened = true;
-        if (word == "1" && opened.exchange(false))
+        if (word == "1" && fs::exists(path))
         {
-            std::string error;
-            EXPECT_TRUE(tDataFileConverter::Compress(path, ".data", nullptr, nullptr, &error)) << error;
+            EXPECT_TRUE(tDataFileConverter::Compress(path, ".data", nullptr, nullptr, nullptr));
         }
     };
     player.OpenReadDataFileorFolder(path, &log);
@@ -344,33 +326,10 @@ TEST_F(tCompressedStorageTest, playsOnWhereAFileIsCompressedMeanwhile)
     EXPECT_EQ(player.GetUnreadCnt(), 0u);
 }
 
-TEST_F(tCompressedStorageTest, refusesAFileThatSomebodyElseIsConverting)
-{
-    const std::string path = plainFile(unevenSegments(9000));
-    struct tSecond : storage::iConversionObserver
-    {
-        bool UpdateConversion(storage::tConversionStep step, uint64_t, uint64_t) override
-        {
-            if (step == storage::eVerifying)
-            {
-                EXPECT_FALSE(tDataFileConverter::Compress(path, ".data", nullptr, nullptr, &error));
-            }
-            return true;
-        }
-        std::string path, error;
-    } second;
-    second.path = path;
-    std::string result;
-    ASSERT_TRUE(tDataFileConverter::Compress(path, ".data", &second, &result, nullptr));
-    EXPECT_NE(second.error.find("busy"), std::string::npos) << second.error;
-    EXPECT_EQ(segmentsOf(result), unevenSegments(9000));
-}
-
 TEST_F(tCompressedStorageTest, doesNotExpandWhatItsHeadDoesNotDescribe)
 {
-    std::string path = plainFile(unevenSegments(100)), error;
-    ASSERT_TRUE(tDataFileConverter::Compress(path, ".data", nullptr, &path, nullptr));
-    const std::string before = contents(path);
+    ASSERT_TRUE(compress(plainFile(unevenSegments(100))));
+    const std::string path = result, before = contents(path);
     putBytes(path, 24, std::string(1, static_cast<char>(before[24] ^ 0x40)));  // a count
     EXPECT_FALSE(tDataFileConverter::Expand(path, ".data", nullptr, nullptr, &error));
     EXPECT_TRUE(fs::exists(path));
@@ -389,7 +348,7 @@ TEST_F(tCompressedStorageTest, doesNotExpandWhatItsHeadDoesNotDescribe)
 TEST_F(tCompressedStorageTest, neverReadsAFileByTheIndexOfAnother)
 {
     for (std::uint64_t i = 0; i < 70; ++i)
-        plainFile({{1000 + i, "abc"}}, ("f" + std::to_string(10 + i) + ".data").c_str());
+        plainFile({{1000 + i, "abc"}}, "f" + std::to_string(10 + i) + ".data");
     const std::string last = dir.file("f79.data");
     tReplayLog log;
     tDataStorageIO player("", ".data");

@@ -1,14 +1,13 @@
 // Encoder and decoder against the plain ones, on many inputs; and what they do at their edges.
+#include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <iterator>
+#include <gmock/gmock.h>
+#include <iostream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "KestovaStorage/huffmandecode.h"
 #include "KestovaStorage/huffmanencode.h"
@@ -21,29 +20,39 @@ namespace
 {
 using namespace huffman;
 
-// Takes what is printed to standard output.
-class tPrinted
+class tHuffmanCodecTest : public testing::Test
 {
-public:
-    tPrinted() { testing::internal::CaptureStdout(); }
-    ~tPrinted() { text(); }
-    const std::string& text()
+protected:
+    // What the codec prints is kept, and shown only where the test fails.
+    tHuffmanCodecTest() { testing::internal::CaptureStdout(); }
+    ~tHuffmanCodecTest() override
     {
-        if (!m_taken)
-            m_text = testing::internal::GetCapturedStdout();
-        m_taken = true;
-        return m_text;
+        const std::string text = testing::internal::GetCapturedStdout();
+        if (HasFailure())
+            std::cout << text;
+    }
+    static std::string printed()
+    {
+        const std::string text = testing::internal::GetCapturedStdout();
+        testing::internal::CaptureStdout();
+        return text;
+    }
+    static void write(const std::string& path, const std::string& bytes)
+    {
+        std::ofstream(path, std::ios::binary) << bytes;
+    }
+    static std::string read(const std::string& path)
+    {
+        std::ifstream file(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
     }
 
-private:
-    std::string m_text;
-    bool m_taken = false;
+    const tTempDir folder;
+    const std::string src = folder.file("src"), packed = folder.file("packed"), out = folder.file("out");
+    tHuffmanEncode files{eFileMode}, arrays{eByteArrayMode};
+    tHuffmanDecode fileDecoder{eFileMode}, segmentDecoder{eSegmentMode};
+    char twoBytes[2] = {'\x1b', '\x05'};
 };
-
-std::string bytesOf(const tEncodedSegment& segment)
-{
-    return {segment.first.first, segment.first.second};
-}
 
 tFileHead headOf(const std::string& bytes)
 {
@@ -52,30 +61,14 @@ tFileHead headOf(const std::string& bytes)
     return head;
 }
 
-void write(const std::string& path, const std::string& bytes)
+// An array encoded into `size` bytes of the caller's; whether they were too few.
+std::pair<std::string, bool> encodedArray(tHuffmanEncode& encoder, const std::string& bytes, std::size_t size = 0)
 {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
-std::string read(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-struct tFiles
-{
-    const tTempDir folder;
-    const std::string src = folder.file("src"), packed = folder.file("packed"), out = folder.file("out");
-};
-
-// An array encoded without a buffer of the caller's.
-std::string encodedArray(tHuffmanEncode& encoder, const std::string& bytes)
-{
-    const tEncodedResult result =
-        encoder.EncodeByteArray(bytes.data(), static_cast<uint32_t>(bytes.size()), nullptr, 0);
-    const std::unique_ptr<char[]> owned(result.second ? result.first.first : nullptr);
-    return {result.first.first, result.first.second};
+    const std::unique_ptr<char[]> dst(size != 0 ? new char[size] : nullptr);
+    const tEncodedResult result = encoder.EncodeByteArray(bytes.data(), static_cast<uint32_t>(bytes.size()), dst.get(),
+                                                          static_cast<uint32_t>(size));
+    const std::unique_ptr<char[]> made(result.second ? result.first.first : nullptr);
+    return {{result.first.first, result.first.second}, result.second};
 }
 
 std::string decodedArray(const std::string& array)
@@ -89,36 +82,43 @@ std::string decodedArray(const std::string& array)
 class tSegmentPass
 {
 public:
-    explicit tSegmentPass(const std::vector<std::string>& records)
+    explicit tSegmentPass(const std::vector<std::string>& counted)
     {
-        tPrinted printed;
-        tHuffmanEncode encoder(eSegmentMode);
-        for (const std::string& record : records)
+        for (const std::string& record : counted)
             EXPECT_TRUE(encoder.PreReadSrcFileSegment(record));
         EXPECT_TRUE(encoder.PreReadFinish());
-        m_head = encoder.GetHuffmanHead();
-        for (const std::string& record : records)
-            add(encoder, record);
-        m_finish = bytesOf(encoder.SegmentEncodeFinish());
-        m_stored += m_finish;
-        m_printed = printed.text();
+        head = encoder.GetHuffmanHead();
     }
-    std::string m_head, m_stored, m_finish, m_printed;
-    std::vector<std::pair<std::size_t, std::size_t>> m_places;  // first bit and number of bits of each record
-
-private:
-    void add(tHuffmanEncode& encoder, std::string record)
+    tSegmentPass& add(std::string record)  // by turns into the encoder's buffer and into one of the caller's
     {
-        const bool own = m_places.size() % 2 == 0;
         const auto len = static_cast<uint32_t>(record.size());
         std::vector<char> buffer(encoder.SegmentBufferSize(len));
         const tEncodedSegment segment =
-            own ? encoder.EncodeSrcFileSegment(record.data(), len)
+            places.size() % 2 == 0
+                ? encoder.EncodeSrcFileSegment(record.data(), len)
                 : encoder.EncodeSrcFileSegment(std::as_const(record).data(), len, buffer.data(), buffer.size());
         EXPECT_LT(segment.second.first, 64U);
-        m_places.emplace_back(m_stored.size() * 8 + segment.second.first, segment.second.second);
-        m_stored += bytesOf(segment);
+        places.emplace_back(stored.size() * 8 + segment.second.first, segment.second.second);
+        stored.append(segment.first.first, segment.first.second);
+        return *this;
     }
+    uint32_t finish()  // the bytes that it adds
+    {
+        const tEncodedSegment rest = encoder.SegmentEncodeFinish();
+        stored.append(rest.first.first, rest.first.second);
+        return rest.first.second;
+    }
+    std::string decoded(std::size_t record, const tHuffmanDecode& decoder) const
+    {
+        const auto [first, number] = places[record];
+        std::string out(decoder.DecodedSizeLimit(number), '\0');
+        out.resize(decoder.DecodeSegment(stored.data(), first, number, out.data(), out.size()));
+        return out;
+    }
+
+    tHuffmanEncode encoder{eSegmentMode};
+    std::string head, stored;
+    std::vector<std::pair<std::size_t, std::size_t>> places;  // first bit and number of bits of each record
 };
 
 std::string joined(const std::vector<std::string>& records)
@@ -128,23 +128,47 @@ std::string joined(const std::vector<std::string>& records)
         all += record;
     return all;
 }
+
+// Units as they were always made, also of codes that are too long for it: of 32 bits and more.
+std::string unitsOf(const std::string& record, const tHuffmanEncodeMap& codes)
+{
+    std::string units;
+    uint64_t unit = 0, index = 0;
+    for (const char byte : record)
+    {
+        const auto [code, length] = codes.at(static_cast<uint8_t>(byte));
+        const uint64_t before = index;
+        unit |= code << before;
+        index += length;
+        if (index < 64)
+            continue;
+        units += plain::number(unit, 8);
+        index -= 64;
+        unit = code >> (64 - before);
+    }
+    return units + plain::number(unit, index / 8 + 1);
+}
 }  // namespace
 
-TEST(tHuffmanCodecTest, makesByteArraysLikeThePlainOne)
+TEST_F(tHuffmanCodecTest, makesByteArraysLikeThePlainOne)
 {
     tHuffmanInputs inputs(1);
-    tHuffmanEncode encoder(eByteArrayMode);
     for (int i = 0; i < 3000; ++i)
     {
-        const std::string bytes = inputs.next(i % 100 == 0 ? 60'000 : 1 << i % 12);
-        const std::string array = encodedArray(encoder, bytes);
-        ASSERT_EQ(array, bytes.empty() ? "" : plain::byteArray(bytes)) << "input " << i;
-        const bool codes = bytes.size() > 1 && bytes.find_first_not_of(bytes[0]) != std::string::npos;
-        ASSERT_EQ(decodedArray(array), codes ? bytes : "") << "input " << i;
+        const std::string in = inputs.next(i % 100 == 0 ? 60'000 : 1 << i % 12);
+        const std::string array = encodedArray(arrays, in).first;
+        ASSERT_EQ(array, in.empty() ? "" : plain::byteArray(in)) << "input " << i;
+        const bool codes = in.size() > 1 && in.find_first_not_of(in[0]) != std::string::npos;
+        ASSERT_EQ(decodedArray(array), codes ? in : "") << "input " << i;
     }
+    const std::string documented("\x00\xde\xc0\xe0\x05\x00\x07"
+                                 "a\5\0b\2\0c\1\0d\1\0r\2\0"
+                                 "\x89\xae\x44",
+                                 25);
+    EXPECT_EQ(encodedArray(arrays, "abracadabra").first, documented);
 }
 
-TEST(tHuffmanCodecTest, makesOneStreamOfSegmentsAndFindsEachAgain)
+TEST_F(tHuffmanCodecTest, makesOneStreamOfSegmentsAndFindsEachAgain)
 {
     tHuffmanInputs inputs(2);
     for (int i = 0; i < 300; ++i)
@@ -155,294 +179,193 @@ TEST(tHuffmanCodecTest, makesOneStreamOfSegmentsAndFindsEachAgain)
         records.emplace_back("\x01\x02");
         const plain::tFreqs freqs = plain::freqsOf(joined(records));
         const std::string bits = plain::encode(joined(records), plain::codesOf(freqs));
-        const tSegmentPass pass(records);
-        ASSERT_EQ(pass.m_head, plain::fileHead(freqs, bits.size()));
-        ASSERT_EQ(plain::unpack(pass.m_stored).substr(0, bits.size()), bits);
-        tHuffmanDecode decoder(eSegmentMode);
-        ASSERT_FALSE(decoder.SetHuffmanHead(headOf(pass.m_head)));
+        tSegmentPass pass(records);
+        for (const std::string& record : records)
+            pass.add(record);
+        pass.finish();
+        ASSERT_EQ(pass.head, plain::fileHead(freqs, bits.size()));
+        ASSERT_EQ(plain::unpack(pass.stored).substr(0, bits.size()), bits);
+        ASSERT_FALSE(segmentDecoder.SetHuffmanHead(headOf(pass.head)));
         for (std::size_t r = 0; r < records.size(); ++r)
         {
-            const auto [first, number] = pass.m_places[r];
-            std::string out(decoder.DecodedSizeLimit(number), '\0');
-            out.resize(decoder.DecodeSegment(pass.m_stored.data(), first, number, out.data(), out.size()));
-            ASSERT_EQ(out, records[r]);
+            ASSERT_EQ(pass.decoded(r, segmentDecoder), records[r]);
+            const auto [first, number] = pass.places[r];
             const std::size_t last = first + number;
-            std::string stored = pass.m_stored.substr(first / 8, (last + 7) / 8 - first / 8);
-            if (stored.size() == 1)
+            std::string held = pass.stored.substr(first / 8, (last + 7) / 8 - first / 8);
+            if (held.size() == 1)
                 continue;
-            ASSERT_EQ(decoder.DecodeSrcFileSegment(stored.data(), static_cast<uint32_t>(stored.size()),
-                                                   static_cast<uint8_t>(first % 8), static_cast<uint8_t>(last % 8)),
+            ASSERT_EQ(segmentDecoder.DecodeSrcFileSegment(held.data(), static_cast<uint32_t>(held.size()),
+                                                          static_cast<uint8_t>(first % 8),
+                                                          static_cast<uint8_t>(last % 8)),
                       records[r]);
         }
     }
 }
 
-TEST(tHuffmanCodecTest, makesFilesLikeThePlainOne)
+TEST_F(tHuffmanCodecTest, makesFilesLikeThePlainOneAndTheGoldenOne)
 {
-    const auto [folder, src, packed, out] = tFiles();
+    const std::string golden = KESTOVA_TEST_DATA "/huffman_sentences", text = read(golden + ".txt");
     tHuffmanInputs inputs(3);
-    tHuffmanEncode encoder(eFileMode);
-    tHuffmanDecode decoder(eFileMode);
     for (int i = 0; i < 60; ++i)
     {
-        const std::string bytes = "ab" + inputs.next(i % 10 == 0 ? 900'000 : 3000);
-        write(src, bytes);
-        const tPrinted quiet;
-        ASSERT_TRUE(encoder.Encode(src.c_str(), packed.c_str()));
-        ASSERT_EQ(read(packed), plain::file(bytes)) << "input " << i;
-        ASSERT_TRUE(decoder.Decode(packed.c_str(), out.c_str()));
+        SCOPED_TRACE(i);
+        const std::string in = i == 0 ? text : "ab" + inputs.next(i % 10 == 1 ? 900'000 : 3000);
+        write(src, in);
+        ASSERT_TRUE(files.Encode(src.c_str(), packed.c_str()));
+        ASSERT_TRUE(read(packed) == (i == 0 ? read(golden + ".huf") : plain::file(in)));
+        ASSERT_TRUE(fileDecoder.Decode(packed.c_str(), out.c_str()));
         const std::string payload = plain::unpack(read(packed).substr(1303));  // to the end of the last unit
-        ASSERT_EQ(read(out), plain::decode(payload, plain::treeOf(plain::freqsOf(bytes)))) << "input " << i;
-        ASSERT_EQ(read(out).substr(0, bytes.size()), bytes);
+        ASSERT_TRUE(read(out) == plain::decode(payload, plain::treeOf(plain::freqsOf(in))));
+        ASSERT_TRUE(read(out).starts_with(in));
     }
 }
 
-TEST(tHuffmanCodecTest, givesBackCodesOf31BitsAndMarksLongerOnesAsLost)
+TEST_F(tHuffmanCodecTest, givesBackCodesOf31BitsAndLosesOfLongerOnesWhatItAlwaysLost)
 {
-    const tPrinted quiet;
     for (const unsigned values : {32U, 33U})
     {
-        const std::string bytes = tHuffmanInputs::fibonacci(values);
-        tHuffmanEncode encoder(eSegmentMode);
-        encoder.PreReadSrcFileSegment(bytes);
-        ASSERT_TRUE(encoder.PreReadFinish());
-        EXPECT_EQ(encoder.IsRestorable(), values == 32);
-        const std::string head = encoder.GetHuffmanHead();
-        std::string record("\0\1\2", 3);
-        record += bytes.substr(bytes.size() - 100'000);
-        const tEncodedSegment segment = encoder.EncodeSrcFileSegment(record.data(), 100'003);
-        EXPECT_EQ(segment.second.second, 3 * (values - 1) - 1 + 100'000);
-        tHuffmanDecode decoder(eSegmentMode);
-        decoder.SetHuffmanHead(headOf(head));
-        const std::string decoded = decoder.DecodeSrcFileSegment(segment.first.first, segment.first.second, 0, 0);
-        EXPECT_EQ(decoded == record.substr(0, decoded.size()), values == 32);
+        const std::string in = tHuffmanInputs::fibonacci(values);
+        tHuffmanEncodeMap codes;
+        tHuffmanTree::HuffmanCodeMap2EncodeMap(plain::codesOf(plain::freqsOf(in)), codes);
+        const std::string rare("\0\1\x1f\0\5\4\3\2\1\0\1", 11), record = rare + in.substr(in.size() - 100'000);
+        tSegmentPass pass({in});
+        pass.add(record).finish();
+        EXPECT_TRUE(pass.stored == unitsOf(record, codes));
+        EXPECT_EQ(pass.encoder.IsRestorable(), values == 32);
+        segmentDecoder.SetHuffmanHead(headOf(pass.head));
+        EXPECT_EQ(pass.decoded(0, segmentDecoder) == record, values == 32);
     }
 }
 
-TEST(tHuffmanCodecTest, losesOfLongCodesWhatItAlwaysLost)
+TEST_F(tHuffmanCodecTest, printsWhatItDidAndStoresAFileOfOneValueAsAHeadAlone)
 {
-    const tPrinted quiet;
-    const std::string bytes = tHuffmanInputs::fibonacci(33);
-    tHuffmanEncodeMap codes;
-    tHuffmanTree::HuffmanCodeMap2EncodeMap(plain::codesOf(plain::freqsOf(bytes)), codes);
-    std::string record("\0\1\x20\x1f\0\5\4\3\2\1\0\1", 12), expected;
-    uint64_t unit = 0, index = 0;
-    for (const char byte : record)
-    {
-        const auto [code, length] = codes.at(static_cast<uint8_t>(byte));
-        const uint64_t before = index;
-        unit |= code << before;
-        index += length;
-        if (index < 64)
-            continue;
-        expected += plain::number(unit, 8);
-        index -= 64;
-        unit = code >> (64 - before);
-    }
-    tHuffmanEncode encoder(eSegmentMode);
-    encoder.PreReadSrcFileSegment(bytes);
-    encoder.PreReadFinish();
-    encoder.GetHuffmanHead();
-    EXPECT_EQ(bytesOf(encoder.EncodeSrcFileSegment(record.data(), 12)), expected);
-    EXPECT_EQ(bytesOf(encoder.SegmentEncodeFinish()), plain::number(unit, index / 8 + 1));
-}
-
-TEST(tHuffmanCodecTest, printsWhatItDid)
-{
-    const tSegmentPass pass({"aab", "", "ccccc"});  // c 1 bit, a and b 2: 11 of 64
-    EXPECT_EQ(pass.m_printed, "==> Huffman PreRead Segments 3 Compression Ratio 0.172\r\n"
-                              "==> Huffman Encoded Segments 3 Bits 11(64*0...11), LastValidBits 11\r\n");
-    tPrinted printed;
+    tSegmentPass({"aab", "", "ccccc"}).add("aab").add("").add("ccccc").finish();  // c 1 bit, a and b 2: 11 of 64
+    EXPECT_EQ(printed(), "==> Huffman PreRead Segments 3 Compression Ratio 0.172\r\n"
+                         "==> Huffman Encoded Segments 3 Bits 11(64*0...11), LastValidBits 11\r\n");
     tHuffmanEncode::PrintBuffBinary("\x01\x80", 2);
     tHuffmanEncode::PrintBuffBinary("\x01", 0);
-    EXPECT_EQ(printed.text(), "10000000 00000001 \r\n");
+    EXPECT_EQ(printed(), "10000000 00000001 \r\n");
+    write(src, std::string(1000, 'x'));  // of one value: a head alone
+    EXPECT_TRUE(files.Encode(src.c_str(), packed.c_str()));
+    EXPECT_EQ(printed(), "==> Huffman PreRead Segments 0 Compression Ratio 0.000\r\n");
+    EXPECT_EQ(read(packed), plain::fileHead({{'x', 1000}}, 0));
+    EXPECT_TRUE(fileDecoder.Decode(packed.c_str(), out.c_str()));
+    EXPECT_TRUE(std::filesystem::exists(out) && read(out).empty());
 }
 
-TEST(tHuffmanCodecTest, finishesWithOneByteMoreThanWholeBytesNeedAndCountsEmptySegments)
+TEST_F(tHuffmanCodecTest, finishesWithOneByteMoreThanWholeBytesNeedAndCountsEmptySegments)
 {
-    EXPECT_EQ(tSegmentPass({"abababab"}).m_finish.size(), 2U);
-    EXPECT_EQ(tSegmentPass({std::string(32, 'a') + std::string(32, 'b')}).m_finish.size(), 0U);
-    const tSegmentPass pass({"abbabba", "", "a"});
-    EXPECT_EQ(pass.m_finish.size(), 2U);
-    EXPECT_EQ(pass.m_places[1], std::make_pair(std::size_t{7}, std::size_t{0}));
-    EXPECT_EQ(pass.m_places[2], std::make_pair(std::size_t{7}, std::size_t{1}));
+    tSegmentPass pass({"ab"});
+    pass.add("abbabba").add("").add("a");
+    EXPECT_EQ(pass.places[1], std::make_pair(std::size_t{7}, std::size_t{0}));
+    EXPECT_EQ(pass.places[2], std::make_pair(std::size_t{7}, std::size_t{1}));
+    EXPECT_EQ(pass.finish(), 2U);
+    EXPECT_EQ(tSegmentPass({"ab"}).add(std::string(64, 'a')).finish(), 0U);
 }
 
-TEST(tHuffmanCodecTest, stopsAtAByteThatWasNeverCounted)
+TEST_F(tHuffmanCodecTest, stopsAtAByteThatWasNeverCounted)
 {
-    const tPrinted quiet;
     tHuffmanEncode encoder(eSegmentMode);
     encoder.PreReadSrcFileSegment("ab");
     EXPECT_THROW(encoder.GetHuffmanHead(), std::out_of_range);  // no codes yet
-    encoder.PreReadFinish();
-    encoder.GetHuffmanHead();
-    std::string record = std::string(70, 'b') + "c" + std::string(20, 'a');
-    try
-    {
-        encoder.EncodeSrcFileSegment(record.data(), 91);
-        FAIL();
-    }
-    catch (const std::out_of_range& error)
-    {
-        EXPECT_STREQ(error.what(), "map::at");
-    }
-    EXPECT_EQ(encoder.EncodeSrcFileSegment(record.data(), 0).second.first, 6U);  // behind 70 codes of one bit
+    tSegmentPass pass({"ab"});
+    const std::string record = std::string(70, 'b') + "c" + std::string(20, 'a');
+    EXPECT_THAT([&] { pass.add(record); }, testing::ThrowsMessage<std::out_of_range>("map::at"));
+    EXPECT_EQ(pass.add("").places[0].first, 6U);  // behind 70 codes of one bit
 }
 
-TEST(tHuffmanCodecTest, refusesWhatItsModeAndStateDoNotAllow)
+TEST_F(tHuffmanCodecTest, refusesWhatItsModeAndStateDoNotAllow)
 {
-    const tPrinted quiet;
-    tHuffmanEncode none, files(eFileMode), segments(eSegmentMode);
-    char byte = 'a';
+    tHuffmanEncode none, segments(eSegmentMode);
     const tEncodedSegment nothing{};
     EXPECT_FALSE(none.PreReadSrcFileSegment("a") || files.PreReadSrcFileSegment("a") || segments.PreReadFinish());
     EXPECT_EQ(segments.GetHuffmanHead(), "");
-    EXPECT_EQ(segments.EncodeSrcFileSegment(&byte, 1), nothing);
+    EXPECT_EQ(segments.EncodeSrcFileSegment(twoBytes, 1), nothing);
     EXPECT_EQ(segments.SegmentEncodeFinish(), nothing);
     EXPECT_FALSE(segments.Encode("/dev/null", "/dev/null"));
-    EXPECT_EQ(segments.EncodeByteArray(&byte, 1, nullptr, 0), tEncodedResult());
+    EXPECT_EQ(segments.EncodeByteArray(twoBytes, 1, nullptr, 0), tEncodedResult());
     segments.PreReadSrcFileSegment("aab");
     EXPECT_EQ(segments.GetPreReadSize(), 3U);
     segments.SetEncodeMode(eSegmentMode);
     EXPECT_EQ(segments.GetPreReadSize(), 0U);
     EXPECT_FALSE(segments.PreReadFinish());
-    tHuffmanDecode decoder(eSegmentMode);
-    EXPECT_EQ(decoder.DecodeSrcFileSegment(&byte, 1, 0, 0), "");
-    EXPECT_EQ(decoder.DecodeByteArray("\0\xDE\xC0\xE0", 4), "");
+    EXPECT_EQ(segmentDecoder.DecodeSrcFileSegment(twoBytes, 1, 0, 0), "");
+    EXPECT_EQ(segmentDecoder.DecodeByteArray("\0\xDE\xC0\xE0", 4), "");
 }
 
-TEST(tHuffmanCodecTest, storesAByteArrayAsDocumented)
+TEST_F(tHuffmanCodecTest, usesTheCallersArrayOnlyWhereAllFits)
 {
-    tHuffmanEncode encoder(eByteArrayMode);
-    EXPECT_EQ(encodedArray(encoder, "abracadabra"), std::string("\x00\xde\xc0\xe0\x05\x00\x07"
-                                                                "a\5\0b\2\0c\1\0d\1\0r\2\0"
-                                                                "\x89\xae\x44",
-                                                                25));
-}
-
-TEST(tHuffmanCodecTest, usesTheCallersArrayOnlyWhereAllFits)
-{
-    tHuffmanEncode encoder(eByteArrayMode);
-    const std::string bytes(65536, 'x'), array = plain::byteArray(bytes + 'y');
+    const std::string in = std::string(65536, 'x') + 'y', array = plain::byteArray(in);
     EXPECT_EQ(array.substr(7, 3), std::string("x\0\0", 3));  // a count of 65536 wraps
-    for (const uint32_t missing : {0U, 1U})
-    {
-        const auto size = static_cast<uint32_t>(array.size()) - missing;
-        const std::unique_ptr<char[]> dst(new char[size]);
-        const tEncodedResult result = encoder.EncodeByteArray((bytes + 'y').data(), 65537, dst.get(), size);
-        const std::unique_ptr<char[]> owned(result.second ? result.first.first : nullptr);
-        EXPECT_EQ(result.second, missing == 1);
-        EXPECT_EQ(std::string(result.first.first, result.first.second), array);
-    }
+    EXPECT_EQ(encodedArray(arrays, in, array.size()), std::pair(array, false));
+    EXPECT_EQ(encodedArray(arrays, in, array.size() - 1), std::pair(array, true));
 }
 
-TEST(tHuffmanCodecTest, sharesAByteArrayEncoderBetweenThreads)
+TEST_F(tHuffmanCodecTest, sharesAByteArrayEncoderBetweenThreads)
 {
-    tHuffmanEncode encoder(eByteArrayMode);
     std::vector<std::thread> threads;
     for (unsigned seed = 0; seed < 4; ++seed)
-        threads.emplace_back([&encoder, seed] {
+        threads.emplace_back([this, seed] {
             tHuffmanInputs inputs(seed);
             for (int i = 0; i < 100; ++i)
             {
-                const std::string bytes = "x" + inputs.next(500);
-                EXPECT_EQ(encodedArray(encoder, bytes), plain::byteArray(bytes));
+                const std::string in = "x" + inputs.next(500);
+                EXPECT_EQ(encodedArray(arrays, in).first, plain::byteArray(in));
             }
         });
     for (std::thread& thread : threads)
         thread.join();
 }
 
-TEST(tHuffmanCodecTest, takesTheFirstBitOfASingleByteFromItsBottom)
+TEST_F(tHuffmanCodecTest, takesTheFirstBitOfASingleByteFromItsBottomAndKeepsItsTablesWhereAHeadIsRefused)
 {
-    tHuffmanDecode decoder(eSegmentMode);
-    decoder.SetHuffmanHead(headOf(plain::fileHead({{'a', 1}, {'b', 1}}, 0)));  // a 1, b 0
-    char bytes[] = {'\x1b', '\x05'};
-    EXPECT_EQ(decoder.DecodeSrcFileSegment(bytes, 1, 3, 0), "aabaabbb");
-    EXPECT_EQ(decoder.DecodeSrcFileSegment(bytes, 2, 3, 2), "aabbbab");
-    EXPECT_EQ(decoder.DecodeSrcFileSegment(bytes, 2, 8, 200), "ababbbbb");
-    EXPECT_EQ(decoder.DecodeSegment(bytes, 3, 2, bytes, 1), 0U);  // no room
+    tFileHead head = headOf(plain::fileHead({{'a', 1}, {'b', 1}}, 0));  // a 1, b 0
+    EXPECT_FALSE(segmentDecoder.SetHuffmanHead(head));
+    head.alphaFreqs[0].alpha = 'A';
+    EXPECT_FALSE(segmentDecoder.SetHuffmanHead(head));  // of another file: its codes are taken
+    head.head = storage::cDataFileHead;
+    head.alphaFreqs[0].alpha = 'x';
+    EXPECT_FALSE(segmentDecoder.SetHuffmanHead(head));
+    EXPECT_EQ(segmentDecoder.DecodeSrcFileSegment(twoBytes, 1, 3, 0), "AAbAAbbb");
+    EXPECT_EQ(segmentDecoder.DecodeSrcFileSegment(twoBytes, 2, 3, 2), "AAbbbAb");
+    EXPECT_EQ(segmentDecoder.DecodeSrcFileSegment(twoBytes, 2, 8, 200), "AbAbbbbb");
+    EXPECT_EQ(segmentDecoder.DecodeSegment(twoBytes, 3, 2, twoBytes, 1), 0U);  // no room
 }
 
-TEST(tHuffmanCodecTest, keepsItsTablesWhereAHeadIsRefused)
-{
-    tHuffmanDecode decoder(eSegmentMode);
-    EXPECT_FALSE(decoder.SetHuffmanHead(headOf(plain::fileHead({{'a', 1}, {'b', 1}}, 0))));
-    tFileHead other = headOf(plain::fileHead({{'c', 1}, {'d', 1}}, 0));
-    char byte = 1;
-    other.head = storage::cDataFileHead;
-    EXPECT_FALSE(decoder.SetHuffmanHead(other));
-    EXPECT_EQ(decoder.DecodeSrcFileSegment(&byte, 1, 0, 1), "a");
-    other.head = storage::cHuffmanFileHead;
-    EXPECT_FALSE(decoder.SetHuffmanHead(other));
-    EXPECT_EQ(decoder.DecodeSrcFileSegment(&byte, 1, 0, 1), "c");
-}
-
-TEST(tHuffmanCodecTest, survivesHostileArrays)
+TEST_F(tHuffmanCodecTest, survivesHostileArrays)
 {
     const std::string array = plain::byteArray("abracadabra");  // 5 values, 22 bytes of head
     for (std::size_t len = 0; len <= 22; ++len)
         EXPECT_EQ(decodedArray(array.substr(0, len)), "");
-    for (std::size_t at = 0; at < array.size(); ++at)
-        for (int bit = 0; bit < 8; ++bit)
-        {
-            std::string damaged = array;
-            damaged[at] = static_cast<char>(damaged[at] ^ 1 << bit);
-            EXPECT_LE(decodedArray(damaged).size(), array.size() * 8);
-        }
+    for (std::size_t bit = 0; bit < array.size() * 8; ++bit)
+    {
+        std::string damaged = array;
+        damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ 1 << bit % 8);
+        EXPECT_LE(decodedArray(damaged).size(), array.size() * 8);
+    }
     std::string last = array;
     last[6] = 0;
     EXPECT_EQ(decodedArray(last), plain::decode(plain::unpack(array.substr(22, array.size() - 23)),
                                                 plain::treeOf(plain::freqsOf("abracadabra"))));
 }
 
-TEST(tHuffmanCodecTest, refusesFilesThatAreNone)
+TEST_F(tHuffmanCodecTest, refusesFilesThatAreNone)
 {
-    const tTempDir folder;
-    const std::string src = folder.file("src"), dst = folder.file("dst"), gone = folder.file("gone/file");
-    tHuffmanEncode encoder(eFileMode);
-    tHuffmanDecode decoder(eFileMode);
-    const auto refused = [&] {
-        return !encoder.Encode(src.c_str(), dst.c_str()) && !decoder.Decode(src.c_str(), dst.c_str());
-    };
-    EXPECT_TRUE(refused());  // no file
+    const auto encodes = [&](const std::string& to) { return files.Encode(src.c_str(), to.c_str()); };
+    const auto decodes = [&](const std::string& to) { return fileDecoder.Decode(src.c_str(), to.c_str()); };
+    EXPECT_FALSE(encodes(out) || decodes(out));  // no file
     write(src, "");
-    EXPECT_TRUE(refused());
-    EXPECT_FALSE(std::filesystem::exists(dst));
-    EXPECT_FALSE(encoder.Encode(folder.string().c_str(), dst.c_str()));
+    EXPECT_FALSE(encodes(out) || decodes(out));
+    EXPECT_FALSE(std::filesystem::exists(out));
+    EXPECT_FALSE(files.Encode(folder.string().c_str(), out.c_str()));
     const std::string whole = plain::file("ab");
-    for (const std::string& bytes : {whole.substr(0, 1302), '\1' + whole, plain::fileHead({}, 0)})
+    for (const std::string& in : {whole.substr(0, 1302), '\1' + whole, plain::fileHead({}, 0)})
     {
-        write(src, bytes);
-        EXPECT_FALSE(decoder.Decode(src.c_str(), dst.c_str()));
+        write(src, in);
+        EXPECT_FALSE(decodes(out));
     }
     write(src, whole);
-    const tPrinted quiet;
-    EXPECT_FALSE(encoder.Encode(src.c_str(), gone.c_str()) || decoder.Decode(src.c_str(), gone.c_str()));
-    EXPECT_FALSE(encoder.Encode(src.c_str(), src.c_str()) || decoder.Decode(src.c_str(), src.c_str()));
+    for (const std::string& to : {folder.file("gone/file"), src})
+        EXPECT_FALSE(encodes(to) || decodes(to)) << to;
     EXPECT_EQ(read(src), whole);
-}
-
-TEST(tHuffmanCodecTest, storesAFileOfOneValueAsAHeadAlone)
-{
-    const tFiles files;
-    write(files.src, std::string(1000, 'x'));
-    tPrinted printed;
-    EXPECT_TRUE(tHuffmanEncode(eFileMode).Encode(files.src.c_str(), files.packed.c_str()));
-    EXPECT_EQ(printed.text(), "==> Huffman PreRead Segments 0 Compression Ratio 0.000\r\n");
-    EXPECT_EQ(read(files.packed), plain::fileHead({{'x', 1000}}, 0));
-    EXPECT_TRUE(tHuffmanDecode(eFileMode).Decode(files.packed.c_str(), files.out.c_str()));
-    EXPECT_TRUE(std::filesystem::exists(files.out));
-    EXPECT_EQ(read(files.out), "");
-}
-
-TEST(tHuffmanCodecTest, readsAndWritesTheGoldenFile)
-{
-    const tFiles files;
-    const tPrinted quiet;
-    const std::string golden = KESTOVA_TEST_DATA "/huffman_sentences", text = read(golden + ".txt");
-    ASSERT_TRUE(tHuffmanEncode(eFileMode).Encode((golden + ".txt").c_str(), files.packed.c_str()));
-    EXPECT_EQ(read(files.packed), read(golden + ".huf"));
-    ASSERT_TRUE(tHuffmanDecode(eFileMode).Decode((golden + ".huf").c_str(), files.out.c_str()));
-    EXPECT_EQ(read(files.out).substr(0, text.size()), text);
 }

@@ -1,10 +1,12 @@
 #include "KestovaStorage/packagebuilderandsplitter.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <pthread.h>
+#include <set>
 #include <system_error>
 
 #include "support/packagerecorder.h"
@@ -123,22 +125,33 @@ TEST_F(tPackageBuilderAndSplitterTest, stampsReadyPackagesInPlaceAndIgnoresShort
     EXPECT_EQ(calls[1].timestamp, 1'700'000'000'123UL);
 }
 
-TEST_F(tPackageBuilderAndSplitterTest, splitsAStreamOfSingleBytesAndDeliversReadAndWriteKindsOnAnotherThread)
+TEST_F(tPackageBuilderAndSplitterTest, splitsSingleBytesPrintsDamageAndDeliversReadAndWriteKindsOnAnotherThread)
 {
+    testing::internal::CaptureStdout();
+    m_object->SetID(-4);
     m_object->LoadRecBuff("x", 0);
     m_object->LoadRecBuff("x", -1);
     m_object->LoadRecBuff(nullptr, 10);
+    load("check!");
+    std::set<std::string> sent;
     for (unsigned kind = 0; kind < 256; ++kind)
-        for (const char& byte : makePackage(kind, std::string(kind, 'p'), static_cast<tMsgType>(kind)))
+    {
+        const std::string payload(kind, 'p');
+        for (const char& byte : *sent.insert(makePackage(kind, payload, static_cast<tMsgType>(kind))).first)
             m_object->LoadRecBuff(&byte, 1);
-    ASSERT_TRUE(splits(256));
+    }
+    load(*sent.insert(makePackage(300)).first);
+    const bool all = splits(257);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "... Client ID:-4 HeartBeat!\r\n"
+                                                      "\t *** discontinuous data, cnt 256 rec 300 ***\r\n");
+    ASSERT_TRUE(all);
     const auto calls = m_seen.splitted();
-    std::thread::id parse;
+    const std::thread::id parse = calls.front().thread;
     for (const auto& call : calls)
-        if (call.bytes[10] == eIdentify)
-            parse = call.thread;
-    for (const auto& call : calls)
+    {
         EXPECT_EQ(call.thread != parse, call.bytes[10] == eReadType || call.bytes[10] == eWriteType) << call.bytes[10];
+        EXPECT_TRUE(sent.contains(call.bytes) && call.id == -4);
+    }
 }
 
 TEST_F(tPackageBuilderAndSplitterTest, deliversEverySinglePackageWithoutAnotherPush)
@@ -168,12 +181,8 @@ TEST_F(tPackageBuilderAndSplitterTest, losesNoWakeUpToClear)
     clearer.join();
     m_object->Clear();
     load(makePackage(1, "last one", eIdentify) + makePackage(2, "last one", eReadType));
-    EXPECT_TRUE(waitUntil([&] {
-        std::size_t last = 0;
-        for (const auto& call : m_seen.splitted())
-            last += call.bytes.find("last one") != std::string::npos;
-        return last == 2;
-    }));
+    const auto isLast = [](const tPackageCall& call) { return call.bytes.find("last one") != std::string::npos; };
+    EXPECT_TRUE(waitUntil([&] { return std::ranges::count_if(m_seen.splitted(), isLast) == 2; }));
     testing::internal::GetCapturedStdout();
 }
 
@@ -191,17 +200,6 @@ TEST_F(tPackageBuilderAndSplitterTest, tellsOfMoreThanFiftyWaitingPackages)
     ASSERT_TRUE(splits(55));
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Received Parsed Tcp Package List Size: 52\r\n"
                                                       "Received Parsed Tcp Package List Size: 51\r\n");
-}
-
-TEST_F(tPackageBuilderAndSplitterTest, printsDamageWithItsIdentity)
-{
-    m_object->SetID(-4);
-    testing::internal::CaptureStdout();
-    load("check!" + makePackage(3) + makePackage(9));
-    ASSERT_TRUE(splits(2));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "... Client ID:-4 HeartBeat!\r\n"
-                                                      "\t *** discontinuous data, cnt 4 rec 9 ***\r\n");
-    EXPECT_EQ(m_seen.splitted()[0].id, -4);
 }
 
 TEST_F(tPackageBuilderAndSplitterTest, forgetsOnClearWhatWaits)
@@ -247,24 +245,23 @@ TEST_F(tPackageBuilderAndSplitterTest, callsObserversInTheOrderOfRegistration)
     tPackageRecorder a, b;
     a.m_onCall = [&] { order += 'a'; };
     b.m_onCall = [&] { order += 'b'; };
-    for (tPackageRecorder* observer : {&b, &a, &b})
+    for (tPackageRecorder* observer : {&b, &a, &b, static_cast<tPackageRecorder*>(nullptr)})
         m_object->AddPackageObserer(observer);
-    m_object->AddPackageObserer(nullptr);
-    build("x");
-    ASSERT_TRUE(idle());
-    EXPECT_EQ(order, "bab");
-    m_object->RemovePackageObserer(&b);
-    build("x");
-    ASSERT_TRUE(idle());
-    EXPECT_EQ(order, "baba");
+    for (const char* const called : {"bab", "baba"})
+    {
+        build("x");
+        ASSERT_TRUE(idle());
+        EXPECT_EQ(order, called);
+        m_object->RemovePackageObserer(&b);
+    }
     m_object->RemovePackageObserer(&a);
 }
 
 TEST_F(tPackageBuilderAndSplitterTest, removesAnObserverOnlyWhenNoCallToItIsUnderWay)
 {
-    std::size_t expected = 0;
     for (const tMsgType kind : {eIdentify, eReadType})
     {
+        const std::size_t before = m_seen.count();
         tGate gate;
         std::atomic<bool> inside{false}, removed{false};
         auto observer = std::make_unique<tPackageRecorder>();
@@ -287,8 +284,7 @@ TEST_F(tPackageBuilderAndSplitterTest, removesAnObserverOnlyWhenNoCallToItIsUnde
         remover.join();
         observer.reset();
         load(makePackage(1, "", kind));
-        expected += 2;
-        ASSERT_TRUE(splits(expected));
+        ASSERT_TRUE(splits(before + 2));
     }
 }
 

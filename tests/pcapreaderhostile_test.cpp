@@ -21,6 +21,7 @@ protected:
     // Reads a file that other tools made.
     void readGolden(const std::string& name)
     {
+        log = {};
         pcap::tPcapReader reader(KESTOVA_TEST_DATA "/" + name, &log);
         reader.SetDatagramObserver(&log);
         read(reader, {});
@@ -137,14 +138,9 @@ TEST_F(tPcapReaderHostileTest, agreesWithTsharkOnCapturesOfTools)
         EXPECT_EQ(result.skippedRecords, 2u);
         EXPECT_EQ(result.padded > 0, std::string(name) == "snapped.pcap");
     }
-}
-
-TEST_F(tPcapReaderHostileTest, showsTheGapsOfACapture)
-{
     readGolden("gaps.pcap");
     EXPECT_THAT(rows, ElementsAre("239.27.0.1:6001 12x 542*12 Spoke", "239.27.0.9:6009 2x 808*1,6712*1 Unknow",
                                   ":6001 2x 1048*1,1480*1 Unknow", "224.100.100.10:20840 1x 16*1 INS"));
-    EXPECT_EQ(result.orphans, 2u);
     EXPECT_EQ(log.datagrams.size(), 12u + 1 + 2) << "orphans are no datagrams";
-    EXPECT_EQ(result.pending, 1u);
+    EXPECT_TRUE(result.orphans == 2 && result.pending == 1);
 }

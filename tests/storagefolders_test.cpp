@@ -53,8 +53,15 @@ TEST_F(tPathUtilsTest, listsFilesByTheTextFromTheirLastDotAndDescendsOnlyWhereAs
     EXPECT_EQ(listed(true, ""), (tNames{"b", "b/c", "b/x.y", "b/System Volume Information", "f.data"}));
 }
 
-TEST_F(tPathUtilsTest, saysWhichFolderCannotBeListedOrMade)
+TEST_F(tPathUtilsTest, makesEveryFolderThatEndsWithASlashAndSaysWhichCannotBeListedOrMade)
 {
+    EXPECT_FALSE(paths::makeFolders(""));
+    EXPECT_TRUE(paths::makeFolders(dir.file("a/b//c/")));
+    struct stat info;
+    ASSERT_EQ(::stat(dir.file("a/b").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0700u);
+    EXPECT_FALSE(paths::makeFolders(dir.file("a/d/e")));
+    EXPECT_TRUE(paths::exists(dir.file("a/d")) && !paths::exists(dir.file("a/d/e")));
     tNames found;
     touch("file");
     testing::internal::CaptureStdout();
@@ -65,17 +72,6 @@ TEST_F(tPathUtilsTest, saysWhichFolderCannotBeListedOrMade)
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "GetFileFolderInDir: open " + dir.file("none/") + " error No such file or directory\n");
     EXPECT_TRUE(found.empty());
-}
-
-TEST_F(tPathUtilsTest, makesEveryFolderThatEndsWithASlash)
-{
-    EXPECT_FALSE(paths::makeFolders(""));
-    EXPECT_TRUE(paths::makeFolders(dir.file("a/b//c/")));
-    struct stat info;
-    ASSERT_EQ(::stat(dir.file("a/b").c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0700u);
-    EXPECT_FALSE(paths::makeFolders(dir.file("a/d/e")));
-    EXPECT_TRUE(paths::exists(dir.file("a/d")) && !paths::exists(dir.file("a/d/e")));
 }
 
 TEST_F(tPathUtilsTest, writesPathsInOneWayAndTellsFilesFromFolders)

@@ -2,10 +2,10 @@
 #ifndef KESTOVA_TESTS_HUFFMANINPUTS_H
 #define KESTOVA_TESTS_HUFFMANINPUTS_H
 
-#include <algorithm>
 #include <cmath>
 #include <random>
 #include <string>
+#include <utility>
 
 class tHuffmanInputs
 {
@@ -37,9 +37,7 @@ public:
         for (unsigned value = 0; value < values; ++value)
         {
             bytes.append(count, static_cast<char>(value));
-            const std::size_t sum = count + next;
-            count = next;
-            next = sum;
+            count = std::exchange(next, count + next);
         }
         return bytes;
     }

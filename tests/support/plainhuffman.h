@@ -3,10 +3,10 @@
 #ifndef KESTOVA_TESTS_PLAINHUFFMAN_H
 #define KESTOVA_TESTS_PLAINHUFFMAN_H
 
-#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <queue>
 #include <string>
 #include <vector>
 
@@ -34,25 +34,20 @@ inline tFreqs freqsOf(const std::string& bytes)
 inline tNode treeOf(const tFreqs& freqs)
 {
     const auto greater = [](const tNode& a, const tNode& b) { return a.freq > b.freq; };
-    std::vector<tNode> heap;
-    const auto push = [&](tNode node) {
-        heap.push_back(std::move(node));
-        std::push_heap(heap.begin(), heap.end(), greater);
-    };
+    std::priority_queue<tNode, std::vector<tNode>, decltype(greater)> heap(greater);
     const auto pop = [&] {
-        std::pop_heap(heap.begin(), heap.end(), greater);
-        auto node = std::make_shared<tNode>(std::move(heap.back()));
-        heap.pop_back();
+        auto node = std::make_shared<tNode>(heap.top());
+        heap.pop();
         return node;
     };
     for (const auto& [value, freq] : freqs)
-        push({value, freq, nullptr, nullptr});
+        heap.push({value, freq, nullptr, nullptr});
     while (heap.size() > 1)
     {
         const auto left = pop(), right = pop();
-        push({'*', left->freq + right->freq, left, right});
+        heap.push({'*', left->freq + right->freq, left, right});
     }
-    return heap.front();
+    return heap.top();
 }
 
 inline void addCodes(const tNode& node, const std::string& prefix, tCodes& codes)
