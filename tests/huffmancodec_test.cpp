@@ -301,6 +301,19 @@ TEST_F(tHuffmanCodecTest, usesTheCallersArrayOnlyWhereAllFits)
     EXPECT_EQ(encodedArray(arrays, in, array.size() - 1), std::pair(array, true));
 }
 
+TEST_F(tHuffmanCodecTest, addsWhatAnotherEncoderHasCounted)
+{
+    tHuffmanEncode first(eSegmentMode), second(eSegmentMode), all(eSegmentMode), none;
+    first.PreReadSrcFileSegment("abracadabra");
+    second.PreReadSrcFileSegment("barn");
+    all.PreReadSrcFileSegment("abracadabrabarn");
+    EXPECT_TRUE(first.PreReadAdd(second));
+    EXPECT_EQ(first.GetPreReadSize(), 15u);
+    EXPECT_TRUE(first.PreReadFinish() && all.PreReadFinish());
+    EXPECT_EQ(first.GetHuffmanHead(), all.GetHuffmanHead());
+    EXPECT_FALSE(first.PreReadAdd(none) || none.PreReadAdd(first));
+}
+
 TEST_F(tHuffmanCodecTest, sharesAByteArrayEncoderBetweenThreads)
 {
     std::vector<std::thread> threads;
