@@ -58,11 +58,7 @@ public:
         return m_buffer.data() + m_used;
     }
     void used(std::size_t size) { m_used += size; }
-    void append(const void* data, std::size_t size)
-    {
-        std::memcpy(room(size), data, size);
-        used(size);
-    }
+    void append(std::string_view bytes) { used(bytes.copy(room(bytes.size()), bytes.size())); }
     bool flush()
     {
         if (!m_out.writeAt(m_buffer.data(), m_used, m_pos))
@@ -113,14 +109,14 @@ public:
     {
         m_payload.used(size);
         const tIndexSlot slot = encode(record);
-        m_index.append(slot.data(), slot.size());
+        m_index.append({reinterpret_cast<const char*>(slot.data()), slot.size()});
         ++m_head.indexNum;
         m_head.segmentMaxLen = std::max(m_head.segmentMaxLen, len);
     }
     // `rest`: bytes of the last segments that come only now.
     bool finish(std::string_view rest)
     {
-        m_payload.append(rest.data(), rest.size());
+        m_payload.append(rest);
         return m_payload.flush() && m_index.flush() && writeIndexHead(m_out, m_head) && told(m_head.indexNum);
     }
 
@@ -161,8 +157,7 @@ bool appendPlain(tDataOutput& out, std::uint64_t time, std::string_view segment)
     char* const to = out.room(segment.size());
     if (to == nullptr)
         return false;
-    std::memcpy(to, segment.data(), segment.size());
-    const auto len = static_cast<std::uint32_t>(segment.size());
+    const auto len = static_cast<std::uint32_t>(segment.copy(to, segment.size()));
     out.add(tNormalIndexTable{time, out.position(), len}, len, len);
     return true;
 }
