@@ -68,7 +68,7 @@ protected:
         EXPECT_TRUE(io.CreateNewWritingFile(folder, "made", true));
         for (const tSegment& segment : segments)
             io.WriteData(segment.bytes.data(), segment.bytes.size(), segment.time);
-        EXPECT_TRUE(io.WaitWriteIdle(20'000));
+        EXPECT_TRUE(io.WaitWriteIdle(60'000));
         return io.GetCurrentWriteDataFileName();
     }
     // The same, compressed when it returns.
@@ -182,13 +182,13 @@ TEST_F(tCompressedStorageTest, compressesEveryFileOfARollOver)
 TEST_F(tCompressedStorageTest, staysPlainWhereItIsGivenUp)
 {
     tDataStorageIO io("", ".data");
-    const std::string path = record(io, tSegments(150, {1000, unevenSegment(0, 1'000'000)}), folder);
+    const std::string path = record(io, tSegments(60, {1000, unevenSegment(0, 1'000'000)}), folder);
     io.FinishWrite();
     EXPECT_EQ(io.GetCompressingCnt(), 1u);
     io.CancelCompressing();
     ASSERT_TRUE(waitUntil([&] { return io.GetCompressingCnt() == 0; }));
-    EXPECT_EQ(segmentsOf(path).size(), 150u);
-    EXPECT_EQ(fs::file_size(path), 160'000'000u);
+    EXPECT_EQ(segmentsOf(path).size(), 60u);
+    EXPECT_EQ(fs::file_size(path), 70'000'000u);
     EXPECT_EQ(entriesIn(folder), 1);
 }
 
