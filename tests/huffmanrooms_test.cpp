@@ -83,6 +83,29 @@ TEST(tHuffmanRoomsTest, agreeOnEveryProcessorAndForEveryAmount)
     }
 }
 
+TEST(tHuffmanRoomsTest, countEveryByteOnceOnEveryProcessor)
+{
+    tByteCounter portable(eInstructions::portable), best;
+    tByteCounts expected{};
+    tHuffmanInputs inputs(12);
+    for (int i = 0; i < 2000; ++i)
+    {
+        const std::string bytes = inputs.next(i % 100 == 0 ? 10'000 : 1200);
+        const tBytes exact(bytes.begin(), bytes.end());
+        for (const unsigned char byte : exact)
+            ++expected[byte];
+        portable.add(exact.data(), exact.size());
+        best.add(exact.data(), exact.size());
+        ASSERT_EQ(portable.counts(), expected) << i;
+        if (i % 5 == 0)  // some of them are summed up together
+        {
+            ASSERT_EQ(best.counts(), expected) << i;
+        }
+    }
+    best.clear();
+    EXPECT_EQ(best.counts(), tByteCounts{});
+}
+
 TEST(tHuffmanRoomsTest, throwAwayLanesThatAreNeverInStep)
 {
     std::string bytes(16'001, '\0');  // a lane begins every 16,001 bits

@@ -1,10 +1,15 @@
 #include "KestovaStorage/internal/bytecounter.h"
 
 #include <algorithm>
-#include <cstring>
+
+#include "KestovaStorage/internal/vectorcounter.h"
 
 namespace huffman
 {
+tByteCounter::tByteCounter(eInstructions instructions)
+    : m_vectors(instructions == eInstructions::best && hasVectorCounter())
+{}
+
 void tByteCounter::add(const void* bytes, std::size_t len)
 {
     const auto* from = static_cast<const unsigned char*>(bytes);
@@ -13,7 +18,7 @@ void tByteCounter::add(const void* bytes, std::size_t len)
         if (m_inLanes == cMostInLanes)
             sumUp();
         const auto piece = static_cast<std::size_t>(std::min<std::uint64_t>(len, cMostInLanes - m_inLanes));
-        addToLanes(from, piece);
+        addPiece(from, piece);
         m_inLanes += piece;
         from += piece;
         len -= piece;
@@ -26,16 +31,16 @@ void tByteCounter::add(const tByteCounts& counts)
         m_counts[value] += counts[value];
 }
 
-void tByteCounter::addToLanes(const unsigned char* bytes, std::size_t len)
+void tByteCounter::addPiece(const unsigned char* bytes, std::size_t len)
 {
-    std::size_t i = 0;
-    for (; len - i >= 8; i += 8)
+    std::size_t i = m_vectors ? countVectors(bytes, len, m_counts, m_lanes) : 0;
+    for (; len - i >= tCounterLanes::cCount; i += tCounterLanes::cCount)
     {
-        for (std::size_t lane = 0; lane < 8; ++lane)
-            ++m_lanes[lane][bytes[i + lane]];
+        for (std::size_t lane = 0; lane < tCounterLanes::cCount; ++lane)
+            ++m_lanes.of[lane][bytes[i + lane]];
     }
     for (; i < len; ++i)
-        ++m_lanes[i % cLanes][bytes[i]];
+        ++m_lanes.of[i % tCounterLanes::cCount][bytes[i]];
 }
 
 void tByteCounter::sumUp()
@@ -43,18 +48,18 @@ void tByteCounter::sumUp()
     for (std::size_t value = 0; value < cByteValues; ++value)
     {
         std::uint32_t sum = 0;  // cannot overflow: see cMostInLanes
-        for (const auto& lane : m_lanes)
+        for (const auto& lane : m_lanes.of)
             sum += lane[value];
         m_counts[value] += sum;
     }
-    std::memset(m_lanes, 0, sizeof m_lanes);
+    m_lanes = {};
     m_inLanes = 0;
 }
 
 void tByteCounter::clear()
 {
     if (m_inLanes != 0)
-        std::memset(m_lanes, 0, sizeof m_lanes);
+        m_lanes = {};
     m_inLanes = 0;
     m_counts.fill(0);
 }

@@ -2,16 +2,7 @@
 
 #include <cstring>
 
-#if KESTOVA_HAS_BMI2_BUILD
-#if !defined(__clang__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"  // GCC 12 says it of its own undefined vectors (its bug 105593)
-#include <immintrin.h>
-#pragma GCC diagnostic pop
-#else
-#include <immintrin.h>
-#endif
-#endif
+#include "KestovaStorage/internal/vectorintrinsics.h"
 
 namespace huffman
 {
