@@ -19,14 +19,17 @@ struct tWord
     std::uint64_t count;  // 57 or more, or all that are left
 };
 
-// Takes only bytes that hold bits of the range.
+// Takes no byte behind the last one that holds bits of the range, and none before the data.
 KESTOVA_INLINE tWord wordAt(const tBitRange& range)
 {
     const std::uint64_t byte = range.pos / 8, there = range.bytes() - byte;
     if (there >= 8)
         return {le::load<std::uint64_t>(range.data + byte) >> (range.pos % 8),
                 std::min(range.left(), 64 - range.pos % 8)};
-    return {le::loadPart(range.data + byte, there) >> (range.pos % 8), range.left()};
+    const std::uint64_t word = range.bytes() >= 8
+                                   ? le::load<std::uint64_t>(range.data + range.bytes() - 8) >> (64 - 8 * there)
+                                   : le::loadPart(range.data + byte, there);
+    return {word >> (range.pos % 8), range.left()};
 }
 
 // A code longer than the table is wide: goes on along the tree from where its first bits lead to.

@@ -1,7 +1,7 @@
 // tSymbolDecoder: decodes a stretch of a bit stream through a tSymbolTable.
 //
-// Bounds   reads bytes that hold bits of the range only; decodes whole codes that end at or before the end of the
-//          range; writes at most 8 bytes at a time, all of them before the end of the output.
+// Bounds   reads no byte before the data and none behind the last that holds bits of the range; decodes whole codes
+//          that end at or before the end of the range; writes at most 8 bytes at a time, all before the output's end.
 // Threads  none of its own; the table is only read.
 #ifndef KESTOVA_INTERNAL_SYMBOLDECODER_H
 #define KESTOVA_INTERNAL_SYMBOLDECODER_H
