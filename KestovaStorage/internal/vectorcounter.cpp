@@ -14,7 +14,8 @@ namespace
 constexpr std::size_t cBlock = 64;       // bytes that a vector holds
 constexpr std::size_t cHalfValues = 16;  // values of half a byte
 
-// One mask for each value of half a byte: bit i is set where byte i of the block has that value there.
+// One mask for each value of half a byte: a bit for every byte of the block, set where that half has the value. Which
+// bit is which byte's does not matter, as long as it is the same in all masks.
 struct tMasks
 {
     __m512i lower, upper;  // of the values 0 to 7 and 8 to 15
@@ -38,7 +39,7 @@ KESTOVA_VECTORS_INLINE tMasks masksOf(__m512i planes, int first)
     return {_mm512_ternarylogic_epi64(differing, differing, bit3, cNeither), _mm512_andnot_si512(differing, bit3)};
 }
 
-// Word i: bit i of the block's bytes, all in the same order.
+// Word i: bit i of the block's bytes, in the same order in every word.
 KESTOVA_VECTORS_INLINE __m512i planesOf(const unsigned char* block)
 {
     alignas(64) static constexpr unsigned char cGather[cBlock] = {
