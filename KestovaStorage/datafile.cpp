@@ -3,8 +3,8 @@
 #include <memory>
 #include <new>
 
-#include "KestovaStorage/internal/datafilereader.h"
-#include "KestovaStorage/internal/segmentreader.h"
+#include "KestovaStorage/internal/datafile/datafilereader.h"
+#include "KestovaStorage/internal/datafile/segmentreader.h"
 
 namespace storage
 {

@@ -7,9 +7,9 @@
 #include <new>
 
 #include "KestovaStorage/huffmandecode.h"
-#include "KestovaStorage/internal/fileconversion.h"
-#include "KestovaStorage/internal/pathutils.h"
-#include "KestovaStorage/internal/segmentcomparison.h"
+#include "KestovaStorage/internal/conversion/filecoding.h"
+#include "KestovaStorage/internal/conversion/verification.h"
+#include "KestovaStorage/internal/disk/paths.h"
 
 namespace storage
 {

@@ -1,8 +1,8 @@
 #include "KestovaStorage/datastorageio.h"
 
 #include "KestovaStorage/datastorageioprivate.h"
-#include "KestovaStorage/internal/diskspace.h"
-#include "KestovaStorage/internal/pathutils.h"
+#include "KestovaStorage/internal/disk/diskspace.h"
+#include "KestovaStorage/internal/disk/paths.h"
 
 namespace storage
 {

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "KestovaStorage/internal/replayplayer.h"
-#include "KestovaStorage/internal/storagewriter.h"
+#include "KestovaStorage/internal/playback/player.h"
+#include "KestovaStorage/internal/recording/filerecorder.h"
 
 namespace storage
 {

@@ -8,10 +8,10 @@
 #include <mutex>
 #include <optional>
 
-#include "KestovaStorage/internal/huffmanformat.h"
-#include "KestovaStorage/internal/lanedecoder.h"
-#include "KestovaStorage/internal/symboldecoder.h"
-#include "KestovaStorage/internal/symboltable.h"
+#include "KestovaStorage/internal/codec/huffmanformat.h"
+#include "KestovaStorage/internal/codec/lanedecoder.h"
+#include "KestovaStorage/internal/codec/symboldecoder.h"
+#include "KestovaStorage/internal/codec/symboltable.h"
 
 namespace huffman
 {

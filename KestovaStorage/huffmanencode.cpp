@@ -12,10 +12,10 @@
 #include <stdexcept>
 #include <vector>
 
-#include "KestovaStorage/internal/bytecounter.h"
-#include "KestovaStorage/internal/codeemitter.h"
-#include "KestovaStorage/internal/huffmanformat.h"
-#include "KestovaStorage/internal/littleendian.h"
+#include "KestovaStorage/internal/codec/bytecounter.h"
+#include "KestovaStorage/internal/codec/codeemitter.h"
+#include "KestovaStorage/internal/codec/huffmanformat.h"
+#include "common/littleendian.h"
 
 namespace huffman
 {

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "KestovaStorage/internal/codetree.h"
+#include "KestovaStorage/internal/codec/codetree.h"
 
 namespace huffman
 {

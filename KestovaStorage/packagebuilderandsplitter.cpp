@@ -10,11 +10,11 @@
 #include <optional>
 #include <string_view>
 
-#include "KestovaStorage/internal/packagebuilder.h"
-#include "KestovaStorage/internal/packageobservers.h"
-#include "KestovaStorage/internal/packagesplitter.h"
-#include "KestovaStorage/internal/segmentworker.h"
-#include "KestovaStorage/internal/streamworker.h"
+#include "KestovaStorage/internal/package/deliveryworker.h"
+#include "KestovaStorage/internal/package/packagebuilder.h"
+#include "KestovaStorage/internal/package/packageobservers.h"
+#include "KestovaStorage/internal/package/packagesplitter.h"
+#include "KestovaStorage/internal/package/parseworker.h"
 #include "KestovaUtils/timeparser.h"
 #include "UdpSocket/udpsocket.h"
 

@@ -6,15 +6,15 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "KestovaStorage/internal/addresstexts.h"
-#include "KestovaStorage/internal/capturefile.h"
-#include "KestovaStorage/internal/datagramassembly.h"
-#include "KestovaStorage/internal/datagramkind.h"
-#include "KestovaStorage/internal/messagecounts.h"
-#include "KestovaStorage/internal/sensorsentence.h"
-#include "KestovaStorage/internal/streamreport.h"
-#include "KestovaStorage/internal/streamselection.h"
-#include "KestovaStorage/internal/streamtable.h"
+#include "KestovaStorage/internal/capture/addresstexts.h"
+#include "KestovaStorage/internal/capture/capturefile.h"
+#include "KestovaStorage/internal/capture/countreport.h"
+#include "KestovaStorage/internal/capture/datagramassembly.h"
+#include "KestovaStorage/internal/capture/datagramcounts.h"
+#include "KestovaStorage/internal/capture/datagramkind.h"
+#include "KestovaStorage/internal/capture/messagecounts.h"
+#include "KestovaStorage/internal/capture/selection.h"
+#include "KestovaStorage/internal/capture/sensorsentence.h"
 
 namespace pcap
 {

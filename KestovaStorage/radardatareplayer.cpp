@@ -4,8 +4,8 @@
 #include <memory>
 #include <utility>
 
-#include "KestovaStorage/internal/recordreplay.h"
-#include "KestovaStorage/internal/replaynetwork.h"
+#include "KestovaStorage/internal/replay/replayoutput.h"
+#include "KestovaStorage/internal/replay/replaypipeline.h"
 
 namespace Kestova
 {

@@ -9,14 +9,14 @@
 #include <vector>
 
 #include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/internal/callbackgate.h"
-#include "KestovaStorage/internal/receivergroups.h"
-#include "KestovaStorage/internal/recordingname.h"
-#include "KestovaStorage/internal/servicequery.h"
-#include "KestovaStorage/internal/streamcatalogue.h"
+#include "KestovaStorage/internal/radar/groupreceivers.h"
+#include "KestovaStorage/internal/radar/radarstreams.h"
+#include "KestovaStorage/internal/radar/recordingname.h"
+#include "KestovaStorage/internal/radar/servicequery.h"
 #include "KestovaStorage/packagebuilderandsplitter.h"
 #include "KestovaUtils/multiradarclient.h"
 #include "UdpSocket/udpsocket.h"
+#include "common/callbackgate.h"
 
 namespace Kestova
 {

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/internal/radarpackageformat.h"
+#include "KestovaStorage/internal/package/packageformat.h"
 #include "KestovaStorage/packagebuilderandsplitter.h"
 #include "KestovaUtils/timeparser.h"
 

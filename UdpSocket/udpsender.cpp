@@ -7,8 +7,8 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include "UdpSocket/internal/descriptor.h"
 #include "UdpSocket/internal/udpaddress.h"
+#include "common/descriptor.h"
 
 namespace net
 {

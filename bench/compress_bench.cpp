@@ -14,8 +14,8 @@
 
 #include "KestovaStorage/datafileconverter.h"
 #include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/internal/compressions.h"
-#include "KestovaStorage/internal/fileconversion.h"
+#include "KestovaStorage/internal/conversion/filecoding.h"
+#include "KestovaStorage/internal/recording/compressionqueue.h"
 #include "bench/measure.h"
 #include "bench/simulatedspokes.h"
 

@@ -24,13 +24,13 @@
 
 #include "KestovaStorage/huffmandecode.h"
 #include "KestovaStorage/huffmanencode.h"
-#include "KestovaStorage/internal/huffmanformat.h"
-#include "KestovaStorage/internal/symboldecoder.h"
+#include "KestovaStorage/internal/codec/huffmanformat.h"
+#include "KestovaStorage/internal/codec/symboldecoder.h"
 #include "bench/measure.h"
 #include "bench/simulatedspokes.h"
+#include "sessions/simulate/nmea.h"
+#include "sessions/simulate/scene.h"
 #include "tests/support/plainhuffman.h"
-#include "tools/simulator/nmea.h"
-#include "tools/simulator/scene.h"
 
 namespace
 {

@@ -21,7 +21,7 @@
 
 #include <unistd.h>
 
-#include "KestovaStorage/internal/radarpackageformat.h"
+#include "KestovaStorage/internal/package/packageformat.h"
 #include "KestovaStorage/packagebuilderandsplitter.h"
 
 namespace

@@ -15,11 +15,11 @@
 #include <set>
 #include <sys/resource.h>
 
-#include "KestovaStorage/internal/bigendian.h"
-#include "KestovaStorage/internal/captureformat.h"
+#include "KestovaStorage/internal/capture/captureformat.h"
 #include "KestovaStorage/pcapreader.h"
 #include "bench/measure.h"
 #include "bench/pcap_peer.h"
+#include "common/bigendian.h"
 
 namespace
 {

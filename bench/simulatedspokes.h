@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "tools/simulator/scene.h"
-#include "tools/simulator/spoke.h"
+#include "sessions/simulate/scene.h"
+#include "sessions/simulate/spoke.h"
 
 namespace bench
 {

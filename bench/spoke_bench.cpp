@@ -7,7 +7,7 @@
 // Median of 5 runs each, in turn.
 #include <deque>
 
-#include "KestovaStorage/internal/spokebuffer.h"
+#include "KestovaStorage/internal/replay/spokebuffer.h"
 #include "bench/measure.h"
 
 namespace

@@ -15,7 +15,7 @@
 #include <memory>
 
 #include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/internal/storageformat.h"
+#include "KestovaStorage/internal/datafile/storageformat.h"
 #include "bench/measure.h"
 
 namespace

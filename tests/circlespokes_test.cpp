@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <random>
 
-#include "KestovaStorage/internal/circlespokes.h"
+#include "KestovaStorage/internal/replay/spokeloop.h"
 #include "support/replaylog.h"
 
 using namespace Kestova;

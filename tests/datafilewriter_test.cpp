@@ -1,4 +1,4 @@
-#include "KestovaStorage/internal/datafilewriter.h"
+#include "KestovaStorage/internal/datafile/datafilewriter.h"
 
 #include <cerrno>
 #include <fcntl.h>

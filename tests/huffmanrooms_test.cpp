@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "KestovaStorage/internal/codeemitter.h"
-#include "KestovaStorage/internal/lanedecoder.h"
+#include "KestovaStorage/internal/codec/codeemitter.h"
+#include "KestovaStorage/internal/codec/lanedecoder.h"
 #include "tests/support/huffmaninputs.h"
 #include "tests/support/plainhuffman.h"
 

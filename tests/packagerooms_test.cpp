@@ -4,11 +4,11 @@
 #include <gmock/gmock.h>
 #include <thread>
 
-#include "KestovaStorage/internal/packagebuilder.h"
-#include "KestovaStorage/internal/packagesplitter.h"
-#include "KestovaStorage/internal/receivebuffer.h"
-#include "KestovaStorage/internal/segmentchain.h"
-#include "KestovaStorage/internal/segmentworker.h"
+#include "KestovaStorage/internal/buffers/receivebuffer.h"
+#include "KestovaStorage/internal/buffers/walkqueue.h"
+#include "KestovaStorage/internal/package/deliveryworker.h"
+#include "KestovaStorage/internal/package/packagebuilder.h"
+#include "KestovaStorage/internal/package/packagesplitter.h"
 #include "support/radarpackages.h"
 #include "support/waituntil.h"
 

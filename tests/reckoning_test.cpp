@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 
-#include "KestovaStorage/internal/storagenaming.h"
+#include "KestovaStorage/internal/datafile/naming.h"
 #include "KestovaUtils/timeparser.h"
 #include "UdpSocket/internal/dropcounter.h"
 

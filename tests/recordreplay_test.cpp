@@ -1,9 +1,9 @@
 // What a replay does with each record, and two rooms of its network side.
 #include <gmock/gmock.h>
 
-#include "KestovaStorage/internal/recordreplay.h"
-#include "KestovaStorage/internal/replaysenders.h"
-#include "KestovaStorage/internal/servicerepeater.h"
+#include "KestovaStorage/internal/replay/replaypipeline.h"
+#include "KestovaStorage/internal/replay/senderpool.h"
+#include "KestovaStorage/internal/replay/servicerepeater.h"
 #include "support/radarreplay.h"
 
 using namespace Kestova;

@@ -7,9 +7,9 @@
 #include <random>
 #include <tuple>
 
-#include "KestovaStorage/internal/replayclock.h"
-#include "KestovaStorage/internal/segmentkey.h"
-#include "KestovaStorage/internal/segmenttimeline.h"
+#include "KestovaStorage/internal/playback/playclock.h"
+#include "KestovaStorage/internal/playback/playkey.h"
+#include "KestovaStorage/internal/playback/timeline.h"
 
 using namespace storage;
 using namespace std::chrono_literals;

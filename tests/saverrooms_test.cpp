@@ -2,9 +2,9 @@
 #include <functional>
 #include <gtest/gtest.h>
 
-#include "KestovaStorage/internal/receivergroups.h"
-#include "KestovaStorage/internal/recordingname.h"
-#include "KestovaStorage/internal/streamcatalogue.h"
+#include "KestovaStorage/internal/radar/groupreceivers.h"
+#include "KestovaStorage/internal/radar/radarstreams.h"
+#include "KestovaStorage/internal/radar/recordingname.h"
 #include "support/datagramcollector.h"
 #include "support/recordedpackages.h"
 

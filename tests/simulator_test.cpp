@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 #include <map>
 
+#include "KestovaRecordings/streamcounts.h"
+#include "sessions/simulate/nmea.h"
+#include "sessions/simulate/simulatedradar.h"
+#include "sessions/simulate/spoke.h"
 #include "support/radarpackages.h"
-#include "tools/simulator/nmea.h"
-#include "tools/simulator/simulatedradar.h"
-#include "tools/simulator/spoke.h"
-#include "tools/streamtable.h"
-#include "tools/units.h"
+#include "tools/shell/units.h"
 
 namespace
 {

@@ -4,7 +4,7 @@
 #include <sys/wait.h>
 #include <thread>
 
-#include "UdpSocket/internal/descriptor.h"
+#include "common/descriptor.h"
 #include "support/recordedsegments.h"
 #include "support/tempdir.h"
 

@@ -6,9 +6,9 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
-#include "KestovaStorage/internal/diskreclaimer.h"
-#include "KestovaStorage/internal/diskspace.h"
-#include "KestovaStorage/internal/pathutils.h"
+#include "KestovaStorage/internal/disk/diskreclaimer.h"
+#include "KestovaStorage/internal/disk/diskspace.h"
+#include "KestovaStorage/internal/disk/paths.h"
 #include "support/tempdir.h"
 
 using namespace storage;

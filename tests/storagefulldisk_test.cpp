@@ -1,7 +1,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 
-#include "UdpSocket/internal/descriptor.h"
+#include "common/descriptor.h"
 #include "support/ownnamespace.h"
 #include "support/recordedsegments.h"
 #include "support/tempdir.h"

@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "KestovaRecordings/frames.h"
 #include "UdpSocket/udpsocket.h"
 #include "support/childprocess.h"
 #include "support/radarpackages.h"
 #include "support/recordedpackages.h"
 #include "support/recording.h"
 #include "support/tempdir.h"
-#include "tools/capture/frames.h"
 
 namespace
 {

@@ -9,14 +9,14 @@
 #include <vector>
 
 #include "UdpSocket/udpsocket.h"
+#include "sessions/replay/addressmap.h"
+#include "sessions/replay/pace.h"
 #include "support/childprocess.h"
 #include "support/datagramcollector.h"
 #include "support/radarpackages.h"
 #include "support/recording.h"
 #include "support/tempdir.h"
-#include "tools/replayer/addressmap.h"
-#include "tools/replayer/pace.h"
-#include "tools/replayer/steering.h"
+#include "tools/shell/keys.h"
 
 namespace
 {

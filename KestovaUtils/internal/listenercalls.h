@@ -12,8 +12,8 @@
 #include <optional>
 #include <vector>
 
-#include "KestovaUtils/internal/workerthread.h"
 #include "KestovaUtils/multiradarclient.h"
+#include "common/worker.h"
 
 namespace utils
 {

@@ -11,7 +11,7 @@
 #include <functional>
 #include <thread>
 
-#include "UdpSocket/internal/descriptor.h"
+#include "common/descriptor.h"
 
 namespace net
 {

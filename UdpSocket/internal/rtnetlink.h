@@ -7,8 +7,8 @@
 #include <optional>
 #include <vector>
 
-#include "UdpSocket/internal/descriptor.h"
 #include "UdpSocket/internal/interfacetable.h"
+#include "common/descriptor.h"
 
 struct nlmsghdr;
 

@@ -11,8 +11,8 @@
 #include <unistd.h>
 
 #include "KestovaStorage/datafile.h"
-#include "KestovaStorage/internal/datafilereader.h"
-#include "KestovaStorage/internal/segmenttimeline.h"
+#include "KestovaStorage/internal/datafile/datafilereader.h"
+#include "KestovaStorage/internal/playback/timeline.h"
 
 namespace
 {

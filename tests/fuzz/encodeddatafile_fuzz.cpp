@@ -12,8 +12,8 @@
 #include <unistd.h>
 
 #include "KestovaStorage/huffmanencode.h"
-#include "KestovaStorage/internal/datafilereader.h"
-#include "KestovaStorage/internal/segmentreader.h"
+#include "KestovaStorage/internal/datafile/datafilereader.h"
+#include "KestovaStorage/internal/datafile/segmentreader.h"
 
 namespace
 {

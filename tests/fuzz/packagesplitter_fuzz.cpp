@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "KestovaStorage/internal/packagesplitter.h"
+#include "KestovaStorage/internal/package/packagesplitter.h"
 
 namespace
 {

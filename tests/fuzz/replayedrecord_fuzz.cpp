@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "KestovaStorage/internal/recordreplay.h"
+#include "KestovaStorage/internal/replay/replaypipeline.h"
 #include "support/radarreplay.h"
 
 // The first byte says whether the record is the last one; the rest is the record.

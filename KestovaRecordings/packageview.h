@@ -1,0 +1,27 @@
+// A recorded segment seen as a radar message package.
+#ifndef KESTOVA_RECORDINGS_PACKAGEVIEW_H
+#define KESTOVA_RECORDINGS_PACKAGEVIEW_H
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "KestovaStorage/radarmsgpackage.h"
+
+namespace tool
+{
+struct tPackageView
+{
+    tUdpMsgInfo info;
+    std::uint32_t sequence;
+    std::uint32_t ip;  // as net::transAddr returns it
+    std::uint16_t port;
+    std::uint64_t timeMs;
+    std::string_view payload;  // inside the segment that was looked at
+};
+
+// Nothing where the segment is not exactly one whole package: head, length and end marker must agree.
+std::optional<tPackageView> viewPackage(std::string_view segment);
+}  // namespace tool
+
+#endif

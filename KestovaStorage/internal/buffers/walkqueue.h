@@ -1,0 +1,129 @@
+// tSegmentChain: a queue of byte strings whose consumer walks it in place and needs the lock only where a block ends.
+//
+// Shapes   blocks of segments, filled at the back and walked at the front; a segment lies behind its length. The
+//          consumer looks at what is published only, so several segments may be published at once. Blocks become larger
+//          while a backlog grows.
+// Owner    owns its blocks and uses walked ones again, so that a steady stream allocates nothing; a chain that was
+//          walked to its end starts again at the front of its block, in memory that is still in the cache.
+// Threads  next() belongs to the one consumer and needs no lock; everything else is called under the owner's lock.
+// Errors   std::bad_alloc leaves reserve(), append() and makeLink(); the chain is as it was.
+#ifndef KESTOVA_STORAGE_BUFFERS_WALKQUEUE_H
+#define KESTOVA_STORAGE_BUFFERS_WALKQUEUE_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <deque>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "KestovaStorage/internal/buffers/byteregion.h"
+
+class tSegmentChain
+{
+public:
+    static constexpr std::size_t cFirstSize = 256 * 1024;
+    static constexpr std::size_t cLargestSize = 4 * 1024 * 1024;  // of a block that holds several segments
+    static constexpr std::size_t cKeptSize = 8 * 1024 * 1024;     // of all walked blocks that are kept in the end
+
+    // One block.
+    class tLink
+    {
+    public:
+        explicit tLink(std::size_t size) : m_memory(size) {}
+
+        std::size_t size() const { return m_memory.size(); }
+        bool fits(std::size_t len) const { return len <= size() - m_filled && sizeof len <= size() - m_filled - len; }
+        char* reserve(std::size_t len)
+        {
+            char* const place = m_memory.bytes() + m_filled;
+            std::memcpy(place, &len, sizeof len);
+            m_filled += sizeof len + len;
+            return place + sizeof len;
+        }
+        void publish() { m_published.store(m_filled, std::memory_order_release); }
+        void clear()
+        {
+            m_filled = 0;
+            publish();
+        }
+
+    private:
+        friend class tSegmentChain;
+
+        tByteRegion m_memory;
+        std::size_t m_filled = 0;
+        std::atomic<std::size_t> m_published{0};  // bytes that the consumer may look at
+    };
+    using tLinks = std::vector<std::unique_ptr<tLink>>;
+
+    // A block with room for one segment of `len` bytes, to be filled outside the chain.
+    static std::unique_ptr<tLink> makeLink(std::size_t len) { return std::make_unique<tLink>(len + sizeof len); }
+    void append(std::unique_ptr<tLink> filled)
+    {
+        addLink(std::move(filled));
+        ++m_unpublished;
+    }
+    // Room for a segment of `len` bytes at the back; publish() follows before the lock is released.
+    char* reserve(std::size_t len)
+    {
+        if (m_links.empty() || !m_links.back()->fits(len))
+            addLink(newLink(len));
+        ++m_unpublished;
+        return m_links.back()->reserve(len);
+    }
+    void publish()
+    {
+        if (m_unpublished == 0)
+            return;
+        // Counted before they are visible: the consumer never has more than are counted.
+        m_published.store(published() + std::exchange(m_unpublished, 0), std::memory_order_relaxed);
+        m_links.back()->publish();
+    }
+    // Segments published since construction. The consumer may ask without the lock.
+    std::uint64_t published() const { return m_published.load(std::memory_order_relaxed); }
+
+    // Consumer: the next segment of the block being walked; false at its end.
+    bool next(const char*& bytes, std::size_t& len)
+    {
+        if (m_pos == m_visible && !look())
+            return false;
+        std::memcpy(&len, m_walked->m_memory.bytes() + m_pos, sizeof len);
+        bytes = m_walked->m_memory.bytes() + m_pos + sizeof len;
+        m_pos += sizeof len + len;
+        return true;
+    }
+    // Consumer, where next() gave false: steps to the next block; false if all is walked.
+    bool step();
+    // Walked blocks beyond those that are kept: large ones that a backlog needed. To be freed without the lock.
+    tLinks takeUnneeded();
+
+    std::size_t memory() const;  // bytes of all blocks
+
+private:
+    bool look()
+    {
+        if (m_walked != nullptr)
+            m_visible = m_walked->m_published.load(std::memory_order_acquire);
+        return m_pos != m_visible;
+    }
+    void addLink(std::unique_ptr<tLink> link);
+    std::unique_ptr<tLink> newLink(std::size_t len);
+    void walkFromStart(tLink* link);
+
+    std::deque<std::unique_ptr<tLink>> m_links;
+    tLinks m_spares;
+    std::uint64_t m_unpublished = 0;
+
+    // Read by both sides; on a line of its own, since what is above changes with every segment.
+    alignas(64) std::atomic<std::uint64_t> m_published{0};
+
+    // The consumer's.
+    alignas(64) tLink* m_walked = nullptr;  // the front one
+    std::size_t m_pos = 0;                  // of the next segment in it
+    std::size_t m_visible = 0;              // bytes of it known to be published
+};
+
+#endif

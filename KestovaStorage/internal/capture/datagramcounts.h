@@ -1,0 +1,62 @@
+// tStreamTable: what was seen of every stream, in a form that costs two look-ups a datagram. How it is shown is the
+// business of tStreamReport, which takes from here what has changed since it last looked.
+#ifndef KESTOVA_STORAGE_CAPTURE_DATAGRAMCOUNTS_H
+#define KESTOVA_STORAGE_CAPTURE_DATAGRAMCOUNTS_H
+
+#include <cstdint>
+#include <vector>
+
+#include "KestovaStorage/internal/capture/datagramkind.h"
+#include "KestovaStorage/internal/capture/destination.h"
+#include "KestovaStorage/internal/capture/keyindex.h"
+
+namespace pcap
+{
+struct tStream
+{
+    tStreamKey key;
+    std::uint64_t touched;     // number of the datagram that came last: equal counts show the latest first
+    std::uint32_t count;       // datagrams
+    std::uint32_t lastLength;  // place in lengths() of the datagram that came last
+    std::uint16_t kinds;       // bit n: kind n was seen
+    eDestination destination;
+    bool changed;  // listed in changedStreams()
+};
+
+// How often a length occurred in a stream.
+struct tLengthCount
+{
+    std::uint64_t touched;
+    std::uint32_t stream, length, occurrences;
+    bool changed;  // listed in changedLengths()
+};
+
+class tStreamTable
+{
+public:
+    void clear();
+    // Counts one datagram. What is returned is valid until the next call.
+    const tStream& count(tStreamKey key, std::uint32_t length, eKind kind);
+
+    const std::vector<tStream>& streams() const { return m_streams; }  // in order of first appearance
+    const std::vector<tLengthCount>& lengths() const { return m_lengths; }
+    // Places of what has changed since forgetChanges().
+    const std::vector<std::uint32_t>& changedStreams() const { return m_changedStreams; }
+    const std::vector<std::uint32_t>& changedLengths() const { return m_changedLengths; }
+    void forgetChanges();
+
+private:
+    std::uint32_t streamOf(tStreamKey key);
+    std::uint32_t lengthOf(std::uint32_t stream, std::uint32_t length);
+    void countLength(std::uint32_t place);
+
+    std::vector<tStream> m_streams;
+    std::vector<tLengthCount> m_lengths;
+    std::vector<std::uint32_t> m_changedStreams, m_changedLengths;
+    tKeyIndex m_streamIndex, m_lengthIndex;  // by key; by stream and length
+    std::uint32_t m_lastStream = 0;
+    std::uint64_t m_touched = 0;
+};
+}  // namespace pcap
+
+#endif

@@ -1,0 +1,52 @@
+// What a datagram is, told from where it goes and how it begins.
+#ifndef KESTOVA_STORAGE_CAPTURE_DATAGRAMKIND_H
+#define KESTOVA_STORAGE_CAPTURE_DATAGRAMKIND_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "KestovaStorage/internal/capture/destination.h"
+
+namespace pcap
+{
+enum class eKind : std::uint8_t
+{
+    eSpoke,
+    eOriSpoke,
+    eSpokeOriSpoke,
+    eRadarCtrl,
+    eRadarState,
+    eRattm,
+    eRhttm,
+    eIns,
+    eUnknow
+};
+constexpr std::size_t cKindCount = 9;
+
+const char* kindText(eKind kind);  // as statistics show it
+
+// The kind of a payload. std::out_of_range for one of a spoke's length (542, 2078, 2620) whose first or second byte is
+// zero: its text, which ends before the first zero byte, has no third place to look at.
+eKind udpType(tStreamKey stream, std::string_view payload);
+
+// What the datagrams to an address are counted as at the end of a read.
+enum class eDestination : std::uint8_t
+{
+    eOther,
+    eTargets,       // target messages of the radar's own processor
+    eLocalTargets,  // target messages on the ship's network
+    eSpokes,
+    eControl,
+    eSensor,  // sentences of AIS, GPS, depth and heading devices
+    eLocalSensor
+};
+
+eDestination destinationOf(tStreamKey stream);
+
+constexpr int cSpokeLength = 542, cOriSpokeLength = 2078, cSpokeOriSpokeLength = 2620;
+constexpr std::string_view cRattmPrefix = "\xA0\x04$RATTM", cRhttmPrefix = "\xA0\x04$RHTTM";
+}  // namespace pcap
+
+#endif

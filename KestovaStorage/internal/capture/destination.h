@@ -1,0 +1,55 @@
+// tStreamKey: where a datagram went, as one number. What belongs to no address is a stream apart from 0.0.0.0.
+#ifndef KESTOVA_STORAGE_CAPTURE_DESTINATION_H
+#define KESTOVA_STORAGE_CAPTURE_DESTINATION_H
+
+#include <charconv>
+#include <cstdint>
+#include <iterator>
+#include <string>
+
+#include "UdpSocket/udpsocket.h"
+#include "common/bigendian.h"
+
+namespace pcap
+{
+using tStreamKey = std::uint64_t;
+
+constexpr tStreamKey cNoAddress = std::uint64_t{1} << 48;
+
+// `address` as a number: 127.0.0.1 is 0x7F000001.
+constexpr tStreamKey streamKey(std::uint32_t address, std::uint16_t port)
+{
+    return std::uint64_t{address} << 16 | port;
+}
+
+constexpr tStreamKey streamKey(unsigned a, unsigned b, unsigned c, unsigned d, std::uint16_t port)
+{
+    return streamKey(a << 24 | b << 16 | c << 8 | d, port);
+}
+
+constexpr int portOf(tStreamKey key)
+{
+    return static_cast<int>(key & 0xFFFF);
+}
+
+// What net::transAddr makes of it, without a trip to the C library: statistics have a text for every stream.
+inline std::string addressText(std::uint32_t address)
+{
+    std::string text;
+    for (int shift = 24; shift >= 0; shift -= 8)
+    {
+        char digits[3];
+        text.append(digits, std::to_chars(digits, std::end(digits), address >> shift & 0xFF).ptr);
+        if (shift > 0)
+            text += '.';
+    }
+    return text;
+}
+
+inline std::string addressTextOf(tStreamKey key)
+{
+    return (key & cNoAddress) != 0 ? std::string() : addressText(static_cast<std::uint32_t>(key >> 16));
+}
+}  // namespace pcap
+
+#endif

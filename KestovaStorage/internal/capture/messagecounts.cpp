@@ -1,0 +1,49 @@
+#include "KestovaStorage/internal/capture/messagecounts.h"
+
+#include <cstdio>
+
+namespace pcap
+{
+bool tMessageCounts::add(eDestination destination, std::string_view payload)
+{
+    switch (destination)
+    {
+    case eDestination::eTargets:
+        m_raTtm += payload.starts_with(cRattmPrefix);
+        return true;
+    case eDestination::eLocalTargets:
+        m_lhTtm += payload.starts_with(cRattmPrefix);
+        return true;
+    case eDestination::eSpokes:
+        return addSpoke(payload.size());
+    case eDestination::eControl:
+        ++m_lhCtrl;
+        return true;
+    case eDestination::eSensor:
+        ++m_ins;
+        return true;
+    case eDestination::eLocalSensor:
+        ++m_lhIns;
+        return true;
+    case eDestination::eOther:
+        break;
+    }
+    return true;
+}
+
+bool tMessageCounts::addSpoke(std::size_t length)
+{
+    m_spoke += length == cSpokeLength || length == cSpokeOriSpokeLength;
+    m_ori += length == cOriSpokeLength || length == cSpokeOriSpokeLength;
+    return length != cOriSpokeLength && length != cSpokeOriSpokeLength;
+}
+
+void tMessageCounts::print(int subErr) const
+{
+    // Kept: RHTTM messages are not counted apart, their place shows the count of RATTM.
+    std::printf("\r\nread over: lhctrl %d lhttm %d rattm %d rhttm %d\n", m_lhCtrl, m_lhTtm, m_raTtm, m_raTtm);
+    std::printf("           ori %d spoke %d\r\n", m_ori, m_spoke);
+    std::printf("           lhins %d ins %d\r\n", m_lhIns, m_ins);
+    std::printf("           suberr %d \r\n", subErr);
+}
+}  // namespace pcap

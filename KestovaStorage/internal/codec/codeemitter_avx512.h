@@ -1,0 +1,35 @@
+// Emits codes of up to 16 bits 64 bytes at a time, where the processor can look up and shift that many at once (AVX-512
+// with byte permutations). Looking up needs no memory then: the tables stay in registers.
+#ifndef KESTOVA_STORAGE_CODEC_CODEEMITTER_AVX512_H
+#define KESTOVA_STORAGE_CODEC_CODEEMITTER_AVX512_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "KestovaStorage/internal/codec/bitappender.h"
+#include "KestovaStorage/internal/codec/codetree.h"
+
+namespace huffman
+{
+// The codes of all byte values in the form in which they go into registers.
+struct tVectorTables
+{
+    static constexpr unsigned cLongest = 16;
+    static constexpr std::uint8_t cNotHere = 64;  // as length: no code, or a longer one
+
+    alignas(64) std::uint8_t low[cByteValues] = {};   // bits 0 to 7
+    alignas(64) std::uint8_t high[cByteValues] = {};  // bits 8 to 15
+    alignas(64) std::uint8_t length[cByteValues] = {};
+
+    void set(const tCodeTable& codes);
+};
+
+// Whether this processor can.
+bool hasVectorEmitter();
+// Emits while 64 bytes are left; returns how many bytes were done, fewer if one has no code. `longGroups`: eight codes
+// usually fit in a word.
+std::size_t emitVectors(const tVectorTables& tables, bool longGroups, const std::uint64_t* singles,
+                        const unsigned char* data, std::size_t len, tByteEnd& end);
+}  // namespace huffman
+
+#endif

@@ -1,0 +1,52 @@
+// How heads of Huffman files and byte arrays are written and read. No other file knows where their fields lie.
+#ifndef KESTOVA_STORAGE_CODEC_HUFFMANFORMAT_H
+#define KESTOVA_STORAGE_CODEC_HUFFMANFORMAT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "KestovaStorage/huffmanencode.h"
+#include "KestovaStorage/internal/codec/codetree.h"
+
+namespace huffman
+{
+static_assert(sizeof(tAlphaFreq) == 5 && offsetof(tAlphaFreq, freq) == 1);
+static_assert(sizeof(tFileHead) == 1303 && offsetof(tFileHead, alphaVariety) == 4);
+static_assert(offsetof(tFileHead, lastValidBit) == 6 && offsetof(tFileHead, reserve) == 7);
+static_assert(offsetof(tFileHead, alphaFreqs) == 23);
+static_assert(sizeof(tByteArrayHead) == 7 && offsetof(tByteArrayHead, alphaVariety) == 4);
+static_assert(offsetof(tByteArrayHead, lastValidBit) == 6);
+static_assert(sizeof(tByteArrayAlphaFreq) == 3 && offsetof(tByteArrayAlphaFreq, freq) == 1);
+
+// The bytes of a tFileHead. `bits`: of all codes.
+std::string fileHeadBytes(const tFreqTable& freqs, std::uint64_t bits);
+// The counts in a tFileHead at `head`; false, and `freqs` as it was, where that is no Huffman file's. No more than the
+// 256 entries that a head has are looked at, whatever it says.
+bool readFileHead(const void* head, tFreqTable& freqs);
+
+constexpr std::size_t byteArrayHeadSize(std::size_t variety)
+{
+    return sizeof(tByteArrayHead) + sizeof(tByteArrayAlphaFreq) * variety;
+}
+// Writes byteArrayHeadSize(freqs.variety) bytes to `to`; returns what is behind them.
+char* writeByteArrayHead(const tFreqTable& freqs, std::uint64_t bits, char* to);
+
+struct tByteArrayContents
+{
+    tFreqTable freqs;
+    const char* payload;
+    std::size_t payloadLen;  // not 0
+    std::uint64_t bits;      // valid ones of the payload
+};
+// False for what is no byte array, or one without payload.
+bool readByteArray(const char* src, std::size_t len, tByteArrayContents& contents);
+
+// The valid bits of a last byte of which a head or a caller says this many.
+constexpr unsigned bitsOfLastByte(unsigned claimed)
+{
+    return claimed > 8 ? 8 : claimed;
+}
+}  // namespace huffman
+
+#endif

@@ -1,0 +1,69 @@
+// Decodes one stream from several positions at once.
+//
+// A lookup waits for the one before it, so one position leaves most of the processor idle; four positions do not wait
+// for one another. Where codes begin further on is unknown, but a decoder that starts anywhere falls into step after a
+// few codes. So later positions are guessed, decoded up to a place that probably begins a code, and used from there;
+// each lane then has to end exactly where the next one began. Where one does not, the lanes behind it are thrown away
+// and decoding goes on from where it is right.
+#ifndef KESTOVA_STORAGE_CODEC_LANEDECODER_H
+#define KESTOVA_STORAGE_CODEC_LANEDECODER_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "KestovaStorage/internal/codec/symboldecoder.h"
+
+namespace huffman
+{
+class tLaneDecoder
+{
+public:
+    static constexpr std::uint64_t cWorthLanes = 8192;  // bits from which on lanes pay
+
+    explicit tLaneDecoder(const tSymbolTable& table, eInstructions instructions = eInstructions::best);
+
+    // Room that lets lanes be used for a range of so many bits.
+    std::size_t roomFor(std::uint64_t bits) const { return cLanes * laneRoom(laneBits(bits)); }
+    // As tSymbolDecoder::decode, but stops after some rounds where the room that is left is too small for another. Call
+    // it until nothing comes any more.
+    unsigned char* decode(tBitRange& range, unsigned char* out, unsigned char* outEnd);
+
+    std::uint64_t thrownAway() const { return m_thrownAway; }  // lanes, so far
+
+private:
+    static constexpr std::size_t cLanes = 4;
+    static constexpr std::uint64_t cMostLaneBits = 32768;
+    static constexpr std::uint64_t cRunIn = 512;  // bits within which a guess is taken to come into step
+
+    struct tLane
+    {
+        tBitRange range;
+        unsigned char *begin, *out, *outEnd;
+    };
+    using tLanes = std::array<tLane, cLanes>;
+
+    // What one lane takes of a range of so many bits, and what the codes of so many bits may decode to.
+    static std::uint64_t laneBits(std::uint64_t bits)
+    {
+        return bits / cLanes < cMostLaneBits ? bits / cLanes : cMostLaneBits;
+    }
+    std::size_t laneRoom(std::uint64_t bits) const
+    {
+        return static_cast<std::size_t>((bits + 2 * cRunIn) / m_table.tree().shortest()) + 2 * tSymbolDecoder::cSlack;
+    }
+    tLanes makeLanes(const tBitRange& range, unsigned char* out, unsigned char* outEnd);
+    unsigned char* decodeRound(tBitRange& range, unsigned char* out, unsigned char* outEnd);
+    void decodeTogether(tLanes& lanes) const;
+
+    const tSymbolTable& m_table;
+    const tSymbolDecoder m_decoder;
+    eInstructions m_instructions;
+    std::unique_ptr<unsigned char[]> m_scratch;  // for all lanes but the first
+    std::size_t m_scratchSize = 0;
+    std::uint64_t m_thrownAway = 0;
+};
+}  // namespace huffman
+
+#endif

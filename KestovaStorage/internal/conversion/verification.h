@@ -1,0 +1,50 @@
+// tSegmentComparison: reads back what a conversion writes, record by record, while it is being written, and compares it
+// with what it was made from.
+//
+// Owner    the source and the written file stay where they are as long as this lives.
+// Threads  one of its own, and the caller of finish().
+// Errors   false with a sentence in `error`, no file name in it.
+#ifndef KESTOVA_STORAGE_CONVERSION_VERIFICATION_H
+#define KESTOVA_STORAGE_CONVERSION_VERIFICATION_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KestovaStorage/internal/conversion/sharedpieces.h"
+#include "KestovaStorage/internal/datafile/datafilereader.h"
+#include "KestovaStorage/internal/datafile/segmentreader.h"
+
+namespace storage
+{
+class tSegmentComparison
+{
+public:
+    tSegmentComparison(tDataFileReader& source, const std::string& writtenPath);
+
+    // So many records are in the written file now, with their index.
+    void stored(std::size_t records) { m_work.available(records); }
+    // All are. Whether both files hold the same segments with the same times, every one compared.
+    bool finish(const tGoOn& goOn, std::string& error);
+
+private:
+    // What each of the two threads has to itself.
+    struct tHand
+    {
+        tSegmentReader source, written;
+        std::unique_ptr<tDataFileReader> file;  // the written one
+        std::vector<tIndexSlot> slots;          // of the piece, as they were written
+    };
+
+    tPieceWork::tPiece pieceFor(tHand& hand);
+    std::optional<std::uint64_t> compare(tHand& hand, std::size_t first, std::size_t last, std::string& error);
+    bool readBack(tHand& hand, std::size_t first, std::size_t last);
+
+    tDataFileReader& m_source;
+    const std::string m_writtenPath;
+    tHand m_here, m_there;
+    tPieceWork m_work;
+};
+}  // namespace storage
+
+#endif

@@ -1,0 +1,203 @@
+#include "KestovaStorage/internal/datafile/datafilereader.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <new>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "KestovaStorage/huffmandecode.h"
+
+namespace storage
+{
+namespace
+{
+constexpr std::size_t cPiece = 12'288;  // records read at once: a quarter of a MiB
+}
+
+tDataFileReader::tDataFileReader(const std::string& path) : m_path(path) {}
+
+tDataFileReader::~tDataFileReader() = default;
+
+std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, std::string* error)
+{
+    return open(path, true, error);
+}
+
+std::unique_ptr<tDataFileReader> tDataFileReader::openBare(const std::string& path, std::string* error)
+{
+    return open(path, false, error);
+}
+
+std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, bool withIndex, std::string* error)
+{
+    std::unique_ptr<tDataFileReader> reader(new tDataFileReader(path));
+    const char* const reason = reader->load(withIndex);
+    if (reason == nullptr)
+        return reader;
+    if (error != nullptr)
+        *error = path + ": " + reason;
+    return nullptr;
+}
+
+// Null, or why the file is none of ours.
+const char* tDataFileReader::load(bool withIndex)
+try
+{
+    if (!openFile())
+        return std::strerror(errno);
+    struct stat info;
+    if (::fstat(m_file.get(), &info) != 0)
+        return std::strerror(errno);
+    if (!S_ISREG(info.st_mode))
+        return "not a regular file";
+    m_size = static_cast<std::uint64_t>(info.st_size);
+    m_device = info.st_dev;
+    m_inode = info.st_ino;
+
+    unsigned char magic[4] = {};
+    readAt(magic, sizeof magic, 0);
+    m_symbol = static_cast<tFileHeadSymbol>(le::load<std::uint32_t>(magic));
+    if (m_symbol != cDataFileHead && m_symbol != cHuffmanFileHead)
+        return "not a data file";
+    if (!withIndex)
+        return nullptr;
+
+    unsigned char head[sizeof(tIndexHead)] = {};
+    readAt(head, sizeof head, cIndexHeadPos);
+    readIndex(le::load<std::uint32_t>(head + offsetof(tIndexHead, indexNum)));
+    return nullptr;
+}
+catch (const std::bad_alloc&)
+{
+    return "not enough memory for its index";
+}
+
+// Opening does not wait for a pipe or a device that is named like a data file.
+bool tDataFileReader::openFile()
+{
+    m_file = net::tDescriptor(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    return m_file.valid();
+}
+
+std::size_t tDataFileReader::readAt(void* to, std::size_t len, std::uint64_t pos) const
+{
+    std::size_t done = 0;
+    while (done < len)
+    {
+        const ssize_t got =
+            ::pread(m_file.get(), static_cast<char*>(to) + done, len - done, static_cast<off_t>(pos + done));
+        if (got > 0)
+            done += static_cast<std::size_t>(got);
+        else if (got == 0 || errno != EINTR)
+            break;
+    }
+    return done;
+}
+
+bool tDataFileReader::read(std::uint64_t pos, std::size_t len, char* to)
+{
+    return (m_file.valid() || reopenFile()) && readAt(to, len, pos) == len;
+}
+
+// Another file may have taken the name meanwhile, the compressed one: the index does not describe it.
+bool tDataFileReader::reopenFile()
+{
+    struct stat info;
+    if (openFile() && ::fstat(m_file.get(), &info) == 0 && info.st_dev == m_device && info.st_ino == m_inode)
+        return true;
+    m_file.reset();
+    return false;
+}
+
+const huffman::tHuffmanDecode* tDataFileReader::decoder()
+{
+    if (!m_decoder)
+    {
+        huffman::tFileHead head{};
+        if (!read(0, sizeof head, reinterpret_cast<char*>(&head)))
+            return nullptr;
+        auto decoder = std::make_unique<huffman::tHuffmanDecode>(huffman::eSegmentMode);
+        decoder->SetHuffmanHead(head);
+        m_decoder = std::move(decoder);
+        m_countedBits = m_decoder->CountedBits();
+    }
+    return m_decoder->HasCodes() ? m_decoder.get() : nullptr;
+}
+
+void tDataFileReader::closeFile()
+{
+    m_file.reset();
+    m_decoder.reset();
+}
+
+// A file that was never finished says 0 records: it may hold as many as fit.
+void tDataFileReader::readIndex(std::uint32_t indexNum)
+{
+    // One that was finished without a segment says so too, but its head is there: it ends behind it.
+    m_finished = indexNum != 0 || m_size == cIndexHeadPos + sizeof(tIndexHead);
+    const std::uint64_t said = m_finished ? indexNum : cIndexCapacity;
+    const std::uint64_t room = m_size > cIndexPos ? (m_size - cIndexPos) / cIndexSlotSize : 0;
+    const auto count = static_cast<std::size_t>(std::min({said, room, std::uint64_t{cIndexCapacity}}));
+    m_damaged = m_finished ? static_cast<std::size_t>(said) - count : 0;
+    m_index = tSlotArray(count);
+    bool more = true;
+    for (std::size_t place = 0; more && place < count; place += cPiece)
+        more = readPiece(place, std::min(cPiece, count - place));
+    if (m_count < count / 2)
+        m_index.shrink(m_count);
+}
+
+// Reads `count` records from number `place` on and keeps the whole ones while they are in the cache; learns on the way
+// what the play order needs to know. False where the index ends.
+bool tDataFileReader::readPiece(std::size_t place, std::size_t count)
+{
+    tIndexSlot* const piece = &m_index[place];
+    const std::size_t got = readAt(piece, count * cIndexSlotSize, cIndexPos + place * cIndexSlotSize) / cIndexSlotSize;
+    for (std::size_t i = 0; i < got; ++i)
+    {
+        if (isEnd(piece[i]))
+            return false;
+        if (isWhole(piece[i]))
+            keep(piece[i]);
+        else
+            ++m_damaged;
+    }
+    return got == count;
+}
+
+void tDataFileReader::keep(const tIndexSlot& slot)
+{
+    const std::uint64_t time = timeOf(slot);
+    const std::uint64_t before = m_count != 0 ? timeOf(m_index[m_count - 1]) : 0;
+    m_run = time == before ? m_run + 1 : 1;
+    m_longestRun = std::max(m_longestRun, m_run);
+    m_sorted &= time >= before;
+    if (&m_index[m_count] != &slot)
+        m_index[m_count] = slot;
+    ++m_count;
+}
+
+// No time ends every index. In an unfinished one a record without length was cut by the death of its writer.
+bool tDataFileReader::isEnd(const tIndexSlot& slot) const
+{
+    return timeOf(slot) == 0 || (!m_finished && m_symbol == cDataFileHead && decodeNormal(slot).len == 0);
+}
+
+bool tDataFileReader::isWhole(const tIndexSlot& slot) const
+{
+    if (timeOf(slot) >= cTimeLimit)
+        return false;
+    if (m_symbol == cDataFileHead)
+    {
+        const tNormalIndexTable record = decodeNormal(slot);
+        return record.pos <= m_size && record.len <= m_size - record.pos;
+    }
+    const tEncodedIndexTable record = decodeEncoded(slot);
+    const std::uint64_t bytes = (std::uint64_t{record.firstBitPos} + record.huffmanBits + 7) / 8;
+    return record.firstBitPos < 8 && record.firstBytePos <= m_size && bytes <= m_size - record.firstBytePos;
+}
+}  // namespace storage

@@ -1,0 +1,91 @@
+// tDataFileWriter: one data file while it is being recorded.
+//
+// Shapes   append() takes segments of 1 byte or more from a block of the queue; each adds one index record. The first
+//          segment starts at cPayloadPos, each next one where the last ended.
+// Units    offsets in bytes from the start of the file; times in ms since the Unix epoch.
+// Owner    owns the descriptor; a block is needed during the call only.
+// Threads  starts none and locks nothing: one thread at a time, but sync() from any.
+// Errors   a segment whose bytes could not be written gets no index record and is counted in lost(); that is said once
+//          a file through perror. The next segment is tried again: recording goes on when the disk has room.
+// Death    nothing waits in user space and the index never runs ahead of the segments: kill the process at any moment
+//          and the file holds whole segments with whole records, ended by a record of zeros.
+#ifndef KESTOVA_STORAGE_DATAFILE_DATAFILEWRITER_H
+#define KESTOVA_STORAGE_DATAFILE_DATAFILEWRITER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KestovaStorage/internal/buffers/batchqueue.h"
+#include "KestovaStorage/internal/datafile/storageformat.h"
+#include "common/descriptor.h"
+
+namespace huffman
+{
+class tHuffmanEncode;
+}
+
+namespace storage
+{
+// A place in a block: segments before it have been dealt with.
+struct tBlockCursor
+{
+    const tSegmentBlock* block;
+    std::size_t segment = 0;  // number of the next segment
+    std::size_t offset = 0;   // of its first byte in the block
+
+    bool atEnd() const { return segment == block->count(); }
+};
+
+class tDataFileWriter
+{
+public:
+    // Makes the file; null, with errno set, where that fails or the file exists.
+    static std::unique_ptr<tDataFileWriter> create(const std::string& path);
+
+    // Writes segments from the cursor on and moves it behind those dealt with, written or lost: at least one, at most
+    // the rest of the block or up to the segment that fills the file. `now` is the time of segments whose tag is 0.
+    void append(tBlockCursor& cursor, std::uint64_t now);
+
+    // No further segment belongs into this file: the last one started beyond cLastSegmentPos, or the index is full.
+    bool isFull() const;
+
+    // What is recorded from now on is counted for its code; null ends that. Not owned.
+    void countInto(huffman::tHuffmanEncode* encoder) { m_encoder = encoder; }
+
+    void finish();  // writes the index head
+    void sync();    // to the disk
+    std::uint64_t lost() const { return m_lost; }
+
+private:
+    explicit tDataFileWriter(net::tDescriptor file, std::string path);
+
+    struct tRun
+    {
+        std::size_t segments = 0;
+        std::size_t bytes = 0;
+    };
+    tRun plan(const tBlockCursor& cursor, std::uint64_t now);
+    std::size_t wholeSegments(std::size_t bytes) const;
+    bool writeMagic();
+    bool publish(std::size_t segments);
+    void accept(const char* bytes, std::size_t segments);
+    std::size_t writeAt(const void* data, std::size_t len, std::uint64_t pos);
+    bool writeAllAt(const void* data, std::size_t len, std::uint64_t pos) { return writeAt(data, len, pos) == len; }
+
+    net::tDescriptor m_file;
+    std::string m_path;
+    huffman::tHuffmanEncode* m_encoder = nullptr;
+    tIndexHead m_indexHead{};
+    std::uint64_t m_payloadEnd = cPayloadPos;
+    std::uint64_t m_lastStart = 0;    // where the last segment started
+    std::vector<tIndexSlot> m_slots;  // of the run in hand, and one of zeros behind them
+    std::uint64_t m_lost = 0;
+    bool m_magicWritten = false;
+    bool m_failureSaid = false;
+};
+}  // namespace storage
+
+#endif

@@ -1,0 +1,62 @@
+// tSlotArray: memory for many index records; what is never touched costs nothing, what is no longer needed goes back.
+//
+// A full index fills some 10 MB: large arrays come straight from the kernel, in huge pages where it has them, which
+// halves the time of opening a file. Small ones come from the heap, so that a hundred thousand files can be open.
+#ifndef KESTOVA_STORAGE_DATAFILE_INDEXARRAY_H
+#define KESTOVA_STORAGE_DATAFILE_INDEXARRAY_H
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <utility>
+
+#include "KestovaStorage/internal/buffers/byteregion.h"
+#include "KestovaStorage/internal/datafile/storageformat.h"
+
+namespace storage
+{
+class tSlotArray
+{
+public:
+    tSlotArray() = default;
+    // Contents are undefined; std::bad_alloc where there is no memory.
+    explicit tSlotArray(std::size_t count)
+    {
+        if (count < cLargeFrom)
+            m_small.reset(new tIndexSlot[count]);
+        else
+            m_large.resize(count * cIndexSlotSize);
+    }
+    tSlotArray(tSlotArray&& other) noexcept : m_small(std::move(other.m_small)) { m_large.swap(other.m_large); }
+    tSlotArray& operator=(tSlotArray&& other) noexcept
+    {
+        m_small.swap(other.m_small);
+        m_large.swap(other.m_large);
+        return *this;
+    }
+
+    tIndexSlot* get() const { return m_small ? m_small.get() : reinterpret_cast<tIndexSlot*>(m_large.bytes()); }
+    tIndexSlot& operator[](std::size_t i) const { return get()[i]; }
+
+    // Gives back what lies behind the first `count` records.
+    void shrink(std::size_t count)
+    {
+        if (count < cLargeFrom)
+        {
+            tSlotArray exact(count);
+            std::copy_n(get(), count, exact.get());
+            *this = std::move(exact);
+        }
+        else
+            m_large.resize(count * cIndexSlotSize);
+    }
+
+private:
+    static constexpr std::size_t cLargeFrom = (std::size_t{1} << 20) / cIndexSlotSize;
+
+    std::unique_ptr<tIndexSlot[]> m_small;
+    tByteRegion m_large;
+};
+}  // namespace storage
+
+#endif

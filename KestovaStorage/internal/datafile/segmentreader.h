@@ -1,0 +1,57 @@
+// tSegmentReader: the bytes of recorded segments, from plain and from Huffman files.
+//
+// Shapes   reads `window` bytes at once where segments follow each other: for whoever reads a file from front to back.
+//          Buffers grow to the longest segment met.
+// Threads  none; one at a time.
+// Errors   nothing where the file does not give the bytes, its codes cannot be read, or there is no memory.
+#ifndef KESTOVA_STORAGE_DATAFILE_SEGMENTREADER_H
+#define KESTOVA_STORAGE_DATAFILE_SEGMENTREADER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "KestovaStorage/internal/datafile/datafilereader.h"
+
+namespace storage
+{
+class tSegmentReader
+{
+public:
+    explicit tSegmentReader(std::size_t window = 0) : m_windowSize(window) {}
+
+    // Segment number `record` of the file's index; valid until the next read.
+    std::optional<std::string_view> read(tDataFileReader& file, std::size_t record);
+    // The segment of any record of this file.
+    std::optional<std::string_view> read(tDataFileReader& file, const tIndexSlot& slot);
+    // Reads the bytes of records that follow each other at once: the next reads find them.
+    void readAhead(tDataFileReader& file, std::span<const tIndexSlot> slots);
+
+private:
+    // Memory that is not initialised and does not become smaller.
+    class tBuffer
+    {
+    public:
+        char* need(std::size_t size);
+        std::size_t size() const { return m_size; }
+
+    private:
+        std::unique_ptr<char[]> m_bytes;
+        std::size_t m_size = 0;
+    };
+
+    std::optional<std::string_view> decode(tDataFileReader& file, const tEncodedIndexTable& record);
+    const char* bytesAt(tDataFileReader& file, std::uint64_t pos, std::size_t len);
+    bool load(tDataFileReader& file, std::uint64_t pos, std::size_t size);
+
+    const std::size_t m_windowSize;
+    tBuffer m_read, m_decoded;
+    const tDataFileReader* m_file = nullptr;  // whose bytes m_read holds, from m_pos to m_end
+    std::uint64_t m_pos = 0, m_end = 0;
+};
+}  // namespace storage
+
+#endif

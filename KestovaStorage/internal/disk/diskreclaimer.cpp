@@ -1,0 +1,163 @@
+#include "KestovaStorage/internal/disk/diskreclaimer.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+#include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/internal/disk/diskspace.h"
+#include "KestovaStorage/internal/disk/paths.h"
+
+namespace storage
+{
+namespace
+{
+using namespace std::chrono_literals;
+
+constexpr auto cPassPeriod = 3s;
+constexpr std::int32_t cLowBelow_MB = 1024;
+constexpr char cReclaimedSuffix[] = ".data";
+
+// Both figures must say so: the 32-bit one wraps and would call a large disk with room low. One of 0 is no figure.
+bool isDiskLow(const std::string& root)
+{
+    const std::int32_t free = disk::freeSize_MB(root.c_str());
+    return free >= 1 && free < cLowBelow_MB && disk::trueFreeSize_MB(root.c_str()) < cLowBelow_MB;
+}
+
+bool isSameFile(const std::string& a, const std::string& b)
+{
+    std::error_code ignored;  // a file that is gone is not the same as another
+    return std::filesystem::equivalent(a, b, ignored);
+}
+
+std::string absolute(std::string path)
+{
+    paths::makeAbsolute(path);
+    return path;
+}
+}  // namespace
+
+tDiskReclaimer& tDiskReclaimer::instance()
+{
+    static tDiskReclaimer& s_instance = *new tDiskReclaimer(isDiskLow);  // its thread runs until the process ends
+    return s_instance;
+}
+
+void tDiskReclaimer::addRoot(const void* owner, const std::string& root)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_storagePathes[owner] = root;
+    m_lastVisited = m_storagePathes.begin()->first;
+    if (this == &instance() && !std::exchange(m_diskCheckThreadRun, true))
+        startThread();
+}
+
+void tDiskReclaimer::removeRoot(const void* owner)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_storagePathes.erase(owner);
+}
+
+void tDiskReclaimer::startThread()
+{
+    std::thread([this] {
+        for (;;)
+        {
+            std::this_thread::sleep_for(cPassPeriod);
+            if (std::atomic_ref<bool>(tDataStorageIO::DiskCheckThreadEnable).load())
+                pass();
+        }
+    }).detach();  // nothing it uses is ever destroyed
+}
+
+void tDiskReclaimer::pass()
+{
+    const std::string root = nextRoot();
+    if (!root.empty())
+        reclaim(absolute(root));
+}
+
+// One root a pass, in turn. The last one visited is remembered by its key, which may be gone meanwhile.
+std::string tDiskReclaimer::nextRoot()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_storagePathes.empty())
+        return {};
+    auto next = m_storagePathes.upper_bound(m_lastVisited);
+    if (next == m_storagePathes.end())
+        next = m_storagePathes.begin();
+    m_lastVisited = next->first;
+    return next->second;
+}
+
+void tDiskReclaimer::reclaim(const std::string& root)
+{
+    while (m_isLow(root) && deleteOldest(root))
+    {}
+}
+
+// Deletes the oldest data file and the folders that it leaves empty, upwards. False where nothing can be deleted.
+bool tDiskReclaimer::deleteOldest(const std::string& root)
+{
+    std::set<std::string> files;
+    paths::listFolder(root, files, true, cReclaimedSuffix, paths::eLinks::eIgnore);
+    if (files.empty() || isWriting(*files.begin()))
+        return false;
+    std::string path = *files.begin();  // numbers and dates make the byte order of paths the order of age
+    if (std::remove(path.c_str()) != 0)
+    {
+        std::perror(path.c_str());
+        return false;
+    }
+    // Kept: this does not stop at the root; an emptied root and empty folders above it go too. A root that is a link
+    // stays, which remove() would take away however full its folder is.
+    do
+        path.erase(path.rfind('/'));
+    while (path.find('/') != std::string::npos && ::rmdir(path.c_str()) == 0);
+    return true;
+}
+
+// Roots may name one folder in several ways: files are compared by what they are, too.
+bool tDiskReclaimer::isWriting(const std::string& path)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return std::any_of(m_writingFilePathes.begin(), m_writingFilePathes.end(),
+                       [&](const std::string& writing) { return path == writing || isSameFile(path, writing); });
+}
+
+tDiskReclaimer::tWritingMark::tWritingMark(tDiskReclaimer& reclaimer, const std::string& path)
+    : m_reclaimer(&reclaimer), m_path(absolute(path))
+{
+    const std::lock_guard<std::mutex> lock(reclaimer.m_mutex);
+    reclaimer.m_writingFilePathes.insert(m_path);
+}
+
+tDiskReclaimer::tWritingMark::tWritingMark(tWritingMark&& other) noexcept
+    : m_reclaimer(std::exchange(other.m_reclaimer, nullptr)), m_path(std::move(other.m_path))
+{}
+
+tDiskReclaimer::tWritingMark& tDiskReclaimer::tWritingMark::operator=(tWritingMark&& other) noexcept
+{
+    reset();
+    m_reclaimer = std::exchange(other.m_reclaimer, nullptr);
+    m_path = std::move(other.m_path);
+    return *this;
+}
+
+void tDiskReclaimer::tWritingMark::reset()
+{
+    if (m_reclaimer == nullptr)
+        return;
+    const std::lock_guard<std::mutex> lock(m_reclaimer->m_mutex);
+    const auto found = m_reclaimer->m_writingFilePathes.find(m_path);
+    if (found != m_reclaimer->m_writingFilePathes.end())
+        m_reclaimer->m_writingFilePathes.erase(found);
+    m_reclaimer = nullptr;
+}
+}  // namespace storage

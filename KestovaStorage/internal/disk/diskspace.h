@@ -1,0 +1,27 @@
+// How much room a disk has.
+#ifndef KESTOVA_STORAGE_DISK_DISKSPACE_H
+#define KESTOVA_STORAGE_DISK_DISKSPACE_H
+
+#include <cstdint>
+#include <string>
+
+namespace storage::disk
+{
+// Free space in MiB in 32 bits, -1 on failure; prints the line "Disk Total Size: ...". Kept: the product of block size
+// and blocks wraps from 2 TiB on.
+std::int32_t freeSize_MB(const char* path);
+// The same figure without the wrap and without the line; -1 on failure.
+std::int64_t trueFreeSize_MB(const char* path);
+// Size in blocks of 1024 bytes of the local file system mounted at `mountPoint` (ends with "/"), 0 if none is.
+std::int64_t mountSize(const std::string& mountPoint);
+
+// The figures as the 32-bit computation gives them: block size, blocks and available blocks in.
+struct tSize_MB
+{
+    std::int32_t total;
+    std::int32_t free;
+};
+tSize_MB wrappedSize(std::uint64_t blockSize, std::uint64_t blocks, std::uint64_t available);
+}  // namespace storage::disk
+
+#endif

@@ -1,0 +1,50 @@
+// tOutputFile: a file that is written beside its name and takes it when it is whole and on the disk.
+//
+// Owner    owns the descriptor. What was not committed is removed with the object.
+// Threads  none; one at a time.
+// Errors   the first write that fails is remembered; error() is its reason.
+#ifndef KESTOVA_STORAGE_DISK_OUTPUTFILE_H
+#define KESTOVA_STORAGE_DISK_OUTPUTFILE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "common/descriptor.h"
+
+namespace storage
+{
+class tOutputFile
+{
+public:
+    // Makes `name` with another ending, so that nobody takes it for a data file meanwhile; what is left there of an
+    // earlier attempt is replaced, unless somebody else is writing it (EBUSY).
+    explicit tOutputFile(const std::string& name);
+    ~tOutputFile();
+    tOutputFile(const tOutputFile&) = delete;
+    tOutputFile& operator=(const tOutputFile&) = delete;
+
+    bool isOpen() const { return m_file.valid(); }
+    const std::string& path() const { return m_path; }  // while it is written
+    int error() const { return m_error; }               // an errno; 0 where all went well
+    bool writeAt(const void* data, std::size_t len, std::uint64_t pos);
+    bool sync();
+    bool likeFile(const std::string& path);  // takes that file's owner, permissions and times
+    // Syncs, and gives the file the name `name`, whatever had it before.
+    bool commit(const std::string& name);
+
+private:
+    bool claim();
+    bool fail();
+
+    const std::string m_path;
+    net::tDescriptor m_file;
+    int m_error = 0;
+    bool m_committed = false;
+};
+
+// Makes a change of names in the folder of `path` permanent, where the file system can.
+void syncFolderOf(const std::string& path);
+}  // namespace storage
+
+#endif

@@ -1,0 +1,78 @@
+#include "KestovaStorage/internal/package/deliveryworker.h"
+
+void tSegmentWorker::start(tHandler handler)
+{
+    m_handler = std::move(handler);
+    m_worker.start([this] { run(); });
+}
+
+void tSegmentWorker::run()
+{
+    while (waitForMore())
+        walk();
+}
+
+tSegmentWorker::tRun::~tRun()
+{
+    m_worker.m_chain.publish();
+    const bool asleep = std::exchange(m_worker.m_asleep, false);
+    m_held.unlock();
+    if (asleep)
+        m_worker.m_worker.notify();
+}
+
+// Hands over what is visible of the current block.
+void tSegmentWorker::walk()
+{
+    const char* bytes = nullptr;
+    std::size_t len = 0;
+    while (m_worker.running() && m_chain.next(bytes, len))
+    {
+        ++m_walked;
+        if (m_walked > m_discarded.load(std::memory_order_acquire))
+            m_handler(bytes, len, static_cast<std::size_t>(m_chain.published() - m_walked));
+    }
+}
+
+// Where the walk came to an end: looks for more, or sleeps until there is; false once stopped.
+bool tSegmentWorker::waitForMore()
+{
+    if (lookForMore())
+        return m_worker.running();
+    auto held = m_worker.lock();
+    // Looked at anew after every wake-up, so that m_asleep is right before every sleep.
+    const bool running = m_worker.wait(held, [this] { return !(m_asleep = !m_chain.step()); });
+    m_asleep = false;
+    return running;
+}
+
+bool tSegmentWorker::lookForMore()
+{
+    tSegmentChain::tLinks unneeded;  // freed without the lock
+    const auto held = m_worker.lock();
+    m_handled = m_walked;
+    if (m_idleWaiters != 0)
+        m_worker.notify();
+    const bool more = m_chain.step();
+    if (!more)
+        unneeded = m_chain.takeUnneeded();
+    return more;
+}
+
+void tSegmentWorker::discard()
+{
+    const auto held = m_worker.lock();
+    m_discarded.store(m_chain.published(), std::memory_order_release);
+}
+
+bool tSegmentWorker::waitIdle(std::chrono::milliseconds timeout)
+{
+    if (isSelf())
+        return false;
+    auto held = m_worker.lock();
+    const std::uint64_t wanted = m_chain.published();
+    ++m_idleWaiters;
+    const bool idle = m_worker.waitUntil(held, tWorker::tClock::now() + timeout, [&] { return m_handled >= wanted; });
+    --m_idleWaiters;
+    return idle;
+}

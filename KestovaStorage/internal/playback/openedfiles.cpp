@@ -1,0 +1,84 @@
+#include "KestovaStorage/internal/playback/openedfiles.h"
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+#include "KestovaStorage/internal/disk/paths.h"
+
+namespace storage
+{
+namespace
+{
+constexpr std::size_t cMaxOpenFiles = 64;
+}  // namespace
+
+void tOpenRecording::open(const std::string& path, const std::string& suffix, const tCancelled& cancelled)
+{
+    const tPathProperty property = paths::property(path);
+    std::set<std::string> found;
+    if (property == eFile)
+        found.insert(path);
+    else if (property == eFolder)
+        paths::listFolder(path, found, true, suffix);
+    for (const std::string& file : found)
+    {
+        if (cancelled())
+            return;
+        addFile(file);
+    }
+    putInOrder(cancelled);
+}
+
+void tOpenRecording::clear()
+{
+    *this = tOpenRecording();
+}
+
+void tOpenRecording::addFile(const std::string& path)
+{
+    std::unique_ptr<tDataFileReader> reader = tDataFileReader::open(path);
+    if (!reader)
+        return;
+    m_files.push_back(std::move(reader));
+    // What is open stays readable when somebody removes it, a recorder that has compressed it for one.
+    if (m_openFiles.size() < cMaxOpenFiles)
+        m_openFiles.push_back(m_files.back().get());
+    else
+        m_files.back()->closeFile();
+}
+
+void tOpenRecording::putInOrder(const tCancelled& cancelled)
+{
+    std::vector<tTimelineFile> indexes;
+    for (const auto& file : m_files)
+        indexes.push_back({file->index(), file->sorted(), file->longestRun()});
+    m_timeline.build(std::move(indexes), cancelled);
+}
+
+std::optional<tOpenRecording::tSegment> tOpenRecording::read(const tTimelineSegment& place)
+{
+    tDataFileReader& file = *m_files[place.file];
+    keepOpen(file);
+    const auto bytes = m_reader->read(file, place.record);
+    if (!bytes)
+        return std::nullopt;
+    return tSegment{timeOf(file.index()[place.record]), bytes->data(), static_cast<std::uint32_t>(bytes->size()),
+                    file.path()};
+}
+
+void tOpenRecording::keepOpen(tDataFileReader& file)
+{
+    if (!m_openFiles.empty() && m_openFiles.back() == &file)
+        return;
+    const auto place = std::find(m_openFiles.begin(), m_openFiles.end(), &file);
+    if (place != m_openFiles.end())
+        m_openFiles.erase(place);
+    else if (m_openFiles.size() == cMaxOpenFiles)
+    {
+        m_openFiles.front()->closeFile();
+        m_openFiles.pop_front();
+    }
+    m_openFiles.push_back(&file);
+}
+}  // namespace storage

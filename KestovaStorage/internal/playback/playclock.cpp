@@ -1,0 +1,131 @@
+#include "KestovaStorage/internal/playback/playclock.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "KestovaStorage/internal/playback/playkey.h"
+
+namespace storage
+{
+namespace
+{
+using namespace std::chrono_literals;
+
+constexpr auto cTick = 1ms;
+constexpr std::uint64_t cFarTicks = 90'000'000'000;  // years: later is never
+
+std::uint64_t saturatedAdd(std::uint64_t a, std::uint64_t b)
+{
+    return a > UINT64_MAX - b ? UINT64_MAX : a + b;
+}
+
+std::uint64_t saturatedSubtract(std::uint64_t a, std::uint64_t b)
+{
+    return a < b ? 0 : a - b;
+}
+}  // namespace
+
+tReplaySpeed speedFor(double rate)
+{
+    if (std::isnan(rate) || rate == 1.0)
+        return {};
+    if (rate > 10.0)
+        return {10, 0};
+    if (rate < 0.1)
+        return {0, 10};
+    if (rate > 1.0)
+        return {static_cast<std::uint16_t>(rate), 0};
+    return {0, static_cast<std::uint16_t>(1.0 / rate)};
+}
+
+// The fraction becomes a whole number of keys before it is added: a double has too few digits for the sum.
+std::uint64_t startKeyFor(double fraction, std::uint64_t first, std::uint64_t last)
+{
+    if (std::isnan(fraction))
+        return first;
+    const std::uint64_t span = last - first;
+    const double magnitude = std::fabs(fraction) * static_cast<double>(span);
+    constexpr double cTwoTo64 = 18446744073709551616.0;
+    std::uint64_t keys = magnitude < cTwoTo64 ? static_cast<std::uint64_t>(magnitude) : UINT64_MAX;
+    if (std::fabs(fraction) <= 1.0)
+        keys = std::min(keys, span);
+    return fraction < 0 ? saturatedSubtract(first, keys) : saturatedAdd(first, keys);
+}
+
+double progressOf(std::uint64_t key, std::uint64_t first, std::uint64_t last)
+{
+    if (last <= first)
+        return 1.0;
+    return static_cast<double>(std::clamp(key, first, last) - first) / static_cast<double>(last - first);
+}
+
+// The first tick comes at once.
+void tReplayClock::start(std::uint64_t position, tTime now)
+{
+    m_position = saturatedAdd(position, step());
+    m_tickTime = now;
+}
+
+void tReplayClock::setSpeed(tReplaySpeed speed, tTime now)
+{
+    rebase(now);
+    m_speed = speed;
+    m_tickTime = std::max(m_tickTime, now - period());  // what passed of a longer tick counts as one at most
+}
+
+void tReplayClock::setPaused(bool paused, tTime now)
+{
+    if (paused == m_paused)
+        return;
+    if (paused)
+        rebase(now);
+    else
+        m_tickTime = now;
+    m_paused = paused;
+}
+
+std::uint64_t tReplayClock::position(tTime now) const
+{
+    const std::uint64_t ticks = ticksSince(now);
+    const std::uint64_t keys = ticks > UINT64_MAX / step() ? UINT64_MAX : ticks * step();
+    return saturatedAdd(m_position, keys);
+}
+
+tReplayClock::tTime tReplayClock::dueTime(std::uint64_t key) const
+{
+    if (key <= m_position)
+        return m_tickTime;
+    const std::uint64_t missing = key - m_position;
+    const std::uint64_t ticks = missing / step() + (missing % step() != 0 ? 1 : 0);
+    const tDuration wait = period() * static_cast<tDuration::rep>(std::min(ticks, cFarTicks));
+    return m_tickTime + wait;
+}
+
+void tReplayClock::forgetDelay(tTime now, tTime due)
+{
+    m_tickTime += now - due;
+}
+
+std::uint64_t tReplayClock::step() const
+{
+    return cKeysPerMs * std::max<std::uint64_t>(1, m_speed.fast);
+}
+
+tReplayClock::tDuration tReplayClock::period() const
+{
+    return cTick * (1 + m_speed.slow);
+}
+
+std::uint64_t tReplayClock::ticksSince(tTime now) const
+{
+    return m_paused || now <= m_tickTime ? 0 : static_cast<std::uint64_t>((now - m_tickTime) / period());
+}
+
+// Moves the base to the last tick that was due.
+void tReplayClock::rebase(tTime now)
+{
+    const std::uint64_t ticks = ticksSince(now);
+    m_position = position(now);
+    m_tickTime += period() * static_cast<tDuration::rep>(ticks);
+}
+}  // namespace storage

@@ -1,0 +1,59 @@
+// tReplayClock: where playing has come to, as a function of time.
+//
+// The play position counts in segment keys (65,536 a millisecond). It moves in ticks: each adds one millisecond of the
+// recording (a fast factor N: N milliseconds) and lasts one millisecond (a slow divisor M: 1 + M milliseconds). Ticks
+// are due at fixed times, not so long after the tick before was noticed, so playing neither drifts nor falls behind.
+//
+// Threads  none; the owner's lock guards it. Times are steady and given from outside.
+#ifndef KESTOVA_STORAGE_PLAYBACK_PLAYCLOCK_H
+#define KESTOVA_STORAGE_PLAYBACK_PLAYCLOCK_H
+
+#include <chrono>
+#include <cstdint>
+
+namespace storage
+{
+struct tReplaySpeed
+{
+    std::uint16_t fast = 0;  // factor, 0 for none
+    std::uint16_t slow = 0;  // divisor, 0 for none
+};
+tReplaySpeed speedFor(double rate);
+
+// The key at which to start for a fraction of the span from `first` to `last`. Fractions below 0 and above 1 lead
+// outside the span; no number counts as 0.
+std::uint64_t startKeyFor(double fraction, std::uint64_t first, std::uint64_t last);
+// A key's place in the span, 0.0 to 1.0; 1.0 where the span is a single key.
+double progressOf(std::uint64_t key, std::uint64_t first, std::uint64_t last);
+
+class tReplayClock
+{
+public:
+    using tTime = std::chrono::steady_clock::time_point;
+
+    void start(std::uint64_t position, tTime now);  // speed and pause stay as they are
+    void setSpeed(tReplaySpeed speed, tTime now);   // from the next tick on
+    void setPaused(bool paused, tTime now);         // ticks begin anew when the pause ends
+    bool paused() const { return m_paused; }
+
+    std::uint64_t position(tTime now) const;
+    // When the position reaches `key`; a time gone by where it has. Only while not paused.
+    tTime dueTime(std::uint64_t key) const;
+    // Playing goes on from here: what a long stall held up is not caught up with in a burst.
+    void forgetDelay(tTime now, tTime due);
+
+private:
+    using tDuration = std::chrono::nanoseconds;
+    std::uint64_t step() const;
+    tDuration period() const;
+    std::uint64_t ticksSince(tTime now) const;
+    void rebase(tTime now);
+
+    tReplaySpeed m_speed;
+    bool m_paused = false;
+    std::uint64_t m_position = 0;  // at the tick due at m_tickTime
+    tTime m_tickTime{};
+};
+}  // namespace storage
+
+#endif

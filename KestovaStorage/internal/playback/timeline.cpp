@@ -1,0 +1,242 @@
+#include "KestovaStorage/internal/playback/timeline.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include "KestovaStorage/internal/playback/playkey.h"
+
+namespace storage
+{
+namespace
+{
+constexpr std::size_t cCancelPeriod = 4096;
+
+using tIndex = std::span<const tIndexSlot>;
+
+bool earlier(const tIndexSlot& a, const tIndexSlot& b)
+{
+    return timeOf(a) < timeOf(b);
+}
+
+std::size_t firstNotBefore(tIndex index, std::uint64_t time)
+{
+    const auto place = std::partition_point(index.begin(), index.end(),
+                                            [time](const tIndexSlot& slot) { return timeOf(slot) < time; });
+    return static_cast<std::size_t>(place - index.begin());
+}
+
+// How many records share the time that most records of an unsorted index have.
+std::size_t longestRunSorted(tIndex index)
+{
+    std::vector<std::uint64_t> times(index.size());
+    std::transform(index.begin(), index.end(), times.begin(), timeOf);
+    std::sort(times.begin(), times.end());
+    std::size_t longest = 0;
+    for (auto from = times.begin(); from != times.end();)
+    {
+        const auto to = std::upper_bound(from, times.end(), *from);
+        longest = std::max(longest, static_cast<std::size_t>(to - from));
+        from = to;
+    }
+    return longest;
+}
+
+// Keys in use, as ranges: the first free key from a given one on is the end of the range that holds it.
+class tUsedKeys
+{
+public:
+    // Takes the first free key not below `key`; nothing where the keys have run out.
+    std::optional<std::uint64_t> take(std::uint64_t key)
+    {
+        auto after = m_ranges.upper_bound(key);  // first range that begins behind `key`
+        auto range = after;
+        if (after != m_ranges.begin() && std::prev(after)->second >= key)
+            range = std::prev(after);
+        else
+            range = m_ranges.emplace_hint(after, key, key);
+        const std::uint64_t taken = range->second;
+        if (taken == UINT64_MAX)
+            return std::nullopt;
+        range->second = taken + 1;
+        if (after != m_ranges.end() && after->first == range->second)
+        {
+            range->second = after->second;
+            m_ranges.erase(after);
+        }
+        return taken;
+    }
+
+private:
+    std::map<std::uint64_t, std::uint64_t> m_ranges;  // first key in use to the free key behind the range
+};
+}  // namespace
+
+void tSegmentTimeline::build(std::vector<tTimelineFile> files, const tCancelled& cancelled)
+{
+    clear();
+    m_files = std::move(files);
+    m_keysWritten = mayOverflow();
+    if (m_keysWritten)
+        writeKeysOut(cancelled);
+    else
+        sortFiles();
+    measure();
+}
+
+void tSegmentTimeline::clear()
+{
+    *this = tSegmentTimeline();
+}
+
+// Whether some millisecond might hold more segments than it has keys.
+bool tSegmentTimeline::mayOverflow()
+{
+    std::size_t most = 0;
+    for (tTimelineFile& file : m_files)
+    {
+        if (!file.sorted)
+            file.longestRun = longestRunSorted(file.index);
+        most += file.longestRun;
+    }
+    return most > cKeysPerMs;
+}
+
+void tSegmentTimeline::sortFiles()
+{
+    for (tTimelineFile& file : m_files)
+    {
+        if (!file.sorted)
+            std::stable_sort(file.index.begin(), file.index.end(), earlier);
+    }
+}
+
+// Gives every segment its key in the order of opening: neighbours of equal time count up, and a key in use gives way
+// to the next free one.
+void tSegmentTimeline::writeKeysOut(const tCancelled& cancelled)
+{
+    tUsedKeys used;
+    for (std::uint32_t file = 0; file < m_files.size(); ++file)
+    {
+        const tIndex index = m_files[file].index;
+        std::uint64_t run = 0;
+        for (std::uint32_t i = 0; i < index.size(); ++i)
+        {
+            if (i % cCancelPeriod == 0 && cancelled())
+                return;
+            const std::uint64_t time = timeOf(index[i]);
+            run = i != 0 && time == timeOf(index[i - 1]) ? run + 1 : 0;
+            if (run > UINT64_MAX - keyOfTime(time))
+                continue;  // behind the last millisecond there are no keys
+            if (const auto key = used.take(keyOfTime(time) + run))
+                m_keys.push_back({*key, file, i});
+        }
+    }
+    std::sort(m_keys.begin(), m_keys.end(),
+              [](const tTimelineSegment& a, const tTimelineSegment& b) { return a.key < b.key; });
+}
+
+void tSegmentTimeline::measure()
+{
+    if (m_keysWritten)
+    {
+        m_size = m_keys.size();
+        m_firstKey = m_keys.empty() ? 0 : m_keys.front().key;
+        m_lastKey = m_keys.empty() ? 0 : m_keys.back().key;
+        return;
+    }
+    std::uint64_t first = UINT64_MAX;
+    std::uint64_t last = 0;
+    for (const tTimelineFile& file : m_files)
+    {
+        m_size += file.index.size();
+        if (file.index.empty())
+            continue;
+        first = std::min(first, timeOf(file.index.front()));
+        last = std::max(last, timeOf(file.index.back()));
+    }
+    if (m_size == 0)
+        return;
+    std::uint64_t atLast = 0;
+    for (const tTimelineFile& file : m_files)
+        atLast += file.index.size() - firstNotBefore(file.index, last);
+    m_firstKey = keyOfTime(first);
+    m_lastKey = keyOfTime(last) + atLast - 1;
+}
+
+tSegmentTimeline::tCursor::tCursor(const tSegmentTimeline& timeline, std::uint64_t startKey) : m_timeline(&timeline)
+{
+    if (timeline.m_keysWritten)
+    {
+        const auto start = std::partition_point(timeline.m_keys.begin(), timeline.m_keys.end(),
+                                                [=](const tTimelineSegment& s) { return s.key < startKey; });
+        m_place = static_cast<std::size_t>(start - timeline.m_keys.begin());
+        return;
+    }
+    const std::uint64_t time = timeOfKey(startKey);
+    for (std::uint32_t file = 0; file < timeline.m_files.size(); ++file)
+    {
+        const tIndex index = timeline.m_files[file].index;
+        if (index.empty() || timeOf(index.back()) < time)
+            continue;
+        const std::size_t record = firstNotBefore(index, time);
+        m_heads.push_back({timeOf(index[record]), file, static_cast<std::uint32_t>(record)});
+    }
+    std::make_heap(m_heads.begin(), m_heads.end(), std::greater<>());
+    // The start may lie behind some segments of its millisecond.
+    const std::uint64_t before = startKey & (cKeysPerMs - 1);
+    tTimelineSegment skipped;
+    while (m_sameTime < before && !m_heads.empty() && m_heads.front().time == time)
+        nextMerged(skipped);
+}
+
+bool tSegmentTimeline::tCursor::next(tTimelineSegment& segment)
+{
+    if (!m_timeline->m_keysWritten)
+        return nextMerged(segment);
+    if (m_place == m_timeline->m_keys.size())
+        return false;
+    segment = m_timeline->m_keys[m_place++];
+    return true;
+}
+
+bool tSegmentTimeline::tCursor::nextMerged(tTimelineSegment& segment)
+{
+    if (m_heads.empty())
+        return false;
+    const tHead head = m_heads.front();
+    m_sameTime = head.time == m_time ? m_sameTime : 0;
+    m_time = head.time;
+    segment = {keyOfTime(head.time) + m_sameTime++, head.file, head.record};
+    advance(head);
+    return true;
+}
+
+// Puts the file's next record in the place of `head`, the top. While it stays the earliest, as it does throughout where
+// files follow each other, the heap is left alone.
+void tSegmentTimeline::tCursor::advance(tHead head)
+{
+    const tIndex index = m_timeline->m_files[head.file].index;
+    ++head.record;
+    if (head.record < index.size())
+    {
+        head.time = timeOf(index[head.record]);
+        const bool staysLeft = m_heads.size() < 2 || !(head > m_heads[1]);
+        const bool staysRight = m_heads.size() < 3 || !(head > m_heads[2]);
+        if (staysLeft && staysRight)
+        {
+            m_heads.front() = head;
+            return;
+        }
+    }
+    std::pop_heap(m_heads.begin(), m_heads.end(), std::greater<>());
+    if (head.record == index.size())
+    {
+        m_heads.pop_back();
+        return;
+    }
+    m_heads.back() = head;
+    std::push_heap(m_heads.begin(), m_heads.end(), std::greater<>());
+}
+}  // namespace storage

@@ -1,0 +1,94 @@
+// tSegmentTimeline: the play order of the segments of many files.
+//
+// Every segment has a key of 64 bits: its time in ms shifted left by 16, plus its place among the segments of that
+// time in the order of opening (files in the order given, records in the order of recording). Where one millisecond
+// holds more than 65,536 segments, the rest takes the next free keys.
+//
+// Shapes   the files' indexes stay the arrays they are and are merged while they are walked: nothing is kept per
+//          segment. Only where a millisecond might overflow is every key written out, in 16 bytes a segment.
+// Owner    refers to the indexes, which it may sort by time; they must stay until clear().
+// Threads  none; built by one thread, then read by any.
+#ifndef KESTOVA_STORAGE_PLAYBACK_TIMELINE_H
+#define KESTOVA_STORAGE_PLAYBACK_TIMELINE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <vector>
+
+#include "KestovaStorage/internal/datafile/storageformat.h"
+
+namespace storage
+{
+struct tTimelineFile
+{
+    std::span<tIndexSlot> index;
+    bool sorted = true;          // by time
+    std::size_t longestRun = 0;  // of neighbours with equal times
+};
+
+struct tTimelineSegment
+{
+    std::uint64_t key;
+    std::uint32_t file;    // number of the file, in the order given
+    std::uint32_t record;  // number of the record in that file's index
+};
+
+class tSegmentTimeline
+{
+public:
+    using tCancelled = std::function<bool()>;
+
+    // Replaces what was there. Stops early, with an unusable timeline, once `cancelled` says so.
+    void build(std::vector<tTimelineFile> files, const tCancelled& cancelled);
+    void clear();
+
+    std::size_t size() const { return m_size; }
+    std::uint64_t firstKey() const { return m_firstKey; }  // 0 where there is no segment
+    std::uint64_t lastKey() const { return m_lastKey; }
+
+    // Walks the segments from the first key that is not below a start on. Valid until the timeline changes.
+    class tCursor
+    {
+    public:
+        tCursor(const tSegmentTimeline& timeline, std::uint64_t startKey);
+        bool next(tTimelineSegment& segment);  // false at the end
+
+    private:
+        struct tHead  // the next record of one file
+        {
+            std::uint64_t time;
+            std::uint32_t file;
+            std::uint32_t record;
+            bool operator>(const tHead& other) const
+            {
+                return time != other.time ? time > other.time : file > other.file;
+            }
+        };
+        void advance(tHead head);
+        bool nextMerged(tTimelineSegment& segment);
+
+        const tSegmentTimeline* m_timeline;
+        std::size_t m_place = 0;       // in the written-out keys
+        std::vector<tHead> m_heads;    // a heap, the earliest on top
+        std::uint64_t m_time = 0;      // of the segment before
+        std::uint64_t m_sameTime = 0;  // how many segments of that time came so far
+    };
+
+private:
+    bool mayOverflow();
+    void sortFiles();
+    void writeKeysOut(const tCancelled& cancelled);
+    void measure();
+
+    std::vector<tTimelineFile> m_files;
+    std::vector<tTimelineSegment> m_keys;  // written out, in play order; else empty
+    bool m_keysWritten = false;
+    std::size_t m_size = 0;
+    std::uint64_t m_firstKey = 0;
+    std::uint64_t m_lastKey = 0;
+};
+}  // namespace storage
+
+#endif

@@ -1,0 +1,64 @@
+// Keeps the multi-radar service alive: asks it to report when it has been silent.
+//
+// Units    a steady clock, so that a wall clock set by GPS neither hides nor feigns silence.
+// Threads  tServiceQuery runs one thread for its whole life; every operation may be called from any thread.
+#ifndef KESTOVA_STORAGE_RADAR_SERVICEQUERY_H
+#define KESTOVA_STORAGE_RADAR_SERVICEQUERY_H
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "UdpSocket/udpsocket.h"
+#include "common/worker.h"
+
+namespace Kestova
+{
+// When the service was last heard; never, at the start.
+class tServiceSilence
+{
+public:
+    using tTime = std::chrono::steady_clock::time_point;
+
+    void heard(tTime now) { m_serviceRecTime = now.time_since_epoch().count(); }
+    // Whether at least `duration` has passed since.
+    bool lasts(tTime now, std::chrono::milliseconds duration) const;
+
+private:
+    static constexpr std::int64_t cNever = INT64_MIN;
+    std::atomic<std::int64_t> m_serviceRecTime{cNever};
+};
+
+class tServiceQuery
+{
+public:
+    struct tTiming
+    {
+        std::chrono::milliseconds period{5000};   // how often the silence is looked at
+        std::chrono::milliseconds silence{6000};  // how long it lasts before the service is asked
+    };
+
+    tServiceQuery() : tServiceQuery(tTiming()) {}
+    explicit tServiceQuery(tTiming timing);
+    ~tServiceQuery() { stop(); }
+
+    void heard() { m_silence.heard(std::chrono::steady_clock::now()); }
+    // Where queries go; null for nowhere. After the return nothing is sent through the sender before.
+    void setSender(std::unique_ptr<net::UdpSender> sender);
+    // Sends one query if the service has been silent for long enough at `now` and there is a sender; whether it did.
+    bool ask(tServiceSilence::tTime now);
+    // Ends the thread; nothing is sent any more but by ask().
+    void stop() { m_multiRadarQueryThread.stop(); }
+
+private:
+    const tTiming m_timing;
+    tServiceSilence m_silence;
+    std::mutex m_senderMutex;                       // held while sending, which does not wait
+    std::unique_ptr<net::UdpSender> m_querySender;  // guarded by m_senderMutex
+    tWorker m_multiRadarQueryThread;
+};
+}  // namespace Kestova
+
+#endif

@@ -1,0 +1,128 @@
+#include "KestovaStorage/internal/recording/compressionqueue.h"
+
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <system_error>
+#include <utility>
+
+#include "KestovaStorage/internal/conversion/filecoding.h"
+#include "KestovaStorage/internal/disk/paths.h"
+
+namespace storage
+{
+namespace
+{
+void say(const std::string& path, const std::string& reason)
+{
+    std::fprintf(stderr, "%s: not compressed: %s\n", path.c_str(), reason.c_str());
+}
+}  // namespace
+
+std::unique_ptr<huffman::tHuffmanEncode> tCompressions::newEncoder()
+{
+    auto encoder = std::make_unique<huffman::tHuffmanEncode>(huffman::eSegmentMode);
+    encoder->PreReadClear();
+    return encoder;
+}
+
+tCompressions::~tCompressions()
+{
+    {
+        tWorker::tLock held = m_worker.lock();
+        m_worker.waitUntil(held, tWorker::tClock::time_point::max(), [this] { return m_jobs.empty() && !m_busy; });
+    }
+    m_worker.stop();
+}
+
+void tCompressions::add(const std::string& path, std::unique_ptr<huffman::tHuffmanEncode> encoder)
+try
+{
+    m_worker.wake([&] { m_jobs.push_back({path, std::move(encoder)}); });
+    if (!m_worker.running())
+        m_worker.start([this] { work(); });
+}
+catch (const std::system_error& error)
+{
+    say(path, error.what());
+    cancel();
+}
+
+std::uint32_t tCompressions::pending() const
+{
+    const tWorker::tLock held = m_worker.lock();
+    return static_cast<std::uint32_t>(m_jobs.size()) + (m_busy ? 1 : 0);
+}
+
+void tCompressions::cancel()
+{
+    m_worker.wake([this] {
+        ++m_cancelled;
+        m_jobs.clear();
+    });
+}
+
+void tCompressions::work()
+{
+    for (;;)
+    {
+        tJob job;
+        unsigned int cancelled = 0;
+        {
+            tWorker::tLock held = m_worker.lock();
+            if (!m_worker.wait(held, [this] { return !m_jobs.empty(); }))
+                return;
+            job = std::move(m_jobs.front());
+            m_jobs.pop_front();
+            m_busy = true;
+            cancelled = m_cancelled;
+        }
+        tryCompress(job, cancelled);
+        m_worker.wake([this] { m_busy = false; });
+    }
+}
+
+void tCompressions::tryCompress(tJob& job, unsigned int cancelled)
+try
+{
+    compress(job, cancelled);
+}
+catch (const std::bad_alloc&)
+{
+    say(job.path, "not enough memory");
+}
+
+// The plain file goes when every byte of the compressed one is on the disk.
+// Kept: it also goes where no output file could be made.
+void tCompressions::compress(tJob& job, unsigned int cancelled)
+{
+    std::string error;
+    const auto plain = isComplete(job) ? tDataFileReader::open(job.path, &error) : nullptr;
+    if (!plain || !plain->finished() || plain->damaged() != 0)
+    {
+        const char* const why = job.encoder->GetPreReadSize() == 0 ? "it holds no segments" : "it is not complete";
+        return say(job.path, error.empty() ? why : error);
+    }
+    const std::string name = encodedName(job.path, m_specifySuffix);
+    tOutputFile out(name);
+    if (!out.isOpen())
+    {
+        say(job.path, "it is removed, for no output could be made: " + std::string(std::strerror(out.error())));
+        std::remove(job.path.c_str());
+        return;
+    }
+    const tGoOn goOn = [&](std::uint64_t) { return m_cancelled == cancelled; };
+    if (!encodeFile(*plain, *job.encoder, out, goOn, nullptr, error))
+        return say(job.path, error);
+    if (!out.commit(name))
+        return say(job.path, std::strerror(out.error()));
+    std::remove(job.path.c_str());
+}
+
+// A file is complete when its last segment ends where all that was counted ends.
+bool tCompressions::isComplete(const tJob& job) const
+{
+    return paths::exists(job.path) &&
+           static_cast<std::uint64_t>(paths::fileSize(job.path.c_str())) == cPayloadPos + job.encoder->GetPreReadSize();
+}
+}  // namespace storage

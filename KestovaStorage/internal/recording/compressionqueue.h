@@ -1,0 +1,58 @@
+// tCompressions: rewrites the finished files of one storage object in Huffman form, one after the other.
+//
+// Shapes   a job is one file and the encoder that has counted its segments while it was recorded.
+// Owner    owns the jobs. Its destruction waits until all are done.
+// Threads  one, from the first job on. Every operation may be called from any thread.
+// Errors   a file that cannot be compressed stays plain; why is said on standard error.
+#ifndef KESTOVA_STORAGE_RECORDING_COMPRESSIONQUEUE_H
+#define KESTOVA_STORAGE_RECORDING_COMPRESSIONQUEUE_H
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+
+#include "KestovaStorage/huffmanencode.h"
+#include "common/worker.h"
+
+namespace storage
+{
+class tCompressions
+{
+public:
+    explicit tCompressions(const std::string& specifySuffix) : m_specifySuffix(specifySuffix) {}
+    ~tCompressions();
+    tCompressions(const tCompressions&) = delete;
+    tCompressions& operator=(const tCompressions&) = delete;
+
+    // An encoder for the segments of a file that is about to be recorded.
+    static std::unique_ptr<huffman::tHuffmanEncode> newEncoder();
+
+    // The file at `path` is finished, and `encoder` has counted all of its segments.
+    void add(const std::string& path, std::unique_ptr<huffman::tHuffmanEncode> encoder);
+    std::uint32_t pending() const;  // files that wait or are being compressed
+    // Ends what is under way and drops what waits: these files stay plain.
+    void cancel();
+
+private:
+    struct tJob
+    {
+        std::string path;
+        std::unique_ptr<huffman::tHuffmanEncode> encoder;
+    };
+
+    void work();
+    void tryCompress(tJob& job, unsigned int cancelled);
+    void compress(tJob& job, unsigned int cancelled);
+    bool isComplete(const tJob& job) const;
+
+    const std::string m_specifySuffix;
+    std::deque<tJob> m_jobs;                   // guarded by m_worker's lock
+    bool m_busy = false;                       // guarded by it: one more is being compressed
+    std::atomic<unsigned int> m_cancelled{0};  // changed under it: how often cancel() was called
+    tWorker m_worker;
+};
+}  // namespace storage
+
+#endif

@@ -1,0 +1,119 @@
+// tStorageWriter: the recording half of a storage object.
+//
+// Shapes   segments go through a queue without bound to the writer thread, which takes all that waits at once and
+//          writes it, file after file.
+// Threads  any thread may call any operation. The writer thread writes and rolls over; the flush thread syncs every
+//          30 s. m_controlMutex serialises what starts and finishes files; the writer never takes it.
+//          Files are started (naming, m_request) by the control side while the writer is stopped, and by the writer
+//          while it runs: never by both.
+// Errors   see tDataStorageIO; what reaches no file is counted.
+#ifndef KESTOVA_STORAGE_RECORDING_FILERECORDER_H
+#define KESTOVA_STORAGE_RECORDING_FILERECORDER_H
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "KestovaStorage/internal/buffers/batchqueue.h"
+#include "KestovaStorage/internal/datafile/datafilewriter.h"
+#include "KestovaStorage/internal/disk/diskreclaimer.h"
+#include "KestovaStorage/internal/recording/compressionqueue.h"
+#include "KestovaUtils/timeparser.h"
+#include "common/worker.h"
+
+namespace storage
+{
+enum tStorageState : std::uint8_t
+{
+    eWriteFree = 0,
+    eWriting = 1,
+    eWriteFinishing = 2
+};
+
+class tStorageWriter
+{
+public:
+    tStorageWriter(const std::string& storageBasePath, const std::string& specifySuffix);
+    ~tStorageWriter();
+
+    bool createNewWritingFile(const std::string& extFileName, tTimes_ms timestamp, const std::string& customFolderPath,
+                              bool compress);
+    void writeData(const char* data, std::size_t len, tTimes_ms timestamp);
+    void finishWrite();
+    bool waitWriteIdle(unsigned int timeout_ms);
+
+    bool isWriteEnable() const { return m_state == eWriting; }
+    std::string currentFileName() const;
+    std::uint32_t fifoSize() const { return m_writeDataFifoSize; }
+    std::uint32_t saveCnt() const { return m_saveCnt; }
+    std::uint64_t lostCnt() const { return m_lostCnt; }
+    tCompressions& compressions() { return m_compressions; }
+
+private:
+    // What a caller asked for when it started a file; a roll-over asks for the same again.
+    struct tRequest
+    {
+        std::string extFileName;
+        std::string customFolderPath;
+        bool compress = false;  // the file, and those that follow, when they are finished
+    };
+    struct tWritingFile
+    {
+        std::string path;
+        tDiskReclaimer::tWritingMark mark;
+        std::unique_ptr<tDataFileWriter> writer;
+        std::unique_ptr<huffman::tHuffmanEncode> encoder;  // counts what is recorded; null where nobody asked
+    };
+    using tWritingFilePtr = std::shared_ptr<tWritingFile>;
+
+    tWritingFilePtr newFile(const tRequest& request, tTimes_ms timestamp);
+    std::string recordingFolder(const tRequest& request, tTimes_ms timestamp);
+    std::string storageSubFolderName(tTimes_ms timestamp);
+    bool startWriter();
+    void setFile(tWritingFilePtr file);
+    tWritingFilePtr file() const;
+    void finishFile();
+    void finish();
+
+    void accept(const char* data, std::size_t len, tTimes_ms timestamp);
+    void writeLoop();
+    bool writeBatch(const tSegmentBlocks& batch);
+    void writeBlock(const tSegmentBlock& block);
+    void rollOver(tTimes_ms timestamp);
+    void linger();
+    void dropQueue();
+    void flushLoop();
+
+    const std::string m_storageBasePath;  // storage root, empty when none
+    const std::string m_specifySuffix;
+    std::string m_storageSubFolderName;  // set once, by whoever starts the first file
+    tTimes_s m_storageStartTim = 0;      // first clock reading, for labels while the clock is not set
+    tRequest m_request;
+
+    std::mutex m_controlMutex;
+    std::atomic<tStorageState> m_state{eWriteFree};
+    mutable std::mutex m_writingStreamMutex;
+    tCompressions m_compressions;
+    tWritingFilePtr m_file;  // guarded by m_writingStreamMutex; never held while the disk works
+
+    // What producers touch, apart from what the writer counts: they do not take each other's cache lines.
+    // Guarded by m_writeDataThread's lock.
+    alignas(64) tSegmentFifo m_writeDataFifo;
+    bool m_writerSleeps = false;              // the writer waits to be woken
+    bool m_hurry = false;                     // the writer is not to linger
+    std::uint64_t m_acceptedCnt = 0;          // segments ever queued
+    std::atomic<std::uint32_t> m_saveCnt{0};  // segments ever given to writeData
+
+    alignas(64) std::uint64_t m_dealtWithCnt = 0;       // guarded by it: of those queued, written or lost
+    std::atomic<std::uint32_t> m_writeDataFifoSize{0};  // segments that waited when the writer last looked
+    std::atomic<std::uint64_t> m_lostCnt{0};
+    std::atomic<bool> m_refusalSaid{false};
+
+    tWorker m_writeDataThread;
+    tWorker m_writeFlushThread;
+};
+}  // namespace storage
+
+#endif

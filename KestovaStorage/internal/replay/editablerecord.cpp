@@ -1,0 +1,62 @@
+#include "KestovaStorage/internal/replay/editablerecord.h"
+
+#include <cstring>
+
+#include "KestovaStorage/internal/package/packageformat.h"
+#include "UdpSocket/udpsocket.h"
+#include "common/littleendian.h"
+
+namespace Kestova
+{
+namespace
+{
+// The image state message as the radar sends it.
+constexpr int cImageStateLen = 129;
+constexpr char cImageStateMark[] = {'\x03', '\xC4'};
+constexpr std::size_t cImageStateTimePos = 114;  // 8 bytes, milliseconds since the Unix epoch
+
+// The multi-radar service message and the place of its mark.
+constexpr int cServiceLen = 222;
+constexpr std::size_t cServiceMarkPos = 14;
+constexpr char cReplayedMark[] = {'_', 'R'};
+
+static_assert(cImageStateTimePos + sizeof(std::uint64_t) <= cImageStateLen);
+static_assert(cServiceMarkPos + sizeof cReplayedMark <= cServiceLen);
+}  // namespace
+
+bool tReplayedRecord::load(const char* bytes, std::size_t len)
+{
+    const tRadarMsgPackage* const package = asWholePackage(bytes, len);
+    if (package == nullptr)
+        return false;
+    m_bytes.assign(bytes, bytes + len);
+    m_msgInfo = package->msgInfo;
+    m_timestamp_ms = package->timestamp_ms;
+    m_msgLen = package->msgLen;
+    udpAddr = package->udpAddr;
+    udpPort = package->udpPort;
+    return true;
+}
+
+char* tReplayedRecord::payload()
+{
+    return m_bytes.data() + cPackageHeadSize;
+}
+
+NetAddress tReplayedRecord::destination() const
+{
+    return {udpAddr, net::HtoNs(udpPort)};
+}
+
+void tReplayedRecord::stampReplayTime(std::uint64_t replayTime)
+{
+    if (m_msgLen == cImageStateLen && std::memcmp(payload(), cImageStateMark, sizeof cImageStateMark) == 0)
+        le::store(payload() + cImageStateTimePos, replayTime);
+}
+
+void tReplayedRecord::markReplayed()
+{
+    if (m_msgLen == cServiceLen)
+        std::memcpy(payload() + cServiceMarkPos, cReplayedMark, sizeof cReplayedMark);
+}
+}  // namespace Kestova

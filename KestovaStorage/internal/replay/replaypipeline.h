@@ -1,0 +1,66 @@
+// tRecordReplay: what a replay does with each record: counting, filter, edits, report, network.
+//
+// Owner    observers and network are not owned and outlive it.
+// Threads  replay() one at a time, on the replay thread; the rest any.
+#ifndef KESTOVA_STORAGE_REPLAY_REPLAYPIPELINE_H
+#define KESTOVA_STORAGE_REPLAY_REPLAYPIPELINE_H
+
+#include <atomic>
+#include <bitset>
+#include <cstdint>
+#include <string>
+
+#include "KestovaStorage/internal/replay/editablerecord.h"
+#include "KestovaStorage/radardatareplayer.h"
+#include "common/callbackgate.h"
+
+namespace Kestova
+{
+class tReplayNetwork;
+
+class tRecordReplay
+{
+public:
+    using tTypes = std::bitset<256>;
+
+    // Replays these kinds of stream; `network` is null where nothing is to leave this machine.
+    tRecordReplay(const tTypes& types, tReplayNetwork* network) : m_types(types), m_network(network) {}
+
+    void setModifyObserver(iRadarReplayModifyObserver* observer) { m_dataModifyObserver.set(observer); }
+    std::uint64_t sentCnt() const { return m_sentCnt; }
+    std::uint64_t refusedCnt() const { return m_refusedCnt; }
+    std::uint64_t damagedCnt() const { return m_damagedCnt; }
+
+    // One record of `len` bytes, recorded at `replayTime` ms, at `progress` of the span; `observer` may be null.
+    void replay(tTimes_ms replayTime, double progress, const char* package, std::uint32_t len,
+                const std::string& fileName, iRadarDataReplayObserver* observer);
+
+private:
+    struct tPlace
+    {
+        tTimes_ms replayTime;
+        double progress;
+        iRadarDataReplayObserver* observer;
+    };
+
+    void follow(const std::string& fileName, iRadarDataReplayObserver* observer);
+    bool wanted(double progress) const;
+    void pass(const tPlace& place);
+    void modify(iRadarReplayModifyObserver& observer, const tPlace& place);
+    void keepSpoke(iRadarReplayModifyObserver& observer, const char* group);
+    void send();
+    void countService(iRadarDataReplayObserver* observer);
+    void tellCounters(iRadarDataReplayObserver* observer) const;
+
+    const tTypes m_types;
+    tReplayNetwork* const m_network;
+    tCallbackGate<iRadarReplayModifyObserver> m_dataModifyObserver;
+    tReplayedRecord m_record;
+    std::string m_currFileName;
+    std::uint32_t m_userCtrlMsgCnt = 0;
+    std::uint32_t m_multiServiceMsgCnt = 0;
+    std::atomic<std::uint64_t> m_sentCnt{0}, m_refusedCnt{0}, m_damagedCnt{0};
+};
+}  // namespace Kestova
+
+#endif

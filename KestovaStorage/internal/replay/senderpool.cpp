@@ -1,0 +1,53 @@
+#include "KestovaStorage/internal/replay/senderpool.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace Kestova
+{
+bool tReplaySenders::send(const NetAddress& address, const char* data, int len)
+{
+    return senderOf(address)->sendData(data, len);
+}
+
+std::size_t tReplaySenders::size() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_sendSockInfo.size();
+}
+
+void tReplaySenders::clear()
+{
+    std::map<NetAddress, tRow, tNetAddress_less> ending;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    ending.swap(m_sendSockInfo);
+}
+
+tReplaySenders::tSender tReplaySenders::senderOf(const NetAddress& address)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    auto row = m_sendSockInfo.find(address);
+    if (row == m_sendSockInfo.end())
+    {
+        makeRoom();
+        const auto sender = std::make_shared<net::UdpSender>(address, m_localIp, 0);
+        sender->setMulticastLoop(true);
+        row = m_sendSockInfo.emplace(address, tRow{sender, 0}).first;
+    }
+    row->second.lastUse = ++m_uses;
+    return row->second.sender;
+}
+
+void tReplaySenders::makeRoom()
+{
+    if (m_sendSockInfo.size() < cMaxSenders)
+        return;
+    if (!m_toldFull)
+        std::fprintf(stderr, "Radar data replayer: more than %zu destinations, sockets are opened again and again\n",
+                     cMaxSenders);
+    m_toldFull = true;
+    m_sendSockInfo.erase(
+        std::min_element(m_sendSockInfo.begin(), m_sendSockInfo.end(),
+                         [](const auto& a, const auto& b) { return a.second.lastUse < b.second.lastUse; }));
+}
+}  // namespace Kestova

@@ -1,0 +1,65 @@
+#include "KestovaStorage/internal/replay/servicerepeater.h"
+
+#include <cstdio>
+
+#include "KestovaStorage/internal/radar/radarstreams.h"
+
+namespace Kestova
+{
+namespace
+{
+std::chrono::seconds steadySeconds()
+{
+    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now().time_since_epoch());
+}
+}  // namespace
+
+std::vector<std::string> tServiceMessages::alive(tTime now)
+{
+    std::erase_if(m_messages, [&](const auto& message) { return now - message.second > cLifetime; });
+    std::vector<std::string> left;
+    left.reserve(m_messages.size());
+    for (const auto& [message, takenIn] : m_messages)
+        left.push_back(message);
+    return left;
+}
+
+tServiceRepeater::tServiceRepeater(std::uint32_t localIp, std::chrono::milliseconds period)
+    : m_sender(serviceGroup(), localIp, 0)
+{
+    m_sender.setMulticastLoop(true);
+    m_servicesThread.start([this, period] {
+        while (m_servicesThread.sleepFor(period))
+            sendAlive();
+        std::puts("Services Thread Exiting\r");
+    });
+}
+
+tServiceRepeater::~tServiceRepeater()
+{
+    m_servicesThread.stop();
+}
+
+void tServiceRepeater::take(std::string_view message)
+{
+    const std::lock_guard<std::mutex> lock(m_radarServicesMutex);
+    m_radarServicesMap.take(message, steadySeconds());
+}
+
+void tServiceRepeater::clear()
+{
+    const std::lock_guard<std::mutex> lock(m_radarServicesMutex);
+    m_radarServicesMap.clear();
+}
+
+void tServiceRepeater::sendAlive()
+{
+    std::vector<std::string> messages;
+    {
+        const std::lock_guard<std::mutex> lock(m_radarServicesMutex);
+        messages = m_radarServicesMap.alive(steadySeconds());
+    }
+    for (const std::string& message : messages)
+        m_sender.sendData(message.data(), static_cast<int>(message.size()));
+}
+}  // namespace Kestova

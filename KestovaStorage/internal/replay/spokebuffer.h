@@ -1,0 +1,46 @@
+// tSpokeBuffer: the last complete revolution of a radar's spokes and the revolution in progress.
+//
+// Shapes   a new revolution begins where the azimuth falls. At the second fall everything before the last but one goes,
+//          so the buffer never holds more than one complete revolution and the one in progress. Where the azimuth never
+//          falls, the oldest spokes make room at cMaxSpokes and cMaxBytes.
+// Threads  none; one at a time.
+#ifndef KESTOVA_STORAGE_REPLAY_SPOKEBUFFER_H
+#define KESTOVA_STORAGE_REPLAY_SPOKEBUFFER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <string>
+
+namespace Kestova
+{
+struct tSpokeString
+{
+    std::uint32_t azm;      // azimuth, in the radar's own units
+    std::uint32_t address;  // group, as net::transAddr returns it
+    std::int32_t port;      // plain number
+    std::string spoke;      // the payload
+};
+
+class tSpokeBuffer
+{
+public:
+    static constexpr std::size_t cMaxSpokes = 65'536;
+    static constexpr std::size_t cMaxBytes = 64 * 1024 * 1024;
+
+    void append(tSpokeString spoke);
+
+    bool empty() const { return m_spokes.empty(); }
+    std::size_t size() const { return m_spokes.size(); }
+    const tSpokeString& operator[](std::size_t i) const { return m_spokes[i]; }
+
+private:
+    void dropFront(std::size_t count);
+
+    std::deque<tSpokeString> m_spokes;
+    std::size_t m_revolution = 0;  // where the revolution in progress begins; 0 while no other stands before it
+    std::size_t m_bytes = 0;
+};
+}  // namespace Kestova
+
+#endif

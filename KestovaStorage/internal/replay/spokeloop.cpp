@@ -1,0 +1,147 @@
+#include "KestovaStorage/internal/replay/spokeloop.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <utility>
+
+namespace Kestova
+{
+tCircleSpokes::~tCircleSpokes()
+{
+    halt();
+    wait();
+}
+
+void tCircleSpokes::feed(tSpokeString spoke)
+{
+    if (!turning())
+        m_spokeBuff.append(std::move(spoke));
+}
+
+void tCircleSpokes::start()
+{
+    if (turning() || m_observer == nullptr || m_spokeBuff.empty())
+        return;
+    wait();
+    m_replaying = true;
+    m_zeroSync.enter();
+    try
+    {
+        m_loop.start([this] { turn(); });
+    }
+    catch (const std::exception& error)  // no thread to be had
+    {
+        m_replaying = false;
+        m_zeroSync.leave();
+        std::fprintf(stderr, "Radar data replayer: a circle loop does not turn: %s\n", error.what());
+    }
+}
+
+void tCircleSpokes::halt()
+{
+    m_replaying = false;
+    m_zeroSync.wake();
+    m_loop.wake([] {});
+}
+
+void tCircleSpokes::wait()
+{
+    m_loop.stop();
+}
+
+void tCircleSpokes::turn()
+{
+    m_last.reset();
+    m_met = false;
+    tTime passStart = tWorker::tClock::now();
+    while (emitPass(passStart))
+        passStart = std::max(passStart + cPass, tWorker::tClock::now());
+    m_zeroSync.leave();
+}
+
+// One pass over the buffer; false once the loop is to stop. Spokes are `pause` apart, and what the division of the pass
+// left over is waited for at its end: many spokes go back to back, but never more than one pass every 2 s.
+bool tCircleSpokes::emitPass(tTime& passStart)
+{
+    const std::chrono::milliseconds pause(cPass.count() / static_cast<std::int64_t>(m_spokeBuff.size()));
+    for (std::size_t i = 0; i < m_spokeBuff.size(); ++i)
+    {
+        const tSpokeString& spoke = m_spokeBuff[i];
+        if (!sleepUntil(passStart + pause * static_cast<std::int64_t>(i + 1)))
+            return false;
+        if (startsRevolution(spoke, i == 0))
+            meetAtZero(passStart);
+        if (!m_replaying)
+            return false;
+        m_last = spoke.azm;
+        emit(spoke);
+    }
+    return sleepUntil(passStart + cPass);
+}
+
+// Where the azimuth falls. A loop whose azimuth never falls comes to zero once in a pass all the same: the others must
+// not wait for it for ever.
+bool tCircleSpokes::startsRevolution(const tSpokeString& spoke, bool firstOfPass)
+{
+    const bool due = firstOfPass && !m_met;
+    const bool starts = m_last && (spoke.azm < *m_last || due);
+    m_met = !firstOfPass && (m_met || starts);
+    return starts;
+}
+
+bool tCircleSpokes::sleepUntil(tTime due)
+{
+    if (tWorker::tClock::now() < due)
+    {
+        tWorker::tLock held = m_loop.lock();
+        m_loop.waitUntil(held, due, [this] { return !m_replaying; });
+    }
+    return m_replaying;
+}
+
+// Time spent waiting for the others does not count: what follows must not come in a burst.
+void tCircleSpokes::meetAtZero(tTime& passStart)
+{
+    const tTime arrived = tWorker::tClock::now();
+    m_zeroSync.arrive(m_replaying);
+    passStart += tWorker::tClock::now() - arrived;
+    if (m_printFlag)
+        std::puts("...........................\r");
+}
+
+void tCircleSpokes::emit(const tSpokeString& spoke)
+{
+    if (m_printFlag)
+        std::printf("%08X: size %d azm %d\r\n", static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(this)),
+                    static_cast<int>(m_spokeBuff.size()), static_cast<int>(spoke.azm));
+    m_observer->UpdateCircleSpokeReplay(spoke);
+}
+
+void tCircleSpokeLoops::feed(int number, tSpokeString spoke)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (number < 0 || number >= cMaxLoops)
+    {
+        if (!m_toldNumber)
+            std::fprintf(stderr, "Radar data replayer: circle loop %d is beyond %d, its spokes are not kept\n", number,
+                         cMaxLoops - 1);
+        m_toldNumber = true;
+        return;
+    }
+    std::unique_ptr<tCircleSpokes>& loop = m_circleSpokeLoops[number];
+    if (!loop)
+        loop = std::make_unique<tCircleSpokes>(m_observer);
+    loop->feed(std::move(spoke));
+}
+
+void tCircleSpokeLoops::run(bool on)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    for (const auto& [number, loop] : m_circleSpokeLoops)
+        on ? loop->start() : loop->halt();
+    if (!on)
+        for (const auto& [number, loop] : m_circleSpokeLoops)
+            loop->wait();
+}
+}  // namespace Kestova

@@ -1,0 +1,92 @@
+// tCircleSpokes: one radar's circle spoke loop. While it stands it keeps the last revolutions of spokes; while it turns
+// it emits them again and again, one pass over the buffer every 2 s.
+//
+// Threads  one while it turns. feed(), start(), halt() and wait() belong to the owner, one at a time; the observer is
+//          called on the loop's thread.
+// Owner    the observer is not owned.
+#ifndef KESTOVA_STORAGE_REPLAY_SPOKELOOP_H
+#define KESTOVA_STORAGE_REPLAY_SPOKELOOP_H
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "KestovaStorage/internal/replay/revolutionbarrier.h"
+#include "KestovaStorage/internal/replay/spokebuffer.h"
+#include "common/worker.h"
+
+namespace Kestova
+{
+class iCircleSpokeObserver
+{
+public:
+    virtual ~iCircleSpokeObserver() = default;
+    virtual void UpdateCircleSpokeReplay(const tSpokeString& spoke) = 0;
+};
+
+class tCircleSpokes
+{
+public:
+    static constexpr std::chrono::milliseconds cPass{2000};
+
+    explicit tCircleSpokes(iCircleSpokeObserver* observer, tZeroSync& sync = tZeroSync::shared())
+        : m_observer(observer), m_zeroSync(sync)
+    {}
+    ~tCircleSpokes();
+
+    bool turning() const { return m_replaying; }
+    // Keeps the spoke; not while the loop turns.
+    void feed(tSpokeString spoke);
+    std::size_t size() const { return m_spokeBuff.size(); }
+    // Begins to turn, where there are spokes, an observer and a thread to be had; nothing happens to a loop that turns.
+    void start();
+    void halt();  // asks the loop to stop; then wait() before anything else
+    void wait();
+    void setPrintFlag(bool on) { m_printFlag = on; }  // lines for tracing; not while the loop turns
+
+private:
+    using tTime = tWorker::tClock::time_point;
+
+    void turn();
+    bool emitPass(tTime& passStart);
+    bool startsRevolution(const tSpokeString& spoke, bool firstOfPass);
+    bool sleepUntil(tTime due);
+    void meetAtZero(tTime& passStart);
+    void emit(const tSpokeString& spoke);
+
+    iCircleSpokeObserver* const m_observer;
+    tZeroSync& m_zeroSync;
+    bool m_printFlag = false;
+    std::atomic<bool> m_replaying{false};
+    tSpokeBuffer m_spokeBuff;             // the owner's while the loop stands, the loop's while it turns
+    std::optional<std::uint32_t> m_last;  // azimuth emitted last; none at the start
+    bool m_met = false;                   // came to zero within the pass, behind its first spoke
+    tWorker m_loop;
+};
+
+// The loops of one replayer by their numbers. Any thread.
+class tCircleSpokeLoops
+{
+public:
+    static constexpr int cMaxLoops = 256;
+
+    explicit tCircleSpokeLoops(iCircleSpokeObserver* observer) : m_observer(observer) {}
+
+    // Gives the spoke to loop `number`, which is made where it is missing. Numbers that are no radar's are refused, and
+    // said once.
+    void feed(int number, tSpokeString spoke);
+    void run(bool on);
+
+private:
+    iCircleSpokeObserver* const m_observer;
+    std::mutex m_mutex;
+    std::map<int, std::unique_ptr<tCircleSpokes>> m_circleSpokeLoops;  // guarded by m_mutex
+    bool m_toldNumber = false;                                         // guarded by m_mutex
+};
+}  // namespace Kestova
+
+#endif

@@ -1,0 +1,115 @@
+#include "sessions/import/captureimport.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <string_view>
+#include <utility>
+
+#include "KestovaRecordings/failure.h"
+
+#include "sessions/record/recordingplace.h"
+
+namespace tool
+{
+namespace
+{
+constexpr std::uint64_t cQueueBytes = 32 << 20;  // waits for the disk before more than that is queued
+constexpr int cMaxDatagram = 65'507;             // fragments that lie can make more of one
+constexpr unsigned int cDiskTimeout_ms = 60'000;
+
+// What a recorder would have stamped on the kinds that the capture reader knows. Other datagrams, control messages
+// among them, are of no kind: a replay sends them too.
+struct tKindInfo
+{
+    std::string_view kind;
+    tReadWriteType stream;
+};
+constexpr std::array<tKindInfo, 6> cKinds{{{"Spoke", eImageStream},
+                                           {"OriSpoke", eOriginalImage},
+                                           {"Spoke OriSpoke", eOriginalImage},
+                                           {"RadarState", eImageState},
+                                           {"RATTM", eArpaStream},
+                                           {"RHTTM", eArpaStream}}};
+
+tUdpMsgInfo infoOf(std::string_view kind)
+{
+    for (const tKindInfo& known : cKinds)
+        if (known.kind == kind)
+            return {1, 2, eReadType, known.stream, 0};
+    return {0, 0, eReadType, eOtherType, 0};
+}
+
+// To the nearest millisecond; a recording knows no time 0.
+std::uint64_t milliseconds(std::uint64_t us)
+{
+    return std::max<std::uint64_t>(1, (us + 500) / 1000);
+}
+}  // namespace
+
+tCaptureImport::tCaptureImport(const std::string& root, std::string name)
+    : m_root(prepareRecording({}, 0, root)), m_name(std::move(name)), m_storage(m_root, ".data")
+{
+    std::atomic_ref<bool>(storage::tDataStorageIO::DiskCheckThreadEnable).store(false);
+    m_builder.AddPackageObserer(this);
+}
+
+tCaptureImport::~tCaptureImport()
+{
+    m_builder.RemovePackageObserer(this);
+}
+
+void tCaptureImport::start(std::uint64_t timeMs)
+{
+    if (!m_storage.CreateNewWritingFile(timeMs, m_name, false))
+        throw tFailure("cannot record below " + m_root + ": see the line above");
+    requireFileBelow(m_root, m_storage.GetCurrentWriteDataFileName());
+    noteFile();
+}
+
+void tCaptureImport::add(const pcap::tPcapDatagram& datagram)
+{
+    if (datagram.len > cMaxDatagram)
+    {
+        ++m_tooLong;
+        return;
+    }
+    const std::uint64_t timeMs = milliseconds(datagram.time_us);
+    if (m_recorded == 0)
+        start(timeMs);
+    m_builder.BuildPackage(infoOf(datagram.kind), datagram.address, datagram.port, datagram.payload, datagram.len,
+                           timeMs);
+    ++m_recorded;
+    m_queuedBytes += static_cast<std::uint64_t>(datagram.len);
+    if (m_queuedBytes >= cQueueBytes)
+        waitForDisk();
+}
+
+void tCaptureImport::waitForDisk()
+{
+    m_queuedBytes = 0;
+    if (!m_builder.WaitBuildIdle(cDiskTimeout_ms) || !m_storage.WaitWriteIdle(cDiskTimeout_ms))
+        throw tFailure(m_root + ": the disk has taken nothing for a minute");
+    noteFile();
+    if (m_storage.GetWriteLostCnt() != 0)
+        throw tFailure(m_root + ": messages could not be written: see the line above");
+}
+
+void tCaptureImport::noteFile()
+{
+    const std::string file = m_storage.GetCurrentWriteDataFileName();
+    if (!file.empty() && (m_files.empty() || m_files.back() != file))
+        m_files.push_back(file);
+}
+
+void tCaptureImport::finish()
+{
+    waitForDisk();
+    m_storage.FinishWrite();
+}
+
+void tCaptureImport::UpdateBuildedPackage(const char* package, unsigned int size, int, unsigned long timestamp)
+{
+    m_storage.WriteData(package, size, timestamp);
+}
+}  // namespace tool

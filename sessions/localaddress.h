@@ -1,0 +1,15 @@
+// The interface of this machine that a session receives or sends on.
+#ifndef KESTOVA_SESSIONS_LOCALADDRESS_H
+#define KESTOVA_SESSIONS_LOCALADDRESS_H
+
+#include <cstdint>
+#include <string>
+
+namespace tool
+{
+// The address of a local interface given by its address or name ("127.0.0.1", "eth0"), as net::transAddr returns it.
+// Throws tFailure where this machine has no such interface.
+std::uint32_t localAddress(const std::string& nameOrAddress);
+}  // namespace tool
+
+#endif

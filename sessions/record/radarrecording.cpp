@@ -1,0 +1,142 @@
+#include "sessions/record/radarrecording.h"
+#include "KestovaRecordings/groupaddress.h"
+
+#include <algorithm>
+#include <chrono>
+#include <fmt/format.h>
+#include <thread>
+
+#include "KestovaRecordings/failure.h"
+#include "UdpSocket/udpsocket.h"
+#include "sessions/localaddress.h"
+
+#include "sessions/record/recordingplace.h"
+
+namespace tool
+{
+namespace
+{
+using namespace std::chrono_literals;
+
+// The groups that every radar shares; the saver joins them beside the radar's own.
+const std::vector<std::pair<NetAddress, tReadWriteType>>& sharedGroups()
+{
+    static const std::vector<std::pair<NetAddress, tReadWriteType>> groups = {
+        {parseGroup("236.6.7.20:6720"), eRadarCheck},
+        {parseGroup("236.6.7.4:6768"), eOtherType},
+        {parseGroup("236.6.7.5:6878"), eOtherType}};
+    return groups;
+}
+}  // namespace
+
+tRadarRecording::tRadarRecording(const tRadarChoice& radar, const tStreamChoice& streams, const std::string& localIp,
+                                 const std::string& folder, bool compress)
+{
+    chooseGroups(radar.find(), streams);
+    const std::uint32_t ip = localIp.empty() ? 0 : localAddress(localIp);
+    if (ip != 0)
+        MultiRadarClient::getInstance()->setLocalInterface(localIp);
+    const std::string root = prepareRecording(m_groups, ip, folder);
+    m_saver =
+        std::make_unique<Kestova::tRadarDataSaver>(m_kinds.data(), static_cast<int>(m_kinds.size()), root, ".data", "");
+    m_saver->SetRecDataModifyObserver(this);
+    m_saver->connect(radar.serial.c_str(), radar.id, compress);
+    requireFileBelow(root, m_saver->GetCurrentWriteDataFileName());
+    waitForSockets();
+}
+
+void tRadarRecording::chooseGroups(const RadarAddress& address, const tStreamChoice& streams)
+{
+    const auto expect = [this](const NetAddress& group, tReadWriteType kind) {
+        m_groups.push_back(group);
+        m_received.expect(group, kind);
+    };
+    for (tReadWriteType kind = 0; kind < eTotalReadWriteTypes; ++kind)
+    {
+        const NetAddress group = address.streamAddress(kind);
+        if (!streams.includes(kind) || group.ip == 0 || group.port == 0)
+            continue;
+        m_kinds.push_back(static_cast<eReadWriteType>(kind));
+        expect(group, kind);
+    }
+    if (m_kinds.empty())
+        throw tFailure("the radar has no address for any of the selected streams: choose other --streams");
+    for (const auto& [group, kind] : sharedGroups())
+        expect(group, kind);
+    std::sort(m_groups.begin(), m_groups.end(), tNetAddress_less());
+    const auto same = [](const NetAddress& a, const NetAddress& b) { return a.ip == b.ip && a.port == b.port; };
+    m_groups.erase(std::unique(m_groups.begin(), m_groups.end(), same), m_groups.end());
+}
+
+// The saver opens its sockets when the radar client has told it the local address, a moment after connect.
+void tRadarRecording::waitForSockets()
+{
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    while (groupCounters().size() < m_groups.size())
+    {
+        if (std::chrono::steady_clock::now() > deadline)
+            throw tFailure("the local interface has no address yet: connect it, or choose another with --local-ip");
+        std::this_thread::sleep_for(5ms);
+    }
+    for (const auto& group : groupCounters())
+    {
+        if (!group.joined)
+            throw tFailure(fmt::format("cannot join {}:{}: see the line above", net::transAddr(group.ip), group.port));
+    }
+}
+
+std::vector<Kestova::tGroupCounters> tRadarRecording::groupCounters() const
+{
+    std::vector<Kestova::tGroupCounters> counters(64);
+    const int known = m_saver->GetGroupCounters(counters.data(), static_cast<int>(counters.size()));
+    counters.resize(std::min(counters.size(), static_cast<std::size_t>(known)));
+    return counters;
+}
+
+void tRadarRecording::noteDiscarded()
+{
+    for (const auto& group : groupCounters())
+    {
+        tDiscarded& discarded = m_discarded[m_received.keyOf({group.ip, net::HtoNs(group.port)})];
+        if (group.kernelDropped < discarded.now)
+            discarded.before += discarded.now;
+        discarded.now = group.kernelDropped;
+    }
+}
+
+tRecordingState tRadarRecording::state()
+{
+    noteDiscarded();
+    tRecordingState state;
+    state.streams = m_received.table();
+    for (const auto& [key, discarded] : m_discarded)
+        state.discarded[key] = discarded.before + discarded.now;
+    state.backlog = m_saver->GetWriteDataFifoSize();
+    state.lost = m_saver->GetWriteLostCnt();
+    state.file = m_saver->GetCurrentWriteDataFileName();
+    return state;
+}
+
+void tRadarRecording::closeSockets()
+{
+    noteDiscarded();
+    m_saver->SocketClear();
+}
+
+bool tRadarRecording::waitWritten(unsigned int timeoutMs)
+{
+    return m_saver->WaitWriteIdle(timeoutMs);
+}
+
+void tRadarRecording::closeFile()
+{
+    m_saver->disconnect();
+    m_saver->FinishWrite();
+}
+
+void tRadarRecording::UpdateRecDataModify(const tUdpMsgInfo&, const char* groupAddr, int port, char* data, int len)
+{
+    m_received.add(groupAddr, port, data, len);
+}
+
+}  // namespace tool

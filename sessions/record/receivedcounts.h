@@ -1,0 +1,31 @@
+// Counts datagrams as they arrive, on the receive threads of several groups at once.
+#ifndef KESTOVA_SESSIONS_RECORD_RECEIVEDCOUNTS_H
+#define KESTOVA_SESSIONS_RECORD_RECEIVEDCOUNTS_H
+
+#include <map>
+#include <mutex>
+
+#include "KestovaRecordings/streamcounts.h"
+#include "UdpSocket/netaddress.h"
+
+namespace tool
+{
+// Any thread.
+class tReceivedCounts
+{
+public:
+    // Says which stream a group carries; of two streams on one group the first is kept.
+    void expect(const NetAddress& group, tReadWriteType kind);
+    void add(const char* groupAddr, int groupPort, const char* data, int len);
+
+    tStreamTable table() const;
+    tStreamKey keyOf(const NetAddress& group) const;  // otherType for a group nobody expected
+
+private:
+    mutable std::mutex m_mutex;
+    std::map<NetAddress, tReadWriteType, tNetAddress_less> m_kinds;  // guarded by m_mutex
+    tStreamTable m_table;                                            // guarded by m_mutex
+};
+}  // namespace tool
+
+#endif

@@ -1,0 +1,12 @@
+#include "sessions/record/recording.h"
+
+namespace tool
+{
+std::uint64_t tRecordingState::allDiscarded() const
+{
+    std::uint64_t sum = 0;
+    for (const auto& [key, count] : discarded)
+        sum += count;
+    return sum;
+}
+}  // namespace tool

@@ -1,0 +1,91 @@
+#include "sessions/record/recordingplace.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "KestovaRecordings/failure.h"
+#include "KestovaStorage/datastorageio.h"
+#include "UdpSocket/udpsocket.h"
+
+namespace tool
+{
+namespace
+{
+namespace fs = std::filesystem;
+
+[[noreturn]] void refuseRoot(const std::string& folder, int error)
+{
+    throw tFailure(fmt::format("cannot record into {}: {}; choose another folder", folder, std::strerror(error)));
+}
+
+// Folders of a recording tree belong to their owner alone, as those that the library makes below them.
+void makeFolders(const fs::path& folder)
+{
+    fs::path made;
+    for (const fs::path& part : folder)
+    {
+        made /= part;
+        if (!part.empty() && mkdir(made.c_str(), 0700) != 0 && errno != EEXIST)
+        {
+            const int error = errno;
+            struct stat existing
+            {};
+            if (stat(made.c_str(), &existing) != 0)
+                refuseRoot(folder.string(), error);
+        }
+    }
+}
+
+class tDeafListener : public net::iUdpDataListener
+{
+public:
+    void OnUdpGroupDataReceived(const char*, int, const char*, int, const char*, int) override {}
+};
+void requireJoinable(const std::vector<NetAddress>& groups, std::uint32_t localIp)
+{
+    tDeafListener listener;
+    for (const NetAddress& group : groups)
+    {
+        const net::UdpReceiver probe(&listener, localIp, group, 0);
+        if (probe.valid())
+            continue;
+        const unsigned int port = net::NtoHs(group.port);
+        throw tFailure(fmt::format(
+            "cannot receive {}:{} on {}: another program may hold the port for itself (ss -ulpn 'sport = {}'), or "
+            "the interface takes no multicast (choose --local-ip)",
+            net::transAddr(group.ip), port, localIp == 0 ? "the default interface" : net::transAddr(localIp), port));
+    }
+}
+std::string prepareRoot(const std::string& folder)
+{
+    if (folder.empty())
+        throw tFailure("--root is empty: name the folder to record into");
+    makeFolders(folder);
+    if (!fs::is_directory(folder))
+        refuseRoot(folder, ENOTDIR);
+    if (access(folder.c_str(), W_OK | X_OK) != 0)
+        refuseRoot(folder, errno);
+    std::string root = folder;
+    storage::tDataStorageIO::NormalizePath(root);
+    return root;
+}
+
+}  // namespace
+
+std::string prepareRecording(const std::vector<NetAddress>& groups, std::uint32_t localIp, const std::string& folder)
+{
+    requireJoinable(groups, localIp);
+    return prepareRoot(folder);
+}
+
+void requireFileBelow(const std::string& root, const std::string& file)
+{
+    if (file.empty() || !file.starts_with(root) || !storage::tDataStorageIO::IsExistPath(file))
+        throw tFailure(
+            fmt::format("no file could be made below {}: see the lines above; is the disk full or read-only?", root));
+}
+}  // namespace tool

@@ -1,0 +1,29 @@
+// tAddressMap: where a replay goes instead of the groups it was recorded from.
+#ifndef KESTOVA_SESSIONS_REPLAY_ADDRESSMAP_H
+#define KESTOVA_SESSIONS_REPLAY_ADDRESSMAP_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+
+namespace tool
+{
+class tAddressMap
+{
+public:
+    // "239.17.0.1:6001=239.99.0.1:7001", or "239.17.0.1=239.99.0.1" for every port of the address, which stay as they
+    // are. Throws std::invalid_argument with a sentence for the user.
+    void add(const std::string& rule);
+    bool empty() const { return m_groups.empty() && m_addresses.empty(); }
+    // Replaces a destination, its port a plain number. A rule with a port goes before one without.
+    void apply(std::uint32_t& ip, std::uint16_t& port) const;
+
+private:
+    using tGroup = std::pair<std::uint32_t, std::uint16_t>;
+    std::map<tGroup, tGroup> m_groups;
+    std::map<std::uint32_t, std::uint32_t> m_addresses;
+};
+}  // namespace tool
+
+#endif

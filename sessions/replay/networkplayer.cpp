@@ -1,0 +1,97 @@
+#include <filesystem>
+
+#include "KestovaStorage/radardatareplayer.h"
+#include "UdpSocket/udpsocket.h"
+#include "sessions/replay/player.h"
+
+namespace tool
+{
+namespace
+{
+// The library's replayer makes this folder wherever it is used; here nothing is ever recorded into it.
+class tNoRecordingFolder
+{
+public:
+    ~tNoRecordingFolder()
+    {
+        std::error_code ignored;
+        if (!m_existed)
+            std::filesystem::remove(cFolder, ignored);  // only where it is empty
+    }
+
+private:
+    static constexpr char cFolder[] = "./RadarDataStorage";
+    const bool m_existed = std::filesystem::exists(cFolder);
+};
+
+std::vector<eReadWriteType> kindsOf(const tStreamChoice& streams)
+{
+    std::vector<eReadWriteType> kinds;
+    for (int kind = 0; kind <= eOtherType; ++kind)
+        if (streams.includes(static_cast<tReadWriteType>(kind)))
+            kinds.push_back(static_cast<eReadWriteType>(kind));
+    return kinds;
+}
+
+class tNetworkPlayer : public iPlayer,
+                       private Kestova::iRadarDataReplayObserver,
+                       private Kestova::iRadarReplayModifyObserver
+{
+public:
+    tNetworkPlayer(tReplaySession& session, const std::vector<eReadWriteType>& kinds, const std::string& suffix,
+                   const std::string& localIp, tAddressMap map)
+        : m_session(session), m_map(std::move(map)),
+          m_replayer(kinds.data(), static_cast<int>(kinds.size()), true, localIp.c_str(), suffix.c_str())
+    {
+        if (!m_map.empty())
+            m_replayer.SetReplayModifyObserver(this);
+    }
+    ~tNetworkPlayer() override { m_replayer.CloseReadingFile(); }
+
+    void open(const std::string& path) override { m_replayer.OpenReadDataFileorFolder(path, this); }
+    bool pause(bool on) override { return m_replayer.Pause(on); }
+    void setSpeed(double rate) override { m_replayer.FastSlowForward(rate); }
+    bool jump(double fraction) override { return m_replayer.Jump(fraction); }
+    void close() override { m_replayer.CloseReadingFile(); }
+    std::uint64_t sent() const override { return m_replayer.GetSentCnt(); }
+    std::uint64_t refused() const override { return m_replayer.GetSendRefusedCnt(); }
+    std::uint64_t unplayed() const override { return m_replayer.GetDamagedCnt() + m_replayer.GetUnreadCnt(); }
+
+private:
+    void UpdateReplayStatus(tReplayStatus status) override { m_session.status(status); }
+    void UpdateDataTimeSpan(tTimes_ms begin, tTimes_ms end) override { m_session.span(begin, end); }
+    void UpdateFileName(std::string) override {}
+    void UpdateReplayData(tTimes_ms replayTime, tTimes_ms, tMsgType, tReadWriteType rwType, double progress,
+                          const char* groupAddr, int port, const char* data, int len) override
+    {
+        m_session.passed(replayTime, progress);
+        m_session.count(tStreamKey::of(rwType, net::transAddr(groupAddr), static_cast<std::uint16_t>(port)),
+                        {data, static_cast<std::size_t>(len)});
+    }
+
+    void UpdateReplayDataModify(tTimes_ms, tTimes_ms, tMsgType, tReadWriteType, double, const char*, int, char*,
+                                int) override
+    {}
+    void UpdateReplayAddrModify(std::uint32_t* udpAddr, std::uint16_t* udpPort) override
+    {
+        m_map.apply(*udpAddr, *udpPort);
+    }
+    bool CheckIfNeededCircleLoop(tMsgType, tReadWriteType, const char*, int, char*, int, int&, int&) override
+    {
+        return false;  // where a spoke carries its azimuth is known to displays, not here
+    }
+
+    tReplaySession& m_session;
+    const tAddressMap m_map;
+    const tNoRecordingFolder m_noFolder;
+    Kestova::tRadarDataReplayer m_replayer;  // last: its threads call this object
+};
+}  // namespace
+
+std::unique_ptr<iPlayer> makeNetworkPlayer(tReplaySession& session, const tStreamChoice& streams,
+                                           const std::string& suffix, const std::string& localIp,
+                                           const tAddressMap& map)
+{
+    return std::make_unique<tNetworkPlayer>(session, kindsOf(streams), suffix, localIp, map);
+}
+}  // namespace tool

@@ -1,0 +1,31 @@
+// tPace: the speeds that the library plays: whole multiples up to 10, and a half down to an eleventh.
+#ifndef KESTOVA_SESSIONS_REPLAY_PACE_H
+#define KESTOVA_SESSIONS_REPLAY_PACE_H
+
+#include <algorithm>
+
+namespace tool
+{
+class tPace
+{
+public:
+    // What is played where `speed`, more than 0, is asked for.
+    static tPace of(double speed)
+    {
+        return tPace(speed >= 1.0 ? static_cast<int>(std::min(speed, 10.0)) - 1
+                                  : -static_cast<int>(std::min(1.0 / speed, 10.0)));
+    }
+    tPace faster() const { return tPace(std::min(m_step + 1, 9)); }
+    tPace slower() const { return tPace(std::max(m_step - 1, -10)); }
+    // Recorded time over playing time.
+    double factor() const { return m_step >= 0 ? m_step + 1.0 : 1.0 / (1.0 - m_step); }
+    // What FastSlowForward is asked for it, clear of rounding.
+    double rate() const { return m_step >= 0 ? m_step + 1.0 : 1.0 / (0.5 - m_step); }
+
+private:
+    explicit tPace(int step) : m_step(step) {}
+    int m_step;  // 0 the recorded pace, 9 ten times, -1 a half, -10 an eleventh
+};
+}  // namespace tool
+
+#endif

@@ -1,0 +1,83 @@
+// What a radar sends, datagram by datagram in order of time.
+//
+// A pure generator: it opens nothing and waits for nothing; the same options give the same bytes.
+#ifndef KESTOVA_SESSIONS_SIMULATE_SIMULATEDRADAR_H
+#define KESTOVA_SESSIONS_SIMULATE_SIMULATEDRADAR_H
+
+#include <bitset>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "KestovaStorage/radarmsgpackage.h"
+#include "sessions/simulate/scene.h"
+
+namespace tool
+{
+struct tSimulation
+{
+    std::string serial;
+    unsigned short id = 0;
+    std::uint64_t seed = 1;
+    double rpm = 24.0;
+    std::uint64_t startMs = 0;                  // the time at which the first spoke is sent, ms since the epoch
+    std::bitset<eTotalReadWriteTypes> streams;  // those that the radar has an address for
+    std::uint64_t endNs = UINT64_MAX;           // nothing is due from here on
+    std::uint64_t spokeLimit = UINT64_MAX;      // the simulation ends before the spoke after these
+};
+
+// Where a datagram goes: a stream of the radar, or one of the groups that all radars share.
+enum class eChannel : std::uint8_t
+{
+    stream,
+    service,     // 236.6.7.5:6878
+    negotiation  // 236.6.7.4:6768
+};
+
+struct tSimulatedDatagram
+{
+    std::uint64_t dueNs = 0;  // since the start
+    eChannel channel = eChannel::stream;
+    tReadWriteType kind = eOtherType;
+    std::string bytes;
+};
+
+class tSimulatedRadar
+{
+public:
+    explicit tSimulatedRadar(const tSimulation& how);
+    tSimulatedRadar(const tSimulatedRadar&) = delete;  // its sources refer to it
+    tSimulatedRadar& operator=(const tSimulatedRadar&) = delete;
+
+    // The next datagram; false at the end of the simulation.
+    bool next(tSimulatedDatagram& datagram);
+
+private:
+    // One kind of message: sent at phase + n * period for n = 0, 1, 2 and so on.
+    struct tSource
+    {
+        eChannel channel;
+        tReadWriteType kind;
+        double periodNs;
+        double phaseNs;
+        std::function<void(std::uint64_t n, double time, std::uint64_t timeMs, std::string& bytes)> compose;
+        std::uint64_t sent = 0;
+
+        std::uint64_t dueNs() const;
+    };
+
+    void addStream(tReadWriteType kind, double periodMs, double phaseMs, decltype(tSource::compose) compose);
+    void addRadarStreams();
+    void addSensors();
+    void addServices();
+
+    tSimulation m_how;
+    tScene m_scene;
+    tEchoes m_echoes{};
+    std::vector<tSource> m_sources;
+    std::uint64_t m_spokes = 0;
+};
+}  // namespace tool
+
+#endif

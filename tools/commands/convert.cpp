@@ -1,0 +1,222 @@
+// kestova compress and kestova expand: finished recordings rewritten in the other form.
+#include <chrono>
+#include <fmt/format.h>
+#include <memory>
+#include <sys/stat.h>
+
+#include "KestovaStorage/datafileconverter.h"
+#include "tools/shell/command.h"
+#include "tools/shell/console.h"
+#include "tools/shell/exitstatus.h"
+
+#include "KestovaRecordings/archive.h"
+#include "tools/shell/options.h"
+#include "tools/shell/report.h"
+#include "tools/shell/stopsignal.h"
+#include "tools/shell/units.h"
+
+namespace tool
+{
+namespace
+{
+using storage::tDataFileConverter;
+using tSteady = std::chrono::steady_clock;
+
+// What differs between the two commands.
+struct tDirection
+{
+    const char* name;
+    const char* doing;
+    storage::tFileHeadSymbol from;
+    decltype(&tDataFileConverter::Compress) convert;
+};
+constexpr tDirection cCompress{"compress", "compressing", storage::cDataFileHead, &tDataFileConverter::Compress};
+constexpr tDirection cExpand{"expand", "expanding", storage::cHuffmanFileHead, &tDataFileConverter::Expand};
+
+struct tOptions
+{
+    std::string path;
+    std::string suffix = ".data";
+    bool json = false;
+};
+
+class tConvert : private storage::iConversionObserver
+{
+public:
+    tConvert(const tDirection& direction, const tOptions& options, tConsole& console)
+        : m_direction(direction), m_options(options), m_console(console)
+    {}
+
+    int run()
+    {
+        const auto started = tSteady::now();
+        m_paths = findRecordings(m_options.path, m_options.suffix);
+        for (m_number = 1; m_number <= m_paths.size() && !m_stop.requested(); ++m_number)
+            convert(m_paths[m_number - 1]);
+        m_tookMs = static_cast<std::uint64_t>(
+            std::chrono::duration_cast<std::chrono::milliseconds>(tSteady::now() - started).count());
+        return report();
+    }
+
+private:
+    struct tDone
+    {
+        std::string path, result;
+        std::uint64_t before, after;
+    };
+
+    void convert(const std::string& path)
+    {
+        storage::tDataFile file;
+        if (path != m_options.path && file.open(path) && file.kind() != m_direction.from)
+        {
+            ++m_already;
+            return;
+        }
+        tDone done{path, "", size(path), 0};
+        std::string error;
+        m_stepStart = tSteady::now();
+        if (m_direction.convert(path, m_options.suffix, this, &done.result, &error))
+        {
+            done.after = size(done.result);
+            m_done.push_back(done);
+            return;
+        }
+        if (m_stop.requested())
+            return;
+        m_failed.push_back(error);
+        m_console.note("kestova " + std::string(m_direction.name) + ": " + error);
+    }
+
+    // What it takes on the disk: between its index and its payload a data file has a hole.
+    static std::uint64_t size(const std::string& path)
+    {
+        struct stat info;
+        return ::stat(path.c_str(), &info) == 0 ? static_cast<std::uint64_t>(info.st_blocks) * 512 : 0;
+    }
+
+    bool UpdateConversion(storage::tConversionStep step, std::uint64_t done, std::uint64_t total) override
+    {
+        if (step != m_step)
+            m_stepStart = tSteady::now();
+        m_step = step;
+        if (m_console.progressDue())
+            showProgress(done, total);
+        return !m_stop.requested();
+    }
+
+    void showProgress(std::uint64_t done, std::uint64_t total)
+    {
+        const double seconds = std::chrono::duration<double>(tSteady::now() - m_stepStart).count();
+        const char* const step = m_step == storage::eCounting  ? "counting"
+                                 : m_step == storage::eWriting ? m_direction.doing
+                                                               : "verifying";
+        m_console.progress(
+            fmt::format("{} of {}  {} {}  {}  {}", m_number, m_paths.size(), step, m_paths[m_number - 1],
+                        percentText(total != 0 ? static_cast<double>(done) / static_cast<double>(total) : 0.0),
+                        rateText(seconds > 0.0 ? static_cast<double>(done) / seconds : 0.0)));
+    }
+
+    int report()
+    {
+        if (m_options.json)
+            printJson(m_console, json());
+        else
+            m_console.print(text());
+        if (m_stop.requested())
+            m_console.note("kestova " + std::string(m_direction.name) +
+                           ": interrupted; the files that are not listed are as they were");
+        if (m_stop.requested() || (m_done.empty() && !m_failed.empty()))
+            return eFailed;
+        return m_failed.empty() ? eDone : eDamaged;
+    }
+
+    tDone sum() const
+    {
+        tDone all{"", "", 0, 0};
+        for (const tDone& one : m_done)
+        {
+            all.before += one.before;
+            all.after += one.after;
+        }
+        return all;
+    }
+
+    static double ratio(const tDone& one)
+    {
+        return one.before == 0 ? 0.0 : static_cast<double>(one.after) / static_cast<double>(one.before);
+    }
+
+    tJson json() const
+    {
+        tJson files = tJson::array();
+        for (const tDone& one : m_done)
+            files.push_back(
+                {{"path", one.path}, {"result", one.result}, {"before_bytes", one.before}, {"after_bytes", one.after}});
+        return {{"schema", fmt::format("kestova/{}/1", m_direction.name)},
+                {"path", m_options.path},
+                {"files", files},
+                {"already", m_already},
+                {"failed", m_failed},
+                {"before_bytes", sum().before},
+                {"after_bytes", sum().after},
+                {"took_ms", m_tookMs},
+                {"complete", !m_stop.requested() && m_failed.empty()}};
+    }
+
+    std::string text() const
+    {
+        std::string out;
+        for (const tDone& one : m_done)
+            out += fmt::format("{}  {} to {} ({})\n", one.result, sizeText(one.before), sizeText(one.after),
+                               percentText(ratio(one)));
+        out += fmt::format("{} files in {}, {} to {}", m_done.size(), durationText(m_tookMs), sizeText(sum().before),
+                           sizeText(sum().after));
+        return out + (m_already != 0 ? fmt::format("; {} had that form already\n", m_already) : "\n");
+    }
+
+    const tDirection& m_direction;
+    const tOptions& m_options;
+    tConsole& m_console;
+    tStopSignal m_stop;
+    std::vector<std::string> m_paths;
+    std::size_t m_number = 0;  // of the file in hand, from 1
+    storage::tConversionStep m_step = storage::eCounting;
+    tSteady::time_point m_stepStart;
+    std::vector<tDone> m_done;
+    std::vector<std::string> m_failed;
+    std::size_t m_already = 0;
+    std::uint64_t m_tookMs = 0;
+};
+
+void addConvert(CLI::App& app, tRun& chosen, const tDirection& direction, const char* what, const char* footer)
+{
+    auto options = std::make_shared<tOptions>();
+    CLI::App& command = *app.add_subcommand(direction.name, what);
+    command.footer(footer);
+    command.add_option("path", options->path, "Data file, or folder with data files")
+        ->type_name("FILE|FOLDER")
+        ->required();
+    command.add_option("--suffix", options->suffix, "What names of data files end in")->capture_default_str();
+    command.add_flag("--json", options->json, "Results as one JSON object");
+    command.callback([options, &direction, &chosen] {
+        chosen = [options, &direction](tConsole& console) { return tConvert(direction, *options, console).run(); };
+    });
+}
+}  // namespace
+
+void addCompress(CLI::App& app, tRun& chosen)
+{
+    addConvert(app, chosen, cCompress, "Compress finished recordings",
+               "NAME.tar.data takes the place of NAME.data when it is verified and on the disk; it replays the same.\n"
+               "Files that are unfinished or damaged stay as they are. Exit status 3 if some could not be compressed.\n"
+               "Example: kestova compress recordings");
+}
+
+void addExpand(CLI::App& app, tRun& chosen)
+{
+    addConvert(app, chosen, cExpand, "Expand compressed recordings",
+               "NAME.data takes the place of NAME.tar.data when it is verified and on the disk.\n"
+               "Example: kestova expand recordings/Data_000000_2024.05.17");
+}
+}  // namespace tool

@@ -1,0 +1,48 @@
+// Where a command's words go: results to standard output, everything else to standard error.
+//
+// The libraries print their own lines to standard output. The console therefore keeps a private copy of it for results
+// and points descriptor 1 at standard error before anything else runs.
+#ifndef KESTOVA_TOOLS_SHELL_CONSOLE_H
+#define KESTOVA_TOOLS_SHELL_CONSOLE_H
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace tool
+{
+// One thread at a time.
+class tConsole
+{
+public:
+    tConsole();
+    ~tConsole();
+    tConsole(const tConsole&) = delete;
+    tConsole& operator=(const tConsole&) = delete;
+
+    // Results, kept in pieces of 64 KiB. Throws tReaderGone for a closed pipe, tFailure for any other refusal.
+    void print(std::string_view text);
+    void flush();
+
+    // One line on standard error.
+    void note(std::string_view line);
+
+    // True at most five times a second, and only where standard error is a terminal: then progress() is worth its text.
+    bool progressDue();
+    // Replaces the progress line, cut to the terminal's width.
+    void progress(std::string_view text);
+
+private:
+    void clearProgress();
+    std::size_t terminalWidth() const;
+
+    int m_results = -1;
+    std::string m_pending;
+    bool m_terminal = false;
+    bool m_progressShown = false;
+    std::chrono::steady_clock::time_point m_nextProgress{};
+};
+}  // namespace tool
+
+#endif

@@ -1,0 +1,54 @@
+// tSteering: the keys that steer a replay, where a terminal is there to press them.
+#ifndef KESTOVA_TOOLS_SHELL_KEYS_H
+#define KESTOVA_TOOLS_SHELL_KEYS_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+struct termios;
+
+namespace tool
+{
+enum class eKey
+{
+    ePause,
+    eForward,     // right arrow
+    eBack,        // left arrow
+    eFarForward,  // up arrow
+    eFarBack,     // down arrow
+    eFaster,
+    eSlower,
+    eQuit
+};
+
+// What terminals send when a key is pressed, cut into keys; bytes that are none of ours are left out. A sequence that
+// is not complete stays for the next bytes.
+class tKeyDecoder
+{
+public:
+    std::vector<eKey> decode(const std::string& bytes);
+
+private:
+    std::string m_rest;
+};
+
+// While it lives, keys come at once and are not shown. Ctrl-C still interrupts.
+class tSteering
+{
+public:
+    tSteering();  // does nothing where standard input or standard error is no terminal
+    ~tSteering();
+    tSteering(const tSteering&) = delete;
+    tSteering& operator=(const tSteering&) = delete;
+
+    bool active() const { return m_before != nullptr; }
+    std::vector<eKey> pressed();  // since the last call; never waits
+
+private:
+    std::unique_ptr<termios> m_before;
+    tKeyDecoder m_decoder;
+};
+}  // namespace tool
+
+#endif

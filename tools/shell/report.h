@@ -1,0 +1,26 @@
+// Stream tables as text and as JSON: the same columns for every command.
+#ifndef KESTOVA_TOOLS_SHELL_REPORT_H
+#define KESTOVA_TOOLS_SHELL_REPORT_H
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+#include "KestovaRecordings/streamcounts.h"
+
+namespace tool
+{
+class tConsole;
+
+using tJson = nlohmann::ordered_json;
+
+// "stream", "address", "datagrams", "bytes", "digest" for each stream; `what` names the second last but two.
+tJson streamsJson(const tStreamTable& table, std::string_view what);
+// The same as lines of text with a head and a sum.
+std::string streamsText(const tStreamTable& table, std::string_view what);
+
+// One line of JSON. Bytes that are no UTF-8, a file name may hold such, are replaced.
+void printJson(tConsole& console, const tJson& json);
+}  // namespace tool
+
+#endif
