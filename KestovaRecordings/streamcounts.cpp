@@ -63,7 +63,7 @@ void tStreamCount::add(std::string_view message)
     digest.add(message);
 }
 
-tStreamCount total(const tStreamTable& table)
+tStreamCount total(const tStreamCounts& table)
 {
     tStreamCount sum;
     for (const auto& [key, count] : table)

@@ -49,9 +49,9 @@ struct tStreamCount
     void add(std::string_view message);
 };
 
-using tStreamTable = std::map<tStreamKey, tStreamCount>;
+using tStreamCounts = std::map<tStreamKey, tStreamCount>;
 
-tStreamCount total(const tStreamTable& table);  // without a digest of its own
+tStreamCount total(const tStreamCounts& table);  // without a digest of its own
 }  // namespace tool
 
 #endif

@@ -115,7 +115,7 @@ private:
     template <typename tWork>
     bool write(tWork work)
     {
-        tSegmentComparison comparison(*m_source, m_out->path());
+        tVerification comparison(*m_source, m_out->path());
         return work([&](std::size_t records) { comparison.stored(records); }) && sync() &&
                comparison.finish(step(eVerifying), m_error) && isWhole() && replace();
     }

@@ -16,8 +16,8 @@ public:
     tDataStorageIOPrivate(const std::string& storageBasePath, const char* specifySuffix);
     virtual ~tDataStorageIOPrivate();
 
-    tReplayPlayer m_player;
-    tStorageWriter m_writer;  // ends first
+    tPlayer m_player;
+    tFileRecorder m_writer;  // ends first
 };
 }  // namespace storage
 

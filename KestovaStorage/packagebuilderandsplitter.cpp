@@ -89,11 +89,11 @@ private:
     std::atomic<int> m_id{-1};
     tPackageSplitter m_splitter{*this};
     tPackageBuilder m_builder{m_sendThread};
-    tSegmentWorker m_sendThread;  // with the built packages that wait
-    tSegmentWorker m_popThread;   // with the split packages of kinds eReadType and eWriteType that wait
-    std::optional<tSegmentWorker::tRun> m_popRun;  // the parse thread's: packages going to the pop thread in a row
-    std::size_t m_popRunBytes = 0;                 // the parse thread's
-    tStreamWorker m_parseThread;                   // with the bytes received and not yet parsed
+    tDeliveryWorker m_sendThread;  // with the built packages that wait
+    tDeliveryWorker m_popThread;   // with the split packages of kinds eReadType and eWriteType that wait
+    std::optional<tDeliveryWorker::tRun> m_popRun;  // the parse thread's: packages going to the pop thread in a row
+    std::size_t m_popRunBytes = 0;                  // the parse thread's
+    tParseWorker m_parseThread;                     // with the bytes received and not yet parsed
 };
 
 // If a thread cannot be started, leaving the constructor ends those before it.

@@ -18,7 +18,7 @@
 
 namespace pcap
 {
-using tSelection = std::set<std::pair<std::string, int>>;
+using tChosen = std::set<std::pair<std::string, int>>;
 
 namespace
 {
@@ -76,7 +76,7 @@ public:
     tPcapReaderPrivate(const std::string& path, iPcapDataReadObserver* observer) : m_path(path), m_observer(observer) {}
     virtual ~tPcapReaderPrivate() = default;
 
-    void read(const tSelection& selection);
+    void read(const tChosen& selection);
     const std::vector<tUdpMulticast>& rows();
 
     const std::string m_path;
@@ -106,19 +106,19 @@ private:
     void takeDatagram(tPass& pass, const tDatagram& datagram);
     eKind kindOf(const tDatagram& datagram) const;
     void tellDatagram(const tPass& pass, const tDatagram& datagram, eKind kind);
-    void deliver(const tPass& pass, const tDatagram& datagram, eDestination destination);
+    void deliver(const tPass& pass, const tDatagram& datagram, eTraffic traffic);
     void end(tPass& pass);
     void noteResult(const tPass& pass);
     void GetUdpInfo();
 
-    tStreamSelection m_appointAddrPnt;
-    tStreamTable m_streams;
-    tStreamReport m_report;
+    tSelection m_appointAddrPnt;
+    tDatagramCounts m_streams;
+    tCountReport m_report;
     tAddressTexts m_sources, m_destinations;
     tSensorSentence m_sentence;
 };
 
-void tPcapReaderPrivate::read(const tSelection& selection)
+void tPcapReaderPrivate::read(const tChosen& selection)
 {
     const tOnlyOne reading(m_reading);
     if (!reading.isMe())
@@ -214,13 +214,13 @@ void tPcapReaderPrivate::takeDatagram(tPass& pass, const tDatagram& datagram)
     }
     const eKind kind = kindOf(datagram);
     const auto length = static_cast<std::uint32_t>(datagram.length);
-    const eDestination destination = m_streams.count(datagram.stream, length, kind).destination;
+    const eTraffic traffic = m_streams.count(datagram.stream, length, kind).traffic;
     ++m_result.datagrams;
-    const bool withheld = !pass.counts.add(destination, {datagram.payload, length});
+    const bool withheld = !pass.counts.add(traffic, {datagram.payload, length});
     if (watched)
         tellDatagram(pass, datagram, kind);
     if (selected && !withheld && m_observer != nullptr)
-        deliver(pass, datagram, destination);
+        deliver(pass, datagram, traffic);
 }
 
 eKind tPcapReaderPrivate::kindOf(const tDatagram& datagram) const
@@ -251,11 +251,11 @@ void tPcapReaderPrivate::tellDatagram(const tPass& pass, const tDatagram& datagr
     m_datagramObserver->UpdatePcapDatagram(told);
 }
 
-void tPcapReaderPrivate::deliver(const tPass& pass, const tDatagram& datagram, eDestination destination)
+void tPcapReaderPrivate::deliver(const tPass& pass, const tDatagram& datagram, eTraffic traffic)
 {
     const char* const address = m_destinations.of(static_cast<std::uint32_t>(datagram.stream >> 16));
     const double progress = pass.permille / 1000.0;
-    if (destination == eDestination::eSensor)
+    if (traffic == eTraffic::eSensor)
     {
         const std::string& sentence =
             m_sentence.stamped({datagram.payload, static_cast<std::size_t>(datagram.length)}, pass.time);

@@ -11,9 +11,9 @@ namespace Kestova
 {
 namespace
 {
-tRecordReplay::tTypes setOf(const eReadWriteType* types, int count)
+tReplayPipeline::tTypes setOf(const eReadWriteType* types, int count)
 {
-    tRecordReplay::tTypes set;
+    tReplayPipeline::tTypes set;
     for (int i = 0; types != nullptr && i < count; ++i)
         set.set(types[i]);
     return set;
@@ -25,7 +25,7 @@ tRecordReplay::tTypes setOf(const eReadWriteType* types, int count)
 class tOpening : public storage::iDataReadReplayObserver
 {
 public:
-    tOpening(tRecordReplay& records, tReplayNetwork* network, iRadarDataReplayObserver* observer)
+    tOpening(tReplayPipeline& records, tReplayOutput* network, iRadarDataReplayObserver* observer)
         : m_records(records), m_network(network), m_observer(observer)
     {}
     ~tOpening() override
@@ -53,8 +53,8 @@ public:
     }
 
 private:
-    tRecordReplay& m_records;
-    tReplayNetwork* const m_network;
+    tReplayPipeline& m_records;
+    tReplayOutput* const m_network;
     iRadarDataReplayObserver* const m_observer;
 };
 }  // namespace
@@ -65,7 +65,7 @@ public:
     tRadarDataReplayerPrivate(const eReadWriteType* types, int count, bool netReplay, const char* localIp,
                               const char* name)
         : storage::tDataStorageIO("./RadarDataStorage", name),
-          m_network(netReplay ? std::make_unique<tReplayNetwork>(net::transAddr(localIp)) : nullptr),
+          m_network(netReplay ? std::make_unique<tReplayOutput>(net::transAddr(localIp)) : nullptr),
           m_records(setOf(types, count), m_network.get())
     {
         // Kept: one switch for the whole process, so that what is being replayed is not deleted meanwhile.
@@ -89,11 +89,11 @@ public:
         if (m_network)
             m_network->runLoops(on);
     }
-    tRecordReplay& records() { return m_records; }
+    tReplayPipeline& records() { return m_records; }
 
 private:
-    const std::unique_ptr<tReplayNetwork> m_network;  // null where nothing is to leave this machine
-    tRecordReplay m_records;
+    const std::unique_ptr<tReplayOutput> m_network;  // null where nothing is to leave this machine
+    tReplayPipeline m_records;
 };
 
 tRadarDataReplayer::tRadarDataReplayer(const eReadWriteType* types, int count, bool netReplay, const char* localIp,

@@ -80,7 +80,7 @@ private:
     RadarAddress m_radarAddress{};  // changed while not registered, read by OnLocalIpChanged
     std::mutex m_socketMutex;       // opening and closing of m_recSockInfo and of the query's sender
     tCallbackGate<iRadarRecDataModifyObserver> m_modifyGate;
-    tReceiverGroups m_recSockInfo{this};
+    tGroupReceivers m_recSockInfo{this};
 };
 
 tRadarDataSaverPrivate::tRadarDataSaverPrivate(const eReadWriteType* types, int count, const std::string& basePath,

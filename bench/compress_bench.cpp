@@ -129,14 +129,14 @@ template <typename tStart>
 void compressAsRecorder(const std::string& source, tStart start)
 {
     const std::string path = linked(source, "r.data");
-    auto encoder = storage::tCompressions::newEncoder();
+    auto encoder = storage::tCompressionQueue::newEncoder();
     std::string error;
     const auto plain = storage::tDataFileReader::open(path, &error);
     require(plain && storage::countSegments(*plain, *encoder, nullptr, error), error);
     dropFromCache(path);
     start();
     {
-        storage::tCompressions compressions(".data");
+        storage::tCompressionQueue compressions(".data");
         compressions.add(path, std::move(encoder));
     }
     require(fs::exists(fs::path(path).parent_path() / "r.tar.data"), "not compressed");

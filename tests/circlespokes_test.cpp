@@ -39,7 +39,7 @@ protected:
             azimuths.erase(azimuths.begin(), azimuths.begin() + falls[falls.size() - 2]);
     }
 
-    tZeroSync sync;
+    tRevolutionBarrier sync;
     tLog log, otherLog;
     tCircleSpokes loop{&log, sync}, other{&otherLog, sync};
 };
@@ -144,7 +144,7 @@ TEST_F(tCircleSpokesTest, keepsSpokesWhileItStandsOnly)
 
 TEST_F(tCircleSpokesTest, startsAndStopsQuicklyAndRefusesAbsurdNumbers)
 {
-    tCircleSpokeLoops loops(&log);
+    tSpokeLoops loops(&log);
     testing::internal::CaptureStderr();
     for (const int number : {-1, 256, INT_MAX, 0, 255})
         loops.feed(number, {number == 0 || number == 255 ? 1u : 2u, 0, 0, "s"});

@@ -23,7 +23,7 @@ TEST(tPackageBuilderTest, takesNumberAndPlaceTogether)
         SCOPED_TRACE(len);
         const std::string payload(len, 'p');
         std::string ready(len, 'r');
-        tSegmentWorker queue;
+        tDeliveryWorker queue;
         tPackageBuilder builder(queue);
         std::thread wrapping, copying;
         queue.between([&] {
@@ -65,7 +65,7 @@ protected:
     }
 
     tReceiveBuffer m_buffer;
-    tSegmentChain m_chain;
+    tWalkQueue m_chain;
 };
 using tReceiveBufferTest = tPackageRoomsTest;
 using tSegmentChainTest = tPackageRoomsTest;
@@ -115,7 +115,7 @@ TEST_F(tSegmentChainTest, needsOneBlockForASteadyStreamAndGivesTheMemoryOfALarge
         ASSERT_EQ(next(), segment);
         ASSERT_EQ(next(), "none");
     }
-    EXPECT_EQ(m_chain.memory(), tSegmentChain::cFirstSize);
+    EXPECT_EQ(m_chain.memory(), tWalkQueue::cFirstSize);
     for (int i = 0; i < 50'000; ++i)
         push(segment);
     EXPECT_GT(m_chain.memory(), 50'000 * segment.size());
@@ -123,7 +123,7 @@ TEST_F(tSegmentChainTest, needsOneBlockForASteadyStreamAndGivesTheMemoryOfALarge
         ASSERT_EQ(next(), segment);
     EXPECT_EQ(next(), "none");
     m_chain.takeUnneeded();
-    EXPECT_LE(m_chain.memory(), tSegmentChain::cKeptSize);
+    EXPECT_LE(m_chain.memory(), tWalkQueue::cKeptSize);
 }
 
 namespace

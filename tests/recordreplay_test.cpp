@@ -24,7 +24,7 @@ protected:
 
     static constexpr tUdpMsgInfo cArpa{1, 1, eReadType, eArpaStream, 1}, cUser{2, 1, eMultiRadarService, 3, 1},
         cService{1, 1, eMultiRadarService, eArpaStream, 1};
-    tRecordReplay records{tRecordReplay::tTypes().set(eArpaStream), nullptr};
+    tReplayPipeline records{tReplayPipeline::tTypes().set(eArpaStream), nullptr};
     tRadarReplayLog told;
     iRadarDataReplayObserver* observer = &told;
     tReplayEditor editor;
@@ -121,13 +121,13 @@ TEST(tServiceMessagesTest, keepsAMessageNineSecondsFromItsFirstTaking)
 
 TEST(tReplaySendersTest, holdsOneSocketADestinationAndNoMoreThanItsLimit)
 {
-    tReplaySenders senders(net::transAddr("127.0.0.1"));
+    tSenderPool senders(net::transAddr("127.0.0.1"));
     testing::internal::CaptureStderr();
     for (std::uint16_t port = 1; port <= 600; ++port)
     {
         EXPECT_TRUE(senders.send({net::transAddr("127.0.0.1"), port}, "p", 1));
         EXPECT_TRUE(senders.send({net::transAddr("127.0.0.1"), port}, "p", 1));
-        EXPECT_EQ(senders.size(), std::min<std::size_t>(port, tReplaySenders::cMaxSenders));
+        EXPECT_EQ(senders.size(), std::min<std::size_t>(port, tSenderPool::cMaxSenders));
     }
     const std::string said = testing::internal::GetCapturedStderr();
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;

@@ -20,13 +20,13 @@ constexpr double cInfinity = std::numeric_limits<double>::infinity();
 constexpr double cNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr std::uint64_t cFirst = 1'700'000'000'000ull << 16;
 constexpr std::uint64_t cSpan = 10'000ull << 16;
-const tReplayClock::tTime cStart{100h};
+const tPlayClock::tTime cStart{100h};
 
 class tReplayClockTest : public testing::Test
 {
 protected:
-    std::uint64_t msAt(tReplayClock::tTime now) const { return timeOfKey(clock.position(now) - cFirst); }
-    tReplayClock clock;
+    std::uint64_t msAt(tPlayClock::tTime now) const { return timeOfKey(clock.position(now) - cFirst); }
+    tPlayClock clock;
 };
 }  // namespace
 
@@ -158,7 +158,7 @@ class tSegmentTimelineTest : public testing::Test
 protected:
     // A record's pos keeps its place in the recording: building may sort an index.
     void build(
-        const std::vector<tTimes>& files, const tSegmentTimeline::tCancelled& cancelled = [] { return false; })
+        const std::vector<tTimes>& files, const tTimeline::tCancelled& cancelled = [] { return false; })
     {
         m_indexes.assign(files.size(), {});
         std::vector<tTimelineFile> described;
@@ -178,7 +178,7 @@ protected:
     std::vector<tSegment> walk(std::uint64_t startKey)
     {
         std::vector<tSegment> walked;
-        tSegmentTimeline::tCursor cursor(timeline, startKey);
+        tTimeline::tCursor cursor(timeline, startKey);
         for (tTimelineSegment segment{}; cursor.next(segment);)
         {
             const tIndexSlot& slot = m_indexes.at(segment.file).at(segment.record);
@@ -205,7 +205,7 @@ protected:
     }
 
     std::vector<std::vector<tIndexSlot>> m_indexes;
-    tSegmentTimeline timeline;
+    tTimeline timeline;
 };
 }  // namespace
 

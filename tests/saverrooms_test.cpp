@@ -56,7 +56,7 @@ struct tCalled : net::iUdpDataListener
 TEST(tReceiverGroupsTest, findsAGroupFromTheFirstDatagramToTheLastAndTellsOfOneThatCannotBeJoined)
 {
     tCalled listener;
-    tReceiverGroups groups(&listener);
+    tGroupReceivers groups(&listener);
     const NetAddress group = testGroup();
     bool known = false;
     tUdpMsgInfo info{};

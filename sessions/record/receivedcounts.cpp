@@ -27,7 +27,7 @@ void tReceivedCounts::add(const char* groupAddr, int groupPort, const char* data
     m_table[key].add({data, static_cast<std::size_t>(len > 0 ? len : 0)});
 }
 
-tStreamTable tReceivedCounts::table() const
+tStreamCounts tReceivedCounts::table() const
 {
     const std::lock_guard lock(m_mutex);
     return m_table;

@@ -18,13 +18,13 @@ public:
     void expect(const NetAddress& group, tReadWriteType kind);
     void add(const char* groupAddr, int groupPort, const char* data, int len);
 
-    tStreamTable table() const;
+    tStreamCounts table() const;
     tStreamKey keyOf(const NetAddress& group) const;  // otherType for a group nobody expected
 
 private:
     mutable std::mutex m_mutex;
     std::map<NetAddress, tReadWriteType, tNetAddress_less> m_kinds;  // guarded by m_mutex
-    tStreamTable m_table;                                            // guarded by m_mutex
+    tStreamCounts m_table;                                           // guarded by m_mutex
 };
 }  // namespace tool
 

@@ -12,7 +12,7 @@ namespace tool
 {
 struct tRecordingState
 {
-    tStreamTable streams;                           // a row for each joined group, silent ones too
+    tStreamCounts streams;                          // a row for each joined group, silent ones too
     std::map<tStreamKey, std::uint64_t> discarded;  // by the kernel, because a receive buffer was full
     std::uint32_t backlog = 0;                      // messages that wait to be written
     std::uint64_t lost = 0;                         // messages that are in no file and never will be

@@ -10,7 +10,7 @@ tReplayState tReplaySession::state() const
     return m_state;
 }
 
-tStreamTable tReplaySession::table() const
+tStreamCounts tReplaySession::table() const
 {
     const std::lock_guard lock(m_mutex);
     return m_table;

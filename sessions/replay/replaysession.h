@@ -33,7 +33,7 @@ public:
     explicit tReplaySession(std::function<void(const tReplayState&)> begin) : m_begin(std::move(begin)) {}
 
     tReplayState state() const;
-    tStreamTable table() const;
+    tStreamCounts table() const;
     void beginJump();     // before a jump: the end of what was played until then is no end
     void beginStretch();  // before a pause, and after it: the time between does not count as playing
 
@@ -50,7 +50,7 @@ private:
     mutable std::mutex m_mutex;
     bool m_jumping = false;  // guarded by m_mutex, as is everything below
     tReplayState m_state;
-    tStreamTable m_table;
+    tStreamCounts m_table;
     std::uint64_t m_stretchFirstMs = 0;  // 0 until the stretch has its first record
     tSteady::time_point m_stretchStart;
     std::uint64_t m_playedBefore = 0, m_tookBefore = 0;  // sums of the stretches before this one

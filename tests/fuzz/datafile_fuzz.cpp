@@ -69,21 +69,21 @@ void playAll(const std::string& path)
     const auto first = storage::tDataFileReader::open(path), second = storage::tDataFileReader::open(path);
     if (!first || !second)
         return;
-    storage::tSegmentTimeline timeline;
+    storage::tTimeline timeline;
     timeline.build({{first->index(), first->sorted(), first->longestRun()},
                     {second->index(), second->sorted(), second->longestRun()}},
                    [] { return false; });
     require(timeline.size() == first->index().size() * 2);
     std::vector<std::uint64_t> keys;
     storage::tTimelineSegment segment{};
-    for (storage::tSegmentTimeline::tCursor cursor(timeline, 0); cursor.next(segment); keys.push_back(segment.key))
+    for (storage::tTimeline::tCursor cursor(timeline, 0); cursor.next(segment); keys.push_back(segment.key))
         require(segment.record < first->index().size() && (keys.empty() || segment.key > keys.back()));
     require(keys.size() == timeline.size());
     if (keys.empty())
         return;
     require(keys.front() == timeline.firstKey() && keys.back() == timeline.lastKey());
     const std::uint64_t middle = keys[keys.size() / 2];
-    require(storage::tSegmentTimeline::tCursor(timeline, middle).next(segment) && segment.key == middle);
+    require(storage::tTimeline::tCursor(timeline, middle).next(segment) && segment.key == middle);
 }
 }  // namespace
 

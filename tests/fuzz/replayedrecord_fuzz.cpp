@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     tReplayEditor editor;
     editor.edit = [](char* payload, int len) { std::fill(payload, payload + len, 'e'); };
     editor.circle = [](char*, int& number, int& azimuth) { return (number = azimuth = 1) != 0; };
-    Kestova::tRecordReplay records({}, nullptr);
+    Kestova::tReplayPipeline records({}, nullptr);
     records.setModifyObserver(&editor);
     records.replay(1000, *data % 2, bytes.data(), static_cast<std::uint32_t>(bytes.size()), "f", &told);
     if (bytes != before || (records.damagedCnt() != 0) != told.text().empty())

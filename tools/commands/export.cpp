@@ -134,7 +134,7 @@ private:
     int report()
     {
         const std::uint64_t damaged = countDamaged();
-        const tStreamTable table = m_session.table();
+        const tStreamCounts table = m_session.table();
         if (m_options.json)
             printJson(m_console, {{"schema", "kestova/export/1"},
                                   {"path", m_options.path},

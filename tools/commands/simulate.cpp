@@ -82,7 +82,7 @@ public:
             ++m_refused;
     }
 
-    const tStreamTable& sent() const { return m_sent; }
+    const tStreamCounts& sent() const { return m_sent; }
     std::uint64_t refused() const { return m_refused; }
 
 private:
@@ -98,7 +98,7 @@ private:
     RadarAddress m_address;
     std::uint32_t m_localIp;
     std::map<tStreamKey, std::unique_ptr<net::UdpSender>> m_senders;
-    tStreamTable m_sent;
+    tStreamCounts m_sent;
     std::uint64_t m_refused = 0;
 };
 

@@ -6,7 +6,7 @@
 
 namespace tool
 {
-tJson streamsJson(const tStreamTable& table, std::string_view what)
+tJson streamsJson(const tStreamCounts& table, std::string_view what)
 {
     tJson rows = tJson::array();
     for (const auto& [key, count] : table)
@@ -20,7 +20,7 @@ tJson streamsJson(const tStreamTable& table, std::string_view what)
     return rows;
 }
 
-std::string streamsText(const tStreamTable& table, std::string_view what)
+std::string streamsText(const tStreamCounts& table, std::string_view what)
 {
     std::string text = fmt::format("{:<18}{:<23}{:>12}{:>16}  {}\n", "stream", "address", what, "bytes", "digest");
     for (const auto& [key, count] : table)

@@ -1,4 +1,4 @@
-// tSegmentFifo: a queue of byte strings, each with a 64-bit tag, in large reused blocks.
+// tBatchQueue: a queue of byte strings, each with a 64-bit tag, in large reused blocks.
 //
 // Shapes   a block holds the bytes of its segments back to back from its start and, growing down from its end, one
 //          entry (length, tag) each: what was queued together is contiguous and can be written with one call.
@@ -69,7 +69,7 @@ private:
 
 using tSegmentBlocks = std::vector<std::unique_ptr<tSegmentBlock>>;
 
-class tSegmentFifo
+class tBatchQueue
 {
 public:
     static constexpr std::size_t cMaxSpares = 16;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-bool tSegmentChain::step()
+bool tWalkQueue::step()
 {
     if (m_links.empty())
         return false;
@@ -25,7 +25,7 @@ bool tSegmentChain::step()
     return look();
 }
 
-void tSegmentChain::walkFromStart(tLink* link)
+void tWalkQueue::walkFromStart(tLink* link)
 {
     m_walked = link;
     m_pos = 0;
@@ -33,14 +33,14 @@ void tSegmentChain::walkFromStart(tLink* link)
 }
 
 // What lies in the blocks before is visible before the consumer can step beyond it.
-void tSegmentChain::addLink(std::unique_ptr<tLink> link)
+void tWalkQueue::addLink(std::unique_ptr<tLink> link)
 {
     publish();
     m_links.push_back(std::move(link));
 }
 
 // A kept block if it is large enough, else a new one: twice as large as the last while a backlog grows.
-std::unique_ptr<tSegmentChain::tLink> tSegmentChain::newLink(std::size_t len)
+std::unique_ptr<tWalkQueue::tLink> tWalkQueue::newLink(std::size_t len)
 {
     if (!m_spares.empty() && m_spares.back()->fits(len))
     {
@@ -52,7 +52,7 @@ std::unique_ptr<tSegmentChain::tLink> tSegmentChain::newLink(std::size_t len)
     return std::make_unique<tLink>(std::max(std::clamp(twice, cFirstSize, cLargestSize), len + sizeof len));
 }
 
-tSegmentChain::tLinks tSegmentChain::takeUnneeded()
+tWalkQueue::tLinks tWalkQueue::takeUnneeded()
 {
     tLinks unneeded;
     std::size_t kept = 0;
@@ -65,7 +65,7 @@ tSegmentChain::tLinks tSegmentChain::takeUnneeded()
     return unneeded;
 }
 
-std::size_t tSegmentChain::memory() const
+std::size_t tWalkQueue::memory() const
 {
     std::size_t bytes = 0;
     for (const auto& link : m_links)

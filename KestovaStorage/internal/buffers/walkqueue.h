@@ -1,4 +1,4 @@
-// tSegmentChain: a queue of byte strings whose consumer walks it in place and needs the lock only where a block ends.
+// tWalkQueue: a queue of byte strings whose consumer walks it in place and needs the lock only where a block ends.
 //
 // Shapes   blocks of segments, filled at the back and walked at the front; a segment lies behind its length. The
 //          consumer looks at what is published only, so several segments may be published at once. Blocks become larger
@@ -21,7 +21,7 @@
 
 #include "KestovaStorage/internal/buffers/byteregion.h"
 
-class tSegmentChain
+class tWalkQueue
 {
 public:
     static constexpr std::size_t cFirstSize = 256 * 1024;
@@ -51,7 +51,7 @@ public:
         }
 
     private:
-        friend class tSegmentChain;
+        friend class tWalkQueue;
 
         tByteRegion m_memory;
         std::size_t m_filled = 0;

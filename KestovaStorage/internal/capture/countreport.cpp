@@ -22,13 +22,13 @@ struct tRank
     }
 };
 
-tRank rankOf(const tStreamTable& table, std::uint32_t stream)
+tRank rankOf(const tDatagramCounts& table, std::uint32_t stream)
 {
     return {table.streams()[stream].count, table.streams()[stream].touched, stream};
 }
 
 // The streams that have changed, as their rows will stand.
-std::vector<tRank> changedInOrder(const tStreamTable& table)
+std::vector<tRank> changedInOrder(const tDatagramCounts& table)
 {
     std::vector<tRank> changed;
     changed.reserve(table.changedStreams().size());
@@ -48,7 +48,7 @@ void addKinds(std::set<std::string>& types, unsigned kinds)
 }
 
 // The lengths that have changed, in the order in which they last occurred: among equals the latest stands last.
-std::vector<std::uint32_t> lengthsInOrder(const tStreamTable& table)
+std::vector<std::uint32_t> lengthsInOrder(const tDatagramCounts& table)
 {
     std::vector<std::uint32_t> changed = table.changedLengths();
     const auto touched = [&](std::uint32_t place) { return table.lengths()[place].touched; };
@@ -58,7 +58,7 @@ std::vector<std::uint32_t> lengthsInOrder(const tStreamTable& table)
 }
 }  // namespace
 
-void tStreamReport::clear()
+void tCountReport::clear()
 {
     m_udpsInfoOut.clear();
     m_streamAt.clear();
@@ -66,7 +66,7 @@ void tStreamReport::clear()
     m_lengthEntries.clear();
 }
 
-const std::vector<tUdpMulticast>& tStreamReport::update(tStreamTable& table)
+const std::vector<tUdpMulticast>& tCountReport::update(tDatagramCounts& table)
 {
     if (table.changedStreams().empty())
         return m_udpsInfoOut;
@@ -84,7 +84,7 @@ const std::vector<tUdpMulticast>& tStreamReport::update(tStreamTable& table)
 }
 
 // A merge from the back: counts only rise, so changed rows only move to the front; new ones come from behind the last.
-void tStreamReport::mergeChanged(const tStreamTable& table)
+void tCountReport::mergeChanged(const tDatagramCounts& table)
 {
     const std::size_t known = m_udpsInfoOut.size();
     std::vector<tRank> changed = changedInOrder(table);
@@ -107,7 +107,7 @@ void tStreamReport::mergeChanged(const tStreamTable& table)
             continue;
         }
         const std::uint32_t stream = changed.back().stream;
-        const tStreamKey key = table.streams()[stream].key;
+        const tDestination key = table.streams()[stream].key;
         put(to, stream < known ? std::move(taken.back()) : tUdpMulticast(addressTextOf(key), portOf(key)), stream);
         if (stream < known)
             taken.pop_back();
@@ -115,14 +115,14 @@ void tStreamReport::mergeChanged(const tStreamTable& table)
     }
 }
 
-void tStreamReport::makeRoom(std::size_t rows)
+void tCountReport::makeRoom(std::size_t rows)
 {
     m_udpsInfoOut.resize(rows);
     m_streamAt.resize(rows, cNowhere);
     m_positionOf.resize(rows, cNowhere);
 }
 
-std::uint32_t tStreamReport::takeOut(std::uint32_t stream, std::vector<tUdpMulticast>& taken)
+std::uint32_t tCountReport::takeOut(std::uint32_t stream, std::vector<tUdpMulticast>& taken)
 {
     const std::uint32_t position = m_positionOf[stream];
     taken.push_back(std::move(m_udpsInfoOut[position]));
@@ -130,7 +130,7 @@ std::uint32_t tStreamReport::takeOut(std::uint32_t stream, std::vector<tUdpMulti
     return position;
 }
 
-void tStreamReport::put(std::size_t position, tUdpMulticast&& row, std::uint32_t stream)
+void tCountReport::put(std::size_t position, tUdpMulticast&& row, std::uint32_t stream)
 {
     if (&m_udpsInfoOut[position] != &row)  // between two changed rows others may keep their places
         m_udpsInfoOut[position] = std::move(row);
@@ -138,7 +138,7 @@ void tStreamReport::put(std::size_t position, tUdpMulticast&& row, std::uint32_t
     m_positionOf[stream] = static_cast<std::uint32_t>(position);
 }
 
-void tStreamReport::updateLengths(const tStreamTable& table)
+void tCountReport::updateLengths(const tDatagramCounts& table)
 {
     const std::size_t known = m_lengthEntries.size();
     m_lengthEntries.resize(table.lengths().size());

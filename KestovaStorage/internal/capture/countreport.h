@@ -1,4 +1,4 @@
-// tStreamReport: the statistics as applications get them: a row a stream, the most frequent first and among equals the
+// tCountReport: the statistics as applications get them: a row a stream, the most frequent first and among equals the
 // one that reached its count last.
 //
 // Rows stay where they are from one report to the next; an update costs what has changed, and the moves of the rows
@@ -15,19 +15,19 @@
 
 namespace pcap
 {
-class tStreamReport
+class tCountReport
 {
 public:
     void clear();
     // Brings the rows up to date and takes the table's changes from it. Every table needs a report of its own.
-    const std::vector<tUdpMulticast>& update(tStreamTable& table);
+    const std::vector<tUdpMulticast>& update(tDatagramCounts& table);
 
 private:
-    void mergeChanged(const tStreamTable& table);
+    void mergeChanged(const tDatagramCounts& table);
     void makeRoom(std::size_t rows);
     std::uint32_t takeOut(std::uint32_t stream, std::vector<tUdpMulticast>& taken);
     void put(std::size_t position, tUdpMulticast&& row, std::uint32_t stream);
-    void updateLengths(const tStreamTable& table);
+    void updateLengths(const tDatagramCounts& table);
 
     std::vector<tUdpMulticast> m_udpsInfoOut;
     std::vector<std::uint32_t> m_streamAt, m_positionOf;  // between positions in m_udpsInfoOut and places in the table

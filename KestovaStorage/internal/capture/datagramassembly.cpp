@@ -73,7 +73,7 @@ bool tDatagramAssembly::takeStart(const tCaptureRecord& record, bool moreFragmen
     const std::size_t length = claimedBehind(record, headers);
     datagram.source = ipAddress(record, offsetof(tIPHeader, src_ip));
     datagram.sourcePort = udpPort(udpHead, offsetof(tUDPHeader, src_port));
-    datagram.stream = streamKey(ipAddress(record, offsetof(tIPHeader, dst_ip)), m_lastPort);
+    datagram.stream = destination(ipAddress(record, offsetof(tIPHeader, dst_ip)), m_lastPort);
     datagram.payload = wholePayload(record, cUdpPayloadPos, length);
     datagram.length = static_cast<int>(length);
     return true;
@@ -88,14 +88,14 @@ bool tDatagramAssembly::takeContinuation(const tCaptureRecord& record, bool more
     std::string* bytes = nullptr;
     switch (m_pending.finish(id, piece, bytes))
     {
-    case tPendingDatagrams::eEnd::eUnknown:
+    case tReassembly::eEnd::eUnknown:
         return takeOrphan(record, piece, datagram);
-    case tPendingDatagrams::eEnd::eEmpty:
+    case tReassembly::eEnd::eEmpty:
         ++m_counts.subErr;
         return false;
-    case tPendingDatagrams::eEnd::eLost:
+    case tReassembly::eEnd::eLost:
         return drop();
-    case tPendingDatagrams::eEnd::eWhole:
+    case tReassembly::eEnd::eWhole:
         break;
     }
     return takeReassembled(record, *bytes, datagram);
@@ -119,7 +119,7 @@ bool tDatagramAssembly::takeReassembled(const tCaptureRecord& record, std::strin
     m_lastPort = udpPort(bytes.data(), offsetof(tUDPHeader, dst_port));
     datagram.source = ipAddress(record, offsetof(tIPHeader, src_ip));
     datagram.sourcePort = udpPort(bytes.data(), offsetof(tUDPHeader, src_port));
-    datagram.stream = streamKey(ipAddress(record, offsetof(tIPHeader, dst_ip)), m_lastPort);
+    datagram.stream = destination(ipAddress(record, offsetof(tIPHeader, dst_ip)), m_lastPort);
     datagram.payload = bytes.data() + sizeof(tUDPHeader);
     datagram.length = static_cast<int>(bytes.size() - sizeof(tUDPHeader));
     return true;

@@ -18,9 +18,9 @@ struct tDatagram
 {
     std::uint32_t source;  // as a number: 127.0.0.1 is 0x7F000001
     std::uint16_t sourcePort;
-    tStreamKey stream;  // where it went
-    char* payload;      // valid until the next record; payload[length] may be written to, and is to be put back
-    int length;         // above or, for a datagram without payload, equal to 0
+    tDestination stream;  // where it went
+    char* payload;        // valid until the next record; payload[length] may be written to, and is to be put back
+    int length;           // above or, for a datagram without payload, equal to 0
 };
 
 struct tAssemblyCounts
@@ -50,7 +50,7 @@ private:
     char* wholePayload(const tCaptureRecord& record, std::size_t pos, std::size_t len);
     bool drop();
 
-    tPendingDatagrams m_pending;
+    tReassembly m_pending;
     std::string m_padded;          // the payload of a record that does not hold all of it
     std::uint16_t m_lastPort = 0;  // where the datagram before went
     tAssemblyCounts m_counts;

@@ -10,7 +10,7 @@ std::uint64_t lengthKey(std::uint32_t stream, std::uint32_t length)
 }
 }  // namespace
 
-void tStreamTable::clear()
+void tDatagramCounts::clear()
 {
     m_streams.clear();
     m_lengths.clear();
@@ -22,7 +22,7 @@ void tStreamTable::clear()
     m_touched = 0;
 }
 
-const tStream& tStreamTable::count(tStreamKey key, std::uint32_t length, eKind kind)
+const tStream& tDatagramCounts::count(tDestination key, std::uint32_t length, eKind kind)
 {
     ++m_touched;
     const std::uint32_t place = m_lastStream = streamOf(key);
@@ -39,18 +39,18 @@ const tStream& tStreamTable::count(tStreamKey key, std::uint32_t length, eKind k
     return stream;
 }
 
-std::uint32_t tStreamTable::streamOf(tStreamKey key)
+std::uint32_t tDatagramCounts::streamOf(tDestination key)
 {
     if (m_lastStream < m_streams.size() && m_streams[m_lastStream].key == key)
         return m_lastStream;
     const auto fresh = static_cast<std::uint32_t>(m_streams.size());
     const std::uint32_t place = m_streamIndex.placeOf(key, fresh, [this](auto at) { return m_streams[at].key; });
     if (place == fresh)
-        m_streams.push_back({key, 0, 0, UINT32_MAX, 0, destinationOf(key), false});
+        m_streams.push_back({key, 0, 0, UINT32_MAX, 0, trafficTo(key), false});
     return place;
 }
 
-std::uint32_t tStreamTable::lengthOf(std::uint32_t stream, std::uint32_t length)
+std::uint32_t tDatagramCounts::lengthOf(std::uint32_t stream, std::uint32_t length)
 {
     const std::uint32_t last = m_streams[stream].lastLength;
     if (last < m_lengths.size() && m_lengths[last].length == length)
@@ -63,7 +63,7 @@ std::uint32_t tStreamTable::lengthOf(std::uint32_t stream, std::uint32_t length)
     return place;
 }
 
-void tStreamTable::countLength(std::uint32_t place)
+void tDatagramCounts::countLength(std::uint32_t place)
 {
     tLengthCount& length = m_lengths[place];
     ++length.occurrences;
@@ -73,7 +73,7 @@ void tStreamTable::countLength(std::uint32_t place)
     length.changed = true;
 }
 
-void tStreamTable::forgetChanges()
+void tDatagramCounts::forgetChanges()
 {
     for (const std::uint32_t place : m_changedStreams)
         m_streams[place].changed = false;

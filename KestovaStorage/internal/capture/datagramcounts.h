@@ -1,5 +1,5 @@
-// tStreamTable: what was seen of every stream, in a form that costs two look-ups a datagram. How it is shown is the
-// business of tStreamReport, which takes from here what has changed since it last looked.
+// tDatagramCounts: what was seen of every stream, in a form that costs two look-ups a datagram. How it is shown is the
+// business of tCountReport, which takes from here what has changed since it last looked.
 #ifndef KESTOVA_STORAGE_CAPTURE_DATAGRAMCOUNTS_H
 #define KESTOVA_STORAGE_CAPTURE_DATAGRAMCOUNTS_H
 
@@ -14,12 +14,12 @@ namespace pcap
 {
 struct tStream
 {
-    tStreamKey key;
+    tDestination key;
     std::uint64_t touched;     // number of the datagram that came last: equal counts show the latest first
     std::uint32_t count;       // datagrams
     std::uint32_t lastLength;  // place in lengths() of the datagram that came last
     std::uint16_t kinds;       // bit n: kind n was seen
-    eDestination destination;
+    eTraffic traffic;
     bool changed;  // listed in changedStreams()
 };
 
@@ -31,12 +31,12 @@ struct tLengthCount
     bool changed;  // listed in changedLengths()
 };
 
-class tStreamTable
+class tDatagramCounts
 {
 public:
     void clear();
     // Counts one datagram. What is returned is valid until the next call.
-    const tStream& count(tStreamKey key, std::uint32_t length, eKind kind);
+    const tStream& count(tDestination key, std::uint32_t length, eKind kind);
 
     const std::vector<tStream>& streams() const { return m_streams; }  // in order of first appearance
     const std::vector<tLengthCount>& lengths() const { return m_lengths; }
@@ -46,7 +46,7 @@ public:
     void forgetChanges();
 
 private:
-    std::uint32_t streamOf(tStreamKey key);
+    std::uint32_t streamOf(tDestination key);
     std::uint32_t lengthOf(std::uint32_t stream, std::uint32_t length);
     void countLength(std::uint32_t place);
 

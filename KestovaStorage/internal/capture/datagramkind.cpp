@@ -6,33 +6,33 @@ namespace pcap
 {
 namespace
 {
-constexpr tStreamKey cRadarCtrl = streamKey(234, 5, 8, 24, 35096), cRadarState = streamKey(234, 5, 8, 25, 35097);
+constexpr tDestination cRadarCtrl = destination(234, 5, 8, 24, 35096), cRadarState = destination(234, 5, 8, 25, 35097);
 
 constexpr std::string_view cInsPrefixes[] = {"$HEROT", "$SNATT", "$GNZDA", "$GNGLL", "$GNVTG", "$HEHDT"};
 
 constexpr struct
 {
-    tStreamKey stream;
-    eDestination destination;
-} cDestinations[] = {{streamKey(234, 5, 8, 29, 35101), eDestination::eTargets},
-                     {streamKey(234, 5, 8, 29, 35102), eDestination::eTargets},
-                     {streamKey(224, 0, 1, 60, 6000), eDestination::eLocalTargets},
-                     {streamKey(234, 5, 8, 23, 35095), eDestination::eSpokes},
-                     {streamKey(192, 168, 0, 87, 12345), eDestination::eControl},
-                     {streamKey(192, 168, 0, 87, 12346), eDestination::eControl},
-                     {streamKey(192, 168, 0, 87, 10063), eDestination::eControl},
-                     {streamKey(192, 168, 0, 87, 35096), eDestination::eControl},
-                     {streamKey(192, 168, 0, 33, 20844), eDestination::eSensor},
-                     {streamKey(192, 168, 20, 109, 12800), eDestination::eSensor},
-                     {streamKey(234, 1, 2, 3, 34123), eDestination::eSensor},
-                     {streamKey(192, 168, 1, 255, 12005), eDestination::eSensor},
-                     {streamKey(224, 100, 100, 10, 20840), eDestination::eSensor},
-                     {streamKey(224, 100, 100, 30, 20842), eDestination::eSensor},
-                     {streamKey(235, 0, 0, 1, 20481), eDestination::eSensor},
-                     {streamKey(255, 255, 255, 255, 12800), eDestination::eSensor},
-                     {streamKey(255, 255, 255, 255, 34123), eDestination::eSensor},
-                     {streamKey(255, 255, 255, 255, 8080), eDestination::eSensor},
-                     {streamKey(224, 0, 2, 10, 10101), eDestination::eLocalSensor}};
+    tDestination stream;
+    eTraffic traffic;
+} cDestinations[] = {{destination(234, 5, 8, 29, 35101), eTraffic::eTargets},
+                     {destination(234, 5, 8, 29, 35102), eTraffic::eTargets},
+                     {destination(224, 0, 1, 60, 6000), eTraffic::eLocalTargets},
+                     {destination(234, 5, 8, 23, 35095), eTraffic::eSpokes},
+                     {destination(192, 168, 0, 87, 12345), eTraffic::eControl},
+                     {destination(192, 168, 0, 87, 12346), eTraffic::eControl},
+                     {destination(192, 168, 0, 87, 10063), eTraffic::eControl},
+                     {destination(192, 168, 0, 87, 35096), eTraffic::eControl},
+                     {destination(192, 168, 0, 33, 20844), eTraffic::eSensor},
+                     {destination(192, 168, 20, 109, 12800), eTraffic::eSensor},
+                     {destination(234, 1, 2, 3, 34123), eTraffic::eSensor},
+                     {destination(192, 168, 1, 255, 12005), eTraffic::eSensor},
+                     {destination(224, 100, 100, 10, 20840), eTraffic::eSensor},
+                     {destination(224, 100, 100, 30, 20842), eTraffic::eSensor},
+                     {destination(235, 0, 0, 1, 20481), eTraffic::eSensor},
+                     {destination(255, 255, 255, 255, 12800), eTraffic::eSensor},
+                     {destination(255, 255, 255, 255, 34123), eTraffic::eSensor},
+                     {destination(255, 255, 255, 255, 8080), eTraffic::eSensor},
+                     {destination(224, 0, 2, 10, 10101), eTraffic::eLocalSensor}};
 
 // `text` ends before the payload's first zero byte. Kept: a spoke's mark is compared as a text of one byte, so it is
 // recognised only where a zero follows it.
@@ -49,7 +49,7 @@ const char* kindText(eKind kind)
     return cTexts[static_cast<std::size_t>(kind)];
 }
 
-eKind udpType(tStreamKey stream, std::string_view payload)
+eKind udpType(tDestination stream, std::string_view payload)
 {
     const std::string_view start = payload.substr(0, cRattmPrefix.size());  // nothing looks further
     const std::string_view text = start.substr(0, start.find('\0'));
@@ -71,9 +71,9 @@ eKind udpType(tStreamKey stream, std::string_view payload)
     return std::ranges::find(cInsPrefixes, talker) != std::end(cInsPrefixes) ? eKind::eIns : eKind::eUnknow;
 }
 
-eDestination destinationOf(tStreamKey stream)
+eTraffic trafficTo(tDestination stream)
 {
     const auto* const found = std::ranges::find(cDestinations, stream, [](const auto& entry) { return entry.stream; });
-    return found != std::end(cDestinations) ? found->destination : eDestination::eOther;
+    return found != std::end(cDestinations) ? found->traffic : eTraffic::eOther;
 }
 }  // namespace pcap

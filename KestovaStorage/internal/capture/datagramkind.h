@@ -29,10 +29,10 @@ const char* kindText(eKind kind);  // as statistics show it
 
 // The kind of a payload. std::out_of_range for one of a spoke's length (542, 2078, 2620) whose first or second byte is
 // zero: its text, which ends before the first zero byte, has no third place to look at.
-eKind udpType(tStreamKey stream, std::string_view payload);
+eKind udpType(tDestination stream, std::string_view payload);
 
 // What the datagrams to an address are counted as at the end of a read.
-enum class eDestination : std::uint8_t
+enum class eTraffic : std::uint8_t
 {
     eOther,
     eTargets,       // target messages of the radar's own processor
@@ -43,7 +43,7 @@ enum class eDestination : std::uint8_t
     eLocalSensor
 };
 
-eDestination destinationOf(tStreamKey stream);
+eTraffic trafficTo(tDestination stream);
 
 constexpr int cSpokeLength = 542, cOriSpokeLength = 2078, cSpokeOriSpokeLength = 2620;
 constexpr std::string_view cRattmPrefix = "\xA0\x04$RATTM", cRhttmPrefix = "\xA0\x04$RHTTM";

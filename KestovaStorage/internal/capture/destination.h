@@ -1,4 +1,4 @@
-// tStreamKey: where a datagram went, as one number. What belongs to no address is a stream apart from 0.0.0.0.
+// tDestination: where a datagram went, as one number. What belongs to no address is a stream apart from 0.0.0.0.
 #ifndef KESTOVA_STORAGE_CAPTURE_DESTINATION_H
 #define KESTOVA_STORAGE_CAPTURE_DESTINATION_H
 
@@ -12,22 +12,22 @@
 
 namespace pcap
 {
-using tStreamKey = std::uint64_t;
+using tDestination = std::uint64_t;
 
-constexpr tStreamKey cNoAddress = std::uint64_t{1} << 48;
+constexpr tDestination cNoAddress = std::uint64_t{1} << 48;
 
 // `address` as a number: 127.0.0.1 is 0x7F000001.
-constexpr tStreamKey streamKey(std::uint32_t address, std::uint16_t port)
+constexpr tDestination destination(std::uint32_t address, std::uint16_t port)
 {
     return std::uint64_t{address} << 16 | port;
 }
 
-constexpr tStreamKey streamKey(unsigned a, unsigned b, unsigned c, unsigned d, std::uint16_t port)
+constexpr tDestination destination(unsigned a, unsigned b, unsigned c, unsigned d, std::uint16_t port)
 {
-    return streamKey(a << 24 | b << 16 | c << 8 | d, port);
+    return destination(a << 24 | b << 16 | c << 8 | d, port);
 }
 
-constexpr int portOf(tStreamKey key)
+constexpr int portOf(tDestination key)
 {
     return static_cast<int>(key & 0xFFFF);
 }
@@ -46,7 +46,7 @@ inline std::string addressText(std::uint32_t address)
     return text;
 }
 
-inline std::string addressTextOf(tStreamKey key)
+inline std::string addressTextOf(tDestination key)
 {
     return (key & cNoAddress) != 0 ? std::string() : addressText(static_cast<std::uint32_t>(key >> 16));
 }

@@ -4,28 +4,28 @@
 
 namespace pcap
 {
-bool tMessageCounts::add(eDestination destination, std::string_view payload)
+bool tMessageCounts::add(eTraffic traffic, std::string_view payload)
 {
-    switch (destination)
+    switch (traffic)
     {
-    case eDestination::eTargets:
+    case eTraffic::eTargets:
         m_raTtm += payload.starts_with(cRattmPrefix);
         return true;
-    case eDestination::eLocalTargets:
+    case eTraffic::eLocalTargets:
         m_lhTtm += payload.starts_with(cRattmPrefix);
         return true;
-    case eDestination::eSpokes:
+    case eTraffic::eSpokes:
         return addSpoke(payload.size());
-    case eDestination::eControl:
+    case eTraffic::eControl:
         ++m_lhCtrl;
         return true;
-    case eDestination::eSensor:
+    case eTraffic::eSensor:
         ++m_ins;
         return true;
-    case eDestination::eLocalSensor:
+    case eTraffic::eLocalSensor:
         ++m_lhIns;
         return true;
-    case eDestination::eOther:
+    case eTraffic::eOther:
         break;
     }
     return true;

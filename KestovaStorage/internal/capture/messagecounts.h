@@ -13,7 +13,7 @@ class tMessageCounts
 public:
     // Counts one payload; false for those that are never delivered: raw spokes (2078 and 2620 bytes) to the spokes'
     // address.
-    bool add(eDestination destination, std::string_view payload);
+    bool add(eTraffic traffic, std::string_view payload);
     void print(int subErr) const;  // to standard output
 
 private:

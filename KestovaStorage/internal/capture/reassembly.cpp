@@ -6,7 +6,7 @@
 
 namespace pcap
 {
-void tPendingDatagrams::begin(std::uint16_t id, const tPiece& piece)
+void tReassembly::begin(std::uint16_t id, const tPiece& piece)
 {
     forget(id);
     forgetAllBeyondLimit(piece);
@@ -19,14 +19,14 @@ void tPendingDatagrams::begin(std::uint16_t id, const tPiece& piece)
     grow(m_pending.insert(std::move(m_spare)).position->second, piece);
 }
 
-void tPendingDatagrams::forget(std::uint16_t id)
+void tReassembly::forget(std::uint16_t id)
 {
     const auto place = m_pending.find(id);
     if (place != m_pending.end())
         release(place);
 }
 
-bool tPendingDatagrams::append(std::uint16_t id, const tPiece& piece)
+bool tReassembly::append(std::uint16_t id, const tPiece& piece)
 {
     const auto place = m_pending.find(id);
     if (place == m_pending.end())
@@ -36,7 +36,7 @@ bool tPendingDatagrams::append(std::uint16_t id, const tPiece& piece)
     return true;
 }
 
-bool tPendingDatagrams::forgetAllBeyondLimit(const tPiece& piece)
+bool tReassembly::forgetAllBeyondLimit(const tPiece& piece)
 {
     if (m_total + piece.claimed <= cTotalLimit)
         return false;
@@ -45,7 +45,7 @@ bool tPendingDatagrams::forgetAllBeyondLimit(const tPiece& piece)
     return true;
 }
 
-tPendingDatagrams::eEnd tPendingDatagrams::finish(std::uint16_t id, const tPiece& piece, std::string*& datagram)
+tReassembly::eEnd tReassembly::finish(std::uint16_t id, const tPiece& piece, std::string*& datagram)
 {
     const auto place = m_pending.find(id);
     if (place == m_pending.end())
@@ -59,7 +59,7 @@ tPendingDatagrams::eEnd tPendingDatagrams::finish(std::uint16_t id, const tPiece
     return !lost ? eEnd::eWhole : before == 0 && !m_spare.mapped().givenUp ? eEnd::eEmpty : eEnd::eLost;
 }
 
-void tPendingDatagrams::grow(tPending& pending, const tPiece& piece)
+void tReassembly::grow(tPending& pending, const tPiece& piece)
 {
     m_total -= pending.bytes.capacity();
     pending.givenUp = pending.givenUp || pending.bytes.size() + piece.claimed > cDatagramLimit;
@@ -70,7 +70,7 @@ void tPendingDatagrams::grow(tPending& pending, const tPiece& piece)
     m_total += pending.bytes.capacity();
 }
 
-void tPendingDatagrams::release(tPendingMap::iterator place)
+void tReassembly::release(tPendingMap::iterator place)
 {
     m_total -= place->second.bytes.capacity();
     m_spare = m_pending.extract(place);

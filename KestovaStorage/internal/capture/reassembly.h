@@ -1,4 +1,4 @@
-// tPendingDatagrams: datagrams of which some fragments were seen, by their identification alone. Fragments are joined
+// tReassembly: datagrams of which some fragments were seen, by their identification alone. Fragments are joined
 // in the order in which they come.
 //
 // Memory   what is pending, each datagram up to cDatagramLimit and all together up to cTotalLimit: captures cut to a
@@ -28,7 +28,7 @@ struct tPiece
     }
 };
 
-class tPendingDatagrams
+class tReassembly
 {
 public:
     // The 13 bits of a fragment's offset reach to 65,528: nothing that was sent comes near this.

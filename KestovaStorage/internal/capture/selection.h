@@ -1,4 +1,4 @@
-// tStreamSelection: the streams that an application asked for.
+// tSelection: the streams that an application asked for.
 #ifndef KESTOVA_STORAGE_CAPTURE_SELECTION_H
 #define KESTOVA_STORAGE_CAPTURE_SELECTION_H
 
@@ -12,7 +12,7 @@
 
 namespace pcap
 {
-class tStreamSelection
+class tSelection
 {
 public:
     // Pairs of dotted address and port. A text that no address is written as selects nothing, and is a selection.
@@ -24,17 +24,17 @@ public:
         {
             const std::uint32_t asSent = net::transAddr(text.c_str());
             if (net::transAddr(asSent) == text && port >= 0 && port <= 0xFFFF)
-                m_keys.push_back(streamKey(be::load<std::uint32_t>(&asSent), static_cast<std::uint16_t>(port)));
+                m_keys.push_back(destination(be::load<std::uint32_t>(&asSent), static_cast<std::uint16_t>(port)));
         }
         std::ranges::sort(m_keys);
     }
 
     bool empty() const { return m_empty; }
-    bool contains(tStreamKey key) const { return std::ranges::binary_search(m_keys, key); }
+    bool contains(tDestination key) const { return std::ranges::binary_search(m_keys, key); }
 
 private:
     bool m_empty = true;
-    std::vector<tStreamKey> m_keys;
+    std::vector<tDestination> m_keys;
 };
 }  // namespace pcap
 

@@ -15,7 +15,7 @@ constexpr unsigned cMostBitsJoined = 56;  // what a word takes beside 7 bits of 
 constexpr std::uint64_t cNoEntry = 63;    // no code, or too long a pair: its length alone exceeds what can be joined
 
 // `bits` holds the `count` bits (0 to 7) of the byte at `out`.
-struct tByteEnd
+struct tByteAppender
 {
     std::uint64_t bits;
     unsigned count;
@@ -33,7 +33,7 @@ struct tByteEnd
 };
 
 // `bits` holds the `count` bits (0 to 63) of the unit at `out`.
-struct tUnitEnd
+struct tUnitAppender
 {
     std::uint64_t bits;
     unsigned count;

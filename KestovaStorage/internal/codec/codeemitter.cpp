@@ -116,20 +116,20 @@ KESTOVA_INLINE std::size_t emitAll(const tEntries entries, bool longGroups, cons
 
 // Pairs where there are any.
 KESTOVA_INLINE std::size_t emitAny(const std::uint64_t* pairs, bool longGroups, const std::uint64_t* singles,
-                                   const unsigned char* data, std::size_t len, tByteEnd& end)
+                                   const unsigned char* data, std::size_t len, tByteAppender& end)
 {
     return pairs != nullptr ? emitAll(tPairs{pairs}, longGroups, singles, data, len, end)
                             : emitAll(tSingles{singles}, longGroups, singles, data, len, end);
 }
 
 std::size_t emitPortable(const std::uint64_t* pairs, bool longGroups, const std::uint64_t* singles,
-                         const unsigned char* data, std::size_t len, tByteEnd& end)
+                         const unsigned char* data, std::size_t len, tByteAppender& end)
 {
     return emitAny(pairs, longGroups, singles, data, len, end);
 }
 
 KESTOVA_WITH_BMI2 std::size_t emitBmi2(const std::uint64_t* pairs, bool longGroups, const std::uint64_t* singles,
-                                       const unsigned char* data, std::size_t len, tByteEnd& end)
+                                       const unsigned char* data, std::size_t len, tByteAppender& end)
 {
     return emitAny(pairs, longGroups, singles, data, len, end);
 }
@@ -139,7 +139,7 @@ KESTOVA_INLINE tCodeEmitter::tEmitted emitShort(bool longGroups, const std::uint
                                                 const unsigned char* data, std::size_t len, tPartialUnit& carry,
                                                 unsigned char* out)
 {
-    tUnitEnd end{carry.bits, carry.count, out};
+    tUnitAppender end{carry.bits, carry.count, out};
     const std::size_t done = emitAll(tSingles{singles}, longGroups, singles, data, len, end);
     carry = {end.bits, end.count};
     return {done, end.out};
@@ -235,7 +235,7 @@ tCodeEmitter::tEmitted tCodeEmitter::emitLong(const unsigned char* data, std::si
     if (!m_fast)
         return emitExact(data, len, carry, out);
     le::store(out, carry.bits);
-    tByteEnd end{carry.bits >> (carry.count & 56), carry.count & 7, out + carry.count / 8};
+    tByteAppender end{carry.bits >> (carry.count & 56), carry.count & 7, out + carry.count / 8};
     std::size_t done = m_vectors ? emitVectors(m_vectorTables, m_longVectors, m_singles.data(), data, len, end) : 0;
     const auto emitWith = usesBmi2(m_instructions) ? emitBmi2 : emitPortable;
     const std::uint64_t* const pairs = m_pairs.empty() ? nullptr : m_pairs.data();

@@ -98,7 +98,7 @@ KESTOVA_VECTORS_INLINE void store(const tJoined& joined, tQuads& quads)
 
 // Returns how many of the 64 bytes were done.
 KESTOVA_VECTORS_INLINE std::size_t emitQuads(const tJoined& joined, const std::uint64_t* singles,
-                                             const unsigned char* data, tByteEnd& end)
+                                             const unsigned char* data, tByteAppender& end)
 {
     tQuads quads;
     store(joined, quads);
@@ -119,7 +119,7 @@ KESTOVA_VECTORS_INLINE std::size_t emitQuads(const tJoined& joined, const std::u
 }
 
 // Joins quads two by two; false, and nothing emitted, where two do not fit in a word.
-KESTOVA_VECTORS_INLINE bool emitOcts(const tJoined& joined, tByteEnd& end)
+KESTOVA_VECTORS_INLINE bool emitOcts(const tJoined& joined, tByteAppender& end)
 {
     const __m512i evenLengths = _mm512_and_si512(joined.lengths, _mm512_set1_epi64(0xffffffff));
     const __m512i lengths = _mm512_add_epi64(evenLengths, _mm512_srli_epi64(joined.lengths, 32));
@@ -142,10 +142,10 @@ bool hasVectorEmitter()
 }
 
 KESTOVA_VECTORS std::size_t emitVectors(const tVectorTables& tables, bool longGroups, const std::uint64_t* singles,
-                                        const unsigned char* data, std::size_t len, tByteEnd& end)
+                                        const unsigned char* data, std::size_t len, tByteAppender& end)
 {
     const tTable low = tableOf(tables.low), high = tableOf(tables.high), length = tableOf(tables.length);
-    tByteEnd stream = end;  // a copy of its own stays in registers
+    tByteAppender stream = end;  // a copy of its own stays in registers
     std::size_t i = 0;
     while (len - i >= cStep)
     {
@@ -166,7 +166,8 @@ bool hasVectorEmitter()
     return false;
 }
 
-std::size_t emitVectors(const tVectorTables&, bool, const std::uint64_t*, const unsigned char*, std::size_t, tByteEnd&)
+std::size_t emitVectors(const tVectorTables&, bool, const std::uint64_t*, const unsigned char*, std::size_t,
+                        tByteAppender&)
 {
     return 0;
 }

@@ -29,7 +29,7 @@ bool hasVectorEmitter();
 // Emits while 64 bytes are left; returns how many bytes were done, fewer if one has no code. `longGroups`: eight codes
 // usually fit in a word.
 std::size_t emitVectors(const tVectorTables& tables, bool longGroups, const std::uint64_t* singles,
-                        const unsigned char* data, std::size_t len, tByteEnd& end);
+                        const unsigned char* data, std::size_t len, tByteAppender& end);
 }  // namespace huffman
 
 #endif

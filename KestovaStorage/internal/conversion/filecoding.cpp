@@ -168,7 +168,7 @@ class tCounting
 public:
     tCounting(tDataFileReader& plain, huffman::tHuffmanEncode& encoder) : m_plain(plain), m_encoder(encoder) {}
 
-    tPieceWork::tPiece piece()
+    tSharedPieces::tPiece piece()
     {
         return [this](auto first, auto last, auto& error) { return count(first, last, error); };
     }
@@ -208,7 +208,7 @@ bool countSegments(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, con
 {
     huffman::tHuffmanEncode aside(huffman::eSegmentMode);
     tCounting here(plain, encoder), there(plain, aside);
-    tPieceWork work(plain, there.piece());
+    tSharedPieces work(plain, there.piece());
     work.available(plain.index().size());
     return work.finish(here.piece(), goOn, error) && encoder.PreReadAdd(aside);
 }

@@ -17,7 +17,7 @@ std::uint64_t storedBytes(tFileHeadSymbol symbol, const tIndexSlot& slot)
     return symbol == cDataFileHead ? decodeNormal(slot).len : decodeEncoded(slot).huffmanBits / 8;
 }
 
-std::optional<std::uint64_t> tried(const tPieceWork::tPiece& piece, std::size_t first, std::size_t last,
+std::optional<std::uint64_t> tried(const tSharedPieces::tPiece& piece, std::size_t first, std::size_t last,
                                    std::string& error)
 try
 {
@@ -30,7 +30,7 @@ catch (const std::bad_alloc&)
 }
 }  // namespace
 
-tPieceWork::tPieceWork(const tDataFileReader& file, tPiece there) : m_file(file)
+tSharedPieces::tSharedPieces(const tDataFileReader& file, tPiece there) : m_file(file)
 {
     try
     {
@@ -42,12 +42,12 @@ tPieceWork::tPieceWork(const tDataFileReader& file, tPiece there) : m_file(file)
     }
 }
 
-void tPieceWork::available(std::size_t records)
+void tSharedPieces::available(std::size_t records)
 {
     m_worker.wake([&] { m_available = records; });
 }
 
-void tPieceWork::work(const tPiece& there)
+void tSharedPieces::work(const tPiece& there)
 {
     tWorker::tLock held = m_worker.lock();
     while (m_worker.wait(held, [this] { return isTakeable(); }))
@@ -55,7 +55,7 @@ void tPieceWork::work(const tPiece& there)
 }
 
 // The next piece; isTakeable().
-tPieceWork::tRange tPieceWork::take()
+tSharedPieces::tRange tSharedPieces::take()
 {
     const std::size_t first = m_next;
     for (std::uint64_t bytes = 0; m_next < m_available && bytes < cPieceBytes; ++m_next)
@@ -63,7 +63,7 @@ tPieceWork::tRange tPieceWork::take()
     return {first, m_next};
 }
 
-void tPieceWork::deal(tWorker::tLock& held, const tPiece& piece)
+void tSharedPieces::deal(tWorker::tLock& held, const tPiece& piece)
 {
     const tRange range = take();
     ++m_busy;
@@ -79,7 +79,7 @@ void tPieceWork::deal(tWorker::tLock& held, const tPiece& piece)
     m_worker.notify();
 }
 
-bool tPieceWork::finish(const tPiece& here, const tGoOn& goOn, std::string& error)
+bool tSharedPieces::finish(const tPiece& here, const tGoOn& goOn, std::string& error)
 {
     tWorker::tLock held = m_worker.lock();
     do

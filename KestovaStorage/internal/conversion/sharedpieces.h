@@ -1,4 +1,4 @@
-// tPieceWork: the records of a file dealt with piece by piece, by a thread of its own and by the caller.
+// tSharedPieces: the records of a file dealt with piece by piece, by a thread of its own and by the caller.
 //
 // Shapes   a piece is the records `first` up to `last`, about a MiB of them. Each of the two threads takes the next one
 //          as soon as it is there, so that pieces may be dealt with while later ones are still being made.
@@ -21,7 +21,7 @@ namespace storage
 // Called now and then with how many bytes have been dealt with; false ends the work.
 using tGoOn = std::function<bool(std::uint64_t bytes)>;
 
-class tPieceWork
+class tSharedPieces
 {
 public:
     // Deals with one piece: the bytes of payload in it, or nothing and a reason in `error`. Two of them, which share
@@ -29,10 +29,10 @@ public:
     using tPiece = std::function<std::optional<std::uint64_t>(std::size_t first, std::size_t last, std::string& error)>;
 
     // `there`: what the thread does with a piece. The file stays open.
-    tPieceWork(const tDataFileReader& file, tPiece there);
-    ~tPieceWork() { m_worker.stop(); }
-    tPieceWork(const tPieceWork&) = delete;
-    tPieceWork& operator=(const tPieceWork&) = delete;
+    tSharedPieces(const tDataFileReader& file, tPiece there);
+    ~tSharedPieces() { m_worker.stop(); }
+    tSharedPieces(const tSharedPieces&) = delete;
+    tSharedPieces& operator=(const tSharedPieces&) = delete;
 
     void available(std::size_t records);  // so many may be dealt with by now
     // All records are available: deals with pieces by `here` until none is left.

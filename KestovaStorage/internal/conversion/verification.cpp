@@ -13,24 +13,24 @@ tDataFileReader& withCodes(tDataFileReader& file)
 }
 }  // namespace
 
-tSegmentComparison::tSegmentComparison(tDataFileReader& source, const std::string& writtenPath)
+tVerification::tVerification(tDataFileReader& source, const std::string& writtenPath)
     : m_source(withCodes(source)), m_writtenPath(writtenPath), m_work(m_source, pieceFor(m_there))
 {}
 
-bool tSegmentComparison::finish(const tGoOn& goOn, std::string& error)
+bool tVerification::finish(const tGoOn& goOn, std::string& error)
 {
     return m_work.finish(pieceFor(m_here), goOn, error);
 }
 
-tPieceWork::tPiece tSegmentComparison::pieceFor(tHand& hand)
+tSharedPieces::tPiece tVerification::pieceFor(tHand& hand)
 {
     return [this, &hand](std::size_t first, std::size_t last, std::string& error) {
         return compare(hand, first, last, error);
     };
 }
 
-std::optional<std::uint64_t> tSegmentComparison::compare(tHand& hand, std::size_t first, std::size_t last,
-                                                         std::string& error)
+std::optional<std::uint64_t> tVerification::compare(tHand& hand, std::size_t first, std::size_t last,
+                                                    std::string& error)
 {
     error = "the result cannot be read back";
     if (!readBack(hand, first, last))
@@ -50,7 +50,7 @@ std::optional<std::uint64_t> tSegmentComparison::compare(tHand& hand, std::size_
 }
 
 // The index of a piece, as it stands in the file, and what it says is there.
-bool tSegmentComparison::readBack(tHand& hand, std::size_t first, std::size_t last)
+bool tVerification::readBack(tHand& hand, std::size_t first, std::size_t last)
 {
     if (!hand.file)
         hand.file = tDataFileReader::openBare(m_writtenPath);

@@ -1,4 +1,4 @@
-// tSegmentComparison: reads back what a conversion writes, record by record, while it is being written, and compares it
+// tVerification: reads back what a conversion writes, record by record, while it is being written, and compares it
 // with what it was made from.
 //
 // Owner    the source and the written file stay where they are as long as this lives.
@@ -17,10 +17,10 @@
 
 namespace storage
 {
-class tSegmentComparison
+class tVerification
 {
 public:
-    tSegmentComparison(tDataFileReader& source, const std::string& writtenPath);
+    tVerification(tDataFileReader& source, const std::string& writtenPath);
 
     // So many records are in the written file now, with their index.
     void stored(std::size_t records) { m_work.available(records); }
@@ -36,14 +36,14 @@ private:
         std::vector<tIndexSlot> slots;          // of the piece, as they were written
     };
 
-    tPieceWork::tPiece pieceFor(tHand& hand);
+    tSharedPieces::tPiece pieceFor(tHand& hand);
     std::optional<std::uint64_t> compare(tHand& hand, std::size_t first, std::size_t last, std::string& error);
     bool readBack(tHand& hand, std::size_t first, std::size_t last);
 
     tDataFileReader& m_source;
     const std::string m_writtenPath;
     tHand m_here, m_there;
-    tPieceWork m_work;
+    tSharedPieces m_work;
 };
 }  // namespace storage
 

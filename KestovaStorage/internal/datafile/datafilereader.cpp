@@ -143,7 +143,7 @@ void tDataFileReader::readIndex(std::uint32_t indexNum)
     const std::uint64_t room = m_size > cIndexPos ? (m_size - cIndexPos) / cIndexSlotSize : 0;
     const auto count = static_cast<std::size_t>(std::min({said, room, std::uint64_t{cIndexCapacity}}));
     m_damaged = m_finished ? static_cast<std::size_t>(said) - count : 0;
-    m_index = tSlotArray(count);
+    m_index = tIndexArray(count);
     bool more = true;
     for (std::size_t place = 0; more && place < count; place += cPiece)
         more = readPiece(place, std::min(cPiece, count - place));

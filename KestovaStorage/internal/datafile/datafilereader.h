@@ -81,7 +81,7 @@ private:
     std::size_t m_longestRun = 0;
     std::size_t m_damaged = 0;
     std::size_t m_run = 0;  // of equal times, up to the last record kept
-    tSlotArray m_index;
+    tIndexArray m_index;
     std::size_t m_count = 0;
 };
 }  // namespace storage

@@ -1,4 +1,4 @@
-// tSlotArray: memory for many index records; what is never touched costs nothing, what is no longer needed goes back.
+// tIndexArray: memory for many index records; what is never touched costs nothing, what is no longer needed goes back.
 //
 // A full index fills some 10 MB: large arrays come straight from the kernel, in huge pages where it has them, which
 // halves the time of opening a file. Small ones come from the heap, so that a hundred thousand files can be open.
@@ -15,20 +15,20 @@
 
 namespace storage
 {
-class tSlotArray
+class tIndexArray
 {
 public:
-    tSlotArray() = default;
+    tIndexArray() = default;
     // Contents are undefined; std::bad_alloc where there is no memory.
-    explicit tSlotArray(std::size_t count)
+    explicit tIndexArray(std::size_t count)
     {
         if (count < cLargeFrom)
             m_small.reset(new tIndexSlot[count]);
         else
             m_large.resize(count * cIndexSlotSize);
     }
-    tSlotArray(tSlotArray&& other) noexcept : m_small(std::move(other.m_small)) { m_large.swap(other.m_large); }
-    tSlotArray& operator=(tSlotArray&& other) noexcept
+    tIndexArray(tIndexArray&& other) noexcept : m_small(std::move(other.m_small)) { m_large.swap(other.m_large); }
+    tIndexArray& operator=(tIndexArray&& other) noexcept
     {
         m_small.swap(other.m_small);
         m_large.swap(other.m_large);
@@ -43,7 +43,7 @@ public:
     {
         if (count < cLargeFrom)
         {
-            tSlotArray exact(count);
+            tIndexArray exact(count);
             std::copy_n(get(), count, exact.get());
             *this = std::move(exact);
         }

@@ -1,18 +1,18 @@
 #include "KestovaStorage/internal/package/deliveryworker.h"
 
-void tSegmentWorker::start(tHandler handler)
+void tDeliveryWorker::start(tHandler handler)
 {
     m_handler = std::move(handler);
     m_worker.start([this] { run(); });
 }
 
-void tSegmentWorker::run()
+void tDeliveryWorker::run()
 {
     while (waitForMore())
         walk();
 }
 
-tSegmentWorker::tRun::~tRun()
+tDeliveryWorker::tRun::~tRun()
 {
     m_worker.m_chain.publish();
     const bool asleep = std::exchange(m_worker.m_asleep, false);
@@ -22,7 +22,7 @@ tSegmentWorker::tRun::~tRun()
 }
 
 // Hands over what is visible of the current block.
-void tSegmentWorker::walk()
+void tDeliveryWorker::walk()
 {
     const char* bytes = nullptr;
     std::size_t len = 0;
@@ -35,7 +35,7 @@ void tSegmentWorker::walk()
 }
 
 // Where the walk came to an end: looks for more, or sleeps until there is; false once stopped.
-bool tSegmentWorker::waitForMore()
+bool tDeliveryWorker::waitForMore()
 {
     if (lookForMore())
         return m_worker.running();
@@ -46,9 +46,9 @@ bool tSegmentWorker::waitForMore()
     return running;
 }
 
-bool tSegmentWorker::lookForMore()
+bool tDeliveryWorker::lookForMore()
 {
-    tSegmentChain::tLinks unneeded;  // freed without the lock
+    tWalkQueue::tLinks unneeded;  // freed without the lock
     const auto held = m_worker.lock();
     m_handled = m_walked;
     if (m_idleWaiters != 0)
@@ -59,13 +59,13 @@ bool tSegmentWorker::lookForMore()
     return more;
 }
 
-void tSegmentWorker::discard()
+void tDeliveryWorker::discard()
 {
     const auto held = m_worker.lock();
     m_discarded.store(m_chain.published(), std::memory_order_release);
 }
 
-bool tSegmentWorker::waitIdle(std::chrono::milliseconds timeout)
+bool tDeliveryWorker::waitIdle(std::chrono::milliseconds timeout)
 {
     if (isSelf())
         return false;

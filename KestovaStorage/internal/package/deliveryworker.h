@@ -1,4 +1,4 @@
-// tSegmentWorker: a queue of byte strings, and the thread that hands them one by one, in order, to a handler.
+// tDeliveryWorker: a queue of byte strings, and the thread that hands them one by one, in order, to a handler.
 //
 // Shapes   segments are numbered as they are queued. The thread reads them in place and takes the lock only where it
 //          finds nothing more or a block ends. The queue has no bound; what a backlog needed is freed once it is
@@ -21,7 +21,7 @@
 #include "KestovaStorage/internal/buffers/walkqueue.h"
 #include "common/worker.h"
 
-class tSegmentWorker
+class tDeliveryWorker
 {
 public:
     // `waiting` is the number of segments behind this one.
@@ -37,7 +37,7 @@ public:
     class tRun
     {
     public:
-        explicit tRun(tSegmentWorker& worker) : m_worker(worker), m_held(worker.m_worker.lock()) {}
+        explicit tRun(tDeliveryWorker& worker) : m_worker(worker), m_held(worker.m_worker.lock()) {}
         ~tRun();
         tRun(const tRun&) = delete;
         tRun& operator=(const tRun&) = delete;
@@ -50,14 +50,14 @@ public:
         }
         // Queues a segment that was written into a block of its own; stamp() is called under the lock.
         template <typename tStamp>
-        void push(std::unique_ptr<tSegmentChain::tLink> block, tStamp stamp)
+        void push(std::unique_ptr<tWalkQueue::tLink> block, tStamp stamp)
         {
             m_worker.m_chain.append(std::move(block));
             stamp();
         }
 
     private:
-        tSegmentWorker& m_worker;
+        tDeliveryWorker& m_worker;
         tWorker::tLock m_held;
     };
     // Calls change() under the lock, between two pushes.
@@ -83,7 +83,7 @@ private:
     std::atomic<std::uint64_t> m_discarded{0};  // so many of the first are not handed over; changed under the lock
     std::uint64_t m_walked = 0;                 // the thread's own: segments handled or passed over
     // Guarded by m_worker.lock().
-    alignas(64) tSegmentChain m_chain;
+    alignas(64) tWalkQueue m_chain;
     std::uint64_t m_handled = 0;  // m_walked, brought up to date where the thread takes the lock
     unsigned m_idleWaiters = 0;
     bool m_asleep = false;  // the thread waits and nobody has notified it yet

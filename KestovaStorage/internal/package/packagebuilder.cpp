@@ -11,16 +11,16 @@ void tPackageBuilder::queue(std::size_t size, tWrite write, tStamp stamp)
 {
     if (size < cLongPackage)
     {
-        tSegmentWorker::tRun(m_queue).push(size, [&](char* place) {
+        tDeliveryWorker::tRun(m_queue).push(size, [&](char* place) {
             write(place);
             stamp(place, m_buildedPackCnt++);
         });
         return;
     }
-    auto block = tSegmentChain::makeLink(size);
+    auto block = tWalkQueue::makeLink(size);
     char* const place = block->reserve(size);
     write(place);
-    tSegmentWorker::tRun(m_queue).push(std::move(block), [&] { stamp(place, m_buildedPackCnt++); });
+    tDeliveryWorker::tRun(m_queue).push(std::move(block), [&] { stamp(place, m_buildedPackCnt++); });
 }
 
 void tPackageBuilder::build(tPackageFields fields, const char* payload, std::size_t payloadLen)

@@ -13,14 +13,14 @@
 
 #include "KestovaStorage/internal/package/packageformat.h"
 
-class tSegmentWorker;
+class tDeliveryWorker;
 
 class tPackageBuilder
 {
 public:
     static constexpr std::size_t cLongPackage = 128 * 1024;  // longer than any datagram; from here on copied unlocked
 
-    explicit tPackageBuilder(tSegmentWorker& queue) : m_queue(queue) {}
+    explicit tPackageBuilder(tDeliveryWorker& queue) : m_queue(queue) {}
 
     // Wraps a payload; fields.packCnt is chosen here.
     void build(tPackageFields fields, const char* payload, std::size_t payloadLen);
@@ -34,7 +34,7 @@ private:
     template <typename tWrite, typename tStamp>
     void queue(std::size_t size, tWrite write, tStamp stamp);
 
-    tSegmentWorker& m_queue;
+    tDeliveryWorker& m_queue;
     std::atomic<std::uint32_t> m_buildedPackCnt{0};  // changed under the queue's lock
 };
 

@@ -2,26 +2,26 @@
 
 #include <utility>
 
-void tStreamWorker::start(tParser parser)
+void tParseWorker::start(tParser parser)
 {
     m_parser = std::move(parser);
     m_worker.start([this] { run(); });
 }
 
-void tStreamWorker::receive(const char* bytes, std::size_t len)
+void tParseWorker::receive(const char* bytes, std::size_t len)
 {
     const std::lock_guard receiving(m_receiveMutex);
     const tCopying copying(*this);
     m_buffer.append(bytes, len);
 }
 
-tStreamWorker::tCopying::tCopying(tStreamWorker& worker) : m_stream(worker)
+tParseWorker::tCopying::tCopying(tParseWorker& worker) : m_stream(worker)
 {
     const auto held = m_stream.m_worker.lock();
     m_stream.m_copying = true;
 }
 
-tStreamWorker::tCopying::~tCopying()
+tParseWorker::tCopying::~tCopying()
 {
     auto held = m_stream.m_worker.lock();
     m_stream.m_copying = false;
@@ -33,7 +33,7 @@ tStreamWorker::tCopying::~tCopying()
     m_stream.m_worker.notify();
 }
 
-void tStreamWorker::clear()
+void tParseWorker::clear()
 {
     const std::lock_guard receiving(m_receiveMutex);
     const auto held = m_worker.lock();
@@ -45,7 +45,7 @@ void tStreamWorker::clear()
     m_turn = eTurn::eWaiting;
 }
 
-void tStreamWorker::run()
+void tParseWorker::run()
 {
     while (waitForBytes())
     {
@@ -56,7 +56,7 @@ void tStreamWorker::run()
     }
 }
 
-bool tStreamWorker::waitForBytes()
+bool tParseWorker::waitForBytes()
 {
     auto held = m_worker.lock();
     if (takeBytes())
@@ -70,7 +70,7 @@ bool tStreamWorker::waitForBytes()
     return running;
 }
 
-bool tStreamWorker::takeBytes()
+bool tParseWorker::takeBytes()
 {
     if (m_copying || m_buffer.empty())
         return false;
@@ -79,7 +79,7 @@ bool tStreamWorker::takeBytes()
 }
 
 // Before a sleep; the kernel takes its time with large regions, so nobody waits for it.
-void tStreamWorker::cutBack(tWorker::tLock& held)
+void tParseWorker::cutBack(tWorker::tLock& held)
 {
     if (m_copying || m_buffer.memory() <= tReceiveBuffer::cKeptSize)
         return;

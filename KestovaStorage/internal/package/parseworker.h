@@ -1,4 +1,4 @@
-// tStreamWorker: a received byte stream, and the thread that parses it.
+// tParseWorker: a received byte stream, and the thread that parses it.
 //
 // Shapes   the parser sees all bytes that were received when it looks, contiguous, behind those that it left over the
 //          time before. Bytes are copied without the lock that the parser needs: a receiver that finds the parser
@@ -15,7 +15,7 @@
 #include "KestovaStorage/internal/buffers/receivebuffer.h"
 #include "common/worker.h"
 
-class tStreamWorker
+class tParseWorker
 {
 public:
     // Returns how many of the bytes are done with. One that leaves over more than tReceiveBuffer::cHeadroom, more than
@@ -45,13 +45,13 @@ private:
     class tCopying
     {
     public:
-        explicit tCopying(tStreamWorker& worker);
+        explicit tCopying(tParseWorker& worker);
         ~tCopying();
         tCopying(const tCopying&) = delete;
         tCopying& operator=(const tCopying&) = delete;
 
     private:
-        tStreamWorker& m_stream;
+        tParseWorker& m_stream;
     };
 
     void run();

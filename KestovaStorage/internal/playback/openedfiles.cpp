@@ -13,7 +13,7 @@ namespace
 constexpr std::size_t cMaxOpenFiles = 64;
 }  // namespace
 
-void tOpenRecording::open(const std::string& path, const std::string& suffix, const tCancelled& cancelled)
+void tOpenedFiles::open(const std::string& path, const std::string& suffix, const tCancelled& cancelled)
 {
     const tPathProperty property = paths::property(path);
     std::set<std::string> found;
@@ -30,12 +30,12 @@ void tOpenRecording::open(const std::string& path, const std::string& suffix, co
     putInOrder(cancelled);
 }
 
-void tOpenRecording::clear()
+void tOpenedFiles::clear()
 {
-    *this = tOpenRecording();
+    *this = tOpenedFiles();
 }
 
-void tOpenRecording::addFile(const std::string& path)
+void tOpenedFiles::addFile(const std::string& path)
 {
     std::unique_ptr<tDataFileReader> reader = tDataFileReader::open(path);
     if (!reader)
@@ -48,7 +48,7 @@ void tOpenRecording::addFile(const std::string& path)
         m_files.back()->closeFile();
 }
 
-void tOpenRecording::putInOrder(const tCancelled& cancelled)
+void tOpenedFiles::putInOrder(const tCancelled& cancelled)
 {
     std::vector<tTimelineFile> indexes;
     for (const auto& file : m_files)
@@ -56,7 +56,7 @@ void tOpenRecording::putInOrder(const tCancelled& cancelled)
     m_timeline.build(std::move(indexes), cancelled);
 }
 
-std::optional<tOpenRecording::tSegment> tOpenRecording::read(const tTimelineSegment& place)
+std::optional<tOpenedFiles::tSegment> tOpenedFiles::read(const tTimelineSegment& place)
 {
     tDataFileReader& file = *m_files[place.file];
     keepOpen(file);
@@ -67,7 +67,7 @@ std::optional<tOpenRecording::tSegment> tOpenRecording::read(const tTimelineSegm
                     file.path()};
 }
 
-void tOpenRecording::keepOpen(tDataFileReader& file)
+void tOpenedFiles::keepOpen(tDataFileReader& file)
 {
     if (!m_openFiles.empty() && m_openFiles.back() == &file)
         return;

@@ -1,4 +1,4 @@
-// tOpenRecording: the files of one replay, their play order, and the bytes of a segment when it is due.
+// tOpenedFiles: the files of one replay, their play order, and the bytes of a segment when it is due.
 //
 // Owner    owns the files' indexes, buffers that grow to the longest segment met, and a bounded number of descriptors
 //          and decoders: thousands of files can be open at once.
@@ -23,7 +23,7 @@
 
 namespace storage
 {
-class tOpenRecording
+class tOpenedFiles
 {
 public:
     using tCancelled = std::function<bool()>;
@@ -33,7 +33,7 @@ public:
     void open(const std::string& path, const std::string& suffix, const tCancelled& cancelled);
     void clear();
 
-    const tSegmentTimeline& timeline() const { return m_timeline; }
+    const tTimeline& timeline() const { return m_timeline; }
 
     struct tSegment
     {
@@ -51,7 +51,7 @@ private:
 
     std::vector<std::unique_ptr<tDataFileReader>> m_files;
     std::deque<tDataFileReader*> m_openFiles;  // those with a descriptor, the longest unused first
-    tSegmentTimeline m_timeline;
+    tTimeline m_timeline;
     std::unique_ptr<tSegmentReader> m_reader = std::make_unique<tSegmentReader>();
 };
 }  // namespace storage

@@ -60,20 +60,20 @@ double progressOf(std::uint64_t key, std::uint64_t first, std::uint64_t last)
 }
 
 // The first tick comes at once.
-void tReplayClock::start(std::uint64_t position, tTime now)
+void tPlayClock::start(std::uint64_t position, tTime now)
 {
     m_position = saturatedAdd(position, step());
     m_tickTime = now;
 }
 
-void tReplayClock::setSpeed(tReplaySpeed speed, tTime now)
+void tPlayClock::setSpeed(tReplaySpeed speed, tTime now)
 {
     rebase(now);
     m_speed = speed;
     m_tickTime = std::max(m_tickTime, now - period());  // what passed of a longer tick counts as one at most
 }
 
-void tReplayClock::setPaused(bool paused, tTime now)
+void tPlayClock::setPaused(bool paused, tTime now)
 {
     if (paused == m_paused)
         return;
@@ -84,14 +84,14 @@ void tReplayClock::setPaused(bool paused, tTime now)
     m_paused = paused;
 }
 
-std::uint64_t tReplayClock::position(tTime now) const
+std::uint64_t tPlayClock::position(tTime now) const
 {
     const std::uint64_t ticks = ticksSince(now);
     const std::uint64_t keys = ticks > UINT64_MAX / step() ? UINT64_MAX : ticks * step();
     return saturatedAdd(m_position, keys);
 }
 
-tReplayClock::tTime tReplayClock::dueTime(std::uint64_t key) const
+tPlayClock::tTime tPlayClock::dueTime(std::uint64_t key) const
 {
     if (key <= m_position)
         return m_tickTime;
@@ -101,28 +101,28 @@ tReplayClock::tTime tReplayClock::dueTime(std::uint64_t key) const
     return m_tickTime + wait;
 }
 
-void tReplayClock::forgetDelay(tTime now, tTime due)
+void tPlayClock::forgetDelay(tTime now, tTime due)
 {
     m_tickTime += now - due;
 }
 
-std::uint64_t tReplayClock::step() const
+std::uint64_t tPlayClock::step() const
 {
     return cKeysPerMs * std::max<std::uint64_t>(1, m_speed.fast);
 }
 
-tReplayClock::tDuration tReplayClock::period() const
+tPlayClock::tDuration tPlayClock::period() const
 {
     return cTick * (1 + m_speed.slow);
 }
 
-std::uint64_t tReplayClock::ticksSince(tTime now) const
+std::uint64_t tPlayClock::ticksSince(tTime now) const
 {
     return m_paused || now <= m_tickTime ? 0 : static_cast<std::uint64_t>((now - m_tickTime) / period());
 }
 
 // Moves the base to the last tick that was due.
-void tReplayClock::rebase(tTime now)
+void tPlayClock::rebase(tTime now)
 {
     const std::uint64_t ticks = ticksSince(now);
     m_position = position(now);

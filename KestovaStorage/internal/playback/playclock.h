@@ -1,4 +1,4 @@
-// tReplayClock: where playing has come to, as a function of time.
+// tPlayClock: where playing has come to, as a function of time.
 //
 // The play position counts in segment keys (65,536 a millisecond). It moves in ticks: each adds one millisecond of the
 // recording (a fast factor N: N milliseconds) and lasts one millisecond (a slow divisor M: 1 + M milliseconds). Ticks
@@ -26,7 +26,7 @@ std::uint64_t startKeyFor(double fraction, std::uint64_t first, std::uint64_t la
 // A key's place in the span, 0.0 to 1.0; 1.0 where the span is a single key.
 double progressOf(std::uint64_t key, std::uint64_t first, std::uint64_t last);
 
-class tReplayClock
+class tPlayClock
 {
 public:
     using tTime = std::chrono::steady_clock::time_point;

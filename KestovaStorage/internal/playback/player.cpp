@@ -21,10 +21,10 @@ constexpr unsigned long cTimerSlack_ns = 1;
 }  // namespace
 
 // The right to open, stop, jump or close: one thread at a time.
-class tReplayPlayer::tTurn
+class tPlayer::tTurn
 {
 public:
-    explicit tTurn(tReplayPlayer& player) : m_player(player)
+    explicit tTurn(tPlayer& player) : m_player(player)
     {
         tWorker::tLock held = player.m_player.lock();
         ++player.m_turnWaiters;
@@ -41,10 +41,10 @@ public:
     tTurn& operator=(const tTurn&) = delete;
 
 private:
-    tReplayPlayer& m_player;
+    tPlayer& m_player;
 };
 
-tReplayPlayer::~tReplayPlayer()
+tPlayer::~tPlayer()
 {
     close();
     m_player.stop();
@@ -52,27 +52,27 @@ tReplayPlayer::~tReplayPlayer()
 
 // ---- control ----
 
-bool tReplayPlayer::open(const std::string& path, tObserver observer)
+bool tPlayer::open(const std::string& path, tObserver observer)
 {
     return carryOut({tCommand::eOpen, path, std::move(observer)});
 }
 
-bool tReplayPlayer::stop()
+bool tPlayer::stop()
 {
     return carryOut({tCommand::eStop});
 }
 
-bool tReplayPlayer::jump(double fraction)
+bool tPlayer::jump(double fraction)
 {
     return carryOut({tCommand::eJump, {}, {}, fraction});
 }
 
-void tReplayPlayer::close()
+void tPlayer::close()
 {
     carryOut({tCommand::eClose});
 }
 
-bool tReplayPlayer::pause(bool pause)
+bool tPlayer::pause(bool pause)
 {
     {
         const tWorker::tLock held = m_player.lock();
@@ -86,7 +86,7 @@ bool tReplayPlayer::pause(bool pause)
     return true;
 }
 
-void tReplayPlayer::setSpeed(double rate)
+void tPlayer::setSpeed(double rate)
 {
     m_player.wake([&] {
         m_clock.setSpeed(speedFor(rate), tWorker::tClock::now());
@@ -95,7 +95,7 @@ void tReplayPlayer::setSpeed(double rate)
 }
 
 // At once, or, from inside a callback, as soon as that has returned.
-bool tReplayPlayer::carryOut(const tCommand& command)
+bool tPlayer::carryOut(const tCommand& command)
 {
     if (m_observer.inside())
         return putOff(command);
@@ -104,7 +104,7 @@ bool tReplayPlayer::carryOut(const tCommand& command)
 }
 
 // What is not possible now is refused now.
-bool tReplayPlayer::putOff(const tCommand& command)
+bool tPlayer::putOff(const tCommand& command)
 {
     {
         const tWorker::tLock held = m_player.lock();
@@ -116,7 +116,7 @@ bool tReplayPlayer::putOff(const tCommand& command)
     return true;
 }
 
-bool tReplayPlayer::execute(const tCommand& command)
+bool tPlayer::execute(const tCommand& command)
 {
     switch (command.kind)
     {
@@ -134,7 +134,7 @@ bool tReplayPlayer::execute(const tCommand& command)
     return false;
 }
 
-void tReplayPlayer::doOpen(const std::string& path, const tObserver& observer)
+void tPlayer::doOpen(const std::string& path, const tObserver& observer)
 {
     doClose();
     m_openedFor = observer;
@@ -148,7 +148,7 @@ void tReplayPlayer::doOpen(const std::string& path, const tObserver& observer)
     startPlayer();
 }
 
-void tReplayPlayer::startPlayer()
+void tPlayer::startPlayer()
 try
 {
     if (!m_player.running())
@@ -162,7 +162,7 @@ catch (const std::system_error& error)
 }
 
 // Nothing is handed over from the first line on; the player ends between the two statuses.
-bool tReplayPlayer::doStop()
+bool tPlayer::doStop()
 {
     {
         const tWorker::tLock held = m_player.lock();
@@ -182,7 +182,7 @@ bool tReplayPlayer::doStop()
     return true;
 }
 
-void tReplayPlayer::endPlaying()
+void tPlayer::endPlaying()
 {
     tWorker::tLock held = m_player.lock();
     m_stopFlag = true;
@@ -199,7 +199,7 @@ void tReplayPlayer::endPlaying()
         tellStatus(eReplayEnded);
 }
 
-bool tReplayPlayer::doJump(double fraction)
+bool tPlayer::doJump(double fraction)
 {
     {
         const tWorker::tLock held = m_player.lock();
@@ -217,7 +217,7 @@ bool tReplayPlayer::doJump(double fraction)
     return true;
 }
 
-void tReplayPlayer::doClose()
+void tPlayer::doClose()
 {
     {
         tWorker::tLock held = m_player.lock();
@@ -233,19 +233,19 @@ void tReplayPlayer::doClose()
     if (!m_player.isSelf())
         forgotten.swap(m_putOff);  // asked for before this close
     m_recording.clear();
-    m_clock = tReplayClock();
+    m_clock = tPlayClock();
     m_preReaded = m_opening = false;
     m_job = eJob::eNone;
 }
 
-void tReplayPlayer::tellStatus(std::uint8_t status)
+void tPlayer::tellStatus(std::uint8_t status)
 {
     m_observer.through([status](iDataReadReplayObserver& observer) { observer.UpdateReplayStatus(status); });
 }
 
 // ---- the player's thread ----
 
-void tReplayPlayer::run()
+void tPlayer::run()
 {
     ::prctl(PR_SET_TIMERSLACK, cTimerSlack_ns);
     for (;;)
@@ -268,7 +268,7 @@ void tReplayPlayer::run()
 }
 
 // With the lock held. Seeing that there is something to carry out and taking the turn for it are one step.
-bool tReplayPlayer::takeTurnForPutOff()
+bool tPlayer::takeTurnForPutOff()
 {
     const bool taken = mustRunPutOff();
     m_controlBusy |= taken;
@@ -277,7 +277,7 @@ bool tReplayPlayer::takeTurnForPutOff()
 
 // Carries out what was asked for inside callbacks until somebody else wants the turn, the first in any case, and gives
 // the turn back.
-void tReplayPlayer::runPutOff()
+void tPlayer::runPutOff()
 {
     for (bool more = true; more;)
     {
@@ -295,9 +295,9 @@ void tReplayPlayer::runPutOff()
     m_turnFree.notify_all();
 }
 
-void tReplayPlayer::openFiles()
+void tPlayer::openFiles()
 {
-    for (const auto step : {&tReplayPlayer::tellOpening, &tReplayPlayer::openPath, &tReplayPlayer::tellSpan})
+    for (const auto step : {&tPlayer::tellOpening, &tPlayer::openPath, &tPlayer::tellSpan})
     {
         if (!openingIsOver())
             (this->*step)();
@@ -317,12 +317,12 @@ void tReplayPlayer::openFiles()
     play();
 }
 
-void tReplayPlayer::tellOpening()
+void tPlayer::tellOpening()
 {
     tellStatus(eReplayOpening);
 }
 
-void tReplayPlayer::tellSpan()
+void tPlayer::tellSpan()
 {
     const std::uint64_t first = timeOfKey(m_recording.timeline().firstKey());
     const std::uint64_t last = timeOfKey(m_recording.timeline().lastKey());
@@ -330,13 +330,13 @@ void tReplayPlayer::tellSpan()
 }
 
 // Somebody wants it closed, or something else opened.
-bool tReplayPlayer::openingIsOver()
+bool tPlayer::openingIsOver()
 {
     const tWorker::tLock held = m_player.lock();
     return m_cancel || !m_putOff.empty() || !m_player.running();
 }
 
-void tReplayPlayer::openPath()
+void tPlayer::openPath()
 try
 {
     m_recording.open(m_path, m_specifySuffix, [this] { return openingIsOver(); });
@@ -349,18 +349,18 @@ catch (const std::bad_alloc&)
 
 // Plays from m_startKey to the end, or until it must leave. A start behind the last segment begins with the first one;
 // all of them are due then.
-void tReplayPlayer::play()
+void tPlayer::play()
 {
     {
         const tWorker::tLock held = m_player.lock();
         m_clock.start(m_startKey, tWorker::tClock::now());
     }
-    tSegmentTimeline::tCursor cursor(m_recording.timeline(), m_startKey);
+    tTimeline::tCursor cursor(m_recording.timeline(), m_startKey);
     tTimelineSegment segment{};
     bool more = cursor.next(segment);
     if (!more && m_recording.timeline().size() != 0)
     {
-        cursor = tSegmentTimeline::tCursor(m_recording.timeline(), 0);
+        cursor = tTimeline::tCursor(m_recording.timeline(), 0);
         more = cursor.next(segment);
     }
     for (; more && waitFor(segment.key); more = cursor.next(segment))
@@ -385,7 +385,7 @@ void tReplayPlayer::play()
 
 // Waits until the segment is due; false if playing must be left before. All of a millisecond are due with its first:
 // the clock would let that one come a tick before the others, and the time between two of them would show it.
-bool tReplayPlayer::waitFor(std::uint64_t key)
+bool tPlayer::waitFor(std::uint64_t key)
 {
     tWorker::tLock held = m_player.lock();
     while (m_player.running() && !mustLeave())
@@ -409,7 +409,7 @@ bool tReplayPlayer::waitFor(std::uint64_t key)
     return false;
 }
 
-void tReplayPlayer::deliver(const tTimelineSegment& place)
+void tPlayer::deliver(const tTimelineSegment& place)
 {
     const auto segment = m_recording.read(place);
     if (!segment)
@@ -417,7 +417,7 @@ void tReplayPlayer::deliver(const tTimelineSegment& place)
         ++m_unreadCnt;
         return;
     }
-    const tSegmentTimeline& timeline = m_recording.timeline();
+    const tTimeline& timeline = m_recording.timeline();
     const double progress = progressOf(place.key, timeline.firstKey(), timeline.lastKey());
     m_observer.through([&](iDataReadReplayObserver& observer) {
         observer.UpdateReplayData(segment->time, progress, segment->data, segment->len, segment->fileName);

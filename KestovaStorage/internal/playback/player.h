@@ -1,4 +1,4 @@
-// tReplayPlayer: the replaying half of a storage object.
+// tPlayer: the replaying half of a storage object.
 //
 // Threads  one, the player's: it opens files, waits for the clock and hands segments over. It starts with the first
 //          open() and lives as long as the object. Statuses of pause(), stop(), jump() and close() are told on the
@@ -26,11 +26,11 @@
 
 namespace storage
 {
-class tReplayPlayer
+class tPlayer
 {
 public:
-    explicit tReplayPlayer(const std::string& specifySuffix) : m_specifySuffix(specifySuffix) {}
-    ~tReplayPlayer();
+    explicit tPlayer(const std::string& specifySuffix) : m_specifySuffix(specifySuffix) {}
+    ~tPlayer();
 
     using tObserver = std::shared_ptr<iDataReadReplayObserver>;
 
@@ -115,10 +115,10 @@ private:
     bool m_hold = false;             // a stop has begun: hand nothing over
     bool m_stopFlag = false;         // playing is to end
     std::uint64_t m_startKey = 0;    // where it is to begin
-    tReplayClock m_clock;
+    tPlayClock m_clock;
     unsigned int m_clockChanges = 0;  // how often speed or pause were set
 
-    tOpenRecording m_recording;
+    tOpenedFiles m_recording;
     std::atomic<std::uint64_t> m_unreadCnt{0};
 
     tWorker m_player;

@@ -73,7 +73,7 @@ private:
 };
 }  // namespace
 
-void tSegmentTimeline::build(std::vector<tTimelineFile> files, const tCancelled& cancelled)
+void tTimeline::build(std::vector<tTimelineFile> files, const tCancelled& cancelled)
 {
     clear();
     m_files = std::move(files);
@@ -85,13 +85,13 @@ void tSegmentTimeline::build(std::vector<tTimelineFile> files, const tCancelled&
     measure();
 }
 
-void tSegmentTimeline::clear()
+void tTimeline::clear()
 {
-    *this = tSegmentTimeline();
+    *this = tTimeline();
 }
 
 // Whether some millisecond might hold more segments than it has keys.
-bool tSegmentTimeline::mayOverflow()
+bool tTimeline::mayOverflow()
 {
     std::size_t most = 0;
     for (tTimelineFile& file : m_files)
@@ -103,7 +103,7 @@ bool tSegmentTimeline::mayOverflow()
     return most > cKeysPerMs;
 }
 
-void tSegmentTimeline::sortFiles()
+void tTimeline::sortFiles()
 {
     for (tTimelineFile& file : m_files)
     {
@@ -114,7 +114,7 @@ void tSegmentTimeline::sortFiles()
 
 // Gives every segment its key in the order of opening: neighbours of equal time count up, and a key in use gives way
 // to the next free one.
-void tSegmentTimeline::writeKeysOut(const tCancelled& cancelled)
+void tTimeline::writeKeysOut(const tCancelled& cancelled)
 {
     tUsedKeys used;
     for (std::uint32_t file = 0; file < m_files.size(); ++file)
@@ -137,7 +137,7 @@ void tSegmentTimeline::writeKeysOut(const tCancelled& cancelled)
               [](const tTimelineSegment& a, const tTimelineSegment& b) { return a.key < b.key; });
 }
 
-void tSegmentTimeline::measure()
+void tTimeline::measure()
 {
     if (m_keysWritten)
     {
@@ -165,7 +165,7 @@ void tSegmentTimeline::measure()
     m_lastKey = keyOfTime(last) + atLast - 1;
 }
 
-tSegmentTimeline::tCursor::tCursor(const tSegmentTimeline& timeline, std::uint64_t startKey) : m_timeline(&timeline)
+tTimeline::tCursor::tCursor(const tTimeline& timeline, std::uint64_t startKey) : m_timeline(&timeline)
 {
     if (timeline.m_keysWritten)
     {
@@ -191,7 +191,7 @@ tSegmentTimeline::tCursor::tCursor(const tSegmentTimeline& timeline, std::uint64
         nextMerged(skipped);
 }
 
-bool tSegmentTimeline::tCursor::next(tTimelineSegment& segment)
+bool tTimeline::tCursor::next(tTimelineSegment& segment)
 {
     if (!m_timeline->m_keysWritten)
         return nextMerged(segment);
@@ -201,7 +201,7 @@ bool tSegmentTimeline::tCursor::next(tTimelineSegment& segment)
     return true;
 }
 
-bool tSegmentTimeline::tCursor::nextMerged(tTimelineSegment& segment)
+bool tTimeline::tCursor::nextMerged(tTimelineSegment& segment)
 {
     if (m_heads.empty())
         return false;
@@ -215,7 +215,7 @@ bool tSegmentTimeline::tCursor::nextMerged(tTimelineSegment& segment)
 
 // Puts the file's next record in the place of `head`, the top. While it stays the earliest, as it does throughout where
 // files follow each other, the heap is left alone.
-void tSegmentTimeline::tCursor::advance(tHead head)
+void tTimeline::tCursor::advance(tHead head)
 {
     const tIndex index = m_timeline->m_files[head.file].index;
     ++head.record;

@@ -1,4 +1,4 @@
-// tSegmentTimeline: the play order of the segments of many files.
+// tTimeline: the play order of the segments of many files.
 //
 // Every segment has a key of 64 bits: its time in ms shifted left by 16, plus its place among the segments of that
 // time in the order of opening (files in the order given, records in the order of recording). Where one millisecond
@@ -35,7 +35,7 @@ struct tTimelineSegment
     std::uint32_t record;  // number of the record in that file's index
 };
 
-class tSegmentTimeline
+class tTimeline
 {
 public:
     using tCancelled = std::function<bool()>;
@@ -52,7 +52,7 @@ public:
     class tCursor
     {
     public:
-        tCursor(const tSegmentTimeline& timeline, std::uint64_t startKey);
+        tCursor(const tTimeline& timeline, std::uint64_t startKey);
         bool next(tTimelineSegment& segment);  // false at the end
 
     private:
@@ -69,7 +69,7 @@ public:
         void advance(tHead head);
         bool nextMerged(tTimelineSegment& segment);
 
-        const tSegmentTimeline* m_timeline;
+        const tTimeline* m_timeline;
         std::size_t m_place = 0;       // in the written-out keys
         std::vector<tHead> m_heads;    // a heap, the earliest on top
         std::uint64_t m_time = 0;      // of the segment before

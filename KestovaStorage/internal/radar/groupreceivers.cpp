@@ -34,7 +34,7 @@ void endAll(tReceivers receivers)
 }
 }  // namespace
 
-void tReceiverGroups::open(const std::vector<tRadarGroup>& groups, std::uint32_t localIp)
+void tGroupReceivers::open(const std::vector<tRadarGroup>& groups, std::uint32_t localIp)
 {
     close();
     {
@@ -49,7 +49,7 @@ void tReceiverGroups::open(const std::vector<tRadarGroup>& groups, std::uint32_t
     m_receivers = std::move(receivers);
 }
 
-bool tReceiverGroups::close()
+bool tGroupReceivers::close()
 {
     tReceivers ending;
     {
@@ -63,7 +63,7 @@ bool tReceiverGroups::close()
     return !left.empty();
 }
 
-bool tReceiverGroups::find(const NetAddress& address, tUdpMsgInfo& msgInfo) const
+bool tGroupReceivers::find(const NetAddress& address, tUdpMsgInfo& msgInfo) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     // Twenty-one rows at most: a walk over them is faster than a tree.
@@ -76,7 +76,7 @@ bool tReceiverGroups::find(const NetAddress& address, tUdpMsgInfo& msgInfo) cons
     return true;
 }
 
-std::vector<tGroupState> tReceiverGroups::states() const
+std::vector<tGroupState> tGroupReceivers::states() const
 {
     std::vector<tGroupState> states;
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -93,7 +93,7 @@ std::vector<tGroupState> tReceiverGroups::states() const
     return states;
 }
 
-std::unique_ptr<net::UdpReceiver> tReceiverGroups::receiverOf(const tRadarGroup& group, std::uint32_t localIp) const
+std::unique_ptr<net::UdpReceiver> tGroupReceivers::receiverOf(const tRadarGroup& group, std::uint32_t localIp) const
 try
 {
     return std::make_unique<net::UdpReceiver>(m_listener, localIp, group.address, group.recBuffSize);

@@ -1,4 +1,4 @@
-// tReceiverGroups: the groups a recorder has joined, one receiver a group.
+// tGroupReceivers: the groups a recorder has joined, one receiver a group.
 //
 // Shapes   the table of groups is built whole and in place before the first receiver starts, so that every datagram
 //          finds its row; receivers end before the table goes, so that none that was received is turned away.
@@ -28,13 +28,13 @@ struct tGroupState
     net::tUdpReceiverCounters counters;
 };
 
-class tReceiverGroups
+class tGroupReceivers
 {
 public:
-    explicit tReceiverGroups(net::iUdpDataListener* listener) : m_listener(listener) {}
-    ~tReceiverGroups() { close(); }
-    tReceiverGroups(const tReceiverGroups&) = delete;
-    tReceiverGroups& operator=(const tReceiverGroups&) = delete;
+    explicit tGroupReceivers(net::iUdpDataListener* listener) : m_listener(listener) {}
+    ~tGroupReceivers() { close(); }
+    tGroupReceivers(const tGroupReceivers&) = delete;
+    tGroupReceivers& operator=(const tGroupReceivers&) = delete;
 
     // Joins `groups`, each address once in it, on the interface with this address. What was open is closed first.
     void open(const std::vector<tRadarGroup>& groups, std::uint32_t localIp);

@@ -19,14 +19,14 @@ void say(const std::string& path, const std::string& reason)
 }
 }  // namespace
 
-std::unique_ptr<huffman::tHuffmanEncode> tCompressions::newEncoder()
+std::unique_ptr<huffman::tHuffmanEncode> tCompressionQueue::newEncoder()
 {
     auto encoder = std::make_unique<huffman::tHuffmanEncode>(huffman::eSegmentMode);
     encoder->PreReadClear();
     return encoder;
 }
 
-tCompressions::~tCompressions()
+tCompressionQueue::~tCompressionQueue()
 {
     {
         tWorker::tLock held = m_worker.lock();
@@ -35,7 +35,7 @@ tCompressions::~tCompressions()
     m_worker.stop();
 }
 
-void tCompressions::add(const std::string& path, std::unique_ptr<huffman::tHuffmanEncode> encoder)
+void tCompressionQueue::add(const std::string& path, std::unique_ptr<huffman::tHuffmanEncode> encoder)
 try
 {
     m_worker.wake([&] { m_jobs.push_back({path, std::move(encoder)}); });
@@ -48,13 +48,13 @@ catch (const std::system_error& error)
     cancel();
 }
 
-std::uint32_t tCompressions::pending() const
+std::uint32_t tCompressionQueue::pending() const
 {
     const tWorker::tLock held = m_worker.lock();
     return static_cast<std::uint32_t>(m_jobs.size()) + (m_busy ? 1 : 0);
 }
 
-void tCompressions::cancel()
+void tCompressionQueue::cancel()
 {
     m_worker.wake([this] {
         ++m_cancelled;
@@ -62,7 +62,7 @@ void tCompressions::cancel()
     });
 }
 
-void tCompressions::work()
+void tCompressionQueue::work()
 {
     for (;;)
     {
@@ -82,7 +82,7 @@ void tCompressions::work()
     }
 }
 
-void tCompressions::tryCompress(tJob& job, unsigned int cancelled)
+void tCompressionQueue::tryCompress(tJob& job, unsigned int cancelled)
 try
 {
     compress(job, cancelled);
@@ -94,7 +94,7 @@ catch (const std::bad_alloc&)
 
 // The plain file goes when every byte of the compressed one is on the disk.
 // Kept: it also goes where no output file could be made.
-void tCompressions::compress(tJob& job, unsigned int cancelled)
+void tCompressionQueue::compress(tJob& job, unsigned int cancelled)
 {
     std::string error;
     const auto plain = isComplete(job) ? tDataFileReader::open(job.path, &error) : nullptr;
@@ -120,7 +120,7 @@ void tCompressions::compress(tJob& job, unsigned int cancelled)
 }
 
 // A file is complete when its last segment ends where all that was counted ends.
-bool tCompressions::isComplete(const tJob& job) const
+bool tCompressionQueue::isComplete(const tJob& job) const
 {
     return paths::exists(job.path) &&
            static_cast<std::uint64_t>(paths::fileSize(job.path.c_str())) == cPayloadPos + job.encoder->GetPreReadSize();

@@ -1,4 +1,4 @@
-// tCompressions: rewrites the finished files of one storage object in Huffman form, one after the other.
+// tCompressionQueue: rewrites the finished files of one storage object in Huffman form, one after the other.
 //
 // Shapes   a job is one file and the encoder that has counted its segments while it was recorded.
 // Owner    owns the jobs. Its destruction waits until all are done.
@@ -18,13 +18,13 @@
 
 namespace storage
 {
-class tCompressions
+class tCompressionQueue
 {
 public:
-    explicit tCompressions(const std::string& specifySuffix) : m_specifySuffix(specifySuffix) {}
-    ~tCompressions();
-    tCompressions(const tCompressions&) = delete;
-    tCompressions& operator=(const tCompressions&) = delete;
+    explicit tCompressionQueue(const std::string& specifySuffix) : m_specifySuffix(specifySuffix) {}
+    ~tCompressionQueue();
+    tCompressionQueue(const tCompressionQueue&) = delete;
+    tCompressionQueue& operator=(const tCompressionQueue&) = delete;
 
     // An encoder for the segments of a file that is about to be recorded.
     static std::unique_ptr<huffman::tHuffmanEncode> newEncoder();

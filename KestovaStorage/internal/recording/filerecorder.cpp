@@ -41,7 +41,7 @@ std::string storageRoot(std::string path)
 }
 }  // namespace
 
-tStorageWriter::tStorageWriter(const std::string& storageBasePath, const std::string& specifySuffix)
+tFileRecorder::tFileRecorder(const std::string& storageBasePath, const std::string& specifySuffix)
     : m_storageBasePath(storageRoot(storageBasePath)), m_specifySuffix(specifySuffix), m_compressions(specifySuffix)
 {
     if (!m_storageBasePath.empty())
@@ -49,14 +49,14 @@ tStorageWriter::tStorageWriter(const std::string& storageBasePath, const std::st
     m_writeFlushThread.start([this] { flushLoop(); });
 }
 
-tStorageWriter::~tStorageWriter()
+tFileRecorder::~tFileRecorder()
 {
     tDiskReclaimer::instance().removeRoot(this);
     finishWrite();
 }
 
-bool tStorageWriter::createNewWritingFile(const std::string& extFileName, tTimes_ms timestamp,
-                                          const std::string& customFolderPath, bool compress)
+bool tFileRecorder::createNewWritingFile(const std::string& extFileName, tTimes_ms timestamp,
+                                         const std::string& customFolderPath, bool compress)
 {
     const std::lock_guard<std::mutex> control(m_controlMutex);
     finish();
@@ -80,7 +80,7 @@ bool tStorageWriter::createNewWritingFile(const std::string& extFileName, tTimes
     return true;
 }
 
-bool tStorageWriter::startWriter()
+bool tFileRecorder::startWriter()
 try
 {
     return m_writeDataThread.start([this] { writeLoop(); });
@@ -91,7 +91,7 @@ catch (const std::system_error& error)
     return false;
 }
 
-void tStorageWriter::writeData(const char* data, std::size_t len, tTimes_ms timestamp)
+void tFileRecorder::writeData(const char* data, std::size_t len, tTimes_ms timestamp)
 {
     ++m_saveCnt;
     if (len == 0)
@@ -106,7 +106,7 @@ void tStorageWriter::writeData(const char* data, std::size_t len, tTimes_ms time
         accept(data, len, timestamp);
 }
 
-void tStorageWriter::accept(const char* data, std::size_t len, tTimes_ms timestamp)
+void tFileRecorder::accept(const char* data, std::size_t len, tTimes_ms timestamp)
 try
 {
     std::unique_ptr<tSegmentBlock> own;
@@ -141,14 +141,14 @@ catch (const std::bad_alloc&)
     ++m_lostCnt;
 }
 
-void tStorageWriter::finishWrite()
+void tFileRecorder::finishWrite()
 {
     const std::lock_guard<std::mutex> control(m_controlMutex);
     finish();
 }
 
 // Everything queued by now is dealt with once as many segments have been dealt with as were accepted by now.
-bool tStorageWriter::waitWriteIdle(unsigned int timeout_ms)
+bool tFileRecorder::waitWriteIdle(unsigned int timeout_ms)
 {
     const auto deadline = tWorker::tClock::now() + std::chrono::milliseconds(timeout_ms);
     tWorker::tLock held = m_writeDataThread.lock();
@@ -158,7 +158,7 @@ bool tStorageWriter::waitWriteIdle(unsigned int timeout_ms)
     return m_writeDataThread.waitUntil(held, deadline, [&] { return m_dealtWithCnt >= target; });
 }
 
-std::string tStorageWriter::currentFileName() const
+std::string tFileRecorder::currentFileName() const
 {
     const tWritingFilePtr current = file();
     return current ? current->path : std::string();
@@ -167,7 +167,7 @@ std::string tStorageWriter::currentFileName() const
 // ---- starting and finishing files ----
 
 // Names and makes the next file; null, with a line on standard error, where that fails. The file before it stays.
-tStorageWriter::tWritingFilePtr tStorageWriter::newFile(const tRequest& request, tTimes_ms timestamp)
+tFileRecorder::tWritingFilePtr tFileRecorder::newFile(const tRequest& request, tTimes_ms timestamp)
 {
     const std::string folder = recordingFolder(request, timestamp);
     naming::tPaths files;
@@ -201,20 +201,20 @@ tStorageWriter::tWritingFilePtr tStorageWriter::newFile(const tRequest& request,
     }
     if (request.compress)
     {
-        next->encoder = tCompressions::newEncoder();
+        next->encoder = tCompressionQueue::newEncoder();
         next->writer->countInto(next->encoder.get());
     }
     return next;
 }
 
-std::string tStorageWriter::recordingFolder(const tRequest& request, tTimes_ms timestamp)
+std::string tFileRecorder::recordingFolder(const tRequest& request, tTimes_ms timestamp)
 {
     if (m_storageBasePath.empty())
         return request.customFolderPath;
     return m_storageBasePath + storageSubFolderName(timestamp) + "/";
 }
 
-std::string tStorageWriter::storageSubFolderName(tTimes_ms timestamp)
+std::string tFileRecorder::storageSubFolderName(tTimes_ms timestamp)
 {
     if (m_storageSubFolderName.empty())
     {
@@ -227,19 +227,19 @@ std::string tStorageWriter::storageSubFolderName(tTimes_ms timestamp)
     return m_storageSubFolderName;
 }
 
-void tStorageWriter::setFile(tWritingFilePtr next)
+void tFileRecorder::setFile(tWritingFilePtr next)
 {
     const std::lock_guard<std::mutex> lock(m_writingStreamMutex);
     m_file.swap(next);
 }
 
-tStorageWriter::tWritingFilePtr tStorageWriter::file() const
+tFileRecorder::tWritingFilePtr tFileRecorder::file() const
 {
     const std::lock_guard<std::mutex> lock(m_writingStreamMutex);
     return m_file;
 }
 
-void tStorageWriter::finishFile()
+void tFileRecorder::finishFile()
 {
     const tWritingFilePtr current = file();
     if (!current)
@@ -250,7 +250,7 @@ void tStorageWriter::finishFile()
         m_compressions.add(current->path, std::move(current->encoder));
 }
 
-void tStorageWriter::finish()
+void tFileRecorder::finish()
 {
     m_state = eWriteFinishing;
     m_writeDataThread.stop();
@@ -262,7 +262,7 @@ void tStorageWriter::finish()
 
 // ---- the writer thread ----
 
-void tStorageWriter::writeLoop()
+void tFileRecorder::writeLoop()
 {
     tSegmentBlocks batch;
     for (;;)
@@ -290,7 +290,7 @@ void tStorageWriter::writeLoop()
 }
 
 // False if the writer was stopped: what is left of the batch counts as not taken.
-bool tStorageWriter::writeBatch(const tSegmentBlocks& batch)
+bool tFileRecorder::writeBatch(const tSegmentBlocks& batch)
 {
     for (std::size_t i = 0; i < batch.size(); ++i)
     {
@@ -306,7 +306,7 @@ bool tStorageWriter::writeBatch(const tSegmentBlocks& batch)
     return true;
 }
 
-void tStorageWriter::writeBlock(const tSegmentBlock& block)
+void tFileRecorder::writeBlock(const tSegmentBlock& block)
 {
     tBlockCursor cursor{&block};
     while (!cursor.atEnd())
@@ -328,7 +328,7 @@ void tStorageWriter::writeBlock(const tSegmentBlock& block)
 // The segment that crossed the limit, of time stamp `timestamp`, stays in the old file. The next file is open before
 // the old one is left, so that the object is without one for an instant only; where it cannot be opened the object
 // stays without a file. A stop that was asked for meanwhile opens nothing: whoever asked finishes the old file.
-void tStorageWriter::rollOver(tTimes_ms timestamp)
+void tFileRecorder::rollOver(tTimes_ms timestamp)
 {
     if (!m_writeDataThread.running())
         return;
@@ -343,14 +343,14 @@ void tStorageWriter::rollOver(tTimes_ms timestamp)
 }
 
 // Lets segments gather for a moment, unless somebody waits or much waits already.
-void tStorageWriter::linger()
+void tFileRecorder::linger()
 {
     tWorker::tLock held = m_writeDataThread.lock();
     m_writeDataThread.waitUntil(held, tWorker::tClock::now() + cGatherTime,
                                 [this] { return m_hurry || m_writeDataFifo.bytes() >= cGatherBytes; });
 }
 
-void tStorageWriter::dropQueue()
+void tFileRecorder::dropQueue()
 {
     tSegmentBlocks dropped;
     m_writeDataThread.wake([&] {
@@ -363,7 +363,7 @@ void tStorageWriter::dropQueue()
 
 // ---- the flush thread ----
 
-void tStorageWriter::flushLoop()
+void tFileRecorder::flushLoop()
 {
     while (m_writeFlushThread.sleepFor(cFlushPeriod))
     {

@@ -1,4 +1,4 @@
-// tStorageWriter: the recording half of a storage object.
+// tFileRecorder: the recording half of a storage object.
 //
 // Shapes   segments go through a queue without bound to the writer thread, which takes all that waits at once and
 //          writes it, file after file.
@@ -32,11 +32,11 @@ enum tStorageState : std::uint8_t
     eWriteFinishing = 2
 };
 
-class tStorageWriter
+class tFileRecorder
 {
 public:
-    tStorageWriter(const std::string& storageBasePath, const std::string& specifySuffix);
-    ~tStorageWriter();
+    tFileRecorder(const std::string& storageBasePath, const std::string& specifySuffix);
+    ~tFileRecorder();
 
     bool createNewWritingFile(const std::string& extFileName, tTimes_ms timestamp, const std::string& customFolderPath,
                               bool compress);
@@ -49,7 +49,7 @@ public:
     std::uint32_t fifoSize() const { return m_writeDataFifoSize; }
     std::uint32_t saveCnt() const { return m_saveCnt; }
     std::uint64_t lostCnt() const { return m_lostCnt; }
-    tCompressions& compressions() { return m_compressions; }
+    tCompressionQueue& compressions() { return m_compressions; }
 
 private:
     // What a caller asked for when it started a file; a roll-over asks for the same again.
@@ -95,12 +95,12 @@ private:
     std::mutex m_controlMutex;
     std::atomic<tStorageState> m_state{eWriteFree};
     mutable std::mutex m_writingStreamMutex;
-    tCompressions m_compressions;
+    tCompressionQueue m_compressions;
     tWritingFilePtr m_file;  // guarded by m_writingStreamMutex; never held while the disk works
 
     // What producers touch, apart from what the writer counts: they do not take each other's cache lines.
     // Guarded by m_writeDataThread's lock.
-    alignas(64) tSegmentFifo m_writeDataFifo;
+    alignas(64) tBatchQueue m_writeDataFifo;
     bool m_writerSleeps = false;              // the writer waits to be woken
     bool m_hurry = false;                     // the writer is not to linger
     std::uint64_t m_acceptedCnt = 0;          // segments ever queued

@@ -24,7 +24,7 @@ static_assert(cImageStateTimePos + sizeof(std::uint64_t) <= cImageStateLen);
 static_assert(cServiceMarkPos + sizeof cReplayedMark <= cServiceLen);
 }  // namespace
 
-bool tReplayedRecord::load(const char* bytes, std::size_t len)
+bool tEditableRecord::load(const char* bytes, std::size_t len)
 {
     const tRadarMsgPackage* const package = asWholePackage(bytes, len);
     if (package == nullptr)
@@ -38,23 +38,23 @@ bool tReplayedRecord::load(const char* bytes, std::size_t len)
     return true;
 }
 
-char* tReplayedRecord::payload()
+char* tEditableRecord::payload()
 {
     return m_bytes.data() + cPackageHeadSize;
 }
 
-NetAddress tReplayedRecord::destination() const
+NetAddress tEditableRecord::destination() const
 {
     return {udpAddr, net::HtoNs(udpPort)};
 }
 
-void tReplayedRecord::stampReplayTime(std::uint64_t replayTime)
+void tEditableRecord::stampReplayTime(std::uint64_t replayTime)
 {
     if (m_msgLen == cImageStateLen && std::memcmp(payload(), cImageStateMark, sizeof cImageStateMark) == 0)
         le::store(payload() + cImageStateTimePos, replayTime);
 }
 
-void tReplayedRecord::markReplayed()
+void tEditableRecord::markReplayed()
 {
     if (m_msgLen == cServiceLen)
         std::memcpy(payload() + cServiceMarkPos, cReplayedMark, sizeof cReplayedMark);

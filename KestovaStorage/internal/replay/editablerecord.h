@@ -1,4 +1,4 @@
-// tReplayedRecord: a recorded package on its way through a replay, in a copy of its own that may be edited.
+// tEditableRecord: a recorded package on its way through a replay, in a copy of its own that may be edited.
 //
 // Shapes   the payload is msgLen() bytes at payload(), writable; group and port can be replaced.
 // Threads  none; one at a time. The copy's memory is used again for the next record.
@@ -15,7 +15,7 @@
 
 namespace Kestova
 {
-class tReplayedRecord
+class tEditableRecord
 {
 public:
     // Takes `len` bytes in; false, and nothing to look at, unless they are exactly one whole package.

@@ -1,4 +1,4 @@
-// tReplayNetwork: the network side of a replay: replayed records, repeated service messages and circle spoke loops.
+// tReplayOutput: the network side of a replay: replayed records, repeated service messages and circle spoke loops.
 //
 // Threads  any. Ends with all of its threads: nothing is sent afterwards.
 #ifndef KESTOVA_STORAGE_REPLAY_REPLAYOUTPUT_H
@@ -13,10 +13,10 @@
 
 namespace Kestova
 {
-class tReplayNetwork : private iCircleSpokeObserver
+class tReplayOutput : private iCircleSpokeObserver
 {
 public:
-    explicit tReplayNetwork(std::uint32_t localIp) : m_senders(localIp), m_services(localIp), m_loops(this) {}
+    explicit tReplayOutput(std::uint32_t localIp) : m_senders(localIp), m_services(localIp), m_loops(this) {}
 
     bool send(const NetAddress& address, std::string_view payload)
     {
@@ -38,9 +38,9 @@ private:
         send({spoke.address, net::HtoNs(static_cast<std::uint16_t>(spoke.port))}, spoke.spoke);
     }
 
-    tReplaySenders m_senders;
+    tSenderPool m_senders;
     tServiceRepeater m_services;
-    tCircleSpokeLoops m_loops;  // ends first: its threads send through the senders
+    tSpokeLoops m_loops;  // ends first: its threads send through the senders
 };
 }  // namespace Kestova
 

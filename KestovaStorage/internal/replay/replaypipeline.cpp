@@ -12,8 +12,8 @@ namespace
 constexpr tSenderType cUserSender = 2;  // what the user's display told the radar
 }
 
-void tRecordReplay::replay(tTimes_ms replayTime, double progress, const char* package, std::uint32_t len,
-                           const std::string& fileName, iRadarDataReplayObserver* observer)
+void tReplayPipeline::replay(tTimes_ms replayTime, double progress, const char* package, std::uint32_t len,
+                             const std::string& fileName, iRadarDataReplayObserver* observer)
 {
     if (!m_record.load(package, len))
     {
@@ -39,7 +39,7 @@ void tRecordReplay::replay(tTimes_ms replayTime, double progress, const char* pa
     }
 }
 
-void tRecordReplay::follow(const std::string& fileName, iRadarDataReplayObserver* observer)
+void tReplayPipeline::follow(const std::string& fileName, iRadarDataReplayObserver* observer)
 {
     if (fileName == m_currFileName)
         return;
@@ -47,7 +47,7 @@ void tRecordReplay::follow(const std::string& fileName, iRadarDataReplayObserver
     tellCounters(observer);
 }
 
-bool tRecordReplay::wanted(double progress) const
+bool tReplayPipeline::wanted(double progress) const
 {
     const tUdpMsgInfo& info = m_record.msgInfo();
     // Kept: the last record of the span passes, and so does the kind behind the last one.
@@ -55,7 +55,7 @@ bool tRecordReplay::wanted(double progress) const
            m_types.test(info.rwType) || progress == 1.0 || info.rwType == eTotalReadWriteTypes;
 }
 
-void tRecordReplay::pass(const tPlace& place)
+void tReplayPipeline::pass(const tPlace& place)
 {
     m_dataModifyObserver.through([&](iRadarReplayModifyObserver& observer) { modify(observer, place); });
     if (place.observer != nullptr)
@@ -70,7 +70,7 @@ void tRecordReplay::pass(const tPlace& place)
         countService(place.observer);
 }
 
-void tRecordReplay::modify(iRadarReplayModifyObserver& observer, const tPlace& place)
+void tReplayPipeline::modify(iRadarReplayModifyObserver& observer, const tPlace& place)
 {
     const std::string group = net::transAddr(m_record.udpAddr);
     observer.UpdateReplayDataModify(place.replayTime, m_record.timestamp_ms(), m_record.msgInfo().type,
@@ -80,7 +80,7 @@ void tRecordReplay::modify(iRadarReplayModifyObserver& observer, const tPlace& p
     observer.UpdateReplayAddrModify(&m_record.udpAddr, &m_record.udpPort);
 }
 
-void tRecordReplay::keepSpoke(iRadarReplayModifyObserver& observer, const char* group)
+void tReplayPipeline::keepSpoke(iRadarReplayModifyObserver& observer, const char* group)
 {
     int loopNumber = -1;
     int azimuth = -1;
@@ -92,18 +92,18 @@ void tRecordReplay::keepSpoke(iRadarReplayModifyObserver& observer, const char* 
                                           std::string(m_record.message())});
 }
 
-void tRecordReplay::send()
+void tReplayPipeline::send()
 {
     ++(m_network->send(m_record.destination(), m_record.message()) ? m_sentCnt : m_refusedCnt);
 }
 
-void tRecordReplay::countService(iRadarDataReplayObserver* observer)
+void tReplayPipeline::countService(iRadarDataReplayObserver* observer)
 {
     ++m_multiServiceMsgCnt;
     tellCounters(observer);
 }
 
-void tRecordReplay::tellCounters(iRadarDataReplayObserver* observer) const
+void tReplayPipeline::tellCounters(iRadarDataReplayObserver* observer) const
 {
     if (observer != nullptr)
         observer->UpdateFileName(m_currFileName + "\r\nUser Ctrl Cnt: " + std::to_string(m_userCtrlMsgCnt) +

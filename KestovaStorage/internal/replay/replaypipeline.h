@@ -1,4 +1,4 @@
-// tRecordReplay: what a replay does with each record: counting, filter, edits, report, network.
+// tReplayPipeline: what a replay does with each record: counting, filter, edits, report, network.
 //
 // Owner    observers and network are not owned and outlive it.
 // Threads  replay() one at a time, on the replay thread; the rest any.
@@ -16,15 +16,15 @@
 
 namespace Kestova
 {
-class tReplayNetwork;
+class tReplayOutput;
 
-class tRecordReplay
+class tReplayPipeline
 {
 public:
     using tTypes = std::bitset<256>;
 
     // Replays these kinds of stream; `network` is null where nothing is to leave this machine.
-    tRecordReplay(const tTypes& types, tReplayNetwork* network) : m_types(types), m_network(network) {}
+    tReplayPipeline(const tTypes& types, tReplayOutput* network) : m_types(types), m_network(network) {}
 
     void setModifyObserver(iRadarReplayModifyObserver* observer) { m_dataModifyObserver.set(observer); }
     std::uint64_t sentCnt() const { return m_sentCnt; }
@@ -53,9 +53,9 @@ private:
     void tellCounters(iRadarDataReplayObserver* observer) const;
 
     const tTypes m_types;
-    tReplayNetwork* const m_network;
+    tReplayOutput* const m_network;
     tCallbackGate<iRadarReplayModifyObserver> m_dataModifyObserver;
-    tReplayedRecord m_record;
+    tEditableRecord m_record;
     std::string m_currFileName;
     std::uint32_t m_userCtrlMsgCnt = 0;
     std::uint32_t m_multiServiceMsgCnt = 0;

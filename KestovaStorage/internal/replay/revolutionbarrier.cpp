@@ -2,19 +2,19 @@
 
 namespace Kestova
 {
-tZeroSync& tZeroSync::shared()
+tRevolutionBarrier& tRevolutionBarrier::shared()
 {
-    static tZeroSync* const s_shared = new tZeroSync;  // loops may end as late as the process does
+    static tRevolutionBarrier* const s_shared = new tRevolutionBarrier;  // loops may end as late as the process does
     return *s_shared;
 }
 
-void tZeroSync::enter()
+void tRevolutionBarrier::enter()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     ++m_turning;
 }
 
-void tZeroSync::leave()
+void tRevolutionBarrier::leave()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     --m_turning;
@@ -22,7 +22,7 @@ void tZeroSync::leave()
         release();
 }
 
-void tZeroSync::arrive(const std::atomic<bool>& turning)
+void tRevolutionBarrier::arrive(const std::atomic<bool>& turning)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     const std::uint64_t generation = m_generation;
@@ -38,7 +38,7 @@ void tZeroSync::arrive(const std::atomic<bool>& turning)
         --m_arrived;  // stopped while waiting
 }
 
-void tZeroSync::wake()
+void tRevolutionBarrier::wake()
 {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -46,7 +46,7 @@ void tZeroSync::wake()
     m_allReady.notify_all();
 }
 
-void tZeroSync::release()
+void tRevolutionBarrier::release()
 {
     m_arrived = 0;
     ++m_generation;

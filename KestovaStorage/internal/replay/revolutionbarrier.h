@@ -1,4 +1,5 @@
-// tZeroSync: where the circle spoke loops of this process meet before each revolution, so that all start it together.
+// tRevolutionBarrier: where the circle spoke loops of this process meet before each revolution, so that all start it
+// together.
 //
 // A counted barrier with a generation. Only loops that turn are counted: one that is empty, stopped or gone holds
 // nobody. The last one to arrive waits 10 ms and releases all.
@@ -15,12 +16,12 @@
 
 namespace Kestova
 {
-class tZeroSync
+class tRevolutionBarrier
 {
 public:
     static constexpr std::chrono::milliseconds cPause{10};
 
-    static tZeroSync& shared();  // of all loops of this process; lives for ever
+    static tRevolutionBarrier& shared();  // of all loops of this process; lives for ever
 
     void enter();  // a loop begins to turn
     void leave();  // it has stopped; whoever waited for it alone goes on

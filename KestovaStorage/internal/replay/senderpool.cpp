@@ -5,25 +5,25 @@
 
 namespace Kestova
 {
-bool tReplaySenders::send(const NetAddress& address, const char* data, int len)
+bool tSenderPool::send(const NetAddress& address, const char* data, int len)
 {
     return senderOf(address)->sendData(data, len);
 }
 
-std::size_t tReplaySenders::size() const
+std::size_t tSenderPool::size() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_sendSockInfo.size();
 }
 
-void tReplaySenders::clear()
+void tSenderPool::clear()
 {
     std::map<NetAddress, tRow, tNetAddress_less> ending;
     const std::lock_guard<std::mutex> lock(m_mutex);
     ending.swap(m_sendSockInfo);
 }
 
-tReplaySenders::tSender tReplaySenders::senderOf(const NetAddress& address)
+tSenderPool::tSender tSenderPool::senderOf(const NetAddress& address)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     auto row = m_sendSockInfo.find(address);
@@ -38,7 +38,7 @@ tReplaySenders::tSender tReplaySenders::senderOf(const NetAddress& address)
     return row->second.sender;
 }
 
-void tReplaySenders::makeRoom()
+void tSenderPool::makeRoom()
 {
     if (m_sendSockInfo.size() < cMaxSenders)
         return;

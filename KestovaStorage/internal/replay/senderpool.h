@@ -1,4 +1,4 @@
-// tReplaySenders: the sockets through which a replay reaches the network, one for each destination, made at first use.
+// tSenderPool: the sockets through which a replay reaches the network, one for each destination, made at first use.
 //
 // Shapes   at most cMaxSenders at a time: the one that was not used for longest makes room, said once. A recording
 //          can name any number of destinations; this process has a limit of descriptors.
@@ -19,12 +19,12 @@
 
 namespace Kestova
 {
-class tReplaySenders
+class tSenderPool
 {
 public:
     static constexpr std::size_t cMaxSenders = 256;
 
-    explicit tReplaySenders(std::uint32_t localIp) : m_localIp(localIp) {}
+    explicit tSenderPool(std::uint32_t localIp) : m_localIp(localIp) {}
 
     // Sends `len` bytes to `address` with multicast loopback on, so that displays on this machine hear them too.
     // Whether they went out.

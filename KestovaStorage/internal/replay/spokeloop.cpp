@@ -118,7 +118,7 @@ void tCircleSpokes::emit(const tSpokeString& spoke)
     m_observer->UpdateCircleSpokeReplay(spoke);
 }
 
-void tCircleSpokeLoops::feed(int number, tSpokeString spoke)
+void tSpokeLoops::feed(int number, tSpokeString spoke)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (number < 0 || number >= cMaxLoops)
@@ -135,7 +135,7 @@ void tCircleSpokeLoops::feed(int number, tSpokeString spoke)
     loop->feed(std::move(spoke));
 }
 
-void tCircleSpokeLoops::run(bool on)
+void tSpokeLoops::run(bool on)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     for (const auto& [number, loop] : m_circleSpokeLoops)

@@ -33,7 +33,7 @@ class tCircleSpokes
 public:
     static constexpr std::chrono::milliseconds cPass{2000};
 
-    explicit tCircleSpokes(iCircleSpokeObserver* observer, tZeroSync& sync = tZeroSync::shared())
+    explicit tCircleSpokes(iCircleSpokeObserver* observer, tRevolutionBarrier& sync = tRevolutionBarrier::shared())
         : m_observer(observer), m_zeroSync(sync)
     {}
     ~tCircleSpokes();
@@ -59,7 +59,7 @@ private:
     void emit(const tSpokeString& spoke);
 
     iCircleSpokeObserver* const m_observer;
-    tZeroSync& m_zeroSync;
+    tRevolutionBarrier& m_zeroSync;
     bool m_printFlag = false;
     std::atomic<bool> m_replaying{false};
     tSpokeBuffer m_spokeBuff;             // the owner's while the loop stands, the loop's while it turns
@@ -69,12 +69,12 @@ private:
 };
 
 // The loops of one replayer by their numbers. Any thread.
-class tCircleSpokeLoops
+class tSpokeLoops
 {
 public:
     static constexpr int cMaxLoops = 256;
 
-    explicit tCircleSpokeLoops(iCircleSpokeObserver* observer) : m_observer(observer) {}
+    explicit tSpokeLoops(iCircleSpokeObserver* observer) : m_observer(observer) {}
 
     // Gives the spoke to loop `number`, which is made where it is missing. Numbers that are no radar's are refused, and
     // said once.
