@@ -15,7 +15,7 @@
 #include "KestovaStorage/internal/codec/bytecounter.h"
 #include "KestovaStorage/internal/codec/codeemitter.h"
 #include "KestovaStorage/internal/codec/huffmanformat.h"
-#include "common/littleendian.h"
+#include "common/byteorder.h"
 
 namespace huffman
 {

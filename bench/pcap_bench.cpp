@@ -19,7 +19,7 @@
 #include "KestovaStorage/pcapreader.h"
 #include "bench/measure.h"
 #include "bench/pcap_peer.h"
-#include "common/bigendian.h"
+#include "common/byteorder.h"
 
 namespace
 {

@@ -1,12 +1,26 @@
-// tDescriptor: owns one file descriptor and closes it.
+// tDescriptor: owns one file descriptor, closes it, and reads and writes whole stretches of a file through it.
 #ifndef KESTOVA_COMMON_DESCRIPTOR_H
 #define KESTOVA_COMMON_DESCRIPTOR_H
 
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <sys/types.h>
 #include <unistd.h>
 #include <utility>
 
-namespace net
+// The system calls behind every positioned read and write of this project. Tests replace them to make a disk fail, be
+// full or slow; nothing else does.
+struct tFileCalls
 {
+    using tRead = ssize_t (*)(int file, void* to, std::size_t len, off_t pos);
+    using tWrite = ssize_t (*)(int file, const void* data, std::size_t len, off_t pos);
+
+    static inline std::atomic<tRead> s_read{::pread};
+    static inline std::atomic<tWrite> s_write{::pwrite};
+};
+
 class tDescriptor
 {
 public:
@@ -28,9 +42,48 @@ public:
             ::close(std::exchange(m_fd, -1));
     }
 
+    // Reads up to `len` bytes at `pos`. Returns how many came before the file's end or an error; errno is 0 at the end.
+    std::size_t readAt(void* to, std::size_t len, std::uint64_t pos) const
+    {
+        return transfer(len, [&](std::size_t done) {
+            return tFileCalls::s_read.load(std::memory_order_relaxed)(m_fd, static_cast<char*>(to) + done, len - done,
+                                                                      static_cast<off_t>(pos + done));
+        });
+    }
+    bool readAllAt(void* to, std::size_t len, std::uint64_t pos) const { return readAt(to, len, pos) == len; }
+
+    // Writes `len` bytes at `pos`. Returns how many were written before an error, which errno has.
+    std::size_t writeAt(const void* data, std::size_t len, std::uint64_t pos) const
+    {
+        return transfer(len, [&](std::size_t done) {
+            return tFileCalls::s_write.load(std::memory_order_relaxed)(m_fd, static_cast<const char*>(data) + done,
+                                                                       len - done, static_cast<off_t>(pos + done));
+        });
+    }
+    bool writeAllAt(const void* data, std::size_t len, std::uint64_t pos) const
+    {
+        return writeAt(data, len, pos) == len;
+    }
+
 private:
+    // Repeats a call that may be interrupted or do a part only, until all is done or nothing more comes.
+    template <typename tCall>
+    static std::size_t transfer(std::size_t len, tCall call)
+    {
+        std::size_t done = 0;
+        while (done < len)
+        {
+            errno = 0;
+            const ssize_t count = call(done);
+            if (count > 0)
+                done += static_cast<std::size_t>(count);
+            else if (count == 0 || errno != EINTR)
+                break;
+        }
+        return done;
+    }
+
     int m_fd = -1;
 };
-}  // namespace net
 
 #endif

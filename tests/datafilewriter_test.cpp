@@ -239,7 +239,7 @@ protected:
     // Times whose low or high bytes are zero: cut ones may look like none or like another.
     static std::uint64_t timeOf(std::size_t i) { return i % 3 == 0 ? cNow + i : i % 3 == 1 ? 1ull << 40 : 1 + i % 200; }
 
-    net::tDescriptor m_reading;
+    tDescriptor m_reading;
     tSegments m_given;
     std::size_t m_published = 0;  // records that append() is done with
     std::size_t m_shown = 0;      // records that a reader finds
@@ -248,7 +248,7 @@ protected:
     void SetUp() override
     {
         tDataFileWriterTest::SetUp();
-        m_reading = net::tDescriptor(::open(path.c_str(), O_RDONLY));
+        m_reading = tDescriptor(::open(path.c_str(), O_RDONLY));
     }
 };
 }  // namespace

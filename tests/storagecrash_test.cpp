@@ -48,8 +48,8 @@ public:
     {
         int ends[2] = {-1, -1};
         EXPECT_EQ(::pipe(ends), 0);
-        m_acknowledged = net::tDescriptor(ends[0]);
-        const net::tDescriptor write(ends[1]);
+        m_acknowledged = tDescriptor(ends[0]);
+        const tDescriptor write(ends[1]);
         m_pid = ::fork();
         if (m_pid == 0)
             recordUntilKilled(m_dir.string(), fullSpeed, write.get());
@@ -87,7 +87,7 @@ public:
 private:
     tTempDir m_dir;
     pid_t m_pid = -1;
-    net::tDescriptor m_acknowledged;
+    tDescriptor m_acknowledged;
 };
 }  // namespace
 

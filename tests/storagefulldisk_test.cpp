@@ -18,7 +18,7 @@ constexpr unsigned long cMoment = 1715934600000;
 void fill(const std::string& path, int mebibytes)
 {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    const net::tDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT, 0600));
+    const tDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT, 0600));
     EXPECT_EQ(::posix_fallocate(file.get(), 0, off_t{mebibytes} << 20), 0);
 }
 

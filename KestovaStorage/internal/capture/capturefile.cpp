@@ -6,7 +6,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "common/littleendian.h"
+#include "common/byteorder.h"
 
 namespace pcap
 {
@@ -18,7 +18,7 @@ static_assert(cWindow > sizeof(tPcapPckHeader) + cRecordReach);
 
 std::unique_ptr<tCaptureFile> tCaptureFile::open(const std::string& path)
 {
-    net::tDescriptor descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    tDescriptor descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status = {};
     if (!descriptor.valid() || ::fstat(descriptor.get(), &status) != 0 || !S_ISREG(status.st_mode))
         return nullptr;
@@ -29,7 +29,7 @@ std::unique_ptr<tCaptureFile> tCaptureFile::open(const std::string& path)
     return file;
 }
 
-tCaptureFile::tCaptureFile(net::tDescriptor descriptor, std::uint64_t size)
+tCaptureFile::tCaptureFile(tDescriptor descriptor, std::uint64_t size)
     : m_descriptor(std::move(descriptor)), m_size(size), m_window(new char[cWindow + 1])
 {}
 

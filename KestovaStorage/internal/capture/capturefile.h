@@ -40,12 +40,12 @@ public:
     bool atEnd() const { return m_pos == m_size; }  // false after the last record: the rest could not be read
 
 private:
-    tCaptureFile(net::tDescriptor descriptor, std::uint64_t size);
+    tCaptureFile(tDescriptor descriptor, std::uint64_t size);
     void readHead();
     std::size_t fill(std::uint64_t pos);
     char* view(std::uint64_t pos, std::size_t& len);
 
-    const net::tDescriptor m_descriptor;
+    const tDescriptor m_descriptor;
     const std::uint64_t m_size;                // when it was opened
     const std::unique_ptr<char[]> m_window;    // with one byte to spare at its end
     std::uint64_t m_windowPos = 0, m_pos = 0;  // offsets of the window's first byte and of the next record

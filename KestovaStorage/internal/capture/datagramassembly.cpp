@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "KestovaStorage/internal/capture/captureformat.h"
-#include "common/bigendian.h"
+#include "common/byteorder.h"
 
 namespace pcap
 {

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "UdpSocket/udpsocket.h"
-#include "common/bigendian.h"
+#include "common/byteorder.h"
 
 namespace pcap
 {

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "KestovaStorage/internal/codec/processor.h"
-#include "common/littleendian.h"
+#include "common/byteorder.h"
 
 namespace huffman
 {

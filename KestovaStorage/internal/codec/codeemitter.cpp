@@ -3,7 +3,7 @@
 #include <stdexcept>
 
 #include "KestovaStorage/internal/codec/bitappender.h"
-#include "common/littleendian.h"
+#include "common/byteorder.h"
 
 namespace huffman
 {

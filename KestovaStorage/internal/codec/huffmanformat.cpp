@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "common/littleendian.h"
+#include "common/byteorder.h"
 
 namespace huffman
 {

@@ -4,7 +4,7 @@
 #include <bit>
 
 #include "KestovaStorage/internal/codec/symbollook.h"
-#include "common/littleendian.h"
+#include "common/byteorder.h"
 
 namespace huffman
 {

@@ -3,7 +3,7 @@
 #define KESTOVA_STORAGE_CODEC_SYMBOLLOOK_H
 
 #include "KestovaStorage/internal/codec/symboldecoder.h"
-#include "common/littleendian.h"
+#include "common/byteorder.h"
 
 namespace huffman
 {

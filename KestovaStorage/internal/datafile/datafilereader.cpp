@@ -79,7 +79,7 @@ catch (const std::bad_alloc&)
 // Opening does not wait for a pipe or a device that is named like a data file.
 bool tDataFileReader::openFile()
 {
-    m_file = net::tDescriptor(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    m_file = tDescriptor(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     return m_file.valid();
 }
 

@@ -70,7 +70,7 @@ private:
     bool isWhole(const tIndexSlot& slot) const;
 
     std::string m_path;
-    net::tDescriptor m_file;
+    tDescriptor m_file;
     std::uint64_t m_device = 0, m_inode = 0;  // of the file that was opened first
     std::unique_ptr<huffman::tHuffmanDecode> m_decoder;
     std::uint64_t m_countedBits = 0;

@@ -29,7 +29,7 @@ std::uint64_t endOf(const tIndexSlot& slot)
 
 std::unique_ptr<tDataFileWriter> tDataFileWriter::create(const std::string& path)
 {
-    net::tDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    tDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (!file.valid())
         return nullptr;
     std::unique_ptr<tDataFileWriter> writer(new tDataFileWriter(std::move(file), path));
@@ -37,8 +37,7 @@ std::unique_ptr<tDataFileWriter> tDataFileWriter::create(const std::string& path
     return writer;
 }
 
-tDataFileWriter::tDataFileWriter(net::tDescriptor file, std::string path)
-    : m_file(std::move(file)), m_path(std::move(path))
+tDataFileWriter::tDataFileWriter(tDescriptor file, std::string path) : m_file(std::move(file)), m_path(std::move(path))
 {}
 
 void tDataFileWriter::append(tBlockCursor& cursor, std::uint64_t now)

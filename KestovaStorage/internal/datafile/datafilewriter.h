@@ -60,7 +60,7 @@ public:
     std::uint64_t lost() const { return m_lost; }
 
 private:
-    explicit tDataFileWriter(net::tDescriptor file, std::string path);
+    explicit tDataFileWriter(tDescriptor file, std::string path);
 
     struct tRun
     {
@@ -75,7 +75,7 @@ private:
     std::size_t writeAt(const void* data, std::size_t len, std::uint64_t pos);
     bool writeAllAt(const void* data, std::size_t len, std::uint64_t pos) { return writeAt(data, len, pos) == len; }
 
-    net::tDescriptor m_file;
+    tDescriptor m_file;
     std::string m_path;
     huffman::tHuffmanEncode* m_encoder = nullptr;
     tIndexHead m_indexHead{};

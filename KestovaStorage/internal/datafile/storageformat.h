@@ -15,7 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "common/littleendian.h"
+#include "common/byteorder.h"
 
 namespace storage
 {

@@ -38,7 +38,7 @@ private:
     bool fail();
 
     const std::string m_path;
-    net::tDescriptor m_file;
+    tDescriptor m_file;
     int m_error = 0;
     bool m_committed = false;
 };

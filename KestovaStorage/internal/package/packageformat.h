@@ -8,7 +8,7 @@
 #include <limits>
 
 #include "KestovaStorage/radarmsgpackage.h"
-#include "common/littleendian.h"
+#include "common/byteorder.h"
 
 inline constexpr char cPackageHeadMark[] = "Quorvale";
 inline constexpr char cPackageEndMark[] = "ZQ_Radar";

@@ -4,7 +4,7 @@
 
 #include "KestovaStorage/internal/package/packageformat.h"
 #include "UdpSocket/udpsocket.h"
-#include "common/littleendian.h"
+#include "common/byteorder.h"
 
 namespace Kestova
 {

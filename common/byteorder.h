@@ -1,6 +1,6 @@
 // Numbers of the formats, little-endian on disk and in packages whatever the host is.
-#ifndef KESTOVA_COMMON_LITTLEENDIAN_H
-#define KESTOVA_COMMON_LITTLEENDIAN_H
+#ifndef KESTOVA_COMMON_BYTEORDER_H
+#define KESTOVA_COMMON_BYTEORDER_H
 
 #include <bit>
 #include <cstddef>
@@ -53,5 +53,23 @@ void store(void* to, tNumber value)
     std::memcpy(to, &value, sizeof value);
 }
 }  // namespace le
+
+// Numbers of network headers, which are big-endian on the wire.
+namespace be
+{
+// The number stored at `from`; any alignment.
+template <typename tNumber>
+tNumber load(const void* from)
+{
+    return le::swapped(le::load<tNumber>(from));
+}
+
+// Stores `value` at `to`; any alignment.
+template <typename tNumber>
+void store(void* to, tNumber value)
+{
+    le::store(to, le::swapped(value));
+}
+}  // namespace be
 
 #endif
