@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "KestovaStorage/datafileconverter.h"
-#include "KestovaStorage/internal/datafile/storageformat.h"
+#include "KestovaStorage/datafileformat.h"
 #include "support/pwritehook.h"
 #include "support/recordedsegments.h"
 #include "support/recording.h"

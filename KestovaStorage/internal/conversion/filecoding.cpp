@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "KestovaStorage/internal/datafile/segmentreader.h"
+#include "common/byteorder.h"
 
 namespace storage
 {

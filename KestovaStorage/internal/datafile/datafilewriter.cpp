@@ -8,6 +8,7 @@
 
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/huffmanencode.h"
+#include "common/byteorder.h"
 
 namespace storage
 {

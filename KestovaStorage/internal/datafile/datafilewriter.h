@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "KestovaStorage/internal/buffers/batchqueue.h"
-#include "KestovaStorage/internal/datafile/storageformat.h"
+#include "KestovaStorage/datafileformat.h"
 #include "common/descriptor.h"
 
 namespace huffman
