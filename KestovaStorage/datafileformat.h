@@ -133,11 +133,19 @@ inline tEncodedIndexTable decodeEncoded(const tIndexSlot& slot)
     return fileOrder(stored);
 }
 
-// Both kinds keep the time in the same place.
+// Both kinds keep the time and the length in the same places.
 inline uint64_t timeOf(const tIndexSlot& slot)
 {
     uint64_t stored;
     memcpy(&stored, slot.data(), sizeof stored);
+    return fileOrder(stored);
+}
+
+// In bytes or, of a Huffman record, in bits.
+inline uint32_t lengthOf(const tIndexSlot& slot)
+{
+    uint32_t stored;
+    memcpy(&stored, slot.data() + offsetof(tNormalIndexTable, len), sizeof stored);
     return fileOrder(stored);
 }
 }  // namespace storage
