@@ -80,7 +80,7 @@ void tDataStorageIO::CancelCompressing()
 
 bool tDataStorageIO::OpenReadDataFileorFolder(const std::string& path, iDataReadReplayObserver* observer)
 {
-    // Not owned: a share of nothing that points to it.
+    // An empty owner: the observer is not deleted.
     return d->m_player.open(path, {std::shared_ptr<void>(), observer});
 }
 
@@ -126,7 +126,16 @@ bool tDataStorageIO::IsExistPath(const std::string& path)
 
 tPathProperty tDataStorageIO::IsFileOrFolder(const std::string& path)
 {
-    return paths::property(path);
+    switch (paths::kindOf(path))
+    {
+    case paths::eKind::eFile:
+        return eFile;
+    case paths::eKind::eFolder:
+        return eFolder;
+    case paths::eKind::eNone:
+        break;
+    }
+    return eNoExist;
 }
 
 void tDataStorageIO::NormalizePath(std::string& path)

@@ -1,9 +1,22 @@
 #include "KestovaStorage/datastorageioprivate.h"
 
+#include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/internal/disk/diskspace.h"
+
 namespace storage
 {
+namespace
+{
+// The process's own. It is never destroyed: its thread runs until the process ends.
+tDiskReclaimer& reclaimer()
+{
+    static tDiskReclaimer& s_instance = *new tDiskReclaimer(disk::isLow, &tDataStorageIO::DiskCheckThreadEnable);
+    return s_instance;
+}
+}  // namespace
+
 tDataStorageIOPrivate::tDataStorageIOPrivate(const std::string& storageBasePath, const char* specifySuffix)
-    : m_player(specifySuffix), m_writer(storageBasePath, specifySuffix)
+    : m_player(specifySuffix), m_writer(storageBasePath, specifySuffix, reclaimer())
 {}
 
 tDataStorageIOPrivate::~tDataStorageIOPrivate() = default;

@@ -15,7 +15,7 @@
 #include <memory>
 
 #include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/internal/datafile/storageformat.h"
+#include "KestovaStorage/datafileformat.h"
 #include "bench/measure.h"
 
 namespace

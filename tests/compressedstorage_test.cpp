@@ -15,6 +15,7 @@
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datafileconverter.h"
 #include "KestovaStorage/datastorageio.h"
+#include "support/filebytes.h"
 #include "support/huffmaninputs.h"
 #include "support/ownnamespace.h"
 #include "support/recordedsegments.h"
@@ -83,16 +84,8 @@ protected:
     static auto entriesIn(const std::string& path) { return std::distance(fs::directory_iterator(path), {}); }
     std::string plainFile(const tSegments& segments, const std::string& name = "p.data")
     {
-        std::vector<tHandSegment> made;
-        for (const tSegment& segment : segments)
-            made.push_back({segment.time, segment.bytes});
-        recordByHand(dir.file(name), made);
+        recordByHand(dir.file(name), segments);
         return dir.file(name);
-    }
-    static std::string contents(const std::string& path)
-    {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
     }
     static std::uint32_t indexNum(const std::string& path)
     {
@@ -134,7 +127,7 @@ TEST_F(tCompressedStorageTest, replaysWhatThePlainFileWouldHave)
 
 TEST_F(tCompressedStorageTest, beginsEachSegmentAtTheBitWhereTheOneBeforeEnds)
 {
-    const std::string bytes = contents(encoded(record(unevenSegments(500), folder)));
+    const std::string bytes = contentsOf(encoded(record(unevenSegments(500), folder)));
     ASSERT_GT(bytes.size(), 10'000'000u);
     EXPECT_EQ(bytes.substr(0, 4), cHuffmanMagic);
     std::uint64_t next = 10'000'000 * 8, longest = 0;
@@ -236,7 +229,7 @@ TEST_F(tCompressedStorageTest, leavesOneWholeFileWhereverItIsKilled)
 
 TEST_F(tCompressedStorageTest, convertsThereAndBackByteForByte)
 {
-    const std::string path = plainFile(unevenSegments(2000)), before = contents(path);
+    const std::string path = plainFile(unevenSegments(2000)), before = contentsOf(path);
     fs::permissions(path, fs::perms::owner_read | fs::perms::group_read);
     ASSERT_TRUE(compress(path)) << error;
     EXPECT_EQ(result, dir.file("p.tar.data"));
@@ -246,7 +239,7 @@ TEST_F(tCompressedStorageTest, convertsThereAndBackByteForByte)
     ASSERT_TRUE(tDataFileConverter::Expand(result, ".data", nullptr, &result, &error)) << error;
     EXPECT_EQ(result, path);
     // The longest segment is 0 in the head that was made by hand.
-    EXPECT_TRUE(contents(path).replace(2004, 4, before.substr(2004, 4)) == before);
+    EXPECT_TRUE(contentsOf(path).replace(2004, 4, before.substr(2004, 4)) == before);
     EXPECT_EQ(entriesIn(dir.string()), 1);
 }
 
@@ -265,11 +258,11 @@ TEST_F(tCompressedStorageTest, refusesToConvertAndSaysWhy)
     for (const auto& [path, reason] : cases)
     {
         SCOPED_TRACE(path);
-        const std::string before = contents(path);
+        const std::string before = contentsOf(path);
         EXPECT_FALSE(compress(path));
         expectError(reason);
         EXPECT_EQ(error.find(path), 0u) << error;
-        EXPECT_TRUE(contents(path) == before);
+        EXPECT_TRUE(contentsOf(path) == before);
         EXPECT_FALSE(fs::exists(path + ".part"));
     }
     EXPECT_FALSE(tDataFileConverter::Expand(longer, ".data", nullptr, nullptr, nullptr));
@@ -329,7 +322,7 @@ TEST_F(tCompressedStorageTest, playsOnWhereAFileIsCompressedMeanwhile)
 TEST_F(tCompressedStorageTest, doesNotExpandWhatItsHeadDoesNotDescribe)
 {
     ASSERT_TRUE(compress(plainFile(unevenSegments(100))));
-    const std::string path = result, before = contents(path);
+    const std::string path = result, before = contentsOf(path);
     putBytes(path, 24, std::string(1, static_cast<char>(before[24] ^ 0x40)));  // a count
     EXPECT_FALSE(tDataFileConverter::Expand(path, ".data", nullptr, nullptr, &error));
     EXPECT_TRUE(fs::exists(path));

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "KestovaStorage/datafileconverter.h"
-#include "KestovaStorage/internal/datafile/storageformat.h"
+#include "KestovaStorage/datafileformat.h"
 #include "support/pwritehook.h"
 #include "support/recordedsegments.h"
 #include "support/recording.h"
@@ -44,10 +44,7 @@ TEST(tConversionCheckTest, keepsTheOriginalWhereverTheResultIsSpoilt)
     const tTempDir dir;
     const tSegments segments = someSegments();
     std::string path = dir.file("s.data");
-    std::vector<tHandSegment> byHand;
-    for (const tSegment& segment : segments)
-        byHand.push_back({segment.time, segment.bytes});
-    recordByHand(path, byHand);
+    recordByHand(path, segments);
     for (const bool compresses : {true, false})
     {
         const auto convert = compresses ? tDataFileConverter::Compress : tDataFileConverter::Expand;

@@ -2,8 +2,8 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <fstream>
 
+#include "support/filebytes.h"
 #include "support/pwritehook.h"
 #include "support/recordedsegments.h"
 #include "support/tempdir.h"
@@ -55,13 +55,7 @@ protected:
             return -1;
         });
     }
-    std::string bytesAt(std::uint64_t pos, std::size_t len) const
-    {
-        std::string bytes(len, '?');
-        std::ifstream file(path, std::ios::binary);
-        file.seekg(static_cast<std::streamoff>(pos)).read(bytes.data(), static_cast<std::streamsize>(len));
-        return file ? bytes : "cannot be read";
-    }
+    std::string bytesAt(std::uint64_t pos, std::size_t len) const { return bytesOf(path, pos, len); }
 
     tTempDir dir;
     const std::string path = dir.file("x.data");

@@ -19,7 +19,7 @@ protected:
         tWorkingDir() { std::filesystem::current_path(path()); }
         ~tWorkingDir() { std::filesystem::current_path("/"); }
     };
-    std::string file(const std::string& name, const std::vector<tHandSegment>& segments) const
+    std::string file(const std::string& name, const tSegments& segments) const
     {
         recordByHand(dir.file(name), segments);
         return dir.file(name);
@@ -52,7 +52,7 @@ protected:
 
 TEST_F(tRadarDataReplayerTest, sendsEveryRecordToItsGroupInOrder)
 {
-    std::vector<tHandSegment> segments;
+    tSegments segments;
     const auto payload = [](std::uint64_t i) { return std::string(i == 9 ? 60'000 : i, static_cast<char>(i)); };
     for (std::uint64_t i = 0; i < 60; ++i)
         segments.push_back({1000 + i / 4, radarRecord(cImage, (i % 2 == 0 ? a : b).group, payload(i))});
@@ -160,7 +160,7 @@ TEST_F(tRadarDataReplayerTest, takesEveryCallFromInsideItsCallbacks)
 
 TEST_F(tRadarDataReplayerTest, goesOnWhereTheNetworkRefusesAndSaysItOnceADestination)
 {
-    std::vector<tHandSegment> segments;
+    tSegments segments;
     for (std::uint64_t i = 0; i < 20; ++i)
         segments.push_back({1000 + i, radarRecord(cImage, (i % 2 == 0 ? a : b).group,
                                                   i % 4 < 2 ? std::string(65'520, 'l') : "p")});  // l: too long

@@ -96,7 +96,7 @@ TEST_F(tSaverAndReplayerTest, losesNothingWhenSavingEndsOrItIsDestroyed)
 
 TEST_F(tSaverAndReplayerTest, endsFromInsideItsCallbacksWorksWithoutThemAndIsDestroyedWhileItReplays)
 {
-    recordByHand(dir.file("a.qvdata"), std::vector<tHandSegment>(99, {1, radarRecord({1, 2, 0, 1, 15}, {}, "a")}));
+    recordByHand(dir.file("a.qvdata"), tSegments(99, {1, radarRecord({1, 2, 0, 1, 15}, {}, "a")}));
     std::atomic<char> at{'2'};
     log.react = [&](const std::string& word) {
         if (word == "2")

@@ -39,15 +39,13 @@ protected:
     tSegments make(const char* name, std::size_t megabytes)
     {
         tSegments segments;
-        std::vector<tHandSegment> made;
         for (std::uint64_t i = 0; i < megabytes * 2; ++i)
         {
             segments.push_back({1000 + i, numberedSegment(i, 500'000)});
             for (std::size_t k = 16; k < 500'000; k += 2)
                 segments.back().bytes[k] = 0;
-            made.push_back({segments.back().time, segments.back().bytes});
         }
-        recordByHand(dir.file(name), made);
+        recordByHand(dir.file(name), segments);
         return segments;
     }
     std::vector<std::string> leftovers() const

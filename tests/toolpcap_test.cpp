@@ -52,7 +52,7 @@ protected:
 
 TEST_F(tToolPcapTest, makesACaptureOfARecordingAndTheRecordingOfTheCapture)
 {
-    std::vector<tHandSegment> segments;
+    tSegments segments;
     const std::vector<std::string> payloads = {
         "", "a", std::string(1472, 'b'), std::string(1473, 'c'), std::string(65'000, 'd'), "\x5A\xA5\xE0\x01spoke"};
     for (std::size_t i = 0; i < payloads.size(); ++i)

@@ -82,7 +82,7 @@ protected:
     // makePackage's group is 239.17.0.1:6001; one every `stepMs`.
     std::string record(std::uint32_t count, std::uint64_t stepMs)
     {
-        std::vector<tHandSegment> segments;
+        tSegments segments;
         for (std::uint32_t i = 0; i < count; ++i)
             segments.push_back({cTime + i * stepMs, makePackage(i, "spoke " + std::to_string(i), eReadType)});
         recordByHand(dir.file("r.data"), segments);

@@ -1,51 +1,56 @@
-// tPwriteHook: stands between the whole program and pwrite while it lives, to see, delay, fake or fail each write.
+// tPwriteHook: stands between the storage engine and its positioned writes while it lives, to see, delay, change or
+// fail each of them.
 //
-// One at a time. Writes already under way when it ends may still be inside the handler. Include in one source only: it
-// takes the place of the C library's pwrite.
+// For tests that link the object files: the shared library has system calls of its own. One at a time. Its destruction
+// waits until no write is inside the handler.
 #ifndef KESTOVA_TESTS_PWRITEHOOK_H
 #define KESTOVA_TESTS_PWRITEHOOK_H
 
-#include <atomic>
 #include <functional>
-#include <sys/syscall.h>
-#include <sys/types.h>
-#include <unistd.h>
+#include <mutex>
+#include <shared_mutex>
 #include <utility>
+
+#include "common/descriptor.h"
 
 class tPwriteHook
 {
 public:
     using tHandler = std::function<ssize_t(int file, const void* data, std::size_t len, off_t pos)>;
 
-    explicit tPwriteHook(tHandler handler) : m_handler(std::move(handler)) { current() = this; }
-    ~tPwriteHook() { current() = nullptr; }
+    explicit tPwriteHook(tHandler handler)
+    {
+        set(std::move(handler));
+        tFileCalls::s_write = dispatch;
+    }
+    ~tPwriteHook()
+    {
+        tFileCalls::s_write = write;
+        set(nullptr);
+    }
     tPwriteHook(const tPwriteHook&) = delete;
     tPwriteHook& operator=(const tPwriteHook&) = delete;
 
-    // What pwrite does without a hook.
+    // What a write does without a hook.
     static ssize_t write(int file, const void* data, std::size_t len, off_t pos)
     {
-        return ::syscall(SYS_pwrite64, file, data, len, pos);
-    }
-    static ssize_t dispatch(int file, const void* data, std::size_t len, off_t pos)
-    {
-        tPwriteHook* const hook = current();
-        return hook != nullptr ? hook->m_handler(file, data, len, pos) : write(file, data, len, pos);
+        return ::pwrite(file, data, len, pos);
     }
 
 private:
-    static std::atomic<tPwriteHook*>& current()
+    static ssize_t dispatch(int file, const void* data, std::size_t len, off_t pos)
     {
-        static std::atomic<tPwriteHook*> s_current{nullptr};
-        return s_current;
+        const std::shared_lock<std::shared_mutex> inside(s_mutex);
+        return s_handler ? s_handler(file, data, len, pos) : write(file, data, len, pos);
+    }
+    static void set(tHandler handler)
+    {
+        const std::unique_lock<std::shared_mutex> nobodyInside(s_mutex);
+        s_handler.swap(handler);
     }
 
-    tHandler m_handler;
+    static inline std::shared_mutex s_mutex;
+    static inline tHandler s_handler;  // guarded by s_mutex
 };
-
-extern "C" ssize_t pwrite(int file, const void* data, std::size_t len, off_t pos)
-{
-    return tPwriteHook::dispatch(file, data, len, pos);
-}
 
 #endif

@@ -1,55 +1,15 @@
-// tSegment: what is recorded, and what a data file is found to hold. Numbered segments carry their number and have
-// contents that no other segment has, so that what was shifted, mixed or cut shows.
+// What a data file, or the files below a folder, are found to hold.
 #ifndef KESTOVA_TESTS_RECORDEDSEGMENTS_H
 #define KESTOVA_TESTS_RECORDEDSEGMENTS_H
 
 #include <atomic>
-#include <cstdint>
-#include <cstring>
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datastorageio.h"
-
-struct tSegment
-{
-    std::uint64_t time;
-    std::string bytes;
-    bool operator==(const tSegment&) const = default;
-};
-using tSegments = std::vector<tSegment>;
-
-// Noise, the same in every process.
-inline const std::string& noise()
-{
-    static const std::string s_noise = [] {
-        std::string bytes(std::size_t{1} << 20, '\0');
-        std::uint32_t state = 1;
-        for (char& byte : bytes)
-            byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
-        return bytes;
-    }();
-    return s_noise;
-}
-
-// Of `len` bytes: the number, then noise from a place that depends on it. From 8 bytes to a MiB less 64 KiB.
-inline std::string numberedSegment(std::uint64_t number, std::size_t len)
-{
-    std::string bytes(len, '\0');
-    std::memcpy(bytes.data(), &number, sizeof number);
-    std::memcpy(&bytes[sizeof number], &noise()[number * 31 % 65'536], len - sizeof number);
-    return bytes;
-}
-inline std::uint64_t numberOf(const std::string& segment)
-{
-    std::uint64_t number = ~std::uint64_t{0};
-    if (segment.size() >= sizeof number)
-        std::memcpy(&number, segment.data(), sizeof number);
-    return number;
-}
+#include "support/segments.h"
 
 // Every record of a file, read back; one that is damaged or cannot be read fails the test.
 inline tSegments segmentsOf(const std::string& path)

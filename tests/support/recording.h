@@ -7,11 +7,11 @@
 #include <fstream>
 #include <system_error>
 #include <unistd.h>
-#include <vector>
 
 #include "support/radarpackages.h"
+#include "support/segments.h"
 
-// Puts bytes into a file, which is made where it is missing; what nobody puts anywhere stays a hole.
+// Puts bytes into a file, which is created where it is missing; the rest stays a hole.
 inline void putBytes(const std::string& path, std::uint64_t offset, const std::string& bytes)
 {
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
@@ -20,12 +20,6 @@ inline void putBytes(const std::string& path, std::uint64_t offset, const std::s
     if (put != static_cast<ssize_t>(bytes.size()))
         throw std::system_error(errno, std::generic_category(), path);
 }
-
-struct tHandSegment
-{
-    std::uint64_t time;
-    std::string bytes;
-};
 
 inline const std::string cPlainMagic("\x00\x1A\xA0\xD0", 4);
 inline const std::string cHuffmanMagic("\x00\xDE\xC0\xE0", 4);
@@ -41,11 +35,11 @@ inline std::string indexRecord(std::uint64_t time, std::uint64_t pos, std::uint3
 }
 
 // One plain data file. Its segments may begin anywhere: readers go by the index.
-inline void recordByHand(const std::string& path, const std::vector<tHandSegment>& segments, bool finished = true,
+inline void recordByHand(const std::string& path, const tSegments& segments, bool finished = true,
                          std::uint64_t payloadPos = 10'000'000)
 {
     std::string index, payload;
-    for (const tHandSegment& segment : segments)
+    for (const tSegment& segment : segments)
     {
         index +=
             indexRecord(segment.time, payloadPos + payload.size(), static_cast<std::uint32_t>(segment.bytes.size()));

@@ -16,8 +16,6 @@ class tReplayFixture : public testing::Test
 {
 protected:
     static constexpr std::uint64_t cHour = 3'600'000;
-    using tSegments = std::vector<tHandSegment>;
-
     std::string record(const std::string& name, const tSegments& segments)
     {
         recordByHand(dir.file(name), segments);

@@ -1,7 +1,6 @@
 #include "KestovaStorage/internal/capture/capturefile.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -68,32 +67,17 @@ bool tCaptureFile::next(tCaptureRecord& record)
     return true;
 }
 
-// The bytes from `pos` on; `len` of them are wanted, as many are there as `len` then says.
+// Returns the bytes from `pos` on. In `len`: how many are wanted, and then how many are there.
 char* tCaptureFile::view(std::uint64_t pos, std::size_t& len)
 {
     const std::uint64_t wanted = std::min<std::uint64_t>(len, m_size - std::min(pos, m_size));
     if (pos < m_windowPos || pos + wanted > m_windowPos + m_filled)
     {
-        m_filled = fill(pos);
+        m_filled = m_descriptor.readAt(m_window.get(), cWindow, pos);
         m_windowPos = pos;
     }
     const std::size_t place = static_cast<std::size_t>(pos - m_windowPos);
     len = std::min(static_cast<std::size_t>(wanted), m_filled - std::min(place, m_filled));
     return m_window.get() + std::min(place, m_filled);
-}
-
-std::size_t tCaptureFile::fill(std::uint64_t pos)
-{
-    std::size_t filled = 0;
-    while (filled < cWindow)
-    {
-        const ssize_t got =
-            ::pread(m_descriptor.get(), m_window.get() + filled, cWindow - filled, static_cast<off_t>(pos + filled));
-        if (got > 0)
-            filled += static_cast<std::size_t>(got);
-        else if (got == 0 || errno != EINTR)
-            break;
-    }
-    return filled;
 }
 }  // namespace pcap

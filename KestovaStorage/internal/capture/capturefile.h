@@ -1,7 +1,7 @@
 // tCaptureFile: a capture, record by record, through one window that moves over the file.
 //
-// Shapes   next() gives every record in file order; a last one that the file does not hold whole comes once, with what
-//          is there. A head or record head that is cut reads as if zeros followed.
+// Shapes   next() returns every record in file order; a last one that the file does not hold whole comes once, with
+//          what is there. A head or record head that is cut reads as if zeros followed.
 // Memory   the window, whatever the file claims: a record is seen up to cRecordReach, what lies behind is skipped.
 // Owner    owns the descriptor; the bytes of a record are valid until the next call and may be written to, one byte
 //          behind them too (it belongs to the next record: put it back).
@@ -42,7 +42,6 @@ public:
 private:
     tCaptureFile(tDescriptor descriptor, std::uint64_t size);
     void readHead();
-    std::size_t fill(std::uint64_t pos);
     char* view(std::uint64_t pos, std::size_t& len);
 
     const tDescriptor m_descriptor;

@@ -16,7 +16,7 @@ namespace pcap
 #pragma pack(push, 1)
 struct tPcapFileHeader
 {
-    std::uint32_t magic;  // told, never tested, as is link_type
+    std::uint32_t magic;  // reported, never tested, as is link_type
     std::uint16_t version_major, version_minor;
     std::uint32_t this_zone, sigfigs, snap_len, link_type;
 };

@@ -10,8 +10,8 @@
 #include <map>
 #include <vector>
 
+#include "KestovaStorage/capturestatistics.h"
 #include "KestovaStorage/internal/capture/datagramcounts.h"
-#include "KestovaStorage/pcapreader.h"
 
 namespace pcap
 {

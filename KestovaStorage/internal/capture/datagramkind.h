@@ -1,4 +1,4 @@
-// What a datagram is, told from where it goes and how it begins.
+// What kind of message a datagram is, by its destination and its first bytes.
 #ifndef KESTOVA_STORAGE_CAPTURE_DATAGRAMKIND_H
 #define KESTOVA_STORAGE_CAPTURE_DATAGRAMKIND_H
 
@@ -27,8 +27,8 @@ constexpr std::size_t cKindCount = 9;
 
 const char* kindText(eKind kind);  // as statistics show it
 
-// The kind of a payload. std::out_of_range for one of a spoke's length (542, 2078, 2620) whose first or second byte is
-// zero: its text, which ends before the first zero byte, has no third place to look at.
+// Returns the kind of a payload. Throws std::out_of_range for one of a spoke's length (542, 2078, 2620) whose first or
+// second byte is zero: its text, which ends before the first zero byte, has no third place to look at.
 eKind udpType(tDestination stream, std::string_view payload);
 
 // What the datagrams to an address are counted as at the end of a read.

@@ -1,14 +1,13 @@
-// tDestination: where a datagram went, as one number. What belongs to no address is a stream apart from 0.0.0.0.
+// tDestination: where a datagram went, as one number, and the texts of addresses. What belongs to no address is a
+// stream apart from 0.0.0.0.
 #ifndef KESTOVA_STORAGE_CAPTURE_DESTINATION_H
 #define KESTOVA_STORAGE_CAPTURE_DESTINATION_H
 
+#include <array>
 #include <charconv>
 #include <cstdint>
 #include <iterator>
 #include <string>
-
-#include "UdpSocket/udpsocket.h"
-#include "common/byteorder.h"
 
 namespace pcap
 {
@@ -27,12 +26,17 @@ constexpr tDestination destination(unsigned a, unsigned b, unsigned c, unsigned 
     return destination(a << 24 | b << 16 | c << 8 | d, port);
 }
 
+constexpr std::uint32_t addressOf(tDestination key)
+{
+    return static_cast<std::uint32_t>(key >> 16);
+}
+
 constexpr int portOf(tDestination key)
 {
     return static_cast<int>(key & 0xFFFF);
 }
 
-// What net::transAddr makes of it, without a trip to the C library: statistics have a text for every stream.
+// The text that net::transAddr returns, without its trip to the C library: statistics have a text for every stream.
 inline std::string addressText(std::uint32_t address)
 {
     std::string text;
@@ -48,8 +52,30 @@ inline std::string addressText(std::uint32_t address)
 
 inline std::string addressTextOf(tDestination key)
 {
-    return (key & cNoAddress) != 0 ? std::string() : addressText(static_cast<std::uint32_t>(key >> 16));
+    return (key & cNoAddress) != 0 ? std::string() : addressText(addressOf(key));
 }
+
+// The texts of addresses that come again and again, each composed once.
+class tAddressTexts
+{
+public:
+    // Valid until the next call.
+    const char* of(std::uint32_t address)
+    {
+        tEntry& entry = m_entries[address * 0x9E3779B1U >> 24];
+        if (entry.address != address || entry.text.empty())
+            entry = {address, addressText(address)};
+        return entry.text.c_str();
+    }
+
+private:
+    struct tEntry
+    {
+        std::uint32_t address = 0;
+        std::string text;
+    };
+    std::array<tEntry, 256> m_entries;
+};
 }  // namespace pcap
 
 #endif

@@ -1,4 +1,4 @@
-// tMessageCounts: how many messages of some kinds one read met; told at its end.
+// tMessageCounts: how many messages of some kinds one read met; printed at its end.
 #ifndef KESTOVA_STORAGE_CAPTURE_MESSAGECOUNTS_H
 #define KESTOVA_STORAGE_CAPTURE_MESSAGECOUNTS_H
 
@@ -11,8 +11,8 @@ namespace pcap
 class tMessageCounts
 {
 public:
-    // Counts one payload; false for those that are never delivered: raw spokes (2078 and 2620 bytes) to the spokes'
-    // address.
+    // Counts one payload. Returns false for those that are never delivered: raw spokes (2078 and 2620 bytes) to the
+    // spokes' address.
     bool add(eTraffic traffic, std::string_view payload);
     void print(int subErr) const;  // to standard output
 

@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "KestovaStorage/internal/capture/destination.h"
+#include "UdpSocket/udpsocket.h"
+#include "common/byteorder.h"
 
 namespace pcap
 {

@@ -1,12 +1,12 @@
 #include "KestovaStorage/internal/conversion/filecoding.h"
 
 #include <algorithm>
-#include <cstring>
 #include <optional>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
+#include "KestovaStorage/internal/datafile/datafileoutput.h"
 #include "KestovaStorage/internal/datafile/segmentreader.h"
 
 namespace storage
@@ -75,17 +75,14 @@ private:
     std::size_t m_used = 0;
 };
 
-bool writeIndexHead(tOutputFile& out, const tIndexHead& head)
+tDataFileOutput::tWriteAt writerOf(tOutputFile& out)
 {
-    unsigned char bytes[sizeof(tIndexHead)];
-    le::store(bytes + offsetof(tIndexHead, indexNum), head.indexNum);
-    le::store(bytes + offsetof(tIndexHead, segmentMaxLen), head.segmentMaxLen);
-    return out.writeAt(bytes, sizeof bytes, cIndexHeadPos);
+    return [&out](const void* data, std::size_t len, std::uint64_t pos) { return out.writeAt(data, len, pos); };
 }
 
 bool writeFailed(const tOutputFile& out, std::string& error)
 {
-    error = "cannot be written: " + std::string(std::strerror(out.error()));
+    error = "cannot be written: " + out.status().text();
     return false;
 }
 
@@ -93,7 +90,9 @@ bool writeFailed(const tOutputFile& out, std::string& error)
 class tDataOutput
 {
 public:
-    tDataOutput(tOutputFile& out, const tStored& stored) : m_out(out), m_stored(stored) {}
+    tDataOutput(tOutputFile& out, const tStored& stored)
+        : m_stored(stored), m_payload(out, cPayloadPos), m_index(writerOf(out))
+    {}
 
     // Room for a segment; null where what was in the way could not be written.
     char* room(std::size_t size)
@@ -103,26 +102,33 @@ public:
         return m_payload.room(size);
     }
     std::uint64_t position() const { return m_payload.position(); }
-    // `size` bytes of that room are used, and this is the record of the segment. `len`: as the head counts it.
+    // `size` bytes of that room are used, and this is the record of the segment.
     template <typename tRecord>
-    void add(const tRecord& record, std::uint32_t len, std::size_t size)
+    void add(const tRecord& record, std::size_t size)
     {
         m_payload.used(size);
-        const tIndexSlot slot = encode(record);
-        m_index.append({reinterpret_cast<const char*>(slot.data()), slot.size()});
-        ++m_head.indexNum;
-        m_head.segmentMaxLen = std::max(m_head.segmentMaxLen, len);
+        m_slots.push_back(encode(record));
     }
     // `rest`: bytes of the last segments that come only now.
     bool finish(std::string_view rest)
     {
         m_payload.append(rest);
-        return m_payload.flush() && m_index.flush() && writeIndexHead(m_out, m_head) && told(m_head.indexNum);
+        return m_payload.flush() && flushIndex() && m_index.writeHead() && told(m_index.records());
     }
 
 private:
     // The last bits of a segment may come with the next one: what was there at the last flush is whole by this one.
-    bool flush() { return m_payload.flush() && m_index.flush() && told(std::exchange(m_flushed, m_head.indexNum)); }
+    bool flush()
+    {
+        const std::uint32_t before = m_index.records();
+        return m_payload.flush() && flushIndex() && told(before);
+    }
+    bool flushIndex()
+    {
+        const bool flushed = m_slots.empty() || m_index.append(m_slots, m_slots.size());
+        m_slots.clear();
+        return flushed;
+    }
     bool told(std::uint32_t records)
     {
         if (m_stored)
@@ -130,12 +136,10 @@ private:
         return true;
     }
 
-    tOutputFile& m_out;
     const tStored& m_stored;
-    tStream m_payload{m_out, cPayloadPos};
-    tStream m_index{m_out, cIndexPos};
-    tIndexHead m_head{};
-    std::uint32_t m_flushed = 0;  // records, up to the last flush
+    tStream m_payload;
+    std::vector<tIndexSlot> m_slots;  // records since the last flush
+    tDataFileOutput m_index;
 };
 
 bool appendEncoded(tDataOutput& out, huffman::tHuffmanEncode& encoder, std::uint64_t time, std::string_view segment)
@@ -148,7 +152,7 @@ bool appendEncoded(tDataOutput& out, huffman::tHuffmanEncode& encoder, std::uint
     const huffman::tEncodedSegment encoded = encoder.EncodeSrcFileSegment(segment.data(), len, to, size);
     const auto [startBit, bits] = encoded.second;
     const auto firstBit = static_cast<std::uint8_t>(startBit % 8);
-    out.add(tEncodedIndexTable{time, out.position() + startBit / 8, bits, firstBit}, bits, encoded.first.second);
+    out.add(tEncodedIndexTable{time, out.position() + startBit / 8, bits, firstBit}, encoded.first.second);
     return true;
 }
 
@@ -158,7 +162,7 @@ bool appendPlain(tDataOutput& out, std::uint64_t time, std::string_view segment)
     if (to == nullptr)
         return false;
     const auto len = static_cast<std::uint32_t>(segment.copy(to, segment.size()));
-    out.add(tNormalIndexTable{time, out.position(), len}, len, len);
+    out.add(tNormalIndexTable{time, out.position(), len}, len);
     return true;
 }
 
@@ -248,9 +252,7 @@ catch (const std::out_of_range&)
 bool decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tGoOn& goOn,
                 const tStored& stored, std::string& error)
 {
-    unsigned char magic[4];
-    le::store(magic, static_cast<std::uint32_t>(cDataFileHead));
-    if (!out.writeAt(magic, sizeof magic, 0))
+    if (!tDataFileOutput(writerOf(out)).writeMagic())
         return writeFailed(out, error);
     tSegmentReader segments(cWindow);
     tProgress progress(goOn);

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "KestovaStorage/huffmandecode.h"
+#include "common/byteorder.h"
 
 namespace storage
 {

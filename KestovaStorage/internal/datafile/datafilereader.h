@@ -17,7 +17,7 @@
 
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/internal/datafile/indexarray.h"
-#include "KestovaStorage/internal/datafile/storageformat.h"
+#include "KestovaStorage/datafileformat.h"
 #include "common/descriptor.h"
 
 namespace huffman

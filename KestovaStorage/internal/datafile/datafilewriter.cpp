@@ -1,21 +1,16 @@
 #include "KestovaStorage/internal/datafile/datafilewriter.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/huffmanencode.h"
 
 namespace storage
 {
 namespace
 {
-// A write to the page cache is cut by a dying process at page boundaries only.
-constexpr std::uint64_t cPageSize = 4096;
-
 std::uint64_t startOf(const tIndexSlot& slot)
 {
     return decodeNormal(slot).pos;
@@ -33,21 +28,23 @@ std::unique_ptr<tDataFileWriter> tDataFileWriter::create(const std::string& path
     if (!file.valid())
         return nullptr;
     std::unique_ptr<tDataFileWriter> writer(new tDataFileWriter(std::move(file), path));
-    writer->writeMagic();
+    writer->m_output.writeMagic();
     return writer;
 }
 
-tDataFileWriter::tDataFileWriter(tDescriptor file, std::string path) : m_file(std::move(file)), m_path(std::move(path))
+tDataFileWriter::tDataFileWriter(tDescriptor file, std::string path)
+    : m_file(std::move(file)), m_path(std::move(path)),
+      m_output(
+          [this](const void* data, std::size_t size, std::uint64_t pos) { return writeAt(data, size, pos) == size; })
 {}
 
 void tDataFileWriter::append(tBlockCursor& cursor, std::uint64_t now)
 {
     const tRun run = plan(cursor, now);
     const std::size_t bytes =
-        writeMagic() ? writeAt(cursor.block->bytes() + cursor.offset, run.bytes, m_payloadEnd) : 0;
+        m_output.writeMagic() ? writeAt(cursor.block->bytes() + cursor.offset, run.bytes, m_payloadEnd) : 0;
     const std::size_t whole = bytes == run.bytes ? run.segments : wholeSegments(bytes);
-    const bool published = whole == 0 || publish(whole);
-    if (published)
+    if (whole == 0 || m_output.append(m_slots, whole))
         accept(cursor.block->bytes() + cursor.offset, whole);
     else
         m_lost += whole;
@@ -60,16 +57,13 @@ void tDataFileWriter::append(tBlockCursor& cursor, std::uint64_t now)
 
 bool tDataFileWriter::isFull() const
 {
-    return m_lastStart > cLastSegmentPos || m_indexHead.indexNum >= cIndexCapacity;
+    return m_lastStart > cLastSegmentPos || m_output.records() >= cIndexCapacity;
 }
 
 void tDataFileWriter::finish()
 {
-    unsigned char head[sizeof(tIndexHead)];
-    le::store(head + offsetof(tIndexHead, indexNum), m_indexHead.indexNum);
-    le::store(head + offsetof(tIndexHead, segmentMaxLen), m_indexHead.segmentMaxLen);
-    if (writeMagic())
-        writeAllAt(head, sizeof head, cIndexHeadPos);
+    if (m_output.writeMagic())
+        m_output.writeHead();
 }
 
 void tDataFileWriter::sync()
@@ -78,12 +72,12 @@ void tDataFileWriter::sync()
         std::perror(m_path.c_str());
 }
 
-// Fills m_slots with the records of the segments that go into this file next, and a record of zeros behind them.
+// Fills m_slots with the records of the segments that go into this file next.
 tDataFileWriter::tRun tDataFileWriter::plan(const tBlockCursor& cursor, std::uint64_t now)
 {
     tRun run;
     m_slots.clear();
-    const std::size_t room = cIndexCapacity - m_indexHead.indexNum;
+    const std::size_t room = cIndexCapacity - m_output.records();
     const std::size_t count = std::min(cursor.block->count() - cursor.segment, room);
     for (bool last = false; run.segments < count && !last; ++run.segments)
     {
@@ -94,7 +88,6 @@ tDataFileWriter::tRun tDataFileWriter::plan(const tBlockCursor& cursor, std::uin
         run.bytes += entry.len;
         last = pos > cLastSegmentPos;
     }
-    m_slots.push_back(tIndexSlot{});
     return run;
 }
 
@@ -103,28 +96,9 @@ std::size_t tDataFileWriter::wholeSegments(std::size_t bytes) const
 {
     const std::uint64_t end = m_payloadEnd + bytes;
     std::size_t whole = 0;
-    while (whole + 1 < m_slots.size() && endOf(m_slots[whole]) <= end)
+    while (whole < m_slots.size() && endOf(m_slots[whole]) <= end)
         ++whole;
     return whole;
-}
-
-// Puts the first `segments` records of m_slots into the index so that they appear in order, whole or not at all, even
-// if the process dies in between. A reader of an unfinished file stops at the first record without a time, so what
-// lies behind the first page goes first, and then the piece that begins with the first record's time. Where a page
-// boundary cuts that very time, its record goes last and in two steps: until the second is done its position is wrong.
-bool tDataFileWriter::publish(std::size_t segments)
-{
-    m_slots[segments] = tIndexSlot{};
-    const unsigned char* bytes = m_slots.front().data();
-    const std::size_t len = (segments + 1) * cIndexSlotSize;
-    const std::uint64_t pos = cIndexPos + cIndexSlotSize * m_indexHead.indexNum;
-    const std::size_t inFirstPage = std::min<std::size_t>(len, cPageSize - pos % cPageSize);
-    if (inFirstPage >= sizeof(tNormalIndexTable::tim))
-        return (inFirstPage == len || writeAllAt(bytes + inFirstPage, len - inFirstPage, pos + inFirstPage)) &&
-               writeAllAt(bytes, inFirstPage, pos);
-    return writeAllAt(bytes + cIndexSlotSize, len - cIndexSlotSize, pos + cIndexSlotSize) &&
-           writeAllAt(bytes, inFirstPage, pos) &&
-           writeAllAt(bytes + inFirstPage, cIndexSlotSize - inFirstPage, pos + inFirstPage);
 }
 
 // `bytes` are those of the segments, back to back.
@@ -134,45 +108,21 @@ void tDataFileWriter::accept(const char* bytes, std::size_t segments)
         return;
     m_lastStart = startOf(m_slots[segments - 1]);
     m_payloadEnd = endOf(m_slots[segments - 1]);
-    m_indexHead.indexNum += static_cast<std::uint32_t>(segments);
-    for (std::size_t i = 0; i < segments; ++i)
+    for (std::size_t i = 0; m_encoder != nullptr && i < segments; ++i)
     {
-        const std::uint32_t len = decodeNormal(m_slots[i]).len;
-        m_indexHead.segmentMaxLen = std::max(m_indexHead.segmentMaxLen, len);
-        if (m_encoder != nullptr)
-            m_encoder->PreReadSrcFileSegment(bytes, len);
+        const std::uint32_t len = lengthOf(m_slots[i]);
+        m_encoder->PreReadSrcFileSegment(bytes, len);
         bytes += len;
     }
 }
 
-// The magic is the first write to a file; on a full disk it is tried again before each run.
-bool tDataFileWriter::writeMagic()
-{
-    if (!m_magicWritten)
-    {
-        unsigned char magic[4];
-        le::store(magic, static_cast<std::uint32_t>(cDataFileHead));
-        m_magicWritten = writeAllAt(magic, sizeof magic, 0);
-    }
-    return m_magicWritten;
-}
-
-// How many bytes went out before the disk refused.
+// Returns how many bytes were written before the disk refused. The first failure of a file is reported.
 std::size_t tDataFileWriter::writeAt(const void* data, std::size_t len, std::uint64_t pos)
 {
-    std::size_t done = 0;
-    while (done < len)
+    const std::size_t done = m_file.writeAt(data, len, pos);
+    if (done < len && !m_failureReported)
     {
-        const ssize_t written =
-            ::pwrite(m_file.get(), static_cast<const char*>(data) + done, len - done, static_cast<off_t>(pos + done));
-        if (written > 0)
-            done += static_cast<std::size_t>(written);
-        else if (written == 0 || errno != EINTR)
-            break;
-    }
-    if (done < len && !m_failureSaid)
-    {
-        m_failureSaid = true;
+        m_failureReported = true;
         std::perror(m_path.c_str());
     }
     return done;

@@ -5,8 +5,9 @@
 // Units    offsets in bytes from the start of the file; times in ms since the Unix epoch.
 // Owner    owns the descriptor; a block is needed during the call only.
 // Threads  starts none and locks nothing: one thread at a time, but sync() from any.
-// Errors   a segment whose bytes could not be written gets no index record and is counted in lost(); that is said once
-//          a file through perror. The next segment is tried again: recording goes on when the disk has room.
+// Errors   a segment whose bytes could not be written gets no index record and is counted in lost(); the first failure
+//          of a file is reported through perror. The next segment is tried again: recording goes on when the disk has
+//          room.
 // Death    nothing waits in user space and the index never runs ahead of the segments: kill the process at any moment
 //          and the file holds whole segments with whole records, ended by a record of zeros.
 #ifndef KESTOVA_STORAGE_DATAFILE_DATAFILEWRITER_H
@@ -18,8 +19,9 @@
 #include <string>
 #include <vector>
 
+#include "KestovaStorage/datafileformat.h"
 #include "KestovaStorage/internal/buffers/batchqueue.h"
-#include "KestovaStorage/internal/datafile/storageformat.h"
+#include "KestovaStorage/internal/datafile/datafileoutput.h"
 #include "common/descriptor.h"
 
 namespace huffman
@@ -69,22 +71,18 @@ private:
     };
     tRun plan(const tBlockCursor& cursor, std::uint64_t now);
     std::size_t wholeSegments(std::size_t bytes) const;
-    bool writeMagic();
-    bool publish(std::size_t segments);
     void accept(const char* bytes, std::size_t segments);
     std::size_t writeAt(const void* data, std::size_t len, std::uint64_t pos);
-    bool writeAllAt(const void* data, std::size_t len, std::uint64_t pos) { return writeAt(data, len, pos) == len; }
 
     tDescriptor m_file;
     std::string m_path;
     huffman::tHuffmanEncode* m_encoder = nullptr;
-    tIndexHead m_indexHead{};
+    tDataFileOutput m_output;
     std::uint64_t m_payloadEnd = cPayloadPos;
     std::uint64_t m_lastStart = 0;    // where the last segment started
-    std::vector<tIndexSlot> m_slots;  // of the run in hand, and one of zeros behind them
+    std::vector<tIndexSlot> m_slots;  // of the run in hand
     std::uint64_t m_lost = 0;
-    bool m_magicWritten = false;
-    bool m_failureSaid = false;
+    bool m_failureReported = false;
 };
 }  // namespace storage
 

@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "KestovaStorage/internal/buffers/byteregion.h"
-#include "KestovaStorage/internal/datafile/storageformat.h"
+#include "KestovaStorage/datafileformat.h"
 
 namespace storage
 {

@@ -9,8 +9,6 @@
 #include <unistd.h>
 #include <utility>
 
-#include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/internal/disk/diskspace.h"
 #include "KestovaStorage/internal/disk/paths.h"
 
 namespace storage
@@ -20,15 +18,7 @@ namespace
 using namespace std::chrono_literals;
 
 constexpr auto cPassPeriod = 3s;
-constexpr std::int32_t cLowBelow_MB = 1024;
 constexpr char cReclaimedSuffix[] = ".data";
-
-// Both figures must say so: the 32-bit one wraps and would call a large disk with room low. One of 0 is no figure.
-bool isDiskLow(const std::string& root)
-{
-    const std::int32_t free = disk::freeSize_MB(root.c_str());
-    return free >= 1 && free < cLowBelow_MB && disk::trueFreeSize_MB(root.c_str()) < cLowBelow_MB;
-}
 
 bool isSameFile(const std::string& a, const std::string& b)
 {
@@ -43,18 +33,12 @@ std::string absolute(std::string path)
 }
 }  // namespace
 
-tDiskReclaimer& tDiskReclaimer::instance()
-{
-    static tDiskReclaimer& s_instance = *new tDiskReclaimer(isDiskLow);  // its thread runs until the process ends
-    return s_instance;
-}
-
 void tDiskReclaimer::addRoot(const void* owner, const std::string& root)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_storagePathes[owner] = root;
     m_lastVisited = m_storagePathes.begin()->first;
-    if (this == &instance() && !std::exchange(m_diskCheckThreadRun, true))
+    if (m_enabled != nullptr && !std::exchange(m_diskCheckThreadRun, true))
         startThread();
 }
 
@@ -70,10 +54,10 @@ void tDiskReclaimer::startThread()
         for (;;)
         {
             std::this_thread::sleep_for(cPassPeriod);
-            if (std::atomic_ref<bool>(tDataStorageIO::DiskCheckThreadEnable).load())
+            if (std::atomic_ref<bool>(*m_enabled).load())
                 pass();
         }
-    }).detach();  // nothing it uses is ever destroyed
+    }).detach();  // what it uses is never destroyed
 }
 
 void tDiskReclaimer::pass()
@@ -83,7 +67,7 @@ void tDiskReclaimer::pass()
         reclaim(absolute(root));
 }
 
-// One root a pass, in turn. The last one visited is remembered by its key, which may be gone meanwhile.
+// One root a pass, in turn. The key of the last one visited may be gone meanwhile.
 std::string tDiskReclaimer::nextRoot()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -102,7 +86,8 @@ void tDiskReclaimer::reclaim(const std::string& root)
     {}
 }
 
-// Deletes the oldest data file and the folders that it leaves empty, upwards. False where nothing can be deleted.
+// Deletes the oldest data file and the folders that it leaves empty, upwards. Returns false where nothing can be
+// deleted.
 bool tDiskReclaimer::deleteOldest(const std::string& root)
 {
     std::set<std::string> files;
@@ -115,8 +100,8 @@ bool tDiskReclaimer::deleteOldest(const std::string& root)
         std::perror(path.c_str());
         return false;
     }
-    // Kept: this does not stop at the root; an emptied root and empty folders above it go too. A root that is a link
-    // stays, which remove() would take away however full its folder is.
+    // Kept: this does not stop at the root; an emptied root and empty folders above it go too. rmdir() fails on a root
+    // that is a link, which remove() would delete however full its folder is.
     do
         path.erase(path.rfind('/'));
     while (path.find('/') != std::string::npos && ::rmdir(path.c_str()) == 0);

@@ -1,12 +1,12 @@
 // tDiskReclaimer: keeps the disks below the storage roots of this process from filling up.
 //
 // Shapes   roots are registered by the storage objects that use them, files by the writers that write them. Every 3 s
-//          one root is looked at, in turn; below 1 GiB of free space its oldest data files are deleted, never one that
-//          is being written, until there is room again.
-// Owner    one for the process, made by the first root and never destroyed: its thread may outlive everything else.
+//          a pass examines one root, in turn; while its disk is low its oldest data files are deleted, never one that
+//          is being written.
+// Owner    one with a thread must live until the process ends: its thread does.
 // Threads  the operations from any thread; a pass on the reclaimer's own. m_mutex is held while a root is picked and
 //          while a candidate is compared with the files being written, never while listing or deleting.
-// Errors   a file that cannot be deleted ends the pass.
+// Errors   a file that cannot be deleted ends the pass, with a line through perror.
 #ifndef KESTOVA_STORAGE_DISK_DISKRECLAIMER_H
 #define KESTOVA_STORAGE_DISK_DISKRECLAIMER_H
 
@@ -16,20 +16,20 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 
 namespace storage
 {
 class tDiskReclaimer
 {
 public:
-    // What a pass asks about a root's disk: whether it is low.
+    // Whether the disk of a root is low.
     using tIsLow = std::function<bool(const std::string& root)>;
-    explicit tDiskReclaimer(tIsLow isLow) : m_isLow(std::move(isLow)) {}
+    // `enabled`, where not null: a thread makes the passes, from the first root on, and leaves one out while the flag
+    // is false. Read atomically.
+    explicit tDiskReclaimer(tIsLow isLow, bool* enabled = nullptr) : m_isLow(std::move(isLow)), m_enabled(enabled) {}
 
-    // The process's own, with the real measurement and its thread.
-    static tDiskReclaimer& instance();
-
-    void addRoot(const void* owner, const std::string& root);  // also starts the rotation anew
+    void addRoot(const void* owner, const std::string& root);  // also restarts the rotation
     void removeRoot(const void* owner);
 
     // Protects a file as long as the mark lives.
@@ -48,7 +48,7 @@ public:
         std::string m_path;
     };
 
-    void pass();  // looks at the next root
+    void pass();  // over the next root
 
 private:
     void startThread();
@@ -58,6 +58,7 @@ private:
     bool isWriting(const std::string& path);
 
     const tIsLow m_isLow;
+    bool* const m_enabled;
     std::mutex m_mutex;
     std::map<const void*, std::string> m_storagePathes;  // guarded by m_mutex
     const void* m_lastVisited = nullptr;                 // guarded by m_mutex: the rotation's place

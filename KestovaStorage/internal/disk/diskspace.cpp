@@ -52,6 +52,13 @@ std::int64_t trueFreeSize_MB(const char* path)
                                      info.f_bavail % cMebibyte * blockSize / cMebibyte);
 }
 
+bool isLow(const std::string& root)
+{
+    constexpr std::int32_t cLowBelow_MB = 1024;
+    const std::int32_t free = freeSize_MB(root.c_str());
+    return free >= 1 && free < cLowBelow_MB && trueFreeSize_MB(root.c_str()) < cLowBelow_MB;
+}
+
 std::int64_t mountSize(const std::string& mountPoint)
 {
     constexpr const char* cCommand = "df -P -l -x iso9660 -x iso9600 | "

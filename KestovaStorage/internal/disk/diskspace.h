@@ -1,4 +1,4 @@
-// How much room a disk has.
+// How large a disk is and how much of it is free.
 #ifndef KESTOVA_STORAGE_DISK_DISKSPACE_H
 #define KESTOVA_STORAGE_DISK_DISKSPACE_H
 
@@ -12,6 +12,9 @@ namespace storage::disk
 std::int32_t freeSize_MB(const char* path);
 // The same figure without the wrap and without the line; -1 on failure.
 std::int64_t trueFreeSize_MB(const char* path);
+// Whether less than 1 GiB is free below `root`, by both figures: the 32-bit one wraps and would call a large disk with
+// room low. Where that one is below 1 nothing is known, and the disk is not low.
+bool isLow(const std::string& root);
 // Size in blocks of 1024 bytes of the local file system mounted at `mountPoint` (ends with "/"), 0 if none is.
 std::int64_t mountSize(const std::string& mountPoint);
 

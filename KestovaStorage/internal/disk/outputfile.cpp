@@ -50,15 +50,8 @@ tOutputFile::~tOutputFile()
 
 bool tOutputFile::writeAt(const void* data, std::size_t len, std::uint64_t pos)
 {
-    for (std::size_t done = 0; done < len;)
-    {
-        const ssize_t written =
-            ::pwrite(m_file.get(), static_cast<const char*>(data) + done, len - done, static_cast<off_t>(pos + done));
-        if (written > 0)
-            done += static_cast<std::size_t>(written);
-        else if (written == 0 || errno != EINTR)
-            return fail();
-    }
+    if (!m_file.writeAllAt(data, len, pos))
+        return fail();
     // The disk works while the next bytes are made, so that little is left for the sync. Only a hint.
     ::sync_file_range(m_file.get(), static_cast<off_t>(pos), static_cast<off_t>(len), SYNC_FILE_RANGE_WRITE);
     return true;
@@ -92,8 +85,8 @@ bool tOutputFile::commit(const std::string& name)
 
 bool tOutputFile::fail()
 {
-    if (m_error == 0)
-        m_error = errno != 0 ? errno : EIO;
+    if (m_status.ok())
+        m_status = tStatus::system(errno != 0 ? errno : EIO);
     return false;
 }
 

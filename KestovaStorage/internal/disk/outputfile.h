@@ -2,7 +2,7 @@
 //
 // Owner    owns the descriptor. What was not committed is removed with the object.
 // Threads  none; one at a time.
-// Errors   the first write that fails is remembered; error() is its reason.
+// Errors   an operation that fails returns false; status() has the reason of the first failure.
 #ifndef KESTOVA_STORAGE_DISK_OUTPUTFILE_H
 #define KESTOVA_STORAGE_DISK_OUTPUTFILE_H
 
@@ -11,13 +11,14 @@
 #include <string>
 
 #include "common/descriptor.h"
+#include "common/status.h"
 
 namespace storage
 {
 class tOutputFile
 {
 public:
-    // Makes `name` with another ending, so that nobody takes it for a data file meanwhile; what is left there of an
+    // Creates `name` with another ending, so that nobody takes it for a data file meanwhile; what is left there of an
     // earlier attempt is replaced, unless somebody else is writing it (EBUSY).
     explicit tOutputFile(const std::string& name);
     ~tOutputFile();
@@ -26,7 +27,8 @@ public:
 
     bool isOpen() const { return m_file.valid(); }
     const std::string& path() const { return m_path; }  // while it is written
-    int error() const { return m_error; }               // an errno; 0 where all went well
+    const tStatus& status() const { return m_status; }
+    int error() const { return m_status.error(); }
     bool writeAt(const void* data, std::size_t len, std::uint64_t pos);
     bool sync();
     bool likeFile(const std::string& path);  // takes that file's owner, permissions and times
@@ -39,7 +41,7 @@ private:
 
     const std::string m_path;
     tDescriptor m_file;
-    int m_error = 0;
+    tStatus m_status;
     bool m_committed = false;
 };
 

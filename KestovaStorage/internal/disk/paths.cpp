@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <memory>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -17,12 +19,12 @@ bool exists(const std::string& path)
     return ::access(path.c_str(), F_OK) == 0;
 }
 
-tPathProperty property(const std::string& path)
+eKind kindOf(const std::string& path)
 {
     struct stat info;
     if (!exists(path) || ::stat(path.c_str(), &info) != 0)
-        return eNoExist;
-    return S_ISDIR(info.st_mode) ? eFolder : eFile;
+        return eKind::eNone;
+    return S_ISDIR(info.st_mode) ? eKind::eFolder : eKind::eFile;
 }
 
 void normalize(std::string& path)
@@ -87,8 +89,8 @@ enum class eEntry
     eGone  // cannot be examined
 };
 
-// Asks the file system only where the listing does not say what an entry is.
-eEntry kindOf(const dirent& entry, const std::string& full)
+// Examines the entry itself only where the listing leaves its kind open.
+eEntry entryKind(const dirent& entry, const std::string& full)
 {
     if (entry.d_type == DT_DIR)
         return eEntry::eFolder;
@@ -124,7 +126,7 @@ public:
     }
 
 private:
-    // Takes the entries of one folder and gathers the folders to descend into; true if it was entered.
+    // Adds the entries of one folder and gathers the folders to descend into. Returns whether it was entered.
     bool readEntries(const std::string& dir, std::vector<std::string>& below)
     {
         const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(dir.c_str()), ::closedir);
@@ -159,7 +161,7 @@ private:
         if (name == "." || name == "..")
             return;
         const std::string full = dir + entry.d_name;
-        const eEntry kind = kindOf(entry, full);
+        const eEntry kind = entryKind(entry, full);
         if (kind == eEntry::eFolder || (kind == eEntry::eLinkedFolder && m_links == eLinks::eFollow))
         {
             if (m_suffix.empty())

@@ -1,4 +1,4 @@
-// Paths and folders: what tDataStorageIO offers as static operations, and the naming rules' folder listings.
+// Paths and folders of a file system: what a path is, how it is written, what lies below it.
 #ifndef KESTOVA_STORAGE_DISK_PATHS_H
 #define KESTOVA_STORAGE_DISK_PATHS_H
 
@@ -6,24 +6,34 @@
 #include <set>
 #include <string>
 
-#include "KestovaStorage/datastorageio.h"
-
 namespace storage::paths
 {
 bool exists(const std::string& path);
-tPathProperty property(const std::string& path);
-void normalize(std::string& path);
-void makeAbsolute(std::string& path);
+
+enum class eKind
+{
+    eNone,  // nothing is there, or it cannot be examined
+    eFile,  // or anything else that is no folder
+    eFolder
+};
+eKind kindOf(const std::string& path);
+
+void normalize(std::string& path);     // "\" to "/", and a final "/" unless empty
+void makeAbsolute(std::string& path);  // against the working folder; failure to find that is reported through perror
+// Creates every folder of the path that ends with "/". Returns whether the whole path exists then; the first folder
+// that cannot be created is reported through perror.
 bool makeFolders(const std::string& path);
 std::int64_t fileSize(const char* file);  // 0 where it cannot be examined
 
-// Folders that are links: an application's listing follows them (and enters no folder twice on one way down); whoever
-// deletes what it finds does not.
+// Folders that are links: an application's listing follows them and enters no folder twice on one way down. A listing
+// of what is to be deleted ignores them.
 enum class eLinks
 {
     eFollow,
     eIgnore
 };
+// Adds full paths to `out`: files whose text from the last "." on equals `suffix` and, where `suffix` is empty,
+// folders.
 void listFolder(const std::string& dir, std::set<std::string>& out, bool recursive, const std::string& suffix,
                 eLinks links = eLinks::eFollow);
 }  // namespace storage::paths

@@ -15,11 +15,11 @@ constexpr std::size_t cMaxOpenFiles = 64;
 
 void tOpenedFiles::open(const std::string& path, const std::string& suffix, const tCancelled& cancelled)
 {
-    const tPathProperty property = paths::property(path);
+    const paths::eKind kind = paths::kindOf(path);
     std::set<std::string> found;
-    if (property == eFile)
+    if (kind == paths::eKind::eFile)
         found.insert(path);
-    else if (property == eFolder)
+    else if (kind == paths::eKind::eFolder)
         paths::listFolder(path, found, true, suffix);
     for (const std::string& file : found)
     {

@@ -17,7 +17,7 @@
 #include <span>
 #include <vector>
 
-#include "KestovaStorage/internal/datafile/storageformat.h"
+#include "KestovaStorage/datafileformat.h"
 
 namespace storage
 {

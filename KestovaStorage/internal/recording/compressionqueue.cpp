@@ -1,7 +1,6 @@
 #include "KestovaStorage/internal/recording/compressionqueue.h"
 
 #include <cstdio>
-#include <cstring>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -13,7 +12,7 @@ namespace storage
 {
 namespace
 {
-void say(const std::string& path, const std::string& reason)
+void report(const std::string& path, const std::string& reason)
 {
     std::fprintf(stderr, "%s: not compressed: %s\n", path.c_str(), reason.c_str());
 }
@@ -44,7 +43,7 @@ try
 }
 catch (const std::system_error& error)
 {
-    say(path, error.what());
+    report(path, error.what());
     cancel();
 }
 
@@ -85,38 +84,39 @@ void tCompressionQueue::work()
 void tCompressionQueue::tryCompress(tJob& job, unsigned int cancelled)
 try
 {
-    compress(job, cancelled);
+    if (const tStatus status = compress(job, cancelled); !status)
+        report(job.path, status.text());
 }
 catch (const std::bad_alloc&)
 {
-    say(job.path, "not enough memory");
+    report(job.path, "not enough memory");
 }
 
 // The plain file goes when every byte of the compressed one is on the disk.
-// Kept: it also goes where no output file could be made.
-void tCompressionQueue::compress(tJob& job, unsigned int cancelled)
+// Kept: it also goes where the output cannot be created.
+tStatus tCompressionQueue::compress(tJob& job, unsigned int cancelled)
 {
     std::string error;
     const auto plain = isComplete(job) ? tDataFileReader::open(job.path, &error) : nullptr;
     if (!plain || !plain->finished() || plain->damaged() != 0)
     {
         const char* const why = job.encoder->GetPreReadSize() == 0 ? "it holds no segments" : "it is not complete";
-        return say(job.path, error.empty() ? why : error);
+        return {tStatus::eCode::eRefused, error.empty() ? why : error};
     }
     const std::string name = encodedName(job.path, m_specifySuffix);
     tOutputFile out(name);
     if (!out.isOpen())
     {
-        say(job.path, "it is removed, for no output could be made: " + std::string(std::strerror(out.error())));
         std::remove(job.path.c_str());
-        return;
+        return tStatus(out.status()).of("it is removed, for no output could be made");
     }
     const tGoOn goOn = [&](std::uint64_t) { return m_cancelled == cancelled; };
     if (!encodeFile(*plain, *job.encoder, out, goOn, nullptr, error))
-        return say(job.path, error);
+        return {tStatus::eCode::eRefused, error};
     if (!out.commit(name))
-        return say(job.path, std::strerror(out.error()));
+        return out.status();
     std::remove(job.path.c_str());
+    return {};
 }
 
 // A file is complete when its last segment ends where all that was counted ends.

@@ -3,7 +3,7 @@
 // Shapes   a job is one file and the encoder that has counted its segments while it was recorded.
 // Owner    owns the jobs. Its destruction waits until all are done.
 // Threads  one, from the first job on. Every operation may be called from any thread.
-// Errors   a file that cannot be compressed stays plain; why is said on standard error.
+// Errors   a file that cannot be compressed stays plain, and the reason is reported on standard error.
 #ifndef KESTOVA_STORAGE_RECORDING_COMPRESSIONQUEUE_H
 #define KESTOVA_STORAGE_RECORDING_COMPRESSIONQUEUE_H
 
@@ -14,6 +14,7 @@
 #include <string>
 
 #include "KestovaStorage/huffmanencode.h"
+#include "common/status.h"
 #include "common/worker.h"
 
 namespace storage
@@ -32,7 +33,7 @@ public:
     // The file at `path` is finished, and `encoder` has counted all of its segments.
     void add(const std::string& path, std::unique_ptr<huffman::tHuffmanEncode> encoder);
     std::uint32_t pending() const;  // files that wait or are being compressed
-    // Ends what is under way and drops what waits: these files stay plain.
+    // Ends the compression under way and drops what waits: these files stay plain.
     void cancel();
 
 private:
@@ -44,7 +45,7 @@ private:
 
     void work();
     void tryCompress(tJob& job, unsigned int cancelled);
-    void compress(tJob& job, unsigned int cancelled);
+    tStatus compress(tJob& job, unsigned int cancelled);
     bool isComplete(const tJob& job) const;
 
     const std::string m_specifySuffix;

@@ -18,8 +18,8 @@ using namespace std::chrono_literals;
 using utils::time::tTimeParser;
 
 constexpr auto cFlushPeriod = 30s;
-// After a batch the writer gathers for so long before it looks again, so that a steady stream costs its producer no
-// wake-up; a backlog of so many bytes ends that early.
+// After a batch the writer lets segments gather for so long, so that a steady stream costs its producer no wake-up; a
+// backlog of so many bytes ends that early.
 constexpr auto cGatherTime = 1ms;
 constexpr std::size_t cGatherBytes = tSegmentBlock::cDefaultSize / 2;
 constexpr std::size_t cWarmBlocks = 4;
@@ -41,17 +41,19 @@ std::string storageRoot(std::string path)
 }
 }  // namespace
 
-tFileRecorder::tFileRecorder(const std::string& storageBasePath, const std::string& specifySuffix)
-    : m_storageBasePath(storageRoot(storageBasePath)), m_specifySuffix(specifySuffix), m_compressions(specifySuffix)
+tFileRecorder::tFileRecorder(const std::string& storageBasePath, const std::string& specifySuffix,
+                             tDiskReclaimer& reclaimer)
+    : m_reclaimer(reclaimer), m_storageBasePath(storageRoot(storageBasePath)), m_specifySuffix(specifySuffix),
+      m_compressions(specifySuffix)
 {
     if (!m_storageBasePath.empty())
-        tDiskReclaimer::instance().addRoot(this, m_storageBasePath);
+        m_reclaimer.addRoot(this, m_storageBasePath);
     m_writeFlushThread.start([this] { flushLoop(); });
 }
 
 tFileRecorder::~tFileRecorder()
 {
-    tDiskReclaimer::instance().removeRoot(this);
+    m_reclaimer.removeRoot(this);
     finishWrite();
 }
 
@@ -97,7 +99,7 @@ void tFileRecorder::writeData(const char* data, std::size_t len, tTimes_ms times
     if (len == 0)
         return;
     const bool refused = len >= cSegmentLenLimit || timestamp >= cTimeLimit;
-    if (refused && !m_refusalSaid.exchange(true))
+    if (refused && !m_refusalReported.exchange(true))
         std::fprintf(stderr, "WriteData: a segment of %zu bytes with time stamp %lu is beyond the limits, refused\n",
                      len, timestamp);
     if (refused)
@@ -166,19 +168,27 @@ std::string tFileRecorder::currentFileName() const
 
 // ---- starting and finishing files ----
 
-// Names and makes the next file; null, with a line on standard error, where that fails. The file before it stays.
+// Names and creates the next file; null, with a line on standard error, where that fails. The file before it stays.
 tFileRecorder::tWritingFilePtr tFileRecorder::newFile(const tRequest& request, tTimes_ms timestamp)
 {
     const std::string folder = recordingFolder(request, timestamp);
-    naming::tPaths files;
-    if (paths::exists(folder))
-        paths::listFolder(folder, files, false, m_specifySuffix);
-    const std::string label =
-        naming::storageTimLabel(timestamp, true, tTimeParser::GetCurrentTime_s(), m_storageStartTim);
     auto next = std::make_shared<tWritingFile>();
-    next->path = folder + naming::fileName(naming::nextFileNumber(files, m_specifySuffix), label, request.extFileName,
-                                           m_specifySuffix);
-    if (paths::exists(next->path))
+    next->path = folder + nextFileName(folder, request, timestamp);
+    next->mark = tDiskReclaimer::tWritingMark(m_reclaimer, next->path);
+    next->writer = newWriter(folder, next->path);
+    if (!next->writer)
+        return nullptr;
+    if (request.compress)
+    {
+        next->encoder = tCompressionQueue::newEncoder();
+        next->writer->countInto(next->encoder.get());
+    }
+    return next;
+}
+
+std::unique_ptr<tDataFileWriter> tFileRecorder::newWriter(const std::string& folder, const std::string& path)
+{
+    if (paths::exists(path))
     {
         errno = EEXIST;
         std::perror("newfile already exist!\r\n");
@@ -189,22 +199,24 @@ tFileRecorder::tWritingFilePtr tFileRecorder::newFile(const tRequest& request, t
         std::perror("newfile path mkdir failed!\r\n");
         return nullptr;
     }
-    next->mark = tDiskReclaimer::tWritingMark(tDiskReclaimer::instance(), next->path);
-    next->writer = tDataFileWriter::create(next->path);
-    // The folder was empty until now and may just have been taken for an emptied one.
-    if (!next->writer && errno == ENOENT && paths::makeFolders(folder))
-        next->writer = tDataFileWriter::create(next->path);
-    if (!next->writer)
-    {
-        std::perror(next->path.c_str());
-        return nullptr;
-    }
-    if (request.compress)
-    {
-        next->encoder = tCompressionQueue::newEncoder();
-        next->writer->countInto(next->encoder.get());
-    }
-    return next;
+    std::unique_ptr<tDataFileWriter> writer = tDataFileWriter::create(path);
+    // The folder was empty until now; reclaiming may have deleted it as one that a deleted file left empty.
+    if (!writer && errno == ENOENT && paths::makeFolders(folder))
+        writer = tDataFileWriter::create(path);
+    if (!writer)
+        std::perror(path.c_str());
+    return writer;
+}
+
+std::string tFileRecorder::nextFileName(const std::string& folder, const tRequest& request, tTimes_ms timestamp)
+{
+    naming::tPaths files;
+    if (paths::exists(folder))
+        paths::listFolder(folder, files, false, m_specifySuffix);
+    const std::string label =
+        naming::storageTimLabel(timestamp, true, tTimeParser::GetCurrentTime_s(), m_storageStartTim);
+    return naming::fileName(naming::nextFileNumber(files, m_specifySuffix), label, request.extFileName,
+                            m_specifySuffix);
 }
 
 std::string tFileRecorder::recordingFolder(const tRequest& request, tTimes_ms timestamp)
@@ -285,11 +297,11 @@ void tFileRecorder::writeLoop()
             m_writeDataFifo.recycle(batch);
         });
         batch.clear();
-        linger();
+        gather();
     }
 }
 
-// False if the writer was stopped: what is left of the batch counts as not taken.
+// Returns false if the writer was stopped: what is left of the batch is lost.
 bool tFileRecorder::writeBatch(const tSegmentBlocks& batch)
 {
     for (std::size_t i = 0; i < batch.size(); ++i)
@@ -312,7 +324,7 @@ void tFileRecorder::writeBlock(const tSegmentBlock& block)
     while (!cursor.atEnd())
     {
         const tWritingFilePtr current = file();
-        if (!current || current->writer->isFull())  // still full: a stop kept the next file from being opened
+        if (!current || current->writer->isFull())  // still full: a stop prevented the roll-over
         {
             m_lostCnt += block.count() - cursor.segment;
             return;
@@ -326,8 +338,8 @@ void tFileRecorder::writeBlock(const tSegmentBlock& block)
 }
 
 // The segment that crossed the limit, of time stamp `timestamp`, stays in the old file. The next file is open before
-// the old one is left, so that the object is without one for an instant only; where it cannot be opened the object
-// stays without a file. A stop that was asked for meanwhile opens nothing: whoever asked finishes the old file.
+// the old one is finished, so that the object is without one for an instant only; where it cannot be opened the object
+// stays without a file. After a stop nothing is opened: the thread that stops the writer finishes the old file.
 void tFileRecorder::rollOver(tTimes_ms timestamp)
 {
     if (!m_writeDataThread.running())
@@ -342,8 +354,8 @@ void tFileRecorder::rollOver(tTimes_ms timestamp)
         m_state = eWriting;
 }
 
-// Lets segments gather for a moment, unless somebody waits or much waits already.
-void tFileRecorder::linger()
+// Lets segments gather for a moment, unless a caller waits for the disk or the backlog is large.
+void tFileRecorder::gather()
 {
     tWorker::tLock held = m_writeDataThread.lock();
     m_writeDataThread.waitUntil(held, tWorker::tClock::now() + cGatherTime,

@@ -1,6 +1,6 @@
 // tFileRecorder: the recording half of a storage object.
 //
-// Shapes   segments go through a queue without bound to the writer thread, which takes all that waits at once and
+// Shapes   segments go through a queue without bound to the writer thread, which takes the whole queue at once and
 //          writes it, file after file.
 // Threads  any thread may call any operation. The writer thread writes and rolls over; the flush thread syncs every
 //          30 s. m_controlMutex serialises what starts and finishes files; the writer never takes it.
@@ -35,7 +35,8 @@ enum tStorageState : std::uint8_t
 class tFileRecorder
 {
 public:
-    tFileRecorder(const std::string& storageBasePath, const std::string& specifySuffix);
+    // `reclaimer` is not owned; it outlives the recorder.
+    tFileRecorder(const std::string& storageBasePath, const std::string& specifySuffix, tDiskReclaimer& reclaimer);
     ~tFileRecorder();
 
     bool createNewWritingFile(const std::string& extFileName, tTimes_ms timestamp, const std::string& customFolderPath,
@@ -52,7 +53,7 @@ public:
     tCompressionQueue& compressions() { return m_compressions; }
 
 private:
-    // What a caller asked for when it started a file; a roll-over asks for the same again.
+    // What the caller started the file with; the files of a roll-over are started with the same.
     struct tRequest
     {
         std::string extFileName;
@@ -64,11 +65,13 @@ private:
         std::string path;
         tDiskReclaimer::tWritingMark mark;
         std::unique_ptr<tDataFileWriter> writer;
-        std::unique_ptr<huffman::tHuffmanEncode> encoder;  // counts what is recorded; null where nobody asked
+        std::unique_ptr<huffman::tHuffmanEncode> encoder;  // counts what is recorded; null without compression
     };
     using tWritingFilePtr = std::shared_ptr<tWritingFile>;
 
     tWritingFilePtr newFile(const tRequest& request, tTimes_ms timestamp);
+    std::unique_ptr<tDataFileWriter> newWriter(const std::string& folder, const std::string& path);
+    std::string nextFileName(const std::string& folder, const tRequest& request, tTimes_ms timestamp);
     std::string recordingFolder(const tRequest& request, tTimes_ms timestamp);
     std::string storageSubFolderName(tTimes_ms timestamp);
     bool startWriter();
@@ -82,13 +85,14 @@ private:
     bool writeBatch(const tSegmentBlocks& batch);
     void writeBlock(const tSegmentBlock& block);
     void rollOver(tTimes_ms timestamp);
-    void linger();
+    void gather();
     void dropQueue();
     void flushLoop();
 
+    tDiskReclaimer& m_reclaimer;
     const std::string m_storageBasePath;  // storage root, empty when none
     const std::string m_specifySuffix;
-    std::string m_storageSubFolderName;  // set once, by whoever starts the first file
+    std::string m_storageSubFolderName;  // set when the first file is started
     tTimes_s m_storageStartTim = 0;      // first clock reading, for labels while the clock is not set
     tRequest m_request;
 
@@ -101,15 +105,15 @@ private:
     // What producers touch, apart from what the writer counts: they do not take each other's cache lines.
     // Guarded by m_writeDataThread's lock.
     alignas(64) tBatchQueue m_writeDataFifo;
-    bool m_writerSleeps = false;              // the writer waits to be woken
-    bool m_hurry = false;                     // the writer is not to linger
+    bool m_writerSleeps = false;              // the writer waits for a notification
+    bool m_hurry = false;                     // the writer does not gather
     std::uint64_t m_acceptedCnt = 0;          // segments ever queued
     std::atomic<std::uint32_t> m_saveCnt{0};  // segments ever given to writeData
 
     alignas(64) std::uint64_t m_dealtWithCnt = 0;       // guarded by it: of those queued, written or lost
     std::atomic<std::uint32_t> m_writeDataFifoSize{0};  // segments that waited when the writer last looked
     std::atomic<std::uint64_t> m_lostCnt{0};
-    std::atomic<bool> m_refusalSaid{false};
+    std::atomic<bool> m_refusalReported{false};
 
     tWorker m_writeDataThread;
     tWorker m_writeFlushThread;
