@@ -6,7 +6,7 @@
 #include <memory>
 #include <new>
 
-#include "KestovaStorage/huffmandecode.h"
+#include "KestovaStorage/huffmanhead.h"
 #include "KestovaStorage/internal/conversion/filecoding.h"
 #include "KestovaStorage/internal/conversion/verification.h"
 #include "KestovaStorage/internal/disk/paths.h"
@@ -62,7 +62,7 @@ public:
         m_total = payloadOf(*m_source);
         if (m_source->size() != cPayloadPos + m_total || m_source->index().empty())
             return fail("it holds no segments, or bytes that belong to none");
-        huffman::tHuffmanEncode encoder(huffman::eSegmentMode);
+        huffman::tSegmentEncoder encoder;
         return aim(encodedName(m_path, suffix)) && countSegments(*m_source, encoder, step(eCounting), m_error) &&
                write([&](const tStored& stored) {
                    return encodeFile(*m_source, encoder, *m_out, step(eWriting), stored, m_error);

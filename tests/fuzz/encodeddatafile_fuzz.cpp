@@ -11,7 +11,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "KestovaStorage/huffmanencode.h"
+#include "KestovaStorage/huffmanhead.h"
 #include "KestovaStorage/internal/datafile/datafilereader.h"
 #include "KestovaStorage/internal/datafile/segmentreader.h"
 

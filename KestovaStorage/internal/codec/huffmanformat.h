@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "KestovaStorage/huffmanencode.h"
+#include "KestovaStorage/huffmanhead.h"
 #include "KestovaStorage/internal/codec/codetree.h"
 
 namespace huffman

@@ -138,17 +138,17 @@ private:
     std::uint32_t m_flushed = 0;  // records, up to the last flush
 };
 
-bool appendEncoded(tDataOutput& out, huffman::tHuffmanEncode& encoder, std::uint64_t time, std::string_view segment)
+bool appendEncoded(tDataOutput& out, huffman::tSegmentEncoder& encoder, std::uint64_t time, std::string_view segment)
 {
     const auto len = static_cast<std::uint32_t>(segment.size());
-    const std::size_t size = encoder.SegmentBufferSize(len);
+    const std::size_t size = encoder.room(len);
     char* const to = out.room(size);
     if (to == nullptr)
         return false;
-    const huffman::tEncodedSegment encoded = encoder.EncodeSrcFileSegment(segment.data(), len, to, size);
-    const auto [startBit, bits] = encoded.second;
-    const auto firstBit = static_cast<std::uint8_t>(startBit % 8);
-    out.add(tEncodedIndexTable{time, out.position() + startBit / 8, bits, firstBit}, bits, encoded.first.second);
+    const huffman::tEncodedBits encoded = encoder.encode(segment.data(), len, to);
+    const auto firstBit = static_cast<std::uint8_t>(encoded.firstBit % 8);
+    out.add(tEncodedIndexTable{time, out.position() + encoded.firstBit / 8, encoded.bits, firstBit}, encoded.bits,
+            encoded.stored);
     return true;
 }
 
@@ -166,7 +166,7 @@ bool appendPlain(tDataOutput& out, std::uint64_t time, std::string_view segment)
 class tCounting
 {
 public:
-    tCounting(tDataFileReader& plain, huffman::tHuffmanEncode& encoder) : m_plain(plain), m_encoder(encoder) {}
+    tCounting(tDataFileReader& plain, huffman::tSegmentEncoder& encoder) : m_plain(plain), m_encoder(encoder) {}
 
     tSharedPieces::tPiece piece()
     {
@@ -186,40 +186,43 @@ private:
                 error = cUnreadable;
                 return std::nullopt;
             }
-            m_encoder.PreReadSrcFileSegment(segment->data(), segment->size());
+            m_encoder.count(segment->data(), segment->size());
             bytes += segment->size();
         }
         return bytes;
     }
 
     tDataFileReader& m_plain;
-    huffman::tHuffmanEncode& m_encoder;
+    huffman::tSegmentEncoder& m_encoder;
     tSegmentReader m_segments;
 };
 
 // Bits of a segment are counted in 32 bits.
-bool isStorable(const huffman::tHuffmanEncode& encoder, std::size_t len)
+bool isStorable(const huffman::tSegmentEncoder& encoder, std::size_t len)
 {
-    return encoder.SegmentBufferSize(static_cast<std::uint32_t>(len)) < UINT32_MAX / 8;
+    return encoder.room(len) < UINT32_MAX / 8;
 }
 }  // namespace
 
-bool countSegments(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, const tGoOn& goOn, std::string& error)
+bool countSegments(tDataFileReader& plain, huffman::tSegmentEncoder& encoder, const tGoOn& goOn, std::string& error)
 {
-    huffman::tHuffmanEncode aside(huffman::eSegmentMode);
+    huffman::tSegmentEncoder aside;
     tCounting here(plain, encoder), there(plain, aside);
     tSharedPieces work(plain, there.piece());
     work.available(plain.index().size());
-    return work.finish(here.piece(), goOn, error) && encoder.PreReadAdd(aside);
+    if (!work.finish(here.piece(), goOn, error))
+        return false;
+    encoder.count(aside);
+    return true;
 }
 
-bool encodeFile(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, tOutputFile& out, const tGoOn& goOn,
+bool encodeFile(tDataFileReader& plain, huffman::tSegmentEncoder& encoder, tOutputFile& out, const tGoOn& goOn,
                 const tStored& stored, std::string& error)
 try
 {
-    if (!encoder.PreReadFinish() || !encoder.IsRestorable())
+    if (!encoder.makeCodes() || !encoder.isRestorable())
         return fail(error, "its bytes have no code that could be read back");
-    const std::string head = encoder.GetHuffmanHead();
+    const std::string head = encoder.head();
     if (!out.writeAt(head.data(), head.size(), 0))
         return writeFailed(out, error);
     tSegmentReader segments(cWindow);
@@ -237,8 +240,8 @@ try
         if (!progress.add(segment->size()))
             return fail(error, cStopped);
     }
-    const huffman::tEncodedSegment rest = encoder.SegmentEncodeFinish();
-    return encoded.finish({rest.first.first, rest.first.second}) || writeFailed(out, error);
+    const huffman::tEncodedRest rest = encoder.rest();
+    return encoded.finish({rest.bytes, rest.size}) || writeFailed(out, error);
 }
 catch (const std::out_of_range&)
 {

@@ -11,7 +11,7 @@
 #include <functional>
 #include <string>
 
-#include "KestovaStorage/huffmanencode.h"
+#include "KestovaStorage/internal/codec/segmentencoder.h"
 #include "KestovaStorage/internal/conversion/sharedpieces.h"
 #include "KestovaStorage/internal/datafile/datafilereader.h"
 #include "KestovaStorage/internal/disk/outputfile.h"
@@ -22,10 +22,10 @@ namespace storage
 using tStored = std::function<void(std::size_t records)>;
 
 // Counts every segment of a file for its code.
-bool countSegments(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, const tGoOn& goOn, std::string& error);
+bool countSegments(tDataFileReader& plain, huffman::tSegmentEncoder& encoder, const tGoOn& goOn, std::string& error);
 // Writes the Huffman file of a finished plain file all of whose segments `encoder` has counted. Refuses what the
 // stored form cannot give back.
-bool encodeFile(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, tOutputFile& out, const tGoOn& goOn,
+bool encodeFile(tDataFileReader& plain, huffman::tSegmentEncoder& encoder, tOutputFile& out, const tGoOn& goOn,
                 const tStored& stored, std::string& error);
 // Writes the plain file of a Huffman file, which must give `bytes` bytes of payload.
 bool decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tGoOn& goOn,

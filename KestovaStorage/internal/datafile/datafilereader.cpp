@@ -9,7 +9,8 @@
 #include <unistd.h>
 #include <utility>
 
-#include "KestovaStorage/huffmandecode.h"
+#include "KestovaStorage/huffmanhead.h"
+#include "KestovaStorage/internal/codec/segmentdecoder.h"
 
 namespace storage
 {
@@ -113,19 +114,18 @@ bool tDataFileReader::reopenFile()
     return false;
 }
 
-const huffman::tHuffmanDecode* tDataFileReader::decoder()
+const huffman::tSegmentDecoder* tDataFileReader::decoder()
 {
     if (!m_decoder)
     {
         huffman::tFileHead head{};
         if (!read(0, sizeof head, reinterpret_cast<char*>(&head)))
             return nullptr;
-        auto decoder = std::make_unique<huffman::tHuffmanDecode>(huffman::eSegmentMode);
-        decoder->SetHuffmanHead(head);
+        auto decoder = std::make_unique<huffman::tSegmentDecoder>();
+        decoder->setHead(&head);
         m_decoder = std::move(decoder);
-        m_countedBits = m_decoder->CountedBits();
     }
-    return m_decoder->HasCodes() ? m_decoder.get() : nullptr;
+    return m_decoder->hasCodes() ? m_decoder.get() : nullptr;
 }
 
 void tDataFileReader::closeFile()

@@ -22,7 +22,7 @@
 
 namespace huffman
 {
-class tHuffmanDecode;
+class tSegmentDecoder;
 }
 
 namespace storage
@@ -52,8 +52,7 @@ public:
     // Reads `len` bytes at `pos` into `to`; false if the file does not give them all.
     bool read(std::uint64_t pos, std::size_t len, char* to);
     // Reads the codes of a Huffman file; null where they cannot be used. Kept until closeFile().
-    const huffman::tHuffmanDecode* decoder();
-    std::uint64_t countedBits() const { return m_countedBits; }  // of its decoder, once that was asked for
+    const huffman::tSegmentDecoder* decoder();
     void closeFile();
 
 private:
@@ -72,8 +71,7 @@ private:
     std::string m_path;
     tDescriptor m_file;
     std::uint64_t m_device = 0, m_inode = 0;  // of the file that was opened first
-    std::unique_ptr<huffman::tHuffmanDecode> m_decoder;
-    std::uint64_t m_countedBits = 0;
+    std::unique_ptr<huffman::tSegmentDecoder> m_decoder;
     std::uint64_t m_size = 0;
     tFileHeadSymbol m_symbol = cDataFileHead;
     bool m_finished = false;

@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/huffmanencode.h"
+#include "KestovaStorage/internal/codec/segmentencoder.h"
 
 namespace storage
 {
@@ -140,7 +140,7 @@ void tDataFileWriter::accept(const char* bytes, std::size_t segments)
         const std::uint32_t len = decodeNormal(m_slots[i]).len;
         m_indexHead.segmentMaxLen = std::max(m_indexHead.segmentMaxLen, len);
         if (m_encoder != nullptr)
-            m_encoder->PreReadSrcFileSegment(bytes, len);
+            m_encoder->count(bytes, len);
         bytes += len;
     }
 }

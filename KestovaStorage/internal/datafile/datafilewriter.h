@@ -24,7 +24,7 @@
 
 namespace huffman
 {
-class tHuffmanEncode;
+class tSegmentEncoder;
 }
 
 namespace storage
@@ -53,7 +53,7 @@ public:
     bool isFull() const;
 
     // What is recorded from now on is counted for its code; null ends that. Not owned.
-    void countInto(huffman::tHuffmanEncode* encoder) { m_encoder = encoder; }
+    void countInto(huffman::tSegmentEncoder* encoder) { m_encoder = encoder; }
 
     void finish();  // writes the index head
     void sync();    // to the disk
@@ -77,7 +77,7 @@ private:
 
     tDescriptor m_file;
     std::string m_path;
-    huffman::tHuffmanEncode* m_encoder = nullptr;
+    huffman::tSegmentEncoder* m_encoder = nullptr;
     tIndexHead m_indexHead{};
     std::uint64_t m_payloadEnd = cPayloadPos;
     std::uint64_t m_lastStart = 0;    // where the last segment started

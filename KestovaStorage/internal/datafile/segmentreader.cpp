@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <new>
 
-#include "KestovaStorage/huffmandecode.h"
+#include "KestovaStorage/internal/codec/segmentdecoder.h"
 
 namespace storage
 {
@@ -64,17 +64,16 @@ std::optional<std::string_view> tSegmentReader::decode(tDataFileReader& file, co
 {
     if (record.huffmanBits == 0)
         return std::string_view();  // a segment all of whose bytes have a code of no bits
-    const huffman::tHuffmanDecode* const decoder = file.decoder();
-    if (decoder == nullptr || record.huffmanBits > file.countedBits())
+    const huffman::tSegmentDecoder* const decoder = file.decoder();
+    if (decoder == nullptr || record.huffmanBits > decoder->countedBits())
         return std::nullopt;
     const std::uint64_t lastBit = std::uint64_t{record.firstBitPos} + record.huffmanBits;
     const char* const codes = bytesAt(file, record.firstBytePos, static_cast<std::size_t>((lastBit + 7) / 8));
     if (codes == nullptr)
         return std::nullopt;
-    const std::size_t limit = decoder->DecodedSizeLimit(record.huffmanBits);
+    const std::size_t limit = decoder->roomFor(record.huffmanBits);
     char* const out = m_decoded.need(limit);
-    return std::string_view(
-        out, decoder->DecodeSegment(codes, record.firstBitPos, record.huffmanBits, out, m_decoded.size()));
+    return std::string_view(out, decoder->decode(codes, record.firstBitPos, record.huffmanBits, out, m_decoded.size()));
 }
 
 const char* tSegmentReader::bytesAt(tDataFileReader& file, std::uint64_t pos, std::size_t len)

@@ -19,11 +19,9 @@ void say(const std::string& path, const std::string& reason)
 }
 }  // namespace
 
-std::unique_ptr<huffman::tHuffmanEncode> tCompressionQueue::newEncoder()
+std::unique_ptr<huffman::tSegmentEncoder> tCompressionQueue::newEncoder()
 {
-    auto encoder = std::make_unique<huffman::tHuffmanEncode>(huffman::eSegmentMode);
-    encoder->PreReadClear();
-    return encoder;
+    return std::make_unique<huffman::tSegmentEncoder>();
 }
 
 tCompressionQueue::~tCompressionQueue()
@@ -35,7 +33,7 @@ tCompressionQueue::~tCompressionQueue()
     m_worker.stop();
 }
 
-void tCompressionQueue::add(const std::string& path, std::unique_ptr<huffman::tHuffmanEncode> encoder)
+void tCompressionQueue::add(const std::string& path, std::unique_ptr<huffman::tSegmentEncoder> encoder)
 try
 {
     m_worker.wake([&] { m_jobs.push_back({path, std::move(encoder)}); });
@@ -100,7 +98,7 @@ void tCompressionQueue::compress(tJob& job, unsigned int cancelled)
     const auto plain = isComplete(job) ? tDataFileReader::open(job.path, &error) : nullptr;
     if (!plain || !plain->finished() || plain->damaged() != 0)
     {
-        const char* const why = job.encoder->GetPreReadSize() == 0 ? "it holds no segments" : "it is not complete";
+        const char* const why = job.encoder->countedBytes() == 0 ? "it holds no segments" : "it is not complete";
         return say(job.path, error.empty() ? why : error);
     }
     const std::string name = encodedName(job.path, m_specifySuffix);
@@ -123,6 +121,6 @@ void tCompressionQueue::compress(tJob& job, unsigned int cancelled)
 bool tCompressionQueue::isComplete(const tJob& job) const
 {
     return paths::exists(job.path) &&
-           static_cast<std::uint64_t>(paths::fileSize(job.path.c_str())) == cPayloadPos + job.encoder->GetPreReadSize();
+           static_cast<std::uint64_t>(paths::fileSize(job.path.c_str())) == cPayloadPos + job.encoder->countedBytes();
 }
 }  // namespace storage

@@ -64,7 +64,7 @@ private:
         std::string path;
         tDiskReclaimer::tWritingMark mark;
         std::unique_ptr<tDataFileWriter> writer;
-        std::unique_ptr<huffman::tHuffmanEncode> encoder;  // counts what is recorded; null where nobody asked
+        std::unique_ptr<huffman::tSegmentEncoder> encoder;  // counts what is recorded; null where nobody asked
     };
     using tWritingFilePtr = std::shared_ptr<tWritingFile>;
 
