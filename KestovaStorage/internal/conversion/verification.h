@@ -3,7 +3,7 @@
 //
 // Owner    the source and the written file stay where they are as long as this lives.
 // Threads  one of its own, and the caller of finish().
-// Errors   false with a sentence in `error`, no file name in it.
+// Errors   no file name in the sentence.
 #ifndef KESTOVA_STORAGE_CONVERSION_VERIFICATION_H
 #define KESTOVA_STORAGE_CONVERSION_VERIFICATION_H
 
@@ -24,8 +24,8 @@ public:
 
     // So many records are in the written file now, with their index.
     void stored(std::size_t records) { m_work.available(records); }
-    // All are. Whether both files hold the same segments with the same times, every one compared.
-    bool finish(const tGoOn& goOn, std::string& error);
+    // All are. Succeeds where both files hold the same segments with the same times, every one compared.
+    tStatus finish(const tGoOn& goOn);
 
 private:
     // What each of the two threads has to itself.
@@ -33,11 +33,11 @@ private:
     {
         tSegmentReader source, written;
         std::unique_ptr<tDataFileReader> file;  // the written one
-        std::vector<tIndexSlot> slots;          // of the piece, as they were written
+        std::vector<tSegmentRecord> records;    // of the piece, as they were written
     };
 
     tSharedPieces::tPiece pieceFor(tHand& hand);
-    std::optional<std::uint64_t> compare(tHand& hand, std::size_t first, std::size_t last, std::string& error);
+    tStatus compare(tHand& hand, std::size_t first, std::size_t last, std::uint64_t& bytes);
     bool readBack(tHand& hand, std::size_t first, std::size_t last);
 
     tDataFileReader& m_source;

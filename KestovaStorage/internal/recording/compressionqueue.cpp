@@ -94,12 +94,12 @@ catch (const std::bad_alloc&)
 // Kept: it also goes where no output file could be made.
 void tCompressionQueue::compress(tJob& job, unsigned int cancelled)
 {
-    std::string error;
-    const auto plain = isComplete(job) ? tDataFileReader::open(job.path, &error) : nullptr;
+    tStatus failure;
+    const auto plain = isComplete(job) ? tDataFileReader::open(job.path, &failure) : nullptr;
     if (!plain || !plain->finished() || plain->damaged() != 0)
     {
         const char* const why = job.encoder->countedBytes() == 0 ? "it holds no segments" : "it is not complete";
-        return say(job.path, error.empty() ? why : error);
+        return say(job.path, failure ? why : std::move(failure).of(job.path).text());
     }
     const std::string name = encodedName(job.path, m_specifySuffix);
     tOutputFile out(name);
@@ -110,8 +110,8 @@ void tCompressionQueue::compress(tJob& job, unsigned int cancelled)
         return;
     }
     const tGoOn goOn = [&](std::uint64_t) { return m_cancelled == cancelled; };
-    if (!encodeFile(*plain, *job.encoder, out, goOn, nullptr, error))
-        return say(job.path, error);
+    if (const tStatus status = encodeFile(*plain, *job.encoder, out, goOn, nullptr); !status)
+        return say(job.path, status.text());
     if (!out.commit(name))
         return say(job.path, std::strerror(out.error()));
     std::remove(job.path.c_str());

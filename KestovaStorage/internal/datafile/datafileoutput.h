@@ -1,0 +1,75 @@
+// tDataFileOutput: writes a data file of either kind from front to back, payload and index together, in large writes.
+//
+// Shapes   for each segment: room(), the bytes into it, add(). finish() writes what is left and the index head. What
+//          stands at the file's start, magic or coder's head, is the caller's.
+// Owner    the output file outlives it; memory is two buffers of a MiB, or what one segment takes.
+// Threads  starts none and locks nothing.
+// Errors   a write that fails ends the work; the output file has the reason.
+#ifndef KESTOVA_STORAGE_DATAFILE_DATAFILEOUTPUT_H
+#define KESTOVA_STORAGE_DATAFILE_DATAFILEOUTPUT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string_view>
+#include <vector>
+
+#include "KestovaStorage/internal/datafile/segmentrecord.h"
+#include "KestovaStorage/internal/disk/outputfile.h"
+
+namespace storage
+{
+// Called as the output grows: so many records are whole in the file, with their index.
+using tStored = std::function<void(std::size_t records)>;
+
+class tDataFileOutput
+{
+public:
+    tDataFileOutput(tOutputFile& out, tFileHeadSymbol kind, const tStored& stored)
+        : m_out(out), m_kind(kind), m_stored(stored)
+    {}
+
+    // Returns room for `size` bytes behind the payload; null where what filled the buffer could not be written.
+    char* room(std::size_t size);
+    std::uint64_t position() const { return m_payload.position(); }  // of that room in the file
+    // Takes `size` bytes of that room; `record` describes their segment.
+    void add(const tSegmentRecord& record, std::size_t size);
+    // `rest`: bytes of the last segments that come only now.
+    bool finish(std::string_view rest);
+
+private:
+    // Bytes that follow each other in the file.
+    class tStream
+    {
+    public:
+        tStream(tOutputFile& out, std::uint64_t pos) : m_out(out), m_pos(pos) {}
+
+        std::uint64_t position() const { return m_pos + m_used; }
+        bool isFull(std::size_t size) const { return m_buffer.size() - m_used < size; }  // for so many more
+        char* room(std::size_t size);
+        void used(std::size_t size) { m_used += size; }
+        void append(std::string_view bytes) { used(bytes.copy(room(bytes.size()), bytes.size())); }
+        bool flush();
+
+    private:
+        tOutputFile& m_out;
+        std::uint64_t m_pos;
+        std::vector<char> m_buffer;
+        std::size_t m_used = 0;
+    };
+
+    bool flush();
+    bool writeHead();
+    void report(std::uint32_t records) const;
+
+    tOutputFile& m_out;
+    const tFileHeadSymbol m_kind;
+    const tStored& m_stored;
+    tStream m_payload{m_out, cPayloadPos};
+    tStream m_index{m_out, cIndexPos};
+    tIndexHead m_head{};
+    std::uint32_t m_flushed = 0;  // records, up to the last flush
+};
+}  // namespace storage
+
+#endif
