@@ -1,7 +1,7 @@
 // tSegmentDecoder: the tables of one Huffman file, and the decoding of any stretch of its bits. The storage engine's
 // way into the codec; tHuffmanDecode is a handle over it.
 //
-// Bounds   reads no byte outside those that hold the bits and writes none outside `out`, whatever the head says.
+// Bounds   reads no byte outside those that hold the bits and writes none outside `out`, whatever the head claims.
 // Threads  decode() may run in several threads at once; setHead() runs alone.
 #ifndef KESTOVA_STORAGE_CODEC_SEGMENTDECODER_H
 #define KESTOVA_STORAGE_CODEC_SEGMENTDECODER_H
@@ -16,7 +16,7 @@ namespace huffman
 class tSegmentDecoder
 {
 public:
-    // Takes the tFileHead at `head`; returns false, and changes nothing, where that is no Huffman file's.
+    // Takes the tFileHead at `head`; returns false, and changes nothing, if its magic is not that of a Huffman file.
     bool setHead(const void* head);
     // Whether a head was taken whose codes have bits: it names at least two byte values.
     bool hasCodes() const { return m_table.hasCodes(); }
@@ -24,7 +24,7 @@ public:
     std::uint64_t countedBits() const { return m_countedBits; }
 
     // Decodes the `bits` bits that begin `firstBit` bits (any number) behind the start of `data`; bits of an unfinished
-    // code at the end are dropped. Returns the number of bytes decoded: 0 where `out` is smaller than roomFor(bits).
+    // code at the end are dropped. Returns the number of bytes decoded: 0 if `out` is smaller than roomFor(bits).
     // Behind them bytes of `out` may change.
     std::size_t decode(const char* data, std::uint64_t firstBit, std::uint64_t bits, char* out,
                        std::size_t outSize) const;

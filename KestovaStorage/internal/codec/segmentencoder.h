@@ -48,7 +48,7 @@ public:
     void count(tSegmentEncoder& other);  // adds what `other` has counted
     std::uint64_t countedBytes() const { return m_countedBytes; }
 
-    // Returns false where nothing was counted.
+    // Returns false if nothing was counted.
     bool makeCodes();
     // Whether the stored form can be decoded: at least two byte values, no code longer than 31 bits, no count above 32
     // bits. False before makeCodes().
@@ -56,7 +56,7 @@ public:
 
     // ---- Encoding ----
 
-    // Returns the bytes of a tFileHead and gets ready to encode; prints one line. Empty where nothing was counted.
+    // Returns the bytes of a tFileHead and gets ready to encode; prints one line. Empty if nothing was counted.
     std::string head();
     bool isReady() const { return m_ready; }  // head() was made
     // Bytes that encode() may write for a segment of this length.

@@ -2,8 +2,7 @@
 //
 // Units    bytes of payload, for progress.
 // Threads  progress and what is stored are reported on the calling thread. Counting takes a thread of its own to help.
-// Errors   no file name in the sentence. The source is never changed; what was written of the output is the caller's
-//          to remove.
+// Errors   the tStatus does not name the file. The source is never changed; the caller removes a partial output.
 #ifndef KESTOVA_STORAGE_CONVERSION_FILECODING_H
 #define KESTOVA_STORAGE_CONVERSION_FILECODING_H
 

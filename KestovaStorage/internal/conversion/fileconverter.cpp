@@ -55,7 +55,7 @@ tStatus tFileConverter::compress(const std::string& suffix)
     m_total = payloadOf(*m_source);
     if (m_source->size() != cPayloadPos + m_total || m_source->count() == 0)
         return refused("it holds no segments, or bytes that belong to none");
-    if (tStatus status = aim(encodedName(m_path, suffix)); !status)
+    if (tStatus status = openOutput(encodedName(m_path, suffix)); !status)
         return status;
     huffman::tSegmentEncoder encoder;
     if (tStatus status = countSegments(*m_source, encoder, progress(eCounting)); !status)
@@ -69,7 +69,7 @@ tStatus tFileConverter::expand(const std::string& suffix)
     if (tStatus status = open(cHuffmanFileHead, "it is not compressed"); !status)
         return status;
     m_total = countedBytes(*m_source);
-    if (tStatus status = aim(plainName(m_path, suffix)); !status)
+    if (tStatus status = openOutput(plainName(m_path, suffix)); !status)
         return status;
     return write(
         [&](const tStored& stored) { return decodeFile(*m_source, m_total, *m_out, progress(eWriting), stored); });
@@ -90,7 +90,7 @@ tStatus tFileConverter::open(tFileHeadSymbol kind, const char* otherwise)
     return {};
 }
 
-tStatus tFileConverter::aim(const std::string& result)
+tStatus tFileConverter::openOutput(const std::string& result)
 {
     m_result = result;
     if (m_result != m_path && paths::exists(m_result))

@@ -2,7 +2,7 @@
 // compared, synced, and takes its place at one stroke.
 //
 // Threads  starts one to help while it works; the observer is called on the calling thread.
-// Errors   the source is untouched; no file name of the source in the sentence.
+// Errors   the source is untouched; the tStatus does not name it.
 #ifndef KESTOVA_STORAGE_CONVERSION_FILECONVERTER_H
 #define KESTOVA_STORAGE_CONVERSION_FILECONVERTER_H
 
@@ -31,7 +31,7 @@ public:
 
 private:
     tStatus open(tFileHeadSymbol kind, const char* otherwise);
-    tStatus aim(const std::string& result);
+    tStatus openOutput(const std::string& result);
     template <typename tWork>
     tStatus write(tWork work);
     tGoOn progress(tConversionStep step);

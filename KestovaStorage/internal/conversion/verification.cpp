@@ -26,25 +26,25 @@ tStatus tVerification::finish(const tGoOn& goOn)
     return m_work.finish(pieceFor(m_here), goOn);
 }
 
-tSharedPieces::tPiece tVerification::pieceFor(tHand& hand)
+tSharedPieces::tPiece tVerification::pieceFor(tReaders& readers)
 {
-    return [this, &hand](std::size_t first, std::size_t last, std::uint64_t& bytes) {
-        return compare(hand, first, last, bytes);
+    return [this, &readers](std::size_t first, std::size_t last, std::uint64_t& bytes) {
+        return compare(readers, first, last, bytes);
     };
 }
 
-tStatus tVerification::compare(tHand& hand, std::size_t first, std::size_t last, std::uint64_t& bytes)
+tStatus tVerification::compare(tReaders& readers, std::size_t first, std::size_t last, std::uint64_t& bytes)
 {
-    if (!readBack(hand, first, last))
+    if (!readBack(readers, first, last))
         return damaged("the result cannot be read back");
-    hand.source.readAhead(m_source, m_source.record(first), m_source.record(last - 1));
+    readers.source.readAhead(m_source, m_source.record(first), m_source.record(last - 1));
     for (std::size_t i = first; i < last; ++i)
     {
-        const tSegmentRecord record = m_source.record(i), &again = hand.records[i - first];
-        const auto segment = hand.source.read(m_source, record);
+        const tSegmentRecord record = m_source.record(i), &again = readers.records[i - first];
+        const auto segment = readers.source.read(m_source, record);
         if (!segment)
             return damaged("a segment cannot be read");
-        if (hand.written.read(*hand.file, again) != segment || again.time != record.time)
+        if (readers.written.read(*readers.file, again) != segment || again.time != record.time)
             return damaged("the result does not give a record back");
         bytes += segment->size();
     }
@@ -52,13 +52,13 @@ tStatus tVerification::compare(tHand& hand, std::size_t first, std::size_t last,
 }
 
 // The index of a piece, as it stands in the file, and the segments that it describes.
-bool tVerification::readBack(tHand& hand, std::size_t first, std::size_t last)
+bool tVerification::readBack(tReaders& readers, std::size_t first, std::size_t last)
 {
-    if (!hand.file)
-        hand.file = tDataFileReader::openBare(m_writtenPath);
-    if (!hand.file || !hand.file->readRecords(first, last - first, hand.records))
+    if (!readers.file)
+        readers.file = tDataFileReader::openBare(m_writtenPath);
+    if (!readers.file || !readers.file->readRecords(first, last - first, readers.records))
         return false;
-    hand.written.readAhead(*hand.file, hand.records.front(), hand.records.back());
+    readers.written.readAhead(*readers.file, readers.records.front(), readers.records.back());
     return true;
 }
 }  // namespace storage

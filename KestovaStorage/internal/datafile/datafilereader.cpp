@@ -132,15 +132,15 @@ void tDataFileReader::closeFile()
     m_decoder.reset();
 }
 
-// A file that was never finished says 0 records: it may hold as many as fit.
+// The index head of an unfinished file counts 0 records: the index may hold as many as fit.
 void tDataFileReader::readIndex(std::uint32_t indexNum)
 {
-    // One that was finished without a segment says so too, but its head is there: it ends behind it.
+    // So does that of a file finished without a segment, but such a file ends behind its index head.
     m_finished = indexNum != 0 || m_size == cIndexHeadPos + sizeof(tIndexHead);
-    const std::uint64_t said = m_finished ? indexNum : cIndexCapacity;
+    const std::uint64_t claimed = m_finished ? indexNum : cIndexCapacity;
     const std::uint64_t room = m_size > cIndexPos ? (m_size - cIndexPos) / cIndexSlotSize : 0;
-    const auto count = static_cast<std::size_t>(std::min({said, room, std::uint64_t{cIndexCapacity}}));
-    m_damaged = m_finished ? static_cast<std::size_t>(said) - count : 0;
+    const auto count = static_cast<std::size_t>(std::min({claimed, room, std::uint64_t{cIndexCapacity}}));
+    m_damaged = m_finished ? static_cast<std::size_t>(claimed) - count : 0;
     m_index = tIndexArray(count);
     bool more = true;
     for (std::size_t place = 0; more && place < count; place += cPiece)
@@ -149,8 +149,8 @@ void tDataFileReader::readIndex(std::uint32_t indexNum)
         m_index.shrink(m_count);
 }
 
-// Reads `count` records from number `place` on and keeps the whole ones while they are in the cache; learns on the way
-// what the play order needs to know. False where the index ends.
+// Reads `count` records from number `place` on and keeps the whole ones while they are in the cache, with what the play
+// order needs. Returns false at the end of the index.
 bool tDataFileReader::readPiece(std::size_t place, std::size_t count)
 {
     tIndexSlot* const piece = &m_index[place];

@@ -5,7 +5,8 @@
 // Owner    owns the index; opens the file when it reads and closes it on closeFile(), so that thousands of files can be
 //          held at once.
 // Threads  starts none and locks nothing.
-// Errors   nothing read from the file is trusted: what cannot be is left out and counted. No file name in a sentence.
+// Errors   nothing read from the file is trusted: impossible records are left out and counted. A tStatus does not name
+//          the file.
 #ifndef KESTOVA_STORAGE_DATAFILE_DATAFILEREADER_H
 #define KESTOVA_STORAGE_DATAFILE_DATAFILEREADER_H
 
