@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "KestovaStorage/internal/datafile/datafilereader.h"
 #include "KestovaStorage/internal/datafile/segmentreader.h"
@@ -22,21 +23,6 @@ public:
     tSegmentReader m_segments{cWindow};
 };
 
-namespace
-{
-tDataFileRecord recordOf(tFileHeadSymbol symbol, const tIndexSlot& slot)
-{
-    if (symbol == cDataFileHead)
-    {
-        const tNormalIndexTable record = decodeNormal(slot);
-        return {record.tim, record.pos, record.len};
-    }
-    const tEncodedIndexTable record = decodeEncoded(slot);
-    const std::uint64_t bits = std::uint64_t{record.firstBitPos} + record.huffmanBits;
-    return {record.tim, record.firstBytePos, static_cast<std::uint32_t>((bits + 7) / 8)};
-}
-}  // namespace
-
 tDataFile::tDataFile() : d(new tDataFilePrivate) {}
 
 tDataFile::~tDataFile()
@@ -48,7 +34,10 @@ bool tDataFile::open(const std::string& path, std::string* error)
 {
     d->m_path = path;
     d->m_payloadBytes = 0;
-    d->m_reader = tDataFileReader::open(path, error);
+    tStatus failure;
+    d->m_reader = tDataFileReader::open(path, &failure);
+    if (!failure && error != nullptr)
+        *error = std::move(failure).of(path).text();
     for (std::size_t i = 0; i < recordCount(); ++i)
         d->m_payloadBytes += record(i).len;
     return d->m_reader != nullptr;
@@ -81,7 +70,7 @@ uint64_t tDataFile::payloadBytes() const
 
 size_t tDataFile::recordCount() const
 {
-    return d->m_reader ? d->m_reader->index().size() : 0;
+    return d->m_reader ? d->m_reader->count() : 0;
 }
 
 size_t tDataFile::damagedCount() const
@@ -91,7 +80,8 @@ size_t tDataFile::damagedCount() const
 
 tDataFileRecord tDataFile::record(size_t i) const
 {
-    return recordOf(kind(), d->m_reader->index()[i]);
+    const tSegmentRecord record = d->m_reader->record(i);
+    return {record.time, record.firstByte, static_cast<std::uint32_t>(record.bytes())};
 }
 
 bool tDataFile::read(size_t i, std::string& bytes)

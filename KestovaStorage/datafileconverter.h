@@ -2,29 +2,13 @@
 #ifndef KESTOVA_DATAFILECONVERTER_H
 #define KESTOVA_DATAFILECONVERTER_H
 
-#include <stdint.h>
 #include <string>
 
+#include "KestovaStorage/conversionobserver.h"
 #include "UdpSocket/kestovaapi.h"
 
 namespace storage
 {
-enum tConversionStep : int32_t
-{
-    eCounting = 0,  // the bytes' code is being made; only when compressing
-    eWriting = 1,
-    eVerifying = 2  // every segment of the result is read back and compared; much of it during the step before
-};
-
-class KESTOVA_API iConversionObserver
-{
-public:
-    virtual ~iConversionObserver() = default;
-    // How many bytes of payload this step has dealt with, and how many there are; about once a MiB, on the thread that
-    // converts. False ends the work: the file is then as it was. Must not throw.
-    virtual bool UpdateConversion(tConversionStep step, uint64_t doneBytes, uint64_t totalBytes) = 0;
-};
-
 // The result is written beside the file under another ending (".part"), verified and synced, and only then takes the
 // file's place, at one stroke: whenever the process or the machine dies, the recording is whole, in one form or the
 // other. Memory stays below 64 MiB for segments up to 1 MiB. Any thread; one file is for one call at a time. A call

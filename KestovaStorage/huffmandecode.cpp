@@ -10,8 +10,8 @@
 
 #include "KestovaStorage/internal/codec/huffmanformat.h"
 #include "KestovaStorage/internal/codec/lanedecoder.h"
+#include "KestovaStorage/internal/codec/segmentdecoder.h"
 #include "KestovaStorage/internal/codec/symboldecoder.h"
-#include "KestovaStorage/internal/codec/symboltable.h"
 
 namespace huffman
 {
@@ -87,7 +87,7 @@ class tHuffmanDecodePrivate
 {
 public:
     std::optional<tCodeMode> m_mode;
-    tSymbolTable m_segmentTable;
+    tSegmentDecoder m_segments;
     std::mutex m_byteArrayDecodeMutex;
     tSymbolTable m_byteArrayTable;
 };
@@ -111,53 +111,18 @@ void tHuffmanDecode::SetDecodeMode(tCodeMode mode)
 
 bool tHuffmanDecode::SetHuffmanHead(const tFileHead& head)
 {
-    tFreqTable freqs;
-    if (d->m_mode == eSegmentMode && readFileHead(&head, freqs))
-        d->m_segmentTable.build(freqs, UINT64_MAX);
-    return false;  // kept: callers were told so for success as well
-}
-
-bool tHuffmanDecode::HasCodes() const
-{
-    return d->m_segmentTable.hasCodes();
-}
-
-uint64_t tHuffmanDecode::CountedBits() const
-{
-    std::uint64_t bits = 0;
-    for (std::size_t leaf = 0; HasCodes() && leaf < d->m_segmentTable.tree().leaves(); ++leaf)
-        bits += d->m_segmentTable.tree().freq(leaf) * d->m_segmentTable.tree().code(leaf).length;
-    return bits;
+    if (d->m_mode == eSegmentMode)
+        d->m_segments.setHead(&head);
+    return false;  // kept: success has always returned false as well
 }
 
 std::string tHuffmanDecode::DecodeSrcFileSegment(char* data, uint32_t len, uint8_t firstBit, uint8_t lastBits) const
 {
-    if (!HasCodes() || len == 0)
+    if (!d->m_segments.hasCodes() || len == 0)
         return {};
     const std::uint64_t first = len == 1 ? 0 : std::min<unsigned>(firstBit, 8);  // kept: ignored in a single byte
     const unsigned last = lastBits == 0 ? 8 : bitsOfLastByte(lastBits);
-    return decodedText(d->m_segmentTable, {asBytes(data), first, (std::uint64_t{len} - 1) * 8 + last});
-}
-
-size_t tHuffmanDecode::DecodeSegment(const char* data, uint64_t firstBit, uint64_t bits, char* out,
-                                     size_t outSize) const
-{
-    // Enough room: outSize >= DecodedSizeLimit(bits), without a division.
-    if (!HasCodes() || outSize < tSymbolDecoder::cSlack ||
-        (outSize - tSymbolDecoder::cSlack + 1) * d->m_segmentTable.tree().shortest() <= bits)
-        return 0;
-    tBitRange range{asBytes(data) + firstBit / 8, firstBit % 8, firstBit % 8 + bits};
-    unsigned char *const to = asBytes(out), *end = to;
-    if (bits >= tLaneDecoder::cWorthLanes)
-        end = tLaneDecoder(d->m_segmentTable).decode(range, end, to + outSize);
-    end = tSymbolDecoder(d->m_segmentTable).decode(range, end, to + outSize);
-    return static_cast<std::size_t>(end - to);
-}
-
-size_t tHuffmanDecode::DecodedSizeLimit(uint64_t bits) const
-{
-    const std::uint64_t symbols = HasCodes() ? bits / d->m_segmentTable.tree().shortest() : 0;
-    return static_cast<std::size_t>(symbols) + tSymbolDecoder::cSlack;
+    return decodedText(d->m_segments.table(), {asBytes(data), first, (std::uint64_t{len} - 1) * 8 + last});
 }
 
 std::string tHuffmanDecode::DecodeByteArray(const char* src, uint32_t len)

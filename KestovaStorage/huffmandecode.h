@@ -29,23 +29,14 @@ public:
 
     // ---- Segments (eSegmentMode) ----
 
-    // Makes the tables for one file. Always returns false, whether it took the head or refused it (another mode or
-    // magic, then nothing changes): ask HasCodes.
+    // Makes the tables for one file. Always returns false, whether it took the head or refused it; refused, for another
+    // mode or magic, it changes nothing.
     bool SetHuffmanHead(const tFileHead& head);
-    // Whether a head was taken whose codes have bits: it named at least two byte values.
-    bool HasCodes() const;
-    // Bits of the codes of everything that the head counted: no record of the file can have more.
-    uint64_t CountedBits() const;
     // One record: `firstBit` (0 to 7) is the place of its first bit in the first byte, `lastBits` (1 to 8, 0 meaning 8)
     // the number of valid bits in the last byte. Bits of an unfinished code at the end are dropped. A record of one
-    // byte is decoded from its bit 0, whatever `firstBit` says: shift such a byte, or use DecodeSegment. Empty without
-    // codes.
+    // byte is decoded from its bit 0, whatever `firstBit` says: shift such a byte. Empty where no head was taken, or
+    // one that names fewer than two byte values.
     std::string DecodeSrcFileSegment(char* data, uint32_t len, uint8_t firstBit, uint8_t lastBits) const;
-    // The same without a copy: the `bits` bits that begin `firstBit` bits (any number) behind the start of `data` are
-    // decoded into `out`, which has at least DecodedSizeLimit(bits) bytes. The number of bytes decoded; 0 where `out`
-    // is smaller. Behind them bytes of `out` may change.
-    size_t DecodeSegment(const char* data, uint64_t firstBit, uint64_t bits, char* out, size_t outSize) const;
-    size_t DecodedSizeLimit(uint64_t bits) const;
 
     // ---- Byte arrays (eByteArrayMode) ----
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "KestovaStorage/filehead.h"
+#include "KestovaStorage/huffmanhead.h"
 #include "UdpSocket/kestovaapi.h"
 
 namespace huffman
@@ -20,40 +20,6 @@ enum tCodeMode : uint8_t
     eSegmentMode = 1,
     eByteArrayMode = 2
 };
-
-typedef uint64_t tHuffmanDataUnit;  // codes are gathered from bit 0 upwards and stored 8 bytes at a time, little-endian
-
-#pragma pack(push, 1)
-struct tAlphaFreq
-{
-    uint8_t alpha;  // the byte value
-    uint32_t freq;  // the low 32 bits of its count
-};
-
-// In front of the codes of a file, always whole; little-endian.
-struct tFileHead
-{
-    uint32_t head;               // storage::cHuffmanFileHead
-    uint16_t alphaVariety;       // distinct byte values, 1 to 256
-    uint8_t lastValidBit;        // valid bits in the last unit, 1 to 64; 64 also where there are no codes
-    uint8_t reserve[16];         // zero
-    tAlphaFreq alphaFreqs[256];  // the first alphaVariety ones, ascending; the rest zero
-};
-
-// In front of a byte array; alphaVariety entries tByteArrayAlphaFreq follow, then the codes.
-struct tByteArrayHead
-{
-    uint32_t head;          // storage::cHuffmanFileHead
-    uint16_t alphaVariety;  // distinct byte values
-    uint8_t lastValidBit;   // valid bits in the last byte, 1 to 8; 8 also where there are no codes
-};
-
-struct tByteArrayAlphaFreq
-{
-    uint8_t alpha;
-    uint16_t freq;  // the low 16 bits of its count
-};
-#pragma pack(pop)
 
 // ((complete units of this segment, their bytes), (bits of earlier segments in front of them, bits of this segment)).
 typedef std::pair<std::pair<char*, uint32_t>, std::pair<uint32_t, uint32_t>> tEncodedSegment;
@@ -84,14 +50,10 @@ public:
     // Counts the bytes of a record; false in another mode.
     bool PreReadSrcFileSegment(const std::string& segment);
     bool PreReadSrcFileSegment(const char* data, size_t len);
-    // Adds what `other` has counted, for records that were counted in two threads; false unless both are in this mode.
-    bool PreReadAdd(tHuffmanEncode& other);
     uint32_t GetPreReadSize() const;  // bytes counted, modulo 2^32
-    // Makes the codes. False in another mode or where nothing was counted.
+    // Makes the codes. False in another mode or where nothing was counted. tHuffmanDecode gives back what they encode
+    // where there are at least two byte values, no code is longer than 31 bits and no count exceeds 32 bits.
     bool PreReadFinish();
-    // Whether tHuffmanDecode gives back what these codes encode: at least two byte values, no code longer than 31 bits,
-    // no count above 32 bits. Meaningful from PreReadFinish on; false before.
-    bool IsRestorable() const;
     // The 1303 bytes of a tFileHead; empty where nothing was counted. Prepares EncodeSrcFileSegment, prints one line.
     // Raises "map::at" for bytes counted after PreReadFinish or without it.
     std::string GetHuffmanHead();
@@ -99,10 +61,6 @@ public:
     // call uses again; what does not fill a unit is carried into the next call. ((null, 0), (0, 0)) in another mode or
     // before GetHuffmanHead. Where a byte was never counted, the codes before it are in the stream.
     tEncodedSegment EncodeSrcFileSegment(char* data, uint32_t len);
-    // The same into a buffer of the caller's, at least SegmentBufferSize(len) bytes (in which more than the reported
-    // bytes may change); also refuses a smaller one.
-    tEncodedSegment EncodeSrcFileSegment(const char* data, uint32_t len, char* buffer, size_t bufferSize);
-    size_t SegmentBufferSize(uint32_t len) const;  // valid from GetHuffmanHead to PreReadClear
     // The bytes of the unit that is not complete (one more than needed where it holds whole bytes), in this object's
     // buffer; prints one line. The unit stays: call it once.
     tEncodedSegment SegmentEncodeFinish();

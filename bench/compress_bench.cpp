@@ -130,9 +130,11 @@ void compressAsRecorder(const std::string& source, tStart start)
 {
     const std::string path = linked(source, "r.data");
     auto encoder = storage::tCompressionQueue::newEncoder();
-    std::string error;
-    const auto plain = storage::tDataFileReader::open(path, &error);
-    require(plain && storage::countSegments(*plain, *encoder, nullptr, error), error);
+    tStatus status;
+    const auto plain = storage::tDataFileReader::open(path, &status);
+    if (plain)
+        status = storage::countSegments(*plain, *encoder, nullptr);
+    require(status.ok(), status.text());
     dropFromCache(path);
     start();
     {

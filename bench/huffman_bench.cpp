@@ -25,6 +25,8 @@
 #include "KestovaStorage/huffmandecode.h"
 #include "KestovaStorage/huffmanencode.h"
 #include "KestovaStorage/internal/codec/huffmanformat.h"
+#include "KestovaStorage/internal/codec/segmentdecoder.h"
+#include "KestovaStorage/internal/codec/segmentencoder.h"
 #include "KestovaStorage/internal/codec/symboldecoder.h"
 #include "bench/measure.h"
 #include "bench/simulatedspokes.h"
@@ -174,31 +176,26 @@ public:
     }
     void prepare()
     {
-        m_encoder.PreReadClear();
-        each([&](const char* record, std::uint32_t len) { m_encoder.PreReadSrcFileSegment(record, len); });
-        require(m_encoder.PreReadFinish(), "nothing to encode");
-        m_head = m_encoder.GetHuffmanHead();
+        m_encoder.clear();
+        each([&](const char* record, std::uint32_t len) { m_encoder.count(record, len); });
+        require(m_encoder.makeCodes(), "nothing to encode");
+        m_head = m_encoder.head();
     }
     void emit()
     {
         m_places.clear();
         std::size_t stored = 0;
         each([&](const char* record, std::uint32_t len) {
-            const auto segment =
-                m_encoder.EncodeSrcFileSegment(record, len, m_packed.data() + stored, m_packed.size() - stored);
-            m_places.push_back({stored * 8 + segment.second.first, segment.second.second});
-            stored += segment.first.second;
+            require(stored + m_encoder.room(len) <= m_packed.size(), "no room");
+            const tEncodedBits encoded = m_encoder.encode(record, len, m_packed.data() + stored);
+            m_places.push_back({stored * 8 + encoded.firstBit, encoded.bits});
+            stored += encoded.stored;
         });
-        const auto last = m_encoder.SegmentEncodeFinish();
-        std::memcpy(m_packed.data() + stored, last.first.first, last.first.second);
-        m_packedLen = stored + last.first.second;
+        const tEncodedRest rest = m_encoder.rest();
+        std::memcpy(m_packed.data() + stored, rest.bytes, rest.size);
+        m_packedLen = stored + rest.size;
     }
-    void makeTables()
-    {
-        tFileHead head;
-        std::memcpy(&head, m_head.data(), sizeof head);
-        m_decoder.SetHuffmanHead(head);
-    }
+    void makeTables() { require(m_decoder.setHead(m_head.data()), "no head"); }
     void decodeOnePosition()
     {
         tFreqTable freqs;
@@ -218,8 +215,8 @@ public:
     {
         m_outLen = 0;
         for (const tRecordPlace& place : m_places)
-            m_outLen += m_decoder.DecodeSegment(m_packed.data(), place.firstBit, place.bits, m_out.data() + m_outLen,
-                                                m_out.size() - m_outLen);
+            m_outLen += m_decoder.decode(m_packed.data(), place.firstBit, place.bits, m_out.data() + m_outLen,
+                                         m_out.size() - m_outLen);
     }
     void check() const
     {
@@ -241,8 +238,8 @@ private:
     std::size_t m_recordLen;
     std::vector<char> m_packed, m_out;
     std::size_t m_packedLen = 0, m_outLen = 0;
-    tHuffmanEncode m_encoder{eSegmentMode};
-    tHuffmanDecode m_decoder{eSegmentMode};
+    tSegmentEncoder m_encoder;
+    tSegmentDecoder m_decoder;
     std::string m_head;
     std::vector<tRecordPlace> m_places;
 };

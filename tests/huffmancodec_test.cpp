@@ -12,6 +12,8 @@
 #include "KestovaStorage/huffmandecode.h"
 #include "KestovaStorage/huffmanencode.h"
 #include "KestovaStorage/huffmantree.h"
+#include "KestovaStorage/internal/codec/segmentdecoder.h"
+#include "KestovaStorage/internal/codec/segmentencoder.h"
 #include "tests/support/huffmaninputs.h"
 #include "tests/support/plainhuffman.h"
 #include "tests/support/tempdir.h"
@@ -51,6 +53,7 @@ protected:
     const std::string src = folder.file("src"), packed = folder.file("packed"), out = folder.file("out");
     tHuffmanEncode files{eFileMode}, arrays{eByteArrayMode};
     tHuffmanDecode fileDecoder{eFileMode}, segmentDecoder{eSegmentMode};
+    tSegmentDecoder engineDecoder;
     char twoBytes[2] = {'\x1b', '\x05'};
 };
 
@@ -89,14 +92,10 @@ public:
         EXPECT_TRUE(encoder.PreReadFinish());
         head = encoder.GetHuffmanHead();
     }
-    tSegmentPass& add(std::string record)  // by turns into the encoder's buffer and into one of the caller's
+    tSegmentPass& add(std::string record)
     {
-        const auto len = static_cast<uint32_t>(record.size());
-        std::vector<char> buffer(encoder.SegmentBufferSize(len));
         const tEncodedSegment segment =
-            places.size() % 2 == 0
-                ? encoder.EncodeSrcFileSegment(record.data(), len)
-                : encoder.EncodeSrcFileSegment(std::as_const(record).data(), len, buffer.data(), buffer.size());
+            encoder.EncodeSrcFileSegment(record.data(), static_cast<uint32_t>(record.size()));
         EXPECT_LT(segment.second.first, 64U);
         places.emplace_back(stored.size() * 8 + segment.second.first, segment.second.second);
         stored.append(segment.first.first, segment.first.second);
@@ -108,11 +107,12 @@ public:
         stored.append(rest.first.first, rest.first.second);
         return rest.first.second;
     }
-    std::string decoded(std::size_t record, const tHuffmanDecode& decoder) const
+    // Through the storage engine's door.
+    std::string decoded(std::size_t record, const tSegmentDecoder& decoder) const
     {
         const auto [first, number] = places[record];
-        std::string out(decoder.DecodedSizeLimit(number), '\0');
-        out.resize(decoder.DecodeSegment(stored.data(), first, number, out.data(), out.size()));
+        std::string out(decoder.roomFor(number), '\0');
+        out.resize(decoder.decode(stored.data(), first, number, out.data(), out.size()));
         return out;
     }
 
@@ -120,6 +120,30 @@ public:
     std::string head, stored;
     std::vector<std::pair<std::size_t, std::size_t>> places;  // first bit and number of bits of each record
 };
+
+tSegmentEncoder counted(const std::vector<std::string>& records)
+{
+    tSegmentEncoder encoder;
+    for (const std::string& record : records)
+        encoder.count(record.data(), record.size());
+    EXPECT_TRUE(encoder.makeCodes());
+    return encoder;
+}
+
+// Head and codes as the storage engine has them made, into buffers of exactly the size that may be touched.
+std::string storedByEngine(const std::vector<std::string>& records)
+{
+    tSegmentEncoder encoder = counted(records);
+    std::string stored = encoder.head();
+    for (const std::string& record : records)
+    {
+        std::vector<char> buffer(encoder.room(record.size()));
+        stored.append(buffer.data(),
+                      encoder.encode(record.data(), static_cast<uint32_t>(record.size()), buffer.data()).stored);
+    }
+    const tEncodedRest rest = encoder.rest();
+    return stored.append(rest.bytes, rest.size);
+}
 
 std::string joined(const std::vector<std::string>& records)
 {
@@ -185,10 +209,13 @@ TEST_F(tHuffmanCodecTest, makesOneStreamOfSegmentsAndFindsEachAgain)
         pass.finish();
         ASSERT_EQ(pass.head, plain::fileHead(freqs, bits.size()));
         ASSERT_EQ(plain::unpack(pass.stored).substr(0, bits.size()), bits);
+        ASSERT_EQ(storedByEngine(records), pass.head + pass.stored);
         ASSERT_FALSE(segmentDecoder.SetHuffmanHead(headOf(pass.head)));
+        ASSERT_TRUE(engineDecoder.setHead(pass.head.data()));
+        ASSERT_EQ(engineDecoder.countedBits(), bits.size());
         for (std::size_t r = 0; r < records.size(); ++r)
         {
-            ASSERT_EQ(pass.decoded(r, segmentDecoder), records[r]);
+            ASSERT_EQ(pass.decoded(r, engineDecoder), records[r]);
             const auto [first, number] = pass.places[r];
             const std::size_t last = first + number;
             std::string held = pass.stored.substr(first / 8, (last + 7) / 8 - first / 8);
@@ -231,9 +258,9 @@ TEST_F(tHuffmanCodecTest, givesBackCodesOf31BitsAndLosesOfLongerOnesWhatItAlways
         tSegmentPass pass({in});
         pass.add(record).finish();
         EXPECT_TRUE(pass.stored == unitsOf(record, codes));
-        EXPECT_EQ(pass.encoder.IsRestorable(), values == 32);
-        segmentDecoder.SetHuffmanHead(headOf(pass.head));
-        EXPECT_EQ(pass.decoded(0, segmentDecoder) == record, values == 32);
+        EXPECT_EQ(counted({in}).isRestorable(), values == 32);
+        engineDecoder.setHead(pass.head.data());
+        EXPECT_EQ(pass.decoded(0, engineDecoder) == record, values == 32);
     }
 }
 
@@ -303,15 +330,12 @@ TEST_F(tHuffmanCodecTest, usesTheCallersArrayOnlyWhereAllFits)
 
 TEST_F(tHuffmanCodecTest, addsWhatAnotherEncoderHasCounted)
 {
-    tHuffmanEncode first(eSegmentMode), second(eSegmentMode), all(eSegmentMode), none;
-    first.PreReadSrcFileSegment("abracadabra");
-    second.PreReadSrcFileSegment("barn");
-    all.PreReadSrcFileSegment("abracadabrabarn");
-    EXPECT_TRUE(first.PreReadAdd(second));
-    EXPECT_EQ(first.GetPreReadSize(), 15u);
-    EXPECT_TRUE(first.PreReadFinish() && all.PreReadFinish());
-    EXPECT_EQ(first.GetHuffmanHead(), all.GetHuffmanHead());
-    EXPECT_FALSE(first.PreReadAdd(none) || none.PreReadAdd(first));
+    tSegmentEncoder first = counted({"abracadabra"}), second = counted({"barn"});
+    first.count(second);
+    EXPECT_EQ(first.countedBytes(), 15u);
+    EXPECT_TRUE(first.makeCodes());
+    EXPECT_EQ(first.head(), counted({"abracadabrabarn"}).head());
+    EXPECT_FALSE(counted({"aaaa"}).isRestorable());
 }
 
 TEST_F(tHuffmanCodecTest, sharesAByteArrayEncoderBetweenThreads)
@@ -342,7 +366,11 @@ TEST_F(tHuffmanCodecTest, takesTheFirstBitOfASingleByteFromItsBottomAndKeepsItsT
     EXPECT_EQ(segmentDecoder.DecodeSrcFileSegment(twoBytes, 1, 3, 0), "AAbAAbbb");
     EXPECT_EQ(segmentDecoder.DecodeSrcFileSegment(twoBytes, 2, 3, 2), "AAbbbAb");
     EXPECT_EQ(segmentDecoder.DecodeSrcFileSegment(twoBytes, 2, 8, 200), "AbAbbbbb");
-    EXPECT_EQ(segmentDecoder.DecodeSegment(twoBytes, 3, 2, twoBytes, 1), 0U);  // no room
+    ASSERT_FALSE(engineDecoder.setHead(&head));
+    EXPECT_EQ(engineDecoder.decode(twoBytes, 3, 2, twoBytes, 2), 0U);  // no codes
+    head.head = storage::cHuffmanFileHead;
+    ASSERT_TRUE(engineDecoder.setHead(&head));
+    EXPECT_EQ(engineDecoder.decode(twoBytes, 3, 2, twoBytes, 1), 0U);  // no room
 }
 
 TEST_F(tHuffmanCodecTest, survivesHostileArrays)

@@ -11,7 +11,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "KestovaStorage/huffmanencode.h"
+#include "KestovaStorage/huffmanhead.h"
 #include "KestovaStorage/internal/datafile/datafilereader.h"
 #include "KestovaStorage/internal/datafile/segmentreader.h"
 
@@ -65,15 +65,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto file = storage::tDataFileReader::open("/proc/self/fd/" + std::to_string(fd));
     require(file != nullptr);
     storage::tSegmentReader one, windowed(4096);
-    for (std::size_t i = 0; i < file->index().size(); ++i)
+    for (std::size_t i = 0; i < file->count(); ++i)
     {
         // A record may span the hole before the codes: ten million bytes of zeros need not be decoded again and again.
-        const storage::tEncodedIndexTable record = storage::decodeEncoded(file->index()[i]);
-        if (record.huffmanBits > 100'000)
+        const storage::tSegmentRecord record = file->record(i);
+        if (record.bits > 100'000)
             continue;
         const auto segment = one.read(*file, i);
         require(segment == windowed.read(*file, i));
-        require(!segment || segment->size() <= record.huffmanBits);
+        require(!segment || segment->size() <= record.bits);
         if (i % 7 == 3)
             file->closeFile();
     }

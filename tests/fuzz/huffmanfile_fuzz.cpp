@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "KestovaStorage/huffmandecode.h"
+#include "KestovaStorage/internal/codec/segmentdecoder.h"
 #include "tests/support/plainhuffman.h"
 
 namespace
@@ -66,8 +67,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                       last = lastBits == 0 ? 8 : std::min<unsigned>(lastBits, 8);
     const std::size_t number = std::size_t{len} * 8 - 8 + last - first;
     require(text == decodedPlainly(head, plain::unpack(bytes).substr(first, number)));
-    std::vector<char> out(decoder.DecodedSizeLimit(number));
-    out.resize(decoder.DecodeSegment(exact.data(), first, number, out.data(), out.size()));
+    huffman::tSegmentDecoder engine;
+    require(engine.setHead(&head));
+    std::vector<char> out(engine.roomFor(number));
+    out.resize(engine.decode(exact.data(), first, number, out.data(), out.size()));
     require(text == std::string(out.begin(), out.end()));
     return 0;
 }

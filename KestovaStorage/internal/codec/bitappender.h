@@ -1,5 +1,5 @@
-// The end of a stream of codes that is being written, and how codes join it: bytewise for long stretches, where every
-// step counts, and by whole units for short ones, which need nothing back from the bytes they stored.
+// The end of a stream of codes that is being written. Two ways to append: bytewise, which takes the fewest steps per
+// code, for long inputs; and by whole units, which never reads back what it stored, for short ones.
 #ifndef KESTOVA_STORAGE_CODEC_BITAPPENDER_H
 #define KESTOVA_STORAGE_CODEC_BITAPPENDER_H
 
@@ -46,13 +46,13 @@ struct tUnitAppender
         const std::uint64_t next = codes >> 1 >> (63 - count);  // what did not fit: 0 where all did
         count += length;
         const std::uint64_t full = count / 64;
-        bits = (bits & (full - 1)) | next;  // a branch here would be a coin's toss
+        bits = (bits & (full - 1)) | next;  // a branch here could not be predicted
         out += full * 8;
         count &= 63;
     }
 };
 
-// False for a byte without code.
+// Returns false for a byte without code.
 template <typename tEnd>
 KESTOVA_INLINE bool joinSingle(std::uint64_t entry, tEnd& end)
 {
@@ -63,7 +63,7 @@ KESTOVA_INLINE bool joinSingle(std::uint64_t entry, tEnd& end)
     return true;
 }
 
-// Joins bytes `i` up to `until`; stops at one without code. Returns where it stopped.
+// Joins bytes `i` up to `until`; stops at one without code. Returns the place at which it stopped.
 template <typename tEnd>
 KESTOVA_INLINE std::size_t joinSingles(const std::uint64_t* singles, const unsigned char* data, std::size_t i,
                                        std::size_t until, tEnd& end)

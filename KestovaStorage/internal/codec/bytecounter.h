@@ -1,8 +1,8 @@
 // tByteCounter: how often each byte value occurred in everything added so far.
 //
-// Shapes   several counters a value, taken in turn: runs of one value, which radar data is full of, then do not wait
-//          for the same counter time and again. They are summed up when the counts are asked for. Where the processor
-//          can, vectors count a part of the bytes straight into the sums (see vectorcounter.h).
+// Shapes   several counters per value, used in turn: otherwise runs of one value, common in radar data, would wait for
+//          the same counter at each byte. counts() sums them up. On processors that can, vectors count a part of the
+//          bytes straight into the sums (bytecounter_avx512.h).
 // Threads  starts none and locks nothing: one thread at a time.
 #ifndef KESTOVA_STORAGE_CODEC_BYTECOUNTER_H
 #define KESTOVA_STORAGE_CODEC_BYTECOUNTER_H
@@ -22,7 +22,7 @@ using tByteCounts = std::array<std::uint64_t, cByteValues>;
 struct tCounterLanes
 {
     static constexpr std::size_t cCount = 8;
-    // Counters of one value do not lie a multiple of 4096 bytes apart: the processor would take them for the same.
+    // Counters of one value are not a multiple of 4096 bytes apart: the processor would confuse their addresses.
     static constexpr std::size_t cSize = cByteValues + 16;
 
     std::uint32_t of[cCount][cSize];

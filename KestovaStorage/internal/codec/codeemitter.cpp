@@ -9,7 +9,7 @@ namespace huffman
 {
 namespace
 {
-constexpr std::size_t cShortLength = 128;  // below it neither vectors nor taking the last unit back pay
+constexpr std::size_t cShortLength = 128;  // below it neither vectors nor reading back the last unit pay
 constexpr std::size_t cPairValues = 1 << 16;
 
 // Looks single bytes up. The sum of eight lengths needs more than a byte; the codes leave room for it.
@@ -51,7 +51,7 @@ struct tPairs
     }
 };
 
-// Joins the last bytes, fewer than 8: short records consist of little else.
+// Joins the last bytes, fewer than 8: much of a short record.
 template <typename tEnd>
 KESTOVA_INLINE std::size_t joinRest(const std::uint64_t* singles, const unsigned char* data, std::size_t i,
                                     std::size_t len, tEnd& end)
@@ -70,8 +70,8 @@ KESTOVA_INLINE std::size_t joinRest(const std::uint64_t* singles, const unsigned
     return joinSingles(singles, data, i, len, end);
 }
 
-// Emits groups of `cGroup` bytes (6 or 8) while 8 bytes are left, then single ones. Returns how many bytes were done:
-// fewer than `len` if one has no code.
+// Emits groups of `cGroup` bytes (6 or 8) while 8 bytes are left, then single ones. Returns the number of bytes
+// emitted: fewer than `len` if one has no code.
 template <std::size_t cGroup, typename tEntries, typename tEnd>
 KESTOVA_INLINE std::size_t emitGroups(const tEntries entries, const std::uint64_t* singles, const unsigned char* data,
                                       std::size_t len, tEnd& end)
@@ -114,7 +114,7 @@ KESTOVA_INLINE std::size_t emitAll(const tEntries entries, bool longGroups, cons
                       : emitGroups<6>(entries, singles, data, len, end);
 }
 
-// Pairs where there are any.
+// By pairs if there is a table of them.
 KESTOVA_INLINE std::size_t emitAny(const std::uint64_t* pairs, bool longGroups, const std::uint64_t* singles,
                                    const unsigned char* data, std::size_t len, tByteAppender& end)
 {
@@ -134,7 +134,7 @@ KESTOVA_WITH_BMI2 std::size_t emitBmi2(const std::uint64_t* pairs, bool longGrou
     return emitAny(pairs, longGroups, singles, data, len, end);
 }
 
-// Everything in registers from the carried bits to those left over: a short record is little more than that.
+// Keeps everything in registers, from the carried bits to those left over: they are much of a short record.
 KESTOVA_INLINE tCodeEmitter::tEmitted emitShort(bool longGroups, const std::uint64_t* singles,
                                                 const unsigned char* data, std::size_t len, tPartialUnit& carry,
                                                 unsigned char* out)
@@ -228,7 +228,7 @@ void tCodeEmitter::raiseNoCode()
     throw std::out_of_range("map::at");
 }
 
-// Whole bytes are stored as they fill, 8 bytes at a time; the last unit is taken back from there.
+// Whole bytes are stored as they fill, 8 bytes at a time; the last unit is read back from there.
 tCodeEmitter::tEmitted tCodeEmitter::emitLong(const unsigned char* data, std::size_t len, tPartialUnit& carry,
                                               unsigned char* out) const
 {
@@ -247,7 +247,7 @@ tCodeEmitter::tEmitted tCodeEmitter::emitLong(const unsigned char* data, std::si
     return {done, unit};
 }
 
-// The format's own words, for codes of any length: what is lost of codes above 31 bits must be lost in the same way.
+// Unit by unit, for codes of any length. Kept: bits of codes above 31 bits are lost as files have them lost.
 tCodeEmitter::tEmitted tCodeEmitter::emitExact(const unsigned char* data, std::size_t len, tPartialUnit& carry,
                                                unsigned char* out) const
 {

@@ -1,12 +1,12 @@
 // tCodeEmitter: appends the codes of bytes to a bit stream.
 //
-// Stream   codes fill units of 64 bits from bit 0 upwards; complete units come out as 8 bytes, little-endian, and what
-//          does not fill a unit is carried in a tPartialUnit from call to call.
-// Speed    bytes are looked up one by one or, where that pays for a table of 512 KiB, two by two; the codes of a group
-//          of bytes are joined in a word of their own before they join the stream, so that groups do not wait for one
-//          another. An entry holds its code in the top bits and its length in the low ones: it is shifted by, added and
-//          joined as it stands.
-// Memory   the table of pairs and nothing else; emit() allocates nothing.
+// Stream   codes fill units of 64 bits from bit 0 upwards; complete units are written as 8 bytes, little-endian, and
+//          the bits of an incomplete one are carried in a tPartialUnit from call to call.
+// Speed    bytes are looked up one by one or, if the data is large enough for a table of 512 KiB to pay, two by two;
+//          the codes of a group of bytes are joined in a word of their own before they join the stream, so that groups
+//          do not wait for one another. An entry holds its code in the top bits and its length in the low ones: one
+//          word serves as shift distance, summand and code.
+// Memory   only the table of pairs; emit() allocates nothing.
 // Threads  emit() may run in several threads at once.
 #ifndef KESTOVA_STORAGE_CODEC_CODEEMITTER_H
 #define KESTOVA_STORAGE_CODEC_CODEEMITTER_H
@@ -34,12 +34,13 @@ class tCodeEmitter
 public:
     explicit tCodeEmitter(eInstructions instructions = eInstructions::best);
 
-    // Takes other codes; `counts`: how often each byte is expected to come.
+    // Takes other codes; `counts`: how often each byte is expected.
     void set(const tCodeTable& codes, const tByteCounts& counts);
     // Bytes that emit() may write for an input of this length.
     std::size_t room(std::size_t len) const { return ((63 + len * m_codes.longest) / 64 + 2) * 8; }
-    // Bits emitted; the complete units among them and the carried ones are at `out`, behind them up to 16 bytes are
-    // written over. Raises "map::at" for a byte without code; the codes before it are in `out` and `carry`.
+    // Returns the number of bits emitted. Writes the complete units of the carried and the new bits to `out`, and
+    // overwrites up to 16 bytes behind them. Throws std::out_of_range ("map::at") for a byte without code; the codes
+    // before it are in `out` and `carry`.
     std::uint64_t emit(const unsigned char* data, std::size_t len, tPartialUnit& carry, unsigned char* out) const
     {
         const unsigned before = carry.count;
@@ -51,7 +52,7 @@ public:
         return static_cast<std::uint64_t>(emitted.out - out) * 8 + carry.count - before;
     }
 
-    // How many bytes were done, and what is behind their last complete unit.
+    // The number of bytes emitted, and the end of their last complete unit.
     struct tEmitted
     {
         std::size_t done;
@@ -71,15 +72,15 @@ private:
 
     eInstructions m_instructions;
     tEmitShort m_emitShort;
-    std::size_t m_shortLength = 0;  // inputs below it go that way
+    std::size_t m_shortLength = 0;  // shorter inputs go to m_emitShort
     tCodeTable m_codes;
     bool m_fast = false;         // codes of 1 to 31 bits
     bool m_vectors = false;      // 64 bytes at a time; no pairs then
-    bool m_longGroups = false;   // eight codes fit in a word so often that trying pays
-    bool m_longVectors = false;  // the same for vectors, which lose less where they do not
+    bool m_longGroups = false;   // eight codes fit in a word often enough to try
+    bool m_longVectors = false;  // the same for vectors, which lose less if they do not fit
     tVectorTables m_vectorTables;
     std::array<std::uint64_t, cByteValues> m_singles{};
-    std::vector<std::uint64_t> m_pairs;  // by two bytes, the first one in the low half; empty: not worth it
+    std::vector<std::uint64_t> m_pairs;  // by two bytes, the first one in the low half; empty if not worth its time
 };
 }  // namespace huffman
 

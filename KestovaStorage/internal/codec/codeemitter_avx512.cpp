@@ -96,7 +96,7 @@ KESTOVA_VECTORS_INLINE void store(const tJoined& joined, tQuads& quads)
     _mm512_store_si512(quads.lengths, joined.lengths);
 }
 
-// Returns how many of the 64 bytes were done.
+// Returns the number of the 64 bytes that were emitted.
 KESTOVA_VECTORS_INLINE std::size_t emitQuads(const tJoined& joined, const std::uint64_t* singles,
                                              const unsigned char* data, tByteAppender& end)
 {
@@ -118,7 +118,7 @@ KESTOVA_VECTORS_INLINE std::size_t emitQuads(const tJoined& joined, const std::u
     return cStep;
 }
 
-// Joins quads two by two; false, and nothing emitted, where two do not fit in a word.
+// Joins quads two by two; returns false, and emits nothing, if two do not fit in a word.
 KESTOVA_VECTORS_INLINE bool emitOcts(const tJoined& joined, tByteAppender& end)
 {
     const __m512i evenLengths = _mm512_and_si512(joined.lengths, _mm512_set1_epi64(0xffffffff));

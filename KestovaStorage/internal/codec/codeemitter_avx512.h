@@ -1,5 +1,5 @@
-// Emits codes of up to 16 bits 64 bytes at a time, where the processor can look up and shift that many at once (AVX-512
-// with byte permutations). Looking up needs no memory then: the tables stay in registers.
+// Emits codes of up to 16 bits 64 bytes at a time, on processors that look up and shift that many at once (AVX-512 with
+// byte permutations). The tables stay in registers: a lookup reads no memory.
 #ifndef KESTOVA_STORAGE_CODEC_CODEEMITTER_AVX512_H
 #define KESTOVA_STORAGE_CODEC_CODEEMITTER_AVX512_H
 
@@ -11,7 +11,7 @@
 
 namespace huffman
 {
-// The codes of all byte values in the form in which they go into registers.
+// The codes of all byte values as they are loaded into registers.
 struct tVectorTables
 {
     static constexpr unsigned cLongest = 16;
@@ -24,10 +24,10 @@ struct tVectorTables
     void set(const tCodeTable& codes);
 };
 
-// Whether this processor can.
+// Whether this processor has the instructions.
 bool hasVectorEmitter();
-// Emits while 64 bytes are left; returns how many bytes were done, fewer if one has no code. `longGroups`: eight codes
-// usually fit in a word.
+// Emits while 64 bytes are left; returns the number of bytes emitted, fewer if one has no code. `longGroups`: eight
+// codes usually fit in a word.
 std::size_t emitVectors(const tVectorTables& tables, bool longGroups, const std::uint64_t* singles,
                         const unsigned char* data, std::size_t len, tByteAppender& end);
 }  // namespace huffman

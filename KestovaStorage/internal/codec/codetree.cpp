@@ -13,7 +13,7 @@ tFreqTable tFreqTable::of(const tByteCounts& counts)
 }
 
 // A binary heap with the smallest count on top; the children of place i are at 2i + 1 and 2i + 2. Counts and nodes are
-// kept apart: what is written in one piece is read in one piece, for which the processor need not wait.
+// kept apart: each is written and read in one piece, so that the processor can forward the store to the load.
 class tCodeTree::tHeap
 {
 public:
@@ -21,8 +21,8 @@ public:
 
     void push(const tEntry& entry) { raise(m_size++, entry); }
 
-    // The hole at the top goes down to the bottom by the smaller child, the right one of two equal ones; there the last
-    // entry is put, and raised.
+    // The hole at the top moves down to the bottom along the smaller child, the right one of two equal ones; the last
+    // entry is put there, and raised.
     tEntry pop()
     {
         const tEntry top{m_freqs[0], m_nodes[0]};
@@ -94,7 +94,7 @@ void tCodeTree::makeTree(tHeap& heap)
     }
 }
 
-// Parents come behind their children, so going backwards every node has its code before its children need it.
+// Parents come behind their children: going backwards, every node has its code before its children need it.
 void tCodeTree::assignCodes()
 {
     if (m_size == 0)

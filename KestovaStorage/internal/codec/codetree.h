@@ -16,16 +16,16 @@
 
 namespace huffman
 {
-// The leaves of a tree: which byte values there are, and how often. A value may be there with a count of 0.
+// The leaves of a tree: its byte values and their counts. A value may be present with a count of 0.
 struct tFreqTable
 {
     tByteCounts counts{};
-    std::array<std::uint8_t, cByteValues> values;  // those that are there, ascending
+    std::array<std::uint8_t, cByteValues> values;  // those present, ascending
     std::size_t variety = 0;                       // their number
 
     static tFreqTable of(const tByteCounts& counts);  // the values that occur
     template <typename tIsThere>
-    void list(tIsThere isThere);  // makes `values` of the byte values for which this says so
+    void list(tIsThere isThere);  // sets `values` to the byte values for which the predicate holds
 };
 
 template <typename tIsThere>
@@ -34,7 +34,7 @@ void tFreqTable::list(tIsThere isThere)
     std::size_t number = 0;
     for (std::size_t value = 0; value < cByteValues; ++value)
     {
-        values[number] = static_cast<std::uint8_t>(value);  // stays only if it is there
+        values[number] = static_cast<std::uint8_t>(value);  // overwritten by the next one unless present
         number += isThere(value) ? 1 : 0;
     }
     variety = number;
@@ -72,7 +72,7 @@ public:
     std::size_t right(std::size_t inner) const { return m_right[inner - m_leaves]; }
     std::uint8_t value(std::size_t leaf) const { return m_values[leaf]; }
     std::uint64_t freq(std::size_t node) const { return m_freqs[node]; }
-    const tCode& code(std::size_t node) const { return m_codes[node]; }  // the way from the root
+    const tCode& code(std::size_t node) const { return m_codes[node]; }  // the path from the root
 
     unsigned longest() const { return m_longest; }    // code, in bits
     unsigned shortest() const { return m_shortest; }  // code, in bits
@@ -98,7 +98,7 @@ private:
     std::array<tCode, cMostNodes> m_codes;
 };
 
-// The codes by byte value; what stands for values that are not present means nothing.
+// The codes by byte value; undefined for values that are not present.
 struct tCodeTable
 {
     std::array<tCode, cByteValues> codes;

@@ -8,7 +8,7 @@ namespace huffman
 {
 namespace
 {
-// Stores one entry a byte value in ascending order; returns what is behind them.
+// Stores one entry per byte value in ascending order; returns the end of them.
 template <typename tEntry, typename tCount>
 char* writeEntries(const tFreqTable& freqs, char* to)
 {
@@ -22,13 +22,13 @@ char* writeEntries(const tFreqTable& freqs, char* to)
     return to;
 }
 
-// A value that comes again overwrites its count.
+// A repeated value overwrites its count.
 template <typename tEntry, typename tCount>
 void readEntries(const char* from, std::size_t number, tFreqTable& freqs)
 {
     freqs.counts.fill(0);
     freqs.variety = 0;
-    bool ascending = true;  // as they are written; in any other order they are listed afterwards
+    bool ascending = true;  // the order in which they are written; any other is listed afterwards
     int last = -1;
     const auto valueOf = [&](std::size_t i) {
         return static_cast<std::uint8_t>(from[i * sizeof(tEntry) + offsetof(tEntry, alpha)]);
@@ -50,7 +50,7 @@ void readEntries(const char* from, std::size_t number, tFreqTable& freqs)
     freqs.list([&](std::size_t value) { return present[value]; });
 }
 
-// How many bits are valid in the last of the units of `unit` bits: never 0.
+// The number of valid bits in the last unit of `unit` bits: never 0.
 char lastValidBits(std::uint64_t bits, unsigned unit)
 {
     return static_cast<char>(bits % unit == 0 ? unit : bits % unit);

@@ -1,4 +1,4 @@
-// How heads of Huffman files and byte arrays are written and read. No other file knows where their fields lie.
+// Writes and reads the heads of Huffman files and byte arrays. No other file knows the offsets of their fields.
 #ifndef KESTOVA_STORAGE_CODEC_HUFFMANFORMAT_H
 #define KESTOVA_STORAGE_CODEC_HUFFMANFORMAT_H
 
@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "KestovaStorage/huffmanencode.h"
+#include "KestovaStorage/huffmanhead.h"
 #include "KestovaStorage/internal/codec/codetree.h"
 
 namespace huffman
@@ -21,15 +21,15 @@ static_assert(sizeof(tByteArrayAlphaFreq) == 3 && offsetof(tByteArrayAlphaFreq, 
 
 // The bytes of a tFileHead. `bits`: of all codes.
 std::string fileHeadBytes(const tFreqTable& freqs, std::uint64_t bits);
-// The counts in a tFileHead at `head`; false, and `freqs` as it was, where that is no Huffman file's. No more than the
-// 256 entries that a head has are looked at, whatever it says.
+// Reads the counts from the tFileHead at `head`. Returns false, and leaves `freqs` unchanged, if its magic is not that
+// of a Huffman file. Reads at most the 256 entries that a head has, however many it claims.
 bool readFileHead(const void* head, tFreqTable& freqs);
 
 constexpr std::size_t byteArrayHeadSize(std::size_t variety)
 {
     return sizeof(tByteArrayHead) + sizeof(tByteArrayAlphaFreq) * variety;
 }
-// Writes byteArrayHeadSize(freqs.variety) bytes to `to`; returns what is behind them.
+// Writes byteArrayHeadSize(freqs.variety) bytes to `to`; returns the end of them.
 char* writeByteArrayHead(const tFreqTable& freqs, std::uint64_t bits, char* to);
 
 struct tByteArrayContents
@@ -39,10 +39,10 @@ struct tByteArrayContents
     std::size_t payloadLen;  // not 0
     std::uint64_t bits;      // valid ones of the payload
 };
-// False for what is no byte array, or one without payload.
+// Returns false for anything but a byte array with a payload.
 bool readByteArray(const char* src, std::size_t len, tByteArrayContents& contents);
 
-// The valid bits of a last byte of which a head or a caller says this many.
+// The valid bits of a last byte, of which a head or a caller claims this many.
 constexpr unsigned bitsOfLastByte(unsigned claimed)
 {
     return claimed > 8 ? 8 : claimed;

@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <cstring>
 
-#include "KestovaStorage/internal/codec/symbollook.h"
+#include "KestovaStorage/internal/codec/symbollookup.h"
 #include "common/byteorder.h"
 
 namespace huffman
 {
 namespace
 {
-// Rounds that every lane can go without coming to its end.
+// The rounds that no lane's end cuts short.
 template <typename tLanes>
 std::uint64_t safeRounds(const tLanes& lanes)
 {
@@ -24,7 +24,7 @@ std::uint64_t safeRounds(const tLanes& lanes)
 }
 
 // One lane's round: up to 56 bits.
-KESTOVA_INLINE void decodeSome(const tSymbolTable& table, const tLookups& lookups, const unsigned char* data,
+KESTOVA_INLINE void decodeSome(const tSymbolTable& table, const tSymbolLookup& lookups, const unsigned char* data,
                                std::uint64_t& pos, unsigned char*& out)
 {
     std::uint64_t bits = le::load<std::uint64_t>(data + pos / 8) >> (pos % 8);
@@ -33,7 +33,7 @@ KESTOVA_INLINE void decodeSome(const tSymbolTable& table, const tLookups& lookup
     {
         const tSymbolTable::tSymbol symbol = table.longSymbol(lookups.entries[index], bits >> table.width());
         if (symbol.length == 0)
-            return;  // too long a code: the lane goes no further
+            return;  // too long a code: the lane stops here
         *out++ = symbol.value;
         pos += table.width() + symbol.length;
         return;
@@ -45,7 +45,8 @@ KESTOVA_INLINE void decodeSome(const tSymbolTable& table, const tLookups& lookup
 }
 
 template <typename tLanes>
-KESTOVA_INLINE void decodeRounds(const tSymbolTable& table, const tLookups lookups, tLanes& lanes, std::uint64_t rounds)
+KESTOVA_INLINE void decodeRounds(const tSymbolTable& table, const tSymbolLookup lookups, tLanes& lanes,
+                                 std::uint64_t rounds)
 {
     const unsigned char* const data = lanes[0].range.data;
     static_assert(std::tuple_size_v<tLanes> == 4);
@@ -73,13 +74,13 @@ KESTOVA_INLINE void decodeRounds(const tSymbolTable& table, const tLookups looku
 template <typename tLanes>
 void decodeRoundsPortable(const tSymbolTable& table, tLanes& lanes, std::uint64_t rounds)
 {
-    decodeRounds(table, tLookups(table), lanes, rounds);
+    decodeRounds(table, tSymbolLookup(table), lanes, rounds);
 }
 
 template <typename tLanes>
 KESTOVA_WITH_BMI2 void decodeRoundsBmi2(const tSymbolTable& table, tLanes& lanes, std::uint64_t rounds)
 {
-    decodeRounds(table, tLookups(table), lanes, rounds);
+    decodeRounds(table, tSymbolLookup(table), lanes, rounds);
 }
 }  // namespace
 
@@ -138,7 +139,7 @@ void tLaneDecoder::decodeTogether(tLanes& lanes) const
     } while (where() != before);
 }
 
-// Moves on by what the lanes decoded up to the first one that did not meet the next.
+// Takes what the lanes decoded, up to the first one that did not meet the next.
 unsigned char* tLaneDecoder::decodeRound(tBitRange& range, unsigned char* out, unsigned char* outEnd)
 {
     tLanes lanes = makeLanes(range, out, outEnd);

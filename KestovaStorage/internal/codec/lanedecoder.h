@@ -1,10 +1,10 @@
 // Decodes one stream from several positions at once.
 //
 // A lookup waits for the one before it, so one position leaves most of the processor idle; four positions do not wait
-// for one another. Where codes begin further on is unknown, but a decoder that starts anywhere falls into step after a
-// few codes. So later positions are guessed, decoded up to a place that probably begins a code, and used from there;
-// each lane then has to end exactly where the next one began. Where one does not, the lanes behind it are thrown away
-// and decoding goes on from where it is right.
+// for one another. The places at which later codes begin are unknown, but a decoder that starts anywhere falls into
+// step after a few codes. So later positions are guessed, decoded up to a place that probably begins a code, and used
+// from there; each lane must then end exactly at the place at which the next one began. If one does not, the lanes
+// behind it are thrown away and decoding goes on from the end of that lane.
 #ifndef KESTOVA_STORAGE_CODEC_LANEDECODER_H
 #define KESTOVA_STORAGE_CODEC_LANEDECODER_H
 
@@ -26,8 +26,8 @@ public:
 
     // Room that lets lanes be used for a range of so many bits.
     std::size_t roomFor(std::uint64_t bits) const { return cLanes * laneRoom(laneBits(bits)); }
-    // As tSymbolDecoder::decode, but stops after some rounds where the room that is left is too small for another. Call
-    // it until nothing comes any more.
+    // As tSymbolDecoder::decode, but stops after some rounds if the room that is left is too small for another. Call it
+    // until it decodes nothing.
     unsigned char* decode(tBitRange& range, unsigned char* out, unsigned char* outEnd);
 
     std::uint64_t thrownAway() const { return m_thrownAway; }  // lanes, so far
@@ -44,7 +44,7 @@ private:
     };
     using tLanes = std::array<tLane, cLanes>;
 
-    // What one lane takes of a range of so many bits, and what the codes of so many bits may decode to.
+    // The bits that one lane takes of a range of so many, and the most bytes that so many bits decode to.
     static std::uint64_t laneBits(std::uint64_t bits)
     {
         return bits / cLanes < cMostLaneBits ? bits / cLanes : cMostLaneBits;

@@ -1,8 +1,7 @@
-// What the processor that runs us can do beyond what every processor of its kind can.
+// Extensions of the processor that the program runs on.
 //
 // A loop that gains from an extension is written once, as an inline function, and compiled twice: as it stands, and
-// inside a function marked KESTOVA_WITH_BMI2. Shifts by a variable number of bits, and counting bits, are what
-// gains.
+// inside a function marked KESTOVA_WITH_BMI2. Shifts by a variable number of bits and counting bits gain from it.
 #ifndef KESTOVA_STORAGE_CODEC_PROCESSOR_H
 #define KESTOVA_STORAGE_CODEC_PROCESSOR_H
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <bit>
 
-#include "KestovaStorage/internal/codec/symbollook.h"
+#include "KestovaStorage/internal/codec/symbollookup.h"
 #include "common/byteorder.h"
 
 namespace huffman
@@ -12,14 +12,14 @@ namespace
 {
 constexpr unsigned cWidthOfFour = 12;  // up to which a filled word is enough for five lookups
 
-// Bits from the place of a range on.
+// The next bits of a range.
 struct tWord
 {
     std::uint64_t bits;
     std::uint64_t count;  // 57 or more, or all that are left
 };
 
-// Takes no byte behind the last one that holds bits of the range, and none before the data.
+// Reads no byte behind the last one that holds bits of the range, and none before the data.
 KESTOVA_INLINE tWord wordAt(const tBitRange& range)
 {
     const std::uint64_t byte = range.pos / 8, there = range.bytes() - byte;
@@ -32,7 +32,7 @@ KESTOVA_INLINE tWord wordAt(const tBitRange& range)
     return {word >> (range.pos % 8), range.left()};
 }
 
-// A code longer than the table is wide: goes on along the tree from where its first bits lead to.
+// Decodes a code longer than the table is wide: walks the tree from the node that its first bits lead to.
 bool decodeLong(const tSymbolTable& table, std::uint64_t entry, tBitRange& range, unsigned char*& out)
 {
     const tCodeTree& tree = table.tree();
@@ -49,10 +49,10 @@ bool decodeLong(const tSymbolTable& table, std::uint64_t entry, tBitRange& range
     return true;
 }
 
-// Decodes from the last word of a range. What a lookup sees reaches beyond the end there at last: of that one only the
-// symbols count whose codes end with the range or before.
-KESTOVA_INLINE bool decodeLastWord(const tSymbolTable& table, const tLookups& lookups, tWord word, tBitRange& range,
-                                   unsigned char*& out)
+// Decodes from the last word of a range. Its last lookup reaches beyond the end: only those of its symbols count whose
+// codes end with the range or before.
+KESTOVA_INLINE bool decodeLastWord(const tSymbolTable& table, const tSymbolLookup& lookups, tWord word,
+                                   tBitRange& range, unsigned char*& out)
 {
     while (word.count >= table.width())
     {
@@ -70,8 +70,8 @@ KESTOVA_INLINE bool decodeLastWord(const tSymbolTable& table, const tLookups& lo
     return ends != 0;
 }
 
-// Decodes some of what is left, or a code that is too long for the table; false where there is no whole code.
-KESTOVA_INLINE bool decodeWord(const tSymbolTable& table, const tLookups& lookups, tBitRange& range,
+// Decodes a few codes, or one that is too long for the table; returns false if no whole code is left.
+KESTOVA_INLINE bool decodeWord(const tSymbolTable& table, const tSymbolLookup& lookups, tBitRange& range,
                                unsigned char*& out)
 {
     tWord word = wordAt(range);
@@ -87,13 +87,12 @@ KESTOVA_INLINE bool decodeWord(const tSymbolTable& table, const tLookups& lookup
     return true;
 }
 
-// Decodes while 8 bytes of the range and room are left and no code comes that is too long for the table behind its
-// entry.
+// Decodes while 8 bytes of the range and room are left, up to a code that is too long for the table behind its entry.
 //
 // A lookup waits for the one before it, and for nothing else: the bits of a round's first lookup are left over from the
 // round before, and the word is filled up meanwhile.
 template <unsigned cLooks>  // from one filling to the next
-KESTOVA_INLINE unsigned char* decodeFast(const tSymbolTable& table, const tLookups lookups, tBitRange& range,
+KESTOVA_INLINE unsigned char* decodeFast(const tSymbolTable& table, const tSymbolLookup lookups, tBitRange& range,
                                          unsigned char* out, const unsigned char* outEnd)
 {
     constexpr unsigned cWidth = cLooks == 4 ? cWidthOfFour : tSymbolTable::cMostWidth;
@@ -101,7 +100,7 @@ KESTOVA_INLINE unsigned char* decodeFast(const tSymbolTable& table, const tLooku
     const unsigned char* const lastFrom = range.data + range.bytes() - 8;
     const unsigned char* from = range.data + range.pos / 8 + 7;
     std::uint64_t bits = le::load<std::uint64_t>(from - 7) >> (range.pos % 8);
-    std::uint64_t count = cBitsThere - range.pos % 8;  // up to the byte at `from`; some of that one may be there too
+    std::uint64_t count = cBitsThere - range.pos % 8;  // up to the byte at `from`, of which some may be loaded as well
     while (from <= lastFrom && static_cast<std::size_t>(outEnd - out) >= tSymbolDecoder::cSlack)
     {
         const std::uint64_t index = bits & lookups.mask;
@@ -110,7 +109,7 @@ KESTOVA_INLINE unsigned char* decodeFast(const tSymbolTable& table, const tLooku
         count |= cBitsThere;
         if (lookups.lengths[index] == 0)
         {
-            // A long code; one that comes later in this round is met here in the next.
+            // A long code. One that comes later in a round ends that round, and is found here in the next.
             const tSymbolTable::tSymbol symbol = table.longSymbol(lookups.entries[index], bits >> table.width());
             if (symbol.length == 0)
                 break;
@@ -131,7 +130,7 @@ KESTOVA_INLINE unsigned char* decodeRange(const tSymbolTable& table, tBitRange& 
                                           const unsigned char* outEnd)
 {
     constexpr std::uint64_t cWorthFast = 128;  // bits; the first word alone takes 64
-    const tLookups lookups(table);
+    const tSymbolLookup lookups(table);
     const auto goesOn = [&] {
         return range.pos < range.end && static_cast<std::size_t>(outEnd - out) >= tSymbolDecoder::cSlack;
     };

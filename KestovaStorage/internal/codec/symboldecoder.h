@@ -25,21 +25,21 @@ struct tBitRange
     std::size_t bytes() const { return static_cast<std::size_t>((end + 7) / 8); }
 };
 
-constexpr unsigned cBitsThere = 56;   // of every word that is loaded, wherever in a byte it begins
+constexpr unsigned cBitsThere = 56;   // valid in every word that is loaded, wherever in a byte it begins
 constexpr unsigned cLooksAtOnce = 4;  // lookups that these suffice for
 static_assert(cLooksAtOnce * tSymbolTable::cMostWidth <= cBitsThere);
 
 class tSymbolDecoder
 {
 public:
-    static constexpr std::size_t cSlack = 72;  // less room than this is not used
+    static constexpr std::size_t cSlack = 72;  // decode() stops when less room than this is left
 
     explicit tSymbolDecoder(const tSymbolTable& table, eInstructions instructions = eInstructions::best)
         : m_table(table), m_instructions(instructions)
     {}
 
-    // Decodes until no whole code is left in the range, or less than cSlack bytes before `outEnd`: there may be more to
-    // come then. Moves range.pos behind the last code decoded; returns what is behind the last symbol.
+    // Decodes until no whole code is left in the range, or less than cSlack bytes before `outEnd`: then codes may be
+    // left. Moves range.pos behind the last code decoded; returns the end of the symbols.
     unsigned char* decode(tBitRange& range, unsigned char* out, unsigned char* outEnd) const;
 
 private:

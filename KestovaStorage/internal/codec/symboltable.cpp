@@ -20,7 +20,7 @@ std::uint64_t entryOf(std::uint64_t bytes, std::uint64_t ends, std::uint64_t sym
     return symbols << 61 | ends << 48 | (bytes & 0xffffffffffff);
 }
 
-// An entry with one symbol, and behind it what the entry of the bits behind that symbol has of whole codes.
+// Joins an entry with one symbol and the whole codes in the entry of the bits behind that symbol.
 KESTOVA_INLINE std::uint64_t joined(std::uint64_t single, unsigned length, std::uint64_t rest, unsigned width)
 {
     unsigned ends = tSymbolTable::endsOf(rest) & ((1U << (width - length)) - 1);
@@ -34,8 +34,8 @@ KESTOVA_INLINE std::uint64_t joined(std::uint64_t single, unsigned length, std::
     return entryOf(rest << 8 | (single & 0xff), ends, symbols + 1);
 }
 
-// Makes entries with one symbol to entries with several. Read as a number the bits behind a symbol are fewer than the
-// bits it is in, so that their entry is joined already; only all zeros are followed by themselves.
+// Turns entries with one symbol into entries with several. As a number, the bits behind a symbol are less than the bits
+// it is in, so their entry is joined already; only all zeros are followed by themselves.
 KESTOVA_INLINE void join(std::uint64_t* entries, std::uint8_t* lengths, unsigned width)
 {
     const auto set = [&](std::size_t index, std::uint64_t entry) {
@@ -85,7 +85,7 @@ void tSymbolTable::build(const tFreqTable& freqs, std::uint64_t bits, eInstructi
     m_built = true;
 }
 
-// Codes up to the width fill every entry that begins with them; entries that lead further into the tree hold the node.
+// A code up to the width fills every entry that begins with it; entries of longer ones hold a node of the tree.
 void tSymbolTable::fill()
 {
     for (std::size_t node = 0; node < m_tree->size(); ++node)
@@ -126,7 +126,7 @@ unsigned tSymbolTable::heightOf(std::size_t node) const
     return m_tree->isLeaf(node) ? 0 : 1 + std::max(heightOf(m_tree->left(node)), heightOf(m_tree->right(node)));
 }
 
-// Where these bits, enough of them, lead to from an inner node.
+// The symbol that these bits, enough of them, lead to from an inner node.
 tSymbolTable::tSymbol tSymbolTable::walk(std::size_t node, std::uint64_t bits) const
 {
     std::uint8_t steps = 0;

@@ -1,12 +1,12 @@
-// tSymbolTable: what the next bits of a stream of codes mean, several symbols at a time.
+// tSymbolTable: the symbols that the next bits of a stream of codes stand for, several at a time.
 //
 // Shapes   two tables with a place for every value of the next width() bits; the whole codes among these bits, six at
 //          most, are what a lookup takes:
-//            lengths  how many bits they have; 0 where not even the first one is whole. A table of its own: each
+//            lengths  how many bits they have; 0 if not even the first one is whole. A table of its own: each
 //                     lookup waits for the length of the one before, and bytes stay in the first-level cache.
-//            entries  bits 0 to 47   the symbols, first one lowest; what stands behind the last one means nothing
-//                     bits 48 to 60  where they end: bit 48 is set where one ends with the first bit, and so on
-//                     bits 61 to 63  how many symbols they are
+//            entries  bits 0 to 47   the symbols, first one lowest; undefined behind the last one
+//                     bits 48 to 60  their ends: bit 48 is set if one ends with the first bit, and so on
+//                     bits 61 to 63  the number of symbols
 //          An entry without symbols holds the node of the tree that its bits lead to (bits 0 to 15) and the place and
 //          width of a table of its own for the bits behind it (bits 24 to 47 and 16 to 23; width 0: none, as some of
 //          the codes are too long).
@@ -30,8 +30,8 @@ public:
     static constexpr unsigned cMostWidth = 13;
     static constexpr unsigned cMostSymbols = 6;
 
-    // For decoding about this many bits: a wide table for a short stream costs more than it gains. Where memory runs
-    // out, std::bad_alloc, there are no codes.
+    // For decoding about this many bits: a wide table for a short stream costs more than it gains. After std::bad_alloc
+    // there are no codes.
     void build(const tFreqTable& freqs, std::uint64_t bits, eInstructions instructions = eInstructions::best);
     bool hasCodes() const { return m_built; }
 
@@ -70,7 +70,7 @@ private:
     unsigned m_width = 0;
     std::vector<std::uint8_t> m_lengths;
     std::vector<std::uint64_t> m_entries;
-    std::vector<tSymbol> m_longs;  // tables behind entries; the first one says that nothing is known
+    std::vector<tSymbol> m_longs;  // tables behind entries; the first one stands for "not known"
 };
 }  // namespace huffman
 

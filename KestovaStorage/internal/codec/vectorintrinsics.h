@@ -1,4 +1,5 @@
-// The processor's vector instructions as functions, <immintrin.h>, without what GCC 12 says of its own header.
+// The processor's vector instructions as functions, <immintrin.h>, without the warnings that GCC 12 gives for its own
+// header.
 #ifndef KESTOVA_STORAGE_CODEC_VECTORINTRINSICS_H
 #define KESTOVA_STORAGE_CODEC_VECTORINTRINSICS_H
 
@@ -7,7 +8,7 @@
 #if KESTOVA_HAS_BMI2_BUILD
 #if !defined(__clang__)
 #pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wuninitialized"  // GCC 12 says both of its own undefined vectors (its bug 105593)
+#pragma GCC diagnostic ignored "-Wuninitialized"  // GCC 12 warns of its own undefined vectors (its bug 105593)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #include <immintrin.h>
 #pragma GCC diagnostic pop

@@ -1,12 +1,8 @@
 #include "KestovaStorage/internal/conversion/filecoding.h"
 
-#include <algorithm>
-#include <optional>
 #include <stdexcept>
-#include <utility>
-#include <vector>
+#include <string_view>
 
-#include "KestovaStorage/internal/datafile/datafileoutput.h"
 #include "KestovaStorage/internal/datafile/segmentreader.h"
 
 namespace storage
@@ -15,13 +11,25 @@ namespace
 {
 constexpr std::size_t cWindow = 1 << 20;
 constexpr std::uint64_t cProgressStep = 1 << 20;
-constexpr char cStopped[] = "interrupted";
-constexpr char cUnreadable[] = "a segment cannot be read";
 
-bool fail(std::string& error, const char* reason)
+tStatus refused(const char* text)
 {
-    error = reason;
-    return false;
+    return {tStatus::eCode::eRefused, text};
+}
+
+tStatus damaged(const char* text)
+{
+    return {tStatus::eCode::eDamaged, text};
+}
+
+tStatus unreadable()
+{
+    return damaged("a segment cannot be read");
+}
+
+tStatus writeFailed(const tOutputFile& out)
+{
+    return tStatus::system(out.error(), "cannot be written");
 }
 
 // Calls goOn once in a while.
@@ -32,137 +40,37 @@ public:
     bool add(std::uint64_t bytes)
     {
         m_done += bytes;
-        if (m_done - m_told < cProgressStep)
+        if (m_done - m_reported < cProgressStep)
             return true;
-        m_told = m_done;
+        m_reported = m_done;
         return !m_goOn || m_goOn(m_done);
     }
 
 private:
     const tGoOn& m_goOn;
-    std::uint64_t m_done = 0, m_told = 0;
+    std::uint64_t m_done = 0, m_reported = 0;
 };
 
-// Bytes that follow each other, gathered for large writes.
-class tStream
-{
-public:
-    tStream(tOutputFile& out, std::uint64_t pos) : m_out(out), m_pos(pos) {}
-
-    std::uint64_t position() const { return m_pos + m_used; }
-    bool isFull(std::size_t size) const { return m_buffer.size() - m_used < size; }  // for so many more
-    // Room for `size` bytes behind the others: of the window, or what else it takes.
-    char* room(std::size_t size)
-    {
-        m_buffer.resize(std::max({m_buffer.size(), m_used + size, cWindow}));
-        return m_buffer.data() + m_used;
-    }
-    void used(std::size_t size) { m_used += size; }
-    void append(std::string_view bytes) { used(bytes.copy(room(bytes.size()), bytes.size())); }
-    bool flush()
-    {
-        if (!m_out.writeAt(m_buffer.data(), m_used, m_pos))
-            return false;
-        m_pos += m_used;
-        m_used = 0;
-        return true;
-    }
-
-private:
-    tOutputFile& m_out;
-    std::uint64_t m_pos;
-    std::vector<char> m_buffer;
-    std::size_t m_used = 0;
-};
-
-tDataFileOutput::tWriteAt writerOf(tOutputFile& out)
-{
-    return [&out](const void* data, std::size_t len, std::uint64_t pos) { return out.writeAt(data, len, pos); };
-}
-
-bool writeFailed(const tOutputFile& out, std::string& error)
-{
-    error = "cannot be written: " + out.status().text();
-    return false;
-}
-
-// What all data files on their way out have in common: payload and index, written together.
-class tDataOutput
-{
-public:
-    tDataOutput(tOutputFile& out, const tStored& stored)
-        : m_stored(stored), m_payload(out, cPayloadPos), m_index(writerOf(out))
-    {}
-
-    // Room for a segment; null where what was in the way could not be written.
-    char* room(std::size_t size)
-    {
-        if (m_payload.isFull(size) && !flush())
-            return nullptr;
-        return m_payload.room(size);
-    }
-    std::uint64_t position() const { return m_payload.position(); }
-    // `size` bytes of that room are used, and this is the record of the segment.
-    template <typename tRecord>
-    void add(const tRecord& record, std::size_t size)
-    {
-        m_payload.used(size);
-        m_slots.push_back(encode(record));
-    }
-    // `rest`: bytes of the last segments that come only now.
-    bool finish(std::string_view rest)
-    {
-        m_payload.append(rest);
-        return m_payload.flush() && flushIndex() && m_index.writeHead() && told(m_index.records());
-    }
-
-private:
-    // The last bits of a segment may come with the next one: what was there at the last flush is whole by this one.
-    bool flush()
-    {
-        const std::uint32_t before = m_index.records();
-        return m_payload.flush() && flushIndex() && told(before);
-    }
-    bool flushIndex()
-    {
-        const bool flushed = m_slots.empty() || m_index.append(m_slots, m_slots.size());
-        m_slots.clear();
-        return flushed;
-    }
-    bool told(std::uint32_t records)
-    {
-        if (m_stored)
-            m_stored(records);
-        return true;
-    }
-
-    const tStored& m_stored;
-    tStream m_payload;
-    std::vector<tIndexSlot> m_slots;  // records since the last flush
-    tDataFileOutput m_index;
-};
-
-bool appendEncoded(tDataOutput& out, huffman::tHuffmanEncode& encoder, std::uint64_t time, std::string_view segment)
+bool appendEncoded(tDataFileOutput& out, huffman::tSegmentEncoder& encoder, std::uint64_t time,
+                   std::string_view segment)
 {
     const auto len = static_cast<std::uint32_t>(segment.size());
-    const std::size_t size = encoder.SegmentBufferSize(len);
-    char* const to = out.room(size);
+    char* const to = out.room(encoder.room(len));
     if (to == nullptr)
         return false;
-    const huffman::tEncodedSegment encoded = encoder.EncodeSrcFileSegment(segment.data(), len, to, size);
-    const auto [startBit, bits] = encoded.second;
-    const auto firstBit = static_cast<std::uint8_t>(startBit % 8);
-    out.add(tEncodedIndexTable{time, out.position() + startBit / 8, bits, firstBit}, encoded.first.second);
+    const huffman::tEncodedBits codes = encoder.encode(segment.data(), len, to);
+    const auto firstBit = static_cast<std::uint8_t>(codes.firstBit % 8);
+    out.add({time, out.position() + codes.firstBit / 8, codes.bits, firstBit}, codes.stored);
     return true;
 }
 
-bool appendPlain(tDataOutput& out, std::uint64_t time, std::string_view segment)
+bool appendPlain(tDataFileOutput& out, std::uint64_t time, std::string_view segment)
 {
     char* const to = out.room(segment.size());
     if (to == nullptr)
         return false;
-    const auto len = static_cast<std::uint32_t>(segment.copy(to, segment.size()));
-    out.add(tNormalIndexTable{time, out.position(), len}, len);
+    const std::size_t len = segment.copy(to, segment.size());
+    out.add({time, out.position(), std::uint64_t{len} * 8}, len);
     return true;
 }
 
@@ -170,111 +78,125 @@ bool appendPlain(tDataOutput& out, std::uint64_t time, std::string_view segment)
 class tCounting
 {
 public:
-    tCounting(tDataFileReader& plain, huffman::tHuffmanEncode& encoder) : m_plain(plain), m_encoder(encoder) {}
+    tCounting(tDataFileReader& plain, huffman::tSegmentEncoder& encoder) : m_plain(plain), m_encoder(encoder) {}
 
     tSharedPieces::tPiece piece()
     {
-        return [this](auto first, auto last, auto& error) { return count(first, last, error); };
+        return [this](auto first, auto last, auto& bytes) { return count(first, last, bytes); };
     }
 
 private:
-    std::optional<std::uint64_t> count(std::size_t first, std::size_t last, std::string& error)
+    tStatus count(std::size_t first, std::size_t last, std::uint64_t& bytes)
     {
-        m_segments.readAhead(m_plain, m_plain.index().subspan(first, last - first));
-        std::uint64_t bytes = 0;
+        m_segments.readAhead(m_plain, m_plain.record(first), m_plain.record(last - 1));
         for (std::size_t i = first; i < last; ++i)
         {
             const auto segment = m_segments.read(m_plain, i);
             if (!segment)
-            {
-                error = cUnreadable;
-                return std::nullopt;
-            }
-            m_encoder.PreReadSrcFileSegment(segment->data(), segment->size());
+                return unreadable();
+            m_encoder.count(segment->data(), segment->size());
             bytes += segment->size();
         }
-        return bytes;
+        return {};
     }
 
     tDataFileReader& m_plain;
-    huffman::tHuffmanEncode& m_encoder;
+    huffman::tSegmentEncoder& m_encoder;
     tSegmentReader m_segments;
 };
 
-// Bits of a segment are counted in 32 bits.
-bool isStorable(const huffman::tHuffmanEncode& encoder, std::size_t len)
+// Gives every segment of the file to `append` (time, bytes), in order; its first failure ends the work.
+template <typename tAppend>
+tStatus eachSegment(tDataFileReader& file, const tGoOn& goOn, tAppend append)
 {
-    return encoder.SegmentBufferSize(static_cast<std::uint32_t>(len)) < UINT32_MAX / 8;
+    tSegmentReader segments(cWindow);
+    tProgress progress(goOn);
+    for (std::size_t i = 0; i < file.count(); ++i)
+    {
+        const tSegmentRecord record = file.record(i);
+        const auto segment = segments.read(file, record);
+        if (!segment)
+            return unreadable();
+        if (tStatus status = append(record.time, *segment); !status)
+            return status;
+        if (!progress.add(segment->size()))
+            return interrupted();
+    }
+    return {};
+}
+
+// Bits of a segment are counted in 32 bits.
+bool isStorable(const huffman::tSegmentEncoder& encoder, std::size_t len)
+{
+    return encoder.room(len) < UINT32_MAX / 8;
 }
 }  // namespace
 
-bool countSegments(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, const tGoOn& goOn, std::string& error)
+tStatus countSegments(tDataFileReader& plain, huffman::tSegmentEncoder& encoder, const tGoOn& goOn)
 {
-    huffman::tHuffmanEncode aside(huffman::eSegmentMode);
+    huffman::tSegmentEncoder aside;
     tCounting here(plain, encoder), there(plain, aside);
     tSharedPieces work(plain, there.piece());
-    work.available(plain.index().size());
-    return work.finish(here.piece(), goOn, error) && encoder.PreReadAdd(aside);
+    work.available(plain.count());
+    tStatus status = work.finish(here.piece(), goOn);
+    if (status)
+        encoder.count(aside);
+    return status;
 }
 
-bool encodeFile(tDataFileReader& plain, huffman::tHuffmanEncode& encoder, tOutputFile& out, const tGoOn& goOn,
-                const tStored& stored, std::string& error)
+tStatus encodeFile(tDataFileReader& plain, huffman::tSegmentEncoder& encoder, tOutputFile& out, const tGoOn& goOn,
+                   const tStored& stored)
 try
 {
-    if (!encoder.PreReadFinish() || !encoder.IsRestorable())
-        return fail(error, "its bytes have no code that could be read back");
-    const std::string head = encoder.GetHuffmanHead();
+    if (!encoder.makeCodes() || !encoder.isRestorable())
+        return refused("its bytes have no code that could be read back");
+    const std::string head = encoder.head();
     if (!out.writeAt(head.data(), head.size(), 0))
-        return writeFailed(out, error);
-    tSegmentReader segments(cWindow);
-    tProgress progress(goOn);
-    tDataOutput encoded(out, stored);
-    for (std::size_t i = 0; i < plain.index().size(); ++i)
-    {
-        const auto segment = segments.read(plain, i);
-        if (!segment)
-            return fail(error, cUnreadable);
-        if (!isStorable(encoder, segment->size()))
-            return fail(error, "a segment is too long for a compressed file");
-        if (!appendEncoded(encoded, encoder, timeOf(plain.index()[i]), *segment))
-            return writeFailed(out, error);
-        if (!progress.add(segment->size()))
-            return fail(error, cStopped);
-    }
-    const huffman::tEncodedSegment rest = encoder.SegmentEncodeFinish();
-    return encoded.finish({rest.first.first, rest.first.second}) || writeFailed(out, error);
+        return writeFailed(out);
+    tDataFileOutput encoded(out, cHuffmanFileHead, stored);
+    tStatus status = eachSegment(plain, goOn, [&](std::uint64_t time, std::string_view segment) {
+        if (!isStorable(encoder, segment.size()))
+            return refused("a segment is too long for a compressed file");
+        return appendEncoded(encoded, encoder, time, segment) ? tStatus() : writeFailed(out);
+    });
+    if (!status)
+        return status;
+    const huffman::tEncodedRest rest = encoder.rest();
+    return encoded.finish({rest.bytes, rest.size}) ? tStatus() : writeFailed(out);
 }
 catch (const std::out_of_range&)
 {
-    return fail(error, "it has changed since its bytes were counted");
+    return damaged("it has changed since its bytes were counted");
 }
 
-bool decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tGoOn& goOn,
-                const tStored& stored, std::string& error)
+tStatus decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tGoOn& goOn,
+                   const tStored& stored)
 {
-    if (!tDataFileOutput(writerOf(out)).writeMagic())
-        return writeFailed(out, error);
-    tSegmentReader segments(cWindow);
-    tProgress progress(goOn);
-    tDataOutput plain(out, stored);
-    for (std::size_t i = 0; i < encoded.index().size(); ++i)
-    {
-        const auto segment = segments.read(encoded, i);
-        if (!segment)
-            return fail(error, cUnreadable);
-        if (!appendPlain(plain, timeOf(encoded.index()[i]), *segment))
-            return writeFailed(out, error);
-        if (!progress.add(segment->size()))
-            return fail(error, cStopped);
-    }
+    unsigned char magic[4];
+    le::store(magic, static_cast<std::uint32_t>(cDataFileHead));
+    if (!out.writeAt(magic, sizeof magic, 0))
+        return writeFailed(out);
+    tDataFileOutput plain(out, cDataFileHead, stored);
+    tStatus status = eachSegment(encoded, goOn, [&](std::uint64_t time, std::string_view segment) {
+        return appendPlain(plain, time, segment) ? tStatus() : writeFailed(out);
+    });
+    if (!status)
+        return status;
     if (plain.position() != cPayloadPos + bytes)
-        return fail(error, "its codes do not give as many bytes as its head says");
-    return plain.finish({}) || writeFailed(out, error);
+        return damaged("its codes do not give as many bytes as its head says");
+    return plain.finish({}) ? tStatus() : writeFailed(out);
 }
 
 std::string encodedName(const std::string& plainPath, const std::string& suffix)
 {
     const std::size_t name = plainPath.rfind('/') == std::string::npos ? 0 : plainPath.rfind('/') + 1;
     return plainPath.substr(0, suffix.empty() ? std::string::npos : plainPath.find(suffix, name)) + ".tar" + suffix;
+}
+
+std::string plainName(const std::string& encodedPath, const std::string& suffix)
+{
+    const std::string ending = ".tar" + suffix;
+    return encodedPath.ends_with(ending) ? encodedPath.substr(0, encodedPath.size() - ending.size()) + suffix
+                                         : encodedPath;
 }
 }  // namespace storage

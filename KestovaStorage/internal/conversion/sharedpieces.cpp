@@ -11,22 +11,14 @@ namespace
 constexpr std::uint64_t cPieceBytes = 1 << 20;
 constexpr std::chrono::milliseconds cProgressPeriod{100};
 
-// What a record takes in its file.
-std::uint64_t storedBytes(tFileHeadSymbol symbol, const tIndexSlot& slot)
-{
-    return symbol == cDataFileHead ? decodeNormal(slot).len : decodeEncoded(slot).huffmanBits / 8;
-}
-
-std::optional<std::uint64_t> tried(const tSharedPieces::tPiece& piece, std::size_t first, std::size_t last,
-                                   std::string& error)
+tStatus tried(const tSharedPieces::tPiece& piece, std::size_t first, std::size_t last, std::uint64_t& bytes)
 try
 {
-    return piece(first, last, error);
+    return piece(first, last, bytes);
 }
 catch (const std::bad_alloc&)
 {
-    error = "not enough memory";
-    return std::nullopt;
+    return {tStatus::eCode::eNoMemory, "not enough memory"};
 }
 }  // namespace
 
@@ -38,7 +30,7 @@ tSharedPieces::tSharedPieces(const tDataFileReader& file, tPiece there) : m_file
     }
     catch (const std::system_error&)
     {
-        // No thread: finish() deals with every piece.
+        // No thread: finish() processes every piece.
     }
 }
 
@@ -51,7 +43,7 @@ void tSharedPieces::work(const tPiece& there)
 {
     tWorker::tLock held = m_worker.lock();
     while (m_worker.wait(held, [this] { return isTakeable(); }))
-        deal(held, there);
+        process(held, there);
 }
 
 // The next piece; isTakeable().
@@ -59,43 +51,42 @@ tSharedPieces::tRange tSharedPieces::take()
 {
     const std::size_t first = m_next;
     for (std::uint64_t bytes = 0; m_next < m_available && bytes < cPieceBytes; ++m_next)
-        bytes += storedBytes(m_file.symbol(), m_file.index()[m_next]);
+        bytes += m_file.record(m_next).bits / 8;
     return {first, m_next};
 }
 
-void tSharedPieces::deal(tWorker::tLock& held, const tPiece& piece)
+void tSharedPieces::process(tWorker::tLock& held, const tPiece& piece)
 {
     const tRange range = take();
     ++m_busy;
     held.unlock();
-    std::string error;
-    const std::optional<std::uint64_t> bytes = tried(piece, range.first, range.last, error);
+    std::uint64_t bytes = 0;
+    tStatus status = tried(piece, range.first, range.last, bytes);
     held.lock();
     --m_busy;
-    if (bytes)
-        m_bytes += *bytes;
-    else if (m_error.empty())
-        m_error = error;
+    if (status)
+        m_bytes += bytes;
+    else if (m_failure.ok())
+        m_failure = std::move(status);
     m_worker.notify();
 }
 
-bool tSharedPieces::finish(const tPiece& here, const tGoOn& goOn, std::string& error)
+tStatus tSharedPieces::finish(const tPiece& here, const tGoOn& goOn)
 {
     tWorker::tLock held = m_worker.lock();
     do
     {
         if (isTakeable())
-            deal(held, here);
+            process(held, here);
         else
             m_worker.waitUntil(held, tWorker::tClock::now() + cProgressPeriod, [this] { return isOver(); });
         const std::uint64_t bytes = m_bytes;
         held.unlock();
-        const bool stays = !goOn || goOn(bytes);  // once at least, however early the thread was done
+        const bool goesOn = !goOn || goOn(bytes);  // once at least, however early the thread was done
         held.lock();
-        if (!stays && m_error.empty())
-            m_error = "interrupted";
+        if (!goesOn && m_failure.ok())
+            m_failure = interrupted();
     } while (!isOver());
-    error = m_error;
-    return m_error.empty();
+    return m_failure;
 }
 }  // namespace storage

@@ -1,8 +1,8 @@
-// tSharedPieces: the records of a file dealt with piece by piece, by a thread of its own and by the caller.
+// tSharedPieces: the records of a file processed piece by piece, by a thread of its own and by the caller.
 //
 // Shapes   a piece is the records `first` up to `last`, about a MiB of them. Each of the two threads takes the next one
-//          as soon as it is there, so that pieces may be dealt with while later ones are still being made.
-// Threads  one, from construction to destruction; where none can be had the caller does everything.
+//          as soon as it is available, so that pieces are processed while later ones are still being made.
+// Threads  one, from construction to destruction; where none can be started the caller processes every piece.
 // Errors   the first one ends the work.
 #ifndef KESTOVA_STORAGE_CONVERSION_SHAREDPIECES_H
 #define KESTOVA_STORAGE_CONVERSION_SHAREDPIECES_H
@@ -10,23 +10,27 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <optional>
-#include <string>
 
 #include "KestovaStorage/internal/datafile/datafilereader.h"
+#include "common/status.h"
 #include "common/worker.h"
 
 namespace storage
 {
-// Called now and then with how many bytes have been dealt with; false ends the work.
+// Called now and then with the number of bytes processed; false ends the work.
 using tGoOn = std::function<bool(std::uint64_t bytes)>;
+
+inline tStatus interrupted()
+{
+    return {tStatus::eCode::eCancelled, "interrupted"};
+}
 
 class tSharedPieces
 {
 public:
-    // Deals with one piece: the bytes of payload in it, or nothing and a reason in `error`. Two of them, which share
-    // nothing that changes, may be called at once.
-    using tPiece = std::function<std::optional<std::uint64_t>(std::size_t first, std::size_t last, std::string& error)>;
+    // Processes one piece and sets `bytes` to the payload in it. Two of them, which share nothing that changes, may be
+    // called at once.
+    using tPiece = std::function<tStatus(std::size_t first, std::size_t last, std::uint64_t& bytes)>;
 
     // `there`: what the thread does with a piece. The file stays open.
     tSharedPieces(const tDataFileReader& file, tPiece there);
@@ -34,9 +38,9 @@ public:
     tSharedPieces(const tSharedPieces&) = delete;
     tSharedPieces& operator=(const tSharedPieces&) = delete;
 
-    void available(std::size_t records);  // so many may be dealt with by now
-    // All records are available: deals with pieces by `here` until none is left.
-    bool finish(const tPiece& here, const tGoOn& goOn, std::string& error);
+    void available(std::size_t records);  // so many may be processed by now
+    // All records are available: processes pieces by `here` until none is left.
+    tStatus finish(const tPiece& here, const tGoOn& goOn);
 
 private:
     struct tRange
@@ -45,17 +49,17 @@ private:
     };
 
     void work(const tPiece& there);
-    bool isOver() const { return !m_error.empty() || (m_busy == 0 && m_next == m_file.index().size()); }
-    bool isTakeable() const { return m_error.empty() && m_next < m_available; }
+    bool isOver() const { return !m_failure.ok() || (m_busy == 0 && m_next == m_file.count()); }
+    bool isTakeable() const { return m_failure.ok() && m_next < m_available; }
     tRange take();
-    void deal(tWorker::tLock& held, const tPiece& piece);
+    void process(tWorker::tLock& held, const tPiece& piece);
 
     const tDataFileReader& m_file;
     // All guarded by the worker's lock.
     std::size_t m_available = 0, m_next = 0;  // records
-    std::size_t m_busy = 0;                   // threads that deal with a piece
-    std::uint64_t m_bytes = 0;                // dealt with
-    std::string m_error;                      // of the first piece that failed
+    std::size_t m_busy = 0;                   // threads that process a piece
+    std::uint64_t m_bytes = 0;                // processed
+    tStatus m_failure;                        // of the first piece that failed
     tWorker m_worker;
 };
 }  // namespace storage

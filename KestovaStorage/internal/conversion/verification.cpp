@@ -7,9 +7,13 @@ namespace
 // Its codes are read now: two threads are about to use them.
 tDataFileReader& withCodes(tDataFileReader& file)
 {
-    if (file.symbol() == cHuffmanFileHead)
-        file.decoder();
+    file.decoder();
     return file;
+}
+
+tStatus damaged(const char* text)
+{
+    return {tStatus::eCode::eDamaged, text};
 }
 }  // namespace
 
@@ -17,48 +21,44 @@ tVerification::tVerification(tDataFileReader& source, const std::string& written
     : m_source(withCodes(source)), m_writtenPath(writtenPath), m_work(m_source, pieceFor(m_there))
 {}
 
-bool tVerification::finish(const tGoOn& goOn, std::string& error)
+tStatus tVerification::finish(const tGoOn& goOn)
 {
-    return m_work.finish(pieceFor(m_here), goOn, error);
+    return m_work.finish(pieceFor(m_here), goOn);
 }
 
-tSharedPieces::tPiece tVerification::pieceFor(tHand& hand)
+tSharedPieces::tPiece tVerification::pieceFor(tReaders& readers)
 {
-    return [this, &hand](std::size_t first, std::size_t last, std::string& error) {
-        return compare(hand, first, last, error);
+    return [this, &readers](std::size_t first, std::size_t last, std::uint64_t& bytes) {
+        return compare(readers, first, last, bytes);
     };
 }
 
-std::optional<std::uint64_t> tVerification::compare(tHand& hand, std::size_t first, std::size_t last,
-                                                    std::string& error)
+tStatus tVerification::compare(tReaders& readers, std::size_t first, std::size_t last, std::uint64_t& bytes)
 {
-    error = "the result cannot be read back";
-    if (!readBack(hand, first, last))
-        return std::nullopt;
-    hand.source.readAhead(m_source, m_source.index().subspan(first, last - first));
-    std::uint64_t bytes = 0;
+    if (!readBack(readers, first, last))
+        return damaged("the result cannot be read back");
+    readers.source.readAhead(m_source, m_source.record(first), m_source.record(last - 1));
     for (std::size_t i = first; i < last; ++i)
     {
-        const tIndexSlot &slot = m_source.index()[i], &again = hand.slots[i - first];
-        const auto segment = hand.source.read(m_source, slot);
-        error = segment ? "the result does not give a record back" : "a segment cannot be read";
-        if (!segment || hand.written.read(*hand.file, again) != segment || timeOf(again) != timeOf(slot))
-            return std::nullopt;
+        const tSegmentRecord record = m_source.record(i), &again = readers.records[i - first];
+        const auto segment = readers.source.read(m_source, record);
+        if (!segment)
+            return damaged("a segment cannot be read");
+        if (readers.written.read(*readers.file, again) != segment || again.time != record.time)
+            return damaged("the result does not give a record back");
         bytes += segment->size();
     }
-    return bytes;
+    return {};
 }
 
-// The index of a piece, as it stands in the file, and what it says is there.
-bool tVerification::readBack(tHand& hand, std::size_t first, std::size_t last)
+// The index of a piece, as it stands in the file, and the segments that it describes.
+bool tVerification::readBack(tReaders& readers, std::size_t first, std::size_t last)
 {
-    if (!hand.file)
-        hand.file = tDataFileReader::openBare(m_writtenPath);
-    hand.slots.resize(last - first);
-    if (!hand.file || !hand.file->read(cIndexPos + first * cIndexSlotSize, (last - first) * cIndexSlotSize,
-                                       reinterpret_cast<char*>(hand.slots.data())))
+    if (!readers.file)
+        readers.file = tDataFileReader::openBare(m_writtenPath);
+    if (!readers.file || !readers.file->readRecords(first, last - first, readers.records))
         return false;
-    hand.written.readAhead(*hand.file, hand.slots);
+    readers.written.readAhead(*readers.file, readers.records.front(), readers.records.back());
     return true;
 }
 }  // namespace storage

@@ -3,7 +3,7 @@
 //
 // Owner    the source and the written file stay where they are as long as this lives.
 // Threads  one of its own, and the caller of finish().
-// Errors   false with a sentence in `error`, no file name in it.
+// Errors   the tStatus does not name the file.
 #ifndef KESTOVA_STORAGE_CONVERSION_VERIFICATION_H
 #define KESTOVA_STORAGE_CONVERSION_VERIFICATION_H
 
@@ -24,25 +24,25 @@ public:
 
     // So many records are in the written file now, with their index.
     void stored(std::size_t records) { m_work.available(records); }
-    // All are. Whether both files hold the same segments with the same times, every one compared.
-    bool finish(const tGoOn& goOn, std::string& error);
+    // All are. Succeeds where both files hold the same segments with the same times, every one compared.
+    tStatus finish(const tGoOn& goOn);
 
 private:
-    // What each of the two threads has to itself.
-    struct tHand
+    // The readers of one of the two threads.
+    struct tReaders
     {
         tSegmentReader source, written;
         std::unique_ptr<tDataFileReader> file;  // the written one
-        std::vector<tIndexSlot> slots;          // of the piece, as they were written
+        std::vector<tSegmentRecord> records;    // of the piece, as they were written
     };
 
-    tSharedPieces::tPiece pieceFor(tHand& hand);
-    std::optional<std::uint64_t> compare(tHand& hand, std::size_t first, std::size_t last, std::string& error);
-    bool readBack(tHand& hand, std::size_t first, std::size_t last);
+    tSharedPieces::tPiece pieceFor(tReaders& readers);
+    tStatus compare(tReaders& readers, std::size_t first, std::size_t last, std::uint64_t& bytes);
+    bool readBack(tReaders& readers, std::size_t first, std::size_t last);
 
     tDataFileReader& m_source;
     const std::string m_writtenPath;
-    tHand m_here, m_there;
+    tReaders m_here, m_there;
     tSharedPieces m_work;
 };
 }  // namespace storage

@@ -1,51 +1,77 @@
 #include "KestovaStorage/internal/datafile/datafileoutput.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace storage
 {
 namespace
 {
-// A write to the page cache is cut by a dying process at page boundaries only.
-constexpr std::uint64_t cPageSize = 4096;
+constexpr std::size_t cBuffer = 1 << 20;
 }  // namespace
 
-bool tDataFileOutput::writeMagic()
+char* tDataFileOutput::tStream::room(std::size_t size)
 {
-    const std::uint32_t magic = fileOrder(static_cast<std::uint32_t>(cDataFileHead));
-    return m_magicWritten || (m_magicWritten = m_writeAt(&magic, sizeof magic, 0));
+    m_buffer.resize(std::max({m_buffer.size(), m_used + size, cBuffer}));
+    return m_buffer.data() + m_used;
 }
 
-bool tDataFileOutput::append(std::vector<tIndexSlot>& slots, std::size_t count)
+bool tDataFileOutput::tStream::flush()
 {
-    slots.resize(count + 1);
-    slots[count] = tIndexSlot{};
-    if (!publish(slots.front().data(), slots.size() * cIndexSlotSize))
+    if (!m_out.writeAt(m_buffer.data(), m_used, m_pos))
         return false;
-    m_head.indexNum += static_cast<std::uint32_t>(count);
-    for (std::size_t i = 0; i < count; ++i)
-        m_head.segmentMaxLen = std::max(m_head.segmentMaxLen, lengthOf(slots[i]));
+    m_pos += m_used;
+    m_used = 0;
     return true;
 }
 
-// A reader of an unfinished file stops at the first record without a time, so what lies behind the first page goes
-// first, and then the piece that begins with the first record's time. Where a page boundary cuts that very time, its
-// record goes last and in two steps: until the second is done its position is wrong.
-bool tDataFileOutput::publish(const unsigned char* bytes, std::size_t len) const
+tDataFileOutput::tDataFileOutput(tOutputFile& out, tFileHeadSymbol kind, const tStored& stored)
+    : m_kind(kind), m_stored(stored), m_payload(out, cPayloadPos),
+      m_index([&out](const void* data, std::size_t len, std::uint64_t pos) { return out.writeAt(data, len, pos); })
+{}
+
+char* tDataFileOutput::room(std::size_t size)
 {
-    const std::uint64_t pos = cIndexPos + cIndexSlotSize * m_head.indexNum;
-    const std::size_t inFirstPage = std::min<std::size_t>(len, cPageSize - pos % cPageSize);
-    if (inFirstPage >= sizeof(tNormalIndexTable::tim))
-        return (inFirstPage == len || m_writeAt(bytes + inFirstPage, len - inFirstPage, pos + inFirstPage)) &&
-               m_writeAt(bytes, inFirstPage, pos);
-    return m_writeAt(bytes + cIndexSlotSize, len - cIndexSlotSize, pos + cIndexSlotSize) &&
-           m_writeAt(bytes, inFirstPage, pos) &&
-           m_writeAt(bytes + inFirstPage, cIndexSlotSize - inFirstPage, pos + inFirstPage);
+    if (m_payload.isFull(size) && !flush())
+        return nullptr;
+    return m_payload.room(size);
 }
 
-bool tDataFileOutput::writeHead() const
+void tDataFileOutput::add(const tSegmentRecord& record, std::size_t size)
 {
-    const tIndexHead head = fileOrder(m_head);
-    return m_writeAt(&head, sizeof head, cIndexHeadPos);
+    m_payload.used(size);
+    m_slots.push_back(slotOf(m_kind, record));
+}
+
+bool tDataFileOutput::finish(std::string_view rest)
+{
+    m_payload.append(rest);
+    if (!m_payload.flush() || !flushIndex() || !m_index.writeHead())
+        return false;
+    report(m_index.records());
+    return true;
+}
+
+// The last bits of a segment may come with the next one: what was there at the last flush is whole by this one.
+bool tDataFileOutput::flush()
+{
+    const std::uint32_t before = m_index.records();
+    if (!m_payload.flush() || !flushIndex())
+        return false;
+    report(before);
+    return true;
+}
+
+bool tDataFileOutput::flushIndex()
+{
+    const bool flushed = m_slots.empty() || m_index.append(m_slots, m_slots.size());
+    m_slots.clear();
+    return flushed;
+}
+
+void tDataFileOutput::report(std::uint32_t records) const
+{
+    if (m_stored)
+        m_stored(records);
 }
 }  // namespace storage

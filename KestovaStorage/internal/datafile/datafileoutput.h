@@ -1,43 +1,71 @@
-// tDataFileOutput: what a data file has beside its segments: the magic, the index records and the index head.
+// tDataFileOutput: writes a data file of either kind from front to back, payload and index together, in large writes.
 //
-// Owner    nothing; the bytes go out through the function given.
-// Threads  starts none and locks nothing: one thread at a time.
-// Errors   false where bytes could not be written; the index head counts whole records only.
+// Shapes   for each segment: room(), the bytes into it, add(). finish() writes what is left and the index head. What
+//          stands at the file's start, magic or coder's head, is the caller's.
+// Owner    the output file outlives it; memory is two buffers of a MiB, or what one segment takes.
+// Threads  starts none and locks nothing.
+// Errors   a write that fails ends the work; the output file has the reason.
 #ifndef KESTOVA_STORAGE_DATAFILE_DATAFILEOUTPUT_H
 #define KESTOVA_STORAGE_DATAFILE_DATAFILEOUTPUT_H
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string_view>
 #include <vector>
 
-#include "KestovaStorage/datafileformat.h"
+#include "KestovaStorage/internal/datafile/indexoutput.h"
+#include "KestovaStorage/internal/datafile/segmentrecord.h"
+#include "KestovaStorage/internal/disk/outputfile.h"
 
 namespace storage
 {
+// Called as the output grows: so many records are whole in the file, with their index.
+using tStored = std::function<void(std::size_t records)>;
+
 class tDataFileOutput
 {
 public:
-    // Writes `len` bytes at `pos`; false where that failed.
-    using tWriteAt = std::function<bool(const void* data, std::size_t len, std::uint64_t pos)>;
-    explicit tDataFileOutput(tWriteAt writeAt) : m_writeAt(std::move(writeAt)) {}
+    tDataFileOutput(tOutputFile& out, tFileHeadSymbol kind, const tStored& stored);
 
-    // Of a plain file: a Huffman head begins with its own. Once it is written, does nothing.
-    bool writeMagic();
-    // Writes the first `count` of `slots` behind the records that are there, and zeros behind them: `slots` is left
-    // with `count` records and one of zeros. Readers see them in order, whole or not at all, even if the process dies
-    // in between.
-    bool append(std::vector<tIndexSlot>& slots, std::size_t count);
-    bool writeHead() const;
-
-    std::uint32_t records() const { return m_head.indexNum; }
+    // Returns room for `size` bytes behind the payload; null where what filled the buffer could not be written.
+    char* room(std::size_t size);
+    std::uint64_t position() const { return m_payload.position(); }  // of that room in the file
+    // Takes `size` bytes of that room; `record` describes their segment.
+    void add(const tSegmentRecord& record, std::size_t size);
+    // `rest`: bytes of the last segments that come only now.
+    bool finish(std::string_view rest);
 
 private:
-    bool publish(const unsigned char* bytes, std::size_t len) const;
+    // Bytes that follow each other in the file.
+    class tStream
+    {
+    public:
+        tStream(tOutputFile& out, std::uint64_t pos) : m_out(out), m_pos(pos) {}
 
-    const tWriteAt m_writeAt;
-    tIndexHead m_head{};
-    bool m_magicWritten = false;
+        std::uint64_t position() const { return m_pos + m_used; }
+        bool isFull(std::size_t size) const { return m_buffer.size() - m_used < size; }  // for so many more
+        char* room(std::size_t size);
+        void used(std::size_t size) { m_used += size; }
+        void append(std::string_view bytes) { used(bytes.copy(room(bytes.size()), bytes.size())); }
+        bool flush();
+
+    private:
+        tOutputFile& m_out;
+        std::uint64_t m_pos;
+        std::vector<char> m_buffer;
+        std::size_t m_used = 0;
+    };
+
+    bool flush();
+    bool flushIndex();
+    void report(std::uint32_t records) const;
+
+    const tFileHeadSymbol m_kind;
+    const tStored& m_stored;
+    tStream m_payload;
+    std::vector<tIndexSlot> m_slots;  // records since the last flush
+    tIndexOutput m_index;
 };
 }  // namespace storage
 

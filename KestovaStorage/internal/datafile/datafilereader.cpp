@@ -9,7 +9,8 @@
 #include <unistd.h>
 #include <utility>
 
-#include "KestovaStorage/huffmandecode.h"
+#include "KestovaStorage/huffmanhead.h"
+#include "KestovaStorage/internal/codec/segmentdecoder.h"
 #include "common/byteorder.h"
 
 namespace storage
@@ -23,58 +24,58 @@ tDataFileReader::tDataFileReader(const std::string& path) : m_path(path) {}
 
 tDataFileReader::~tDataFileReader() = default;
 
-std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, std::string* error)
+std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, tStatus* failure)
 {
-    return open(path, true, error);
+    return open(path, true, failure);
 }
 
-std::unique_ptr<tDataFileReader> tDataFileReader::openBare(const std::string& path, std::string* error)
+std::unique_ptr<tDataFileReader> tDataFileReader::openBare(const std::string& path, tStatus* failure)
 {
-    return open(path, false, error);
+    return open(path, false, failure);
 }
 
-std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, bool withIndex, std::string* error)
+std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, bool withIndex, tStatus* failure)
 {
     std::unique_ptr<tDataFileReader> reader(new tDataFileReader(path));
-    const char* const reason = reader->load(withIndex);
-    if (reason == nullptr)
+    tStatus status = reader->load(withIndex);
+    if (status)
         return reader;
-    if (error != nullptr)
-        *error = path + ": " + reason;
+    if (failure != nullptr)
+        *failure = std::move(status);
     return nullptr;
 }
 
-// Null, or why the file is none of ours.
-const char* tDataFileReader::load(bool withIndex)
+tStatus tDataFileReader::load(bool withIndex)
 try
 {
+    using eCode = tStatus::eCode;
     if (!openFile())
-        return std::strerror(errno);
+        return tStatus::system(errno);
     struct stat info;
     if (::fstat(m_file.get(), &info) != 0)
-        return std::strerror(errno);
+        return tStatus::system(errno);
     if (!S_ISREG(info.st_mode))
-        return "not a regular file";
+        return {eCode::eRefused, "not a regular file"};
     m_size = static_cast<std::uint64_t>(info.st_size);
     m_device = info.st_dev;
     m_inode = info.st_ino;
 
     unsigned char magic[4] = {};
-    readAt(magic, sizeof magic, 0);
+    m_file.readAt(magic, sizeof magic, 0);
     m_symbol = static_cast<tFileHeadSymbol>(le::load<std::uint32_t>(magic));
     if (m_symbol != cDataFileHead && m_symbol != cHuffmanFileHead)
-        return "not a data file";
+        return {eCode::eRefused, "not a data file"};
     if (!withIndex)
-        return nullptr;
+        return {};
 
     unsigned char head[sizeof(tIndexHead)] = {};
-    readAt(head, sizeof head, cIndexHeadPos);
+    m_file.readAt(head, sizeof head, cIndexHeadPos);
     readIndex(le::load<std::uint32_t>(head + offsetof(tIndexHead, indexNum)));
-    return nullptr;
+    return {};
 }
 catch (const std::bad_alloc&)
 {
-    return "not enough memory for its index";
+    return {tStatus::eCode::eNoMemory, "not enough memory for its index"};
 }
 
 // Opening does not wait for a pipe or a device that is named like a data file.
@@ -84,24 +85,20 @@ bool tDataFileReader::openFile()
     return m_file.valid();
 }
 
-std::size_t tDataFileReader::readAt(void* to, std::size_t len, std::uint64_t pos) const
-{
-    std::size_t done = 0;
-    while (done < len)
-    {
-        const ssize_t got =
-            ::pread(m_file.get(), static_cast<char*>(to) + done, len - done, static_cast<off_t>(pos + done));
-        if (got > 0)
-            done += static_cast<std::size_t>(got);
-        else if (got == 0 || errno != EINTR)
-            break;
-    }
-    return done;
-}
-
 bool tDataFileReader::read(std::uint64_t pos, std::size_t len, char* to)
 {
-    return (m_file.valid() || reopenFile()) && readAt(to, len, pos) == len;
+    return (m_file.valid() || reopenFile()) && m_file.readAllAt(to, len, pos);
+}
+
+bool tDataFileReader::readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records)
+{
+    std::vector<tIndexSlot> slots(count);
+    if (!read(cIndexPos + first * cIndexSlotSize, count * cIndexSlotSize, reinterpret_cast<char*>(slots.data())))
+        return false;
+    records.clear();
+    for (const tIndexSlot& slot : slots)
+        records.push_back(recordOf(m_symbol, slot));
+    return true;
 }
 
 // Another file may have taken the name meanwhile, the compressed one: the index does not describe it.
@@ -114,19 +111,20 @@ bool tDataFileReader::reopenFile()
     return false;
 }
 
-const huffman::tHuffmanDecode* tDataFileReader::decoder()
+const huffman::tSegmentDecoder* tDataFileReader::decoder()
 {
+    if (m_symbol != cHuffmanFileHead)
+        return nullptr;
     if (!m_decoder)
     {
         huffman::tFileHead head{};
         if (!read(0, sizeof head, reinterpret_cast<char*>(&head)))
             return nullptr;
-        auto decoder = std::make_unique<huffman::tHuffmanDecode>(huffman::eSegmentMode);
-        decoder->SetHuffmanHead(head);
+        auto decoder = std::make_unique<huffman::tSegmentDecoder>();
+        decoder->setHead(&head);
         m_decoder = std::move(decoder);
-        m_countedBits = m_decoder->CountedBits();
     }
-    return m_decoder->HasCodes() ? m_decoder.get() : nullptr;
+    return m_decoder->hasCodes() ? m_decoder.get() : nullptr;
 }
 
 void tDataFileReader::closeFile()
@@ -135,15 +133,15 @@ void tDataFileReader::closeFile()
     m_decoder.reset();
 }
 
-// A file that was never finished says 0 records: it may hold as many as fit.
+// The index head of an unfinished file counts 0 records: the index may hold as many as fit.
 void tDataFileReader::readIndex(std::uint32_t indexNum)
 {
-    // One that was finished without a segment says so too, but its head is there: it ends behind it.
+    // So does that of a file finished without a segment, but such a file ends behind its index head.
     m_finished = indexNum != 0 || m_size == cIndexHeadPos + sizeof(tIndexHead);
-    const std::uint64_t said = m_finished ? indexNum : cIndexCapacity;
+    const std::uint64_t claimed = m_finished ? indexNum : cIndexCapacity;
     const std::uint64_t room = m_size > cIndexPos ? (m_size - cIndexPos) / cIndexSlotSize : 0;
-    const auto count = static_cast<std::size_t>(std::min({said, room, std::uint64_t{cIndexCapacity}}));
-    m_damaged = m_finished ? static_cast<std::size_t>(said) - count : 0;
+    const auto count = static_cast<std::size_t>(std::min({claimed, room, std::uint64_t{cIndexCapacity}}));
+    m_damaged = m_finished ? static_cast<std::size_t>(claimed) - count : 0;
     m_index = tIndexArray(count);
     bool more = true;
     for (std::size_t place = 0; more && place < count; place += cPiece)
@@ -152,17 +150,19 @@ void tDataFileReader::readIndex(std::uint32_t indexNum)
         m_index.shrink(m_count);
 }
 
-// Reads `count` records from number `place` on and keeps the whole ones while they are in the cache; learns on the way
-// what the play order needs to know. False where the index ends.
+// Reads `count` records from number `place` on and keeps the whole ones while they are in the cache, with what the play
+// order needs. Returns false at the end of the index.
 bool tDataFileReader::readPiece(std::size_t place, std::size_t count)
 {
     tIndexSlot* const piece = &m_index[place];
-    const std::size_t got = readAt(piece, count * cIndexSlotSize, cIndexPos + place * cIndexSlotSize) / cIndexSlotSize;
+    const std::size_t got =
+        m_file.readAt(piece, count * cIndexSlotSize, cIndexPos + place * cIndexSlotSize) / cIndexSlotSize;
     for (std::size_t i = 0; i < got; ++i)
     {
-        if (isEnd(piece[i]))
+        const tSegmentRecord record = recordOf(m_symbol, piece[i]);
+        if (isEnd(record))
             return false;
-        if (isWhole(piece[i]))
+        if (isWhole(record))
             keep(piece[i]);
         else
             ++m_damaged;
@@ -182,23 +182,15 @@ void tDataFileReader::keep(const tIndexSlot& slot)
     ++m_count;
 }
 
-// No time ends every index. In an unfinished one a record without length was cut by the death of its writer.
-bool tDataFileReader::isEnd(const tIndexSlot& slot) const
+// No time ends every index. In an unfinished plain file a record without length was cut by the death of its writer.
+bool tDataFileReader::isEnd(const tSegmentRecord& record) const
 {
-    return timeOf(slot) == 0 || (!m_finished && m_symbol == cDataFileHead && decodeNormal(slot).len == 0);
+    return record.time == 0 || (!m_finished && m_symbol == cDataFileHead && record.bits == 0);
 }
 
-bool tDataFileReader::isWhole(const tIndexSlot& slot) const
+bool tDataFileReader::isWhole(const tSegmentRecord& record) const
 {
-    if (timeOf(slot) >= cTimeLimit)
-        return false;
-    if (m_symbol == cDataFileHead)
-    {
-        const tNormalIndexTable record = decodeNormal(slot);
-        return record.pos <= m_size && record.len <= m_size - record.pos;
-    }
-    const tEncodedIndexTable record = decodeEncoded(slot);
-    const std::uint64_t bytes = (std::uint64_t{record.firstBitPos} + record.huffmanBits + 7) / 8;
-    return record.firstBitPos < 8 && record.firstBytePos <= m_size && bytes <= m_size - record.firstBytePos;
+    return record.time < cTimeLimit && record.firstBit < 8 && record.firstByte <= m_size &&
+           record.bytes() <= m_size - record.firstByte;
 }
 }  // namespace storage

@@ -1,11 +1,12 @@
 // tDataFileReader: one data file, opened for reading, whole or damaged, finished or not.
 //
-// Shapes   index() is an array of the file's records as they stand on disk; every one of them lies inside the file and
-//          has a possible time.
+// Shapes   index() is an array of the file's records as they stand on disk, record() gives one of them in the form that
+//          is the same for both kinds; every one of them lies inside the file and has a possible time.
 // Owner    owns the index; opens the file when it reads and closes it on closeFile(), so that thousands of files can be
 //          held at once.
 // Threads  starts none and locks nothing.
-// Errors   nothing read from the file is trusted: what cannot be is left out and counted.
+// Errors   nothing read from the file is trusted: impossible records are left out and counted. A tStatus does not name
+//          the file.
 #ifndef KESTOVA_STORAGE_DATAFILE_DATAFILEREADER_H
 #define KESTOVA_STORAGE_DATAFILE_DATAFILEREADER_H
 
@@ -14,15 +15,18 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
-#include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/internal/datafile/indexarray.h"
 #include "KestovaStorage/datafileformat.h"
+#include "KestovaStorage/filehead.h"
+#include "KestovaStorage/internal/datafile/indexarray.h"
+#include "KestovaStorage/internal/datafile/segmentrecord.h"
 #include "common/descriptor.h"
+#include "common/status.h"
 
 namespace huffman
 {
-class tHuffmanDecode;
+class tSegmentDecoder;
 }
 
 namespace storage
@@ -30,10 +34,10 @@ namespace storage
 class tDataFileReader
 {
 public:
-    // Null, with the reason in `error` where not null, for what cannot be read or is no data file.
-    static std::unique_ptr<tDataFileReader> open(const std::string& path, std::string* error = nullptr);
-    // The same without its index, which may still be being written.
-    static std::unique_ptr<tDataFileReader> openBare(const std::string& path, std::string* error = nullptr);
+    // Returns null, with the reason in `failure` where not null, for what cannot be read or is no data file.
+    static std::unique_ptr<tDataFileReader> open(const std::string& path, tStatus* failure = nullptr);
+    // The same without its index, which may still be being written: readRecords() gives what is there.
+    static std::unique_ptr<tDataFileReader> openBare(const std::string& path, tStatus* failure = nullptr);
     ~tDataFileReader();
     tDataFileReader(const tDataFileReader&) = delete;
     tDataFileReader& operator=(const tDataFileReader&) = delete;
@@ -44,36 +48,37 @@ public:
     std::uint64_t size() const { return m_size; }
     std::size_t damaged() const { return m_damaged; }
 
+    std::size_t count() const { return m_count; }  // of records
+    tSegmentRecord record(std::size_t i) const { return recordOf(m_symbol, m_index[i]); }
     std::span<tIndexSlot> index() { return {m_index.get(), m_count}; }
     std::span<const tIndexSlot> index() const { return {m_index.get(), m_count}; }
     bool sorted() const { return m_sorted; }                 // by time
     std::size_t longestRun() const { return m_longestRun; }  // of neighbours with equal times
 
-    // Reads `len` bytes at `pos` into `to`; false if the file does not give them all.
+    // Reads `len` bytes at `pos` into `to`; returns false if the file does not give them all.
     bool read(std::uint64_t pos, std::size_t len, char* to);
-    // Reads the codes of a Huffman file; null where they cannot be used. Kept until closeFile().
-    const huffman::tHuffmanDecode* decoder();
-    std::uint64_t countedBits() const { return m_countedBits; }  // of its decoder, once that was asked for
+    // Replaces `records` by `count` records from number `first` on as they stand on disk now, unchecked.
+    bool readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records);
+    // Reads the codes of a Huffman file; null for a plain one and where they cannot be used. Kept until closeFile().
+    const huffman::tSegmentDecoder* decoder();
     void closeFile();
 
 private:
     explicit tDataFileReader(const std::string& path);
-    static std::unique_ptr<tDataFileReader> open(const std::string& path, bool withIndex, std::string* error);
-    const char* load(bool withIndex);
+    static std::unique_ptr<tDataFileReader> open(const std::string& path, bool withIndex, tStatus* failure);
+    tStatus load(bool withIndex);
     bool openFile();
     bool reopenFile();
-    std::size_t readAt(void* to, std::size_t len, std::uint64_t pos) const;
     void readIndex(std::uint32_t indexNum);
     bool readPiece(std::size_t place, std::size_t count);
     void keep(const tIndexSlot& slot);
-    bool isEnd(const tIndexSlot& slot) const;
-    bool isWhole(const tIndexSlot& slot) const;
+    bool isEnd(const tSegmentRecord& record) const;
+    bool isWhole(const tSegmentRecord& record) const;
 
     std::string m_path;
     tDescriptor m_file;
     std::uint64_t m_device = 0, m_inode = 0;  // of the file that was opened first
-    std::unique_ptr<huffman::tHuffmanDecode> m_decoder;
-    std::uint64_t m_countedBits = 0;
+    std::unique_ptr<huffman::tSegmentDecoder> m_decoder;
     std::uint64_t m_size = 0;
     tFileHeadSymbol m_symbol = cDataFileHead;
     bool m_finished = false;

@@ -5,7 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "KestovaStorage/huffmanencode.h"
+#include "KestovaStorage/internal/codec/segmentencoder.h"
 
 namespace storage
 {
@@ -111,7 +111,7 @@ void tDataFileWriter::accept(const char* bytes, std::size_t segments)
     for (std::size_t i = 0; m_encoder != nullptr && i < segments; ++i)
     {
         const std::uint32_t len = lengthOf(m_slots[i]);
-        m_encoder->PreReadSrcFileSegment(bytes, len);
+        m_encoder->count(bytes, len);
         bytes += len;
     }
 }

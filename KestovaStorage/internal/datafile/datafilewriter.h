@@ -21,12 +21,12 @@
 
 #include "KestovaStorage/datafileformat.h"
 #include "KestovaStorage/internal/buffers/batchqueue.h"
-#include "KestovaStorage/internal/datafile/datafileoutput.h"
+#include "KestovaStorage/internal/datafile/indexoutput.h"
 #include "common/descriptor.h"
 
 namespace huffman
 {
-class tHuffmanEncode;
+class tSegmentEncoder;
 }
 
 namespace storage
@@ -55,7 +55,7 @@ public:
     bool isFull() const;
 
     // What is recorded from now on is counted for its code; null ends that. Not owned.
-    void countInto(huffman::tHuffmanEncode* encoder) { m_encoder = encoder; }
+    void countInto(huffman::tSegmentEncoder* encoder) { m_encoder = encoder; }
 
     void finish();  // writes the index head
     void sync();    // to the disk
@@ -76,8 +76,8 @@ private:
 
     tDescriptor m_file;
     std::string m_path;
-    huffman::tHuffmanEncode* m_encoder = nullptr;
-    tDataFileOutput m_output;
+    huffman::tSegmentEncoder* m_encoder = nullptr;
+    tIndexOutput m_output;
     std::uint64_t m_payloadEnd = cPayloadPos;
     std::uint64_t m_lastStart = 0;    // where the last segment started
     std::vector<tIndexSlot> m_slots;  // of the run in hand

@@ -10,8 +10,8 @@
 #include <memory>
 #include <utility>
 
-#include "KestovaStorage/internal/buffers/byteregion.h"
 #include "KestovaStorage/datafileformat.h"
+#include "KestovaStorage/internal/buffers/byteregion.h"
 
 namespace storage
 {

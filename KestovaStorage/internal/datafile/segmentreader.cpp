@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <new>
 
-#include "KestovaStorage/huffmandecode.h"
+#include "KestovaStorage/internal/codec/segmentdecoder.h"
 
 namespace storage
 {
@@ -11,70 +11,48 @@ namespace
 {
 constexpr std::size_t cMinBufferSize = 64 * 1024;
 constexpr std::uint64_t cMostAhead = 4 << 20;
-
-struct tPlace
-{
-    std::uint64_t begin, end;
-};
-
-// Where the bytes of a record are.
-tPlace placeOf(tFileHeadSymbol symbol, const tIndexSlot& slot)
-{
-    if (symbol == cHuffmanFileHead)
-    {
-        const tEncodedIndexTable record = decodeEncoded(slot);
-        return {record.firstBytePos,
-                record.firstBytePos + (std::uint64_t{record.firstBitPos} + record.huffmanBits + 7) / 8};
-    }
-    const tNormalIndexTable record = decodeNormal(slot);
-    return {record.pos, record.pos + record.len};
-}
 }  // namespace
 
 std::optional<std::string_view> tSegmentReader::read(tDataFileReader& file, std::size_t record)
 {
-    return read(file, file.index()[record]);
+    return read(file, file.record(record));
 }
 
-void tSegmentReader::readAhead(tDataFileReader& file, std::span<const tIndexSlot> slots)
+void tSegmentReader::readAhead(tDataFileReader& file, const tSegmentRecord& first, const tSegmentRecord& last)
 {
-    const std::uint64_t begin = placeOf(file.symbol(), slots.front()).begin;
-    const std::uint64_t end = placeOf(file.symbol(), slots.back()).end;
+    const std::uint64_t begin = first.firstByte, end = last.end();
     if (begin < end && end - begin <= cMostAhead)
         load(file, begin, static_cast<std::size_t>(end - begin));
 }
 
-std::optional<std::string_view> tSegmentReader::read(tDataFileReader& file, const tIndexSlot& slot)
+std::optional<std::string_view> tSegmentReader::read(tDataFileReader& file, const tSegmentRecord& record)
 try
 {
     if (file.symbol() == cHuffmanFileHead)
-        return decode(file, decodeEncoded(slot));
-    const tNormalIndexTable place = decodeNormal(slot);
-    const char* const bytes = bytesAt(file, place.pos, place.len);
+        return decode(file, record);
+    const auto len = static_cast<std::size_t>(record.bytes());
+    const char* const bytes = bytesAt(file, record.firstByte, len);
     if (bytes == nullptr)
         return std::nullopt;
-    return std::string_view(bytes, place.len);
+    return std::string_view(bytes, len);
 }
 catch (const std::bad_alloc&)
 {
     return std::nullopt;
 }
 
-std::optional<std::string_view> tSegmentReader::decode(tDataFileReader& file, const tEncodedIndexTable& record)
+std::optional<std::string_view> tSegmentReader::decode(tDataFileReader& file, const tSegmentRecord& record)
 {
-    if (record.huffmanBits == 0)
+    if (record.bits == 0)
         return std::string_view();  // a segment all of whose bytes have a code of no bits
-    const huffman::tHuffmanDecode* const decoder = file.decoder();
-    if (decoder == nullptr || record.huffmanBits > file.countedBits())
+    const huffman::tSegmentDecoder* const decoder = file.decoder();
+    if (decoder == nullptr || record.bits > decoder->countedBits())
         return std::nullopt;
-    const std::uint64_t lastBit = std::uint64_t{record.firstBitPos} + record.huffmanBits;
-    const char* const codes = bytesAt(file, record.firstBytePos, static_cast<std::size_t>((lastBit + 7) / 8));
+    const char* const codes = bytesAt(file, record.firstByte, static_cast<std::size_t>(record.bytes()));
     if (codes == nullptr)
         return std::nullopt;
-    const std::size_t limit = decoder->DecodedSizeLimit(record.huffmanBits);
-    char* const out = m_decoded.need(limit);
-    return std::string_view(
-        out, decoder->DecodeSegment(codes, record.firstBitPos, record.huffmanBits, out, m_decoded.size()));
+    char* const out = m_decoded.need(decoder->roomFor(record.bits));
+    return std::string_view(out, decoder->decode(codes, record.firstBit, record.bits, out, m_decoded.size()));
 }
 
 const char* tSegmentReader::bytesAt(tDataFileReader& file, std::uint64_t pos, std::size_t len)

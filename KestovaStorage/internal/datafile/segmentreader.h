@@ -2,8 +2,8 @@
 //
 // Shapes   reads `window` bytes at once where segments follow each other: for whoever reads a file from front to back.
 //          Buffers grow to the longest segment met.
-// Threads  none; one at a time.
-// Errors   nothing where the file does not give the bytes, its codes cannot be read, or there is no memory.
+// Threads  starts none and locks nothing: one thread at a time.
+// Errors   returns nothing where the file does not give the bytes, its codes cannot be used, or memory runs out.
 #ifndef KESTOVA_STORAGE_DATAFILE_SEGMENTREADER_H
 #define KESTOVA_STORAGE_DATAFILE_SEGMENTREADER_H
 
@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string_view>
 
 #include "KestovaStorage/internal/datafile/datafilereader.h"
@@ -26,9 +25,10 @@ public:
     // Segment number `record` of the file's index; valid until the next read.
     std::optional<std::string_view> read(tDataFileReader& file, std::size_t record);
     // The segment of any record of this file.
-    std::optional<std::string_view> read(tDataFileReader& file, const tIndexSlot& slot);
-    // Reads the bytes of records that follow each other at once: the next reads find them.
-    void readAhead(tDataFileReader& file, std::span<const tIndexSlot> slots);
+    std::optional<std::string_view> read(tDataFileReader& file, const tSegmentRecord& record);
+    // Reads the bytes of the records from `first` to `last`, which follow each other, at once: the next reads find
+    // them.
+    void readAhead(tDataFileReader& file, const tSegmentRecord& first, const tSegmentRecord& last);
 
 private:
     // Memory that is not initialised and does not become smaller.
@@ -43,7 +43,7 @@ private:
         std::size_t m_size = 0;
     };
 
-    std::optional<std::string_view> decode(tDataFileReader& file, const tEncodedIndexTable& record);
+    std::optional<std::string_view> decode(tDataFileReader& file, const tSegmentRecord& record);
     const char* bytesAt(tDataFileReader& file, std::uint64_t pos, std::size_t len);
     bool load(tDataFileReader& file, std::uint64_t pos, std::size_t size);
 

@@ -18,11 +18,9 @@ void report(const std::string& path, const std::string& reason)
 }
 }  // namespace
 
-std::unique_ptr<huffman::tHuffmanEncode> tCompressionQueue::newEncoder()
+std::unique_ptr<huffman::tSegmentEncoder> tCompressionQueue::newEncoder()
 {
-    auto encoder = std::make_unique<huffman::tHuffmanEncode>(huffman::eSegmentMode);
-    encoder->PreReadClear();
-    return encoder;
+    return std::make_unique<huffman::tSegmentEncoder>();
 }
 
 tCompressionQueue::~tCompressionQueue()
@@ -34,7 +32,7 @@ tCompressionQueue::~tCompressionQueue()
     m_worker.stop();
 }
 
-void tCompressionQueue::add(const std::string& path, std::unique_ptr<huffman::tHuffmanEncode> encoder)
+void tCompressionQueue::add(const std::string& path, std::unique_ptr<huffman::tSegmentEncoder> encoder)
 try
 {
     m_worker.wake([&] { m_jobs.push_back({path, std::move(encoder)}); });
@@ -96,12 +94,12 @@ catch (const std::bad_alloc&)
 // Kept: it also goes where the output cannot be created.
 tStatus tCompressionQueue::compress(tJob& job, unsigned int cancelled)
 {
-    std::string error;
-    const auto plain = isComplete(job) ? tDataFileReader::open(job.path, &error) : nullptr;
+    tStatus failure;
+    const auto plain = isComplete(job) ? tDataFileReader::open(job.path, &failure) : nullptr;
     if (!plain || !plain->finished() || plain->damaged() != 0)
     {
-        const char* const why = job.encoder->GetPreReadSize() == 0 ? "it holds no segments" : "it is not complete";
-        return {tStatus::eCode::eRefused, error.empty() ? why : error};
+        const char* const why = job.encoder->countedBytes() == 0 ? "it holds no segments" : "it is not complete";
+        return failure ? tStatus(tStatus::eCode::eRefused, why) : std::move(failure).of(job.path);
     }
     const std::string name = encodedName(job.path, m_specifySuffix);
     tOutputFile out(name);
@@ -111,8 +109,8 @@ tStatus tCompressionQueue::compress(tJob& job, unsigned int cancelled)
         return tStatus(out.status()).of("it is removed, for no output could be made");
     }
     const tGoOn goOn = [&](std::uint64_t) { return m_cancelled == cancelled; };
-    if (!encodeFile(*plain, *job.encoder, out, goOn, nullptr, error))
-        return {tStatus::eCode::eRefused, error};
+    if (tStatus status = encodeFile(*plain, *job.encoder, out, goOn, nullptr); !status)
+        return status;
     if (!out.commit(name))
         return out.status();
     std::remove(job.path.c_str());
@@ -123,6 +121,6 @@ tStatus tCompressionQueue::compress(tJob& job, unsigned int cancelled)
 bool tCompressionQueue::isComplete(const tJob& job) const
 {
     return paths::exists(job.path) &&
-           static_cast<std::uint64_t>(paths::fileSize(job.path.c_str())) == cPayloadPos + job.encoder->GetPreReadSize();
+           static_cast<std::uint64_t>(paths::fileSize(job.path.c_str())) == cPayloadPos + job.encoder->countedBytes();
 }
 }  // namespace storage

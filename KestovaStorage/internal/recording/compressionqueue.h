@@ -13,7 +13,7 @@
 #include <memory>
 #include <string>
 
-#include "KestovaStorage/huffmanencode.h"
+#include "KestovaStorage/internal/codec/segmentencoder.h"
 #include "common/status.h"
 #include "common/worker.h"
 
@@ -28,10 +28,10 @@ public:
     tCompressionQueue& operator=(const tCompressionQueue&) = delete;
 
     // An encoder for the segments of a file that is about to be recorded.
-    static std::unique_ptr<huffman::tHuffmanEncode> newEncoder();
+    static std::unique_ptr<huffman::tSegmentEncoder> newEncoder();
 
     // The file at `path` is finished, and `encoder` has counted all of its segments.
-    void add(const std::string& path, std::unique_ptr<huffman::tHuffmanEncode> encoder);
+    void add(const std::string& path, std::unique_ptr<huffman::tSegmentEncoder> encoder);
     std::uint32_t pending() const;  // files that wait or are being compressed
     // Ends the compression under way and drops what waits: these files stay plain.
     void cancel();
@@ -40,7 +40,7 @@ private:
     struct tJob
     {
         std::string path;
-        std::unique_ptr<huffman::tHuffmanEncode> encoder;
+        std::unique_ptr<huffman::tSegmentEncoder> encoder;
     };
 
     void work();

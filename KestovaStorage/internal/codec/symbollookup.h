@@ -1,25 +1,25 @@
-// One lookup in a tSymbolTable, the step that all loops are made of.
-#ifndef KESTOVA_STORAGE_CODEC_SYMBOLLOOK_H
-#define KESTOVA_STORAGE_CODEC_SYMBOLLOOK_H
+// One lookup in a tSymbolTable: the step of every decoding loop.
+#ifndef KESTOVA_STORAGE_CODEC_SYMBOLLOOKUP_H
+#define KESTOVA_STORAGE_CODEC_SYMBOLLOOKUP_H
 
 #include "KestovaStorage/internal/codec/symboldecoder.h"
 #include "common/byteorder.h"
 
 namespace huffman
 {
-// A table, in registers.
-struct tLookups
+// The pointers of a table, which loops keep in registers.
+struct tSymbolLookup
 {
     const std::uint8_t* lengths;
     const std::uint64_t* entries;
     std::uint64_t mask;
 
-    explicit tLookups(const tSymbolTable& table)
+    explicit tSymbolLookup(const tSymbolTable& table)
         : lengths(table.lengths()), entries(table.entries()), mask((std::uint64_t{1} << table.width()) - 1)
     {}
 
-    // The symbols of the bits at `index` go out, their codes out of `bits`; returns how many bits these have. Nothing
-    // happens where no whole code is among them.
+    // Writes the symbols of the bits at `index` and shifts their codes out of `bits`; returns the length of these
+    // codes. Does nothing if no whole code is among the bits.
     KESTOVA_INLINE std::uint64_t take(std::uint64_t index, std::uint64_t& bits, unsigned char*& out) const
     {
         const std::uint64_t length = lengths[index], entry = entries[index];

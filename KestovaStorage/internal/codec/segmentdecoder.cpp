@@ -1,0 +1,51 @@
+#include "KestovaStorage/internal/codec/segmentdecoder.h"
+
+#include "KestovaStorage/internal/codec/huffmanformat.h"
+#include "KestovaStorage/internal/codec/lanedecoder.h"
+#include "KestovaStorage/internal/codec/symboldecoder.h"
+
+namespace huffman
+{
+namespace
+{
+std::uint64_t bitsOf(const tCodeTree& tree)
+{
+    std::uint64_t bits = 0;
+    for (std::size_t leaf = 0; leaf < tree.leaves(); ++leaf)
+        bits += tree.freq(leaf) * tree.code(leaf).length;
+    return bits;
+}
+}  // namespace
+
+bool tSegmentDecoder::setHead(const void* head)
+{
+    tFreqTable freqs;
+    if (!readFileHead(head, freqs))
+        return false;
+    m_table.build(freqs, UINT64_MAX);
+    m_countedBits = hasCodes() ? bitsOf(m_table.tree()) : 0;
+    return true;
+}
+
+std::size_t tSegmentDecoder::decode(const char* data, std::uint64_t firstBit, std::uint64_t bits, char* out,
+                                    std::size_t outSize) const
+{
+    // Enough room: outSize >= roomFor(bits), without a division.
+    if (!hasCodes() || outSize < tSymbolDecoder::cSlack ||
+        (outSize - tSymbolDecoder::cSlack + 1) * m_table.tree().shortest() <= bits)
+        return 0;
+    const auto* const codes = reinterpret_cast<const unsigned char*>(data);
+    tBitRange range{codes + firstBit / 8, firstBit % 8, firstBit % 8 + bits};
+    unsigned char *const to = reinterpret_cast<unsigned char*>(out), *end = to;
+    if (bits >= tLaneDecoder::cWorthLanes)
+        end = tLaneDecoder(m_table).decode(range, end, to + outSize);
+    end = tSymbolDecoder(m_table).decode(range, end, to + outSize);
+    return static_cast<std::size_t>(end - to);
+}
+
+std::size_t tSegmentDecoder::roomFor(std::uint64_t bits) const
+{
+    const std::uint64_t symbols = hasCodes() ? bits / m_table.tree().shortest() : 0;
+    return static_cast<std::size_t>(symbols) + tSymbolDecoder::cSlack;
+}
+}  // namespace huffman

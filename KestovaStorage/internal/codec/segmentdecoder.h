@@ -1,0 +1,41 @@
+// tSegmentDecoder: the tables of one Huffman file, and the decoding of any stretch of its bits. The storage engine's
+// way into the codec; tHuffmanDecode is a handle over it.
+//
+// Bounds   reads no byte outside those that hold the bits and writes none outside `out`, whatever the head claims.
+// Threads  decode() may run in several threads at once; setHead() runs alone.
+#ifndef KESTOVA_STORAGE_CODEC_SEGMENTDECODER_H
+#define KESTOVA_STORAGE_CODEC_SEGMENTDECODER_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "KestovaStorage/internal/codec/symboltable.h"
+
+namespace huffman
+{
+class tSegmentDecoder
+{
+public:
+    // Takes the tFileHead at `head`; returns false, and changes nothing, if its magic is not that of a Huffman file.
+    bool setHead(const void* head);
+    // Whether a head was taken whose codes have bits: it names at least two byte values.
+    bool hasCodes() const { return m_table.hasCodes(); }
+    // Bits of the codes of everything that the head counted: no segment of the file can have more.
+    std::uint64_t countedBits() const { return m_countedBits; }
+
+    // Decodes the `bits` bits that begin `firstBit` bits (any number) behind the start of `data`; bits of an unfinished
+    // code at the end are dropped. Returns the number of bytes decoded: 0 if `out` is smaller than roomFor(bits).
+    // Behind them bytes of `out` may change.
+    std::size_t decode(const char* data, std::uint64_t firstBit, std::uint64_t bits, char* out,
+                       std::size_t outSize) const;
+    std::size_t roomFor(std::uint64_t bits) const;
+
+    const tSymbolTable& table() const { return m_table; }
+
+private:
+    tSymbolTable m_table;
+    std::uint64_t m_countedBits = 0;
+};
+}  // namespace huffman
+
+#endif

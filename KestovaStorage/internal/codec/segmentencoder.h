@@ -1,0 +1,94 @@
+// tSegmentEncoder: counts the bytes of segments, makes their code, and appends the codes of one segment after the other
+// to a bit stream. The storage engine's way into the codec; tHuffmanEncode is a handle over it.
+//
+// Order    count() every segment; makeCodes(); head(); encode() every segment; rest(). clear() begins anew.
+// Stream   encode() writes complete units of 64 bits; the bits of an incomplete one are carried into the next call.
+// Threads  starts none and locks nothing: one thread at a time.
+// Errors   head() and encode() throw std::out_of_range ("map::at") for a byte that was never counted.
+#ifndef KESTOVA_STORAGE_CODEC_SEGMENTENCODER_H
+#define KESTOVA_STORAGE_CODEC_SEGMENTENCODER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "KestovaStorage/internal/codec/bytecounter.h"
+#include "KestovaStorage/internal/codec/codeemitter.h"
+#include "KestovaStorage/internal/codec/codetree.h"
+
+namespace huffman
+{
+// Where the codes of a segment are, from the first byte that encode() wrote on.
+struct tEncodedBits
+{
+    std::uint32_t firstBit = 0;  // bits of earlier segments in front of them, 0 to 63
+    std::uint32_t bits = 0;
+    std::uint32_t stored = 0;  // bytes of complete units that were written
+};
+
+struct tEncodedRest
+{
+    char bytes[sizeof(std::uint64_t)];
+    std::uint32_t size;
+};
+
+class tSegmentEncoder
+{
+public:
+    void clear();
+
+    // ---- Counting ----
+
+    void count(const void* bytes, std::size_t len)
+    {
+        m_counter.add(bytes, len);
+        m_countedBytes += len;
+        ++m_countedSegments;
+    }
+    void count(tSegmentEncoder& other);  // adds what `other` has counted
+    std::uint64_t countedBytes() const { return m_countedBytes; }
+
+    // Returns false if nothing was counted.
+    bool makeCodes();
+    // Whether the stored form can be decoded: at least two byte values, no code longer than 31 bits, no count above 32
+    // bits. False before makeCodes().
+    bool isRestorable() const { return m_restorable; }
+
+    // ---- Encoding ----
+
+    // Returns the bytes of a tFileHead and gets ready to encode; prints one line. Empty if nothing was counted.
+    std::string head();
+    bool isReady() const { return m_ready; }  // head() was made
+    // Bytes that encode() may write for a segment of this length.
+    std::size_t room(std::size_t len) const { return m_emitter.room(len); }
+    // Appends the codes of a segment; `out` has room(len) bytes. Where a byte has no code, those before it are in the
+    // stream.
+    tEncodedBits encode(const void* bytes, std::uint32_t len, char* out);
+    // Ends the stream; prints one line. Returns the bytes of the unit that is not complete, one more than needed where
+    // it holds whole bytes. The unit stays: call it once.
+    tEncodedRest rest();
+
+    // ---- For files and byte arrays, which are no segments ----
+
+    tByteCounter& counter() { return m_counter; }
+    const tFreqTable& freqs() const { return m_freqs; }  // the counts that the codes were made from
+    std::uint64_t codeBits(const tFreqTable& freqs) const;
+    void useCodes(const tFreqTable& freqs) { m_emitter.set(m_codes, freqs.counts); }  // head() does so too
+    const tCodeEmitter& emitter() const { return m_emitter; }
+
+private:
+    tByteCounter m_counter;
+    tFreqTable m_freqs;
+    tCodeTable m_codes;
+    tCodeEmitter m_emitter;
+    tPartialUnit m_partial;
+    bool m_restorable = false;
+    bool m_ready = false;
+    std::uint64_t m_countedBytes = 0;
+    std::uint32_t m_countedSegments = 0;  // since the last head
+    std::uint64_t m_encodedBits = 0;
+    std::uint32_t m_encodedSegments = 0;
+};
+}  // namespace huffman
+
+#endif

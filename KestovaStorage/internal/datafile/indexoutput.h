@@ -1,0 +1,44 @@
+// tIndexOutput: what a data file has beside its segments: the magic, the index records and the index head.
+//
+// Owner    nothing; the bytes go out through the function given.
+// Threads  starts none and locks nothing: one thread at a time.
+// Errors   false where bytes could not be written; the index head counts whole records only.
+#ifndef KESTOVA_STORAGE_DATAFILE_INDEXOUTPUT_H
+#define KESTOVA_STORAGE_DATAFILE_INDEXOUTPUT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "KestovaStorage/datafileformat.h"
+
+namespace storage
+{
+class tIndexOutput
+{
+public:
+    // Writes `len` bytes at `pos`; false where that failed.
+    using tWriteAt = std::function<bool(const void* data, std::size_t len, std::uint64_t pos)>;
+    explicit tIndexOutput(tWriteAt writeAt) : m_writeAt(std::move(writeAt)) {}
+
+    // Of a plain file: a Huffman head begins with its own. Once it is written, does nothing.
+    bool writeMagic();
+    // Writes the first `count` of `slots` behind the records that are there, and zeros behind them: `slots` is left
+    // with `count` records and one of zeros. Readers see them in order, whole or not at all, even if the process dies
+    // in between.
+    bool append(std::vector<tIndexSlot>& slots, std::size_t count);
+    bool writeHead() const;
+
+    std::uint32_t records() const { return m_head.indexNum; }
+
+private:
+    bool publish(const unsigned char* bytes, std::size_t len) const;
+
+    const tWriteAt m_writeAt;
+    tIndexHead m_head{};
+    bool m_magicWritten = false;
+};
+}  // namespace storage
+
+#endif
