@@ -15,6 +15,7 @@
 #include "KestovaStorage/radardatasaver.h"
 #include "KestovaStorage/radarsaverandreplayer.h"
 #include "KestovaUtils/multiradarclient.h"
+#include "UdpSocket/datagramreceiver.h"
 #include "UdpSocket/udpsocket.h"
 
 namespace
@@ -51,6 +52,7 @@ TEST(tAbiTest, keepsTheSizesOfHandlesAndOfRecordsThatCrossTheInterface)
     EXPECT_EQ(sizeof(Kestova::tRadarSaverAndReplayer), cTwoPointers);
     EXPECT_EQ(sizeof(storage::tDataFile), cOnePointer);
     EXPECT_EQ(sizeof(net::UdpReceiver), cOnePointer);
+    EXPECT_EQ(sizeof(net::tDatagramReceiver), cOnePointer);
     EXPECT_EQ(sizeof(net::UdpSender), cOnePointer);
     EXPECT_EQ(sizeof(MultiRadarClient), cOnePointer);
     EXPECT_EQ(sizeof(net::tUdpReceiverCounters), 24U);
