@@ -16,6 +16,11 @@
 
 typedef unsigned char tReplayStatus;
 
+namespace Kestova
+{
+class tPackageRecorderPrivate;
+}
+
 namespace storage
 {
 enum tPathProperty : int32_t
@@ -166,6 +171,7 @@ protected:
     bool OpenReadingFor(const std::string& path, const std::shared_ptr<iDataReadReplayObserver>& observer);
 
 private:
+    friend class Kestova::tPackageRecorderPrivate;  // writes packages where the queue has room for them
     tDataStorageIOPrivate* d;
 };
 }  // namespace storage

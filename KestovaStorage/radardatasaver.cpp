@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <mutex>
@@ -13,7 +12,7 @@
 #include "KestovaStorage/internal/radar/radarstreams.h"
 #include "KestovaStorage/internal/radar/recordingname.h"
 #include "KestovaStorage/internal/radar/servicequery.h"
-#include "KestovaStorage/packagebuilderandsplitter.h"
+#include "KestovaStorage/packagerecorder.h"
 #include "KestovaUtils/multiradarclient.h"
 #include "UdpSocket/udpsocket.h"
 #include "common/callbackgate.h"
@@ -22,7 +21,7 @@ namespace Kestova
 {
 namespace
 {
-constexpr unsigned int cEndTimeout_ms = 5000;  // what ending a recording waits for builder and writer
+constexpr unsigned int cEndTimeout_ms = 5000;  // what ending a recording waits for the writer
 
 std::vector<eReadWriteType> typesOf(const eReadWriteType* types, int count)
 {
@@ -30,29 +29,29 @@ std::vector<eReadWriteType> typesOf(const eReadWriteType* types, int count)
         return {};
     return {types, types + count};
 }
+
+NetAddress groupOf(const char* address, int port)
+{
+    return {net::transAddr(address), net::HtoNs(static_cast<std::uint16_t>(port))};
+}
 }  // namespace
 
-// Datagrams go from the receive threads through m_modifyGate to the builder, and from the builder's send thread to the
-// storage engine.
+// Datagrams go from the receive threads through m_modifyGate and the recorder into the queue of the storage engine.
 //
 // Locks: m_controlMutex makes connect, disconnect and SocketClear one at a time; below it, m_socketMutex keeps opening
 // and closing of the sockets apart. OnLocalIpChanged takes the second alone, so that the listener can be removed (which
 // waits for OnLocalIpChanged) under the first. Receivers end (which waits for their callbacks) under either: nothing
 // that may be called from inside a callback takes them, for control from there is refused before.
 class tRadarDataSaverPrivate : public storage::tDataStorageIO,
-                               public net::iUdpDataListener,
-                               public iMultiRadarCheckerListener,
-                               public iPackageObserver
+                               public net::iDatagramListener,
+                               public iMultiRadarCheckerListener
 {
 public:
     tRadarDataSaverPrivate(const eReadWriteType* types, int count, const std::string& basePath, const char* name);
     ~tRadarDataSaverPrivate() override;
 
     void OnLocalIpChanged(unsigned int localIp) override;
-    void OnUdpGroupDataReceived(const char* fromAddr, int fromPort, const char* groupAddr, int groupPort,
-                                const char* data, int len) override;
-    void UpdateSplittedPackage(const tRadarMsgPackage*, unsigned int, int) override {}
-    void UpdateBuildedPackage(const char* package, unsigned int size, int id, unsigned long timestamp) override;
+    void OnDatagram(const net::tReceivedDatagram& datagram) override;
 
     bool connect(const char* serial, unsigned short id, bool flag);
     bool disconnect();
@@ -61,7 +60,6 @@ public:
     void SetRecDataModifyObserver(iRadarRecDataModifyObserver* observer) { m_modifyGate.set(observer); }
     void ManualWriteRadarData(const char* groupAddr, int port, const char* data, int len);
     void ManualWriteData(const char* addr, int port, const char* data, int len, unsigned long timestamp);
-    bool WaitRecorded(unsigned int timeout_ms);
     std::vector<tGroupState> groupStates() const { return m_recSockInfo.states(); }
 
 private:
@@ -71,10 +69,9 @@ private:
     void finishFile();
 
     tServiceQuery m_serviceQuery;
-    std::unique_ptr<tPackageBuilderAndSplitter> m_packageBuilder;
+    tPackageRecorder m_packageRecorder{*this};
     const std::vector<eReadWriteType> m_types;
     std::atomic<bool> m_isConnected{false};
-    const NetAddress m_serviceGroup = serviceGroup();
     std::mutex m_controlMutex;
     bool m_registered = false;      // guarded by m_controlMutex: this object is the client's listener
     RadarAddress m_radarAddress{};  // changed while not registered, read by OnLocalIpChanged
@@ -85,11 +82,8 @@ private:
 
 tRadarDataSaverPrivate::tRadarDataSaverPrivate(const eReadWriteType* types, int count, const std::string& basePath,
                                                const char* name)
-    : storage::tDataStorageIO(basePath, name), m_packageBuilder(std::make_unique<tPackageBuilderAndSplitter>()),
-      m_types(typesOf(types, count))
-{
-    m_packageBuilder->AddPackageObserer(this);
-}
+    : storage::tDataStorageIO(basePath, name), m_types(typesOf(types, count))
+{}
 
 tRadarDataSaverPrivate::~tRadarDataSaverPrivate()
 {
@@ -99,8 +93,7 @@ tRadarDataSaverPrivate::~tRadarDataSaverPrivate()
         if (m_registered)
             endRecording();
     }
-    finishFile();              // one that was started by hand
-    m_packageBuilder.reset();  // its send thread calls this object
+    finishFile();  // one that was started by hand
 }
 
 bool tRadarDataSaverPrivate::connect(const char* serial, unsigned short id, bool flag)
@@ -165,14 +158,14 @@ bool tRadarDataSaverPrivate::endRecording()
 bool tRadarDataSaverPrivate::closeSockets()
 {
     const std::lock_guard<std::mutex> sockets(m_socketMutex);
-    m_serviceQuery.setSender(nullptr);
+    m_serviceQuery.setSink(nullptr);
     return m_recSockInfo.close();
 }
 
 void tRadarDataSaverPrivate::finishFile()
 {
     const std::string file = GetCurrentWriteDataFileName();
-    if (!WaitRecorded(cEndTimeout_ms) && !file.empty())
+    if (!WaitWriteIdle(cEndTimeout_ms) && !file.empty())
         std::fprintf(stderr, "Radar data saver: not everything received is in %s\n", file.c_str());
     FinishWrite();
 }
@@ -188,53 +181,36 @@ void tRadarDataSaverPrivate::OnLocalIpChanged(unsigned int localIp)
     const std::lock_guard<std::mutex> sockets(m_socketMutex);
     m_recSockInfo.open(radarGroups(m_radarAddress, m_types), localIp);
     std::puts("Radar Data Saver Init Over ...\r");
-    m_serviceQuery.setSender(std::make_unique<net::UdpSender>(m_serviceGroup, localIp, 0));
+    m_serviceQuery.setSink(defaultTransport().openSink(serviceGroup(), localIp));
 }
 
-void tRadarDataSaverPrivate::OnUdpGroupDataReceived(const char*, int, const char* groupAddr, int groupPort,
-                                                    const char* data, int len)
+void tRadarDataSaverPrivate::OnDatagram(const net::tReceivedDatagram& datagram)
 {
-    const NetAddress group{net::transAddr(groupAddr), net::HtoNs(static_cast<std::uint16_t>(groupPort))};
-    tUdpMsgInfo info;
-    if (m_recSockInfo.find(group, info))
+    tGroupRow row;
+    if (m_recSockInfo.find(datagram.group, row))
     {
         m_modifyGate.through([&](iRadarRecDataModifyObserver& observer) {
-            observer.UpdateRecDataModify(info, groupAddr, groupPort, const_cast<char*>(data), len);  // writable
+            observer.UpdateRecDataModify(row.msgInfo, row.text.data(), net::NtoHs(datagram.group.port), datagram.data,
+                                         datagram.len);
         });
-        m_packageBuilder->BuildPackage(info, groupAddr, groupPort, data, len, 0);
+        m_packageRecorder.Record(row.msgInfo, datagram.group, datagram.data, datagram.len, 0);
     }
-    if (group.ip == m_serviceGroup.ip && group.port == m_serviceGroup.port)
+    if (datagram.group.ip == serviceGroup().ip && datagram.group.port == serviceGroup().port)
         m_serviceQuery.heard();
-}
-
-void tRadarDataSaverPrivate::UpdateBuildedPackage(const char* package, unsigned int size, int, unsigned long timestamp)
-{
-    WriteData(package, size, timestamp);
 }
 
 void tRadarDataSaverPrivate::ManualWriteRadarData(const char* groupAddr, int port, const char* data, int len)
 {
     const std::size_t size = data && len > 0 ? static_cast<std::size_t>(len) : 0;
     std::vector<char> editable(data, data + size);  // the observer may write, the caller's bytes are const
-    OnUdpGroupDataReceived(nullptr, 0, groupAddr, port, editable.data(), static_cast<int>(size));
+    OnDatagram({{}, groupOf(groupAddr, port), editable.data(), static_cast<int>(size)});
 }
 
 void tRadarDataSaverPrivate::ManualWriteData(const char* addr, int port, const char* data, int len,
                                              unsigned long timestamp)
 {
     if (IsWriteEnable())
-        m_packageBuilder->BuildPackage(tUdpMsgInfo{}, addr, port, data, data ? len : 0, timestamp);
-}
-
-// Whether everything given to the builder before the call is in the file.
-bool tRadarDataSaverPrivate::WaitRecorded(unsigned int timeout_ms)
-{
-    using tClock = std::chrono::steady_clock;
-    const auto deadline = tClock::now() + std::chrono::milliseconds(timeout_ms);
-    if (!m_packageBuilder->WaitBuildIdle(timeout_ms))
-        return false;
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - tClock::now()).count();
-    return WaitWriteIdle(static_cast<unsigned int>(std::max<decltype(left)>(left, 0)));
+        m_packageRecorder.Record(tUdpMsgInfo{}, groupOf(addr, port), data, len, timestamp);
 }
 
 tRadarDataSaver::tRadarDataSaver(const eReadWriteType* types, int count, const std::string& basePath, const char* name,
@@ -295,7 +271,7 @@ void tRadarDataSaver::FinishWrite()
 
 bool tRadarDataSaver::WaitWriteIdle(unsigned int timeout_ms)
 {
-    return d->WaitRecorded(timeout_ms);
+    return d->WaitWriteIdle(timeout_ms);
 }
 
 std::string tRadarDataSaver::GetCurrentWriteDataFileName() const

@@ -2,12 +2,10 @@
 
 #include <atomic>
 #include <cstdio>
-#include <memory>
 
 #include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/internal/package/packageformat.h"
-#include "KestovaStorage/packagebuilderandsplitter.h"
-#include "KestovaUtils/timeparser.h"
+#include "KestovaStorage/packagerecorder.h"
+#include "KestovaStorage/packageview.h"
 
 namespace Kestova
 {
@@ -16,7 +14,7 @@ namespace
 constexpr char cSuffix[] = ".qvdata";
 constexpr std::uint8_t cOwnRecords = 15;  // radarMultiNum of what SaveData writes: no radar has this number
 constexpr int cMaxLen = static_cast<int>(cMaxStreamPackage - cPackageOverhead);
-constexpr unsigned int cEndTimeout_ms = 5000;  // what ending a recording waits for builder and writer
+constexpr unsigned int cEndTimeout_ms = 5000;  // what ending a recording waits for the writer
 
 tUdpMsgInfo infoOf(int dataType)
 {
@@ -25,28 +23,17 @@ tUdpMsgInfo infoOf(int dataType)
 }
 }  // namespace
 
-class tRadarSaverAndReplayerPrivate : public iPackageObserver, public storage::iDataReadReplayObserver
+class tRadarSaverAndReplayerPrivate : public storage::iDataReadReplayObserver
 {
 public:
-    explicit tRadarSaverAndReplayerPrivate(iSaveReplayObserver* observer) : m_observer(observer)
-    {
-        m_packageBuilder->AddPackageObserer(this);
-        tellState();
-    }
+    explicit tRadarSaverAndReplayerPrivate(iSaveReplayObserver* observer) : m_observer(observer) { tellState(); }
     ~tRadarSaverAndReplayerPrivate() override
     {
         m_replayer.CloseReadingFile();
         finishFile();
-        m_packageBuilder.reset();  // its send thread calls this object, which uses the saver
     }
     tRadarSaverAndReplayerPrivate(const tRadarSaverAndReplayerPrivate&) = delete;
     tRadarSaverAndReplayerPrivate& operator=(const tRadarSaverAndReplayerPrivate&) = delete;
-
-    void UpdateSplittedPackage(const tRadarMsgPackage*, unsigned int, int) override {}
-    void UpdateBuildedPackage(const char* data, unsigned int len, int, unsigned long time) override
-    {
-        m_saver.WriteData(data, len, time);
-    }
 
     // The first thing that a replay tells: the observer hears of the state before any message comes.
     void UpdateReplayStatus(std::uint8_t status) override
@@ -79,7 +66,7 @@ private:
     std::atomic<bool> m_ending{false};  // no message is handed on any more
     std::atomic<bool> m_told{false};    // a replay that was opened may go on: the observer has been told of it
     iSaveReplayObserver* const m_observer;
-    std::unique_ptr<tPackageBuilderAndSplitter> m_packageBuilder = std::make_unique<tPackageBuilderAndSplitter>();
+    tPackageRecorder m_packageRecorder{m_saver};
 };
 
 eSaveReplayState tRadarSaverAndReplayerPrivate::tellState() const
@@ -105,14 +92,13 @@ void tRadarSaverAndReplayerPrivate::save(int dataType, const char* data, int len
         return;
     }
     if (m_saver.IsWriteEnable())
-        m_packageBuilder->BuildPackage(infoOf(dataType), "0.0.0.0", 0, data, len,
-                                       utils::time::tTimeParser::GetCurrentTime_ms());
+        m_packageRecorder.Record(infoOf(dataType), NetAddress{}, data, len, 0);
 }
 
 void tRadarSaverAndReplayerPrivate::finishFile()
 {
     const std::string file = m_saver.GetCurrentWriteDataFileName();
-    const bool saved = m_packageBuilder->WaitBuildIdle(cEndTimeout_ms) && m_saver.WaitWriteIdle(cEndTimeout_ms);
+    const bool saved = m_saver.WaitWriteIdle(cEndTimeout_ms);
     if (!saved && !file.empty())
         std::fprintf(stderr, "Radar saver and replayer: not everything saved is in %s\n", file.c_str());
     m_saver.FinishWrite();

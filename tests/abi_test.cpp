@@ -10,11 +10,13 @@
 #include "KestovaStorage/huffmandecode.h"
 #include "KestovaStorage/huffmantree.h"
 #include "KestovaStorage/packagebuilderandsplitter.h"
+#include "KestovaStorage/packagerecorder.h"
 #include "KestovaStorage/pcapreader.h"
 #include "KestovaStorage/radardatareplayer.h"
 #include "KestovaStorage/radardatasaver.h"
 #include "KestovaStorage/radarsaverandreplayer.h"
 #include "KestovaUtils/multiradarclient.h"
+#include "UdpSocket/datagramreceiver.h"
 #include "UdpSocket/udpsocket.h"
 
 namespace
@@ -36,6 +38,14 @@ std::size_t slotOf(tMember member)
 
 constexpr std::size_t cOnePointer = sizeof(void*), cTwoPointers = 2 * sizeof(void*);
 constexpr std::size_t cFirstSlot = 2;  // behind the two of the virtual destructor, which stands first everywhere
+
+// Whether the operations stand one behind the other from the first slot on.
+template <typename... tMembers>
+bool stand(tMembers... members)
+{
+    std::size_t slot = cFirstSlot;
+    return (... && (slotOf(members) == slot++));
+}
 }  // namespace
 
 TEST(tAbiTest, keepsTheSizesOfHandlesAndOfRecordsThatCrossTheInterface)
@@ -46,11 +56,13 @@ TEST(tAbiTest, keepsTheSizesOfHandlesAndOfRecordsThatCrossTheInterface)
     EXPECT_EQ(sizeof(huffman::tHuffmanDecode), cTwoPointers);
     EXPECT_EQ(sizeof(tPackageBuilderAndSplitter), cTwoPointers);
     EXPECT_EQ(sizeof(pcap::tPcapReader), cTwoPointers);
+    EXPECT_EQ(sizeof(Kestova::tPackageRecorder), cOnePointer);
     EXPECT_EQ(sizeof(Kestova::tRadarDataSaver), cTwoPointers);
     EXPECT_EQ(sizeof(Kestova::tRadarDataReplayer), cTwoPointers);
     EXPECT_EQ(sizeof(Kestova::tRadarSaverAndReplayer), cTwoPointers);
     EXPECT_EQ(sizeof(storage::tDataFile), cOnePointer);
     EXPECT_EQ(sizeof(net::UdpReceiver), cOnePointer);
+    EXPECT_EQ(sizeof(net::tDatagramReceiver), cOnePointer);
     EXPECT_EQ(sizeof(net::UdpSender), cOnePointer);
     EXPECT_EQ(sizeof(MultiRadarClient), cOnePointer);
     EXPECT_EQ(sizeof(net::tUdpReceiverCounters), 24U);
@@ -66,28 +78,23 @@ TEST(tAbiTest, keepsTheSizesOfHandlesAndOfRecordsThatCrossTheInterface)
 
 TEST(tAbiTest, keepsTheSlotsOfEveryObserverOperation)
 {
-    using storage::iDataReadReplayObserver;
-    EXPECT_EQ(slotOf(&iDataReadReplayObserver::UpdateReplayStatus), cFirstSlot);
-    EXPECT_EQ(slotOf(&iDataReadReplayObserver::UpdateDataTimeSpan), cFirstSlot + 1);
-    EXPECT_EQ(slotOf(&iDataReadReplayObserver::UpdateReplayData), cFirstSlot + 2);
-    EXPECT_EQ(slotOf(&iPackageObserver::UpdateSplittedPackage), cFirstSlot);
-    EXPECT_EQ(slotOf(&iPackageObserver::UpdateBuildedPackage), cFirstSlot + 1);
-    using Kestova::iRadarDataReplayObserver, Kestova::iRadarReplayModifyObserver;
-    EXPECT_EQ(slotOf(&iRadarDataReplayObserver::UpdateReplayStatus), cFirstSlot);
-    EXPECT_EQ(slotOf(&iRadarDataReplayObserver::UpdateDataTimeSpan), cFirstSlot + 1);
-    EXPECT_EQ(slotOf(&iRadarDataReplayObserver::UpdateFileName), cFirstSlot + 2);
-    EXPECT_EQ(slotOf(&iRadarDataReplayObserver::UpdateReplayData), cFirstSlot + 3);
-    EXPECT_EQ(slotOf(&iRadarReplayModifyObserver::UpdateReplayDataModify), cFirstSlot);
-    EXPECT_EQ(slotOf(&iRadarReplayModifyObserver::UpdateReplayAddrModify), cFirstSlot + 1);
-    EXPECT_EQ(slotOf(&iRadarReplayModifyObserver::CheckIfNeededCircleLoop), cFirstSlot + 2);
-    EXPECT_EQ(slotOf(&Kestova::iSaveReplayObserver::UpdateState), cFirstSlot);
-    EXPECT_EQ(slotOf(&Kestova::iSaveReplayObserver::UpdateReplayData), cFirstSlot + 1);
-    using pcap::iPcapDataReadObserver;
-    EXPECT_EQ(slotOf(&iPcapDataReadObserver::UpdatePcapReadData), cFirstSlot);
-    EXPECT_EQ(slotOf(&iPcapDataReadObserver::UpdatePcapReadProgress), cFirstSlot + 1);
-    EXPECT_EQ(slotOf(&iPcapDataReadObserver::UpdatePcapUdpMulticast), cFirstSlot + 2);
-    EXPECT_EQ(slotOf(&Kestova::iRadarRecDataModifyObserver::UpdateRecDataModify), cFirstSlot);
-    EXPECT_EQ(slotOf(&pcap::iPcapDatagramObserver::UpdatePcapDatagram), cFirstSlot);
-    EXPECT_EQ(slotOf(&net::iUdpDataListener::OnUdpGroupDataReceived), cFirstSlot);
-    EXPECT_EQ(slotOf(&iMultiRadarCheckerListener::OnLocalIpChanged), cFirstSlot);
+    // Every interface's operations, in the order of their slots.
+    using Kestova::iRadarDataReplayObserver, Kestova::iRadarReplayModifyObserver, Kestova::iSaveReplayObserver;
+    using storage::iDataReadReplayObserver, pcap::iPcapDataReadObserver;
+    EXPECT_TRUE(stand(&iDataReadReplayObserver::UpdateReplayStatus, &iDataReadReplayObserver::UpdateDataTimeSpan,
+                      &iDataReadReplayObserver::UpdateReplayData));
+    EXPECT_TRUE(stand(&iPackageObserver::UpdateSplittedPackage, &iPackageObserver::UpdateBuildedPackage));
+    EXPECT_TRUE(stand(&iRadarDataReplayObserver::UpdateReplayStatus, &iRadarDataReplayObserver::UpdateDataTimeSpan,
+                      &iRadarDataReplayObserver::UpdateFileName, &iRadarDataReplayObserver::UpdateReplayData));
+    EXPECT_TRUE(stand(&iRadarReplayModifyObserver::UpdateReplayDataModify,
+                      &iRadarReplayModifyObserver::UpdateReplayAddrModify,
+                      &iRadarReplayModifyObserver::CheckIfNeededCircleLoop));
+    EXPECT_TRUE(stand(&iSaveReplayObserver::UpdateState, &iSaveReplayObserver::UpdateReplayData));
+    EXPECT_TRUE(stand(&iPcapDataReadObserver::UpdatePcapReadData, &iPcapDataReadObserver::UpdatePcapReadProgress,
+                      &iPcapDataReadObserver::UpdatePcapUdpMulticast));
+    EXPECT_TRUE(stand(&Kestova::iRadarRecDataModifyObserver::UpdateRecDataModify));
+    EXPECT_TRUE(stand(&pcap::iPcapDatagramObserver::UpdatePcapDatagram));
+    EXPECT_TRUE(stand(&net::iUdpDataListener::OnUdpGroupDataReceived));
+    EXPECT_TRUE(stand(&net::iDatagramListener::OnDatagram));
+    EXPECT_TRUE(stand(&iMultiRadarCheckerListener::OnLocalIpChanged));
 }

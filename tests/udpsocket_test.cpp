@@ -8,6 +8,7 @@
 #include <memory>
 #include <thread>
 
+#include "UdpSocket/datagramreceiver.h"
 #include "support/datagramcollector.h"
 #include "support/processentries.h"
 
@@ -79,6 +80,28 @@ TEST_F(tUdpReceiverTest, deliversPayloadAndAddressesOfAGroupOrOfItsOwnAddress)
                   "spoke 127.0.0.1:" + std::to_string(port));
         EXPECT_EQ(got.group + ":" + std::to_string(got.groupPort), addressText(address));
     }
+}
+
+TEST_F(tUdpReceiverTest, deliversAddressesAsNumbersWhereTheListenerWantsThem)
+{
+    struct : net::iDatagramListener
+    {
+        void OnDatagram(const net::tReceivedDatagram& datagram) override
+        {
+            got = std::string(datagram.data, static_cast<std::size_t>(datagram.len)) + " " +
+                  addressText(datagram.from) + " " + addressText(datagram.group);
+            ++calls;
+        }
+        std::string got;
+        std::atomic<int> calls{0};
+    } listener;
+    const net::tDatagramReceiver receiver(&listener, loopbackIp(), m_group, 0);
+    const NetAddress from{loopbackIp(), testGroup().port};
+    ASSERT_TRUE(net::UdpSender(m_group, loopbackIp(), net::NtoHs(from.port)).sendData("spoke", 5));
+    ASSERT_TRUE(waitUntil([&] { return listener.calls == 1; }));
+    EXPECT_EQ(listener.got, "spoke " + addressText(from) + " " + addressText(m_group));
+    EXPECT_TRUE(receiver.valid() && receiver.receiveBufferSize() != 0);
+    EXPECT_TRUE(waitUntil([&] { return receiver.counters().bytes == 5; }));
 }
 
 TEST_F(tUdpReceiverTest, sharesItsGroupAndKeepsOtherGroupsOnThePortOut)

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "KestovaRecordings/failure.h"
+#include "UdpSocket/udpsocket.h"
 
 #include "sessions/record/recordingplace.h"
 
@@ -51,12 +52,6 @@ tCaptureImport::tCaptureImport(const std::string& root, std::string name)
     : m_root(prepareRecording({}, 0, root)), m_name(std::move(name)), m_storage(m_root, ".data")
 {
     std::atomic_ref<bool>(storage::tDataStorageIO::DiskCheckThreadEnable).store(false);
-    m_builder.AddPackageObserer(this);
-}
-
-tCaptureImport::~tCaptureImport()
-{
-    m_builder.RemovePackageObserer(this);
 }
 
 void tCaptureImport::start(std::uint64_t timeMs)
@@ -77,8 +72,8 @@ void tCaptureImport::add(const pcap::tPcapDatagram& datagram)
     const std::uint64_t timeMs = milliseconds(datagram.time_us);
     if (m_recorded == 0)
         start(timeMs);
-    m_builder.BuildPackage(infoOf(datagram.kind), datagram.address, datagram.port, datagram.payload, datagram.len,
-                           timeMs);
+    const NetAddress group{net::transAddr(datagram.address), net::HtoNs(static_cast<std::uint16_t>(datagram.port))};
+    m_recorder.Record(infoOf(datagram.kind), group, datagram.payload, datagram.len, timeMs);
     ++m_recorded;
     m_queuedBytes += static_cast<std::uint64_t>(datagram.len);
     if (m_queuedBytes >= cQueueBytes)
@@ -88,7 +83,7 @@ void tCaptureImport::add(const pcap::tPcapDatagram& datagram)
 void tCaptureImport::waitForDisk()
 {
     m_queuedBytes = 0;
-    if (!m_builder.WaitBuildIdle(cDiskTimeout_ms) || !m_storage.WaitWriteIdle(cDiskTimeout_ms))
+    if (!m_storage.WaitWriteIdle(cDiskTimeout_ms))
         throw tFailure(m_root + ": the disk has taken nothing for a minute");
     noteFile();
     if (m_storage.GetWriteLostCnt() != 0)
@@ -106,10 +101,5 @@ void tCaptureImport::finish()
 {
     waitForDisk();
     m_storage.FinishWrite();
-}
-
-void tCaptureImport::UpdateBuildedPackage(const char* package, unsigned int size, int, unsigned long timestamp)
-{
-    m_storage.WriteData(package, size, timestamp);
 }
 }  // namespace tool

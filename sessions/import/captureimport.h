@@ -7,20 +7,19 @@
 #include <vector>
 
 #include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/packagebuilderandsplitter.h"
+#include "KestovaStorage/packagerecorder.h"
 #include "KestovaStorage/pcapreader.h"
 
 namespace tool
 {
 // One thread at a time.
-class tCaptureImport : private iPackageObserver
+class tCaptureImport
 {
 public:
     // Records into a new folder below `root`, in files named after `name`; the first datagram starts it. Nothing that
     // is already there is deleted, however full the disk is. Throws tFailure for a root that is no folder or may not be
     // written.
     tCaptureImport(const std::string& root, std::string name);
-    ~tCaptureImport() override;
 
     // Throws tFailure where no file could be created.
     void add(const pcap::tPcapDatagram& datagram);
@@ -31,8 +30,6 @@ public:
     std::uint64_t tooLong() const { return m_tooLong; }  // longer than a datagram can be, left out
 
 private:
-    void UpdateSplittedPackage(const tRadarMsgPackage*, unsigned int, int) override {}
-    void UpdateBuildedPackage(const char* package, unsigned int size, int id, unsigned long timestamp) override;
     void start(std::uint64_t timeMs);
     void waitForDisk();
     void noteFile();
@@ -41,7 +38,7 @@ private:
     std::vector<std::string> m_files;
     std::uint64_t m_recorded = 0, m_tooLong = 0, m_queuedBytes = 0;
     storage::tDataStorageIO m_storage;
-    tPackageBuilderAndSplitter m_builder;  // writes into m_storage
+    Kestova::tPackageRecorder m_recorder{m_storage};
 };
 }  // namespace tool
 

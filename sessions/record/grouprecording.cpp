@@ -1,7 +1,5 @@
 #include "sessions/record/grouprecording.h"
 
-#include <chrono>
-
 #include "KestovaRecordings/failure.h"
 
 #include "sessions/record/recordingplace.h"
@@ -22,21 +20,14 @@ tGroupRecording::tGroupRecording(const std::vector<NetAddress>& groups, std::uin
         m_received.expect(group, eOtherType);
     m_storage.CreateNewWritingFile(0ul, "groups", compress);
     requireFileBelow(m_root, m_storage.GetCurrentWriteDataFileName());
-    m_builder.AddPackageObserer(this);
-    net::iUdpDataListener* const listener = this;
+    net::iDatagramListener* const listener = this;
     for (const NetAddress& group : groups)
     {
         auto& receiver = m_receivers[group];
-        receiver = std::make_unique<net::UdpReceiver>(listener, localIp, group, cReceiveBuffer);
+        receiver = std::make_unique<net::tDatagramReceiver>(listener, localIp, group, cReceiveBuffer);
         if (!receiver->valid())
             throw tFailure("a group could not be joined: see the line above");
     }
-}
-
-tGroupRecording::~tGroupRecording()
-{
-    m_receivers.clear();
-    m_builder.RemovePackageObserer(this);
 }
 
 void tGroupRecording::noteDiscarded()
@@ -65,11 +56,7 @@ void tGroupRecording::closeSockets()
 
 bool tGroupRecording::waitWritten(unsigned int timeoutMs)
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    if (!m_builder.WaitBuildIdle(timeoutMs))
-        return false;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    return m_storage.WaitWriteIdle(left.count() > 0 ? static_cast<unsigned int>(left.count()) : 0);
+    return m_storage.WaitWriteIdle(timeoutMs);
 }
 
 void tGroupRecording::closeFile()
@@ -77,15 +64,9 @@ void tGroupRecording::closeFile()
     m_storage.FinishWrite();
 }
 
-void tGroupRecording::OnUdpGroupDataReceived(const char*, int, const char* groupAddr, int groupPort, const char* data,
-                                             int len)
+void tGroupRecording::OnDatagram(const net::tReceivedDatagram& datagram)
 {
-    m_received.add(groupAddr, groupPort, data, len);
-    m_builder.BuildPackage(cInfo, groupAddr, groupPort, data, len, 0);
-}
-
-void tGroupRecording::UpdateBuildedPackage(const char* package, unsigned int size, int, unsigned long timestamp)
-{
-    m_storage.WriteData(package, size, timestamp);
+    m_received.add(datagram.group, datagram.data, datagram.len);
+    m_recorder.Record(cInfo, datagram.group, datagram.data, datagram.len, 0);
 }
 }  // namespace tool

@@ -9,20 +9,19 @@
 #include <vector>
 
 #include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/packagebuilderandsplitter.h"
-#include "UdpSocket/udpsocket.h"
+#include "KestovaStorage/packagerecorder.h"
+#include "UdpSocket/datagramreceiver.h"
 #include "sessions/record/receivedcounts.h"
 #include "sessions/record/recording.h"
 
 namespace tool
 {
-class tGroupRecording : public iRecording, private net::iUdpDataListener, private iPackageObserver
+class tGroupRecording : public iRecording, private net::iDatagramListener
 {
 public:
     // localIp 0: the kernel chooses the interface. `folder` is the storage root. Throws tFailure.
     tGroupRecording(const std::vector<NetAddress>& groups, std::uint32_t localIp, const std::string& folder,
                     bool compress);
-    ~tGroupRecording() override;
 
     tRecordingState state() override;
     void closeSockets() override;
@@ -32,18 +31,15 @@ public:
     void giveUpCompressing() override { m_storage.CancelCompressing(); }
 
 private:
-    void OnUdpGroupDataReceived(const char* fromAddr, int fromPort, const char* groupAddr, int groupPort,
-                                const char* data, int len) override;
-    void UpdateSplittedPackage(const tRadarMsgPackage*, unsigned int, int) override {}
-    void UpdateBuildedPackage(const char* package, unsigned int size, int id, unsigned long timestamp) override;
+    void OnDatagram(const net::tReceivedDatagram& datagram) override;
     void noteDiscarded();
 
     std::string m_root;
     tReceivedCounts m_received;
     std::map<tStreamKey, std::uint64_t> m_discarded;
     storage::tDataStorageIO m_storage;
-    tPackageBuilderAndSplitter m_builder;                                                   // writes into m_storage
-    std::map<NetAddress, std::unique_ptr<net::UdpReceiver>, tNetAddress_less> m_receivers;  // feed m_builder
+    Kestova::tPackageRecorder m_recorder{m_storage};
+    std::map<NetAddress, std::unique_ptr<net::tDatagramReceiver>, tNetAddress_less> m_receivers;  // feed m_recorder
 };
 }  // namespace tool
 

@@ -1,5 +1,4 @@
 #include "sessions/record/radarrecording.h"
-#include "KestovaRecordings/groupaddress.h"
 
 #include <algorithm>
 #include <chrono>
@@ -7,6 +6,7 @@
 #include <thread>
 
 #include "KestovaRecordings/failure.h"
+#include "KestovaStorage/servicegroups.h"
 #include "UdpSocket/udpsocket.h"
 #include "sessions/localaddress.h"
 
@@ -18,15 +18,6 @@ namespace
 {
 using namespace std::chrono_literals;
 
-// The groups that every radar shares; the saver joins them beside the radar's own.
-const std::vector<std::pair<NetAddress, tReadWriteType>>& sharedGroups()
-{
-    static const std::vector<std::pair<NetAddress, tReadWriteType>> groups = {
-        {parseGroup("236.6.7.20:6720"), eRadarCheck},
-        {parseGroup("236.6.7.4:6768"), eOtherType},
-        {parseGroup("236.6.7.5:6878"), eOtherType}};
-    return groups;
-}
 }  // namespace
 
 tRadarRecording::tRadarRecording(const tRadarChoice& radar, const tStreamChoice& streams, const std::string& localIp,
@@ -61,14 +52,14 @@ void tRadarRecording::chooseGroups(const RadarAddress& address, const tStreamCho
     }
     if (m_kinds.empty())
         throw tFailure("the radar has no address for any of the selected streams: choose other --streams");
-    for (const auto& [group, kind] : sharedGroups())
-        expect(group, kind);
+    for (const eServiceGroup group : {eRadarCheckGroup, eRadarNegotiationGroup, eMultiRadarServiceGroup})
+        expect(serviceAddress(group), cServiceGroups[group].msgInfo.rwType);
     std::sort(m_groups.begin(), m_groups.end(), tNetAddress_less());
     const auto same = [](const NetAddress& a, const NetAddress& b) { return a.ip == b.ip && a.port == b.port; };
     m_groups.erase(std::unique(m_groups.begin(), m_groups.end(), same), m_groups.end());
 }
 
-// The saver opens its sockets when the radar client has told it the local address, a moment after connect.
+// The saver opens its sockets when the radar client reports the local address, a moment after connect.
 void tRadarRecording::waitForSockets()
 {
     const auto deadline = std::chrono::steady_clock::now() + 5s;
@@ -136,7 +127,7 @@ void tRadarRecording::closeFile()
 
 void tRadarRecording::UpdateRecDataModify(const tUdpMsgInfo&, const char* groupAddr, int port, char* data, int len)
 {
-    m_received.add(groupAddr, port, data, len);
+    m_received.add({net::transAddr(groupAddr), net::HtoNs(static_cast<std::uint16_t>(port))}, data, len);
 }
 
 }  // namespace tool

@@ -19,9 +19,8 @@ void tReceivedCounts::expect(const NetAddress& group, tReadWriteType kind)
         m_table[keyFor(group, kind)];
 }
 
-void tReceivedCounts::add(const char* groupAddr, int groupPort, const char* data, int len)
+void tReceivedCounts::add(const NetAddress& group, const char* data, int len)
 {
-    const NetAddress group{net::transAddr(groupAddr), net::HtoNs(static_cast<std::uint16_t>(groupPort))};
     const tStreamKey key = keyOf(group);
     const std::lock_guard lock(m_mutex);
     m_table[key].add({data, static_cast<std::size_t>(len > 0 ? len : 0)});

@@ -16,10 +16,10 @@ class tReceivedCounts
 public:
     // Says which stream a group carries; of two streams on one group the first is kept.
     void expect(const NetAddress& group, tReadWriteType kind);
-    void add(const char* groupAddr, int groupPort, const char* data, int len);
+    void add(const NetAddress& group, const char* data, int len);
 
     tStreamCounts table() const;
-    tStreamKey keyOf(const NetAddress& group) const;  // otherType for a group nobody expected
+    tStreamKey keyOf(const NetAddress& group) const;  // otherType for a group that was not expected
 
 private:
     mutable std::mutex m_mutex;

@@ -31,8 +31,8 @@ struct tSimulation
 enum class eChannel : std::uint8_t
 {
     stream,
-    service,     // 236.6.7.5:6878
-    negotiation  // 236.6.7.4:6768
+    service,     // eMultiRadarServiceGroup
+    negotiation  // eRadarNegotiationGroup
 };
 
 struct tSimulatedDatagram

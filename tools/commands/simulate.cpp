@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "KestovaRecordings/failure.h"
+#include "KestovaStorage/servicegroups.h"
 #include "KestovaUtils/timeparser.h"
 #include "UdpSocket/udpsocket.h"
 #include "sessions/localaddress.h"
@@ -89,9 +90,9 @@ private:
     NetAddress destination(const tSimulatedDatagram& datagram) const
     {
         if (datagram.channel == eChannel::service)
-            return {net::transAddr("236.6.7.5"), net::HtoNs(6878)};
+            return serviceAddress(eMultiRadarServiceGroup);
         if (datagram.channel == eChannel::negotiation)
-            return {net::transAddr("236.6.7.4"), net::HtoNs(6768)};
+            return serviceAddress(eRadarNegotiationGroup);
         return m_address.streamAddress(datagram.kind);
     }
 

@@ -1,5 +1,7 @@
 #include "KestovaStorage/internal/package/deliveryworker.h"
 
+#include "KestovaStorage/internal/buffers/segmentsource.h"
+
 void tDeliveryWorker::start(tHandler handler)
 {
     m_handler = std::move(handler);
@@ -19,6 +21,24 @@ tDeliveryWorker::tRun::~tRun()
     m_held.unlock();
     if (asleep)
         m_worker.m_worker.notify();
+}
+
+void tDeliveryWorker::queue(std::size_t len, std::uint64_t, iSegmentSource& package)
+{
+    if (len < cLongSegment)
+    {
+        tRun(*this).push(len, [&](char* place) {
+            package.write(place);
+            package.queued(place);
+        });
+        return;
+    }
+    auto block = tWalkQueue::makeLink(len);
+    char* const place = block->reserve(len);
+    package.write(place);
+    tRun run(*this);
+    run.push(std::move(block));
+    package.queued(place);
 }
 
 // Hands over what is visible of the current block.

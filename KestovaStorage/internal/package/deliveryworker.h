@@ -19,11 +19,14 @@
 #include <utility>
 
 #include "KestovaStorage/internal/buffers/walkqueue.h"
+#include "KestovaStorage/internal/package/packagebuilder.h"
 #include "common/worker.h"
 
-class tDeliveryWorker
+class tDeliveryWorker : public iPackageSink
 {
 public:
+    static constexpr std::size_t cLongSegment = 128 * 1024;  // longer than any datagram; from here on copied unlocked
+
     // `waiting` is the number of segments behind this one.
     using tHandler = std::function<void(const char* bytes, std::size_t len, std::size_t waiting)>;
 
@@ -48,25 +51,15 @@ public:
         {
             fill(m_worker.m_chain.reserve(len));
         }
-        // Queues a segment that was written into a block of its own; stamp() is called under the lock.
-        template <typename tStamp>
-        void push(std::unique_ptr<tWalkQueue::tLink> block, tStamp stamp)
-        {
-            m_worker.m_chain.append(std::move(block));
-            stamp();
-        }
+        // Queues a segment that was written into a block of its own.
+        void push(std::unique_ptr<tWalkQueue::tLink> block) { m_worker.m_chain.append(std::move(block)); }
 
     private:
         tDeliveryWorker& m_worker;
         tWorker::tLock m_held;
     };
-    // Calls change() under the lock, between two pushes.
-    template <typename tChange>
-    void between(tChange change)
-    {
-        const auto held = m_worker.lock();
-        change();
-    }
+    // Queues one package; the thread that sleeps is notified.
+    void queue(std::size_t len, std::uint64_t timestamp_ms, iSegmentSource& package) override;
     // What waits is not handed over; a call under way goes on.
     void discard();
     // Waits until all that was queued before the call has been handled; false after `timeout`, or at once when called

@@ -1,45 +1,61 @@
 #include "KestovaStorage/internal/package/packagebuilder.h"
 
-#include <memory>
-#include <utility>
+#include "KestovaStorage/internal/buffers/segmentsource.h"
 
-#include "KestovaStorage/internal/package/deliveryworker.h"
-
-// write(place) fills the package, stamp(place, number) completes it where it lies in the queue.
-template <typename tWrite, typename tStamp>
-void tPackageBuilder::queue(std::size_t size, tWrite write, tStamp stamp)
+namespace
 {
-    if (size < cLongPackage)
+class tWrappedPayload final : public iSegmentSource
+{
+public:
+    tWrappedPayload(const tPackageFields& fields, const char* payload, std::size_t payloadLen,
+                    std::atomic<std::uint32_t>& count)
+        : m_fields(fields), m_payload(payload), m_payloadLen(payloadLen), m_count(count)
+    {}
+    void write(char* place) override { writePackage(place, m_fields, m_payload, m_payloadLen); }
+    void queued(char* place) override
     {
-        tDeliveryWorker::tRun(m_queue).push(size, [&](char* place) {
-            write(place);
-            stamp(place, m_buildedPackCnt++);
-        });
-        return;
+        const std::uint32_t number = m_count++;
+        if (place != nullptr)
+            stampPackCnt(place, number);
     }
-    auto block = tWalkQueue::makeLink(size);
-    char* const place = block->reserve(size);
-    write(place);
-    tDeliveryWorker::tRun(m_queue).push(std::move(block), [&] { stamp(place, m_buildedPackCnt++); });
-}
 
-void tPackageBuilder::build(tPackageFields fields, const char* payload, std::size_t payloadLen)
+private:
+    const tPackageFields& m_fields;
+    const char* const m_payload;
+    const std::size_t m_payloadLen;
+    std::atomic<std::uint32_t>& m_count;
+};
+
+class tReadyPackage final : public iSegmentSource
 {
-    queue(
-        packageSize(payloadLen), [&](char* place) { writePackage(place, fields, payload, payloadLen); }, stampPackCnt);
+public:
+    tReadyPackage(char* package, std::size_t len, std::atomic<std::uint32_t>& count)
+        : m_package(package), m_len(len), m_count(count)
+    {}
+    void write(char* place) override { std::memcpy(place, m_package, m_len); }
+    void queued(char* place) override
+    {
+        const std::uint32_t number = m_count++;
+        stampPackCnt(m_package, number);
+        if (place != nullptr)
+            stampPackCnt(place, number);
+    }
+
+private:
+    char* const m_package;
+    const std::size_t m_len;
+    std::atomic<std::uint32_t>& m_count;
+};
+}  // namespace
+
+void tPackageBuilder::build(const tPackageFields& fields, const char* payload, std::size_t payloadLen)
+{
+    tWrappedPayload package(fields, payload, payloadLen, m_buildedPackCnt);
+    m_sink.queue(packageSize(payloadLen), fields.timestamp_ms, package);
 }
 
 void tPackageBuilder::queueReady(char* package, std::size_t len)
 {
-    queue(
-        len, [&](char* place) { std::memcpy(place, package, len); },
-        [&](char* place, std::uint32_t number) {
-            stampPackCnt(package, number);
-            stampPackCnt(place, number);
-        });
-}
-
-void tPackageBuilder::resetCount()
-{
-    m_queue.between([this] { m_buildedPackCnt = 0; });
+    tReadyPackage ready(package, len, m_buildedPackCnt);
+    m_sink.queue(len, le::load<std::uint64_t>(package + offsetof(tRadarMsgPackage, timestamp_ms)), ready);
 }

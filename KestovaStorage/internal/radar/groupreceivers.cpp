@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -10,69 +11,79 @@ namespace Kestova
 {
 namespace
 {
-using tReceivers = std::vector<std::unique_ptr<net::UdpReceiver>>;
+using tSources = std::vector<std::unique_ptr<iDatagramSource>>;
 
-// A receiver ends when the callback it is in has returned. Each has a thread to wait on, so that many slow callbacks
+// A source ends when the callback it is in has returned. Each has a thread to wait on, so that many slow callbacks
 // take no longer than the slowest.
-void endAll(tReceivers receivers)
+void endAll(tSources sources)
 {
     std::vector<std::thread> waiting;
-    waiting.reserve(receivers.size());
-    for (std::unique_ptr<net::UdpReceiver>& receiver : receivers)
+    waiting.reserve(sources.size());
+    for (std::unique_ptr<iDatagramSource>& source : sources)
     {
         try
         {
-            waiting.emplace_back([ending = std::move(receiver)]() mutable { ending.reset(); });
+            waiting.emplace_back([ending = std::move(source)]() mutable { ending.reset(); });
         }
         catch (const std::system_error&)
         {
-            // No thread to be had: the receiver has ended with the lambda that held it.
+            // No thread could be started: the source has ended with the lambda that held it.
         }
     }
     for (std::thread& thread : waiting)
         thread.join();
+}
+
+tGroupRow rowOf(const tRadarGroup& group)
+{
+    tGroupRow row{group.msgInfo, {}};
+    net::transAddr(group.address.ip).copy(row.text.data(), row.text.size() - 1);
+    return row;
 }
 }  // namespace
 
 void tGroupReceivers::open(const std::vector<tRadarGroup>& groups, std::uint32_t localIp)
 {
     close();
+    tTable table{groups, {}};
+    std::transform(groups.begin(), groups.end(), std::back_inserter(table.rows), rowOf);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_recSockInfo = groups;
+        m_recSockInfo = std::move(table);
     }
-    tReceivers receivers;
-    receivers.reserve(groups.size());
+    tSources sources;
+    sources.reserve(groups.size());
     for (const tRadarGroup& group : groups)
-        receivers.push_back(receiverOf(group, localIp));
+        sources.push_back(sourceOf(group, localIp));
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_receivers = std::move(receivers);
+    m_sources = std::move(sources);
 }
 
 bool tGroupReceivers::close()
 {
-    tReceivers ending;
+    tSources ending;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        ending.swap(m_receivers);
+        ending.swap(m_sources);
     }
     endAll(std::move(ending));  // their last callbacks use the table
-    std::vector<tRadarGroup> left;
+    tTable left;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    left.swap(m_recSockInfo);
-    return !left.empty();
+    std::swap(left, m_recSockInfo);
+    return !left.groups.empty();
 }
 
-bool tGroupReceivers::find(const NetAddress& address, tUdpMsgInfo& msgInfo) const
+bool tGroupReceivers::find(const NetAddress& address, tGroupRow& row) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::vector<tRadarGroup>& groups = m_recSockInfo.groups;
     // Twenty-one rows at most: a walk over them is faster than a tree.
-    const auto row = std::find_if(m_recSockInfo.begin(), m_recSockInfo.end(), [&](const tRadarGroup& group) {
-        return group.address.ip == address.ip && group.address.port == address.port;
+    const auto group = std::find_if(groups.begin(), groups.end(), [&](const tRadarGroup& known) {
+        return known.address.ip == address.ip && known.address.port == address.port;
     });
-    if (row == m_recSockInfo.end())
+    if (group == groups.end())
         return false;
-    msgInfo = row->msgInfo;
+    row = m_recSockInfo.rows[static_cast<std::size_t>(group - groups.begin())];
     return true;
 }
 
@@ -80,25 +91,25 @@ std::vector<tGroupState> tGroupReceivers::states() const
 {
     std::vector<tGroupState> states;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    for (std::size_t i = 0; i < m_receivers.size(); ++i)
+    for (std::size_t i = 0; i < m_sources.size(); ++i)
     {
-        tGroupState state{m_recSockInfo[i], false, {}};
-        if (const net::UdpReceiver* receiver = m_receivers[i].get())
+        tGroupState state{m_recSockInfo.groups[i], false, {}};
+        if (const iDatagramSource* source = m_sources[i].get())
         {
-            state.joined = receiver->valid();
-            state.counters = receiver->counters();
+            state.joined = source->joined();
+            state.counters = source->counters();
         }
         states.push_back(state);
     }
     return states;
 }
 
-std::unique_ptr<net::UdpReceiver> tGroupReceivers::receiverOf(const tRadarGroup& group, std::uint32_t localIp) const
+std::unique_ptr<iDatagramSource> tGroupReceivers::sourceOf(const tRadarGroup& group, std::uint32_t localIp) const
 try
 {
-    return std::make_unique<net::UdpReceiver>(m_listener, localIp, group.address, group.recBuffSize);
+    return m_transport.openSource(m_listener, group.address, localIp, group.recBuffSize);
 }
-catch (const std::system_error& error)  // no thread to be had: the other groups are still worth recording
+catch (const std::system_error& error)  // no thread could be started: the other groups are still worth recording
 {
     std::fprintf(stderr, "Radar data saver: group %s:%u cannot be received: %s\n",
                  net::transAddr(group.address.ip).c_str(), unsigned{net::NtoHs(group.address.port)}, error.what());

@@ -1,23 +1,24 @@
-// tGroupReceivers: the groups a recorder has joined, one receiver a group.
+// tGroupReceivers: the groups a recorder has joined, one source of datagrams a group.
 //
-// Shapes   the table of groups is built whole and in place before the first receiver starts, so that every datagram
-//          finds its row; receivers end before the table goes, so that none that was received is turned away.
-// Owner    owns the receivers; the listener outlives it.
+// Shapes   the table of groups is built whole and in place before the first source opens, so that every datagram
+//          finds its row; sources end before the table goes, so that none that was received is turned away.
+// Owner    owns the sources; listener and transport outlive it.
 // Threads  open() and close() one at a time, never from inside a callback of the listener: they wait for it. find()
 //          and states() from any thread, inside a callback too. The lock is held for moments only, never while a
-//          receiver is made or destroyed. (Copying the 5 bytes of a row out under the lock costs half of what handing
-//          out a share of the table does.)
-// Errors   a group that cannot be joined keeps its row and is told by states(); why is said on standard error.
+//          source is opened or destroyed. (Copying a row out under the lock costs half of what handing out a share of
+//          the table does.)
+// Errors   a group that cannot be joined keeps its row and states() shows it; the reason is on standard error.
 #ifndef KESTOVA_STORAGE_RADAR_GROUPRECEIVERS_H
 #define KESTOVA_STORAGE_RADAR_GROUPRECEIVERS_H
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <vector>
 
 #include "KestovaStorage/internal/radar/radarstreams.h"
-#include "UdpSocket/udpsocket.h"
+#include "KestovaStorage/internal/radar/transport.h"
 
 namespace Kestova
 {
@@ -28,10 +29,19 @@ struct tGroupState
     net::tUdpReceiverCounters counters;
 };
 
+// What a recorder needs of a group at every datagram.
+struct tGroupRow
+{
+    tUdpMsgInfo msgInfo;
+    std::array<char, 16> text;  // the group's address, dotted
+};
+
 class tGroupReceivers
 {
 public:
-    explicit tGroupReceivers(net::iUdpDataListener* listener) : m_listener(listener) {}
+    explicit tGroupReceivers(net::iDatagramListener* listener, iTransport& transport = defaultTransport())
+        : m_listener(listener), m_transport(transport)
+    {}
     ~tGroupReceivers() { close(); }
     tGroupReceivers(const tGroupReceivers&) = delete;
     tGroupReceivers& operator=(const tGroupReceivers&) = delete;
@@ -41,19 +51,25 @@ public:
     // Leaves all groups; whether there were any. No call to the listener is under way afterwards.
     bool close();
 
-    // The info block of a joined group; false for an address that is none.
-    bool find(const NetAddress& address, tUdpMsgInfo& msgInfo) const;
+    // The row of a joined group; false for an address that is none.
+    bool find(const NetAddress& address, tGroupRow& row) const;
     // Every joined group, in the order of open(); none while they are being joined or left.
     std::vector<tGroupState> states() const;
 
 private:
-    using tReceivers = std::vector<std::unique_ptr<net::UdpReceiver>>;
-    std::unique_ptr<net::UdpReceiver> receiverOf(const tRadarGroup& group, std::uint32_t localIp) const;
+    using tSources = std::vector<std::unique_ptr<iDatagramSource>>;
+    struct tTable
+    {
+        std::vector<tRadarGroup> groups;
+        std::vector<tGroupRow> rows;  // one a group
+    };
+    std::unique_ptr<iDatagramSource> sourceOf(const tRadarGroup& group, std::uint32_t localIp) const;
 
-    net::iUdpDataListener* const m_listener;
+    net::iDatagramListener* const m_listener;
+    iTransport& m_transport;
     mutable std::mutex m_mutex;
-    std::vector<tRadarGroup> m_recSockInfo;  // guarded by m_mutex
-    tReceivers m_receivers;                  // guarded by m_mutex; one a group, null where it could not be made
+    tTable m_recSockInfo;  // guarded by m_mutex
+    tSources m_sources;    // guarded by m_mutex; one a group, null where it could not be opened
 };
 }  // namespace Kestova
 

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "UdpSocket/udpsocket.h"
-
 namespace Kestova
 {
 const std::array<tUdpSocketInfo, eTotalReadWriteTypes> RadarMsgSocketInfos{{
@@ -27,19 +25,8 @@ const std::array<tUdpSocketInfo, eTotalReadWriteTypes> RadarMsgSocketInfos{{
     {{0, 0, 0, 0, 0}, 0},                             // row of eRadarClientState
 }};
 
-const std::array<tFixedGroup, 3> cFixedGroups{{
-    {"236.6.7.20", 6720, {1, 2, eReadType, eRadarCheck, 0}},
-    {"236.6.7.4", 6768, {0, 1, eMultiRadarNegotiate, eOtherType, 0}},
-    {"236.6.7.5", 6878, {0, 0, eMultiRadarService, eOtherType, 0}},
-}};
-
 namespace
 {
-NetAddress addressOf(const tFixedGroup& fixed)
-{
-    return {net::transAddr(fixed.group), net::HtoNs(fixed.port)};
-}
-
 void addOnce(std::vector<tRadarGroup>& groups, const tRadarGroup& wanted)
 {
     const bool known = std::any_of(groups.begin(), groups.end(), [&](const tRadarGroup& group) {
@@ -50,9 +37,10 @@ void addOnce(std::vector<tRadarGroup>& groups, const tRadarGroup& wanted)
 }
 }  // namespace
 
-NetAddress serviceGroup()
+const NetAddress& serviceGroup()
 {
-    return addressOf(cFixedGroups.back());
+    static const NetAddress s_group = serviceAddress(eMultiRadarServiceGroup);
+    return s_group;
 }
 
 std::vector<tRadarGroup> radarGroups(const RadarAddress& radar, const std::vector<eReadWriteType>& types)
@@ -67,8 +55,8 @@ std::vector<tRadarGroup> radarGroups(const RadarAddress& radar, const std::vecto
         if (address.ip != 0 && address.port != 0)
             addOnce(groups, {address, row.msgInfo, row.recBuffSize});
     }
-    for (const tFixedGroup& fixed : cFixedGroups)
-        addOnce(groups, {addressOf(fixed), fixed.msgInfo, cFixedGroupBuffSize});
+    for (const eServiceGroup group : {eRadarCheckGroup, eRadarNegotiationGroup, eMultiRadarServiceGroup})
+        addOnce(groups, {serviceAddress(group), cServiceGroups[group].msgInfo, cServiceGroupBuffSize});
     return groups;
 }
 }  // namespace Kestova

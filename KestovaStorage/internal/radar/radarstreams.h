@@ -1,6 +1,6 @@
 // What a recorder knows about the groups it joins: the info block stamped on their packages and the receive buffer.
 //
-// Shapes   one row for each of the eighteen stream kinds, and three groups that every recorder joins besides.
+// Shapes   one row for each of the eighteen stream kinds; the groups of servicegroups.h are joined besides.
 // Threads  constants and pure functions.
 #ifndef KESTOVA_STORAGE_RADAR_RADARSTREAMS_H
 #define KESTOVA_STORAGE_RADAR_RADARSTREAMS_H
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "KestovaStorage/radarmsgpackage.h"
+#include "KestovaStorage/servicegroups.h"
 #include "KestovaUtils/multiradarclient.h"
 #include "UdpSocket/netaddress.h"
 
@@ -19,15 +20,7 @@ namespace Kestova
 // zero. Recordings have been stamped that way from the start and their readers expect it.
 extern const std::array<tUdpSocketInfo, eTotalReadWriteTypes> RadarMsgSocketInfos;
 
-// A group that is joined whatever streams are wanted; its receive buffer is cFixedGroupBuffSize bytes.
-struct tFixedGroup
-{
-    const char* group;
-    std::uint16_t port;
-    tUdpMsgInfo msgInfo;
-};
-extern const std::array<tFixedGroup, 3> cFixedGroups;  // in the order in which they are joined
-constexpr int cFixedGroupBuffSize = 1024;
+constexpr int cServiceGroupBuffSize = 1024;  // receive buffer of a service group, in bytes
 
 // One group to join.
 struct tRadarGroup
@@ -37,12 +30,11 @@ struct tRadarGroup
     int recBuffSize;
 };
 
-// The group of the multi-radar service, the last of the fixed ones: what arrives there is a sign of life of the
-// service, and queries are sent there.
-NetAddress serviceGroup();
+// The address of eMultiRadarServiceGroup, made once: asked at every datagram.
+const NetAddress& serviceGroup();
 
-// The groups to join for the stream kinds `types` of a radar, in their order, then the fixed ones. A kind without an
-// address is left out, and so is a group that another kind has already.
+// The groups to join for the stream kinds `types` of a radar, in their order, then the service groups. A kind without
+// an address is left out, and so is a group that another kind has already.
 std::vector<tRadarGroup> radarGroups(const RadarAddress& radar, const std::vector<eReadWriteType>& types);
 }  // namespace Kestova
 

@@ -24,10 +24,10 @@ tServiceQuery::tServiceQuery(tTiming timing) : m_timing(timing)
     });
 }
 
-void tServiceQuery::setSender(std::unique_ptr<net::UdpSender> sender)
+void tServiceQuery::setSink(std::unique_ptr<iDatagramSink> sink)
 {
     const std::lock_guard<std::mutex> lock(m_senderMutex);
-    m_querySender.swap(sender);
+    m_querySender.swap(sink);
 }
 
 bool tServiceQuery::ask(tServiceSilence::tTime now)
@@ -35,6 +35,6 @@ bool tServiceQuery::ask(tServiceSilence::tTime now)
     if (!m_silence.lasts(now, m_timing.silence))
         return false;
     const std::lock_guard<std::mutex> lock(m_senderMutex);
-    return m_querySender && m_querySender->sendData(cQuery.data(), static_cast<int>(cQuery.size()));
+    return m_querySender && m_querySender->send(cQuery.data(), static_cast<int>(cQuery.size()));
 }
 }  // namespace Kestova

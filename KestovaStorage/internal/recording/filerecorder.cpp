@@ -7,6 +7,7 @@
 #include <system_error>
 #include <utility>
 
+#include "KestovaStorage/internal/buffers/segmentsource.h"
 #include "KestovaStorage/internal/datafile/naming.h"
 #include "KestovaStorage/internal/disk/paths.h"
 
@@ -95,6 +96,20 @@ catch (const std::system_error& error)
 
 void tFileRecorder::writeData(const char* data, std::size_t len, tTimes_ms timestamp)
 {
+    offer(
+        len, timestamp, [&](char* place) { std::memcpy(place, data, len); }, [](char*) {});
+}
+
+void tFileRecorder::writeSegment(iSegmentSource& segment, std::size_t len, tTimes_ms timestamp)
+{
+    offer(
+        len, timestamp, [&](char* place) { segment.write(place); }, [&](char* place) { segment.queued(place); });
+}
+
+// write(place) fills the segment; queued(place) follows under the queue's lock, with null where it is dropped.
+template <typename tWrite, typename tQueued>
+void tFileRecorder::offer(std::size_t len, tTimes_ms timestamp, tWrite write, tQueued queued)
+{
     ++m_saveCnt;
     if (len == 0)
         return;
@@ -102,20 +117,23 @@ void tFileRecorder::writeData(const char* data, std::size_t len, tTimes_ms times
     if (refused && !m_refusalReported.exchange(true))
         std::fprintf(stderr, "WriteData: a segment of %zu bytes with time stamp %lu is beyond the limits, refused\n",
                      len, timestamp);
-    if (refused)
-        ++m_lostCnt;
-    else
-        accept(data, len, timestamp);
+    if (!refused)
+        return accept(len, timestamp, write, queued);
+    ++m_lostCnt;
+    queued(nullptr);
 }
 
-void tFileRecorder::accept(const char* data, std::size_t len, tTimes_ms timestamp)
+template <typename tWrite, typename tQueued>
+void tFileRecorder::accept(std::size_t len, tTimes_ms timestamp, tWrite write, tQueued queued)
 try
 {
     std::unique_ptr<tSegmentBlock> own;
+    char* place = nullptr;
     if (len > cCopyUnderLock)
     {
         own = std::make_unique<tSegmentBlock>(len + cCopyUnderLock);  // with room for short ones behind it
-        std::memcpy(own->push(len, timestamp), data, len);
+        place = own->push(len, timestamp);
+        write(place);
     }
     bool wake = false;
     {
@@ -123,12 +141,14 @@ try
         if (!m_writeDataThread.running())
         {
             ++m_lostCnt;
+            queued(nullptr);
             return;
         }
         if (own)
             m_writeDataFifo.push(std::move(own));
         else
-            m_writeDataFifo.push(data, len, timestamp);
+            write(place = m_writeDataFifo.push(len, timestamp));
+        queued(place);
         ++m_acceptedCnt;
         const bool backlog = !m_hurry && m_writeDataFifo.bytes() >= cGatherBytes;
         wake = m_writerSleeps || backlog;

@@ -23,6 +23,8 @@
 #include "KestovaUtils/timeparser.h"
 #include "common/worker.h"
 
+class iSegmentSource;
+
 namespace storage
 {
 enum tStorageState : std::uint8_t
@@ -42,6 +44,8 @@ public:
     bool createNewWritingFile(const std::string& extFileName, tTimes_ms timestamp, const std::string& customFolderPath,
                               bool compress);
     void writeData(const char* data, std::size_t len, tTimes_ms timestamp);
+    // The same for a segment of `len` bytes that is written where the queue has room for it.
+    void writeSegment(iSegmentSource& segment, std::size_t len, tTimes_ms timestamp);
     void finishWrite();
     bool waitWriteIdle(unsigned int timeout_ms);
 
@@ -80,7 +84,10 @@ private:
     void finishFile();
     void finish();
 
-    void accept(const char* data, std::size_t len, tTimes_ms timestamp);
+    template <typename tWrite, typename tQueued>
+    void offer(std::size_t len, tTimes_ms timestamp, tWrite write, tQueued queued);
+    template <typename tWrite, typename tQueued>
+    void accept(std::size_t len, tTimes_ms timestamp, tWrite write, tQueued queued);
     void writeLoop();
     bool writeBatch(const tSegmentBlocks& batch);
     void writeBlock(const tSegmentBlock& block);

@@ -7,7 +7,7 @@ namespace Kestova
 {
 bool tSenderPool::send(const NetAddress& address, const char* data, int len)
 {
-    return senderOf(address)->sendData(data, len);
+    return senderOf(address)->send(data, len);
 }
 
 std::size_t tSenderPool::size() const
@@ -30,9 +30,7 @@ tSenderPool::tSender tSenderPool::senderOf(const NetAddress& address)
     if (row == m_sendSockInfo.end())
     {
         makeRoom();
-        const auto sender = std::make_shared<net::UdpSender>(address, m_localIp, 0);
-        sender->setMulticastLoop(true);
-        row = m_sendSockInfo.emplace(address, tRow{sender, 0}).first;
+        row = m_sendSockInfo.emplace(address, tRow{m_transport.openSink(address, m_localIp), 0}).first;
     }
     row->second.lastUse = ++m_uses;
     return row->second.sender;
@@ -42,10 +40,10 @@ void tSenderPool::makeRoom()
 {
     if (m_sendSockInfo.size() < cMaxSenders)
         return;
-    if (!m_toldFull)
+    if (!m_reportedFull)
         std::fprintf(stderr, "Radar data replayer: more than %zu destinations, sockets are opened again and again\n",
                      cMaxSenders);
-    m_toldFull = true;
+    m_reportedFull = true;
     m_sendSockInfo.erase(
         std::min_element(m_sendSockInfo.begin(), m_sendSockInfo.end(),
                          [](const auto& a, const auto& b) { return a.second.lastUse < b.second.lastUse; }));

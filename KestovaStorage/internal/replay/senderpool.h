@@ -1,10 +1,10 @@
-// tSenderPool: the sockets through which a replay reaches the network, one for each destination, made at first use.
+// tSenderPool: the sinks through which a replay reaches the network, one for each destination, opened at first use.
 //
-// Shapes   at most cMaxSenders at a time: the one that was not used for longest makes room, said once. A recording
-//          can name any number of destinations; this process has a limit of descriptors.
+// Shapes   at most cMaxSenders at a time: the one that was not used for longest makes room, which is
+//          reported once. A recording can name any number of destinations; this process has a limit of descriptors.
 // Threads  any. The lock is held for moments only, never while sending; a sender that leaves the table while another
 //          thread sends through it ends after that.
-// Errors   a socket that cannot be made, and the first datagram it refuses, are reported by the sender itself.
+// Errors   a sink that cannot be opened, and the first datagram that it refuses, are reported by the sink.
 #ifndef KESTOVA_STORAGE_REPLAY_SENDERPOOL_H
 #define KESTOVA_STORAGE_REPLAY_SENDERPOOL_H
 
@@ -15,7 +15,7 @@
 #include <mutex>
 #include <string>
 
-#include "UdpSocket/udpsocket.h"
+#include "KestovaStorage/internal/radar/transport.h"
 
 namespace Kestova
 {
@@ -24,16 +24,17 @@ class tSenderPool
 public:
     static constexpr std::size_t cMaxSenders = 256;
 
-    explicit tSenderPool(std::uint32_t localIp) : m_localIp(localIp) {}
+    explicit tSenderPool(std::uint32_t localIp, iTransport& transport = defaultTransport())
+        : m_localIp(localIp), m_transport(transport)
+    {}
 
-    // Sends `len` bytes to `address` with multicast loopback on, so that displays on this machine hear them too.
-    // Whether they went out.
+    // Sends `len` bytes to `address`; displays on this machine hear them too. Returns whether they went out.
     bool send(const NetAddress& address, const char* data, int len);
     std::size_t size() const;
     void clear();
 
 private:
-    using tSender = std::shared_ptr<net::UdpSender>;
+    using tSender = std::shared_ptr<iDatagramSink>;
     struct tRow
     {
         tSender sender;
@@ -44,10 +45,11 @@ private:
     void makeRoom();
 
     const std::uint32_t m_localIp;
+    iTransport& m_transport;
     mutable std::mutex m_mutex;
     std::map<NetAddress, tRow, tNetAddress_less> m_sendSockInfo;  // guarded by m_mutex
     std::uint64_t m_uses = 0;                                     // guarded by m_mutex
-    bool m_toldFull = false;                                      // guarded by m_mutex
+    bool m_reportedFull = false;                                  // guarded by m_mutex
 };
 }  // namespace Kestova
 

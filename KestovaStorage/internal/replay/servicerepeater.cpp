@@ -24,10 +24,9 @@ std::vector<std::string> tServiceMessages::alive(tTime now)
     return left;
 }
 
-tServiceRepeater::tServiceRepeater(std::uint32_t localIp, std::chrono::milliseconds period)
-    : m_sender(serviceGroup(), localIp, 0)
+tServiceRepeater::tServiceRepeater(std::uint32_t localIp, std::chrono::milliseconds period, iTransport& transport)
+    : m_sink(transport.openSink(serviceGroup(), localIp))
 {
-    m_sender.setMulticastLoop(true);
     m_servicesThread.start([this, period] {
         while (m_servicesThread.sleepFor(period))
             sendAlive();
@@ -60,6 +59,6 @@ void tServiceRepeater::sendAlive()
         messages = m_radarServicesMap.alive(steadySeconds());
     }
     for (const std::string& message : messages)
-        m_sender.sendData(message.data(), static_cast<int>(message.size()));
+        m_sink->send(message.data(), static_cast<int>(message.size()));
 }
 }  // namespace Kestova

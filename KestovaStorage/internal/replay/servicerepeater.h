@@ -7,12 +7,13 @@
 
 #include <chrono>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "UdpSocket/udpsocket.h"
+#include "KestovaStorage/internal/radar/transport.h"
 #include "common/worker.h"
 
 namespace Kestova
@@ -40,7 +41,8 @@ public:
     static constexpr std::chrono::milliseconds cPeriod{3000};
 
     // Sends on the interface with this address from now on, every `period`.
-    explicit tServiceRepeater(std::uint32_t localIp, std::chrono::milliseconds period = cPeriod);
+    explicit tServiceRepeater(std::uint32_t localIp, std::chrono::milliseconds period = cPeriod,
+                              iTransport& transport = defaultTransport());
     ~tServiceRepeater();
 
     void take(std::string_view message);
@@ -51,7 +53,7 @@ private:
 
     std::mutex m_radarServicesMutex;
     tServiceMessages m_radarServicesMap;  // guarded by m_radarServicesMutex
-    net::UdpSender m_sender;
+    const std::unique_ptr<iDatagramSink> m_sink;
     tWorker m_servicesThread;
 };
 }  // namespace Kestova

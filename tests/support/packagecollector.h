@@ -1,6 +1,6 @@
-// tPackageRecorder: an observer that keeps every call, and tGate, a door that a call can be held at.
-#ifndef KESTOVA_TESTS_PACKAGERECORDER_H
-#define KESTOVA_TESTS_PACKAGERECORDER_H
+// tPackageCollector: an observer that keeps every call, and tGate, a door that a call can be held at.
+#ifndef KESTOVA_TESTS_PACKAGECOLLECTOR_H
+#define KESTOVA_TESTS_PACKAGECOLLECTOR_H
 
 #include <atomic>
 #include <cstddef>
@@ -36,7 +36,7 @@ struct tPackageCall
     std::thread::id thread;
 };
 
-class tPackageRecorder : public iPackageObserver
+class tPackageCollector : public iPackageObserver
 {
 public:
     void UpdateSplittedPackage(const tRadarMsgPackage* package, unsigned size, int id) override

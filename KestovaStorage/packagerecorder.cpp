@@ -1,0 +1,51 @@
+#include "KestovaStorage/packagerecorder.h"
+
+#include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/datastorageioprivate.h"
+#include "KestovaStorage/internal/package/packagebuilder.h"
+#include "KestovaUtils/timeparser.h"
+#include "UdpSocket/udpsocket.h"
+
+namespace Kestova
+{
+// The one place where packages meet the storage engine.
+class tPackageRecorderPrivate final : private iPackageSink
+{
+public:
+    explicit tPackageRecorderPrivate(storage::tDataStorageIO& storage) : m_writer(storage.d->m_writer) {}
+
+    tPackageBuilder& builder() { return m_builder; }
+
+private:
+    void queue(std::size_t len, std::uint64_t timestamp_ms, iSegmentSource& package) override
+    {
+        m_writer.writeSegment(package, len, timestamp_ms);
+    }
+
+    storage::tFileRecorder& m_writer;
+    tPackageBuilder m_builder{*this};
+};
+
+tPackageRecorder::tPackageRecorder(storage::tDataStorageIO& storage) : d(new tPackageRecorderPrivate(storage)) {}
+
+tPackageRecorder::~tPackageRecorder()
+{
+    delete d;
+}
+
+void tPackageRecorder::Record(const tUdpMsgInfo& info, const NetAddress& group, const char* data, int len,
+                              unsigned long timestamp)
+{
+    tPackageFields fields{};
+    fields.msgInfo = info;
+    fields.udpAddr = group.ip;
+    fields.udpPort = net::NtoHs(group.port);
+    fields.timestamp_ms = timestamp != 0 ? timestamp : utils::time::tTimeParser::GetCurrentTime_ms();
+    d->builder().build(fields, data, data != nullptr && len > 0 ? static_cast<std::size_t>(len) : 0);
+}
+
+uint32_t tPackageRecorder::GetRecordedCnt() const
+{
+    return d->builder().count();
+}
+}  // namespace Kestova

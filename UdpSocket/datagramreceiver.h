@@ -1,0 +1,50 @@
+// The same receiver as net::UdpReceiver for listeners that want addresses as numbers: no text is made for a datagram.
+#ifndef KESTOVA_DATAGRAMRECEIVER_H
+#define KESTOVA_DATAGRAMRECEIVER_H
+
+#include <stdint.h>
+
+#include "UdpSocket/kestovaapi.h"
+#include "UdpSocket/netaddress.h"
+#include "UdpSocket/udpsocket.h"
+
+namespace net
+{
+// One datagram: `len` bytes at `data` (0 for an empty one), which may be changed in place.
+struct tReceivedDatagram
+{
+    NetAddress from;
+    NetAddress group;  // the one that the receiver was made for
+    char* data;
+    int len;
+};
+
+class KESTOVA_API iDatagramListener
+{
+public:
+    virtual ~iDatagramListener() = default;
+    // Called on the receiver's own thread, one call at a time for one receiver; receivers of different groups call at
+    // the same time. The datagram is valid during the call only. Must not throw.
+    virtual void OnDatagram(const tReceivedDatagram& datagram) = 0;
+};
+
+// Everything that udpsocket.h promises of net::UdpReceiver holds here too.
+class KESTOVA_API tDatagramReceiver
+{
+public:
+    tDatagramReceiver(iDatagramListener* listener, uint32_t localIp, const NetAddress& group, int recBuffSize);
+    ~tDatagramReceiver();
+    tDatagramReceiver(const tDatagramReceiver&) = delete;
+    tDatagramReceiver& operator=(const tDatagramReceiver&) = delete;
+
+    bool valid() const;
+    tUdpReceiverCounters counters() const;
+    int receiveBufferSize() const;
+
+private:
+    class tDatagramReceiverPrivate;
+    tDatagramReceiverPrivate* d;
+};
+}  // namespace net
+
+#endif

@@ -1,0 +1,176 @@
+#include "UdpSocket/internal/groupsocket.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <linux/sock_diag.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <utility>
+
+#include "UdpSocket/internal/udpaddress.h"
+
+namespace net
+{
+namespace
+{
+// A radar sends its spokes in bursts; what does not fit the receive buffer is what a recording loses first.
+constexpr int cLeastReceiveBuffer = 4 * 1024 * 1024;
+
+// Beyond the system's limit where this process may, up to the limit otherwise.
+void askForReceiveBuffer(int socket, int size)
+{
+    if (!setOption(socket, SOL_SOCKET, SO_RCVBUFFORCE, size))
+        setOption(socket, SOL_SOCKET, SO_RCVBUF, size);
+}
+
+bool join(int socket, std::uint32_t group, std::uint32_t localIp)
+{
+    ip_mreqn membership{};
+    membership.imr_multiaddr.s_addr = group;
+    membership.imr_address.s_addr = localIp;
+    return setOption(socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, membership);
+}
+
+// Bound to the group's own address, other groups on the port stay out; without IP_MULTICAST_ALL so do the same group's
+// datagrams on other interfaces, which another socket of this machine may have joined there.
+bool bindToGroup(int socket, std::uint32_t localIp, const NetAddress& group)
+{
+    if (group.port == 0)
+    {
+        errno = EINVAL;
+        return false;
+    }
+    const int on = 1;
+    const int off = 0;
+    const sockaddr_in address = socketAddress(group.ip, group.port);
+    if (!setOption(socket, SOL_SOCKET, SO_REUSEADDR, on) || !setOption(socket, IPPROTO_IP, IP_MULTICAST_ALL, off) ||
+        ::bind(socket, asSockaddr(address), sizeof address) != 0)
+        return false;
+    return !isMulticast(group.ip) || join(socket, group.ip, localIp);
+}
+
+// A socket on the group, or an invalid one with errno set.
+tDescriptor openReceiveSocket(std::uint32_t localIp, const NetAddress& group, int recBuffSize)
+{
+    tDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!socket.valid())
+        return socket;
+    const int on = 1;
+    askForReceiveBuffer(socket.get(), std::max(recBuffSize, cLeastReceiveBuffer));
+    setOption(socket.get(), SOL_SOCKET, SO_RXQ_OVFL, on);  // without it counters() still asks
+    if (bindToGroup(socket.get(), localIp, group))
+        return socket;
+    const int reason = errno;
+    socket.reset();
+    errno = reason;
+    return socket;
+}
+
+// A counter with one writer: any thread may read it, and raising it costs no locked instruction.
+void raise(std::atomic<std::uint64_t>& counter, std::uint64_t by)
+{
+    counter.store(counter.load(std::memory_order_relaxed) + by, std::memory_order_relaxed);
+}
+}  // namespace
+
+tGroupSocket::tGroupSocket(iDatagramListener* listener, std::uint32_t localIp, const NetAddress& group, int recBuffSize)
+    : m_listener(listener), m_group(group), m_socket(openReceiveSocket(localIp, group, recBuffSize))
+{
+    start(localIp);
+}
+
+tGroupSocket::tGroupSocket(std::unique_ptr<iDatagramListener> listener, std::uint32_t localIp, const NetAddress& group,
+                           int recBuffSize)
+    : m_own(std::move(listener)), m_listener(m_own.get()), m_group(group),
+      m_socket(openReceiveSocket(localIp, group, recBuffSize))
+{
+    start(localIp);
+}
+
+void tGroupSocket::start(std::uint32_t localIp)
+{
+    m_valid = m_socket.valid() && m_batch.valid() && m_thread.start("kestova-udp", [this] { receiveUntilStopped(); });
+    if (m_valid)
+        return;
+    reportFailure("UdpReceiver: cannot receive", m_group, localIp);
+    m_socket.reset();
+}
+
+void tGroupSocket::destroy()
+{
+    if (m_thread.isSelf())
+    {
+        m_deleteAtEnd = true;
+        m_thread.stop();
+        return;
+    }
+    delete this;
+}
+
+void tGroupSocket::receiveUntilStopped()
+{
+    while (m_thread.wait(m_socket.get()) != tPollThread::eWake::eStopped)
+        receiveBurst();
+    if (m_deleteAtEnd)
+        delete this;
+}
+
+// A full batch says that more is waiting: then there is no need to ask poll.
+void tGroupSocket::receiveBurst()
+{
+    int received = 0;
+    do
+    {
+        received = m_batch.receive(m_socket.get());
+        if (received < 0)
+            return surviveError();
+        deliver(static_cast<std::size_t>(received));
+    } while (received == static_cast<int>(tReceiveBatch::cCapacity) && !m_thread.stopping());
+}
+
+// The stop is looked at before every call, so that none follows the destruction however much was received at once.
+void tGroupSocket::deliver(std::size_t received)
+{
+    for (std::size_t i = 0; i < received && !m_thread.stopping(); ++i)
+    {
+        if (const auto dropped = m_batch.droppedBefore(i))
+            m_dropped.told(*dropped);
+        const sockaddr_in& sender = m_batch.sender(i);
+        const int len = m_batch.length(i);
+        m_listener->OnDatagram({{sender.sin_addr.s_addr, sender.sin_port}, m_group, m_batch.data(i), len});
+        raise(m_bytes, static_cast<std::uint64_t>(len));
+        raise(m_datagrams, 1);
+    }
+}
+
+// Nothing that the kernel reports about one datagram or one moment ends reception. An error that stays, such as a lack
+// of memory, must not become a busy loop either.
+void tGroupSocket::surviveError()
+{
+    constexpr int cPause_ms = 5;
+    const bool passing = errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+    if (!passing)
+        m_thread.wait(-1, cPause_ms);
+}
+
+int tGroupSocket::receiveBufferSize() const
+{
+    int size = 0;
+    socklen_t width = sizeof size;
+    if (!m_valid || ::getsockopt(m_socket.get(), SOL_SOCKET, SO_RCVBUF, &size, &width) != 0)
+        return 0;
+    return size / 2;  // the kernel doubles what it is asked for, for its own bookkeeping
+}
+
+tUdpReceiverCounters tGroupSocket::counters()
+{
+    // Drops behind the last received datagram are told by no datagram yet.
+    std::uint32_t memory[SK_MEMINFO_VARS] = {};
+    socklen_t width = sizeof memory;
+    if (m_valid && ::getsockopt(m_socket.get(), SOL_SOCKET, SO_MEMINFO, memory, &width) == 0 &&
+        width > SK_MEMINFO_DROPS * sizeof memory[0])
+        m_dropped.told(memory[SK_MEMINFO_DROPS]);
+    return {m_datagrams.load(std::memory_order_relaxed), m_bytes.load(std::memory_order_relaxed), m_dropped.total()};
+}
+
+}  // namespace net
