@@ -12,14 +12,16 @@
 
 #include "KestovaStorage/internal/package/deliveryworker.h"
 #include "KestovaStorage/internal/package/packagebuilder.h"
-#include "KestovaStorage/internal/package/packageobservers.h"
 #include "KestovaStorage/internal/package/packagesplitter.h"
 #include "KestovaStorage/internal/package/parseworker.h"
 #include "KestovaUtils/timeparser.h"
 #include "UdpSocket/udpsocket.h"
+#include "common/observers.h"
 
 namespace
 {
+using tPackageObservers = tObserverList<iPackageObserver>;
+
 constexpr std::size_t cManyWaiting = 50;        // split packages; more are told on the console
 constexpr std::size_t cLongestRun = 32 * 1024;  // bytes queued for the pop thread under one lock
 
@@ -64,7 +66,7 @@ public:
         m_builder.build(fields, payload, len);
     }
     void addObserver(iPackageObserver* observer) { m_packageObservers.add(observer); }
-    void removeObserver(iPackageObserver* observer);
+    void removeObserver(iPackageObserver* observer) { m_packageObservers.remove(observer); }
     void clear();
     bool waitBuildIdle(std::chrono::milliseconds timeout) { return m_sendThread.waitIdle(timeout); }
 
@@ -79,7 +81,6 @@ private:
     void tellBuilded(const char* package, std::size_t len);
     void tellSplitted(tPackageObservers::tCaller& caller, const char* package, std::size_t len);
     void popped(const char* package, std::size_t len, std::size_t waiting);
-    bool isInsideCall() const { return m_sendThread.isSelf() || m_popThread.isSelf() || m_parseThread.isSelf(); }
 
     tPackageObservers m_packageObservers;
     tPackageObservers::tCaller m_sendCaller{m_packageObservers};
@@ -109,13 +110,6 @@ void tPackageBuilderAndSplitterPrivate::build(const char* package, std::size_t l
 {
     if (len >= cPackageOverhead)
         m_builder.queueReady(const_cast<char*>(package), len);  // stamped in place, as the header says
-}
-
-// From inside a call nothing is waited for: two calls that remove each other's observer would wait for ever.
-void tPackageBuilderAndSplitterPrivate::removeObserver(iPackageObserver* observer)
-{
-    m_packageObservers.remove(observer, isInsideCall() ? tPackageObservers::eWait::eNot
-                                                       : tPackageObservers::eWait::eForCallsUnderWay);
 }
 
 void tPackageBuilderAndSplitterPrivate::clear()

@@ -16,7 +16,7 @@
 #include "KestovaStorage/packagebuilderandsplitter.h"
 #include "KestovaUtils/multiradarclient.h"
 #include "UdpSocket/udpsocket.h"
-#include "common/callbackgate.h"
+#include "common/observers.h"
 
 namespace Kestova
 {
@@ -79,7 +79,7 @@ private:
     bool m_registered = false;      // guarded by m_controlMutex: this object is the client's listener
     RadarAddress m_radarAddress{};  // changed while not registered, read by OnLocalIpChanged
     std::mutex m_socketMutex;       // opening and closing of m_recSockInfo and of the query's sender
-    tCallbackGate<iRadarRecDataModifyObserver> m_modifyGate;
+    tObserverGate<iRadarRecDataModifyObserver> m_modifyGate;
     tGroupReceivers m_recSockInfo{this};
 };
 

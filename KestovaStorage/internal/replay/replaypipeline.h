@@ -11,8 +11,8 @@
 #include <string>
 
 #include "KestovaStorage/internal/replay/editablerecord.h"
-#include "KestovaStorage/radardatareplayer.h"
-#include "common/callbackgate.h"
+#include "KestovaStorage/radarreplayobserver.h"
+#include "common/observers.h"
 
 namespace Kestova
 {
@@ -54,7 +54,7 @@ private:
 
     const tTypes m_types;
     tReplayOutput* const m_network;
-    tCallbackGate<iRadarReplayModifyObserver> m_dataModifyObserver;
+    tObserverGate<iRadarReplayModifyObserver> m_dataModifyObserver;
     tEditableRecord m_record;
     std::string m_currFileName;
     std::uint32_t m_userCtrlMsgCnt = 0;
