@@ -16,36 +16,33 @@ struct tObserver
 {
     std::function<void()> call = [] {};
     std::atomic<int> calls{0};
-    void run() { ++calls, call(); }
+    static void run(tObserver& observer) { ++observer.calls, observer.call(); }
+    static void runAt(tObserver* observer) { run(*observer); }
 };
-using tGateToOne = tObserverGate<tObserver>;
-using tListOfMany = tObserverList<tObserver>;
 
 // The same verbs for both.
-void add(tGateToOne& gate, tObserver& observer)
+struct tGateToOne : tObserverGate<tObserver>
 {
-    gate.set(&observer);
-}
-void remove(tGateToOne& gate, tObserver&)
+    void add(tObserver& observer) { set(&observer); }
+    void remove(tObserver&) { set(nullptr); }
+    void fire() { through(&tObserver::run); }
+    void fireWhile(const std::atomic<bool>& on)
+    {
+        while (on)
+            fire();
+    }
+};
+struct tListOfMany : tObserverList<tObserver>
 {
-    gate.set(nullptr);
-}
-void fire(tGateToOne& gate)
-{
-    gate.through([](tObserver& observer) { observer.run(); });
-}
-void add(tListOfMany& list, tObserver& observer)
-{
-    list.add(&observer);
-}
-void remove(tListOfMany& list, tObserver& observer)
-{
-    list.remove(&observer);
-}
-void fire(tListOfMany& list)
-{
-    tListOfMany::tCaller(list).each([](tObserver* observer) { observer->run(); });
-}
+    void add(tObserver& observer) { tObserverList::add(&observer); }
+    void remove(tObserver& observer) { tObserverList::remove(&observer); }
+    void fire() { tCaller(*this).each(&tObserver::runAt); }
+    void fireWhile(const std::atomic<bool>& on)
+    {
+        for (tCaller caller(*this); on;)
+            caller.each(&tObserver::runAt);
+    }
+};
 
 template <typename tObservers>
 struct tObserversTest : testing::Test
@@ -57,15 +54,15 @@ struct tObserversTest : testing::Test
             if (tGate* const gate = heldAt.exchange(nullptr))
                 gate->pass();
         };
-        add(observers, a);
-        caller = std::thread([this] { fire(observers); });
+        observers.add(a);
+        caller = std::thread([this] { observers.fire(); });
         EXPECT_TRUE(waitUntil([this] { return heldAt == nullptr; }));
     }
     bool isOutOfReach(const tObserver& observer)
     {
         return waitUntil([&, calls = 0]() mutable {
             calls = observer.calls;
-            fire(observers);
+            observers.fire();
             return observer.calls == calls;
         });
     }
@@ -86,7 +83,7 @@ TYPED_TEST(tObserversTest, removesAnObserverOnlyWhenNoCallToItIsUnderWay)
     this->holdFirstCall();
     std::atomic<bool> removed{false};
     std::thread remover([&] {
-        remove(this->observers, this->a);
+        this->observers.remove(this->a);
         removed = true;
     });
     EXPECT_TRUE(this->isOutOfReach(this->a));
@@ -101,31 +98,28 @@ TYPED_TEST(tObserversTest, returnsAtOnceWhenItRemovesFromInsideACall)
 {
     this->a.call = [this] {
         EXPECT_TRUE(waitUntil([this] { return this->a.calls == 2; }));
-        remove(this->observers, this->a);
+        this->observers.remove(this->a);
     };
-    add(this->observers, this->a);
-    std::thread other([this] { fire(this->observers); });
-    fire(this->observers);
+    this->observers.add(this->a);
+    std::thread other([this] { this->observers.fire(); });
+    this->observers.fire();
     other.join();
-    fire(this->observers);
+    this->observers.fire();
     EXPECT_EQ(this->a.calls, 2);
 }
 
 TYPED_TEST(tObserversTest, neverCallsAnObserverThatIsGone)
 {
     std::atomic<bool> firing{true};
-    this->caller = std::thread([&] {
-        while (firing)
-            fire(this->observers);
-    });
+    this->caller = std::thread([&] { this->observers.fireWhile(firing); });
     for (int round = 0; round < 1'000; ++round)
     {
         std::atomic<bool> gone{false};
         tObserver observer;
         observer.call = [&] { EXPECT_FALSE(gone); };
-        add(this->observers, observer);
+        this->observers.add(observer);
         EXPECT_TRUE(round % 100 != 0 || waitUntil([&] { return observer.calls != 0; }));
-        remove(this->observers, observer);
+        this->observers.remove(observer);
         gone = true;
     }
     firing = false;
@@ -154,13 +148,13 @@ TEST_F(tObserverGateTest, callsTheNewObserverWhileItWaitsForTheCallToTheOldOne)
 TEST_F(tObserverListTest, waitsNeitherForCallsToOthersNorForThoseThatBeganLater)
 {
     holdFirstCall();
-    observers.add(&b);
-    observers.remove(&b);
-    std::thread remover([this] { observers.remove(&a); });
+    observers.add(b);
+    observers.remove(b);
+    std::thread remover([this] { observers.remove(a); });
     EXPECT_TRUE(isOutOfReach(a));
     heldAt = &heldLater;
-    observers.add(&a);
-    std::thread laterCaller([this] { fire(observers); });
+    observers.add(a);
+    std::thread laterCaller([this] { observers.fire(); });
     EXPECT_TRUE(waitUntil([this] { return heldAt == nullptr; }));
     held.open();
     remover.join();
@@ -175,19 +169,19 @@ TEST_F(tObserverListTest, callsInTheOrderOfRegistrationAndLeavesOutWhatAnEarlier
     tListOfMany::tCaller keepsItsCopy(observers);
     const auto fired = [&] {
         order.clear();
-        keepsItsCopy.each([](tObserver* observer) { observer->run(); });
+        keepsItsCopy.each(&tObserver::runAt);
         return order;
     };
     EXPECT_EQ(fired(), "");
     a.call = [&] { order += 'a'; };
     b.call = [&] { order += 'b'; };
     for (tObserver* observer : {&b, &a, &b})
-        observers.add(observer);
+        observers.add(*observer);
     EXPECT_EQ(fired(), "bab");
     a.call = [&] {
         order += 'a';
-        observers.remove(&b);
-        observers.add(&a);  // from the next event on
+        observers.remove(b);
+        observers.add(a);  // from the next event on
     };
     EXPECT_EQ(fired(), "ba");
     a.call = [&] { order += 'a'; };
