@@ -1,4 +1,4 @@
-// Replays a recording to the application and, where wanted, back onto the network.
+// Replays a recording to the application and, in network replay mode, back onto the network.
 #ifndef KESTOVA_RADARDATAREPLAYER_H
 #define KESTOVA_RADARDATAREPLAYER_H
 
@@ -22,7 +22,7 @@ class tRadarDataReplayerPrivate;
 // the very last record of the span. User control messages (sender 2) are counted and neither reported nor sent.
 // Image state messages (129 bytes, beginning 03 C4) carry the replay time at offset 114. In network replay mode the
 // service messages of the recording are repeated to 236.6.7.5:6878 every 3 s until they have not been replayed anew for
-// 9 s, so that displays go on believing in the service; repetitions are marked "_R" at offset 14 where they are 222
+// 9 s, so that displays keep the service alive; repetitions are marked "_R" at offset 14 where they are 222
 // bytes long. A recorder on the same network records them as it does every service message.
 // Records that are no whole package are skipped and counted.
 //
@@ -33,9 +33,9 @@ class KESTOVA_API tRadarDataReplayer
 {
 public:
     // Replays the `count` kinds at `types`. `netReplay` sends on the interface whose address is `localIp` (dotted; the
-    // system chooses where it is none). `name` is the suffix of data files, ".data". Without `netReplay` nothing leaves
+    // system chooses if it is none). `name` is the suffix of data files, ".data". Without `netReplay` nothing leaves
     // this machine, spoke loops included.
-    // It makes the folder ./RadarDataStorage where that is missing, and switches the reclaiming of disk space off for
+    // It makes the folder ./RadarDataStorage if that is missing, and switches the reclaiming of disk space off for
     // the whole process: a process that records beside a replayer sets storage::tDataStorageIO::DiskCheckThreadEnable
     // again.
     tRadarDataReplayer(const eReadWriteType* types, int count, bool netReplay, const char* localIp, const char* name);
@@ -54,7 +54,7 @@ public:
     // Also closes the sockets of all destinations and forgets the service messages to repeat.
     void CloseReadingFile();
 
-    // Null removes the observer. After the return no call to an earlier one is under way, except where this is called
+    // Null removes the observer. After the return no call to an earlier one is under way, except if this is called
     // from inside a call. Not owned.
     void SetReplayModifyObserver(iRadarReplayModifyObserver* observer);
 

@@ -1,4 +1,4 @@
-// What a replay of storage::tDataStorageIO reports, and to whom.
+// What a replay of storage::tDataStorageIO reports, and the observer of it.
 #ifndef KESTOVA_REPLAYOBSERVER_H
 #define KESTOVA_REPLAYOBSERVER_H
 
@@ -30,7 +30,7 @@ class KESTOVA_API iDataReadReplayObserver
 public:
     virtual ~iDataReadReplayObserver() = default;
     virtual void UpdateReplayStatus(uint8_t status) = 0;  // an eReplayStatus value
-    // The span of everything opened, in ms since the epoch; 0, 0 where nothing could be opened.
+    // The span of everything opened, in ms since the epoch; 0, 0 if nothing could be opened.
     virtual void UpdateDataTimeSpan(uint64_t firstTimeMs, uint64_t lastTimeMs) = 0;
     // One segment: its recorded time stamp in ms, its place in the span (0.0 to 1.0; the last one is at exactly 1.0),
     // its bytes (valid during the call only), their number, and the full path of its file.

@@ -13,7 +13,7 @@
 
 namespace
 {
-// The radars by serial and id. A record that was handed out is never changed or freed: a replaced one is kept aside.
+// The radars by serial and id. A record that was returned is never changed or freed: a replaced one is kept aside.
 class tRadars
 {
 public:

@@ -3,7 +3,7 @@
 #include "KestovaUtils/multiradarclient.h"
 #include "KestovaUtils/streamnames.h"
 
-// The record is exchanged as bytes: every field stands where the family's other programs look for it.
+// The record is exchanged as bytes: every field has the offset that the family's other programs use.
 static_assert(offsetof(RadarAddress, radarIP) == 0);
 static_assert(offsetof(RadarAddress, dedicated) == 4);
 static_assert(offsetof(RadarAddress, dedicatedNumber) == 5);

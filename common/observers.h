@@ -26,7 +26,7 @@ class tObserverCalls
 public:
     using tLock = std::unique_lock<std::mutex>;
 
-    // A place that calls come from: whom it is calling, if anyone, and on which thread.
+    // A place that calls come from: the observer that it is calling, or null, and its thread.
     struct tFrame
     {
         std::atomic<const void*> observer{nullptr};
@@ -40,7 +40,7 @@ public:
     class tCall
     {
     public:
-        // `observer()` returns whom to call, or null; it runs with the lock held.
+        // `observer()` returns the one to call, or null; it runs with the lock held.
         template <typename tChoice>
         tCall(tObserverCalls& calls, tChoice observer) : m_calls(calls)
         {
@@ -197,7 +197,7 @@ private:
 };
 
 // The list is copied when it changes. A thread that calls keeps the copy it knows, and before every call it checks
-// whether that is still the newest: a removed observer is not called again, not even for the event at hand.
+// whether that is still the newest: a removed observer is not called again, not even for the present event.
 template <typename tObserver>
 class tObserverList
 {

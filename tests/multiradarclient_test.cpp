@@ -55,7 +55,7 @@ protected:
         record.imageStream = {net::transAddr(ip), net::HtoNs(6001)};
         return record;
     }
-    // Everything told before is told: the client calls one listener after the other.
+    // All earlier notifications are delivered: the client calls one listener after the other.
     void settle()
     {
         tAddressListener last;
@@ -109,7 +109,7 @@ TEST_F(tMultiRadarClientTest, listsItsRadarsInOrderAndNoneWithoutASerial)
     EXPECT_EQ(listed, "list1 list2 ");
 }
 
-TEST_F(tMultiRadarClientTest, tellsANewListenerTheAddressOnceOnAThreadOfItsOwn)
+TEST_F(tMultiRadarClientTest, notifiesANewListenerOnceOnAThreadOfItsOwn)
 {
     std::thread::id caller;
     tCallingListener listener([&] { caller = std::this_thread::get_id(); });
@@ -120,7 +120,7 @@ TEST_F(tMultiRadarClientTest, tellsANewListenerTheAddressOnceOnAThreadOfItsOwn)
     EXPECT_NE(caller, std::this_thread::get_id());
 }
 
-TEST_F(tMultiRadarClientTest, tellsEveryChangeInOrderAndRefusesWhatIsNeitherInterfaceNorAddress)
+TEST_F(tMultiRadarClientTest, notifiesOfEveryChangeInOrderAndRefusesWhatIsNeitherInterfaceNorAddress)
 {
     tAddressListener listener;
     m_client.addListener(&listener);

@@ -132,7 +132,7 @@ using tTimes = std::vector<std::uint64_t>;
 using tSegment = std::tuple<std::uint64_t, std::size_t, std::uint64_t>;  // key, file, place in the recording
 constexpr std::uint64_t cDay = 1'700'000'000'000;
 
-// The play order as the rules tell it, segment by segment; all keys from a time's first one up to its hint are in use.
+// The play order by its rules, segment by segment; all keys from a time's first one up to its hint are in use.
 std::map<std::uint64_t, tSegment> oneByOne(const std::vector<tTimes>& files)
 {
     std::map<std::uint64_t, tSegment> order;

@@ -9,13 +9,13 @@ using namespace std::chrono_literals;
 class tReplayTest : public tReplayFixture
 {};
 
-TEST_F(tReplayTest, tellsStatusesSpanAndSegmentsInOrder)
+TEST_F(tReplayTest, reportsStatusesSpanAndSegmentsInOrder)
 {
     const struct
     {
         std::vector<tSegments> files;
         bool finished;
-        const char* told;
+        const char* reported;
     } cases[] = {{{{{5, "a"}, {6, "b"}, {8, "c"}}}, true, "0 5-8 1 a b c 4"},
                  {{}, true, "0 0-0 1 4"},
                  {{{}}, true, "0 0-0 1 4"},
@@ -28,14 +28,14 @@ TEST_F(tReplayTest, tellsStatusesSpanAndSegmentsInOrder)
         const tTempDir folder;
         for (std::size_t i = 0; i < c.files.size(); ++i)
             recordByHand(folder.file(std::to_string(i) + ".data"), c.files[i], c.finished);
-        tReplayLog told;
-        player->OpenReadDataFileorFolder(folder.string(), &told);
-        EXPECT_TRUE(told.waitForText(c.told)) << c.told << " but " << told.text();
+        tReplayLog heard;
+        player->OpenReadDataFileorFolder(folder.string(), &heard);
+        EXPECT_TRUE(heard.waitForText(c.reported)) << c.reported << " but " << heard.text();
         player->CloseReadingFile();
     }
 }
 
-TEST_F(tReplayTest, tellsTimeProgressBytesAndFileOfEachSegment)
+TEST_F(tReplayTest, reportsTimeProgressBytesAndFileOfEachSegment)
 {
     const std::string path = record("one.data", {{1000, "first"}, {1005, std::string("\0x", 2)}, {1020, ""}});
     open(path);

@@ -25,28 +25,28 @@ protected:
     static constexpr tUdpMsgInfo cArpa{1, 1, eReadType, eArpaStream, 1}, cUser{2, 1, eMultiRadarService, 3, 1},
         cService{1, 1, eMultiRadarService, eArpaStream, 1};
     tReplayPipeline records{tReplayPipeline::tTypes().set(eArpaStream), nullptr};
-    tRadarReplayLog told;
-    iRadarDataReplayObserver* observer = &told;
+    tRadarReplayLog log;
+    iRadarDataReplayObserver* observer = &log;
     tReplayEditor editor;
 };
 
-TEST_F(tReplayPipelineTest, tellsTheFileWhenItChangesAndOnlyCountsWhatTheUserTold)
+TEST_F(tReplayPipelineTest, reportsTheFileWhenItChangesAndOnlyCountsUserCommands)
 {
     records.setModifyObserver(&editor);
     play(record(cUser, "p", "236.6.7.5"), 1.0);
     EXPECT_EQ(editor.log.text(), "");
     for (const char* file : {"f", "g", "f"})
         play(record(cArpa), 0.5, file);
-    EXPECT_EQ(told.text(),
+    EXPECT_EQ(log.text(),
               counters(0, 0) + " " + counters(1, 0) + " p " + counterText("g", 1, 0) + " p " + counters(1, 0) + " p");
 }
 
 TEST_F(tReplayPipelineTest, passesTheKindsAskedForAndThoseThatAlwaysPass)
 {
     const auto passes = [&](tMsgType type, tReadWriteType rwType, double progress = 0.5) {
-        told.clear();
+        log.clear();
         play(record({1, 1, type, rwType, 1}), progress);
-        return told.count("p") == 1;
+        return log.count("p") == 1;
     };
     EXPECT_TRUE(passes(eReadType, eArpaStream) && passes(eReadType, eImageStream, 1.0));
     EXPECT_TRUE(passes(eMultiRadarNegotiate, eImageStream) && passes(eReadType, eRadarCheck));
@@ -64,10 +64,10 @@ TEST_F(tReplayPipelineTest, letsTheEditorChangeDataAndGroupBeforeItReports)
     const std::string bytes = record(cArpa), before = bytes;
     play(bytes);
     EXPECT_EQ(bytes, before);
-    EXPECT_EQ(editor.log.text() + " " + told.text(), "p q " + counters(0, 0) + " q");
+    EXPECT_EQ(editor.log.text() + " " + log.text(), "p q " + counters(0, 0) + " q");
     EXPECT_EQ(editor.log.segments()[0].file, "1000 1700000000123 4 3 0.500000 239.17.0.1:6001");
     EXPECT_EQ(editor.log.segments()[1].file, "0 0 4 3 -2.000000 239.17.0.1:6001");  // loop number and azimuth are -1
-    EXPECT_EQ(told.segments()[0].file, "1000 1700000000123 4 3 0.500000 239.9.9.9:6002");
+    EXPECT_EQ(log.segments()[0].file, "1000 1700000000123 4 3 0.500000 239.9.9.9:6002");
 }
 
 TEST_F(tReplayPipelineTest, givesImageStateMessagesTheTimeOfReplayBeforeTheyAreEdited)
@@ -88,8 +88,8 @@ TEST_F(tReplayPipelineTest, countsServiceMessagesForTheirKindAndForTheirGroup)
     play(record({1, 1, eMultiRadarService, eImageCtrl, 1}, "m", "236.6.7.5"));  // does not pass
     play(record(cService, "m"));
     play(record(cArpa, "p", "236.6.7.5"));
-    EXPECT_EQ(told.text(), counters(0, 0) + " m " + counters(0, 1) + " " + counters(0, 2) + " " + counters(0, 3) +
-                               " m " + counters(0, 4) + " p " + counters(0, 5));
+    EXPECT_EQ(log.text(), counters(0, 0) + " m " + counters(0, 1) + " " + counters(0, 2) + " " + counters(0, 3) +
+                              " m " + counters(0, 4) + " p " + counters(0, 5));
 }
 
 TEST_F(tReplayPipelineTest, skipsAndCountsWhatIsNoWholePackage)
@@ -104,9 +104,9 @@ TEST_F(tReplayPipelineTest, skipsAndCountsWhatIsNoWholePackage)
     EXPECT_EQ(records.damagedCnt(), std::size(damaged));
     observer = nullptr;
     play(good);
-    observer = &told;
+    observer = &log;
     play(good);
-    EXPECT_EQ(told.text(), "payload");
+    EXPECT_EQ(log.text(), "payload");
 }
 
 TEST(tServiceMessagesTest, keepsAMessageNineSecondsFromItsFirstTaking)

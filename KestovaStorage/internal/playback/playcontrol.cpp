@@ -144,7 +144,7 @@ bool tPlayControl::takeTurn()
     return taken;
 }
 
-// Carries out the first command in any case, and more until somebody else wants the turn.
+// Carries out the first command in any case, and more until another thread wants the turn.
 void tPlayControl::run()
 {
     for (bool more = true; more;)

@@ -64,7 +64,7 @@ private:
 
     std::condition_variable m_turnFree;  // with the player's lock: m_busy was cleared
     // guarded by the player's lock
-    bool m_busy = false;              // somebody has the turn
+    bool m_busy = false;              // a thread has the turn
     unsigned int m_waiters = 0;       // they go first: an observer that always asks for more must not shut them out
     std::deque<tCommand> m_deferred;  // from inside callbacks
 

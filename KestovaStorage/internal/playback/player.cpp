@@ -70,7 +70,7 @@ try
 }
 catch (const std::system_error& error)
 {
-    std::fprintf(stderr, "%s: cannot start the replay thread: %s\n", m_path.c_str(), error.what());
+    std::fprintf(stderr, "%s: no thread to replay on: %s\n", m_path.c_str(), error.what());
     m_thread.stop();  // it does not run: the next open tries again
     m_thread.wake([this] { m_opening = false; });
 }

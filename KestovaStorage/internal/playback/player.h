@@ -96,7 +96,7 @@ private:
     const std::string m_specifySuffix;
     iDeferredCommands& m_deferred;
     tObserverGate<iDataReadReplayObserver> m_observer;
-    tObserver m_openedFor;            // whom m_observer calls; changed by whoever has the turn
+    tObserver m_openedFor;            // the one that m_observer calls; changed with the turn
     std::condition_variable m_ended;  // with the lock: opening or playing has ended
 
     // guarded by the lock
