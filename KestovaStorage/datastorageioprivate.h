@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "KestovaStorage/internal/playback/player.h"
+#include "KestovaStorage/internal/playback/playcontrol.h"
 #include "KestovaStorage/internal/recording/filerecorder.h"
 
 namespace storage
@@ -16,7 +16,7 @@ public:
     tDataStorageIOPrivate(const std::string& storageBasePath, const char* specifySuffix);
     virtual ~tDataStorageIOPrivate();
 
-    tPlayer m_player;
+    tPlayControl m_player;
     tFileRecorder m_writer;  // ends first
 };
 }  // namespace storage

@@ -12,15 +12,17 @@
 
 #include "KestovaStorage/internal/package/deliveryworker.h"
 #include "KestovaStorage/internal/package/packagebuilder.h"
-#include "KestovaStorage/internal/package/packageobservers.h"
 #include "KestovaStorage/internal/package/packagesplitter.h"
 #include "KestovaStorage/internal/package/parseworker.h"
 #include "KestovaUtils/timeparser.h"
 #include "UdpSocket/udpsocket.h"
 #include "common/byteorder.h"
+#include "common/observers.h"
 
 namespace
 {
+using tPackageObservers = tObserverList<iPackageObserver>;
+
 constexpr std::size_t cManyWaiting = 50;        // split packages; more are told on the console
 constexpr std::size_t cLongestRun = 32 * 1024;  // bytes queued for the pop thread under one lock
 
@@ -65,7 +67,7 @@ public:
         m_builder.build(fields, payload, len);
     }
     void addObserver(iPackageObserver* observer) { m_packageObservers.add(observer); }
-    void removeObserver(iPackageObserver* observer);
+    void removeObserver(iPackageObserver* observer) { m_packageObservers.remove(observer); }
     void clear();
     bool waitBuildIdle(std::chrono::milliseconds timeout) { return m_sendThread.waitIdle(timeout); }
 
@@ -80,7 +82,6 @@ private:
     void tellBuilded(const char* package, std::size_t len);
     void tellSplitted(tPackageObservers::tCaller& caller, const char* package, std::size_t len);
     void popped(const char* package, std::size_t len, std::size_t waiting);
-    bool isInsideCall() const { return m_sendThread.isSelf() || m_popThread.isSelf() || m_parseThread.isSelf(); }
 
     tPackageObservers m_packageObservers;
     tPackageObservers::tCaller m_sendCaller{m_packageObservers};
@@ -110,13 +111,6 @@ void tPackageBuilderAndSplitterPrivate::build(const char* package, std::size_t l
 {
     if (len >= cPackageOverhead)
         m_builder.queueReady(const_cast<char*>(package), len);  // stamped in place, as the header says
-}
-
-// From inside a call nothing is waited for: two calls that remove each other's observer would wait for ever.
-void tPackageBuilderAndSplitterPrivate::removeObserver(iPackageObserver* observer)
-{
-    m_packageObservers.remove(observer, isInsideCall() ? tPackageObservers::eWait::eNot
-                                                       : tPackageObservers::eWait::eForCallsUnderWay);
 }
 
 void tPackageBuilderAndSplitterPrivate::clear()

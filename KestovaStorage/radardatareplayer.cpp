@@ -19,9 +19,9 @@ tReplayPipeline::tTypes setOf(const eReadWriteType* types, int count)
     return set;
 }
 
-// The storage engine's observer for one open call. It knows the application's observer of that call: what a replay
-// still tells while it is being closed reaches the one that it was opened with, whoever opens the next. The engine lets
-// go of it when nothing of it is played any more; then its sockets close.
+// The storage engine's observer for one open call. It keeps the application's observer of that call: what a replay
+// reports while it is being closed goes to the observer that it was opened with, even if another is opened next. The
+// engine releases it when nothing of it is played any more; then its sockets close.
 class tOpening : public storage::iDataReadReplayObserver
 {
 public:
@@ -71,7 +71,7 @@ public:
         // Kept: one switch for the whole process, so that what is being replayed is not deleted meanwhile.
         std::atomic_ref<bool>(storage::tDataStorageIO::DiskCheckThreadEnable).store(false);
     }
-    // No callback comes any more, then the network ends with all its threads, and the engine last.
+    // First the callbacks end, then the network with all its threads, then the engine.
     ~tRadarDataReplayerPrivate() override { CloseReadingFile(); }
 
     bool open(const std::string& path, iRadarDataReplayObserver* observer)
@@ -82,7 +82,7 @@ public:
     {
         CloseReadingFile();
         if (m_network)
-            m_network->clear();  // of spoke loops too, where nothing was open
+            m_network->clear();  // spoke loops' sockets too, if nothing was open
     }
     void runLoops(bool on)
     {
@@ -92,7 +92,7 @@ public:
     tReplayPipeline& records() { return m_records; }
 
 private:
-    const std::unique_ptr<tReplayOutput> m_network;  // null where nothing is to leave this machine
+    const std::unique_ptr<tReplayOutput> m_network;  // null if nothing is to be sent
     tReplayPipeline m_records;
 };
 

@@ -15,7 +15,7 @@
 #include "KestovaStorage/packagerecorder.h"
 #include "KestovaUtils/multiradarclient.h"
 #include "UdpSocket/udpsocket.h"
-#include "common/callbackgate.h"
+#include "common/observers.h"
 
 namespace Kestova
 {
@@ -76,7 +76,7 @@ private:
     bool m_registered = false;      // guarded by m_controlMutex: this object is the client's listener
     RadarAddress m_radarAddress{};  // changed while not registered, read by OnLocalIpChanged
     std::mutex m_socketMutex;       // opening and closing of m_recSockInfo and of the query's sender
-    tCallbackGate<iRadarRecDataModifyObserver> m_modifyGate;
+    tObserverGate<iRadarRecDataModifyObserver> m_modifyGate;
     tGroupReceivers m_recSockInfo{this};
 };
 

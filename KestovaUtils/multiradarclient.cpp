@@ -7,13 +7,13 @@
 #include <mutex>
 #include <utility>
 
-#include "KestovaUtils/internal/listenercalls.h"
+#include "KestovaUtils/internal/addressnotifier.h"
 #include "KestovaUtils/internal/radardirectory.h"
 #include "UdpSocket/interfacewatcher.h"
 
 namespace
 {
-// The radars by serial and id. A record that was handed out is never changed or freed: a replaced one is kept aside.
+// The radars by serial and id. A record that was returned is never changed or freed: a replaced one is kept aside.
 class tRadars
 {
 public:
@@ -52,13 +52,13 @@ public:
     void watch()
     {
         std::call_once(m_watching,
-                       [this] { m_watcher.start([this](std::uint32_t localIp) { m_calls.changed(localIp); }); });
+                       [this] { m_watcher.start([this](std::uint32_t localIp) { m_notifier.changed(localIp); }); });
     }
 
     mutable std::mutex m_radarsMutex;
     tRadars m_radars;  // guarded by m_radarsMutex
     std::once_flag m_watching;
-    utils::tListenerCalls m_calls;
+    utils::tAddressNotifier m_notifier;
     net::tInterfaceWatcher m_watcher;
 };
 
@@ -125,10 +125,10 @@ bool MultiRadarClient::setLocalInterface(const std::string& nameOrAddress)
 void MultiRadarClient::addListener(iMultiRadarCheckerListener* listener)
 {
     d->watch();
-    d->m_calls.add(listener);
+    d->m_notifier.add(listener);
 }
 
 void MultiRadarClient::removeListener(iMultiRadarCheckerListener* listener)
 {
-    d->m_calls.remove(listener);
+    d->m_notifier.remove(listener);
 }

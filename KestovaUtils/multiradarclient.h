@@ -46,7 +46,7 @@ struct KESTOVA_API RadarAddress
     NetAddress radarClientCtrl;
     NetAddress radarClientState;
 
-    // The address of stream kind `kind` (0 to 17, see eReadWriteType); ip and port 0 where the radar has none or the
+    // The address of stream kind `kind` (0 to 17, see eReadWriteType); ip and port 0 if the radar has none or the
     // kind has no slot.
     NetAddress streamAddress(unsigned int kind) const;
     // Stores the address of stream kind `kind`; does nothing above 17.
@@ -54,7 +54,7 @@ struct KESTOVA_API RadarAddress
 
     // The name of a stream kind as a directory file spells it, "imageStream" to "radarClientState"; null above 17.
     static const char* streamName(unsigned int kind);
-    // The kind of that name; -1 where it is none.
+    // The kind of that name; -1 if there is none.
     static int streamKind(const char* name);
 };
 #pragma pack(pop)
@@ -72,7 +72,7 @@ public:
     virtual void OnLocalIpChanged(unsigned int localIp) = 0;
 };
 
-// What tells one radar from another.
+// What identifies a radar.
 struct tRadarName
 {
     std::string serial;
@@ -86,26 +86,26 @@ public:
     static MultiRadarClient* getInstance();  // never null; lives until the process ends
 
     // Reads a directory file (JSON) and takes all its radars over, replacing those of the same serial and id. A wrong
-    // file is refused whole: false, the directory unchanged, and one message in `error` (on standard error where
+    // file is refused whole: false, the directory unchanged, and one message in `error` (on standard error if
     // `error` is null) that names file, entry and reason.
     bool loadDirectory(const std::string& path, std::string* error = nullptr);
     // Adds or replaces one radar. A null or empty serial is ignored.
     void setAddress(const char* serial, unsigned short id, const RadarAddress& record);
-    // The record of a radar, null where unknown. The record stays valid and unchanged until the process ends.
+    // The record of a radar, null if unknown. The record stays valid and unchanged until the process ends.
     const RadarAddress* getAddress(const char* serial, unsigned short id);
     // The radars of the directory, ordered by serial, then id.
     std::vector<tRadarName> radars() const;
 
     // Chooses the interface to receive on, by name ("eth0") or by its dotted address ("192.168.1.5", "127.0.0.1"). The
-    // interface's address is followed: a listener is told each new one, and 0 while there is none. A dotted address
-    // that belongs to no interface of this machine is told as it stands, and again when an interface takes it. False,
-    // and nothing changed, for text that is neither an existing interface nor an address. Until it is called the
-    // interface is the one of the default route, or the loopback interface where there is none.
+    // interface's address is followed: listeners are notified of each new one, and of 0 while there is none. A dotted
+    // address that belongs to no interface of this machine is reported as it is, and again when an interface takes it.
+    // False, and nothing changed, for text that is neither an existing interface nor an address. Until it is called the
+    // interface is the one of the default route, or the loopback interface if there is none.
     bool setLocalInterface(const std::string& nameOrAddress);
 
     // Registers a listener (not owned; adding it twice is the same as once). From inside a call too.
     void addListener(iMultiRadarCheckerListener* listener);
-    // Removes it; one that is not there is ignored. After the return no call to it is under way, except where it is
+    // Removes it; one that is not there is ignored. After the return no call to it is under way, except if it is
     // called from inside a call: that call is then the last. The caller must hold no lock that the listener takes.
     void removeListener(iMultiRadarCheckerListener* listener);
 

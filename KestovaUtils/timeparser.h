@@ -7,7 +7,7 @@
 
 #include "UdpSocket/kestovaapi.h"
 
-typedef unsigned long tTimes_ms;  // milliseconds since the Unix epoch; where a caller may pass 0 it means "now"
+typedef unsigned long tTimes_ms;  // milliseconds since the Unix epoch; 0, if allowed, means "now"
 typedef uint32_t tTimes_s;        // seconds since the Unix epoch
 
 namespace utils

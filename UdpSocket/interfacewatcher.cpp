@@ -30,7 +30,7 @@ private:
     tRtnetlink m_netlink;       // guarded by m_mutex, but for its changes() descriptor
     tInterfaceTable m_last;     // guarded by m_mutex: what the kernel answered last
     tInterfaceChoice m_choice;  // guarded by m_mutex
-    tLocalAddress m_told;       // guarded by m_mutex
+    tLocalAddress m_notified;   // guarded by m_mutex
     tOnChange m_onChange;       // guarded by m_mutex
     bool m_reported = false;    // guarded by m_mutex
     tPollThread m_thread;
@@ -53,10 +53,10 @@ bool tInterfaceWatcher::tInterfaceWatcherPrivate::start(tOnChange onChange)
     if (m_onChange)
         return false;
     m_onChange = std::move(onChange);
-    m_told = {0, -1};
+    m_notified = {0, -1};
     lookAgain();
-    if (m_told.linkIndex == -1)
-        m_onChange(0);  // nothing to tell yet is told too
+    if (m_notified.linkIndex == -1)
+        m_onChange(0);  // no address yet is reported too
     return m_netlink.valid() && m_thread.start("kestova-ifaddr", [this] { watchUntilStopped(); });
 }
 
@@ -90,9 +90,9 @@ void tInterfaceWatcher::tInterfaceWatcherPrivate::lookAgain()
     const tInterfaceTable table = interfaces(m_choice);
     m_choice = settled(table, m_choice);
     const tLocalAddress now = localAddress(table, m_choice);
-    if (!mustTell(m_told, now))
+    if (!mustTell(m_notified, now))
         return;
-    m_told = now;
+    m_notified = now;
     if (m_onChange)
         m_onChange(now.ip);
 }

@@ -42,7 +42,7 @@ bool bindSource(int socket, std::uint32_t localIp, int localPort)
            ::bind(socket, asSockaddr(source), sizeof source) == 0;
 }
 
-// The socket stays unconnected: on a connected one the answer "nobody listens" to one datagram would refuse the next.
+// The socket stays unconnected: on a connected one "connection refused" for one datagram would refuse the next.
 tDescriptor openSendSocket(std::uint32_t localIp, int localPort)
 {
     tDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -51,7 +51,7 @@ tDescriptor openSendSocket(std::uint32_t localIp, int localPort)
     const int on = 1;
     const int least = 1;
     setOption(socket.get(), SOL_SOCKET, SO_BROADCAST, on);  // some sensors are sent to a broadcast address
-    setOption(socket.get(), SOL_SOCKET, SO_RCVBUF, least);  // nobody reads here
+    setOption(socket.get(), SOL_SOCKET, SO_RCVBUF, least);  // this socket is never read
     if (aimMulticast(socket.get(), localIp) && bindSource(socket.get(), localIp, localPort))
         return socket;
     const int reason = errno;
@@ -121,7 +121,7 @@ bool UdpSender::tUdpSenderPrivate::send(const tUdpDatagram& datagram)
     }
 }
 
-// Sends the first of up to cBatch datagrams; the number that went out, 0 where the first is refused.
+// Sends the first of up to cBatch datagrams; the number that went out, 0 if the first is refused.
 int UdpSender::tUdpSenderPrivate::sendSome(const tUdpDatagram* datagrams, std::size_t count)
 {
     std::array<iovec, cBatch> bytes;
@@ -142,7 +142,7 @@ int UdpSender::tUdpSenderPrivate::sendSome(const tUdpDatagram* datagrams, std::s
         if (sent > 0)
             return sent;
     }
-    return send(datagrams[0]) ? 1 : 0;  // alone, or refused: said by the one place that says it
+    return send(datagrams[0]) ? 1 : 0;  // alone, or refused: send() reports it
 }
 
 void UdpSender::tUdpSenderPrivate::setMulticastLoop(bool on)

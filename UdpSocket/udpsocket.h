@@ -1,8 +1,8 @@
 // UDP multicast for Linux: one receiver a group, one sender a destination.
 //
 // Addresses are numbers as they lie in memory in network order (in_addr.s_addr), so that a field of an IP header
-// converts as it stands. Nothing here throws but std::bad_alloc in a constructor; failures are said once on standard
-// error. All operations may be called from any thread.
+// converts as it stands. Nothing here throws but std::bad_alloc in a constructor; failures are reported once on
+// standard error. All operations may be called from any thread.
 #ifndef KESTOVA_UDPSOCKET_H
 #define KESTOVA_UDPSOCKET_H
 
@@ -23,7 +23,7 @@ KESTOVA_API std::string transAddr(uint32_t ip);
 KESTOVA_API uint16_t HtoNs(uint16_t port);
 KESTOVA_API uint16_t NtoHs(uint16_t port);
 
-// Whoever wants datagrams implements this.
+// Receives datagrams.
 class KESTOVA_API iUdpDataListener
 {
 public:
@@ -38,7 +38,7 @@ public:
 // What a receiver has seen since its construction.
 struct tUdpReceiverCounters
 {
-    uint64_t datagrams;      // handed to the listener
+    uint64_t datagrams;      // delivered to the listener
     uint64_t bytes;          // of their payloads
     uint64_t kernelDropped;  // discarded by the kernel, mostly because the receive buffer was full; exact at any time
 };
@@ -62,8 +62,8 @@ public:
 
     bool valid() const;                     // the group is joined
     tUdpReceiverCounters counters() const;  // since construction
-    // What the kernel granted for the receive buffer, in bytes; less than asked for where this process may not go
-    // beyond net.core.rmem_max. 0 where the group is not joined.
+    // What the kernel granted for the receive buffer, in bytes; less than asked for if this process may not exceed
+    // net.core.rmem_max. 0 if the group is not joined.
     int receiveBufferSize() const;
 
 private:
@@ -95,7 +95,7 @@ public:
     // Sends `count` datagrams in order, with one system call for up to 64 of them: for sources of many thousand a
     // second. A refused one is left out, and reported as by sendData. The number sent.
     int sendBatch(const tUdpDatagram* datagrams, int count);
-    // Whether receivers on this machine hear multicast sent here. The system's default is that they do.
+    // Whether receivers on this machine get multicast sent here; they do by default.
     void setMulticastLoop(bool on);
 
 private:

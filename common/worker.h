@@ -28,7 +28,7 @@ public:
     tWorker& operator=(const tWorker&) = delete;
 
     // Runs `body` on a new thread and returns once it runs. False while a former run is not yet joined;
-    // std::system_error where no thread can be had.
+    // std::system_error if the system refuses a thread.
     bool start(std::function<void()> body)
     {
         if (m_thread.joinable())

@@ -67,7 +67,7 @@ TEST_F(tNetworkInterfacesTest, clientTellsEveryChangeOfTheChosenInterfaceAndItsA
             told += isNew ? 0 : 1;
             ASSERT_TRUE(waitUntil([&] { return listener.count() == told + 1; })) << change;
         }
-        EXPECT_EQ(listener.told(), c.told);
+        EXPECT_EQ(listener.all(), c.told);
         renew();
     }
 }
@@ -78,7 +78,7 @@ TEST_F(tNetworkInterfacesTest, watcherFollowsTheDefaultRouteAndElseTheLoopback)
     net::tInterfaceWatcher watcher;
     ASSERT_TRUE(watcher.start([&](std::uint32_t localIp) { told.OnLocalIpChanged(localIp); }));
     const auto isTold = [&](const std::vector<std::string>& wanted) {
-        return waitUntil([&] { return told.told() == wanted; });
+        return waitUntil([&] { return told.all() == wanted; });
     };
     EXPECT_TRUE(isTold({"127.0.0.1"}));
     ASSERT_TRUE(network().addInterface("radar1") && ip("addr add 10.77.0.1/24 dev radar0") &&

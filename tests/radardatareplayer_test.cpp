@@ -45,7 +45,7 @@ protected:
     static constexpr tUdpMsgInfo cImage{1, 1, eReadType, eImageStream, 1};
     const tWorkingDir dir;
     tGroupListener a, b;
-    tRadarReplayLog told, otherTold;
+    tRadarReplayLog log, otherLog;
     tReplayEditor editor;
     std::unique_ptr<tRadarDataReplayer> replayer = makeReplayer();
 };
@@ -77,8 +77,8 @@ TEST_F(tRadarDataReplayerTest, redirectsRecordsButTurnsTheirSpokesWhereTheyWereR
     for (const bool net : {false, true})
     {
         replayer = makeReplayer(net);
-        replayer->OpenReadDataFileorFolder(waiting("a.data"), &told);
-        ASSERT_TRUE(told.waitFor("a", net ? 2 : 1) && replayer->Pause(true));
+        replayer->OpenReadDataFileorFolder(waiting("a.data"), &log);
+        ASSERT_TRUE(log.waitFor("a", net ? 2 : 1) && replayer->Pause(true));
         replayer->CircleLoop(true);
         EXPECT_TRUE(net || (quiet(60ms) && a.count() + b.count() == 0));
     }
@@ -102,16 +102,16 @@ TEST_F(tRadarDataReplayerTest, repeatsServiceMessagesWithAMark)
     EXPECT_TRUE(waitUntil([&] { return testing::Value(service.all(), testing::Contains(marked)); }));
 }
 
-TEST_F(tRadarDataReplayerTest, tellsANewObserverNothingOfTheOldReplay)
+TEST_F(tRadarDataReplayerTest, reportsNothingOfTheOldReplayToANewObserver)
 {
     const std::string first = waiting("a.data"), next = waiting("b.data", "b");
-    replayer->OpenReadDataFileorFolder(first, &told);
-    ASSERT_TRUE(told.waitFor("a") && replayer->Pause(true));
-    replayer->OpenReadDataFileorFolder(next, &otherTold);
-    ASSERT_TRUE(otherTold.waitFor("b") && replayer->Jump(1.0));
-    EXPECT_TRUE(otherTold.waitForText("0 1000-3601000 1 " + counterText(next, 0, 0) + " b 1 4 3 1 z 4"))
-        << otherTold.text();
-    EXPECT_EQ(told.text(), "0 1000-3601000 1 " + counterText(first, 0, 0) + " a 2 1 4 3");
+    replayer->OpenReadDataFileorFolder(first, &log);
+    ASSERT_TRUE(log.waitFor("a") && replayer->Pause(true));
+    replayer->OpenReadDataFileorFolder(next, &otherLog);
+    ASSERT_TRUE(otherLog.waitFor("b") && replayer->Jump(1.0));
+    EXPECT_TRUE(otherLog.waitForText("0 1000-3601000 1 " + counterText(next, 0, 0) + " b 1 4 3 1 z 4"))
+        << otherLog.text();
+    EXPECT_EQ(log.text(), "0 1000-3601000 1 " + counterText(first, 0, 0) + " a 2 1 4 3");
 }
 
 TEST_F(tRadarDataReplayerTest, isDestroyedInAnyStateAndSendsNothingAfterwards)
@@ -120,11 +120,11 @@ TEST_F(tRadarDataReplayerTest, isDestroyedInAnyStateAndSendsNothingAfterwards)
     const std::string path = waiting("a.data");
     for (int round = 0; round < 20; ++round)
     {
-        tRadarReplayLog log;
+        tRadarReplayLog own;
         const auto second = makeReplayer();
         for (tRadarDataReplayer* each : {replayer.get(), second.get()})
-            each->OpenReadDataFileorFolder(path, &log);
-        EXPECT_TRUE(round % 4 == 0 || log.waitFor("a", 2));
+            each->OpenReadDataFileorFolder(path, &own);
+        EXPECT_TRUE(round % 4 == 0 || own.waitFor("a", 2));
         EXPECT_TRUE(round % 4 < 2 || replayer->Pause(true));
         for (tRadarDataReplayer* each : {replayer.get(), second.get()})
             each->CircleLoop(round % 4 == 3);
@@ -136,26 +136,20 @@ TEST_F(tRadarDataReplayerTest, isDestroyedInAnyStateAndSendsNothingAfterwards)
     EXPECT_TRUE(quiet(2100ms));
 }
 
-TEST_F(tRadarDataReplayerTest, takesEveryCallFromInsideItsCallbacks)
+TEST_F(tRadarDataReplayerTest, takesItsOwnCallsFromInsideItsCallbacks)
 {
-    const std::string path = waiting("a.data"), other = waiting("b.data", "b");
-    const std::function<void()> calls[] = {[&] { replayer->Stop(), replayer->CloseReadingFile(); },
-                                           [&] { replayer->CircleLoop(true), replayer->CircleLoop(false); },
-                                           [&] { replayer->SetReplayModifyObserver(nullptr); },
-                                           [&] { replayer->OpenReadDataFileorFolder(other, &otherTold); },
-                                           [&] { replayer->Jump(1.0); }};
-    for (std::size_t i = 0; i < 10; ++i)
-    {
-        std::atomic<bool> called{false};
-        const auto call = [&] { called.exchange(true) ? void() : calls[i / 2](); };
-        told.react = [&](const std::string& word) { word == "a" && i % 2 == 0 ? call() : void(); };
-        editor.edit = [&](char*, int) { i % 2 == 1 ? call() : void(); };
-        replayer->SetReplayModifyObserver(&editor);
-        replayer->OpenReadDataFileorFolder(path, &told);
-        EXPECT_TRUE(told.waitFor("a", i + 1) && (i / 2 != 3 || otherTold.waitFor("b", i - 5)));
-        EXPECT_TRUE(i / 2 != 4 || told.waitFor("z", i - 7));
-        replayer->CloseReadingFile();
-    }
+    const std::string other = waiting("b.data", "b");
+    int edits = 0;
+    editor.edit = [&](char*, int) {
+        replayer->CircleLoop(++edits % 2 != 0), replayer->CircleLoop(false);
+        replayer->SetReplayModifyObserver(nullptr);
+    };
+    log.react = [&](const std::string& word) { word == "a" && replayer->OpenReadDataFileorFolder(other, &otherLog); };
+    replayer->OpenReadDataFileorFolder(waiting("a.data"), &log);
+    EXPECT_TRUE(otherLog.waitFor("b"));
+    replayer->CloseReadingFile();
+    EXPECT_EQ(edits, 1);
+    EXPECT_EQ(otherLog.text().substr(otherLog.text().size() - 7), "b 1 4 3");
 }
 
 TEST_F(tRadarDataReplayerTest, goesOnWhereTheNetworkRefusesAndSaysItOnceADestination)
@@ -168,8 +162,8 @@ TEST_F(tRadarDataReplayerTest, goesOnWhereTheNetworkRefusesAndSaysItOnceADestina
     {
         testing::internal::CaptureStderr();
         replayer = makeReplayer(true, mine ? "127.0.0.1" : "203.0.113.7");
-        replayer->OpenReadDataFileorFolder(file("a.data", segments), &told);
-        EXPECT_TRUE(told.waitFor("4", mine ? 1 : 2));
+        replayer->OpenReadDataFileorFolder(file("a.data", segments), &log);
+        EXPECT_TRUE(log.waitFor("4", mine ? 1 : 2));
         EXPECT_EQ(replayer->GetSentCnt(), mine ? 10u : 0u);
         EXPECT_EQ(replayer->GetSendRefusedCnt(), mine ? 10u : 20u);
         const std::string said = testing::internal::GetCapturedStderr();

@@ -28,14 +28,14 @@ TEST_F(tReplayControlTest, answersEveryCallInEveryState)
 {
     const std::string path = recordWaiting();
     const char* const calls[] = {"pause", "resume", "stop", "jump", "close"};
-    // What each call tells before it returns.
+    // What each call reports before it returns.
     const std::map<std::string, std::vector<std::string>> cases = {{"play", {"2", "1", "1 4 3", "1 4 3 1", "1 4 3"}},
                                                                    {"pause", {"2", "1", "1 4 3", "1 4 3 1", "1 4 3"}},
                                                                    {"jump", {"2", "1", "1 3", "1 3 1", "1 3"}},
                                                                    {"stop", {"no", "no", "no", "1", ""}},
                                                                    {"close", {"no", "no", "no", "no", ""}}};
-    for (const auto& [state, told] : cases)
-        for (std::size_t i = 0; i < told.size(); ++i)
+    for (const auto& [state, reported] : cases)
+        for (std::size_t i = 0; i < reported.size(); ++i)
         {
             SCOPED_TRACE(state + " " + calls[i]);
             open(path);
@@ -45,7 +45,7 @@ TEST_F(tReplayControlTest, answersEveryCallInEveryState)
             EXPECT_TRUE(state != "jump" || log.waitForText("0 28800000-36000000 1 a 1 4 3 1 z 4"));  // the end
             log.clear();
             const bool done = call(calls[i]);
-            EXPECT_EQ((done ? "" : "no") + log.text().substr(0, told[i].size()), told[i]);
+            EXPECT_EQ((done ? "" : "no") + log.text().substr(0, reported[i].size()), reported[i]);
             player->CloseReadingFile();
             log.clear();
         }
@@ -63,7 +63,7 @@ TEST_F(tReplayControlTest, refusesCallsUntilOpeningHasFinished)
     EXPECT_TRUE(log.waitForText("0 28800000-36000000 1 a")) << log.text();
 }
 
-// What is told after a word whose callback makes a call. Where the word is a 2, 4 or 3, a pause and a stop come from
+// What is reported after a word whose callback makes a call. If the word is a 2, 4 or 3, a pause and a stop come from
 // outside as well.
 TEST_F(tReplayControlTest, takesCallsFromInsideEveryCallback)
 {
@@ -79,11 +79,11 @@ TEST_F(tReplayControlTest, takesCallsFromInsideEveryCallback)
         {"2", playing},
         {"4", {"2 3", "3", "3 1 z 4", "3", "3 0 5-5 1 o 4"}},
         {"3", {"no ", "no ", "1 z 4", "", "0 5-5 1 o 4"}}};
-    for (const auto& [place, told] : cases)
-        for (std::size_t i = 0; i < told.size(); ++i)
+    for (const auto& [place, reported] : cases)
+        for (std::size_t i = 0; i < reported.size(); ++i)
         {
             SCOPED_TRACE(place + " " + calls[i]);
-            const std::string& expected = told[i];
+            const std::string& expected = reported[i];
             std::atomic<const char*> result{nullptr};
             log.react = [&, at = place](const std::string& word) {
                 if (word != at || result != nullptr)
@@ -177,7 +177,7 @@ TEST_F(tReplayControlTest, waitsForACallbackUnderWayBeforeItIsClosed)
     closer.join();
 }
 
-TEST_F(tReplayControlTest, tellsTheOldObserverTheEndAndNothingOnceItIsClosed)
+TEST_F(tReplayControlTest, reportsTheEndToTheOldObserverAndNothingOnceItIsClosed)
 {
     const std::string path = recordBurst();
     for (std::size_t round = 0; round < 20; ++round)
@@ -186,11 +186,11 @@ TEST_F(tReplayControlTest, tellsTheOldObserverTheEndAndNothingOnceItIsClosed)
         player->OpenReadDataFileorFolder(path, &closed);
         ASSERT_TRUE(closed.waitFor("b", 1 + round % 7));
         player->OpenReadDataFileorFolder(path, &next);
-        const std::string told = closed.text();
-        EXPECT_EQ(told.substr(told.size() - 2), " 3");
+        const std::string reported = closed.text();
+        EXPECT_EQ(reported.substr(reported.size() - 2), " 3");
         ASSERT_TRUE(next.waitFor("4"));
         player->CloseReadingFile();
-        ASSERT_EQ(closed.text(), told);
+        ASSERT_EQ(closed.text(), reported);
         ASSERT_EQ(next.text().substr(0, 15), "0 1000-1000 1 b");
     }
 }
@@ -225,14 +225,14 @@ TEST_F(tReplayControlTest, isDestroyedInAnyState)
     for (std::size_t i = 0; i < 200; ++i)
     {
         const auto [reached, then] = states[i % states.size()];
-        tReplayLog told;
+        tReplayLog reported;
         player = std::make_unique<tDataStorageIO>("", ".data");
-        player->OpenReadDataFileorFolder(dir.file("many"), &told);
-        const bool there = reached == nullptr || told.waitFor(reached);
-        EXPECT_TRUE(there && (then == nullptr || call(then))) << told.text();
+        player->OpenReadDataFileorFolder(dir.file("many"), &reported);
+        const bool there = reached == nullptr || reported.waitFor(reached);
+        EXPECT_TRUE(there && (then == nullptr || call(then))) << reported.text();
         player.reset();
-        const std::string text = told.text();
-        EXPECT_TRUE(told.count("1") == 0 || text.substr(text.size() - 1) == "3") << text;
+        const std::string text = reported.text();
+        EXPECT_TRUE(reported.count("1") == 0 || text.substr(text.size() - 1) == "3") << text;
     }
 }
 

@@ -49,7 +49,7 @@ void changeAddress(const char* dotted)
     tAddressListener last;
     MultiRadarClient::getInstance()->addListener(&last);
     MultiRadarClient::getInstance()->setLocalInterface(dotted);
-    EXPECT_TRUE(waitUntil([&] { return last.count() != 0 && last.told().back() == dotted; }));
+    EXPECT_TRUE(waitUntil([&] { return last.count() != 0 && last.all().back() == dotted; }));
 }
 }  // namespace
 

@@ -27,7 +27,8 @@ struct tRadarEntry
 constexpr std::size_t cLargestDirectory = 4 * 1024 * 1024;  // bytes: some ten thousand radars
 constexpr std::size_t cLongestSerial = 128;                 // bytes: it becomes a file name
 
-// The radars of a directory text, in its order. False, and `radars` untouched, for a wrong one; `error` says why.
+// The radars of a directory text, in its order. False, with `radars` unchanged and the reason in `error`, for a wrong
+// one.
 bool parseRadarDirectory(const std::string& text, std::vector<tRadarEntry>& radars, std::string& error);
 // The same of a file; `error` begins with the path.
 bool readRadarDirectory(const std::string& path, std::vector<tRadarEntry>& radars, std::string& error);

@@ -1,8 +1,8 @@
 // tDropCounter: how many datagrams the kernel discarded, in 64 bits, from a kernel counter of 32.
 //
-// The kernel tells its running count in two ways: with a datagram (the count when that one was queued) and when asked
-// (the count now). Told values may therefore arrive out of order; an older one changes nothing. The kernel counter
-// wraps; the low 32 bits of the total are always the newest value told. Any thread, no lock.
+// The kernel reports its running count with a datagram (the count when that one was queued) and on request (the count
+// now). Values may therefore arrive out of order; an older one changes nothing. The kernel counter wraps; the low 32
+// bits of the total are always the newest value. Any thread, no lock.
 #ifndef KESTOVA_NET_DROPCOUNTER_H
 #define KESTOVA_NET_DROPCOUNTER_H
 

@@ -39,7 +39,7 @@ struct tInterfaceChoice
     bool isDefault() const { return name.empty() && ip == 0; }
 };
 
-// The address to use. linkIndex tells an interface from another that comes later with the same address: memberships of
+// The address to use. linkIndex distinguishes an interface from a later one with the same address: memberships of
 // the first are gone.
 struct tLocalAddress
 {
@@ -49,7 +49,7 @@ struct tLocalAddress
 // Whether whoever uses `before` must know of `now`.
 bool mustTell(const tLocalAddress& before, const tLocalAddress& now);
 
-// The choice that a text names: an interface that exists, or a dotted address; nothing where it is neither.
+// The choice that a text names: an interface that exists, or a dotted address; nothing if it is neither.
 std::optional<tInterfaceChoice> choiceNamed(const tInterfaceTable& table, const std::string& nameOrAddress);
 // A choice by address takes the name of the interface that has the address, as soon as one has.
 tInterfaceChoice settled(const tInterfaceTable& table, const tInterfaceChoice& choice);

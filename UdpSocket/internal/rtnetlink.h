@@ -1,4 +1,4 @@
-// tRtnetlink: asks the kernel for its tables of links, addresses and routes, and hears of their changes.
+// tRtnetlink: asks the kernel for its tables of links, addresses and routes, and watches their changes.
 //
 // Belongs to the network namespace of the thread that constructs it. The owner locks.
 #ifndef KESTOVA_NET_RTNETLINK_H
@@ -20,13 +20,13 @@ public:
     tRtnetlink();
     bool valid() const { return m_queries.valid() && m_changes.valid(); }  // if not, errno was set
 
-    // The interfaces now; the default route is looked for only where asked, since routing tables can be long. Nothing
-    // where the kernel does not answer.
+    // The interfaces now; the default route is looked up only on request, since routing tables can be long. Nothing
+    // if the kernel does not answer.
     std::optional<tInterfaceTable> interfaces(bool withDefaultRoute);
 
     // Can be read when links, addresses or routes have changed.
     int changes() const { return m_changes.get(); }
-    // Takes all that is waiting there; what changed exactly is for interfaces() to tell.
+    // Takes all that is waiting there; interfaces() returns what it has become.
     void discardChanges();
 
 private:

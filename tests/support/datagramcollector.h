@@ -6,13 +6,12 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <unistd.h>
-#include <vector>
 
 #include "UdpSocket/udpsocket.h"
 #include "support/addresstext.h"
+#include "support/collector.h"
 #include "support/waituntil.h"
 
 struct tReceivedDatagram
@@ -24,30 +23,13 @@ struct tReceivedDatagram
     std::string payload;
 };
 
-class tDatagramCollector : public net::iUdpDataListener
+struct tDatagramCollector : net::iUdpDataListener, tCollector<tReceivedDatagram>
 {
-public:
     void OnUdpGroupDataReceived(const char* fromAddr, int fromPort, const char* groupAddr, int groupPort,
                                 const char* data, int len) override
     {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        m_received.push_back(
-            {fromAddr, fromPort, groupAddr, groupPort, std::string(data, static_cast<std::size_t>(len))});
+        add({fromAddr, fromPort, groupAddr, groupPort, std::string(data, static_cast<std::size_t>(len))});
     }
-    std::vector<tReceivedDatagram> all() const
-    {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        return m_received;
-    }
-    std::size_t count() const
-    {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        return m_received.size();
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::vector<tReceivedDatagram> m_received;  // guarded by m_mutex
 };
 
 inline std::uint32_t loopbackIp()

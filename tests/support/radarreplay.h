@@ -1,4 +1,4 @@
-// Radar records of any kind, and observers of a radar replay that keep what they are told.
+// Radar records of any kind, and observers of a radar replay that keep its reports.
 #ifndef KESTOVA_TESTS_RADARREPLAY_H
 #define KESTOVA_TESTS_RADARREPLAY_H
 
@@ -42,7 +42,7 @@ struct tRadarReplayLog : Kestova::iRadarDataReplayObserver, tReplayLog
     using tReplayLog::UpdateReplayData;
 };
 
-// A modify observer made of functions. What it is asked first is kept as an observer would be told it.
+// A modify observer made of functions. What it is asked first is kept like a report.
 struct tReplayEditor : Kestova::iRadarReplayModifyObserver
 {
     tRadarReplayLog log;

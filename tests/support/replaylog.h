@@ -1,7 +1,7 @@
-// tReplayLog: an observer that keeps what a replay tells, as words: "0 1000-1002 1 a b 4".
+// tReplayLog: an observer that keeps what a replay reports, as words: "0 1000-1002 1 a b 4".
 //
 // Statuses and the span are their numbers, a segment is its bytes. react, set before the replay, is called with each
-// word inside the callback that told it.
+// word inside the callback that reported it.
 #ifndef KESTOVA_TESTS_REPLAYLOG_H
 #define KESTOVA_TESTS_REPLAYLOG_H
 
@@ -10,11 +10,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
-#include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/replayobserver.h"
+#include "support/collector.h"
 #include "support/waituntil.h"
 
 class tReplayLog : public storage::iDataReadReplayObserver
@@ -38,34 +38,25 @@ public:
                           std::string file) override
     {
         const std::string bytes(data, len);
-        {
-            const std::lock_guard<std::mutex> guard(m_mutex);
-            m_segments.push_back({time, progress, bytes, file, std::chrono::steady_clock::now()});
-        }
+        m_segments.add({time, progress, bytes, file, std::chrono::steady_clock::now()});
         tell(bytes);
     }
 
-    std::vector<tSegment> segments() const
+    std::vector<tSegment> segments() const { return m_segments.all(); }
+    std::string text() const  // what was reported since clear()
     {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        return m_segments;
-    }
-    std::string text() const  // what was told since clear()
-    {
-        const std::lock_guard<std::mutex> guard(m_mutex);
         std::string joined;
-        for (const std::string& word : m_words)
+        for (const std::string& word : m_words.all())
             joined += (joined.empty() ? "" : " ") + word;
         return joined;
     }
     std::size_t count(const std::string& word) const
     {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        return static_cast<std::size_t>(std::count(m_words.begin(), m_words.end(), word));
+        const std::vector<std::string> words = m_words.all();
+        return static_cast<std::size_t>(std::count(words.begin(), words.end(), word));
     }
     void clear()
     {
-        const std::lock_guard<std::mutex> guard(m_mutex);
         m_words.clear();
         m_segments.clear();
     }
@@ -80,18 +71,14 @@ public:
 
     void tell(const std::string& word)
     {
-        {
-            const std::lock_guard<std::mutex> guard(m_mutex);
-            m_words.push_back(word);
-        }
+        m_words.add(word);
         if (react)
             react(word);
     }
 
 private:
-    mutable std::mutex m_mutex;
-    std::vector<std::string> m_words;  // guarded by m_mutex
-    std::vector<tSegment> m_segments;  // guarded by m_mutex
+    tCollector<std::string> m_words;
+    tCollector<tSegment> m_segments;
 };
 
 #endif

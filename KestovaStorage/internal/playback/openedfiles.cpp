@@ -41,7 +41,7 @@ void tOpenedFiles::addFile(const std::string& path)
     if (!reader)
         return;
     m_files.push_back(std::move(reader));
-    // What is open stays readable when somebody removes it, a recorder that has compressed it for one.
+    // An open file stays readable when it is removed, as by a recorder that has compressed it.
     if (m_openFiles.size() < cMaxOpenFiles)
         m_openFiles.push_back(m_files.back().get());
     else

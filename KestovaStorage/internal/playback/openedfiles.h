@@ -3,7 +3,7 @@
 // Owner    owns the files' indexes, buffers that grow to the longest segment met, and a bounded number of descriptors
 //          and decoders: thousands of files can be open at once.
 // Threads  starts none and locks nothing.
-// Errors   files that cannot be read or are no data files are left out; a segment whose bytes its file does not give
+// Errors   files that cannot be read or are no data files are left out; a segment that cannot be read
 //          costs only itself.
 #ifndef KESTOVA_STORAGE_PLAYBACK_OPENEDFILES_H
 #define KESTOVA_STORAGE_PLAYBACK_OPENEDFILES_H
@@ -29,7 +29,7 @@ public:
     using tCancelled = std::function<bool()>;
 
     // Adds a data file, or every file below a folder whose name ends in `suffix`, and puts all segments in order.
-    // Stops early, with something unusable, once `cancelled` says so.
+    // Stops early, with an unusable state, once `cancelled` returns true.
     void open(const std::string& path, const std::string& suffix, const tCancelled& cancelled);
     void clear();
 

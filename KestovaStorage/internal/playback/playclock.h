@@ -1,8 +1,8 @@
-// tPlayClock: where playing has come to, as a function of time.
+// tPlayClock: the play position as a function of time.
 //
 // The play position counts in segment keys (65,536 a millisecond). It moves in ticks: each adds one millisecond of the
 // recording (a fast factor N: N milliseconds) and lasts one millisecond (a slow divisor M: 1 + M milliseconds). Ticks
-// are due at fixed times, not so long after the tick before was noticed, so playing neither drifts nor falls behind.
+// are due at fixed times, however late the one before was noticed: playing neither drifts nor falls behind.
 //
 // Threads  none; the owner's lock guards it. Times are steady and given from outside.
 #ifndef KESTOVA_STORAGE_PLAYBACK_PLAYCLOCK_H
@@ -23,7 +23,7 @@ tReplaySpeed speedFor(double rate);
 // The key at which to start for a fraction of the span from `first` to `last`. Fractions below 0 and above 1 lead
 // outside the span; no number counts as 0.
 std::uint64_t startKeyFor(double fraction, std::uint64_t first, std::uint64_t last);
-// A key's place in the span, 0.0 to 1.0; 1.0 where the span is a single key.
+// A key's place in the span, 0.0 to 1.0; 1.0 if the span is a single key.
 double progressOf(std::uint64_t key, std::uint64_t first, std::uint64_t last);
 
 class tPlayClock
@@ -37,9 +37,9 @@ public:
     bool paused() const { return m_paused; }
 
     std::uint64_t position(tTime now) const;
-    // When the position reaches `key`; a time gone by where it has. Only while not paused.
+    // When the position reaches `key`; a past time if it has. Only while not paused.
     tTime dueTime(std::uint64_t key) const;
-    // Playing goes on from here: what a long stall held up is not caught up with in a burst.
+    // Goes on from `now`: what a long stall delayed does not come in a burst.
     void forgetDelay(tTime now, tTime due);
 
 private:

@@ -15,180 +15,91 @@ namespace
 {
 using namespace std::chrono_literals;
 
-// A segment handed over so much too late was held up by a stall: playing goes on from there.
+// A segment delivered so much too late was held up by a stall: playing goes on from there.
 constexpr auto cLongStall = 500ms;
 constexpr unsigned long cTimerSlack_ns = 1;
 }  // namespace
 
-// The right to open, stop, jump or close: one thread at a time.
-class tPlayer::tTurn
-{
-public:
-    explicit tTurn(tPlayer& player) : m_player(player)
-    {
-        tWorker::tLock held = player.m_player.lock();
-        ++player.m_turnWaiters;
-        player.m_turnFree.wait(held, [&] { return !player.m_controlBusy; });
-        --player.m_turnWaiters;
-        player.m_controlBusy = true;
-    }
-    ~tTurn()
-    {
-        m_player.m_player.wake([this] { m_player.m_controlBusy = false; });
-        m_player.m_turnFree.notify_all();
-    }
-    tTurn(const tTurn&) = delete;
-    tTurn& operator=(const tTurn&) = delete;
-
-private:
-    tPlayer& m_player;
-};
-
-tPlayer::~tPlayer()
-{
-    close();
-    m_player.stop();
-}
-
-// ---- control ----
-
-bool tPlayer::open(const std::string& path, tObserver observer)
-{
-    return carryOut({tCommand::eOpen, path, std::move(observer)});
-}
-
-bool tPlayer::stop()
-{
-    return carryOut({tCommand::eStop});
-}
-
-bool tPlayer::jump(double fraction)
-{
-    return carryOut({tCommand::eJump, {}, {}, fraction});
-}
-
-void tPlayer::close()
-{
-    carryOut({tCommand::eClose});
-}
-
 bool tPlayer::pause(bool pause)
 {
     {
-        const tWorker::tLock held = m_player.lock();
+        const tWorker::tLock held = lock();
         if (!m_active)
             return false;
         m_clock.setPaused(pause, tWorker::tClock::now());
         ++m_clockChanges;
     }
-    m_player.notify();
-    tellStatus(pause ? eReplayPaused : eReplayPlaying);
+    notify();
+    report(pause ? eReplayPaused : eReplayPlaying);
     return true;
 }
 
 void tPlayer::setSpeed(double rate)
 {
-    m_player.wake([&] {
+    m_thread.wake([&] {
         m_clock.setSpeed(speedFor(rate), tWorker::tClock::now());
         ++m_clockChanges;
     });
 }
 
-// At once, or, from inside a callback, as soon as that has returned.
-bool tPlayer::carryOut(const tCommand& command)
+void tPlayer::report(eReplayStatus status)
 {
-    if (m_observer.inside())
-        return putOff(command);
-    const tTurn turn(*this);
-    return execute(command);
+    m_observer.through([status](iDataReadReplayObserver& observer) { observer.UpdateReplayStatus(status); });
 }
 
-// What is not possible now is refused now.
-bool tPlayer::putOff(const tCommand& command)
-{
-    {
-        const tWorker::tLock held = m_player.lock();
-        if ((command.kind == tCommand::eStop && !m_active) || (command.kind == tCommand::eJump && !m_preReaded))
-            return false;
-        m_putOff.push_back(command);
-    }
-    m_player.notify();
-    return true;
-}
+// ---- steps of control ----
 
-bool tPlayer::execute(const tCommand& command)
+void tPlayer::startOpening(const std::string& path, const tObserver& observer)
 {
-    switch (command.kind)
-    {
-    case tCommand::eOpen:
-        doOpen(command.path, command.observer);
-        return true;
-    case tCommand::eStop:
-        return doStop();
-    case tCommand::eJump:
-        return doJump(command.fraction);
-    case tCommand::eClose:
-        doClose();
-        return true;
-    }
-    return false;
-}
-
-void tPlayer::doOpen(const std::string& path, const tObserver& observer)
-{
-    doClose();
     m_openedFor = observer;
     m_observer.set(observer.get());
-    m_player.wake([&] {
+    m_thread.wake([&] {
         m_path = path;
         m_cancel = false;
         m_opening = true;
         m_job = eJob::eOpen;
     });
-    startPlayer();
+    startThread();
 }
 
-void tPlayer::startPlayer()
+void tPlayer::startThread()
 try
 {
-    if (!m_player.running())
-        m_player.start([this] { run(); });
+    if (!m_thread.running())
+        m_thread.start([this] { run(); });
 }
 catch (const std::system_error& error)
 {
     std::fprintf(stderr, "%s: no thread to replay on: %s\n", m_path.c_str(), error.what());
-    m_player.stop();  // it does not run: the next open tries again
-    m_player.wake([this] { m_opening = false; });
+    m_thread.stop();  // it does not run: the next open tries again
+    m_thread.wake([this] { m_opening = false; });
 }
 
-// Nothing is handed over from the first line on; the player ends between the two statuses.
-bool tPlayer::doStop()
+void tPlayer::cancelOpening()
 {
-    {
-        const tWorker::tLock held = m_player.lock();
-        if (!m_active)
-            return false;
-        m_hold = true;
-        m_clock.setPaused(false, tWorker::tClock::now());
-    }
-    tellStatus(eReplayPlaying);
-    endPlaying();
-    {
-        const tWorker::tLock held = m_player.lock();
-        m_active = m_hold = m_stopFlag = false;
-        m_clock.setPaused(false, tWorker::tClock::now());  // a pause that came during the stop ends with it
-    }
-    tellStatus(eReplayStopped);
+    tWorker::tLock held = lock();
+    m_cancel = true;
+    notify();
+    m_ended.wait(held, [this] { return !m_opening || isSelf(); });
+}
+
+bool tPlayer::hold()
+{
+    const tWorker::tLock held = lock();
+    if (!m_active)
+        return false;
+    m_hold = true;
+    m_clock.setPaused(false, tWorker::tClock::now());
     return true;
 }
 
 void tPlayer::endPlaying()
 {
-    tWorker::tLock held = m_player.lock();
+    tWorker::tLock held = lock();
     m_stopFlag = true;
-    if (!m_player.isSelf())
+    if (!isSelf())
     {
-        m_player.notify();
+        notify();
         m_ended.wait(held, [this] { return !m_playing; });
         return;
     }
@@ -196,51 +107,37 @@ void tPlayer::endPlaying()
     m_job = eJob::eNone;
     held.unlock();
     if (playing)
-        tellStatus(eReplayEnded);
+        report(eReplayEnded);
 }
 
-bool tPlayer::doJump(double fraction)
+void tPlayer::leaveStopped()
 {
-    {
-        const tWorker::tLock held = m_player.lock();
-        if (!m_preReaded)
-            return false;
-    }
-    doStop();
-    {
-        const tWorker::tLock held = m_player.lock();
-        m_active = m_playing = true;
-        m_startKey = startKeyFor(fraction, m_recording.timeline().firstKey(), m_recording.timeline().lastKey());
-    }
-    tellStatus(eReplayPlaying);
-    m_player.wake([this] { m_job = eJob::ePlay; });
-    return true;
+    const tWorker::tLock held = lock();
+    m_active = m_hold = m_stopFlag = false;
+    m_clock.setPaused(false, tWorker::tClock::now());  // a pause that came during the stop ends with it
 }
 
-void tPlayer::doClose()
+void tPlayer::setStart(double fraction)
 {
-    {
-        tWorker::tLock held = m_player.lock();
-        m_cancel = true;
-        m_player.notify();
-        m_ended.wait(held, [this] { return !m_opening || m_player.isSelf(); });
-    }
-    doStop();
+    const tWorker::tLock held = lock();
+    m_active = m_playing = true;
+    m_startKey = startKeyFor(fraction, m_files.timeline().firstKey(), m_files.timeline().lastKey());
+}
+
+void tPlayer::startPlaying()
+{
+    m_thread.wake([this] { m_job = eJob::ePlay; });
+}
+
+void tPlayer::close()
+{
     m_observer.set(nullptr);
     m_openedFor.reset();
-    std::deque<tCommand> forgotten;  // its observers go when the lock is free again
-    const tWorker::tLock held = m_player.lock();
-    if (!m_player.isSelf())
-        forgotten.swap(m_putOff);  // asked for before this close
-    m_recording.clear();
+    const tWorker::tLock held = lock();
+    m_files.clear();
     m_clock = tPlayClock();
-    m_preReaded = m_opening = false;
+    m_opened = m_opening = false;
     m_job = eJob::eNone;
-}
-
-void tPlayer::tellStatus(std::uint8_t status)
-{
-    m_observer.through([status](iDataReadReplayObserver& observer) { observer.UpdateReplayStatus(status); });
 }
 
 // ---- the player's thread ----
@@ -252,10 +149,10 @@ void tPlayer::run()
     {
         eJob job = eJob::eNone;
         {
-            tWorker::tLock held = m_player.lock();
-            if (!m_player.wait(held, [this] { return m_job != eJob::eNone || mustRunPutOff(); }))
+            tWorker::tLock held = lock();
+            if (!m_thread.wait(held, [this] { return m_job != eJob::eNone || m_deferred.ready(); }))
                 return;
-            if (!takeTurnForPutOff())
+            if (!m_deferred.takeTurn())
                 job = std::exchange(m_job, eJob::eNone);
         }
         if (job == eJob::eOpen)
@@ -263,41 +160,13 @@ void tPlayer::run()
         else if (job == eJob::ePlay)
             play();
         else
-            runPutOff();
+            m_deferred.run();
     }
-}
-
-// With the lock held. Seeing that there is something to carry out and taking the turn for it are one step.
-bool tPlayer::takeTurnForPutOff()
-{
-    const bool taken = mustRunPutOff();
-    m_controlBusy |= taken;
-    return taken;
-}
-
-// Carries out what was asked for inside callbacks until somebody else wants the turn, the first in any case, and gives
-// the turn back.
-void tPlayer::runPutOff()
-{
-    for (bool more = true; more;)
-    {
-        tCommand command{tCommand::eClose};
-        {
-            const tWorker::tLock held = m_player.lock();
-            command = std::move(m_putOff.front());
-            m_putOff.pop_front();
-        }
-        execute(command);
-        const tWorker::tLock held = m_player.lock();
-        more = !m_putOff.empty() && m_turnWaiters == 0;
-        m_controlBusy = more;
-    }
-    m_turnFree.notify_all();
 }
 
 void tPlayer::openFiles()
 {
-    for (const auto step : {&tPlayer::tellOpening, &tPlayer::openPath, &tPlayer::tellSpan})
+    for (const auto step : {&tPlayer::reportOpening, &tPlayer::openPath, &tPlayer::reportSpan})
     {
         if (!openingIsOver())
             (this->*step)();
@@ -305,46 +174,41 @@ void tPlayer::openFiles()
     const bool cancelled = openingIsOver();
     {
         // Opened and started are one step: a jump comes before or after both.
-        const tWorker::tLock held = m_player.lock();
+        const tWorker::tLock held = lock();
         m_opening = false;
-        m_preReaded = m_active = m_playing = !cancelled;
-        m_startKey = m_recording.timeline().firstKey();
+        m_opened = m_active = m_playing = !cancelled;
+        m_startKey = m_files.timeline().firstKey();
     }
     m_ended.notify_all();
     if (cancelled)
         return;
-    tellStatus(eReplayPlaying);
+    report(eReplayPlaying);
     play();
 }
 
-void tPlayer::tellOpening()
+// Everything is being closed, or something else opened.
+bool tPlayer::openingIsOver() const
 {
-    tellStatus(eReplayOpening);
-}
-
-void tPlayer::tellSpan()
-{
-    const std::uint64_t first = timeOfKey(m_recording.timeline().firstKey());
-    const std::uint64_t last = timeOfKey(m_recording.timeline().lastKey());
-    m_observer.through([=](iDataReadReplayObserver& observer) { observer.UpdateDataTimeSpan(first, last); });
-}
-
-// Somebody wants it closed, or something else opened.
-bool tPlayer::openingIsOver()
-{
-    const tWorker::tLock held = m_player.lock();
-    return m_cancel || !m_putOff.empty() || !m_player.running();
+    const tWorker::tLock held = lock();
+    return m_cancel || m_deferred.waiting() || !m_thread.running();
 }
 
 void tPlayer::openPath()
 try
 {
-    m_recording.open(m_path, m_specifySuffix, [this] { return openingIsOver(); });
+    m_files.open(m_path, m_specifySuffix, [this] { return openingIsOver(); });
 }
 catch (const std::bad_alloc&)
 {
     std::fprintf(stderr, "%s: not enough memory to open it\n", m_path.c_str());
-    m_recording.clear();
+    m_files.clear();
+}
+
+void tPlayer::reportSpan()
+{
+    const std::uint64_t first = timeOfKey(m_files.timeline().firstKey());
+    const std::uint64_t last = timeOfKey(m_files.timeline().lastKey());
+    m_observer.through([=](iDataReadReplayObserver& observer) { observer.UpdateDataTimeSpan(first, last); });
 }
 
 // Plays from m_startKey to the end, or until it must leave. A start behind the last segment begins with the first one;
@@ -352,47 +216,53 @@ catch (const std::bad_alloc&)
 void tPlayer::play()
 {
     {
-        const tWorker::tLock held = m_player.lock();
+        const tWorker::tLock held = lock();
         m_clock.start(m_startKey, tWorker::tClock::now());
     }
-    tTimeline::tCursor cursor(m_recording.timeline(), m_startKey);
+    tTimeline::tCursor cursor(m_files.timeline(), m_startKey);
     tTimelineSegment segment{};
     bool more = cursor.next(segment);
-    if (!more && m_recording.timeline().size() != 0)
+    if (!more && m_files.timeline().size() != 0)
     {
-        cursor = tTimeline::tCursor(m_recording.timeline(), 0);
+        cursor = tTimeline::tCursor(m_files.timeline(), 0);
         more = cursor.next(segment);
     }
     for (; more && waitFor(segment.key); more = cursor.next(segment))
         deliver(segment);
-    bool putOff = false;
+    leave(more);
+}
+
+// Reports the end, unless deferred commands interrupt playing: they report it themselves.
+void tPlayer::leave(bool more)
+{
+    bool interrupted = false;
     {
-        // A stop that has begun tells its first status before the last one of playing.
-        tWorker::tLock held = m_player.lock();
-        if (!m_player.wait(held, [this] { return !m_hold || mustLeave(); }))
+        // A stop that has begun reports its first status before the last one of playing.
+        tWorker::tLock held = lock();
+        if (!m_thread.wait(held, [this] { return !m_hold || mustLeave(); }))
             return;
-        putOff = more && !m_stopFlag && takeTurnForPutOff();
+        interrupted = more && !m_stopFlag && m_deferred.takeTurn();
     }
-    if (putOff)
+    if (interrupted)
     {
-        runPutOff();
+        m_deferred.run();
         return;
     }
-    tellStatus(eReplayEnded);
-    m_player.wake([this] { m_playing = false; });
+    report(eReplayEnded);
+    m_thread.wake([this] { m_playing = false; });
     m_ended.notify_all();
 }
 
-// Waits until the segment is due; false if playing must be left before. All of a millisecond are due with its first:
-// the clock would let that one come a tick before the others, and the time between two of them would show it.
+// Waits until the segment is due; false if playing must be left before. Segments of one millisecond are due together:
+// by their keys the first would come a tick before the others.
 bool tPlayer::waitFor(std::uint64_t key)
 {
-    tWorker::tLock held = m_player.lock();
-    while (m_player.running() && !mustLeave())
+    tWorker::tLock held = lock();
+    while (m_thread.running() && !mustLeave())
     {
         if (mustHold())
         {
-            m_player.wait(held, [this] { return mustLeave() || !mustHold(); });
+            m_thread.wait(held, [this] { return mustLeave() || !mustHold(); });
             continue;
         }
         const auto due = m_clock.dueTime(key - key % cKeysPerMs);
@@ -404,20 +274,20 @@ bool tPlayer::waitFor(std::uint64_t key)
             return true;
         }
         const unsigned int changes = m_clockChanges;
-        m_player.waitUntil(held, due, [&] { return mustLeave() || m_hold || m_clockChanges != changes; });
+        m_thread.waitUntil(held, due, [&] { return mustLeave() || m_hold || m_clockChanges != changes; });
     }
     return false;
 }
 
 void tPlayer::deliver(const tTimelineSegment& place)
 {
-    const auto segment = m_recording.read(place);
+    const auto segment = m_files.read(place);
     if (!segment)
     {
         ++m_unreadCnt;
         return;
     }
-    const tTimeline& timeline = m_recording.timeline();
+    const tTimeline& timeline = m_files.timeline();
     const double progress = progressOf(place.key, timeline.firstKey(), timeline.lastKey());
     m_observer.through([&](iDataReadReplayObserver& observer) {
         observer.UpdateReplayData(segment->time, progress, segment->data, segment->len, segment->fileName);

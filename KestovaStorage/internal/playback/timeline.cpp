@@ -47,7 +47,7 @@ std::size_t longestRunSorted(tIndex index)
 class tUsedKeys
 {
 public:
-    // Takes the first free key not below `key`; nothing where the keys have run out.
+    // Takes the first free key not below `key`; nothing if the keys have run out.
     std::optional<std::uint64_t> take(std::uint64_t key)
     {
         auto after = m_ranges.upper_bound(key);  // first range that begins behind `key`
@@ -213,8 +213,8 @@ bool tTimeline::tCursor::nextMerged(tTimelineSegment& segment)
     return true;
 }
 
-// Puts the file's next record in the place of `head`, the top. While it stays the earliest, as it does throughout where
-// files follow each other, the heap is left alone.
+// Puts the file's next record in the place of `head`, the top. While it stays the earliest (files that follow each
+// other), the heap is left alone.
 void tTimeline::tCursor::advance(tHead head)
 {
     const tIndex index = m_timeline->m_files[head.file].index;

@@ -1,11 +1,11 @@
 // tTimeline: the play order of the segments of many files.
 //
 // Every segment has a key of 64 bits: its time in ms shifted left by 16, plus its place among the segments of that
-// time in the order of opening (files in the order given, records in the order of recording). Where one millisecond
+// time in the order of opening (files in the order given, records in the order of recording). If one millisecond
 // holds more than 65,536 segments, the rest takes the next free keys.
 //
 // Shapes   the files' indexes stay the arrays they are and are merged while they are walked: nothing is kept per
-//          segment. Only where a millisecond might overflow is every key written out, in 16 bytes a segment.
+//          segment. Only if a millisecond might overflow, every key is written out, in 16 bytes a segment.
 // Owner    refers to the indexes, which it may sort by time; they must stay until clear().
 // Threads  none; built by one thread, then read by any.
 #ifndef KESTOVA_STORAGE_PLAYBACK_TIMELINE_H
@@ -40,12 +40,12 @@ class tTimeline
 public:
     using tCancelled = std::function<bool()>;
 
-    // Replaces what was there. Stops early, with an unusable timeline, once `cancelled` says so.
+    // Replaces the timeline. Stops early, with an unusable one, once `cancelled` returns true.
     void build(std::vector<tTimelineFile> files, const tCancelled& cancelled);
     void clear();
 
     std::size_t size() const { return m_size; }
-    std::uint64_t firstKey() const { return m_firstKey; }  // 0 where there is no segment
+    std::uint64_t firstKey() const { return m_firstKey; }  // 0 without segments
     std::uint64_t lastKey() const { return m_lastKey; }
 
     // Walks the segments from the first key that is not below a start on. Valid until the timeline changes.

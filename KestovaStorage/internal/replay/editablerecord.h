@@ -1,7 +1,7 @@
 // tEditableRecord: a recorded package on its way through a replay, in a copy of its own that may be edited.
 //
 // Shapes   the payload is msgLen() bytes at payload(), writable; group and port can be replaced.
-// Threads  none; one at a time. The copy's memory is used again for the next record.
+// Threads  none; one at a time. The next record reuses the memory.
 #ifndef KESTOVA_STORAGE_REPLAY_EDITABLERECORD_H
 #define KESTOVA_STORAGE_REPLAY_EDITABLERECORD_H
 
@@ -18,7 +18,7 @@ namespace Kestova
 class tEditableRecord
 {
 public:
-    // Takes `len` bytes in; false, and nothing to look at, unless they are exactly one whole package.
+    // Copies `len` bytes; false, and the record unusable, unless they are exactly one whole package.
     bool load(const char* bytes, std::size_t len);
 
     const tUdpMsgInfo& msgInfo() const { return m_msgInfo; }
@@ -27,14 +27,14 @@ public:
     int msgLen() const { return m_msgLen; }
     std::string_view message() { return {payload(), static_cast<std::size_t>(m_msgLen)}; }
 
-    // Where it goes; the port a plain number.
+    // Its destination; the port is a plain number.
     std::uint32_t udpAddr = 0;
     std::uint16_t udpPort = 0;
     NetAddress destination() const;
 
-    // An image state message carries the time of sending: gives it the time of replay. Others stay.
+    // An image state message carries the time of sending: sets the time of replay. Other messages stay as they are.
     void stampReplayTime(std::uint64_t replayTime);
-    // Marks a service message as one that a replay repeats, "_R". Others stay.
+    // Marks a service message as repeated by a replay, "_R". Other messages stay as they are.
     void markReplayed();
 
 private:

@@ -9,7 +9,7 @@ namespace Kestova
 {
 namespace
 {
-constexpr tSenderType cUserSender = 2;  // what the user's display told the radar
+constexpr tSenderType cUserSender = 2;  // a command from the user's display to the radar
 }
 
 void tReplayPipeline::replay(tTimes_ms replayTime, double progress, const char* package, std::uint32_t len,
@@ -24,7 +24,7 @@ void tReplayPipeline::replay(tTimes_ms replayTime, double progress, const char* 
     if (m_record.msgInfo().sender == cUserSender)
     {
         ++m_userCtrlMsgCnt;
-        tellCounters(observer);
+        reportCounters(observer);
         return;
     }
     m_record.stampReplayTime(replayTime);
@@ -44,7 +44,7 @@ void tReplayPipeline::follow(const std::string& fileName, iRadarDataReplayObserv
     if (fileName == m_currFileName)
         return;
     m_currFileName = fileName;
-    tellCounters(observer);
+    reportCounters(observer);
 }
 
 bool tReplayPipeline::wanted(double progress) const
@@ -100,10 +100,10 @@ void tReplayPipeline::send()
 void tReplayPipeline::countService(iRadarDataReplayObserver* observer)
 {
     ++m_multiServiceMsgCnt;
-    tellCounters(observer);
+    reportCounters(observer);
 }
 
-void tReplayPipeline::tellCounters(iRadarDataReplayObserver* observer) const
+void tReplayPipeline::reportCounters(iRadarDataReplayObserver* observer) const
 {
     if (observer != nullptr)
         observer->UpdateFileName(m_currFileName + "\r\nUser Ctrl Cnt: " + std::to_string(m_userCtrlMsgCnt) +

@@ -1,4 +1,4 @@
-// tReplayPipeline: what a replay does with each record: counting, filter, edits, report, network.
+// tReplayPipeline: the way of a record through a replay: counted, filtered, edited, reported, sent.
 //
 // Owner    observers and network are not owned and outlive it.
 // Threads  replay() one at a time, on the replay thread; the rest any.
@@ -11,8 +11,8 @@
 #include <string>
 
 #include "KestovaStorage/internal/replay/editablerecord.h"
-#include "KestovaStorage/radardatareplayer.h"
-#include "common/callbackgate.h"
+#include "KestovaStorage/radarreplayobserver.h"
+#include "common/observers.h"
 
 namespace Kestova
 {
@@ -23,7 +23,7 @@ class tReplayPipeline
 public:
     using tTypes = std::bitset<256>;
 
-    // Replays these kinds of stream; `network` is null where nothing is to leave this machine.
+    // Replays these kinds of stream; `network` is null if nothing is to be sent.
     tReplayPipeline(const tTypes& types, tReplayOutput* network) : m_types(types), m_network(network) {}
 
     void setModifyObserver(iRadarReplayModifyObserver* observer) { m_dataModifyObserver.set(observer); }
@@ -50,11 +50,11 @@ private:
     void keepSpoke(iRadarReplayModifyObserver& observer, const char* group);
     void send();
     void countService(iRadarDataReplayObserver* observer);
-    void tellCounters(iRadarDataReplayObserver* observer) const;
+    void reportCounters(iRadarDataReplayObserver* observer) const;
 
     const tTypes m_types;
     tReplayOutput* const m_network;
-    tCallbackGate<iRadarReplayModifyObserver> m_dataModifyObserver;
+    tObserverGate<iRadarReplayModifyObserver> m_dataModifyObserver;
     tEditableRecord m_record;
     std::string m_currFileName;
     std::uint32_t m_userCtrlMsgCnt = 0;

@@ -4,7 +4,7 @@ namespace Kestova
 {
 tRevolutionBarrier& tRevolutionBarrier::shared()
 {
-    static tRevolutionBarrier* const s_shared = new tRevolutionBarrier;  // loops may end as late as the process does
+    static tRevolutionBarrier* const s_shared = new tRevolutionBarrier;  // loops may outlive static objects
     return *s_shared;
 }
 

@@ -1,8 +1,8 @@
-// tRevolutionBarrier: where the circle spoke loops of this process meet before each revolution, so that all start it
+// tRevolutionBarrier: the circle spoke loops of this process wait here before each revolution, so that all start it
 // together.
 //
-// A counted barrier with a generation. Only loops that turn are counted: one that is empty, stopped or gone holds
-// nobody. The last one to arrive waits 10 ms and releases all.
+// A counted barrier with a generation. Only loops that turn are counted: one that is empty, stopped or gone delays
+// none. The last one to arrive waits 10 ms and releases all.
 //
 // Threads  any. A loop's `turning` flag is read under the lock: clear it, then wake().
 #ifndef KESTOVA_STORAGE_REPLAY_REVOLUTIONBARRIER_H
@@ -21,10 +21,10 @@ class tRevolutionBarrier
 public:
     static constexpr std::chrono::milliseconds cPause{10};
 
-    static tRevolutionBarrier& shared();  // of all loops of this process; lives for ever
+    static tRevolutionBarrier& shared();  // of all loops of this process; never destroyed
 
     void enter();  // a loop begins to turn
-    void leave();  // it has stopped; whoever waited for it alone goes on
+    void leave();  // it has stopped; loops that waited for it alone go on
     // Waits until every turning loop has arrived, or `turning` is cleared. Between enter() and leave().
     void arrive(const std::atomic<bool>& turning);
     void wake();

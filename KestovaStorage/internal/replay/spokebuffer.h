@@ -1,7 +1,7 @@
 // tSpokeBuffer: the last complete revolution of a radar's spokes and the revolution in progress.
 //
-// Shapes   a new revolution begins where the azimuth falls. At the second fall everything before the last but one goes,
-//          so the buffer never holds more than one complete revolution and the one in progress. Where the azimuth never
+// Shapes   a falling azimuth begins a new revolution. At the second fall everything before the last but one goes,
+//          so the buffer never holds more than one complete revolution and the one in progress. If the azimuth never
 //          falls, the oldest spokes make room at cMaxSpokes and cMaxBytes.
 // Threads  none; one at a time.
 #ifndef KESTOVA_STORAGE_REPLAY_SPOKEBUFFER_H
@@ -38,7 +38,7 @@ private:
     void dropFront(std::size_t count);
 
     std::deque<tSpokeString> m_spokes;
-    std::size_t m_revolution = 0;  // where the revolution in progress begins; 0 while no other stands before it
+    std::size_t m_revolution = 0;  // first spoke of the revolution in progress; 0 while there is no other
     std::size_t m_bytes = 0;
 };
 }  // namespace Kestova

@@ -30,7 +30,7 @@ void tCircleSpokes::start()
     {
         m_loop.start([this] { turn(); });
     }
-    catch (const std::exception& error)  // no thread to be had
+    catch (const std::exception& error)  // the system refuses a thread
     {
         m_replaying = false;
         m_zeroSync.leave();
@@ -60,8 +60,8 @@ void tCircleSpokes::turn()
     m_zeroSync.leave();
 }
 
-// One pass over the buffer; false once the loop is to stop. Spokes are `pause` apart, and what the division of the pass
-// left over is waited for at its end: many spokes go back to back, but never more than one pass every 2 s.
+// One pass over the buffer; false once the loop is to stop. Spokes are `pause` apart; the rest of the division is
+// waited for at the end of the pass. More than 2,000 spokes go back to back, and a pass still lasts 2 s.
 bool tCircleSpokes::emitPass(tTime& passStart)
 {
     const std::chrono::milliseconds pause(cPass.count() / static_cast<std::int64_t>(m_spokeBuff.size()));
@@ -80,8 +80,8 @@ bool tCircleSpokes::emitPass(tTime& passStart)
     return sleepUntil(passStart + cPass);
 }
 
-// Where the azimuth falls. A loop whose azimuth never falls comes to zero once in a pass all the same: the others must
-// not wait for it for ever.
+// A falling azimuth begins a revolution. A loop whose azimuth never falls begins one in each pass: the others would
+// wait for it forever.
 bool tCircleSpokes::startsRevolution(const tSpokeString& spoke, bool firstOfPass)
 {
     const bool due = firstOfPass && !m_met;
@@ -123,10 +123,10 @@ void tSpokeLoops::feed(int number, tSpokeString spoke)
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (number < 0 || number >= cMaxLoops)
     {
-        if (!m_toldNumber)
+        if (!m_reportedNumber)
             std::fprintf(stderr, "Radar data replayer: circle loop %d is beyond %d, its spokes are not kept\n", number,
                          cMaxLoops - 1);
-        m_toldNumber = true;
+        m_reportedNumber = true;
         return;
     }
     std::unique_ptr<tCircleSpokes>& loop = m_circleSpokeLoops[number];

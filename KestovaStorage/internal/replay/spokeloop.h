@@ -42,7 +42,8 @@ public:
     // Keeps the spoke; not while the loop turns.
     void feed(tSpokeString spoke);
     std::size_t size() const { return m_spokeBuff.size(); }
-    // Begins to turn, where there are spokes, an observer and a thread to be had; nothing happens to a loop that turns.
+    // Begins to turn if there are spokes and an observer; reports on standard error if no thread can be started. Does
+    // nothing to a loop that turns.
     void start();
     void halt();  // asks the loop to stop; then wait() before anything else
     void wait();
@@ -76,8 +77,8 @@ public:
 
     explicit tSpokeLoops(iCircleSpokeObserver* observer) : m_observer(observer) {}
 
-    // Gives the spoke to loop `number`, which is made where it is missing. Numbers that are no radar's are refused, and
-    // said once.
+    // Gives the spoke to loop `number`, making the loop if it is missing. Refuses numbers that are no radar's, and
+    // reports the first one.
     void feed(int number, tSpokeString spoke);
     void run(bool on);
 
@@ -85,7 +86,7 @@ private:
     iCircleSpokeObserver* const m_observer;
     std::mutex m_mutex;
     std::map<int, std::unique_ptr<tCircleSpokes>> m_circleSpokeLoops;  // guarded by m_mutex
-    bool m_toldNumber = false;                                         // guarded by m_mutex
+    bool m_reportedNumber = false;                                     // guarded by m_mutex
 };
 }  // namespace Kestova
 

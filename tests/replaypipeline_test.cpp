@@ -9,7 +9,7 @@
 using namespace Kestova;
 using namespace std::chrono_literals;
 
-class tRecordReplayTest : public testing::Test
+class tReplayPipelineTest : public testing::Test
 {
 protected:
     void play(const std::string& bytes, double progress = 0.5, const std::string& file = "f")
@@ -25,28 +25,28 @@ protected:
     static constexpr tUdpMsgInfo cArpa{1, 1, eReadType, eArpaStream, 1}, cUser{2, 1, eMultiRadarService, 3, 1},
         cService{1, 1, eMultiRadarService, eArpaStream, 1};
     tReplayPipeline records{tReplayPipeline::tTypes().set(eArpaStream), nullptr};
-    tRadarReplayLog told;
-    iRadarDataReplayObserver* observer = &told;
+    tRadarReplayLog log;
+    iRadarDataReplayObserver* observer = &log;
     tReplayEditor editor;
 };
 
-TEST_F(tRecordReplayTest, tellsTheFileWhenItChangesAndOnlyCountsWhatTheUserTold)
+TEST_F(tReplayPipelineTest, reportsTheFileWhenItChangesAndOnlyCountsUserCommands)
 {
     records.setModifyObserver(&editor);
     play(record(cUser, "p", "236.6.7.5"), 1.0);
     EXPECT_EQ(editor.log.text(), "");
     for (const char* file : {"f", "g", "f"})
         play(record(cArpa), 0.5, file);
-    EXPECT_EQ(told.text(),
+    EXPECT_EQ(log.text(),
               counters(0, 0) + " " + counters(1, 0) + " p " + counterText("g", 1, 0) + " p " + counters(1, 0) + " p");
 }
 
-TEST_F(tRecordReplayTest, passesTheKindsAskedForAndThoseThatAlwaysPass)
+TEST_F(tReplayPipelineTest, passesTheKindsAskedForAndThoseThatAlwaysPass)
 {
     const auto passes = [&](tMsgType type, tReadWriteType rwType, double progress = 0.5) {
-        told.clear();
+        log.clear();
         play(record({1, 1, type, rwType, 1}), progress);
-        return told.count("p") == 1;
+        return log.count("p") == 1;
     };
     EXPECT_TRUE(passes(eReadType, eArpaStream) && passes(eReadType, eImageStream, 1.0));
     EXPECT_TRUE(passes(eMultiRadarNegotiate, eImageStream) && passes(eReadType, eRadarCheck));
@@ -56,7 +56,7 @@ TEST_F(tRecordReplayTest, passesTheKindsAskedForAndThoseThatAlwaysPass)
     EXPECT_FALSE(passes(eReadType, eRadarClientState) || passes(eReadType, eOtherType));
 }
 
-TEST_F(tRecordReplayTest, letsTheEditorChangeDataAndGroupBeforeItReports)
+TEST_F(tReplayPipelineTest, letsTheEditorChangeDataAndGroupBeforeItReports)
 {
     editor.edit = [](char* data, int) { *data = 'q'; };
     editor.redirect = [](std::uint32_t* ip, std::uint16_t* port) { *ip = net::transAddr("239.9.9.9"), ++*port; };
@@ -64,13 +64,13 @@ TEST_F(tRecordReplayTest, letsTheEditorChangeDataAndGroupBeforeItReports)
     const std::string bytes = record(cArpa), before = bytes;
     play(bytes);
     EXPECT_EQ(bytes, before);
-    EXPECT_EQ(editor.log.text() + " " + told.text(), "p q " + counters(0, 0) + " q");
+    EXPECT_EQ(editor.log.text() + " " + log.text(), "p q " + counters(0, 0) + " q");
     EXPECT_EQ(editor.log.segments()[0].file, "1000 1700000000123 4 3 0.500000 239.17.0.1:6001");
     EXPECT_EQ(editor.log.segments()[1].file, "0 0 4 3 -2.000000 239.17.0.1:6001");  // loop number and azimuth are -1
-    EXPECT_EQ(told.segments()[0].file, "1000 1700000000123 4 3 0.500000 239.9.9.9:6002");
+    EXPECT_EQ(log.segments()[0].file, "1000 1700000000123 4 3 0.500000 239.9.9.9:6002");
 }
 
-TEST_F(tRecordReplayTest, givesImageStateMessagesTheTimeOfReplayBeforeTheyAreEdited)
+TEST_F(tReplayPipelineTest, givesImageStateMessagesTheTimeOfReplayBeforeTheyAreEdited)
 {
     const std::string state = "\x03\xC4" + std::string(127, 's');
     const std::string stamped = std::string(state).replace(114, 8, littleEndian(1000, 8));
@@ -82,17 +82,17 @@ TEST_F(tRecordReplayTest, givesImageStateMessagesTheTimeOfReplayBeforeTheyAreEdi
     }
 }
 
-TEST_F(tRecordReplayTest, countsServiceMessagesForTheirKindAndForTheirGroup)
+TEST_F(tReplayPipelineTest, countsServiceMessagesForTheirKindAndForTheirGroup)
 {
     play(record(cService, "m", "236.6.7.5"));
     play(record({1, 1, eMultiRadarService, eImageCtrl, 1}, "m", "236.6.7.5"));  // does not pass
     play(record(cService, "m"));
     play(record(cArpa, "p", "236.6.7.5"));
-    EXPECT_EQ(told.text(), counters(0, 0) + " m " + counters(0, 1) + " " + counters(0, 2) + " " + counters(0, 3) +
-                               " m " + counters(0, 4) + " p " + counters(0, 5));
+    EXPECT_EQ(log.text(), counters(0, 0) + " m " + counters(0, 1) + " " + counters(0, 2) + " " + counters(0, 3) +
+                              " m " + counters(0, 4) + " p " + counters(0, 5));
 }
 
-TEST_F(tRecordReplayTest, skipsAndCountsWhatIsNoWholePackage)
+TEST_F(tReplayPipelineTest, skipsAndCountsWhatIsNoWholePackage)
 {
     const std::string good = record(cArpa, "payload"), noEnd = good.substr(0, good.size() - 1);
     const auto claiming = [&](unsigned len) { return std::string(good).replace(31, 2, littleEndian(len, 2)); };
@@ -104,9 +104,9 @@ TEST_F(tRecordReplayTest, skipsAndCountsWhatIsNoWholePackage)
     EXPECT_EQ(records.damagedCnt(), std::size(damaged));
     observer = nullptr;
     play(good);
-    observer = &told;
+    observer = &log;
     play(good);
-    EXPECT_EQ(told.text(), "payload");
+    EXPECT_EQ(log.text(), "payload");
 }
 
 TEST(tServiceMessagesTest, keepsAMessageNineSecondsFromItsFirstTaking)
@@ -119,7 +119,7 @@ TEST(tServiceMessagesTest, keepsAMessageNineSecondsFromItsFirstTaking)
     EXPECT_THAT(messages.alive(110s), testing::ElementsAre("a"));
 }
 
-TEST(tReplaySendersTest, holdsOneSocketADestinationAndNoMoreThanItsLimit)
+TEST(tSenderPoolTest, holdsOneSocketADestinationAndNoMoreThanItsLimit)
 {
     tSenderPool senders(net::transAddr("127.0.0.1"));
     testing::internal::CaptureStderr();

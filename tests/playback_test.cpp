@@ -1,4 +1,4 @@
-// When and in which order a replay hands its segments over: the clock and the timeline.
+// When and in which order a replay delivers its segments: the clock and the timeline.
 #include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ constexpr std::uint64_t cFirst = 1'700'000'000'000ull << 16;
 constexpr std::uint64_t cSpan = 10'000ull << 16;
 const tPlayClock::tTime cStart{100h};
 
-class tReplayClockTest : public testing::Test
+class tPlayClockTest : public testing::Test
 {
 protected:
     std::uint64_t msAt(tPlayClock::tTime now) const { return timeOfKey(clock.position(now) - cFirst); }
@@ -30,7 +30,7 @@ protected:
 };
 }  // namespace
 
-TEST_F(tReplayClockTest, ticksAtTheSpeedOfTheTable)
+TEST_F(tPlayClockTest, ticksAtTheSpeedOfTheTable)
 {
     const struct
     {
@@ -50,7 +50,7 @@ TEST_F(tReplayClockTest, ticksAtTheSpeedOfTheTable)
     }
 }
 
-TEST_F(tReplayClockTest, findsTheStartForAnyFraction)
+TEST_F(tPlayClockTest, findsTheStartForAnyFraction)
 {
     const std::uint64_t most = UINT64_MAX, last = cFirst + cSpan, digits = (1ull << 60) - 1;  // more than a double has
     const struct
@@ -62,6 +62,7 @@ TEST_F(tReplayClockTest, findsTheStartForAnyFraction)
                  {2, cFirst, last, cFirst + 2 * cSpan},
                  {-0.1, cFirst, last, cFirst - cSpan / 10},
                  {-1e30, cFirst, last, 0},
+                 {-cInfinity, cFirst, last, 0},
                  {cInfinity, cFirst, last, most},
                  {cNaN, cFirst, last, cFirst},
                  {1, cFirst, cFirst + digits, cFirst + digits},
@@ -71,7 +72,7 @@ TEST_F(tReplayClockTest, findsTheStartForAnyFraction)
         EXPECT_EQ(startKeyFor(c.fraction, c.first, c.last), c.start) << c.fraction;
 }
 
-TEST_F(tReplayClockTest, isDueWhenThePositionIsReachedAndNotBefore)
+TEST_F(tPlayClockTest, isDueWhenThePositionIsReachedAndNotBefore)
 {
     for (const double rate : {1.0, 4.0, 0.2})
     {
@@ -86,7 +87,7 @@ TEST_F(tReplayClockTest, isDueWhenThePositionIsReachedAndNotBefore)
     }
 }
 
-TEST_F(tReplayClockTest, doesNotMoveWhilePaused)
+TEST_F(tPlayClockTest, doesNotMoveWhilePaused)
 {
     clock.start(cFirst, cStart);
     clock.setPaused(true, cStart + 10ms + 300us);
@@ -99,7 +100,7 @@ TEST_F(tReplayClockTest, doesNotMoveWhilePaused)
     EXPECT_EQ(msAt(cStart + 9s + 5ms), 21u);
 }
 
-TEST_F(tReplayClockTest, neitherGainsNorLosesWhenTheSpeedIsSet)
+TEST_F(tPlayClockTest, neitherGainsNorLosesWhenTheSpeedIsSet)
 {
     clock.start(cFirst, cStart);
     for (int i = 1; i <= 100'000; ++i)
@@ -111,7 +112,7 @@ TEST_F(tReplayClockTest, neitherGainsNorLosesWhenTheSpeedIsSet)
     EXPECT_LE(msAt(cStart + 10ms), 1u + 10u);
 }
 
-TEST_F(tReplayClockTest, staysAtTheEndOfTimeInsteadOfWrapping)
+TEST_F(tPlayClockTest, staysAtTheEndOfTimeInsteadOfWrapping)
 {
     clock.setSpeed(speedFor(10), cStart);
     clock.start(UINT64_MAX - 5, cStart);
@@ -131,7 +132,7 @@ using tTimes = std::vector<std::uint64_t>;
 using tSegment = std::tuple<std::uint64_t, std::size_t, std::uint64_t>;  // key, file, place in the recording
 constexpr std::uint64_t cDay = 1'700'000'000'000;
 
-// The play order as the rules tell it, segment by segment; all keys from a time's first one up to its hint are in use.
+// The play order by its rules, segment by segment; all keys from a time's first one up to its hint are in use.
 std::map<std::uint64_t, tSegment> oneByOne(const std::vector<tTimes>& files)
 {
     std::map<std::uint64_t, tSegment> order;
@@ -153,7 +154,7 @@ std::map<std::uint64_t, tSegment> oneByOne(const std::vector<tTimes>& files)
     return order;
 }
 
-class tSegmentTimelineTest : public testing::Test
+class tTimelineTest : public testing::Test
 {
 protected:
     // A record's pos keeps its place in the recording: building may sort an index.
@@ -209,7 +210,7 @@ protected:
 };
 }  // namespace
 
-TEST_F(tSegmentTimelineTest, givesManySmallRecordingsTheKeysFoundOneByOne)
+TEST_F(tTimelineTest, givesManySmallRecordingsTheKeysFoundOneByOne)
 {
     std::mt19937 random(17);
     for (int round = 0; round < 250; ++round)
@@ -230,7 +231,7 @@ TEST_F(tSegmentTimelineTest, givesManySmallRecordingsTheKeysFoundOneByOne)
     }
 }
 
-TEST_F(tSegmentTimelineTest, letsAFullMillisecondRunOverIntoTheNext)
+TEST_F(tTimelineTest, letsAFullMillisecondRunOverIntoTheNext)
 {
     tTimes alternating, neighbours(66'000, cDay);
     for (std::size_t i = 0; i < 140'000; ++i)
@@ -249,7 +250,7 @@ TEST_F(tSegmentTimelineTest, letsAFullMillisecondRunOverIntoTheNext)
     }
 }
 
-TEST_F(tSegmentTimelineTest, leavesOutWhatTheLastMillisecondHasNoKeyFor)
+TEST_F(tTimelineTest, leavesOutWhatTheLastMillisecondHasNoKeyFor)
 {
     build({tTimes(65'540, cTimeLimit - 1), {cDay}});
     const std::vector<tSegment> walked = walk(0);
@@ -259,7 +260,7 @@ TEST_F(tSegmentTimelineTest, leavesOutWhatTheLastMillisecondHasNoKeyFor)
     EXPECT_EQ(walked[1], tSegment(keyOfTime(cTimeLimit - 1), 0, 0));
 }
 
-TEST_F(tSegmentTimelineTest, stopsBuildingOnceCancelled)
+TEST_F(tTimelineTest, stopsBuildingOnceCancelled)
 {
     int asked = 0;
     build({tTimes(200'000, cDay)}, [&] { return ++asked == 3; });
