@@ -23,7 +23,7 @@ namespace
 {
 using tPackageObservers = tObserverList<iPackageObserver>;
 
-constexpr std::size_t cManyWaiting = 50;        // split packages; more are told on the console
+constexpr std::size_t cManyWaiting = 50;        // split packages; more are reported on the console
 constexpr std::size_t cLongestRun = 32 * 1024;  // bytes queued for the pop thread under one lock
 
 std::size_t lengthOf(const char* data, int len)

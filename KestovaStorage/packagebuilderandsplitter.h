@@ -21,7 +21,7 @@ public:
 class tPackageBuilderAndSplitterPrivate;
 
 // Both jobs run on worker threads of this object; the queues between them have no bound, and a line on standard output
-// tells of every split package behind which more than 50 wait for the pop thread. Every operation may be called
+// reports every split package behind which more than 50 wait for the pop thread. Every operation may be called
 // from any thread, from inside an observer call too, except destruction: never destroy the object from inside one.
 class KESTOVA_API tPackageBuilderAndSplitter
 {
@@ -32,7 +32,7 @@ public:
     tPackageBuilderAndSplitter(const tPackageBuilderAndSplitter&) = delete;
     tPackageBuilderAndSplitter& operator=(const tPackageBuilderAndSplitter&) = delete;
 
-    void SetID(int id);  // the identity told to observers and printed; -1 at the start
+    void SetID(int id);  // the identity given to observers and printed; -1 at the start
 
     unsigned int GetSplittedPackageCnt() const;  // the number expected of the next split package
     unsigned int GetBuildedPackageCnt() const;   // packages built since construction or the last Clear

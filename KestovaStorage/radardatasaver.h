@@ -19,7 +19,7 @@ public:
     // during the call. Their number and `info` stay as they are. Called on the receive thread of the group (several
     // groups at once) or on the thread of ManualWriteRadarData. No lock is held: every operation of the saver may be
     // called from inside, but see tRadarDataSaver for connect, disconnect and SocketClear. A call that takes long
-    // holds up the group, and whoever ends the connection.
+    // holds up the group, and the thread that ends the connection.
     virtual void UpdateRecDataModify(const tUdpMsgInfo& info, const char* groupAddr, int port, char* data, int len) = 0;
 };
 
@@ -40,13 +40,13 @@ class tRadarDataSaverPrivate;
 // Joins the groups of the wanted streams, and the three groups 236.6.7.20:6720, 236.6.7.4:6768 and 236.6.7.5:6878 of
 // radar check and multi-radar service, and records every datagram as one tRadarMsgPackage, stamped with the time of its
 // arrival. While the sockets are open and the service has been silent for 6 s, it is asked to report every 5 s: two
-// bytes, 01 B1, to 236.6.7.5:6878. What is heard there is recorded and puts the next query off, whoever sent it: the
-// queries themselves and a replay's service messages too.
+// bytes, 01 B1, to 236.6.7.5:6878. What arrives there is recorded and defers the next query, the queries
+// themselves and a replay's service messages too.
 //
 // Operations may be called from any thread; connect, disconnect and SocketClear take turns. They and destruction wait
 // for the receive threads: do not call them while you hold a lock that your observer takes. From inside
 // UpdateRecDataModify of the same saver they are refused (they do nothing, and return false); never destroy a saver
-// there. Progress is told on standard output ("Save ...", "Radar Data Saver Init ..."), failures on standard error.
+// there. Progress is reported on standard output ("Save ...", "Radar Data Saver Init ..."), failures on standard error.
 class KESTOVA_API tRadarDataSaver
 {
 public:
@@ -63,8 +63,8 @@ public:
     // Starts recording radar `serial`, number `id` of the MultiRadarClient's directory, compressed when finished if
     // `flag`. Sockets open when the client reports the local address, and again whenever it changes; while there is
     // none they are closed. A connection before it is ended first, as disconnect does. False, with a line on standard
-    // output, if the radar is not in the directory. True even where the file could not be created: that is said on
-    // standard error, and what arrives is counted by GetWriteLostCnt.
+    // output, if the radar is not in the directory. True even where the file could not be created: that is
+    // reported on standard error, and what arrives is counted by GetWriteLostCnt.
     // The recording is named after the radar: serial A1:2 with id 1 gives A1_2_B. The first ":" becomes "_" unless the
     // serial begins with it; ids 0 to 25 are the letters A to Z, higher ones stand as their number (A1_2_26). What
     // cannot be in a file name ("/", "\", control characters) is written as "%" and two hexadecimal digits ("%2F").

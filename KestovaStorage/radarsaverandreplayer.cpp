@@ -26,7 +26,7 @@ tUdpMsgInfo infoOf(int dataType)
 class tRadarSaverAndReplayerPrivate : public storage::iDataReadReplayObserver
 {
 public:
-    explicit tRadarSaverAndReplayerPrivate(iSaveReplayObserver* observer) : m_observer(observer) { tellState(); }
+    explicit tRadarSaverAndReplayerPrivate(iSaveReplayObserver* observer) : m_observer(observer) { notifyState(); }
     ~tRadarSaverAndReplayerPrivate() override
     {
         m_replayer.CloseReadingFile();
@@ -35,17 +35,17 @@ public:
     tRadarSaverAndReplayerPrivate(const tRadarSaverAndReplayerPrivate&) = delete;
     tRadarSaverAndReplayerPrivate& operator=(const tRadarSaverAndReplayerPrivate&) = delete;
 
-    // The first thing that a replay tells: the observer hears of the state before any message comes.
+    // The first report of a replay waits here, so that the observer gets the state before any message.
     void UpdateReplayStatus(std::uint8_t status) override
     {
         if (status == storage::eReplayOpening)
-            m_told.wait(false);
+            m_notified.wait(false);
     }
     void UpdateDataTimeSpan(std::uint64_t, std::uint64_t) override {}
     void UpdateReplayData(std::uint64_t, double progress, const char* data, unsigned int len, std::string) override;
 
     bool in(eSaveReplayState state) const { return m_state == state; }
-    eSaveReplayState tellState() const;
+    eSaveReplayState notifyState() const;
     void enter(eSaveReplayState state);
     void save(int dataType, const char* data, int len);
     void finishFile();
@@ -58,18 +58,18 @@ public:
 private:
     void letReplay()
     {
-        m_told = true;
-        m_told.notify_all();
+        m_notified = true;
+        m_notified.notify_all();
     }
 
     std::atomic<eSaveReplayState> m_state{eIdle};
-    std::atomic<bool> m_ending{false};  // no message is handed on any more
-    std::atomic<bool> m_told{false};    // a replay that was opened may go on: the observer has been told of it
+    std::atomic<bool> m_ending{false};    // no message is handed on any more
+    std::atomic<bool> m_notified{false};  // the observer has the state: a replay that was opened may go on
     iSaveReplayObserver* const m_observer;
     tPackageRecorder m_packageRecorder{m_saver};
 };
 
-eSaveReplayState tRadarSaverAndReplayerPrivate::tellState() const
+eSaveReplayState tRadarSaverAndReplayerPrivate::notifyState() const
 {
     const eSaveReplayState state = m_state;
     if (m_observer != nullptr)
@@ -80,7 +80,7 @@ eSaveReplayState tRadarSaverAndReplayerPrivate::tellState() const
 void tRadarSaverAndReplayerPrivate::enter(eSaveReplayState state)
 {
     m_state = state;
-    tellState();
+    notifyState();
 }
 
 void tRadarSaverAndReplayerPrivate::save(int dataType, const char* data, int len)
@@ -106,7 +106,7 @@ void tRadarSaverAndReplayerPrivate::finishFile()
 
 bool tRadarSaverAndReplayerPrivate::startReplaying(const std::string& path)
 {
-    m_told = m_ending = false;
+    m_notified = m_ending = false;
     if (!m_replayer.OpenReadDataFileorFolder(path, this))
         return false;
     enter(eReplaying);
@@ -117,7 +117,7 @@ bool tRadarSaverAndReplayerPrivate::startReplaying(const std::string& path)
 void tRadarSaverAndReplayerPrivate::endReplay()
 {
     m_ending = true;
-    letReplay();  // where the observer, being told, wants none of it
+    letReplay();  // where the observer ends it from inside UpdateState
     m_replayer.CloseReadingFile();
     enter(eIdle);
 }
@@ -144,7 +144,7 @@ tRadarSaverAndReplayer::~tRadarSaverAndReplayer()
 
 eSaveReplayState tRadarSaverAndReplayer::State() const
 {
-    return m_p->tellState();
+    return m_p->notifyState();
 }
 
 bool tRadarSaverAndReplayer::StartSaving(const std::string& folder)

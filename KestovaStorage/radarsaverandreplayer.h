@@ -40,13 +40,13 @@ class KESTOVA_API tRadarSaverAndReplayer
 public:
     // `observer` may be null, is not owned, and must outlive this object.
     explicit tRadarSaverAndReplayer(iSaveReplayObserver* observer);
-    // Ends what is under way without telling the observer; what was saved is in the file (5 seconds are waited at
+    // Ends what is under way without a call to the observer; what was saved is in the file (5 seconds are waited at
     // most). Never from inside a callback.
     virtual ~tRadarSaverAndReplayer();
     tRadarSaverAndReplayer(const tRadarSaverAndReplayer&) = delete;
     tRadarSaverAndReplayer& operator=(const tRadarSaverAndReplayer&) = delete;
 
-    eSaveReplayState State() const;  // tells the observer, too
+    eSaveReplayState State() const;  // notifies the observer, too
 
     // Idle: starts a recording in `folder` (ends with "/", or the file comes beside it). False where no file could be
     // created.
@@ -58,7 +58,7 @@ public:
     void EndSave();
 
     // Idle: opens a file, or every file below a folder, and plays it at the recorded pace on a thread of its own. The
-    // state stays until EndReplay, at the end of the recording too; nothing tells the end but a progress of 1.0. True
+    // state stays until EndReplay, at the end of the recording too; only a progress of 1.0 marks that end. True
     // also where there is nothing to play. No message comes before the observer's UpdateState has returned.
     bool StartReplaying(const std::string& path);
     // Replaying: as in storage::tDataStorageIO. Pause and Resume are false until playing has begun.

@@ -38,7 +38,7 @@ NetAddress group()
     return {net::transAddr(cGroup), net::HtoNs(static_cast<std::uint16_t>(20'000 + ::getppid() % 20'000))};
 }
 
-// The child: sends at a rate for some seconds and says how many it sent.
+// The child: sends at a rate for some seconds and reports how many it sent.
 [[noreturn]] void send(std::uint64_t rate, double seconds, const NetAddress& to, int report)
 {
     net::UdpSender sender(to, net::transAddr("127.0.0.1"), 0);
@@ -66,10 +66,10 @@ std::uint64_t sendFromChild(std::uint64_t rate, double seconds, const NetAddress
         send(rate, seconds, to, ends[1]);
     ::close(ends[1]);
     std::uint64_t sent = 0;
-    const bool told = ::read(ends[0], &sent, sizeof sent) == sizeof sent;
+    const bool reported = ::read(ends[0], &sent, sizeof sent) == sizeof sent;
     ::close(ends[0]);
     ::waitpid(child, nullptr, 0);
-    if (!told)
+    if (!reported)
         std::exit(1);
     return sent;
 }
@@ -183,7 +183,7 @@ int main(int argc, char** argv)
     const double seconds = argc > 1 ? std::atof(argv[1]) : 3.0;
     bench::announce(
         "multicast_bench: 542-byte datagrams from loopback multicast to a file (results on standard error)");
-    // The library tells its progress on standard output.
+    // The library reports its progress on standard output.
     if (std::freopen("/dev/null", "w", stdout) == nullptr)
         return 1;
     const bench::tScratch scratch(nullptr);

@@ -122,7 +122,7 @@ tFigures measureMemcpy(const std::string& source)
     return measure([&] {
         const auto start = tClock::now();
         std::memcpy(to.get(), source.data(), source.size());
-        asm volatile("" : : "r"(to.get()) : "memory");  // the copy is wanted, though nobody reads it
+        asm volatile("" : : "r"(to.get()) : "memory");  // keeps the copy, though it is not read
         return secondsSince(start);
     });
 }

@@ -186,7 +186,7 @@ TEST_F(tPackageBuilderAndSplitterTest, losesNoWakeUpToClear)
     testing::internal::GetCapturedStdout();
 }
 
-TEST_F(tPackageBuilderAndSplitterTest, tellsOfMoreThanFiftyWaitingPackages)
+TEST_F(tPackageBuilderAndSplitterTest, reportsMoreThanFiftyWaitingPackages)
 {
     holdCalls();
     testing::internal::CaptureStdout();

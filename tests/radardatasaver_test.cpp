@@ -86,17 +86,17 @@ TEST_F(tRadarDataSaverTest, joinsTheWantedStreamsInOrderThenTheFixedGroupsAndEac
     EXPECT_EQ(asText(groups(*saver).at(2).msgInfo), "0,1,2,255,0");
 }
 
-TEST_F(tRadarDataSaverTest, saysWhatItDoesAndNamesTheRecordingAfterTheRadar)
+TEST_F(tRadarDataSaverTest, printsItsProgressAndNamesTheRecordingAfterTheRadar)
 {
     CaptureStdout();
     auto saver = connectedSaver();
     std::fflush(stdout);
-    const std::string said = GetCapturedStdout();
-    const auto save = said.find("Save A1_2_B\r\n");
-    const auto init = said.find("Radar Data Saver Init ...\r\n");
-    const auto over = said.find("Radar Data Saver Init Over ...\r\n");
-    EXPECT_NE(over, std::string::npos) << said;
-    EXPECT_TRUE(save < init && init < over) << said;
+    const std::string printed = GetCapturedStdout();
+    const auto save = printed.find("Save A1_2_B\r\n");
+    const auto init = printed.find("Radar Data Saver Init ...\r\n");
+    const auto over = printed.find("Radar Data Saver Init Over ...\r\n");
+    EXPECT_NE(over, std::string::npos) << printed;
+    EXPECT_TRUE(save < init && init < over) << printed;
     const std::string file = saver->GetCurrentWriteDataFileName();
     EXPECT_TRUE(file.size() > 12 && file.substr(file.size() - 12) == "_A1_2_B.data") << file;
 }
@@ -145,7 +145,7 @@ TEST_F(tRadarDataSaverTest, recordsWhatIsWrittenByHand)
     EXPECT_EQ(net::transAddr(packages[1].group.ip) + ":" + std::to_string(packages[1].group.port), "10.1.2.3:99");
 }
 
-TEST_F(tRadarDataSaverTest, saysSoWhenItHasNoFileAndCountsWhatIsLost)
+TEST_F(tRadarDataSaverTest, reportsThatItHasNoFileAndCountsWhatIsLost)
 {
     enter("A1:2", 1, {eImageStream});
     auto saver = makeSaver();

@@ -1,4 +1,4 @@
-// A recorder with a network of its own: a namespace with nothing but loopback and nobody else on the service group.
+// A recorder with a network of its own: a namespace with nothing but loopback and no other user of the service group.
 #include "support/ownnamespace.h"
 #include "support/saverfixture.h"
 
@@ -40,7 +40,7 @@ TEST_F(tSaverAloneTest, closesItsSocketsWithoutAnAddressAndOpensThemWithOne)
 TEST_F(tSaverAloneTest, asksASilentServiceAndRecordsWhatItHears)
 {
     auto idle = connectedSaver();
-    ASSERT_TRUE(idle->disconnect());  // whoever is not connected asks nobody
+    ASSERT_TRUE(idle->disconnect());  // a recorder that is not connected sends no query
     auto saver = connectedSaver();
     net::UdpSender multiRadar({net::transAddr("236.6.7.5"), net::HtoNs(6878)}, net::transAddr("127.0.0.1"), 0);
     const auto start = std::chrono::steady_clock::now();

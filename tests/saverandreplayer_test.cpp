@@ -30,7 +30,7 @@ protected:
     std::unique_ptr<tRadarSaverAndReplayer> facade = std::make_unique<tRadarSaverAndReplayer>(this);
 };
 
-TEST_F(tSaverAndReplayerTest, allowsEachCallInItsStateOnlyAndTellsEveryState)
+TEST_F(tSaverAndReplayerTest, allowsEachCallInItsStateOnlyAndReportsEveryState)
 {
     const auto steers = [&] { return facade->Pause() || facade->Resume() || facade->Jump(0.5); };
     save("not saved"), facade->EndSave(), facade->EndReplay();
@@ -54,8 +54,8 @@ TEST_F(tSaverAndReplayerTest, keepsTheLowSixteenBitsOfATypeAndRefusesLengthsThat
     ASSERT_TRUE(startSaving());
     testing::internal::CaptureStderr();
     save(std::string(65'495, 'l')), facade->SaveData(1, "x", -1), facade->SaveData(1, nullptr, 3);
-    const std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 3) << said;
+    const std::string printed = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 3) << printed;
     save("m", 0x70102), save("n", -1), facade->EndSave();
     ASSERT_EQ(saved().size(), 2u);
     EXPECT_EQ(asText(saved()[0].msgInfo) + std::to_string(saved()[0].group.ip + saved()[0].group.port), "1,2,1,2,150");

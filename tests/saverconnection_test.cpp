@@ -79,7 +79,7 @@ TEST_F(tSaverConnectionTest, endsInEveryStateByDisconnectingOrByAnUnknownRadar)
                 EXPECT_EQ(saver->GetCurrentWriteDataFileName(), "") << "its file is finished";
             }
             changeAddress(unknownRadar ? "127.0.0.2" : "127.0.0.1");
-            EXPECT_THAT(groups(*saver), IsEmpty()) << "nobody is recorded";
+            EXPECT_THAT(groups(*saver), IsEmpty()) << "nothing is recorded";
             EXPECT_FALSE(saver->disconnect() || saver->isConnected());
         }
     std::fflush(stdout);
@@ -169,7 +169,7 @@ TEST_F(tSaverConnectionTest, finishesTheFileWhenDestroyed)
     ASSERT_TRUE(received(*saver, eImageStream, 1));
     saver.reset();
     send(eImageStream, "too late");
-    changeAddress("127.0.0.2");  // nobody tells an object that is gone
+    changeAddress("127.0.0.2");  // must not reach the destroyed object
     EXPECT_EQ(calls, 1);
     EXPECT_THAT(payloads(), ElementsAre("kept"));
 }

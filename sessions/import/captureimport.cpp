@@ -41,7 +41,7 @@ tUdpMsgInfo infoOf(std::string_view kind)
     return {0, 0, eReadType, eOtherType, 0};
 }
 
-// To the nearest millisecond; a recording knows no time 0.
+// To the nearest millisecond; time 0 means now to a recorder.
 std::uint64_t milliseconds(std::uint64_t us)
 {
     return std::max<std::uint64_t>(1, (us + 500) / 1000);

@@ -14,7 +14,7 @@ namespace tool
 class tReceivedCounts
 {
 public:
-    // Says which stream a group carries; of two streams on one group the first is kept.
+    // Sets which stream a group carries; of two streams on one group the first is kept.
     void expect(const NetAddress& group, tReadWriteType kind);
     void add(const NetAddress& group, const char* data, int len);
 

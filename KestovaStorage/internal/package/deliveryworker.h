@@ -1,8 +1,7 @@
 // tDeliveryWorker: a queue of byte strings, and the thread that hands them one by one, in order, to a handler.
 //
-// Shapes   segments are numbered as they are queued. The thread reads them in place and takes the lock only where it
-//          finds nothing more or a block ends. The queue has no bound; what a backlog needed is freed once it is
-//          walked.
+// Shapes   the thread reads segments in place and takes the lock only where it finds nothing more or a block ends. The
+//          queue has no bound; the memory of a backlog is freed once it is walked.
 // Threads  start() and stop() belong to the owner, everything else to any thread, the handler included. The handler
 //          runs without a lock.
 // Wake-up  only a sleeping thread is notified: while it is awake a push costs an uncontended lock and a copy.
@@ -79,7 +78,7 @@ private:
     alignas(64) tWalkQueue m_chain;
     std::uint64_t m_handled = 0;  // m_walked, brought up to date where the thread takes the lock
     unsigned m_idleWaiters = 0;
-    bool m_asleep = false;  // the thread waits and nobody has notified it yet
+    bool m_asleep = false;  // the thread waits and has not been notified yet
     alignas(64) tWorker m_worker;
 };
 

@@ -75,7 +75,7 @@ void tPackageSplitter::deliver(const char* package, std::size_t len)
     m_expected.store(received + 1, resets);
 }
 
-// Takes the received number over where another one was expected; a gap is thus told once.
+// Continues with the received number where another one was expected, so that a gap is reported once.
 void tPackageSplitter::meet(std::uint32_t received, std::uint32_t resets)
 {
     const std::uint32_t expected = m_expected.numberSince(resets);

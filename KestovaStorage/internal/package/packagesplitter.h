@@ -1,7 +1,8 @@
 // tPackageSplitter: cuts packages out of a byte stream and finds its way again after damage.
 //
-// Shapes   is given contiguous bytes and says how many of them it is done with; the caller puts the rest, always less
-//          than 64 KiB, in front of what comes next. Packages are handed over in place.
+// Shapes   split() takes contiguous bytes and returns how many of them it is done with; the caller puts the rest,
+// always
+//          less than 64 KiB, in front of what comes next. Packages are handed over in place.
 // Owner    the sink outlives the splitter.
 // Threads  split() on one thread; count() and resetCount() on any, the sink's calls included.
 #ifndef KESTOVA_STORAGE_PACKAGE_PACKAGESPLITTER_H

@@ -78,7 +78,7 @@ bool tParseWorker::takeBytes()
     return true;
 }
 
-// Before a sleep; the kernel takes its time with large regions, so nobody waits for it.
+// Before a sleep; the kernel needs long to free large regions, so that is done without the lock.
 void tParseWorker::cutBack(tWorker::tLock& held)
 {
     if (m_copying || m_buffer.memory() <= tReceiveBuffer::cKeptSize)

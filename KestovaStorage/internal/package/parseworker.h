@@ -60,7 +60,7 @@ private:
     void cutBack(tWorker::tLock& held);
 
     std::mutex m_receiveMutex;  // held over a whole receive(): keeps chunks whole and in order
-    tReceiveBuffer m_buffer;    // receiving side: m_receiveMutex; take(): worker's lock while nobody copies
+    tReceiveBuffer m_buffer;    // receiving side: m_receiveMutex; take(): worker's lock while no receiver copies
     alignas(64) tParser m_parser;
     bool m_copying = false;       // guarded by m_worker.lock(): a receiver fills the buffer
     eTurn m_turn = eTurn::eBusy;  // guarded by m_worker.lock()

@@ -1,4 +1,4 @@
-// What a recorder knows about the groups it joins: the info block stamped on their packages and the receive buffer.
+// The groups that a recorder joins: the info block stamped on their packages, and their receive buffers.
 //
 // Shapes   one row for each of the eighteen stream kinds; the groups of servicegroups.h are joined besides.
 // Threads  constants and pure functions.

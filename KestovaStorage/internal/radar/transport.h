@@ -1,7 +1,7 @@
 // The way to and from the network: sources and sinks of datagrams, and the transport that opens them.
 //
-// Shapes   UDP is the default, in udptransport.cpp. Another transport is a file of its own beside it, given to whoever
-//          opens sources or sinks, or chosen in defaultTransport().
+// Shapes   UDP is the default, in udptransport.cpp. Another transport is a file of its own beside it, passed to
+//          those who open sources or sinks, or returned by defaultTransport().
 // Owner    a transport outlives what it opened; a listener outlives its source.
 // Threads  any. A source calls its listener on a thread of its own, once a datagram, and no more after its destruction,
 //          which waits for a call under way.
