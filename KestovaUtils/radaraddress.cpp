@@ -1,7 +1,7 @@
 #include <cstring>
 
-#include "KestovaUtils/internal/streamnames.h"
 #include "KestovaUtils/multiradarclient.h"
+#include "KestovaUtils/streamnames.h"
 
 // The record is exchanged as bytes: every field stands where the family's other programs look for it.
 static_assert(offsetof(RadarAddress, radarIP) == 0);
@@ -61,10 +61,11 @@ void RadarAddress::setStreamAddress(unsigned int kind, const NetAddress& address
 
 const char* RadarAddress::streamName(unsigned int kind)
 {
-    return utils::streamName(kind);
+    return kind < utils::cStreamKinds ? utils::streamName(kind) : nullptr;
 }
 
 int RadarAddress::streamKind(const char* name)
 {
-    return name == nullptr ? -1 : utils::streamKind(name);
+    const int kind = name == nullptr ? -1 : utils::streamKind(name);
+    return kind < static_cast<int>(utils::cStreamKinds) ? kind : -1;
 }

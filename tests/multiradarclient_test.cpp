@@ -9,6 +9,7 @@
 #include <memory>
 #include <thread>
 
+#include "KestovaUtils/streamnames.h"
 #include "support/addresslistener.h"
 #include "support/addresstext.h"
 #include "support/tempdir.h"
@@ -240,8 +241,28 @@ TEST(tRadarAddressTest, keepsEighteenNamedStreamKindsSideBySideFromByteSix)
         EXPECT_EQ(RadarAddress::streamKind(RadarAddress::streamName(kind)), static_cast<int>(kind));
     }
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(&record), sizeof record), wanted + std::string(2, '\0'));
-    EXPECT_STREQ(RadarAddress::streamName(11), "secondArpaStream");
-    EXPECT_STREQ(RadarAddress::streamName(14), "arpaSeverCtrl");
-    EXPECT_EQ(RadarAddress::streamKind("ImageStream"), -1);
-    EXPECT_EQ(RadarAddress::streamKind(nullptr), -1);
+    for (const char* name : {"ImageStream", "otherType", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(RadarAddress::streamKind(name), -1);
+}
+
+TEST(tStreamNamesTest, namesEveryKindOfStreamAndMessage)
+{
+    unsigned int named = 0;
+    for (unsigned int kind = 0; kind < utils::cStreamKindLimit + 2; ++kind)
+    {
+        if (const char* const name = utils::streamName(kind))
+        {
+            EXPECT_EQ(utils::streamKind(name), static_cast<int>(kind));
+            ++named;
+        }
+    }
+    EXPECT_EQ(named, utils::cStreamKinds + 2);
+    EXPECT_STREQ(utils::streamName(11), "secondArpaStream");
+    EXPECT_STREQ(utils::streamName(14), "arpaSeverCtrl");
+    EXPECT_STREQ(utils::streamName(254), "radarCheck");
+    EXPECT_STREQ(utils::streamName(255), "otherType");
+    EXPECT_EQ(utils::streamKind(std::string("gpsDev\0", 7)), -1);
+    EXPECT_STREQ(utils::messageName(4), "readType");
+    EXPECT_STREQ(utils::messageName(8), "radarClientType");
+    EXPECT_EQ(utils::messageName(9), nullptr);
 }

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "KestovaUtils/internal/streamnames.h"
+#include "KestovaUtils/streamnames.h"
 #include "support/addresstext.h"
 #include "support/tempdir.h"
 
@@ -92,7 +92,8 @@ TEST_F(tRadarDirectoryTest, refusesWhatIsNoDirectoryAndSaysWhy)
         {R"("serial":"S","id":18446744073709551616,"streams":{})", id},
         {R"("serial":"S","id":1,"streams":[])", "radar 2: streams is not an object"},
         {R"("serial":"S","id":1,"streams":{},"name":"x")", R"(radar 2: unknown key "name")"},
-        {R"("serial":"S","id":1,"streams":{"ImageStream":"1.2.3.4:5"})", R"(radar 2: unknown stream "ImageStream")"}};
+        {R"("serial":"S","id":1,"streams":{"ImageStream":"1.2.3.4:5"})", R"(radar 2: unknown stream "ImageStream")"},
+        {R"("serial":"S","id":1,"streams":{"otherType":"1.2.3.4:5"})", R"(radar 2: unknown stream "otherType")"}};
     for (const auto& [text, refusal] : directories)
         EXPECT_EQ(refusalOf(text), refusal) << text.substr(0, 200);
     for (const auto& [members, refusal] : radars)

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <utility>
 
-#include "KestovaUtils/internal/streamnames.h"
+#include "KestovaUtils/streamnames.h"
 #include "UdpSocket/udpsocket.h"
 
 namespace utils
@@ -182,7 +182,7 @@ RadarAddress recordOf(const json& streams)
     for (const auto& stream : streams.items())
     {
         const int kind = streamKind(stream.key());
-        if (kind < 0)
+        if (kind < 0 || kind >= static_cast<int>(cStreamKinds))
             throw tRefusal("unknown stream " + shown(stream.key()));
         try
         {

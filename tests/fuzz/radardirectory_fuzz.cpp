@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "KestovaUtils/internal/radardirectory.h"
-#include "KestovaUtils/internal/streamnames.h"
+#include "KestovaUtils/streamnames.h"
 
 namespace
 {
