@@ -17,6 +17,7 @@
 #include "KestovaStorage/internal/package/parseworker.h"
 #include "KestovaUtils/timeparser.h"
 #include "UdpSocket/udpsocket.h"
+#include "common/byteorder.h"
 
 namespace
 {

@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/internal/package/packageformat.h"
 #include "KestovaStorage/packagebuilderandsplitter.h"
+#include "KestovaStorage/packageview.h"
 #include "KestovaUtils/timeparser.h"
 
 namespace Kestova

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/byteorder.h"
+
 namespace
 {
 bool startsWith(const char* bytes, const char* mark, std::size_t markLen)

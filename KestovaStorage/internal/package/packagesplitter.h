@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "KestovaStorage/internal/package/packageformat.h"
+#include "KestovaStorage/packageview.h"
 
 class iSplitterSink
 {

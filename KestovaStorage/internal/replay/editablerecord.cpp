@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "KestovaStorage/internal/package/packageformat.h"
+#include "KestovaStorage/packageview.h"
 #include "UdpSocket/udpsocket.h"
 #include "common/byteorder.h"
 
