@@ -9,7 +9,7 @@
 
 #include "KestovaRecordings/failure.h"
 
-namespace tool
+namespace recordings
 {
 namespace
 {
@@ -89,4 +89,4 @@ void tCaptureWriter::finish()
 {
     d->finish();
 }
-}  // namespace tool
+}  // namespace recordings

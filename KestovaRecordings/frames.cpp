@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-namespace tool
+namespace recordings
 {
 namespace
 {
@@ -102,4 +102,4 @@ std::vector<std::string> framesOf(const NetAddress& from, const NetAddress& to, 
     }
     return frames;
 }
-}  // namespace tool
+}  // namespace recordings

@@ -10,8 +10,10 @@
 
 #include "sessions/record/recordingplace.h"
 
-namespace tool
+namespace session
 {
+using namespace recordings;
+
 namespace
 {
 constexpr std::uint64_t cQueueBytes = 32 << 20;  // waits for the disk before more than that is queued
@@ -112,4 +114,4 @@ void tCaptureImport::UpdateBuildedPackage(const char* package, unsigned int size
 {
     m_storage.WriteData(package, size, timestamp);
 }
-}  // namespace tool
+}  // namespace session

@@ -10,7 +10,7 @@
 #include "KestovaStorage/packagebuilderandsplitter.h"
 #include "KestovaStorage/pcapreader.h"
 
-namespace tool
+namespace session
 {
 // One thread at a time.
 class tCaptureImport : private iPackageObserver
@@ -43,6 +43,6 @@ private:
     storage::tDataStorageIO m_storage;
     tPackageBuilderAndSplitter m_builder;  // writes into m_storage
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

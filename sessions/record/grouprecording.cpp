@@ -6,8 +6,10 @@
 
 #include "sessions/record/recordingplace.h"
 
-namespace tool
+namespace session
 {
+using namespace recordings;
+
 namespace
 {
 constexpr int cReceiveBuffer = 4 * 1024 * 1024;
@@ -88,4 +90,4 @@ void tGroupRecording::UpdateBuildedPackage(const char* package, unsigned int siz
 {
     m_storage.WriteData(package, size, timestamp);
 }
-}  // namespace tool
+}  // namespace session

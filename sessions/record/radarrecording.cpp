@@ -12,8 +12,10 @@
 
 #include "sessions/record/recordingplace.h"
 
-namespace tool
+namespace session
 {
+using namespace recordings;
+
 namespace
 {
 using namespace std::chrono_literals;
@@ -139,4 +141,4 @@ void tRadarRecording::UpdateRecDataModify(const tUdpMsgInfo&, const char* groupA
     m_received.add(groupAddr, port, data, len);
 }
 
-}  // namespace tool
+}  // namespace session

@@ -8,7 +8,7 @@
 #include "KestovaRecordings/streamcounts.h"
 #include "UdpSocket/netaddress.h"
 
-namespace tool
+namespace session
 {
 // Any thread.
 class tReceivedCounts
@@ -18,14 +18,14 @@ public:
     void expect(const NetAddress& group, tReadWriteType kind);
     void add(const char* groupAddr, int groupPort, const char* data, int len);
 
-    tStreamCounts table() const;
-    tStreamKey keyOf(const NetAddress& group) const;  // otherType for a group nobody expected
+    recordings::tStreamCounts table() const;
+    recordings::tStreamKey keyOf(const NetAddress& group) const;  // otherType for a group nobody expected
 
 private:
     mutable std::mutex m_mutex;
     std::map<NetAddress, tReadWriteType, tNetAddress_less> m_kinds;  // guarded by m_mutex
-    tStreamCounts m_table;                                           // guarded by m_mutex
+    recordings::tStreamCounts m_table;                               // guarded by m_mutex
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

@@ -8,7 +8,7 @@
 
 #include "UdpSocket/netaddress.h"
 
-namespace tool
+namespace session
 {
 // Makes sure that each group can be joined (localIp 0: on the interface that the kernel chooses), then makes the
 // storage root where it is missing and returns it as the library wants it. Throws tFailure for the first group that
@@ -18,6 +18,6 @@ std::string prepareRecording(const std::vector<NetAddress>& groups, std::uint32_
 
 // Throws tFailure unless the file is there and below the root.
 void requireFileBelow(const std::string& root, const std::string& file);
-}  // namespace tool
+}  // namespace session
 
 #endif

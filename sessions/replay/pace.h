@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-namespace tool
+namespace session
 {
 class tPace
 {
@@ -26,6 +26,6 @@ private:
     explicit tPace(int step) : m_step(step) {}
     int m_step;  // 0 the recorded pace, 9 ten times, -1 a half, -10 an eleventh
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

@@ -12,6 +12,8 @@
 
 namespace tool
 {
+using recordings::tFailure;
+
 namespace
 {
 constexpr std::size_t cPieceSize = 64 * 1024;

@@ -1,4 +1,4 @@
-// tSteering: the keys that steer a replay, where a terminal is there to press them.
+// tKeyboard: the keys that steer a replay at a terminal.
 #ifndef KESTOVA_TOOLS_SHELL_KEYS_H
 #define KESTOVA_TOOLS_SHELL_KEYS_H
 
@@ -34,13 +34,13 @@ private:
 };
 
 // While it lives, keys come at once and are not shown. Ctrl-C still interrupts.
-class tSteering
+class tKeyboard
 {
 public:
-    tSteering();  // does nothing where standard input or standard error is no terminal
-    ~tSteering();
-    tSteering(const tSteering&) = delete;
-    tSteering& operator=(const tSteering&) = delete;
+    tKeyboard();  // does nothing where standard input or standard error is no terminal
+    ~tKeyboard();
+    tKeyboard(const tKeyboard&) = delete;
+    tKeyboard& operator=(const tKeyboard&) = delete;
 
     bool active() const { return m_before != nullptr; }
     std::vector<eKey> pressed();  // since the last call; never waits

@@ -11,6 +11,8 @@
 
 namespace tool
 {
+using recordings::tFailure;
+
 namespace
 {
 std::atomic<int> s_signals{0};
