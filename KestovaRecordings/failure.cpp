@@ -2,6 +2,6 @@
 
 namespace recordings
 {
-// Here, so that the library holds the one type record by which every program catches it.
+// Defined here, so that the library holds the one type record by which programs catch it.
 tFailure::~tFailure() = default;
 }  // namespace recordings

@@ -68,7 +68,7 @@ std::string ipHead(const NetAddress& from, const NetAddress& to, std::size_t len
     return head.replace(10, 2, check);
 }
 
-// A checksum of 0 would mean that there is none.
+// A checksum of 0 on the wire means that there is none.
 std::string udpMessage(const NetAddress& from, const NetAddress& to, std::string_view payload)
 {
     std::string message;

@@ -22,9 +22,9 @@ public:
     tCaptureImport(const std::string& root, std::string name);
     ~tCaptureImport() override;
 
-    // Throws tFailure where no file could be created.
+    // Throws tFailure if no file can be created.
     void add(const pcap::tPcapDatagram& datagram);
-    // Waits until everything is in the files. Throws tFailure where something could not be written.
+    // Waits until everything is in the files. Throws tFailure if something could not be written.
     void finish();
     const std::vector<std::string>& files() const { return m_files; }
     std::uint64_t recorded() const { return m_recorded; }

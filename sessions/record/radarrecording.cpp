@@ -70,7 +70,7 @@ void tRadarRecording::chooseGroups(const RadarAddress& address, const tStreamCho
     m_groups.erase(std::unique(m_groups.begin(), m_groups.end(), same), m_groups.end());
 }
 
-// The saver opens its sockets when the radar client has told it the local address, a moment after connect.
+// The saver opens its sockets when the radar client reports the local address, a moment after connect.
 void tRadarRecording::waitForSockets()
 {
     const auto deadline = std::chrono::steady_clock::now() + 5s;

@@ -14,12 +14,12 @@ namespace session
 class tReceivedCounts
 {
 public:
-    // Says which stream a group carries; of two streams on one group the first is kept.
+    // Sets which stream a group carries; of two streams on one group the first stays.
     void expect(const NetAddress& group, tReadWriteType kind);
     void add(const char* groupAddr, int groupPort, const char* data, int len);
 
     recordings::tStreamCounts table() const;
-    recordings::tStreamKey keyOf(const NetAddress& group) const;  // otherType for a group nobody expected
+    recordings::tStreamKey keyOf(const NetAddress& group) const;  // otherType for an unexpected group
 
 private:
     mutable std::mutex m_mutex;

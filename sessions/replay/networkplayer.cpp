@@ -10,7 +10,7 @@ using namespace recordings;
 
 namespace
 {
-// The library's replayer makes this folder wherever it is used; here nothing is ever recorded into it.
+// The library's replayer makes this folder; a replay records nothing into it.
 class tNoRecordingFolder
 {
 public:
@@ -18,7 +18,7 @@ public:
     {
         std::error_code ignored;
         if (!m_existed)
-            std::filesystem::remove(cFolder, ignored);  // only where it is empty
+            std::filesystem::remove(cFolder, ignored);  // if it is empty
     }
 
 private:
@@ -80,7 +80,7 @@ private:
     }
     bool CheckIfNeededCircleLoop(tMsgType, tReadWriteType, const char*, int, char*, int, int&, int&) override
     {
-        return false;  // where a spoke carries its azimuth is known to displays, not here
+        return false;  // only displays know at which offset a spoke carries its azimuth
     }
 
     tReplayProgress& m_progress;

@@ -15,7 +15,7 @@ using namespace recordings;
 
 namespace
 {
-// The files to be played. Throws for what would end at once without a sign.
+// Returns the files to play. Fails for what would end at once and play nothing.
 std::vector<std::string> playableFiles(const tReplayOptions& options)
 {
     std::string reason = "it holds no records";

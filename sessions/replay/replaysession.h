@@ -30,8 +30,7 @@ struct tReplayOptions
     tAddressMap map;           // destinations to send to instead
 };
 
-// One thread steers and reads the results; playing has a thread of its own. Everything is const while it plays but
-// what a comment names.
+// Plays on a thread of its own. state(), counts(), sent() and refused() from any thread, everything else from one.
 class tReplaySession
 {
 public:
@@ -56,7 +55,7 @@ public:
     bool nextPass();
 
     std::uint64_t passes() const { return m_passes; }              // begun
-    std::uint64_t sent() const { return m_player->sent(); }        // datagrams; while it plays, too
+    std::uint64_t sent() const { return m_player->sent(); }        // datagrams
     std::uint64_t refused() const { return m_player->refused(); }  // by the network
     // Records that are damaged in the files or could not be played. Reads the files' indexes.
     std::uint64_t countDamaged() const;

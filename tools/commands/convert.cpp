@@ -74,7 +74,7 @@ private:
         m_console.note("kestova " + std::string(m_direction.name) + ": " + error);
     }
 
-    // What it takes on the disk: between its index and its payload a data file has a hole.
+    // Bytes on the disk; fewer than the file's length, which has a hole between index and payload.
     static std::uint64_t size(const std::string& path)
     {
         struct stat info;

@@ -35,11 +35,11 @@ struct tOptions
     std::string suffix = ".data";
     std::vector<std::string> streams;
     std::string capture;
-    std::string source = "192.0.2.1:6000";  // an address of documentation: recordings do not hold the sender's
+    std::string source = "192.0.2.1:6000";  // an address for documentation: recordings do not hold the sender's
     bool json = false;
 };
 
-// A place behind the end: everything is played without waiting, in order of time.
+// A jump behind the end plays everything without waiting, in order of time.
 constexpr double cWithoutWaiting = 2.0;
 
 class tExport : private storage::iDataReadReplayObserver

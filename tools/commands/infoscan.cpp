@@ -31,7 +31,7 @@ bool tScan::run(const std::string& path, const std::string& suffix)
     return !m_stop.requested();
 }
 
-// Between two recordings nothing was to be heard: that is no gap.
+// The time between two recordings is no gap.
 void tScan::enter(const std::string& folder)
 {
     if (folder == m_folder)

@@ -87,7 +87,7 @@ private:
         m_lossNoted = state().lost > 0;
     }
 
-    // Whoever presses Ctrl-C again does not want to wait any longer.
+    // A second Ctrl-C gives up waiting.
     bool wait(eFinishing step)
     {
         noteLoss();

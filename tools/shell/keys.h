@@ -22,8 +22,7 @@ enum class eKey
     eQuit
 };
 
-// What terminals send when a key is pressed, cut into keys; bytes that are none of ours are left out. A sequence that
-// is not complete stays for the next bytes.
+// Cuts what a terminal sends into keys and leaves other bytes out. An incomplete sequence waits for the next bytes.
 class tKeyDecoder
 {
 public:
@@ -37,7 +36,7 @@ private:
 class tKeyboard
 {
 public:
-    tKeyboard();  // does nothing where standard input or standard error is no terminal
+    tKeyboard();  // does nothing unless standard input and standard error are terminals
     ~tKeyboard();
     tKeyboard(const tKeyboard&) = delete;
     tKeyboard& operator=(const tKeyboard&) = delete;

@@ -14,7 +14,7 @@ class tConsole;
 
 using tJson = nlohmann::ordered_json;
 
-// "stream", "address", "datagrams", "bytes", "digest" for each stream; `what` names the second last but two.
+// "stream", "address", WHAT, "bytes", "digest" for each stream; `what` is "datagrams" or "records".
 tJson streamsJson(const recordings::tStreamCounts& counts, std::string_view what);
 // The same as lines of text with a head and a sum.
 std::string streamsText(const recordings::tStreamCounts& counts, std::string_view what);

@@ -14,7 +14,7 @@ std::string rateText(double bytesPerSecond);          // "0.9 MB/s"
 std::string durationText(std::uint64_t ms);           // "00:01:30.250"
 std::string localTimeText(std::uint64_t ms);          // "2024-05-17 08:30:00.250"
 std::string percentText(double fraction);             // "42.3 %"
-double perSecond(std::uint64_t n, std::uint64_t ms);  // 0 where no time has passed
+double perSecond(std::uint64_t n, std::uint64_t ms);  // 0 for no time
 
 // "10", "2.5", "10s", "250ms", "5m", "2h", "00:01:30" to ms. Throws std::invalid_argument with a sentence for the user.
 std::uint64_t parseDuration(const std::string& text);
