@@ -5,7 +5,7 @@
 
 #include "KestovaRecordings/failure.h"
 
-namespace tool
+namespace recordings
 {
 using storage::tDataStorageIO;
 
@@ -42,4 +42,4 @@ std::string kindName(storage::tFileHeadSymbol kind)
 {
     return kind == storage::cHuffmanFileHead ? "huffman" : "plain";
 }
-}  // namespace tool
+}  // namespace recordings

@@ -1,4 +1,4 @@
-// The data files that an argument FILE|FOLDER means.
+// Finds the data files below a path.
 #ifndef KESTOVA_RECORDINGS_ARCHIVE_H
 #define KESTOVA_RECORDINGS_ARCHIVE_H
 
@@ -6,17 +6,19 @@
 #include <vector>
 
 #include "KestovaStorage/datafile.h"
+#include "UdpSocket/kestovaapi.h"
 
-namespace tool
+namespace recordings
 {
-// The file itself, or every file below the folder whose name ends in `suffix` (".data"), in order of their paths.
-// Throws tFailure where there is no such path or the folder holds no such file.
-std::vector<std::string> findRecordings(const std::string& path, const std::string& suffix);
+// Returns the path itself for a file, or every file below a folder whose name ends in `suffix` (".data"), in order of
+// their paths. A path below a folder is the folder as given, joined by "/". Throws tFailure if there is no such path or
+// the folder has no such file. Does not open the files. Any thread.
+KESTOVA_API std::vector<std::string> findRecordings(const std::string& path, const std::string& suffix);
 
-// Whether this version can give back the file's segments; the file must hold some.
-bool isReadable(storage::tDataFile& file);
+// Returns whether at least one segment of the file can be read back.
+KESTOVA_API bool isReadable(storage::tDataFile& file);
 
-std::string kindName(storage::tFileHeadSymbol kind);  // "plain", "huffman"
-}  // namespace tool
+KESTOVA_API std::string kindName(storage::tFileHeadSymbol kind);  // "plain", "huffman"
+}  // namespace recordings
 
 #endif

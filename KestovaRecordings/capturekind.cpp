@@ -8,7 +8,7 @@
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/pcapreader.h"
 
-namespace tool
+namespace recordings
 {
 namespace
 {
@@ -72,4 +72,4 @@ void requireReadableCapture(const std::string& path)
     if (!why.empty())
         throw tFailure(why);
 }
-}  // namespace tool
+}  // namespace recordings

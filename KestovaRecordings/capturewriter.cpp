@@ -9,7 +9,7 @@
 
 #include "KestovaRecordings/failure.h"
 
-namespace tool
+namespace recordings
 {
 namespace
 {
@@ -28,7 +28,7 @@ public:
     explicit tPrivate(const std::string& path)
         : m_path(path), m_part(path + ".part"), m_handle(pcap_open_dead(DLT_EN10MB, cSnapLen))
     {
-        // What has this name already may be anything, the recording itself for one.
+        // Never overwrites: a file of this name may be anything, even the recording.
         const int fd = ::open(m_part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd < 0)
             throw tFailure(m_part + " cannot be made: " + std::strerror(errno));
@@ -89,4 +89,4 @@ void tCaptureWriter::finish()
 {
     d->finish();
 }
-}  // namespace tool
+}  // namespace recordings

@@ -1,4 +1,4 @@
-// tCaptureWriter: a capture of Ethernet frames with microsecond stamps, written beside its name until it is whole.
+// tCaptureWriter: writes a capture of Ethernet frames with microsecond stamps.
 #ifndef KESTOVA_RECORDINGS_CAPTUREWRITER_H
 #define KESTOVA_RECORDINGS_CAPTUREWRITER_H
 
@@ -7,10 +7,13 @@
 #include <string>
 #include <string_view>
 
-namespace tool
+#include "UdpSocket/kestovaapi.h"
+
+namespace recordings
 {
-// One thread at a time. Throws tFailure for what cannot be written. Without finish() nothing is left.
-class tCaptureWriter
+// Writes to PATH.part, which must not exist, and renames it in finish(). Without finish() nothing is left. One thread
+// at a time. Throws tFailure if the file cannot be made or written.
+class KESTOVA_API tCaptureWriter
 {
 public:
     explicit tCaptureWriter(const std::string& path);
@@ -18,13 +21,13 @@ public:
     tCaptureWriter(const tCaptureWriter&) = delete;
     tCaptureWriter& operator=(const tCaptureWriter&) = delete;
 
-    void add(std::uint64_t timeMs, std::string_view frame);
-    void finish();  // syncs it and gives it its name
+    void add(std::uint64_t timeMs, std::string_view frame);  // at most 65,535 bytes
+    void finish();                                           // syncs the file and renames it
 
 private:
     class tPrivate;
     std::unique_ptr<tPrivate> d;
 };
-}  // namespace tool
+}  // namespace recordings
 
 #endif

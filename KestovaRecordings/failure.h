@@ -1,17 +1,22 @@
-// The exception with which work on recordings that cannot be done ends.
+// The exception with which work on recordings fails.
 #ifndef KESTOVA_RECORDINGS_FAILURE_H
 #define KESTOVA_RECORDINGS_FAILURE_H
 
 #include <stdexcept>
 
-namespace tool
+#include "UdpSocket/kestovaapi.h"
+
+namespace recordings
 {
-// The job failed. The text is one line: what, why and, where known, what to do.
-class tFailure : public std::runtime_error
+// The work failed. what() is one line for a person: what, why and, if known, what to do.
+class KESTOVA_API tFailure : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
+    tFailure(const tFailure&) = default;
+    tFailure& operator=(const tFailure&) = default;
+    ~tFailure() override;
 };
-}  // namespace tool
+}  // namespace recordings
 
 #endif

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-namespace tool
+namespace recordings
 {
 namespace
 {
@@ -68,7 +68,7 @@ std::string ipHead(const NetAddress& from, const NetAddress& to, std::size_t len
     return head.replace(10, 2, check);
 }
 
-// A checksum of 0 would mean that there is none.
+// A checksum of 0 on the wire means that there is none.
 std::string udpMessage(const NetAddress& from, const NetAddress& to, std::string_view payload)
 {
     std::string message;
@@ -102,4 +102,4 @@ std::vector<std::string> framesOf(const NetAddress& from, const NetAddress& to, 
     }
     return frames;
 }
-}  // namespace tool
+}  // namespace recordings

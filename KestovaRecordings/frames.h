@@ -1,5 +1,4 @@
-// Ethernet frames for a datagram, as they would have been on the wire: checksums right, in fragments where one frame
-// does not hold it.
+// Ethernet frames for a datagram, as they would have been on the wire.
 #ifndef KESTOVA_RECORDINGS_FRAMES_H
 #define KESTOVA_RECORDINGS_FRAMES_H
 
@@ -9,17 +8,19 @@
 #include <string_view>
 #include <vector>
 
+#include "UdpSocket/kestovaapi.h"
 #include "UdpSocket/netaddress.h"
 
-namespace tool
+namespace recordings
 {
-constexpr std::size_t cMtu = 1500;  // bytes of an IP packet, head included
+constexpr std::size_t cMtu = 1500;            // bytes of an IP packet, head included
+constexpr std::size_t cMaxDatagram = 65'507;  // bytes of a message that one datagram can carry
 
-// The frames of one UDP datagram in their order. Multicast goes to the group's hardware address, everything else to
-// one of a locally administered pair. `id` tells the fragments of one datagram from those of another; `payload` has
-// 65,507 bytes at most.
-std::vector<std::string> framesOf(const NetAddress& from, const NetAddress& to, std::string_view payload,
-                                  std::uint16_t id);
-}  // namespace tool
+// Returns the frames of one UDP datagram in their order, with right checksums; fragments if one frame is too small.
+// Multicast goes to the group's hardware address, everything else to a locally administered one. `id` tells the
+// fragments of one datagram from those of another. `payload` has cMaxDatagram bytes at most.
+KESTOVA_API std::vector<std::string> framesOf(const NetAddress& from, const NetAddress& to, std::string_view payload,
+                                              std::uint16_t id);
+}  // namespace recordings
 
 #endif

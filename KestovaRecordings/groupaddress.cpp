@@ -5,7 +5,7 @@
 
 #include "UdpSocket/udpsocket.h"
 
-namespace tool
+namespace recordings
 {
 NetAddress parseGroup(const std::string& text)
 {
@@ -23,4 +23,4 @@ NetAddress parseGroup(const std::string& text)
         throw std::invalid_argument("'" + text + "' is no group: write ADDRESS:PORT, such as 239.17.0.1:6001");
     return {ip, net::HtoNs(port)};
 }
-}  // namespace tool
+}  // namespace recordings

@@ -2,7 +2,7 @@
 
 #include "KestovaStorage/packageview.h"
 
-namespace tool
+namespace recordings
 {
 std::optional<tPackageView> viewPackage(std::string_view segment)
 {
@@ -12,4 +12,4 @@ std::optional<tPackageView> viewPackage(std::string_view segment)
     return tPackageView{package->msgInfo, package->packCnt,      package->udpAddr,
                         package->udpPort, package->timestamp_ms, segment.substr(cPackageHeadSize, package->msgLen)};
 }
-}  // namespace tool
+}  // namespace recordings

@@ -1,4 +1,4 @@
-// A recorded segment seen as a radar message package.
+// A segment read as a radar message package.
 #ifndef KESTOVA_RECORDINGS_PACKAGEVIEW_H
 #define KESTOVA_RECORDINGS_PACKAGEVIEW_H
 
@@ -7,8 +7,9 @@
 #include <string_view>
 
 #include "KestovaStorage/radarmsgpackage.h"
+#include "UdpSocket/kestovaapi.h"
 
-namespace tool
+namespace recordings
 {
 struct tPackageView
 {
@@ -17,11 +18,11 @@ struct tPackageView
     std::uint32_t ip;  // as net::transAddr returns it
     std::uint16_t port;
     std::uint64_t timeMs;
-    std::string_view payload;  // inside the segment that was looked at
+    std::string_view payload;  // bytes of the segment that was read
 };
 
-// Nothing where the segment is not exactly one whole package: head, length and end marker must agree.
-std::optional<tPackageView> viewPackage(std::string_view segment);
-}  // namespace tool
+// Returns nothing for a segment that is not exactly one whole package: head, length and end marker must agree.
+KESTOVA_API std::optional<tPackageView> viewPackage(std::string_view segment);
+}  // namespace recordings
 
 #endif

@@ -1,67 +1,43 @@
 #include "KestovaRecordings/streamchoice.h"
 
-#include <algorithm>
-#include <array>
 #include <fmt/format.h>
 #include <stdexcept>
+#include <string_view>
 
-namespace tool
+#include "KestovaUtils/streamnames.h"
+
+namespace recordings
 {
 namespace
 {
-struct tKindName
-{
-    tReadWriteType kind;
-    std::string_view name;
-};
-
-constexpr std::array<tKindName, 20> cKindNames = {{
-    {eImageStream, "imageStream"},
-    {eImageCtrl, "imageCtrl"},
-    {eImageState, "imageState"},
-    {eArpaStream, "arpaStream"},
-    {eArpaCtrl, "arpaCtrl"},
-    {eArpaState, "arpaState"},
-    {eOriginalImage, "originalImage"},
-    {eAisDev, "aisDev"},
-    {eGpsDev, "gpsDev"},
-    {eDepthDev, "depthDev"},
-    {eHeadingDev, "headingDev"},
-    {eSecondArpaStream, "secondArpaStream"},
-    {eCameraCtrl, "cameraCtrl"},
-    {eCameraState, "cameraState"},
-    {eArpaSeverCtrl, "arpaSeverCtrl"},
-    {eArpaServerState, "arpaServerState"},
-    {eRadarClientCtrl, "radarClientCtrl"},
-    {eRadarClientState, "radarClientState"},
-    {eRadarCheck, "radarCheck"},
-    {eOtherType, "otherType"},
-}};
-
-constexpr std::array<std::string_view, eTotalMsgTypes> cMessageNames = {
-    "identify",  "radarMultiNums", "multiRadarNegotiate", "multiRadarService", "readType",
-    "writeType", "dediReadType",   "dediWriteType",       "radarClientType"};
-
 void chooseByName(tStreamChoice& choice, std::string_view name)
 {
-    const auto known =
-        std::find_if(cKindNames.begin(), cKindNames.end(), [&](const tKindName& k) { return k.name == name; });
-    if (known == cKindNames.end())
+    const int kind = utils::streamKind(std::string(name));
+    if (kind < 0)
         throw std::invalid_argument(fmt::format("'{}' is no stream; the streams are {}", name, allStreamNames()));
-    choice.choose(known->kind);
+    choice.choose(static_cast<tReadWriteType>(kind));
 }
 }  // namespace
 
 std::string streamName(tReadWriteType kind)
 {
-    const auto known =
-        std::find_if(cKindNames.begin(), cKindNames.end(), [&](const tKindName& k) { return k.kind == kind; });
-    return known != cKindNames.end() ? std::string(known->name) : fmt::format("kind {}", kind);
+    const char* const name = utils::streamName(kind);
+    return name != nullptr ? name : fmt::format("kind {}", kind);
 }
 
 std::string messageName(tMsgType type)
 {
-    return type < cMessageNames.size() ? std::string(cMessageNames[type]) : fmt::format("type {}", type);
+    const char* const name = utils::messageName(type);
+    return name != nullptr ? name : fmt::format("type {}", type);
+}
+
+std::string allStreamNames()
+{
+    std::string names;
+    for (unsigned int kind = 0; kind < utils::cStreamKindLimit; ++kind)
+        if (const char* const name = utils::streamName(kind))
+            names += (names.empty() ? "" : ", ") + std::string(name);
+    return names;
 }
 
 tStreamChoice parseStreams(const std::vector<std::string>& texts)
@@ -78,12 +54,4 @@ tStreamChoice parseStreams(const std::vector<std::string>& texts)
     }
     return choice;
 }
-
-std::string allStreamNames()
-{
-    std::string names;
-    for (const tKindName& kind : cKindNames)
-        names += (names.empty() ? "" : ", ") + std::string(kind.name);
-    return names;
-}
-}  // namespace tool
+}  // namespace recordings

@@ -1,21 +1,22 @@
-// The names of stream kinds and message kinds, as directory files and options spell them.
+// The names of stream kinds and message kinds, and a choice of streams.
 #ifndef KESTOVA_RECORDINGS_STREAMCHOICE_H
 #define KESTOVA_RECORDINGS_STREAMCHOICE_H
 
 #include <bitset>
-#include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "KestovaStorage/radarmsgpackage.h"
+#include "UdpSocket/kestovaapi.h"
 
-namespace tool
+namespace recordings
 {
-std::string streamName(tReadWriteType kind);  // "imageStream"; "kind 42" for a number without a name
-std::string messageName(tMsgType type);       // "readType"; "type 42"
+// As directory files and options spell them.
+KESTOVA_API std::string streamName(tReadWriteType kind);  // "imageStream"; "kind 42" for a number without a name
+KESTOVA_API std::string messageName(tMsgType type);       // "readType"; "type 42"
+KESTOVA_API std::string allStreamNames();                 // separated by ", "
 
-// Stream kinds chosen on the command line; nothing chosen means all.
+// A set of stream kinds; the empty set stands for all of them. A plain value: one bit for each kind that can exist.
 class tStreamChoice
 {
 public:
@@ -28,9 +29,7 @@ private:
 };
 
 // Names, separated by commas in each text. Throws std::invalid_argument with a sentence for the user.
-tStreamChoice parseStreams(const std::vector<std::string>& texts);
-// All names that parseStreams knows, for help and messages.
-std::string allStreamNames();
-}  // namespace tool
+KESTOVA_API tStreamChoice parseStreams(const std::vector<std::string>& texts);
+}  // namespace recordings
 
 #endif

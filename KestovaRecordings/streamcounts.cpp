@@ -1,44 +1,42 @@
 #include "KestovaRecordings/streamcounts.h"
 
-#include <bit>
 #include <fmt/format.h>
+#include <tuple>
 
 #include "KestovaRecordings/streamchoice.h"
 #include "UdpSocket/udpsocket.h"
+#include "common/byteorder.h"
 
-namespace tool
+namespace recordings
 {
 namespace
 {
 constexpr std::uint64_t cPrime = 1099511628211u;
 
-// Network order in memory to a number that sorts like the dotted text, and back (the same operation).
-std::uint32_t swapped(std::uint32_t ip)
+auto ordered(const tStreamKey& key)
 {
-    if constexpr (std::endian::native == std::endian::big)
-        return ip;
-    return ip << 24 | (ip & 0xff00u) << 8 | (ip >> 8 & 0xff00u) | ip >> 24;
+    return std::tie(key.package, key.kind, key.addressOrder, key.port);
 }
 }  // namespace
 
 void tDigest::add(std::string_view message)
 {
-    std::uint64_t hash = m_hash;
+    std::uint64_t value = hash;
     for (unsigned int shift = 0; shift < 32; shift += 8)
-        hash = (hash ^ (message.size() >> shift & 0xff)) * cPrime;
+        value = (value ^ (message.size() >> shift & 0xff)) * cPrime;
     for (const char byte : message)
-        hash = (hash ^ static_cast<unsigned char>(byte)) * cPrime;
-    m_hash = hash;
+        value = (value ^ static_cast<unsigned char>(byte)) * cPrime;
+    hash = value;
 }
 
 std::string tDigest::text() const
 {
-    return fmt::format("{:016x}", m_hash);
+    return fmt::format("{:016x}", hash);
 }
 
 tStreamKey tStreamKey::of(tReadWriteType kind, std::uint32_t ip, std::uint16_t port)
 {
-    return {true, kind, swapped(ip), port};
+    return {true, kind, be::load<std::uint32_t>(&ip), port};
 }
 
 tStreamKey tStreamKey::raw()
@@ -53,7 +51,19 @@ std::string tStreamKey::name() const
 
 std::string tStreamKey::address() const
 {
-    return package ? fmt::format("{}:{}", net::transAddr(swapped(addressOrder)), port) : "";
+    std::uint32_t ip = 0;
+    be::store(&ip, addressOrder);
+    return package ? fmt::format("{}:{}", net::transAddr(ip), port) : "";
+}
+
+bool operator<(const tStreamKey& a, const tStreamKey& b)
+{
+    return ordered(a) < ordered(b);
+}
+
+bool operator==(const tStreamKey& a, const tStreamKey& b)
+{
+    return ordered(a) == ordered(b);
 }
 
 void tStreamCount::add(std::string_view message)
@@ -63,14 +73,14 @@ void tStreamCount::add(std::string_view message)
     digest.add(message);
 }
 
-tStreamCount total(const tStreamCounts& table)
+tStreamCount total(const tStreamCounts& counts)
 {
     tStreamCount sum;
-    for (const auto& [key, count] : table)
+    for (const auto& [key, count] : counts)
     {
         sum.messages += count.messages;
         sum.bytes += count.bytes;
     }
     return sum;
 }
-}  // namespace tool
+}  // namespace recordings

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace tool
+namespace recordings
 {
 namespace
 {
@@ -14,45 +14,91 @@ bool longer(const tGap& a, const tGap& b)
 }
 }  // namespace
 
+class tStreamHistory::tPrivate
+{
+public:
+    void remember(tGap gap)
+    {
+        gaps.push_back(gap);
+        std::push_heap(gaps.begin(), gaps.end(), longer);
+        if (gaps.size() <= cGapsKept)
+            return;
+        std::pop_heap(gaps.begin(), gaps.end(), longer);
+        gaps.pop_back();
+    }
+
+    std::uint64_t messages = 0, bytes = 0;
+    std::uint64_t firstMs = 0, lastMs = 0, previousMs = 0;
+    tDigest digest;
+    std::vector<tGap> gaps;  // a heap, the shortest on top
+};
+
+tStreamHistory::tStreamHistory() : d(std::make_unique<tPrivate>()) {}
+
+tStreamHistory::~tStreamHistory() = default;
+tStreamHistory::tStreamHistory(tStreamHistory&&) noexcept = default;
+tStreamHistory& tStreamHistory::operator=(tStreamHistory&&) noexcept = default;
+
 void tStreamHistory::add(std::uint64_t timeMs, std::string_view message, std::uint64_t gapMs, bool withDigest)
 {
-    m_firstMs = m_messages == 0 ? timeMs : std::min(m_firstMs, timeMs);
-    m_lastMs = std::max(m_lastMs, timeMs);
-    if (m_previousMs != 0 && timeMs > m_previousMs && timeMs - m_previousMs >= gapMs)
-        remember({m_previousMs, timeMs});
-    m_previousMs = timeMs;
-    ++m_messages;
-    m_bytes += message.size();
+    d->firstMs = d->messages == 0 ? timeMs : std::min(d->firstMs, timeMs);
+    d->lastMs = std::max(d->lastMs, timeMs);
+    if (d->previousMs != 0 && timeMs > d->previousMs && timeMs - d->previousMs >= gapMs)
+        d->remember({d->previousMs, timeMs});
+    d->previousMs = timeMs;
+    ++d->messages;
+    d->bytes += message.size();
     if (withDigest)
-        m_digest.add(message);
+        d->digest.add(message);
 }
 
-void tStreamHistory::remember(tGap gap)
+void tStreamHistory::interrupt()
 {
-    m_gaps.push_back(gap);
-    std::push_heap(m_gaps.begin(), m_gaps.end(), longer);
-    if (m_gaps.size() <= cGapsKept)
-        return;
-    std::pop_heap(m_gaps.begin(), m_gaps.end(), longer);
-    m_gaps.pop_back();
+    d->previousMs = 0;
+}
+
+std::uint64_t tStreamHistory::messages() const
+{
+    return d->messages;
+}
+
+std::uint64_t tStreamHistory::bytes() const
+{
+    return d->bytes;
+}
+
+std::uint64_t tStreamHistory::firstMs() const
+{
+    return d->firstMs;
+}
+
+std::uint64_t tStreamHistory::lastMs() const
+{
+    return d->lastMs;
+}
+
+const tDigest& tStreamHistory::digest() const
+{
+    return d->digest;
 }
 
 double tStreamHistory::messagesPerSecond() const
 {
-    const std::uint64_t span = spanMs();
-    return span == 0 ? 0.0 : static_cast<double>(m_messages - 1) * 1000.0 / static_cast<double>(span);
+    const std::uint64_t span = d->lastMs - d->firstMs;
+    return span == 0 ? 0.0 : static_cast<double>(d->messages - 1) * 1000.0 / static_cast<double>(span);
 }
 
 double tStreamHistory::bytesPerSecond() const
 {
-    return m_messages == 0 ? 0.0 : messagesPerSecond() * static_cast<double>(m_bytes) / static_cast<double>(m_messages);
+    return d->messages == 0 ? 0.0
+                            : messagesPerSecond() * static_cast<double>(d->bytes) / static_cast<double>(d->messages);
 }
 
 std::vector<tGap> tStreamHistory::gaps() const
 {
-    const std::uint64_t usual = m_messages > 1 ? spanMs() / (m_messages - 1) : 0;
+    const std::uint64_t usual = d->messages > 1 ? (d->lastMs - d->firstMs) / (d->messages - 1) : 0;
     std::vector<tGap> found;
-    for (const tGap& gap : m_gaps)
+    for (const tGap& gap : d->gaps)
     {
         if (gap.length() >= 3 * usual)
             found.push_back(gap);
@@ -60,4 +106,4 @@ std::vector<tGap> tStreamHistory::gaps() const
     std::sort(found.begin(), found.end(), longer);
     return found;
 }
-}  // namespace tool
+}  // namespace recordings

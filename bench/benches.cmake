@@ -14,14 +14,14 @@ if(KESTOVA_LIBPCAP)  # only what it is compared with
   target_sources(pcap_bench PRIVATE pcap_peer.cpp)
   target_link_libraries(pcap_bench PRIVATE "${KESTOVA_LIBPCAP}")
 endif()
-if(TARGET kestova_simulator)  # the simulated radar makes its data
+if(TARGET kestova_sessions)  # the simulated radar makes its data
   find_package(fmt REQUIRED)
   kestova_bench(compress rooms)
-  target_link_libraries(compress_bench PRIVATE kestova_simulator)
+  target_link_libraries(compress_bench PRIVATE kestova_sessions)
 endif()
 find_package(ZLIB)  # what the codec is compared with (scripts/setup --bench); nothing else links it
-if(ZLIB_FOUND AND TARGET kestova_simulator)  # the simulated radar makes its data
+if(ZLIB_FOUND AND TARGET kestova_sessions)  # the simulated radar makes its data
   find_package(fmt REQUIRED)
   kestova_bench(huffman rooms)
-  target_link_libraries(huffman_bench PRIVATE kestova_simulator ZLIB::ZLIB)
+  target_link_libraries(huffman_bench PRIVATE kestova_sessions ZLIB::ZLIB)
 endif()

@@ -54,17 +54,17 @@ std::string mixed(std::string bytes)
 
 std::string sentences(std::size_t size)
 {
-    const tool::tScene scene(1);
+    const session::tScene scene(1);
     std::string all;
     for (std::uint64_t second = 0; all.size() < size; ++second)
     {
         const auto time = static_cast<double>(second);
         const std::uint64_t timeMs = 1'700'000'000'000 + second * 1000;
-        const tool::tMotion ship = scene.ownShip(time);
-        all += tool::positionSentence(ship, timeMs) + tool::fixSentence(ship, timeMs) +
-               tool::depthSentence(scene.depthMetres(time)) + tool::headingSentence(ship.headingDeg);
+        const session::tMotion ship = scene.ownShip(time);
+        all += session::positionSentence(ship, timeMs) + session::fixSentence(ship, timeMs) +
+               session::depthSentence(scene.depthMetres(time)) + session::headingSentence(ship.headingDeg);
         for (std::size_t i = 0; i < scene.targetCount(); ++i)
-            all += tool::trackedTargetSentence(static_cast<unsigned>(i), ship, scene.target(i, time), timeMs);
+            all += session::trackedTargetSentence(static_cast<unsigned>(i), ship, scene.target(i, time), timeMs);
     }
     all.resize(size);
     return all;

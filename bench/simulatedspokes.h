@@ -14,14 +14,14 @@ namespace bench
 // `size` bytes of spokes, one directly behind the other.
 inline std::string spokes(std::size_t size)
 {
-    const tool::tScene scene(1);
-    tool::tEchoes echoes;
+    const session::tScene scene(1);
+    session::tEchoes echoes;
     std::string all, spoke;
     for (std::uint64_t n = 0; all.size() < size; ++n)
     {
         const double time = static_cast<double>(n) / 1638.4;
         scene.echoes(n, time, echoes);
-        tool::encodeSpoke(n, 1'700'000'000'000 + static_cast<std::uint64_t>(time * 1000), echoes, spoke);
+        session::encodeSpoke(n, 1'700'000'000'000 + static_cast<std::uint64_t>(time * 1000), echoes, spoke);
         all += spoke;
     }
     all.resize(size);

@@ -1,4 +1,5 @@
-# kestova_library(NAME SOVERSION n VERSION x.y.z HEADERS ... SOURCES ... USES ... [DESCRIPTION text])
+# kestova_library(NAME SOVERSION n VERSION x.y.z HEADERS ... SOURCES ... USES ... [DESCRIPTION text]
+#                 [HEADER_STANDARD 17])
 #
 # Makes, from one list of sources:
 #   NAME_objects     the object files, for tests of what the library does not export
@@ -6,11 +7,12 @@
 #   Kestova::NAME    its alias, exported for find_package(KestovaStorage)
 #   NAME.pc          its pkg-config file
 # HEADERS are the public headers, installed below include/kestova/NAME/ and collected, as NAME/header, in the global
-# property KESTOVA_PUBLIC_HEADERS. USES names other libraries of this project.
+# property KESTOVA_PUBLIC_HEADERS. USES names other libraries of this project. HEADER_STANDARD is the C++ standard that
+# the public headers need, 11 where it is not given; global property KESTOVA_HEADER_STANDARD_NAME.
 set(KESTOVA_INCLUDE_DIR "${CMAKE_INSTALL_INCLUDEDIR}/kestova")
 
 function(kestova_library name)
-  cmake_parse_arguments(arg "" "SOVERSION;VERSION;DESCRIPTION" "HEADERS;SOURCES;USES" ${ARGN})
+  cmake_parse_arguments(arg "" "SOVERSION;VERSION;DESCRIPTION;HEADER_STANDARD" "HEADERS;SOURCES;USES" ${ARGN})
 
   add_library(${name}_objects OBJECT ${arg_SOURCES} ${arg_HEADERS})
   set_target_properties(${name}_objects PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden
@@ -37,6 +39,10 @@ function(kestova_library name)
   install(FILES ${arg_HEADERS} DESTINATION "${KESTOVA_INCLUDE_DIR}/${name}")
   list(TRANSFORM arg_HEADERS PREPEND "${name}/" OUTPUT_VARIABLE public_headers)
   set_property(GLOBAL APPEND PROPERTY KESTOVA_PUBLIC_HEADERS ${public_headers})
+  if(arg_HEADER_STANDARD)
+    set_property(GLOBAL PROPERTY KESTOVA_HEADER_STANDARD_${name} ${arg_HEADER_STANDARD})
+    target_compile_features(${name} INTERFACE cxx_std_${arg_HEADER_STANDARD})
+  endif()
 
   string(JOIN ", " requires ${arg_USES})
   file(RELATIVE_PATH PC_RELATIVE_PREFIX "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")

@@ -10,8 +10,10 @@
 #include "KestovaRecordings/failure.h"
 #include "UdpSocket/udpsocket.h"
 
-namespace tool
+namespace session
 {
+using namespace recordings;
+
 namespace
 {
 struct tInterface
@@ -59,4 +61,4 @@ std::uint32_t localAddress(const std::string& nameOrAddress)
     throw tFailure(fmt::format("no interface of this machine is {}: choose --local-ip from {}", nameOrAddress,
                                listed(interfaces)));
 }
-}  // namespace tool
+}  // namespace session

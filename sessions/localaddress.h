@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <string>
 
-namespace tool
+namespace session
 {
 // The address of a local interface given by its address or name ("127.0.0.1", "eth0"), as net::transAddr returns it.
-// Throws tFailure where this machine has no such interface.
+// Throws tFailure if this machine has no such interface.
 std::uint32_t localAddress(const std::string& nameOrAddress);
-}  // namespace tool
+}  // namespace session
 
 #endif

@@ -4,8 +4,10 @@
 
 #include "KestovaRecordings/failure.h"
 
-namespace tool
+namespace session
 {
+using namespace recordings;
+
 const RadarAddress& tRadarChoice::find() const
 {
     MultiRadarClient& client = *MultiRadarClient::getInstance();
@@ -18,4 +20,4 @@ const RadarAddress& tRadarChoice::find() const
                                    directory, serial, id));
     return *found;
 }
-}  // namespace tool
+}  // namespace session

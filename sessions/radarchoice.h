@@ -6,7 +6,7 @@
 
 #include "KestovaUtils/multiradarclient.h"
 
-namespace tool
+namespace session
 {
 // A radar of a directory file.
 struct tRadarChoice
@@ -18,6 +18,6 @@ struct tRadarChoice
     // Loads the directory and looks the radar up. Throws tFailure.
     const RadarAddress& find() const;
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

@@ -1,9 +1,9 @@
-// The simulated radar: the layout of what it sends, its picture and its sentences; and how the tool reads times.
+// The simulated radar: the layout of what it sends, its picture and its sentences; and how the command line reads
+// times.
 #include <cmath>
 #include <gtest/gtest.h>
 #include <map>
 
-#include "KestovaRecordings/streamcounts.h"
 #include "sessions/simulate/nmea.h"
 #include "sessions/simulate/simulatedradar.h"
 #include "sessions/simulate/spoke.h"
@@ -12,7 +12,9 @@
 
 namespace
 {
-using namespace tool;
+using namespace session;
+using tool::parseDuration;
+using tool::parseMoment;
 
 constexpr std::uint64_t cNoon = 1'715'940'000'250;  // 2024-05-17 10:00:00.250 UTC
 
@@ -143,7 +145,7 @@ TEST(tSimulatorTest, packsAisPositionsInSixBits)
     EXPECT_EQ(aisField(report, 128, 9), 124u);
 }
 
-TEST(tUnitsTest, readsPlacesInEveryFormAndDurationsInSecondsUnlessToldOtherwise)
+TEST(tUnitsTest, readsPlacesInEveryFormAndDurationsInSecondsByDefault)
 {
     const auto at = [](const char* text) { return parseMoment(text).resolve(2'000'000, 4'000'000); };
     EXPECT_DOUBLE_EQ(at("0.5"), 3'000'000.0);

@@ -1,25 +1,12 @@
 // kestova pcap and kestova export: a recording becomes a capture, and the capture that recording again.
 #include <fstream>
-#include <gtest/gtest.h>
-#include <map>
-#include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
 
 #include "KestovaRecordings/frames.h"
-#include "UdpSocket/udpsocket.h"
-#include "support/childprocess.h"
-#include "support/radarpackages.h"
 #include "support/recordedpackages.h"
-#include "support/recording.h"
-#include "support/tempdir.h"
+#include "support/toolfixture.h"
 
 namespace
 {
-using tJson = nlohmann::json;
-
-constexpr std::uint64_t cTime = 1'700'000'000'123;
-
 std::uint32_t word(const std::string& bytes, std::size_t at)
 {
     return static_cast<unsigned char>(bytes.at(at)) * 256u + static_cast<unsigned char>(bytes.at(at + 1));
@@ -35,37 +22,28 @@ bool hasRightChecksum(std::string bytes)
     return sum != 0 && sum % 0xFFFF == 0;  // ones' complement: carries come back in
 }
 
-class tToolPcapTest : public testing::Test
-{
-protected:
-    static tJson result(std::vector<std::string> arguments, int status = 0)
-    {
-        arguments.insert(arguments.begin(), KESTOVA_TOOL);
-        tChildProcess child(arguments);
-        EXPECT_EQ(child.wait(), status) << child.err();
-        const tJson json = tJson::parse(child.out(), nullptr, false);
-        return json.is_object() ? json : tJson::object();
-    }
-    tTempDir dir;
-};
+using tToolPcapTest = tToolFixture;
 }  // namespace
 
 TEST_F(tToolPcapTest, makesACaptureOfARecordingAndTheRecordingOfTheCapture)
 {
-    tSegments segments;
     const std::vector<std::string> payloads = {
         "", "a", std::string(1472, 'b'), std::string(1473, 'c'), std::string(65'000, 'd'), "\x5A\xA5\xE0\x01spoke"};
-    for (std::size_t i = 0; i < payloads.size(); ++i)
-        segments.push_back({cTime + i * 250, makePackage(static_cast<std::uint32_t>(i), payloads[i], eReadType)});
-    segments.push_back({cTime + 5000, "no package"});
-    recordByHand(dir.file("r.data"), segments);
-    const tJson exported = result({"export", dir.file("r.data"), "--pcap", dir.file("r.pcap"), "--json"}, 3);
+    std::vector<std::string> segments;
+    for (const std::string& payload : payloads)
+        segments.push_back(makePackage(1, payload, eReadType));
+    segments.push_back("no package");
+    fileOf(segments, 250, "r.data");
+    const tJson exported = result({"export", dir.file("r.data"), "--pcap", dir.file("r.pcap")}, 3);
     EXPECT_EQ(exported.at("datagrams"), payloads.size());
-    EXPECT_EQ(exported.at("noDatagrams"), 1);
+    EXPECT_EQ(exported.at("no_datagrams"), 1);
     EXPECT_EQ(exported.at("frames"), 4 + 2 + 44);  // 65,008 bytes in pieces of 1,480
 
-    const tJson shown = result({"pcap", dir.file("r.pcap"), "--select", "all", "--to", dir.file("again"), "--json"});
+    const tJson shown = result({"pcap", dir.file("r.pcap"), "--select", "all", "--to", dir.file("again")});
     EXPECT_EQ(shown.at("datagrams"), payloads.size() - 1);  // statistics leave the empty one out
+    EXPECT_EQ(shown.at("schema"), "kestova/pcap/2");
+    EXPECT_EQ(shown.at("empty_beginnings"), 0);
+    EXPECT_GT(shown.at("streams").at(0).at("datagrams_per_second"), 3.0);
     EXPECT_EQ(shown.at("recorded").at("datagrams"), payloads.size());
     EXPECT_EQ(shown.at("streams").at(0).at("address"), "239.17.0.1:6001");
     const std::vector<tRecordedPackage> again = recordedPackages(dir.file("again"));
@@ -80,21 +58,20 @@ TEST_F(tToolPcapTest, makesACaptureOfARecordingAndTheRecordingOfTheCapture)
 
 TEST_F(tToolPcapTest, recordsOnlyWhatIsSelected)
 {
-    recordByHand(dir.file("r.data"), {{cTime, makePackage(1, "x", eReadType)}});
-    result({"export", dir.file("r.data"), "--pcap", dir.file("r.pcap"), "--json"});
-    const tJson none =
-        result({"pcap", dir.file("r.pcap"), "--select", "239.17.0.2:6001", "--to", dir.file("none"), "--json"}, 3);
+    fileOf({makePackage(1, "x", eReadType)}, 1, "r.data");
+    result({"export", dir.file("r.data"), "--pcap", dir.file("r.pcap")});
+    const tJson none = result({"pcap", dir.file("r.pcap"), "--select", "239.17.0.2:6001", "--to", dir.file("none")}, 3);
     EXPECT_EQ(none.at("recorded").at("datagrams"), 0);
     EXPECT_TRUE(none.at("streams").empty());
     EXPECT_TRUE(recordedPackages(dir.file("none")).empty());
-    result({"export", dir.file("r.data"), "--pcap", dir.file("r.pcap")}, 1);  // it exists
+    said({"export", dir.file("r.data"), "--pcap", dir.file("r.pcap")}, 1);  // it exists
     std::ofstream(dir.file("x.part")) << "somebody's";
-    result({"export", dir.file("r.data"), "--pcap", dir.file("x")}, 1);
+    said({"export", dir.file("r.data"), "--pcap", dir.file("x")}, 1);
     EXPECT_TRUE(std::ifstream(dir.file("x.part")).good());
-    result({"pcap", dir.file("r.pcap"), "--select", "all", "--to", dir.file("r.data")}, 1);  // no folder
+    said({"pcap", dir.file("r.pcap"), "--select", "all", "--to", dir.file("r.data")}, 1);  // no folder
 }
 
-TEST_F(tToolPcapTest, saysWhatItCannotReadAndHowToConvertIt)
+TEST_F(tToolPcapTest, namesWhatItCannotReadAndHowToConvertIt)
 {
     const auto head = [](std::uint32_t magic, std::uint32_t linkType) {
         return littleEndian(magic, 4) + littleEndian(0x00040002, 4) + std::string(12, '\0') + littleEndian(linkType, 4);
@@ -109,12 +86,10 @@ TEST_F(tToolPcapTest, saysWhatItCannotReadAndHowToConvertIt)
     for (const auto& [bytes, reason] : cases)
     {
         std::ofstream(dir.file("other"), std::ios::binary) << bytes;
-        tChildProcess child({KESTOVA_TOOL, "pcap", dir.file("other")});
-        EXPECT_EQ(child.wait(), 1) << reason;
-        EXPECT_EQ(child.out(), "");
-        EXPECT_NE(child.err().find(reason), std::string::npos) << child.err();
+        const std::string why = said({"pcap", dir.file("other")}, 1);
+        EXPECT_NE(why.find(reason), std::string::npos) << why;
     }
-    result({"pcap", dir.file("missing")}, 1);
+    said({"pcap", dir.file("missing")}, 1);
 }
 
 TEST(tFramesTest, carriesRightChecksumsAndFragmentsThatFit)
@@ -125,7 +100,7 @@ TEST(tFramesTest, carriesRightChecksumsAndFragmentsThatFit)
     {
         SCOPED_TRACE(len);
         std::string message;
-        const std::vector<std::string> frames = tool::framesOf(from, to, std::string(len, '\xFF'), 77);
+        const std::vector<std::string> frames = recordings::framesOf(from, to, std::string(len, '\xFF'), 77);
         for (const std::string& frame : frames)
         {
             EXPECT_LE(frame.size(), 1514u);

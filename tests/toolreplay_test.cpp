@@ -1,27 +1,16 @@
-// kestova replay --net as its users meet it, and the rooms behind its options and keys.
+// kestova replay --net as its users meet it, and the classes behind its options and keys.
 #include <array>
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <pty.h>
-#include <string>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
-#include "UdpSocket/udpsocket.h"
 #include "sessions/replay/addressmap.h"
 #include "sessions/replay/pace.h"
-#include "support/childprocess.h"
-#include "support/datagramcollector.h"
-#include "support/radarpackages.h"
-#include "support/recording.h"
-#include "support/tempdir.h"
+#include "support/toolfixture.h"
 #include "tools/shell/keys.h"
 
 namespace
 {
-constexpr std::uint64_t cTime = 1'700'000'000'000;
-
 // A program at a terminal of its own: what it shows, and keys for it.
 class tTerminalProcess
 {
@@ -76,24 +65,17 @@ private:
     std::string m_shown;
 };
 
-class tToolReplayTest : public testing::Test
+class tToolReplayTest : public tToolFixture
 {
 protected:
     // makePackage's group is 239.17.0.1:6001; one every `stepMs`.
-    std::string record(std::uint32_t count, std::uint64_t stepMs)
+    std::string record(std::uint32_t count, std::uint64_t stepMs) const
     {
-        tSegments segments;
+        std::vector<std::string> segments;
         for (std::uint32_t i = 0; i < count; ++i)
-            segments.push_back({cTime + i * stepMs, makePackage(i, "spoke " + std::to_string(i), eReadType)});
-        recordByHand(dir.file("r.data"), segments);
-        return dir.file("r.data");
+            segments.push_back(makePackage(i, "spoke " + std::to_string(i), eReadType));
+        return fileOf(segments, stepMs);
     }
-    std::vector<std::string> replay(std::vector<std::string> more)
-    {
-        more.insert(more.begin(), {KESTOVA_TOOL, "replay"});
-        return more;
-    }
-    tTempDir dir;
 };
 }  // namespace
 
@@ -102,12 +84,9 @@ TEST_F(tToolReplayTest, sendsEveryDatagramToTheMappedGroup)
     const NetAddress group = testGroup();
     tDatagramCollector heard;
     const net::UdpReceiver receiver(&heard, loopbackIp(), group, 0);
-    const std::string to = net::transAddr(group.ip) + ":" + std::to_string(net::NtoHs(group.port));
-    const std::string path = record(40, 50);
-    tChildProcess child(replay({path, "--net", "--local-ip", "127.0.0.1", "--json", "--start", "0.5", "--speed", "10",
-                                "--loop", "2", "--map", "239.17.0.1:6001=" + to}));
-    ASSERT_EQ(child.wait(), 0) << child.err();
-    const auto json = nlohmann::json::parse(child.out());
+    const std::string to = addressText(group);
+    const tJson json = result({"replay", record(40, 50), "--net", "--local-ip", "127.0.0.1", "--start", "0.5",
+                               "--speed", "10", "--loop", "2", "--map", "239.17.0.1:6001=" + to});
     EXPECT_EQ(json.at("sent"), 40);  // twice the second half, and nothing of the first
     EXPECT_EQ(json.at("streams").at(0).at("address"), to);
     ASSERT_TRUE(waitUntil([&] { return heard.count() == 40; }));
@@ -115,27 +94,25 @@ TEST_F(tToolReplayTest, sendsEveryDatagramToTheMappedGroup)
         EXPECT_EQ(heard.all()[i].payload, "spoke " + std::to_string(20 + i % 20));
 }
 
-TEST_F(tToolReplayTest, saysWhatTheNetworkRefused)
+// From a loopback address nothing can leave this machine.
+TEST_F(tToolReplayTest, reportsWhatTheNetworkRefused)
 {
-    const std::string path = record(3, 1);
-    tChildProcess child(
-        replay({path, "--net", "--local-ip", "127.0.0.1", "--json", "--map", "239.17.0.1:6001=8.8.8.8:9"}));
-    const int status = child.wait();  // from a loopback address nothing can leave this machine
-    EXPECT_EQ(status, 3) << child.err();
-    EXPECT_EQ(nlohmann::json::parse(child.out()).at("refused"), 3);
+    const tJson json =
+        result({"replay", record(3, 1), "--net", "--local-ip", "127.0.0.1", "--map", "239.17.0.1:6001=8.8.8.8:9"}, 3);
+    EXPECT_EQ(json.at("refused"), 3);
 }
 
 TEST_F(tToolReplayTest, isSteeredWithKeys)
 {
-    tTerminalProcess tool(replay({record(400, 1000), "--speed", "2"}));  // 1 % of it takes 2 to 4 s
-    ASSERT_TRUE(tool.shows("q ends"));
-    tool.press(" ");
-    EXPECT_TRUE(tool.shows("paused"));
-    tool.press("-\x1b[A");  // slower, and a minute on: playing
-    EXPECT_TRUE(tool.shows(" 1x"));
-    EXPECT_TRUE(tool.shows("  15."));  // per cent
-    tool.press("q");
-    EXPECT_EQ(tool.wait(), 0);
+    tTerminalProcess terminal(tool({"replay", record(400, 1000), "--speed", "2"}));  // 1 % of it takes 2 to 4 s
+    ASSERT_TRUE(terminal.shows("q ends"));
+    terminal.press(" ");
+    EXPECT_TRUE(terminal.shows("paused"));
+    terminal.press("-\x1b[A");  // slower, and a minute on: playing
+    EXPECT_TRUE(terminal.shows(" 1x"));
+    EXPECT_TRUE(terminal.shows("  15."));  // per cent
+    terminal.press("q");
+    EXPECT_EQ(terminal.wait(), 0);
 }
 
 TEST(tKeyDecoderTest, joinsSequencesAndLeavesOutTheRest)
@@ -148,18 +125,18 @@ TEST(tKeyDecoderTest, joinsSequencesAndLeavesOutTheRest)
 
 TEST(tPaceTest, stepsThroughTheSpeedsThatArePlayed)
 {
-    EXPECT_EQ(tool::tPace::of(3.7).factor(), 3.0);
-    EXPECT_EQ(tool::tPace::of(0.5).factor(), 1.0 / 3.0);
-    EXPECT_EQ(tool::tPace::of(0.1).factor(), 1.0 / 11.0);
-    EXPECT_EQ(tool::tPace::of(0.1).slower().factor(), 1.0 / 11.0);
-    EXPECT_EQ(tool::tPace::of(1.0).slower().factor(), 0.5);
-    EXPECT_EQ(tool::tPace::of(1.0).slower().faster().factor(), 1.0);
-    EXPECT_EQ(tool::tPace::of(10.0).faster().factor(), 10.0);
+    using session::tPace;
+    EXPECT_EQ(tPace::of(3.7).factor(), 3.0);
+    EXPECT_EQ(tPace::of(0.5).factor(), 1.0 / 3.0);
+    EXPECT_EQ(tPace::of(0.1).slower().factor(), 1.0 / 11.0);
+    EXPECT_EQ(tPace::of(1.0).slower().factor(), 0.5);
+    EXPECT_EQ(tPace::of(1.0).slower().faster().factor(), 1.0);
+    EXPECT_EQ(tPace::of(10.0).faster().factor(), 10.0);
 }
 
 TEST(tAddressMapTest, prefersTheRuleWithAPortAndRefusesWhatMapsNothing)
 {
-    tool::tAddressMap map;
+    session::tAddressMap map;
     map.add("239.1.1.1=239.2.2.2");
     map.add("239.1.1.1:7=239.3.3.3:8");
     std::uint32_t ip = net::transAddr("239.1.1.1");

@@ -11,8 +11,10 @@
 
 #include "sessions/record/recordingplace.h"
 
-namespace tool
+namespace session
 {
+using namespace recordings;
+
 namespace
 {
 constexpr std::uint64_t cQueueBytes = 32 << 20;  // waits for the disk before more than that is queued
@@ -102,4 +104,4 @@ void tCaptureImport::finish()
     waitForDisk();
     m_storage.FinishWrite();
 }
-}  // namespace tool
+}  // namespace session

@@ -10,7 +10,7 @@
 #include "KestovaStorage/packagerecorder.h"
 #include "KestovaStorage/pcapreader.h"
 
-namespace tool
+namespace session
 {
 // One thread at a time.
 class tCaptureImport
@@ -21,9 +21,9 @@ public:
     // written.
     tCaptureImport(const std::string& root, std::string name);
 
-    // Throws tFailure where no file could be created.
+    // Throws tFailure if no file can be created.
     void add(const pcap::tPcapDatagram& datagram);
-    // Waits until everything is in the files. Throws tFailure where something could not be written.
+    // Waits until everything is in the files. Throws tFailure if something could not be written.
     void finish();
     const std::vector<std::string>& files() const { return m_files; }
     std::uint64_t recorded() const { return m_recorded; }
@@ -40,6 +40,6 @@ private:
     storage::tDataStorageIO m_storage;
     Kestova::tPackageRecorder m_recorder{m_storage};
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

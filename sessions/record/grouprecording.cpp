@@ -4,8 +4,10 @@
 
 #include "sessions/record/recordingplace.h"
 
-namespace tool
+namespace session
 {
+using namespace recordings;
+
 namespace
 {
 constexpr int cReceiveBuffer = 4 * 1024 * 1024;
@@ -69,4 +71,4 @@ void tGroupRecording::OnDatagram(const net::tReceivedDatagram& datagram)
     m_received.add(datagram.group, datagram.data, datagram.len);
     m_recorder.Record(cInfo, datagram.group, datagram.data, datagram.len, 0);
 }
-}  // namespace tool
+}  // namespace session

@@ -14,7 +14,7 @@
 #include "sessions/record/receivedcounts.h"
 #include "sessions/record/recording.h"
 
-namespace tool
+namespace session
 {
 class tGroupRecording : public iRecording, private net::iDatagramListener
 {
@@ -36,11 +36,11 @@ private:
 
     std::string m_root;
     tReceivedCounts m_received;
-    std::map<tStreamKey, std::uint64_t> m_discarded;
+    std::map<recordings::tStreamKey, std::uint64_t> m_discarded;
     storage::tDataStorageIO m_storage;
     Kestova::tPackageRecorder m_recorder{m_storage};
     std::map<NetAddress, std::unique_ptr<net::tDatagramReceiver>, tNetAddress_less> m_receivers;  // feed m_recorder
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

@@ -12,8 +12,10 @@
 
 #include "sessions/record/recordingplace.h"
 
-namespace tool
+namespace session
 {
+using namespace recordings;
+
 namespace
 {
 using namespace std::chrono_literals;
@@ -130,4 +132,4 @@ void tRadarRecording::UpdateRecDataModify(const tUdpMsgInfo&, const char* groupA
     m_received.add({net::transAddr(groupAddr), net::HtoNs(static_cast<std::uint16_t>(port))}, data, len);
 }
 
-}  // namespace tool
+}  // namespace session

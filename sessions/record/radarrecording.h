@@ -14,13 +14,13 @@
 #include "sessions/record/receivedcounts.h"
 #include "sessions/record/recording.h"
 
-namespace tool
+namespace session
 {
 class tRadarRecording : public iRecording, private Kestova::iRadarRecDataModifyObserver
 {
 public:
     // localIp empty: the interface of the default route. Throws tFailure.
-    tRadarRecording(const tRadarChoice& radar, const tStreamChoice& streams, const std::string& localIp,
+    tRadarRecording(const tRadarChoice& radar, const recordings::tStreamChoice& streams, const std::string& localIp,
                     const std::string& folder, bool compress);
 
     tRecordingState state() override;
@@ -33,7 +33,7 @@ public:
 private:
     void UpdateRecDataModify(const tUdpMsgInfo& info, const char* groupAddr, int port, char* data, int len) override;
 
-    void chooseGroups(const RadarAddress& address, const tStreamChoice& streams);
+    void chooseGroups(const RadarAddress& address, const recordings::tStreamChoice& streams);
     void waitForSockets();
     std::vector<Kestova::tGroupCounters> groupCounters() const;
     void noteDiscarded();
@@ -46,9 +46,9 @@ private:
     {
         std::uint64_t before = 0, now = 0;
     };
-    std::map<tStreamKey, tDiscarded> m_discarded;
+    std::map<recordings::tStreamKey, tDiscarded> m_discarded;
     std::unique_ptr<Kestova::tRadarDataSaver> m_saver;  // last: its threads use the members above
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

@@ -2,8 +2,10 @@
 
 #include "UdpSocket/udpsocket.h"
 
-namespace tool
+namespace session
 {
+using namespace recordings;
+
 namespace
 {
 tStreamKey keyFor(const NetAddress& group, tReadWriteType kind)
@@ -38,4 +40,4 @@ tStreamKey tReceivedCounts::keyOf(const NetAddress& group) const
     const auto known = m_kinds.find(group);
     return keyFor(group, known != m_kinds.end() ? known->second : tReadWriteType{eOtherType});
 }
-}  // namespace tool
+}  // namespace session

@@ -8,7 +8,7 @@
 #include "KestovaRecordings/streamcounts.h"
 #include "UdpSocket/netaddress.h"
 
-namespace tool
+namespace session
 {
 // Any thread.
 class tReceivedCounts
@@ -18,14 +18,14 @@ public:
     void expect(const NetAddress& group, tReadWriteType kind);
     void add(const NetAddress& group, const char* data, int len);
 
-    tStreamCounts table() const;
-    tStreamKey keyOf(const NetAddress& group) const;  // otherType for a group that was not expected
+    recordings::tStreamCounts table() const;
+    recordings::tStreamKey keyOf(const NetAddress& group) const;  // otherType for an unexpected group
 
 private:
     mutable std::mutex m_mutex;
     std::map<NetAddress, tReadWriteType, tNetAddress_less> m_kinds;  // guarded by m_mutex
-    tStreamCounts m_table;                                           // guarded by m_mutex
+    recordings::tStreamCounts m_table;                               // guarded by m_mutex
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

@@ -1,6 +1,6 @@
 #include "sessions/record/recording.h"
 
-namespace tool
+namespace session
 {
 std::uint64_t tRecordingState::allDiscarded() const
 {
@@ -9,4 +9,4 @@ std::uint64_t tRecordingState::allDiscarded() const
         sum += count;
     return sum;
 }
-}  // namespace tool
+}  // namespace session

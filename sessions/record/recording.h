@@ -8,15 +8,15 @@
 
 #include "KestovaRecordings/streamcounts.h"
 
-namespace tool
+namespace session
 {
 struct tRecordingState
 {
-    tStreamCounts streams;                          // a row for each joined group, silent ones too
-    std::map<tStreamKey, std::uint64_t> discarded;  // by the kernel, because a receive buffer was full
-    std::uint32_t backlog = 0;                      // messages that wait to be written
-    std::uint64_t lost = 0;                         // messages that are in no file and never will be
-    std::string file;                               // being written; empty where none is open
+    recordings::tStreamCounts streams;                          // a row for each joined group, silent ones too
+    std::map<recordings::tStreamKey, std::uint64_t> discarded;  // by the kernel, because a receive buffer was full
+    std::uint32_t backlog = 0;                                  // messages that wait to be written
+    std::uint64_t lost = 0;                                     // messages that are in no file and never will be
+    std::string file;                                           // being written; empty while none is open
 
     std::uint64_t allDiscarded() const;
 };
@@ -29,12 +29,12 @@ public:
     virtual ~iRecording() = default;
     virtual tRecordingState state() = 0;
     virtual void closeSockets() = 0;
-    // Waits at most so long until everything received is in the file.
+    // Returns true once everything received is in the file, false after the timeout.
     virtual bool waitWritten(unsigned int timeoutMs) = 0;
     virtual void closeFile() = 0;
     virtual std::uint32_t compressing() const = 0;  // finished files that are not yet compressed
     virtual void giveUpCompressing() = 0;           // they stay plain
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

@@ -11,8 +11,10 @@
 #include "KestovaStorage/datastorageio.h"
 #include "UdpSocket/udpsocket.h"
 
-namespace tool
+namespace session
 {
+using namespace recordings;
+
 namespace
 {
 namespace fs = std::filesystem;
@@ -88,4 +90,4 @@ void requireFileBelow(const std::string& root, const std::string& file)
         throw tFailure(
             fmt::format("no file could be made below {}: see the lines above; is the disk full or read-only?", root));
 }
-}  // namespace tool
+}  // namespace session

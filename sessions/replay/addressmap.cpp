@@ -5,8 +5,10 @@
 #include "KestovaRecordings/groupaddress.h"
 #include "UdpSocket/udpsocket.h"
 
-namespace tool
+namespace session
 {
+using namespace recordings;
+
 namespace
 {
 std::invalid_argument wrong(const std::string& rule, const std::string& why)
@@ -54,4 +56,4 @@ void tAddressMap::apply(std::uint32_t& ip, std::uint16_t& port) const
     else if (const auto address = m_addresses.find(ip); address != m_addresses.end())
         ip = address->second;
 }
-}  // namespace tool
+}  // namespace session

@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-namespace tool
+namespace session
 {
 class tAddressMap
 {
@@ -24,6 +24,6 @@ private:
     std::map<tGroup, tGroup> m_groups;
     std::map<std::uint32_t, std::uint32_t> m_addresses;
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

@@ -4,11 +4,13 @@
 #include "UdpSocket/udpsocket.h"
 #include "sessions/replay/player.h"
 
-namespace tool
+namespace session
 {
+using namespace recordings;
+
 namespace
 {
-// The library's replayer makes this folder wherever it is used; here nothing is ever recorded into it.
+// The library's replayer makes this folder; a replay records nothing into it.
 class tNoRecordingFolder
 {
 public:
@@ -16,7 +18,7 @@ public:
     {
         std::error_code ignored;
         if (!m_existed)
-            std::filesystem::remove(cFolder, ignored);  // only where it is empty
+            std::filesystem::remove(cFolder, ignored);  // if it is empty
     }
 
 private:
@@ -38,9 +40,9 @@ class tNetworkPlayer : public iPlayer,
                        private Kestova::iRadarReplayModifyObserver
 {
 public:
-    tNetworkPlayer(tReplaySession& session, const std::vector<eReadWriteType>& kinds, const std::string& suffix,
+    tNetworkPlayer(tReplayProgress& progress, const std::vector<eReadWriteType>& kinds, const std::string& suffix,
                    const std::string& localIp, tAddressMap map)
-        : m_session(session), m_map(std::move(map)),
+        : m_progress(progress), m_map(std::move(map)),
           m_replayer(kinds.data(), static_cast<int>(kinds.size()), true, localIp.c_str(), suffix.c_str())
     {
         if (!m_map.empty())
@@ -58,15 +60,15 @@ public:
     std::uint64_t unplayed() const override { return m_replayer.GetDamagedCnt() + m_replayer.GetUnreadCnt(); }
 
 private:
-    void UpdateReplayStatus(tReplayStatus status) override { m_session.status(status); }
-    void UpdateDataTimeSpan(tTimes_ms begin, tTimes_ms end) override { m_session.span(begin, end); }
+    void UpdateReplayStatus(tReplayStatus status) override { m_progress.status(status); }
+    void UpdateDataTimeSpan(tTimes_ms begin, tTimes_ms end) override { m_progress.span(begin, end); }
     void UpdateFileName(std::string) override {}
-    void UpdateReplayData(tTimes_ms replayTime, tTimes_ms, tMsgType, tReadWriteType rwType, double progress,
+    void UpdateReplayData(tTimes_ms replayTime, tTimes_ms, tMsgType, tReadWriteType rwType, double fraction,
                           const char* groupAddr, int port, const char* data, int len) override
     {
-        m_session.passed(replayTime, progress);
-        m_session.count(tStreamKey::of(rwType, net::transAddr(groupAddr), static_cast<std::uint16_t>(port)),
-                        {data, static_cast<std::size_t>(len)});
+        m_progress.passed(replayTime, fraction);
+        m_progress.count(tStreamKey::of(rwType, net::transAddr(groupAddr), static_cast<std::uint16_t>(port)),
+                         {data, static_cast<std::size_t>(len)});
     }
 
     void UpdateReplayDataModify(tTimes_ms, tTimes_ms, tMsgType, tReadWriteType, double, const char*, int, char*,
@@ -78,20 +80,20 @@ private:
     }
     bool CheckIfNeededCircleLoop(tMsgType, tReadWriteType, const char*, int, char*, int, int&, int&) override
     {
-        return false;  // where a spoke carries its azimuth is known to displays, not here
+        return false;  // only displays know at which offset a spoke carries its azimuth
     }
 
-    tReplaySession& m_session;
+    tReplayProgress& m_progress;
     const tAddressMap m_map;
     const tNoRecordingFolder m_noFolder;
     Kestova::tRadarDataReplayer m_replayer;  // last: its threads call this object
 };
 }  // namespace
 
-std::unique_ptr<iPlayer> makeNetworkPlayer(tReplaySession& session, const tStreamChoice& streams,
+std::unique_ptr<iPlayer> makeNetworkPlayer(tReplayProgress& progress, const tStreamChoice& streams,
                                            const std::string& suffix, const std::string& localIp,
                                            const tAddressMap& map)
 {
-    return std::make_unique<tNetworkPlayer>(session, kindsOf(streams), suffix, localIp, map);
+    return std::make_unique<tNetworkPlayer>(progress, kindsOf(streams), suffix, localIp, map);
 }
-}  // namespace tool
+}  // namespace session

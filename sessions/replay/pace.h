@@ -4,12 +4,12 @@
 
 #include <algorithm>
 
-namespace tool
+namespace session
 {
 class tPace
 {
 public:
-    // What is played where `speed`, more than 0, is asked for.
+    // Returns the speed that is played for `speed`, which is more than 0.
     static tPace of(double speed)
     {
         return tPace(speed >= 1.0 ? static_cast<int>(std::min(speed, 10.0)) - 1
@@ -19,13 +19,13 @@ public:
     tPace slower() const { return tPace(std::max(m_step - 1, -10)); }
     // Recorded time over playing time.
     double factor() const { return m_step >= 0 ? m_step + 1.0 : 1.0 / (1.0 - m_step); }
-    // What FastSlowForward is asked for it, clear of rounding.
+    // The argument of FastSlowForward for it, away from where rounding decides.
     double rate() const { return m_step >= 0 ? m_step + 1.0 : 1.0 / (0.5 - m_step); }
 
 private:
     explicit tPace(int step) : m_step(step) {}
     int m_step;  // 0 the recorded pace, 9 ten times, -1 a half, -10 an eleventh
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

@@ -1,4 +1,4 @@
-// iPlayer: what plays a recording: to the terminal or onto the network.
+// iPlayer: plays a recording, to nobody or onto the network.
 #ifndef KESTOVA_SESSIONS_REPLAY_PLAYER_H
 #define KESTOVA_SESSIONS_REPLAY_PLAYER_H
 
@@ -8,11 +8,11 @@
 
 #include "KestovaRecordings/streamchoice.h"
 #include "sessions/replay/addressmap.h"
-#include "sessions/replay/replaysession.h"
+#include "sessions/replay/replayprogress.h"
 
-namespace tool
+namespace session
 {
-// Operations as in storage::tDataStorageIO; the session is told what comes and must outlive the player.
+// Operations as in storage::tDataStorageIO. Reports to a tReplayProgress, which must outlive the player.
 class iPlayer
 {
 public:
@@ -22,17 +22,19 @@ public:
     virtual void setSpeed(double rate) = 0;
     virtual bool jump(double fraction) = 0;
     virtual void close() = 0;
-    // Records that were due and could not be played: not to be read, or no packages where only packages can be sent.
+    // Records that were due and could not be played: unreadable, or no packages while only packages can be sent.
     virtual std::uint64_t unplayed() const = 0;
     virtual std::uint64_t sent() const { return 0; }     // datagrams
     virtual std::uint64_t refused() const { return 0; }  // by the network
 };
 
-std::unique_ptr<iPlayer> makeTerminalPlayer(tReplaySession& session, const tStreamChoice& streams,
+// Records are counted and go nowhere; what is no package counts as raw.
+std::unique_ptr<iPlayer> makeCountingPlayer(tReplayProgress& progress, const recordings::tStreamChoice& streams,
                                             const std::string& suffix);
-std::unique_ptr<iPlayer> makeNetworkPlayer(tReplaySession& session, const tStreamChoice& streams,
+// localIp dotted, or empty: the system chooses.
+std::unique_ptr<iPlayer> makeNetworkPlayer(tReplayProgress& progress, const recordings::tStreamChoice& streams,
                                            const std::string& suffix, const std::string& localIp,
                                            const tAddressMap& map);
-}  // namespace tool
+}  // namespace session
 
 #endif

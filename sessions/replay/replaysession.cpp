@@ -1,82 +1,131 @@
 #include "sessions/replay/replaysession.h"
 
-#include "KestovaStorage/datastorageio.h"
+#include <algorithm>
+#include <fmt/format.h>
 
-namespace tool
-{
-tReplayState tReplaySession::state() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_state;
-}
+#include "KestovaRecordings/archive.h"
+#include "KestovaRecordings/failure.h"
+#include "KestovaStorage/datafile.h"
+#include "UdpSocket/udpsocket.h"
+#include "sessions/localaddress.h"
 
-tStreamCounts tReplaySession::table() const
+namespace session
 {
-    const std::lock_guard lock(m_mutex);
-    return m_table;
-}
+using namespace recordings;
 
-void tReplaySession::beginJump()
+namespace
 {
+// Returns the files to play. Fails for what would end at once and play nothing.
+std::vector<std::string> playableFiles(const tReplayOptions& options)
+{
+    std::string reason = "it holds no records";
+    const std::vector<std::string> files = findRecordings(options.path, options.suffix);
+    for (const std::string& path : files)
     {
-        const std::lock_guard lock(m_mutex);
-        m_jumping = true;
-        m_state.ended = false;
+        storage::tDataFile file;
+        if (!file.open(path, &reason))
+            continue;
+        if (isReadable(file))
+            return files;
+        reason = path + " holds no records";
     }
-    beginStretch();
+    throw tFailure(fmt::format("nothing to play in {}: {}", options.path, reason));
 }
 
-void tReplaySession::beginStretch()
+std::unique_ptr<iPlayer> makePlayer(tReplayProgress& progress, const tReplayOptions& options,
+                                    const std::string& localIp)
 {
-    const std::lock_guard lock(m_mutex);
-    m_playedBefore = m_state.playedMs;
-    m_tookBefore = m_state.tookMs;
-    m_stretchFirstMs = 0;
+    if (!options.net)
+        return makeCountingPlayer(progress, options.streams, options.suffix);
+    return makeNetworkPlayer(progress, options.streams, options.suffix, localIp, options.map);
 }
 
-void tReplaySession::status(std::uint8_t status)
+double fractionOf(std::uint64_t timeMs, const tReplayState& state)
 {
-    if (status == storage::eReplayPlaying && !state().opened)
+    const double span = static_cast<double>(state.lastMs - state.firstMs);
+    // A quarter of a millisecond early, so that no rounding can leave out the records of the very start.
+    const double offset = static_cast<double>(timeMs) - static_cast<double>(state.firstMs) - 0.25;
+    return span > 0.0 ? std::max(0.0, offset / span) : 0.0;
+}
+}  // namespace
+
+tReplaySession::tReplaySession(const tReplayOptions& options)
+    : m_options(options), m_localIp(options.localIp.empty() ? "" : net::transAddr(localAddress(options.localIp))),
+      m_files(playableFiles(options)), m_pace(tPace::of(options.speed)),
+      m_progress([this](const tReplayState& state) { begin(state); }),
+      m_player(makePlayer(m_progress, options, m_localIp))
+{}
+
+void tReplaySession::open()
+{
+    m_player->open(m_options.path);
+}
+
+void tReplaySession::close()
+{
+    m_player->close();
+}
+
+// On the replay thread, before the first record.
+void tReplaySession::begin(const tReplayState& state)
+{
+    m_passes = 1;
+    m_startMs = state.firstMs;
+    if (m_options.start)
+        m_startMs =
+            std::max(m_startMs,
+                     static_cast<std::uint64_t>(std::max(0.0, m_options.start->resolve(state.firstMs, state.lastMs))));
+    m_player->setSpeed(m_pace.rate());
+    if (m_startMs > state.lastMs)
+        m_player->close();  // nothing to play
+    else if (m_startMs > state.firstMs)
     {
-        m_begin(state());
-        const std::lock_guard lock(m_mutex);
-        m_state.opened = true;
+        m_progress.beginJump();
+        m_player->jump(fractionOf(m_startMs, state));
+    }
+}
+
+void tReplaySession::togglePause()
+{
+    if (!m_player->pause(!m_paused))
         return;
-    }
-    const std::lock_guard lock(m_mutex);
-    if (status == storage::eReplayStopped)
-        m_jumping = false;  // the stop that begins a jump: what follows belongs to the new place
-    if (status == storage::eReplayEnded && !m_jumping)
-        m_state.ended = true;
+    m_paused = !m_paused;
+    m_progress.beginStretch();
 }
 
-void tReplaySession::span(std::uint64_t firstMs, std::uint64_t lastMs)
+void tReplaySession::setPace(tPace pace)
 {
-    const std::lock_guard lock(m_mutex);
-    m_state.firstMs = firstMs;
-    m_state.lastMs = lastMs;
+    m_pace = pace;
+    m_player->setSpeed(m_pace.rate());
 }
 
-void tReplaySession::passed(std::uint64_t timeMs, double progress)
+void tReplaySession::jumpTo(std::int64_t timeMs)
 {
-    const auto now = tSteady::now();
-    const std::lock_guard lock(m_mutex);
-    if (m_stretchFirstMs == 0)
+    const tReplayState state = m_progress.state();
+    const std::uint64_t target =
+        std::clamp(static_cast<std::uint64_t>(std::max<std::int64_t>(timeMs, 0)), state.firstMs, state.lastMs);
+    m_progress.beginJump();
+    if (m_player->jump(fractionOf(target, state)))
+        m_paused = false;
+}
+
+bool tReplaySession::nextPass()
+{
+    if (m_passes == m_options.passes)
+        return false;
+    ++m_passes;
+    jumpTo(static_cast<std::int64_t>(m_startMs));
+    return true;
+}
+
+std::uint64_t tReplaySession::countDamaged() const
+{
+    std::uint64_t damaged = m_player->unplayed();
+    for (const std::string& path : m_files)
     {
-        m_stretchFirstMs = timeMs;
-        m_stretchStart = now;
+        storage::tDataFile file;
+        damaged += file.open(path) ? file.damagedCount() : 0;
     }
-    const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(now - m_stretchStart).count();
-    m_state.timeMs = timeMs;
-    m_state.progress = progress;
-    m_state.playedMs = m_playedBefore + (timeMs - m_stretchFirstMs);
-    m_state.tookMs = m_tookBefore + static_cast<std::uint64_t>(took);
+    return damaged;
 }
-
-void tReplaySession::count(const tStreamKey& stream, std::string_view message)
-{
-    const std::lock_guard lock(m_mutex);
-    m_table[stream].add(message);
-    ++m_state.records;
-}
-}  // namespace tool
+}  // namespace session

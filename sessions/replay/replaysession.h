@@ -1,60 +1,78 @@
-// One replay as it is seen from outside: what came, stream by stream, and where playing stands.
+// tReplaySession: plays a recording and is steered while it plays.
 #ifndef KESTOVA_SESSIONS_REPLAY_REPLAYSESSION_H
 #define KESTOVA_SESSIONS_REPLAY_REPLAYSESSION_H
 
-#include <chrono>
 #include <cstdint>
-#include <functional>
-#include <mutex>
-#include <string_view>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
-#include "KestovaRecordings/streamcounts.h"
+#include "KestovaRecordings/moment.h"
+#include "KestovaRecordings/streamchoice.h"
+#include "sessions/replay/addressmap.h"
+#include "sessions/replay/pace.h"
+#include "sessions/replay/player.h"
+#include "sessions/replay/replayprogress.h"
 
-namespace tool
+namespace session
 {
-struct tReplayState
+struct tReplayOptions
 {
-    bool opened = false;                    // the span is known and playing has begun
-    bool ended = false;                     // the last record has been played
-    std::uint64_t firstMs = 0, lastMs = 0;  // of everything opened
-    std::uint64_t timeMs = 0;               // of the record played last
-    double progress = 0.0;
-    std::uint64_t records = 0;
-    std::uint64_t playedMs = 0;  // recorded time that has been played, and how long that took
-    std::uint64_t tookMs = 0;
+    std::string path;  // data file, or folder with data files
+    std::string suffix = ".data";
+    recordings::tStreamChoice streams;
+    std::optional<recordings::tMoment> start;  // of every pass; none: the first record
+    double speed = 1.0;
+    std::uint64_t passes = 1;  // 0: without end
+    bool net = false;          // sends datagrams; otherwise records are counted and go nowhere
+    std::string localIp;       // interface to send on, by address or name; empty: the system chooses
+    tAddressMap map;           // destinations to send to instead
 };
 
-// Told by the replay thread, looked at by the command's. Any thread.
+// Plays on a thread of its own. state(), counts(), sent() and refused() from any thread, everything else from one.
 class tReplaySession
 {
 public:
-    // `begin` is called on the replay thread when everything is opened and before the first record is played: a jump
-    // asked for there comes before anything is played or sent.
-    explicit tReplaySession(std::function<void(const tReplayState&)> begin) : m_begin(std::move(begin)) {}
+    // Throws tFailure if there is nothing to play, or no such interface.
+    explicit tReplaySession(const tReplayOptions& options);
 
-    tReplayState state() const;
-    tStreamCounts table() const;
-    void beginJump();     // before a jump: the end of what was played until then is no end
-    void beginStretch();  // before a pause, and after it: the time between does not count as playing
+    // Returns at once; playing begins when everything is open, at the start that the options name.
+    void open();
+    void close();  // nothing is played or counted once it returns
 
-    // What a player tells.
-    void status(std::uint8_t status);
-    void span(std::uint64_t firstMs, std::uint64_t lastMs);
-    void passed(std::uint64_t timeMs, double progress);  // a record was played
-    void count(const tStreamKey& stream, std::string_view message);
+    tReplayState state() const { return m_progress.state(); }
+    recordings::tStreamCounts counts() const { return m_progress.counts(); }
+    bool paused() const { return m_paused; }
+    tPace pace() const { return m_pace; }
+
+    // Once state().opened. Nothing is played if the start lies behind the last record.
+    std::uint64_t startMs() const { return m_startMs; }
+    void togglePause();
+    void setPace(tPace pace);
+    void jumpTo(std::int64_t timeMs);  // to the nearest moment of the recording; plays on from a pause, too
+    // Once state().ended: plays from the start again. Returns false after the last pass.
+    bool nextPass();
+
+    std::uint64_t passes() const { return m_passes; }              // begun
+    std::uint64_t sent() const { return m_player->sent(); }        // datagrams
+    std::uint64_t refused() const { return m_player->refused(); }  // by the network
+    // Records that are damaged in the files or could not be played. Reads the files' indexes.
+    std::uint64_t countDamaged() const;
 
 private:
-    using tSteady = std::chrono::steady_clock;
+    void begin(const tReplayState& state);
 
-    const std::function<void(const tReplayState&)> m_begin;
-    mutable std::mutex m_mutex;
-    bool m_jumping = false;  // guarded by m_mutex, as is everything below
-    tReplayState m_state;
-    tStreamCounts m_table;
-    std::uint64_t m_stretchFirstMs = 0;  // 0 until the stretch has its first record
-    tSteady::time_point m_stretchStart;
-    std::uint64_t m_playedBefore = 0, m_tookBefore = 0;  // sums of the stretches before this one
+    const tReplayOptions m_options;
+    const std::string m_localIp;
+    const std::vector<std::string> m_files;
+    tPace m_pace;
+    bool m_paused = false;
+    std::uint64_t m_startMs = 0;  // set by begin(), before state().opened
+    std::uint64_t m_passes = 0;   // as m_startMs
+    tReplayProgress m_progress;
+    std::unique_ptr<iPlayer> m_player;  // last: its threads use m_progress
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

@@ -4,7 +4,7 @@
 
 #include "sessions/simulate/nmea.h"
 
-namespace tool
+namespace session
 {
 namespace
 {
@@ -59,4 +59,4 @@ std::string aisPositionSentence(std::uint32_t mmsi, const tMotion& vessel, std::
     report.add(0, 2 + 3 + 1 + 19);  // manoeuvre, spare, RAIM, radio state
     return nmeaSentence('!', "AIVDM,1,1,,A," + report.armoured() + ",0");
 }
-}  // namespace tool
+}  // namespace session

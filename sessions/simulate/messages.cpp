@@ -3,7 +3,7 @@
 #include "sessions/simulate/scene.h"
 #include "sessions/simulate/spoke.h"
 
-namespace tool
+namespace session
 {
 namespace
 {
@@ -62,4 +62,4 @@ std::string negotiationMessage(const std::string& serial, unsigned short id)
     storeLittleEndian(bytes, 18, id, 2);
     return bytes;
 }
-}  // namespace tool
+}  // namespace session

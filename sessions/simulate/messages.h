@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-namespace tool
+namespace session
 {
 // 129 bytes: 03 C4, serial at 2 (up to 16 bytes), u32 range at 20, u16 gain, sea and rain at 24, 26 and 28, u16 tenths
 // of revolutions a minute at 30, u64 time in ms at 114; the rest zero.
@@ -16,6 +16,6 @@ std::string arpaStateMessage(std::uint16_t targets, std::uint64_t timeMs);
 std::string serviceMessage(const std::string& serial, unsigned short id, std::uint64_t timeMs);
 // 36 bytes: 01 B3, serial and id as in the service message.
 std::string negotiationMessage(const std::string& serial, unsigned short id);
-}  // namespace tool
+}  // namespace session
 
 #endif

@@ -5,7 +5,7 @@
 #include <fmt/format.h>
 #include <numbers>
 
-namespace tool
+namespace session
 {
 namespace
 {
@@ -106,4 +106,4 @@ std::string trackedTargetSentence(unsigned int number, const tMotion& ship, cons
                                          target.speed * cKnotsPerMetreASecond, tenths(target.courseDeg),
                                          nearest / cMetresPerMile, seconds / 60.0, number, clockField(timeMs)));
 }
-}  // namespace tool
+}  // namespace session

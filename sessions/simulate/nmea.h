@@ -7,7 +7,7 @@
 
 #include "sessions/simulate/scene.h"
 
-namespace tool
+namespace session
 {
 // `start` ('$' or '!'), the body, "*", the checksum of the body, CR LF.
 std::string nmeaSentence(char start, const std::string& body);
@@ -21,6 +21,6 @@ std::string trackedTargetSentence(unsigned int number, const tMotion& ship, cons
                                   std::uint64_t timeMs);
 // AIVDM with a class A position report (message type 1) in its 6-bit armour.
 std::string aisPositionSentence(std::uint32_t mmsi, const tMotion& vessel, std::uint64_t timeMs);
-}  // namespace tool
+}  // namespace session
 
 #endif

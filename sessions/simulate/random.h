@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-namespace tool
+namespace session
 {
 class tRandom
 {
@@ -28,6 +28,6 @@ public:
 private:
     std::uint64_t m_state;
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

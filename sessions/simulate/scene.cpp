@@ -6,7 +6,7 @@
 
 #include "sessions/simulate/random.h"
 
-namespace tool
+namespace session
 {
 namespace
 {
@@ -140,4 +140,4 @@ tGeoPosition tScene::position(const tMotion& motion)
     const double latitude = startLatitude + motion.y / metresPerDegree;
     return {latitude, startLongitude + motion.x / (metresPerDegree * std::cos(startLatitude * cTurn / 360.0))};
 }
-}  // namespace tool
+}  // namespace session

@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace tool
+namespace session
 {
 constexpr std::size_t cEchoSamples = 512;
 constexpr unsigned int cSpokesPerRevolution = 4096;
@@ -66,6 +66,6 @@ private:
     std::array<float, cCoastPoints> m_coast{};
     std::array<float, cEchoSamples> m_clutter{};
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

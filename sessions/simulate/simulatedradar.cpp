@@ -6,7 +6,7 @@
 #include "sessions/simulate/nmea.h"
 #include "sessions/simulate/spoke.h"
 
-namespace tool
+namespace session
 {
 namespace
 {
@@ -107,4 +107,4 @@ bool tSimulatedRadar::next(tSimulatedDatagram& datagram)
         ++m_spokes;
     return true;
 }
-}  // namespace tool
+}  // namespace session

@@ -13,7 +13,7 @@
 #include "KestovaStorage/radarmsgpackage.h"
 #include "sessions/simulate/scene.h"
 
-namespace tool
+namespace session
 {
 struct tSimulation
 {
@@ -78,6 +78,6 @@ private:
     std::vector<tSource> m_sources;
     std::uint64_t m_spokes = 0;
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

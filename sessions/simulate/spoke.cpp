@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-namespace tool
+namespace session
 {
 void storeLittleEndian(std::string& bytes, std::size_t offset, std::uint64_t value, std::size_t width)
 {
@@ -22,4 +22,4 @@ void encodeSpoke(std::uint64_t spokeNumber, std::uint64_t timeMs, const tEchoes&
     storeLittleEndian(bytes, 16, timeMs, 8);
     std::memcpy(&bytes[cSpokeHeadSize], echoes.data(), echoes.size());
 }
-}  // namespace tool
+}  // namespace session

@@ -18,7 +18,7 @@
 
 #include "sessions/simulate/scene.h"
 
-namespace tool
+namespace session
 {
 constexpr std::size_t cSpokeHeadSize = 30;
 constexpr std::size_t cSpokeSize = cSpokeHeadSize + cEchoSamples;
@@ -29,6 +29,6 @@ void encodeSpoke(std::uint64_t spokeNumber, std::uint64_t timeMs, const tEchoes&
 
 // Stores `width` bytes of `value` at `offset`, lowest first.
 void storeLittleEndian(std::string& bytes, std::size_t offset, std::uint64_t value, std::size_t width);
-}  // namespace tool
+}  // namespace session
 
 #endif

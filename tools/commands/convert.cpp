@@ -1,15 +1,13 @@
-// kestova compress and kestova expand: finished recordings rewritten in the other form.
+#include "tools/commands/convert.h"
+
 #include <chrono>
 #include <fmt/format.h>
 #include <memory>
 #include <sys/stat.h>
 
-#include "KestovaStorage/datafileconverter.h"
-#include "tools/shell/command.h"
+#include "KestovaRecordings/archive.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
-
-#include "KestovaRecordings/archive.h"
 #include "tools/shell/options.h"
 #include "tools/shell/report.h"
 #include "tools/shell/stopsignal.h"
@@ -19,19 +17,7 @@ namespace tool
 {
 namespace
 {
-using storage::tDataFileConverter;
 using tSteady = std::chrono::steady_clock;
-
-// What differs between the two commands.
-struct tDirection
-{
-    const char* name;
-    const char* doing;
-    storage::tFileHeadSymbol from;
-    decltype(&tDataFileConverter::Compress) convert;
-};
-constexpr tDirection cCompress{"compress", "compressing", storage::cDataFileHead, &tDataFileConverter::Compress};
-constexpr tDirection cExpand{"expand", "expanding", storage::cHuffmanFileHead, &tDataFileConverter::Expand};
 
 struct tOptions
 {
@@ -50,7 +36,7 @@ public:
     int run()
     {
         const auto started = tSteady::now();
-        m_paths = findRecordings(m_options.path, m_options.suffix);
+        m_paths = recordings::findRecordings(m_options.path, m_options.suffix);
         for (m_number = 1; m_number <= m_paths.size() && !m_stop.requested(); ++m_number)
             convert(m_paths[m_number - 1]);
         m_tookMs = static_cast<std::uint64_t>(
@@ -88,7 +74,7 @@ private:
         m_console.note("kestova " + std::string(m_direction.name) + ": " + error);
     }
 
-    // What it takes on the disk: between its index and its payload a data file has a hole.
+    // Bytes on the disk; fewer than the file's length, which has a hole between index and payload.
     static std::uint64_t size(const std::string& path)
     {
         struct stat info;
@@ -188,35 +174,18 @@ private:
     std::size_t m_already = 0;
     std::uint64_t m_tookMs = 0;
 };
+}  // namespace
 
-void addConvert(CLI::App& app, tRun& chosen, const tDirection& direction, const char* what, const char* footer)
+void addConvert(CLI::App& app, tRun& chosen, const tDirection& direction)
 {
     auto options = std::make_shared<tOptions>();
-    CLI::App& command = *app.add_subcommand(direction.name, what);
-    command.footer(footer);
-    command.add_option("path", options->path, "Data file, or folder with data files")
-        ->type_name("FILE|FOLDER")
-        ->required();
+    CLI::App& command = *app.add_subcommand(direction.name, direction.what);
+    command.footer(direction.footer);
+    addPath(command, options->path);
     command.add_option("--suffix", options->suffix, "What names of data files end in")->capture_default_str();
-    command.add_flag("--json", options->json, "Results as one JSON object");
+    addJson(command, options->json);
     command.callback([options, &direction, &chosen] {
         chosen = [options, &direction](tConsole& console) { return tConvert(direction, *options, console).run(); };
     });
-}
-}  // namespace
-
-void addCompress(CLI::App& app, tRun& chosen)
-{
-    addConvert(app, chosen, cCompress, "Compress finished recordings",
-               "NAME.tar.data takes the place of NAME.data when it is verified and on the disk; it replays the same.\n"
-               "Files that are unfinished or damaged stay as they are. Exit status 3 if some could not be compressed.\n"
-               "Example: kestova compress recordings");
-}
-
-void addExpand(CLI::App& app, tRun& chosen)
-{
-    addConvert(app, chosen, cExpand, "Expand compressed recordings",
-               "NAME.data takes the place of NAME.tar.data when it is verified and on the disk.\n"
-               "Example: kestova expand recordings/Data_000000_2024.05.17");
 }
 }  // namespace tool

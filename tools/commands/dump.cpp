@@ -5,14 +5,13 @@
 #include <memory>
 #include <numeric>
 
-#include "KestovaRecordings/failure.h"
-#include "tools/shell/command.h"
-#include "tools/shell/console.h"
-#include "tools/shell/exitstatus.h"
-
 #include "KestovaRecordings/archive.h"
+#include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/packageview.h"
 #include "KestovaRecordings/streamchoice.h"
+#include "tools/commands/commands.h"
+#include "tools/shell/console.h"
+#include "tools/shell/exitstatus.h"
 #include "tools/shell/options.h"
 #include "tools/shell/report.h"
 #include "tools/shell/stopsignal.h"
@@ -20,6 +19,8 @@
 
 namespace tool
 {
+using namespace recordings;
+
 namespace
 {
 struct tOptions
@@ -203,11 +204,7 @@ void addDump(CLI::App& app, tRun& chosen)
     CLI::App& command = *app.add_subcommand("dump", "Show records one by one");
     command.footer("One line a record: time, stream, kind of message, group, length, payload as hex.\n"
                    "Example: kestova dump recordings --streams gpsDev --from 00:01:00 --limit 10 --all");
-    command.add_option("path", options->path, "Data file, or folder with data files")
-        ->type_name("FILE|FOLDER")
-        ->required();
-    command.add_option("--suffix", options->suffix, "What names of data files in a folder end in")
-        ->capture_default_str();
+    addPath(command, options->path, options->suffix);
     addStreams(command, options->streams);
     for (const auto& [name, text, help] :
          {std::tuple{"--from", &options->from, "Not before this time: 90s, 00:01:30 or \"2024-05-17 08:30:00\""},

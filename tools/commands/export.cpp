@@ -4,21 +4,20 @@
 #include <memory>
 #include <mutex>
 
+#include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/capturewriter.h"
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/frames.h"
-#include "KestovaStorage/datafile.h"
-#include "KestovaStorage/datastorageio.h"
-#include "UdpSocket/udpsocket.h"
-#include "tools/shell/command.h"
-#include "tools/shell/console.h"
-#include "tools/shell/exitstatus.h"
-
-#include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/groupaddress.h"
 #include "KestovaRecordings/packageview.h"
 #include "KestovaRecordings/streamchoice.h"
-#include "sessions/replay/replaysession.h"
+#include "KestovaStorage/datafile.h"
+#include "KestovaStorage/datastorageio.h"
+#include "UdpSocket/udpsocket.h"
+#include "sessions/replay/replayprogress.h"
+#include "tools/commands/commands.h"
+#include "tools/shell/console.h"
+#include "tools/shell/exitstatus.h"
 #include "tools/shell/options.h"
 #include "tools/shell/report.h"
 #include "tools/shell/stopsignal.h"
@@ -26,6 +25,8 @@
 
 namespace tool
 {
+using namespace recordings;
+
 namespace
 {
 struct tOptions
@@ -34,13 +35,11 @@ struct tOptions
     std::string suffix = ".data";
     std::vector<std::string> streams;
     std::string capture;
-    std::string source = "192.0.2.1:6000";  // an address of documentation: recordings do not hold the sender's
+    std::string source = "192.0.2.1:6000";  // an address for documentation: recordings do not hold the sender's
     bool json = false;
 };
 
-constexpr std::size_t cMaxDatagram = 65'507;
-
-// A place behind the end: everything is played without waiting, in order of time.
+// A jump behind the end plays everything without waiting, in order of time.
 constexpr double cWithoutWaiting = 2.0;
 
 class tExport : private storage::iDataReadReplayObserver
@@ -49,8 +48,8 @@ public:
     tExport(const tOptions& options, tConsole& console)
         : m_options(options), m_console(console), m_streams(parseStreams(options.streams)),
           m_source(parseGroup(options.source)), m_files(findRecordings(options.path, options.suffix)),
-          m_session([this](const tReplayState&) {
-              m_session.beginJump();
+          m_progress([this](const session::tReplayState&) {
+              m_progress.beginJump();
               m_storage.Jump(cWithoutWaiting);
           }),
           m_storage("", options.suffix.c_str())
@@ -63,11 +62,11 @@ public:
     int run()
     {
         m_storage.OpenReadDataFileorFolder(m_options.path, this);
-        while (!m_session.state().ended && !m_stop.wait(std::chrono::milliseconds(5)) && failure().empty())
+        while (!m_progress.state().ended && !m_stop.wait(std::chrono::milliseconds(5)) && failure().empty())
         {
             if (m_console.progressDue())
-                m_console.progress(fmt::format("{:>7}  {} datagrams", percentText(m_session.state().progress),
-                                               m_session.state().records));
+                m_console.progress(fmt::format("{:>7}  {} datagrams", percentText(m_progress.state().progress),
+                                               m_progress.state().records));
         }
         m_storage.CloseReadingFile();
         if (!failure().empty())
@@ -79,13 +78,13 @@ public:
     }
 
 private:
-    void UpdateReplayStatus(std::uint8_t status) override { m_session.status(status); }
-    void UpdateDataTimeSpan(std::uint64_t first, std::uint64_t last) override { m_session.span(first, last); }
+    void UpdateReplayStatus(std::uint8_t status) override { m_progress.status(status); }
+    void UpdateDataTimeSpan(std::uint64_t first, std::uint64_t last) override { m_progress.span(first, last); }
     void UpdateReplayData(std::uint64_t timeMs, double progress, const char* data, unsigned int len,
                           std::string) override
     try
     {
-        m_session.passed(timeMs, progress);
+        m_progress.passed(timeMs, progress);
         ++m_played;
         const auto package = viewPackage({data, len});
         if (!package || package->ip == 0 || package->port == 0 || package->payload.size() > cMaxDatagram)
@@ -108,7 +107,7 @@ private:
             m_writer->add(timeMs, frame);
             ++m_frames;
         }
-        m_session.count(tStreamKey::of(package.info.rwType, package.ip, package.port), package.payload);
+        m_progress.count(tStreamKey::of(package.info.rwType, package.ip, package.port), package.payload);
     }
 
     std::string failure() const
@@ -134,18 +133,18 @@ private:
     int report()
     {
         const std::uint64_t damaged = countDamaged();
-        const tStreamCounts table = m_session.table();
+        const tStreamCounts counts = m_progress.counts();
         if (m_options.json)
-            printJson(m_console, {{"schema", "kestova/export/1"},
+            printJson(m_console, {{"schema", "kestova/export/2"},
                                   {"path", m_options.path},
                                   {"capture", m_options.capture},
-                                  {"datagrams", total(table).messages},
+                                  {"datagrams", total(counts).messages},
                                   {"frames", m_frames},
-                                  {"noDatagrams", m_noDatagram},
+                                  {"no_datagrams", m_noDatagram},
                                   {"damaged", damaged},
-                                  {"streams", streamsJson(table, "datagrams")}});
+                                  {"streams", streamsJson(counts, "datagrams")}});
         else
-            m_console.print(streamsText(table, "datagrams") +
+            m_console.print(streamsText(counts, "datagrams") +
                             fmt::format("{}  {} frames\n", m_options.capture, m_frames));
         if (m_noDatagram != 0)
             m_console.note(fmt::format("kestova export: {} records are no datagrams and were left out", m_noDatagram));
@@ -166,7 +165,7 @@ private:
     std::uint64_t m_played = 0, m_noDatagram = 0, m_frames = 0;
     mutable std::mutex m_mutex;
     std::string m_failure;  // guarded by m_mutex
-    tReplaySession m_session;
+    session::tReplayProgress m_progress;
     storage::tDataStorageIO m_storage;  // last: its threads call this object
 };
 }  // namespace
@@ -178,9 +177,7 @@ void addExport(CLI::App& app, tRun& chosen)
     command.footer("Every datagram in order of time, as Ethernet frames with right checksums; datagrams larger than a\n"
                    "frame in fragments. Exit status 3 if records were left out.\n"
                    "Example: kestova export recordings --pcap radar.pcap");
-    command.add_option("path", options->path, "Data file, or folder with data files")
-        ->type_name("FILE|FOLDER")
-        ->required();
+    addPath(command, options->path);
     command.add_option("--pcap", options->capture, "The capture to write; must not exist")
         ->type_name("FILE")
         ->required();
@@ -191,7 +188,7 @@ void addExport(CLI::App& app, tRun& chosen)
         ->check(checkedBy(parseGroup))
         ->capture_default_str();
     addStreams(command, options->streams);
-    command.add_flag("--json", options->json, "Results as one JSON object");
+    addJson(command, options->json);
     command.callback(
         [options, &chosen] { chosen = [options](tConsole& console) { return tExport(*options, console).run(); }; });
 }

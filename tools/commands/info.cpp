@@ -1,24 +1,22 @@
 // kestova info: what is in a data file or a folder of them.
 #include <algorithm>
-#include <filesystem>
 #include <fmt/format.h>
 #include <memory>
 
+#include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/failure.h"
-#include "tools/shell/command.h"
+#include "tools/commands/commands.h"
+#include "tools/commands/infoscan.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
-
-#include "KestovaRecordings/archive.h"
-#include "KestovaRecordings/packageview.h"
-#include "KestovaRecordings/streamhistory.h"
 #include "tools/shell/options.h"
 #include "tools/shell/report.h"
-#include "tools/shell/stopsignal.h"
 #include "tools/shell/units.h"
 
 namespace tool
 {
+using namespace recordings;
+
 namespace
 {
 struct tOptions
@@ -30,124 +28,7 @@ struct tOptions
     bool json = false;
 };
 
-struct tFileInfo
-{
-    std::string path;
-    std::string error;  // why it is no data file; empty otherwise
-    storage::tFileHeadSymbol kind = storage::cDataFileHead;
-    bool readable = true;  // this version can look into its segments
-    bool finished = false;
-    std::uint64_t size = 0, records = 0, bytes = 0, damaged = 0;
-    std::uint64_t firstMs = 0, lastMs = 0;
-    tHistories streams;
-};
-
-struct tTotals
-{
-    std::uint64_t size = 0, records = 0, bytes = 0, damaged = 0, skipped = 0;
-    std::uint64_t firstMs = 0, lastMs = 0;
-    tHistories streams;
-};
-
-// Looks through files one after the other.
-class tScan
-{
-public:
-    tScan(const tOptions& options, tConsole& console)
-        : m_options(options), m_console(console), m_gapMs(parseDuration(options.gap))
-    {}
-
-    // False if the end was asked for before everything was looked through.
-    bool run()
-    {
-        const auto paths = findRecordings(m_options.path, m_options.suffix);
-        std::filesystem::path folder;
-        for (std::size_t i = 0; i < paths.size() && !m_stop.requested(); ++i)
-        {
-            m_position = fmt::format("{} of {} files", i + 1, paths.size());
-            if (const auto parent = std::filesystem::path(paths[i]).parent_path(); parent != folder)
-            {
-                for (auto& [key, stream] : m_totals.streams)
-                    stream.interrupt();
-                folder = parent;
-            }
-            add(look(paths[i]));
-        }
-        if (m_files.size() == 1 && !m_files[0].error.empty() && paths.size() == 1)
-            throw tFailure(m_files[0].error);
-        return !m_stop.requested();
-    }
-
-    const std::vector<tFileInfo>& files() const { return m_files; }
-    const tTotals& totals() const { return m_totals; }
-
-private:
-    tFileInfo look(const std::string& path)
-    {
-        tFileInfo info;
-        info.path = path;
-        storage::tDataFile file;
-        if (!file.open(path, &info.error))
-            return info;
-        info.error.clear();
-        info.kind = file.kind();
-        info.finished = file.finished();
-        info.size = file.size();
-        info.records = file.recordCount();
-        info.bytes = file.payloadBytes();
-        info.damaged = file.damagedCount();
-        info.readable = info.records == 0 || isReadable(file) || info.kind == storage::cDataFileHead;
-        for (std::size_t i = 0; i < file.recordCount() && !m_stop.requested(); ++i)
-            lookAt(file, i, info);
-        return info;
-    }
-
-    void lookAt(storage::tDataFile& file, std::size_t i, tFileInfo& info)
-    {
-        const std::uint64_t timeMs = file.record(i).timeMs;
-        info.firstMs = info.firstMs == 0 ? timeMs : std::min(info.firstMs, timeMs);
-        info.lastMs = std::max(info.lastMs, timeMs);
-        if (!info.readable)
-            return;
-        if (!file.read(i, m_segment))
-        {
-            ++info.damaged;
-            return;
-        }
-        const auto package = viewPackage(m_segment);
-        const tStreamKey key =
-            package ? tStreamKey::of(package->info.rwType, package->ip, package->port) : tStreamKey::raw();
-        const std::string_view message = package ? package->payload : std::string_view(m_segment);
-        info.streams[key].add(timeMs, message, m_gapMs, m_options.digest);
-        m_totals.streams[key].add(timeMs, message, m_gapMs, m_options.digest);
-        if (i % 1024 == 0 && m_console.progressDue())
-            m_console.progress(fmt::format("{}: {} of {} records", m_position, i, info.records));
-    }
-
-    void add(tFileInfo info)
-    {
-        m_totals.skipped += info.error.empty() ? 0 : 1;
-        m_totals.size += info.size;
-        m_totals.records += info.records;
-        m_totals.bytes += info.bytes;
-        m_totals.damaged += info.damaged;
-        if (info.records > 0)
-            m_totals.firstMs = m_totals.firstMs == 0 ? info.firstMs : std::min(m_totals.firstMs, info.firstMs);
-        m_totals.lastMs = std::max(m_totals.lastMs, info.lastMs);
-        m_files.push_back(std::move(info));
-    }
-
-    const tOptions& m_options;
-    tConsole& m_console;
-    tStopSignal m_stop;
-    std::uint64_t m_gapMs;
-    std::string m_position;
-    std::string m_segment;
-    std::vector<tFileInfo> m_files;
-    tTotals m_totals;
-};
-
-tJson streamsOf(const tHistories& streams, bool withDigest)
+tJson streamsOf(const tStreamHistories& streams, bool withDigest)
 {
     tJson rows = tJson::array();
     for (const auto& [key, stream] : streams)
@@ -161,8 +42,8 @@ tJson streamsOf(const tHistories& streams, bool withDigest)
                      {"bytes", stream.bytes()},
                      {"first_ms", stream.firstMs()},
                      {"last_ms", stream.lastMs()},
-                     {"recordsPerSecond", stream.messagesPerSecond()},
-                     {"bytesPerSecond", stream.bytesPerSecond()},
+                     {"records_per_second", stream.messagesPerSecond()},
+                     {"bytes_per_second", stream.bytesPerSecond()},
                      {"gaps", std::move(gaps)}};
         if (withDigest)
             row["digest"] = stream.digest().text();
@@ -194,7 +75,7 @@ tJson infoJson(const tOptions& options, const tScan& scan)
     tJson files = tJson::array();
     for (const tFileInfo& file : scan.files())
         files.push_back(fileJson(file, options.digest));
-    return {{"schema", "kestova/info/1"},
+    return {{"schema", "kestova/info/2"},
             {"path", options.path},
             {"files", std::move(files)},
             {"total",
@@ -225,7 +106,7 @@ std::string fileText(const tFileInfo& file)
     return text + '\n';
 }
 
-std::string streamsTextOf(const tHistories& streams, bool withDigest)
+std::string streamsTextOf(const tStreamHistories& streams, bool withDigest)
 {
     std::string text = fmt::format("\n{:<18}{:<23}{:>10}{:>11}{:>11}{:>13}{}\n", "stream", "address", "records",
                                    "bytes", "records/s", "rate", withDigest ? "  digest" : "");
@@ -236,7 +117,7 @@ std::string streamsTextOf(const tHistories& streams, bool withDigest)
     return text;
 }
 
-std::string gapsText(const tHistories& streams)
+std::string gapsText(const tStreamHistories& streams)
 {
     constexpr std::size_t most = 10;
     std::vector<std::pair<tGap, std::string>> all;
@@ -273,8 +154,8 @@ std::string infoText(const tOptions& options, const tScan& scan)
 
 int info(const tOptions& options, tConsole& console)
 {
-    tScan scan(options, console);
-    const bool whole = scan.run();
+    tScan scan(parseDuration(options.gap), options.digest, console);
+    const bool whole = scan.run(options.path, options.suffix);
     if (options.json)
         printJson(console, infoJson(options, scan));
     else
@@ -291,17 +172,13 @@ void addInfo(CLI::App& app, tRun& chosen)
     CLI::App& command = *app.add_subcommand("info", "Show what is in a recording");
     command.footer("Shows files, time span, streams, rates, gaps and damage. Exit status 3 if something is damaged.\n"
                    "Example: kestova info recordings --gap 5");
-    command.add_option("path", options->path, "Data file, or folder with data files")
-        ->type_name("FILE|FOLDER")
-        ->required();
-    command.add_option("--suffix", options->suffix, "What names of data files in a folder end in")
-        ->capture_default_str();
+    addPath(command, options->path, options->suffix);
     command.add_option("--gap", options->gap, "Silences of a stream from this length on are gaps")
         ->type_name("SEC")
         ->check(checkedBy(parseDuration))
         ->capture_default_str();
     command.add_flag("--digest", options->digest, "A digest of each stream, as simulate, record and replay give it");
-    command.add_flag("--json", options->json, "Results as one JSON object");
+    addJson(command, options->json);
     command.callback([options, &chosen] { chosen = [options](tConsole& console) { return info(*options, console); }; });
 }
 }  // namespace tool

@@ -1,21 +1,14 @@
 // kestova pcap: what is in a capture, and the selected streams out of it.
 #include <algorithm>
-#include <chrono>
-#include <filesystem>
 #include <fmt/format.h>
-#include <map>
 #include <memory>
-#include <set>
-
-#include "KestovaRecordings/capturekind.h"
-#include "KestovaStorage/pcapreader.h"
-#include "UdpSocket/udpsocket.h"
-#include "sessions/import/captureimport.h"
-#include "tools/shell/command.h"
-#include "tools/shell/console.h"
-#include "tools/shell/exitstatus.h"
 
 #include "KestovaRecordings/groupaddress.h"
+#include "UdpSocket/udpsocket.h"
+#include "sessions/import/capturesession.h"
+#include "tools/commands/commands.h"
+#include "tools/shell/console.h"
+#include "tools/shell/exitstatus.h"
 #include "tools/shell/options.h"
 #include "tools/shell/report.h"
 #include "tools/shell/stopsignal.h"
@@ -23,10 +16,10 @@
 
 namespace tool
 {
+using session::tCaptureSpan;
+
 namespace
 {
-using tGroup = std::pair<std::string, int>;
-
 constexpr char cAll[] = "all";
 constexpr std::size_t cLengthsShown = 3;
 
@@ -38,82 +31,37 @@ struct tOptions
     bool json = false;
 };
 
-std::set<tGroup> selectionOf(const std::vector<std::string>& texts)
+session::tCaptureOptions captureOptions(const tOptions& given)
 {
-    std::set<tGroup> groups;
-    for (const std::string& text : texts)
+    session::tCaptureOptions options{given.path, {}, given.select.empty(), given.to};
+    for (const std::string& text : given.select)
     {
         if (text == cAll)
+        {
+            options.all = true;
             continue;
-        const NetAddress group = parseGroup(text);
-        groups.emplace(net::transAddr(group.ip), net::NtoHs(group.port));
+        }
+        const NetAddress group = recordings::parseGroup(text);
+        options.selection.emplace(net::transAddr(group.ip), net::NtoHs(group.port));
     }
-    return groups;
+    return options;
 }
 
-struct tSpan
-{
-    std::uint64_t first_us = 0, last_us = 0;
-    std::uint64_t bytes = 0;
-};
-
-class tPcapSession : private pcap::iPcapDataReadObserver, private pcap::iPcapDatagramObserver
+class tPcap
 {
 public:
-    tPcapSession(const tOptions& options, tConsole& console)
-        : m_options(options), m_console(console), m_selection(selectionOf(options.select)),
-          m_all(options.select.empty() || std::count(options.select.begin(), options.select.end(), cAll) != 0),
-          m_reader(options.path, this)
-    {
-        if (!options.to.empty())
-            m_import =
-                std::make_unique<tCaptureImport>(options.to, std::filesystem::path(options.path).stem().string());
-    }
+    tPcap(const tOptions& options, tConsole& console)
+        : m_options(options), m_console(console), m_session(captureOptions(options)), m_result(m_session.result())
+    {}
 
     int run()
     {
-        m_reader.SetDatagramObserver(this);
-        m_reader.ReportAtEndOnly(true);
-        m_reader.KeepReading(true);
-        m_reader.Read({});
-        m_result = m_reader.GetReadResult();
-        for (const pcap::tUdpMulticast& row : m_reader.GetUdpMulticast())
-            if (isSelected({row.address, row.port}) || (m_all && row.address.empty()))
-                m_rows.push_back(row);
-        if (m_import && m_import->recorded() != 0)
-            m_import->finish();
-        return report();
-    }
-
-private:
-    bool isSelected(const tGroup& group) const { return m_all || m_selection.count(group) != 0; }
-
-    void UpdatePcapReadData(tTimes_ms, double, const char*, int, const char*, int) override {}
-    void UpdatePcapUdpMulticast(const std::vector<pcap::tUdpMulticast>&) override {}
-    void UpdatePcapReadProgress(double percent, tTimes_ms time) override
-    {
-        if (m_stop.requested())
-            m_reader.StopRead();
-        if (m_console.progressDue())
-            m_console.progress(
-                fmt::format("{:>7}  {}  {} streams", percentText(percent / 100), localTimeText(time), m_spans.size()));
-    }
-    void UpdatePcapDatagram(const pcap::tPcapDatagram& datagram) override
-    {
-        const tGroup group(datagram.address, datagram.port);
-        if (!isSelected(group))
-            return;
-        tSpan& span = m_spans[group];
-        if (span.first_us == 0)
-            span.first_us = datagram.time_us;
-        span.last_us = datagram.time_us;
-        span.bytes += static_cast<std::uint64_t>(datagram.len);
-        if (m_import)
-            m_import->add(datagram);
-    }
-
-    int report()
-    {
+        m_session.run([this](const session::tCaptureProgress& progress) {
+            if (m_console.progressDue())
+                m_console.progress(fmt::format("{:>7}  {}  {} streams", percentText(progress.fraction),
+                                               localTimeText(progress.timeMs), progress.streams));
+            return !m_stop.requested();
+        });
         if (m_options.json)
             printJson(m_console, json());
         else
@@ -124,10 +72,11 @@ private:
         return losses.empty() ? eDone : eDamaged;
     }
 
+private:
     std::vector<std::string> lossesOf() const
     {
         std::vector<std::string> losses;
-        const auto say = [&](std::uint64_t count, const char* what) {
+        const auto add = [&](std::uint64_t count, const char* what) {
             if (count != 0)
                 losses.push_back(fmt::format("{} {}", count, what));
         };
@@ -137,15 +86,15 @@ private:
             losses.push_back("the capture ends within a record");
         else if (!m_result.finished && !m_result.stopped)
             losses.push_back("the capture could not be read to its end");
-        say(m_result.droppedRecords, "records of UDP are neither a datagram nor a fragment that can be used");
-        say(m_result.emptyBeginnings, "datagrams had an empty first fragment");
-        say(m_import ? m_import->tooLong() : 0, "datagrams are longer than a datagram can be, left out");
-        say(m_result.orphans, "fragments without the beginning of their datagram");
-        say(m_result.pending, "datagrams never became whole");
-        say(m_result.padded, "datagrams were captured only in part, the rest reads as zeros");
-        for (const auto& [address, port] : m_selection)
-            if (m_spans.count({address, port}) == 0)
-                losses.push_back(fmt::format("no datagram to {}:{}", address, port));
+        add(m_result.droppedRecords, "records of UDP are neither a datagram nor a fragment that can be used");
+        add(m_result.emptyBeginnings, "datagrams had an empty first fragment");
+        add(m_session.recording() ? m_session.recording()->tooLong() : 0,
+            "datagrams are longer than a datagram can be, left out");
+        add(m_result.orphans, "fragments without the beginning of their datagram");
+        add(m_result.pending, "datagrams never became whole");
+        add(m_result.padded, "datagrams were captured only in part, the rest reads as zeros");
+        for (const auto& [address, port] : m_session.silent())
+            losses.push_back(fmt::format("no datagram to {}:{}", address, port));
         return losses;
     }
 
@@ -176,16 +125,10 @@ private:
         return text;
     }
 
-    tSpan spanOf(const pcap::tUdpMulticast& row) const
-    {
-        const auto span = m_spans.find({row.address, row.port});
-        return span != m_spans.end() ? span->second : tSpan();
-    }
-
     // One over the mean interval, as in info.
-    static double ratePerSecond(std::uint64_t count, const tSpan& span)
+    static double ratePerSecond(std::uint64_t count, const tCaptureSpan& span)
     {
-        const std::uint64_t us = span.last_us - span.first_us;
+        const std::uint64_t us = span.lastUs - span.firstUs;
         return us == 0 ? 0.0 : static_cast<double>(count - 1) * 1e6 / static_cast<double>(us);
     }
 
@@ -193,9 +136,9 @@ private:
     {
         std::string out = fmt::format("{:<22} {:>10} {:>15} {:>12}  {:<38} {}\n", "address", "datagrams", "bytes",
                                       "per second", "lengths", "kinds");
-        for (const pcap::tUdpMulticast& row : m_rows)
+        for (const pcap::tUdpMulticast& row : m_session.streams())
         {
-            const tSpan span = spanOf(row);
+            const tCaptureSpan span = m_session.spanOf(row);
             out +=
                 fmt::format("{:<22} {:>10} {:>15} {:>12.1f}  {:<38} {}\n",
                             row.address.empty() ? "(beginning missing)" : fmt::format("{}:{}", row.address, row.port),
@@ -207,27 +150,27 @@ private:
             out += fmt::format("; {} to {}", localTimeText(m_result.firstTime_us / 1000),
                                localTimeText(m_result.lastTime_us / 1000));
         out += '\n';
-        if (m_import)
+        if (const auto* const recording = m_session.recording())
         {
-            for (const std::string& file : m_import->files())
+            for (const std::string& file : recording->files())
                 out += file + '\n';
-            out += fmt::format("{} datagrams recorded\n", m_import->recorded());
+            out += fmt::format("{} datagrams recorded\n", recording->recorded());
         }
         return out;
     }
 
     tJson streamJson(const pcap::tUdpMulticast& row) const
     {
-        const tSpan span = spanOf(row);
+        const tCaptureSpan span = m_session.spanOf(row);
         tJson lengths = tJson::array();
         for (const auto& [count, length] : lengthsOf(row))
             lengths.push_back({{"length", length}, {"datagrams", count}});
         return {{"address", row.address.empty() ? "" : fmt::format("{}:{}", row.address, row.port)},
                 {"datagrams", row.count},
                 {"bytes", span.bytes},
-                {"first_ms", span.first_us / 1000},
-                {"last_ms", span.last_us / 1000},
-                {"datagramsPerSecond", ratePerSecond(row.count, span)},
+                {"first_ms", span.firstUs / 1000},
+                {"last_ms", span.lastUs / 1000},
+                {"datagrams_per_second", ratePerSecond(row.count, span)},
                 {"lengths", lengths},
                 {"kinds", row.types}};
     }
@@ -235,9 +178,9 @@ private:
     tJson json() const
     {
         tJson streams = tJson::array();
-        for (const pcap::tUdpMulticast& row : m_rows)
+        for (const pcap::tUdpMulticast& row : m_session.streams())
             streams.push_back(streamJson(row));
-        tJson result = {{"schema", "kestova/pcap/1"},
+        tJson result = {{"schema", "kestova/pcap/2"},
                         {"path", m_options.path},
                         {"records", m_result.records},
                         {"skipped", m_result.skippedRecords},
@@ -246,13 +189,13 @@ private:
                         {"orphans", m_result.orphans},
                         {"pending", m_result.pending},
                         {"padded", m_result.padded},
-                        {"emptyBeginnings", m_result.emptyBeginnings},
+                        {"empty_beginnings", m_result.emptyBeginnings},
                         {"finished", m_result.finished},
                         {"cut", m_result.cut},
                         {"first_ms", m_result.firstTime_us / 1000},
                         {"last_ms", m_result.lastTime_us / 1000}};
-        if (m_import)
-            result["recorded"] = {{"files", m_import->files()}, {"datagrams", m_import->recorded()}};
+        if (const auto* const recording = m_session.recording())
+            result["recorded"] = {{"files", recording->files()}, {"datagrams", recording->recorded()}};
         result["streams"] = streams;
         return result;
     }
@@ -260,19 +203,14 @@ private:
     const tOptions& m_options;
     tConsole& m_console;
     tStopSignal m_stop;
-    const std::set<tGroup> m_selection;
-    const bool m_all;
-    std::map<tGroup, tSpan> m_spans;
-    std::vector<pcap::tUdpMulticast> m_rows;
-    pcap::tPcapReadResult m_result{};
-    std::unique_ptr<tCaptureImport> m_import;
-    pcap::tPcapReader m_reader;
+    session::tCaptureSession m_session;
+    const pcap::tPcapReadResult& m_result;  // of m_session
 };
 
 void parseSelection(const std::string& text)
 {
     if (text != cAll)
-        parseGroup(text);
+        recordings::parseGroup(text);
 }
 }  // namespace
 
@@ -294,12 +232,8 @@ void addPcap(CLI::App& app, tRun& chosen)
         .add_option("--to", options->to, "Record the selected streams below this storage root, as they were captured")
         ->type_name("FOLDER")
         ->needs(select);
-    command.add_flag("--json", options->json, "Results as one JSON object");
-    command.callback([options, &chosen] {
-        chosen = [options](tConsole& console) {
-            requireReadableCapture(options->path);
-            return tPcapSession(*options, console).run();
-        };
-    });
+    addJson(command, options->json);
+    command.callback(
+        [options, &chosen] { chosen = [options](tConsole& console) { return tPcap(*options, console).run(); }; });
 }
 }  // namespace tool

@@ -1,14 +1,8 @@
 // kestova replay: plays a recording to the terminal, as a summary of what passes, or back onto the network.
-#include <fmt/format.h>
 #include <memory>
+#include <stdexcept>
 
-#include "KestovaRecordings/failure.h"
-#include "UdpSocket/udpsocket.h"
-#include "sessions/localaddress.h"
-#include "tools/shell/command.h"
-#include "tools/shell/console.h"
-
-#include "KestovaRecordings/archive.h"
+#include "tools/commands/commands.h"
 #include "tools/commands/replaying.h"
 #include "tools/shell/options.h"
 #include "tools/shell/units.h"
@@ -17,36 +11,31 @@ namespace tool
 {
 namespace
 {
-// The files to be played. Refuses what would end at once without a word.
-std::vector<std::string> playableFiles(const tReplayOptions& options)
+struct tOptions
 {
-    std::string reason = "it holds no records";
-    const std::vector<std::string> files = findRecordings(options.path, options.suffix);
-    for (const std::string& path : files)
-    {
-        storage::tDataFile file;
-        if (!file.open(path, &reason))
-            continue;
-        if (isReadable(file))
-            return files;
-        reason = path + " holds no records";
-    }
-    throw tFailure(fmt::format("nothing to play in {}: {}", options.path, reason));
-}
+    session::tReplayOptions replay;
+    std::vector<std::string> streams;
+    std::string start;
+    std::vector<std::string> maps;
+    bool json = false;
+};
 
-int replay(const tReplayOptions& given, tConsole& console)
+int replay(const tOptions& given, tConsole& console)
 {
-    tReplayOptions options = given;
-    if (!options.localIp.empty())
-        options.localIp = net::transAddr(localAddress(options.localIp));
-    return tReplay(options, playableFiles(options), console).run();
+    session::tReplayOptions options = given.replay;
+    options.streams = recordings::parseStreams(given.streams);
+    if (!given.start.empty())
+        options.start = parseMoment(given.start);
+    for (const std::string& rule : given.maps)
+        options.map.add(rule);
+    return tReplay(options, given.start, given.json, console).run();
 }
 
 // Rules that are wrong, or do not go together, are wrong usage.
 void checkMaps(const std::vector<std::string>& rules)
 try
 {
-    tAddressMap map;
+    session::tAddressMap map;
     for (const std::string& rule : rules)
         map.add(rule);
 }
@@ -55,27 +44,23 @@ catch (const std::invalid_argument& error)
     throw CLI::ValidationError("--map", error.what());
 }
 
-void addPlaying(CLI::App& command, tReplayOptions& options)
+void addPlaying(CLI::App& command, tOptions& options)
 {
-    command.add_option("path", options.path, "Data file, or folder with data files")
-        ->type_name("FILE|FOLDER")
-        ->required();
-    command.add_option("--suffix", options.suffix, "What names of data files in a folder end in")
-        ->capture_default_str();
-    command.add_option("--speed", options.speed, "2 to 10 fast; 0.5 plays a third, 0.1 an eleventh of the pace")
+    addPath(command, options.replay.path, options.replay.suffix);
+    command.add_option("--speed", options.replay.speed, "2 to 10 fast; 0.5 plays a third, 0.1 an eleventh of the pace")
         ->check(CLI::Range(0.1, 10.0))
         ->capture_default_str();
     command.add_option("--start", options.start, "Where to begin: 0.5, 90s, 00:01:30 or \"2024-05-17 08:30:00\"")
         ->type_name("PLACE")
         ->check(checkedBy(parseMoment));
     addStreams(command, options.streams);
-    command.add_flag("--json", options.json, "Results as one JSON object");
+    addJson(command, options.json);
 }
 
-void addNetwork(CLI::App& command, tReplayOptions& options)
+void addNetwork(CLI::App& command, tOptions& options)
 {
-    CLI::Option* const net = command.add_flag("--net", options.net, "Send onto the groups that were recorded");
-    command.add_option("--local-ip", options.localIp, "Interface to send on, by address or name")
+    CLI::Option* const net = command.add_flag("--net", options.replay.net, "Send onto the groups that were recorded");
+    command.add_option("--local-ip", options.replay.localIp, "Interface to send on, by address or name")
         ->type_name("ADDRESS")
         ->needs(net);
     command
@@ -88,7 +73,7 @@ void addNetwork(CLI::App& command, tReplayOptions& options)
 
 void addReplay(CLI::App& app, tRun& chosen)
 {
-    auto options = std::make_shared<tReplayOptions>();
+    auto options = std::make_shared<tOptions>();
     CLI::App& command = *app.add_subcommand("replay", "Play a recording to the terminal or onto the network");
     command.footer(
         "Plays at the recorded pace and ends with a table of what was played. At a terminal, keys steer it: space\n"
@@ -98,14 +83,14 @@ void addReplay(CLI::App& app, tRun& chosen)
     addPlaying(command, *options);
     addNetwork(command, *options);
     CLI::Option* const loop =
-        command.add_option("--loop", options->passes, "Play so many times; until Ctrl-C without a number")
+        command.add_option("--loop", options->replay.passes, "Play so many times; until Ctrl-C without a number")
             ->type_name("[N]")
             ->expected(0, 1)
             ->check(CLI::PositiveNumber);
     command.callback([options, loop, &chosen] {
         checkMaps(options->maps);
         if (!loop->empty() && loop->results().front().empty())
-            options->passes = 0;
+            options->replay.passes = 0;
         chosen = [options](tConsole& console) { return replay(*options, console); };
     });
 }

@@ -1,4 +1,4 @@
-// What the commands have in common: each adds itself to the command line and, once chosen, leaves what is to be run.
+// What a command is to the command line.
 #ifndef KESTOVA_TOOLS_SHELL_COMMAND_H
 #define KESTOVA_TOOLS_SHELL_COMMAND_H
 
@@ -13,18 +13,12 @@ namespace tool
 {
 class tConsole;
 
-// Runs the chosen command and returns its exit status; throws tFailure where the job cannot be done.
+// Runs a command and returns its exit status; throws tFailure if the job fails.
 using tRun = std::function<int(tConsole&)>;
 
-void addSimulate(CLI::App& app, tRun& chosen);
-void addRecord(CLI::App& app, tRun& chosen);
-void addReplay(CLI::App& app, tRun& chosen);
-void addInfo(CLI::App& app, tRun& chosen);
-void addDump(CLI::App& app, tRun& chosen);
-void addCompress(CLI::App& app, tRun& chosen);
-void addExpand(CLI::App& app, tRun& chosen);
-void addPcap(CLI::App& app, tRun& chosen);
-void addExport(CLI::App& app, tRun& chosen);
+// Adds a command and its options to the command line. If the user chooses it, it sets `chosen` while the line is
+// parsed.
+using tAddCommand = void(CLI::App& app, tRun& chosen);
 }  // namespace tool
 
 #endif

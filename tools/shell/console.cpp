@@ -12,12 +12,14 @@
 
 namespace tool
 {
+using recordings::tFailure;
+
 namespace
 {
 constexpr std::size_t cPieceSize = 64 * 1024;
 constexpr std::chrono::milliseconds cProgressPeriod{200};
 
-// Started without some of the three standard descriptors, the next file opened would take their place.
+// If the program starts without one of the standard descriptors, the next file it opens would take that place.
 void openMissingStandardDescriptors()
 {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
@@ -27,7 +29,7 @@ void openMissingStandardDescriptors()
     }
 }
 
-// The errno of the write that failed, 0 when everything went out.
+// Returns the errno of a failed write, 0 for success.
 int writeAll(int fd, std::string_view text)
 {
     while (!text.empty())

@@ -1,4 +1,4 @@
-// Where a command's words go: results to standard output, everything else to standard error.
+// What a command prints: results to standard output, everything else to standard error.
 //
 // The libraries print their own lines to standard output. The console therefore keeps a private copy of it for results
 // and points descriptor 1 at standard error before anything else runs.
@@ -21,14 +21,14 @@ public:
     tConsole(const tConsole&) = delete;
     tConsole& operator=(const tConsole&) = delete;
 
-    // Results, kept in pieces of 64 KiB. Throws tReaderGone for a closed pipe, tFailure for any other refusal.
+    // Results, kept in pieces of 64 KiB. Throws tReaderGone for a closed pipe, tFailure for any other error.
     void print(std::string_view text);
     void flush();
 
     // One line on standard error.
     void note(std::string_view line);
 
-    // True at most five times a second, and only where standard error is a terminal: then progress() is worth its text.
+    // True at most five times a second, and only if standard error is a terminal: then progress() shows something.
     bool progressDue();
     // Replaces the progress line, cut to the terminal's width.
     void progress(std::string_view text);

@@ -67,10 +67,10 @@ std::vector<eKey> tKeyDecoder::decode(const std::string& bytes)
     return keys;
 }
 
-tSteering::tSteering()
+tKeyboard::tKeyboard()
 {
     auto before = std::make_unique<termios>();
-    // A job in the background that touched its terminal would be stopped.
+    // The kernel stops a background job that changes its terminal.
     if (isatty(STDERR_FILENO) == 0 || tcgetattr(STDIN_FILENO, before.get()) != 0 ||
         tcgetpgrp(STDIN_FILENO) != getpgrp())
         return;
@@ -82,13 +82,13 @@ tSteering::tSteering()
         m_before = std::move(before);
 }
 
-tSteering::~tSteering()
+tKeyboard::~tKeyboard()
 {
     if (active())
         tcsetattr(STDIN_FILENO, TCSANOW, m_before.get());
 }
 
-std::vector<eKey> tSteering::pressed()
+std::vector<eKey> tKeyboard::pressed()
 {
     pollfd input{STDIN_FILENO, POLLIN, 0};
     if (!active() || poll(&input, 1, 0) != 1)

@@ -1,4 +1,4 @@
-// tSteering: the keys that steer a replay, where a terminal is there to press them.
+// tKeyboard: the keys that steer a replay at a terminal.
 #ifndef KESTOVA_TOOLS_SHELL_KEYS_H
 #define KESTOVA_TOOLS_SHELL_KEYS_H
 
@@ -22,8 +22,7 @@ enum class eKey
     eQuit
 };
 
-// What terminals send when a key is pressed, cut into keys; bytes that are none of ours are left out. A sequence that
-// is not complete stays for the next bytes.
+// Cuts what a terminal sends into keys and leaves other bytes out. An incomplete sequence waits for the next bytes.
 class tKeyDecoder
 {
 public:
@@ -34,13 +33,13 @@ private:
 };
 
 // While it lives, keys come at once and are not shown. Ctrl-C still interrupts.
-class tSteering
+class tKeyboard
 {
 public:
-    tSteering();  // does nothing where standard input or standard error is no terminal
-    ~tSteering();
-    tSteering(const tSteering&) = delete;
-    tSteering& operator=(const tSteering&) = delete;
+    tKeyboard();  // does nothing unless standard input and standard error are terminals
+    ~tKeyboard();
+    tKeyboard(const tKeyboard&) = delete;
+    tKeyboard& operator=(const tKeyboard&) = delete;
 
     bool active() const { return m_before != nullptr; }
     std::vector<eKey> pressed();  // since the last call; never waits

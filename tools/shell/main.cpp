@@ -5,7 +5,7 @@
 #include <fmt/format.h>
 #include <sstream>
 
-#include "tools/shell/command.h"
+#include "tools/commands/commands.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
 
@@ -13,7 +13,7 @@ namespace
 {
 using namespace tool;
 
-// What CLI11 has to say about the command line: help and version are results, everything else is wrong usage.
+// Prints what ended the parsing: help and version are results, everything else is wrong usage.
 int explain(const CLI::App& app, const CLI::ParseError& error, tConsole& console)
 {
     std::ostringstream out;
@@ -43,15 +43,8 @@ int runCommandLine(int argc, char** argv, tConsole& console)
         return fmt::format("kestova: {} (see kestova --help)\n", error.what());
     });
     tRun run;
-    addSimulate(app, run);
-    addRecord(app, run);
-    addReplay(app, run);
-    addInfo(app, run);
-    addDump(app, run);
-    addCompress(app, run);
-    addExpand(app, run);
-    addPcap(app, run);
-    addExport(app, run);
+    for (tAddCommand* const add : cCommands)
+        add(app, run);
     try
     {
         app.parse(argc, argv);
@@ -64,7 +57,7 @@ int runCommandLine(int argc, char** argv, tConsole& console)
     console.flush();
     return status;
 }
-// What was found before the failure is still a result.
+// What was found before a failure is still a result.
 void flushQuietly(tConsole& console)
 {
     try

@@ -1,17 +1,30 @@
 #include "tools/shell/options.h"
 
 #include "KestovaRecordings/streamchoice.h"
+#include "tools/shell/units.h"
 
 namespace tool
 {
-CLI::Option* addStreams(CLI::App& command, std::vector<std::string>& texts)
+void addPath(CLI::App& command, std::string& path)
 {
-    return command.add_option("--streams", texts, "Only these streams, separated by commas: " + allStreamNames())
-        ->type_name("NAME,...")
-        ->check(checkedBy([](const std::string& text) { parseStreams({text}); }));
+    command.add_option("path", path, "Data file, or folder with data files")->type_name("FILE|FOLDER")->required();
 }
 
-CLI::Option* addRadar(CLI::App& command, tRadarChoice& radar)
+void addPath(CLI::App& command, std::string& path, std::string& suffix)
+{
+    addPath(command, path);
+    command.add_option("--suffix", suffix, "What names of data files in a folder end in")->capture_default_str();
+}
+
+CLI::Option* addStreams(CLI::App& command, std::vector<std::string>& texts)
+{
+    return command
+        .add_option("--streams", texts, "Only these streams, separated by commas: " + recordings::allStreamNames())
+        ->type_name("NAME,...")
+        ->check(checkedBy([](const std::string& text) { recordings::parseStreams({text}); }));
+}
+
+CLI::Option* addRadar(CLI::App& command, session::tRadarChoice& radar)
 {
     CLI::Option* file = command.add_option("--radars", radar.directory, "Directory file of the radars (JSON)");
     file->type_name("FILE");
@@ -22,4 +35,15 @@ CLI::Option* addRadar(CLI::App& command, tRadarChoice& radar)
     return file;
 }
 
+void addDuration(CLI::App& command, std::string& text)
+{
+    command.add_option("--duration", text, "End after this time; until Ctrl-C where it is not given")
+        ->type_name("SEC")
+        ->check(checkedBy(parseDuration));
+}
+
+void addJson(CLI::App& command, bool& json)
+{
+    command.add_flag("--json", json, "Results as one JSON object");
+}
 }  // namespace tool

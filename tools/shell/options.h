@@ -1,4 +1,4 @@
-// What several commands take on their command lines, and how its texts become values.
+// Options that several commands share, and how their texts become values.
 #ifndef KESTOVA_TOOLS_SHELL_OPTIONS_H
 #define KESTOVA_TOOLS_SHELL_OPTIONS_H
 
@@ -11,8 +11,8 @@
 
 namespace tool
 {
-// Turns a parser that throws std::invalid_argument into a check of the command line, so that a wrong text is wrong
-// usage and its message is the parser's.
+// Turns a parser that throws std::invalid_argument into a check of the command line: a wrong text is wrong usage, and
+// its message is the parser's.
 template <typename tParser>
 CLI::Validator checkedBy(tParser parse)
 {
@@ -31,11 +31,22 @@ CLI::Validator checkedBy(tParser parse)
         "");
 }
 
-// --streams, repeatable and with commas; the texts go to parseStreams.
+// Adds the argument FILE|FOLDER.
+void addPath(CLI::App& command, std::string& path);
+// Adds it and --suffix.
+void addPath(CLI::App& command, std::string& path, std::string& suffix);
+
+// Adds --streams, repeatable and with commas; the texts go to recordings::parseStreams.
 CLI::Option* addStreams(CLI::App& command, std::vector<std::string>& texts);
 
 // Adds --radars, --radar and --id; returns --radars.
-CLI::Option* addRadar(CLI::App& command, tRadarChoice& radar);
+CLI::Option* addRadar(CLI::App& command, session::tRadarChoice& radar);
+
+// Adds --duration.
+void addDuration(CLI::App& command, std::string& text);
+
+// Adds --json for results as one object.
+void addJson(CLI::App& command, bool& json);
 }  // namespace tool
 
 #endif

@@ -6,10 +6,12 @@
 
 namespace tool
 {
-tJson streamsJson(const tStreamCounts& table, std::string_view what)
+using namespace recordings;
+
+tJson streamsJson(const tStreamCounts& counts, std::string_view what)
 {
     tJson rows = tJson::array();
-    for (const auto& [key, count] : table)
+    for (const auto& [key, count] : counts)
     {
         rows.push_back({{"stream", key.name()},
                         {"address", key.address()},
@@ -20,13 +22,13 @@ tJson streamsJson(const tStreamCounts& table, std::string_view what)
     return rows;
 }
 
-std::string streamsText(const tStreamCounts& table, std::string_view what)
+std::string streamsText(const tStreamCounts& counts, std::string_view what)
 {
     std::string text = fmt::format("{:<18}{:<23}{:>12}{:>16}  {}\n", "stream", "address", what, "bytes", "digest");
-    for (const auto& [key, count] : table)
+    for (const auto& [key, count] : counts)
         text += fmt::format("{:<18}{:<23}{:>12}{:>16}  {}\n", key.name(), key.address(), count.messages, count.bytes,
                             count.digest.text());
-    const tStreamCount sum = total(table);
+    const tStreamCount sum = total(counts);
     return text + fmt::format("{:<41}{:>12}{:>16}\n", "total", sum.messages, sum.bytes);
 }
 

@@ -14,10 +14,10 @@ class tConsole;
 
 using tJson = nlohmann::ordered_json;
 
-// "stream", "address", "datagrams", "bytes", "digest" for each stream; `what` names the second last but two.
-tJson streamsJson(const tStreamCounts& table, std::string_view what);
+// "stream", "address", WHAT, "bytes", "digest" for each stream; `what` is "datagrams" or "records".
+tJson streamsJson(const recordings::tStreamCounts& counts, std::string_view what);
 // The same as lines of text with a head and a sum.
-std::string streamsText(const tStreamCounts& table, std::string_view what);
+std::string streamsText(const recordings::tStreamCounts& counts, std::string_view what);
 
 // One line of JSON. Bytes that are no UTF-8, a file name may hold such, are replaced.
 void printJson(tConsole& console, const tJson& json);

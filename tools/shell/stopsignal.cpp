@@ -11,6 +11,8 @@
 
 namespace tool
 {
+using recordings::tFailure;
+
 namespace
 {
 std::atomic<int> s_signals{0};
@@ -52,14 +54,14 @@ tStopSignal::tStopSignal()
         throw tFailure("cannot make an event descriptor: too many open files");
     install(SIGINT);
     install(SIGTERM);
-    if (!isIgnored(SIGHUP))  // under nohup the command goes on when the terminal goes
+    if (!isIgnored(SIGHUP))  // under nohup the command outlives its terminal
         install(SIGHUP);
 }
 
 tStopSignal::~tStopSignal()
 {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        std::signal(signal, SIG_IGN);  // everything is done by now: a late Ctrl-C must not spoil the exit status
+        std::signal(signal, SIG_IGN);  // a late Ctrl-C must not change the exit status
     close(s_event.exchange(-1));
 }
 

@@ -1,4 +1,4 @@
-// Ctrl-C and its relatives, as something a command can wait for.
+// tStopSignal: waits for Ctrl-C and the other signals that end a command.
 #ifndef KESTOVA_TOOLS_SHELL_STOPSIGNAL_H
 #define KESTOVA_TOOLS_SHELL_STOPSIGNAL_H
 
@@ -16,8 +16,8 @@ public:
     tStopSignal& operator=(const tStopSignal&) = delete;
 
     bool requested() const;
-    bool requestedAgain() const;  // a second signal: whoever still tidies up should hurry
-    // Waits at most that long; true as soon as the end is asked for.
+    bool requestedAgain() const;  // by a second signal: give up waiting
+    // Waits at most that long; returns true as soon as a signal comes.
     bool wait(std::chrono::milliseconds period) const;
 };
 }  // namespace tool

@@ -12,6 +12,8 @@
 
 namespace tool
 {
+using recordings::tMoment;
+
 namespace
 {
 using utils::time::tTimeParser;
@@ -126,14 +128,6 @@ std::uint64_t parseDuration(const std::string& text)
     if (!ms || *ms > cLatestMs)
         throw std::invalid_argument("'" + text + "' is no duration: write 10, 2.5, 250ms, 5m, 2h or 00:01:30");
     return static_cast<std::uint64_t>(std::llround(*ms));
-}
-
-double tMoment::resolve(std::uint64_t firstMs, std::uint64_t lastMs) const
-{
-    const double first = static_cast<double>(firstMs);
-    if (kind == eAbsolute)
-        return value;
-    return kind == eOffset ? first + value : first + value * (static_cast<double>(lastMs) - first);
 }
 
 tMoment parseMoment(const std::string& text)

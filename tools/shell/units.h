@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "KestovaRecordings/moment.h"
+
 namespace tool
 {
 std::string sizeText(std::uint64_t bytes);            // "512 B", "1.5 kB", "2.3 GB": powers of 1000
@@ -12,30 +14,14 @@ std::string rateText(double bytesPerSecond);          // "0.9 MB/s"
 std::string durationText(std::uint64_t ms);           // "00:01:30.250"
 std::string localTimeText(std::uint64_t ms);          // "2024-05-17 08:30:00.250"
 std::string percentText(double fraction);             // "42.3 %"
-double perSecond(std::uint64_t n, std::uint64_t ms);  // 0 where no time has passed
+double perSecond(std::uint64_t n, std::uint64_t ms);  // 0 for no time
 
 // "10", "2.5", "10s", "250ms", "5m", "2h", "00:01:30" to ms. Throws std::invalid_argument with a sentence for the user.
 std::uint64_t parseDuration(const std::string& text);
 
-// A place in a recording, as an option names it.
-struct tMoment
-{
-    enum eKind
-    {
-        eFraction,  // of the span, 0 to 1
-        eOffset,    // ms behind the first record
-        eAbsolute   // ms since the Unix epoch
-    };
-    eKind kind = eFraction;
-    double value = 0.0;
-
-    // The moment in ms since the epoch, in a recording that begins and ends then.
-    double resolve(std::uint64_t firstMs, std::uint64_t lastMs) const;
-};
-
 // "0.5" (fraction), "90s" or "00:01:30" (offset), "2024-05-17 08:30:00.250" (local time) or a number of ms since the
 // epoch. Throws std::invalid_argument.
-tMoment parseMoment(const std::string& text);
+recordings::tMoment parseMoment(const std::string& text);
 }  // namespace tool
 
 #endif

@@ -2,18 +2,20 @@
 #include "KestovaStorage/datastorageio.h"
 #include "sessions/replay/player.h"
 
-namespace tool
+namespace session
 {
+using namespace recordings;
+
 namespace
 {
-// Plays to nobody: records are counted, and what is no package counts as raw.
-class tTerminalPlayer : public iPlayer, private storage::iDataReadReplayObserver
+// Plays to nobody.
+class tCountingPlayer : public iPlayer, private storage::iDataReadReplayObserver
 {
 public:
-    tTerminalPlayer(tReplaySession& session, const tStreamChoice& streams, const std::string& suffix)
-        : m_session(session), m_streams(streams), m_storage("", suffix.c_str())
+    tCountingPlayer(tReplayProgress& progress, const tStreamChoice& streams, const std::string& suffix)
+        : m_progress(progress), m_streams(streams), m_storage("", suffix.c_str())
     {}
-    ~tTerminalPlayer() override { m_storage.CloseReadingFile(); }
+    ~tCountingPlayer() override { m_storage.CloseReadingFile(); }
 
     void open(const std::string& path) override { m_storage.OpenReadDataFileorFolder(path, this); }
     bool pause(bool on) override { return m_storage.Pause(on); }
@@ -23,36 +25,36 @@ public:
     std::uint64_t unplayed() const override { return m_storage.GetUnreadCnt(); }
 
 private:
-    void UpdateReplayStatus(std::uint8_t status) override { m_session.status(status); }
+    void UpdateReplayStatus(std::uint8_t status) override { m_progress.status(status); }
     void UpdateDataTimeSpan(std::uint64_t firstTimeMs, std::uint64_t lastTimeMs) override
     {
-        m_session.span(firstTimeMs, lastTimeMs);
+        m_progress.span(firstTimeMs, lastTimeMs);
     }
-    void UpdateReplayData(std::uint64_t timeMs, double progress, const char* data, unsigned int len,
+    void UpdateReplayData(std::uint64_t timeMs, double fraction, const char* data, unsigned int len,
                           std::string fileName) override;
 
-    tReplaySession& m_session;
+    tReplayProgress& m_progress;
     const tStreamChoice m_streams;
     storage::tDataStorageIO m_storage;  // last: its threads call this object
 };
 
-void tTerminalPlayer::UpdateReplayData(std::uint64_t timeMs, double progress, const char* data, unsigned int len,
+void tCountingPlayer::UpdateReplayData(std::uint64_t timeMs, double fraction, const char* data, unsigned int len,
                                        std::string)
 {
-    m_session.passed(timeMs, progress);
+    m_progress.passed(timeMs, fraction);
     const std::string_view segment(data, len);
     const auto package = viewPackage(segment);
     if (package && m_streams.includes(package->info.rwType))
-        m_session.count(tStreamKey::of(package->info.rwType, package->ip, package->port), package->payload);
+        m_progress.count(tStreamKey::of(package->info.rwType, package->ip, package->port), package->payload);
     else if (!package && m_streams.includesAll())
-        m_session.count(tStreamKey::raw(), segment);
+        m_progress.count(tStreamKey::raw(), segment);
 }
 
 }  // namespace
 
-std::unique_ptr<iPlayer> makeTerminalPlayer(tReplaySession& session, const tStreamChoice& streams,
+std::unique_ptr<iPlayer> makeCountingPlayer(tReplayProgress& progress, const tStreamChoice& streams,
                                             const std::string& suffix)
 {
-    return std::make_unique<tTerminalPlayer>(session, streams, suffix);
+    return std::make_unique<tCountingPlayer>(progress, streams, suffix);
 }
-}  // namespace tool
+}  // namespace session

@@ -1,0 +1,105 @@
+#include "sessions/simulate/simulatesession.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "KestovaRecordings/failure.h"
+#include "KestovaStorage/servicegroups.h"
+#include "KestovaUtils/timeparser.h"
+#include "sessions/localaddress.h"
+
+namespace session
+{
+using namespace recordings;
+
+namespace
+{
+using std::chrono::milliseconds;
+
+std::uint64_t millisecondsSince(std::chrono::steady_clock::time_point start)
+{
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - start).count());
+}
+
+tSimulation simulationFor(const tSimulateOptions& options, const RadarAddress& address)
+{
+    tSimulation how;
+    how.serial = options.radar.serial;
+    how.id = options.radar.id;
+    how.seed = options.seed;
+    how.rpm = options.rpm;
+    how.startMs = options.startMs != 0 ? options.startMs : utils::time::tTimeParser::GetCurrentTime_ms();
+    for (unsigned int kind = 0; kind < eTotalReadWriteTypes; ++kind)
+        how.streams.set(kind, address.streamAddress(kind).ip != 0 && address.streamAddress(kind).port != 0);
+    if (options.durationMs)
+        how.endNs = *options.durationMs * 1'000'000;
+    if (options.spokes > 0 && !how.streams.test(eImageStream))
+        throw tFailure("--spokes needs a radar that has an imageStream: use --duration instead");
+    if (options.spokes > 0)
+        how.spokeLimit = options.spokes;
+    return how;
+}
+}  // namespace
+
+tSimulateSession::tSimulateSession(const tSimulateOptions& options)
+    : m_address(options.radar.find()), m_localIp(localAddress(options.localIp)),
+      m_radar(simulationFor(options, m_address))
+{}
+
+void tSimulateSession::run(const std::function<bool()>& goOn)
+{
+    tSimulatedDatagram datagram;
+    m_start = tSteady::now();
+    while (m_radar.next(datagram))
+    {
+        const auto due = m_start + std::chrono::nanoseconds(datagram.dueNs);
+        if (!waitUntil(due, goOn))
+            break;
+        m_latestMs = std::max(m_latestMs, millisecondsSince(due));
+        send(datagram);
+        m_spokes += datagram.kind == eImageStream ? 1 : 0;
+    }
+    m_tookMs = millisecondsSince(m_start);
+}
+
+std::uint64_t tSimulateSession::elapsedMs() const
+{
+    return m_tookMs ? *m_tookMs : millisecondsSince(m_start);
+}
+
+bool tSimulateSession::waitUntil(tSteady::time_point due, const std::function<bool()>& goOn) const
+{
+    constexpr milliseconds longest{50};  // so that the end is also noticed between rare datagrams
+    while (goOn())
+    {
+        const auto now = tSteady::now();
+        if (now >= due)
+            return true;
+        std::this_thread::sleep_until(std::min(due, now + longest));
+    }
+    return false;
+}
+
+void tSimulateSession::send(const tSimulatedDatagram& datagram)
+{
+    const NetAddress group = destination(datagram);
+    const tStreamKey key = tStreamKey::of(datagram.kind, group.ip, net::NtoHs(group.port));
+    auto& sender = m_senders[key];
+    if (!sender)
+        sender = std::make_unique<net::UdpSender>(group, m_localIp, 0);
+    if (sender->sendData(datagram.bytes.data(), static_cast<int>(datagram.bytes.size())))
+        m_sent[key].add(datagram.bytes);
+    else
+        ++m_refused;
+}
+
+NetAddress tSimulateSession::destination(const tSimulatedDatagram& datagram) const
+{
+    if (datagram.channel == eChannel::service)
+        return serviceAddress(eMultiRadarServiceGroup);
+    if (datagram.channel == eChannel::negotiation)
+        return serviceAddress(eRadarNegotiationGroup);
+    return m_address.streamAddress(datagram.kind);
+}
+}  // namespace session

@@ -1,0 +1,67 @@
+// tSimulateSession: sends what a simulated radar sends, when it is due.
+#ifndef KESTOVA_SESSIONS_SIMULATE_SIMULATESESSION_H
+#define KESTOVA_SESSIONS_SIMULATE_SIMULATESESSION_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "KestovaRecordings/streamcounts.h"
+#include "KestovaUtils/multiradarclient.h"
+#include "UdpSocket/udpsocket.h"
+#include "sessions/radarchoice.h"
+#include "sessions/simulate/simulatedradar.h"
+
+namespace session
+{
+struct tSimulateOptions
+{
+    tRadarChoice radar;
+    std::string localIp = "127.0.0.1";  // interface to send on, by address or name
+    double rpm = 24.0;                  // revolutions a minute, cSpokesPerRevolution spokes each
+    std::optional<std::uint64_t> durationMs;
+    std::uint64_t spokes = 0;  // to send; 0: without end
+    std::uint64_t seed = 1;
+    std::uint64_t startMs = 0;  // time of the first datagram, ms since the epoch; 0: now
+};
+
+// One thread at a time.
+class tSimulateSession
+{
+public:
+    // Throws tFailure if there is no such radar or interface, or spokes are counted and the radar has none.
+    explicit tSimulateSession(const tSimulateOptions& options);
+
+    // Sends until the simulation ends or `goOn` returns false. Calls it before each datagram and every 50 ms while it
+    // waits; the counts below may be read there.
+    void run(const std::function<bool()>& goOn);
+
+    const recordings::tStreamCounts& sent() const { return m_sent; }
+    std::uint64_t spokes() const { return m_spokes; }
+    std::uint64_t refused() const { return m_refused; }    // datagrams that the network did not take
+    std::uint64_t latestMs() const { return m_latestMs; }  // how long after it was due the latest datagram was sent
+    std::uint64_t elapsedMs() const;                       // since run() began; of the whole run once it has ended
+
+private:
+    using tSteady = std::chrono::steady_clock;
+
+    bool waitUntil(tSteady::time_point due, const std::function<bool()>& goOn) const;
+    void send(const tSimulatedDatagram& datagram);
+    NetAddress destination(const tSimulatedDatagram& datagram) const;
+
+    const RadarAddress m_address;
+    const std::uint32_t m_localIp;
+    tSimulatedRadar m_radar;
+    std::map<recordings::tStreamKey, std::unique_ptr<net::UdpSender>> m_senders;
+    recordings::tStreamCounts m_sent;
+    std::uint64_t m_spokes = 0, m_refused = 0, m_latestMs = 0;
+    tSteady::time_point m_start;
+    std::optional<std::uint64_t> m_tookMs;  // once it has ended
+};
+}  // namespace session
+
+#endif

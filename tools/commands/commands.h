@@ -1,0 +1,16 @@
+// The commands of kestova. A new one has its name in each of the two lists below.
+#ifndef KESTOVA_TOOLS_COMMANDS_COMMANDS_H
+#define KESTOVA_TOOLS_COMMANDS_COMMANDS_H
+
+#include "tools/shell/command.h"
+
+namespace tool
+{
+tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addCompress, addExpand, addPcap, addExport;
+
+// In the order of the help.
+inline constexpr tAddCommand* cCommands[] = {addSimulate, addRecord, addReplay, addInfo,  addDump,
+                                             addCompress, addExpand, addPcap,   addExport};
+}  // namespace tool
+
+#endif

@@ -1,0 +1,26 @@
+// What kestova compress and kestova expand have in common: finished recordings rewritten in the other form.
+#ifndef KESTOVA_TOOLS_COMMANDS_CONVERT_H
+#define KESTOVA_TOOLS_COMMANDS_CONVERT_H
+
+#include "KestovaStorage/datafileconverter.h"
+#include "KestovaStorage/filehead.h"
+#include "tools/shell/command.h"
+
+namespace tool
+{
+// What differs between the two.
+struct tDirection
+{
+    const char* name;    // of the command
+    const char* doing;   // in the progress line
+    const char* what;    // in the help
+    const char* footer;  // of the help
+    storage::tFileHeadSymbol from;
+    decltype(&storage::tDataFileConverter::Compress) convert;
+};
+
+// `direction` must outlive the command line.
+void addConvert(CLI::App& app, tRun& chosen, const tDirection& direction);
+}  // namespace tool
+
+#endif

@@ -1,0 +1,19 @@
+// kestova expand: compressed recordings back into plain ones.
+#include "tools/commands/commands.h"
+#include "tools/commands/convert.h"
+
+namespace tool
+{
+void addExpand(CLI::App& app, tRun& chosen)
+{
+    static constexpr tDirection cExpand{
+        "expand",
+        "expanding",
+        "Expand compressed recordings",
+        "NAME.data takes the place of NAME.tar.data when it is verified and on the disk.\n"
+        "Example: kestova expand recordings/Data_000000_2024.05.17",
+        storage::cHuffmanFileHead,
+        &storage::tDataFileConverter::Expand};
+    addConvert(app, chosen, cExpand);
+}
+}  // namespace tool
