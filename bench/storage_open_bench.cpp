@@ -14,8 +14,8 @@
 #include <malloc.h>
 #include <memory>
 
-#include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/datafileformat.h"
+#include "KestovaStorage/datastorageio.h"
 #include "bench/measure.h"
 
 namespace

@@ -15,9 +15,9 @@
 #include <span>
 #include <string>
 
+#include "KestovaStorage/datafileformat.h"
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/internal/datafile/indexarray.h"
-#include "KestovaStorage/datafileformat.h"
 #include "common/descriptor.h"
 
 namespace huffman
