@@ -10,7 +10,8 @@ namespace
 // The process's own. It is never destroyed: its thread runs until the process ends.
 tDiskReclaimer& reclaimer()
 {
-    static tDiskReclaimer& s_instance = *new tDiskReclaimer(disk::isLow, &tDataStorageIO::DiskCheckThreadEnable);
+    static tDiskReclaimer& s_instance = *new tDiskReclaimer([](const std::string& root) { return disk::isLow(root); },
+                                                            &tDataStorageIO::DiskCheckThreadEnable);
     return s_instance;
 }
 }  // namespace

@@ -1,4 +1,4 @@
-// The numbers by which files are told apart.
+// The numbers that distinguish kinds of files.
 #ifndef KESTOVA_FILEHEAD_H
 #define KESTOVA_FILEHEAD_H
 

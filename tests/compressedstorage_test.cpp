@@ -1,20 +1,18 @@
 // Recordings that are compressed when they are finished, and files converted later.
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datafileconverter.h"
 #include "KestovaStorage/datastorageio.h"
+#include "support/doomedprocess.h"
 #include "support/filebytes.h"
 #include "support/huffmaninputs.h"
 #include "support/ownnamespace.h"
@@ -204,12 +202,7 @@ TEST_F(tCompressedStorageTest, leavesOneWholeFileWhereverItIsKilled)
     for (int round = 0; round < 12; ++round)
     {
         const std::string own = dir.file(std::to_string(round)) + "/";
-        const pid_t child = ::fork();
-        if (child == 0)
-        {
-            record(segments, own);
-            ::_exit(0);
-        }
+        tDoomedProcess recorder([&] { record(segments, own); });
         // The index head of the plain file is written, its compression begins: it takes some 50 to 200 ms.
         ASSERT_TRUE(waitUntil(
             [&] {
@@ -218,13 +211,33 @@ TEST_F(tCompressedStorageTest, leavesOneWholeFileWhereverItIsKilled)
             },
             std::chrono::seconds(20)));
         std::this_thread::sleep_for(std::chrono::milliseconds(round * 12));
-        ::kill(child, SIGKILL);
-        ::waitpid(child, nullptr, 0);
+        recorder.kill();
         const std::set<std::string> files = dataFilesIn(own);
         ASSERT_FALSE(files.empty());
         for (const std::string& file : files)
             EXPECT_TRUE(segmentsOf(file) == segments) << file;
     }
+}
+
+TEST_F(tCompressedStorageTest, leavesOneWholeFileWhereverItsConversionIsKilled)
+{
+    tSegments segments;
+    for (std::uint64_t i = 0; i < 40; ++i)
+        segments.push_back({1000 + i, unevenSegment(i, 900'000)});
+    plainFile(segments);
+    int killed = 0;
+    for (int round = 0; round < 40; ++round)
+    {
+        const std::string path = *dataFilesIn(dir.string()).begin();
+        const auto convert = path == dir.file("p.data") ? tDataFileConverter::Compress : tDataFileConverter::Expand;
+        tDoomedProcess converter([&] { convert(path, ".data", nullptr, nullptr, nullptr); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(round * 7 % 250));
+        killed += converter.kill() ? 1 : 0;
+        const std::set<std::string> files = dataFilesIn(dir.string());
+        ASSERT_EQ(files.size(), 1u);
+        ASSERT_TRUE(segmentsOf(*files.begin()) == segments) << *files.begin();
+    }
+    EXPECT_GT(killed, 5);
 }
 
 TEST_F(tCompressedStorageTest, convertsThereAndBackByteForByte)

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <optional>
 
 #include "support/filebytes.h"
 #include "support/pwritehook.h"
@@ -43,9 +44,9 @@ protected:
         return segments;
     }
     // A disk without room for what lies from `from` to `to` in a file.
-    static tPwriteHook noRoom(std::uint64_t from, std::uint64_t to = UINT64_MAX)
+    static tPwriteHook::tHandler noRoom(std::uint64_t from, std::uint64_t to)
     {
-        return tPwriteHook([from, to](int file, const void* data, std::size_t len, off_t pos) -> ssize_t {
+        return [from, to](int file, const void* data, std::size_t len, off_t pos) -> ssize_t {
             const auto begin = static_cast<std::uint64_t>(pos);
             if (begin + len <= from || begin >= to)
                 return tPwriteHook::write(file, data, len, pos);
@@ -53,7 +54,7 @@ protected:
                 return tPwriteHook::write(file, data, from - begin, pos);
             errno = ENOSPC;
             return -1;
-        });
+        };
     }
     std::string bytesAt(std::uint64_t pos, std::size_t len) const { return bytesOf(path, pos, len); }
 
@@ -114,53 +115,42 @@ TEST_F(tDataFileWriterTest, isFullBehindTheSegmentThatStartsBeyondTheLimit)
     EXPECT_EQ(cursor.offset, 1u);
 }
 
-TEST_F(tDataFileWriterTest, givesUpOnlyTheSegmentsThatTheDiskRefused)
+TEST_F(tDataFileWriterTest, givesUpOnlyWhatTheDiskRefusesAndGoesOnWhenThereIsRoom)
 {
-    const tSegments given = numbered({100, 200, 300, 50, 70, 20, 10, 90}), later = numbered({1000, 8}, 8);
-    testing::internal::CaptureStderr();
+    const struct
     {
-        const tPwriteHook full = noRoom(10'000'000 + 370);
-        append(given);  // 300 and 70 do not fit behind 100 and 200; 50 and 20 do, then 10 and 90 do not
-    }
-    EXPECT_EQ(writer->lost(), 4u);
-    append(later);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), path + ": No space left on device\n");
-    writer->finish();
-    EXPECT_EQ(segmentsOf(path), (tSegments{given[0], given[1], given[3], given[5], later[0], later[1]}));
-    EXPECT_EQ(bytesAt(2000, 8), (std::string{6, 0, 0, 0, '\xE8', 3, 0, 0}));
-}
-
-TEST_F(tDataFileWriterTest, indexesNothingWhoseRecordCannotBeWritten)
-{
-    const tSegments first = numbered({9, 10}), last = numbered({11}, 5);
-    append(first);
-    testing::internal::CaptureStderr();
+        const char* noRoom;
+        std::uint64_t from, to;
+        std::set<std::size_t> kept;  // of the segments given meanwhile
+    } cases[] = {{"behind 370 bytes", 10'000'000 + 19 + 370, UINT64_MAX, {0, 1, 3, 5}},
+                 {"for index records", 2048, 10'000'000, {}},
+                 {"for the magic", 0, UINT64_MAX, {}}};
+    for (const auto& c : cases)
     {
-        const tPwriteHook noIndex = noRoom(2048, 10'000'000);
-        append(numbered({50, 60, 70}, 2));
+        SCOPED_TRACE(c.noRoom);
+        const std::string file = dir.file(c.noRoom);
+        tSegments expected = c.from == 0 ? tSegments() : numbered({9, 10});
+        const tSegments given = numbered({100, 200, 300, 50, 70, 20, 10, 90}, 2), later = numbered({1000, 8}, 20);
+        testing::internal::CaptureStderr();
+        std::optional<tPwriteHook> full;
+        if (c.from == 0)
+            full.emplace(noRoom(c.from, c.to));
+        ASSERT_NE(writer = tDataFileWriter::create(file), nullptr);
+        append(expected);
+        if (!full)
+            full.emplace(noRoom(c.from, c.to));
+        append(given);
+        full.reset();
+        EXPECT_EQ(writer->lost(), given.size() - c.kept.size());
+        append(later);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), file + ": No space left on device\n");
+        writer->finish();
+        for (const std::size_t kept : c.kept)
+            expected.push_back(given[kept]);
+        expected.insert(expected.end(), later.begin(), later.end());
+        EXPECT_EQ(segmentsOf(file), expected);
+        EXPECT_EQ(bytesOf(file, 2000, 8), (std::string{static_cast<char>(expected.size()), 0, 0, 0, '\xE8', 3, 0, 0}));
     }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), path + ": No space left on device\n");
-    EXPECT_EQ(writer->lost(), 3u);
-    append(last);
-    EXPECT_EQ(segmentsOf(path), (tSegments{first[0], first[1], last[0]}));
-    EXPECT_EQ(bytesAt(10'000'019, 11), last[0].bytes);
-}
-
-TEST_F(tDataFileWriterTest, beginsOnADiskThatWasFull)
-{
-    const std::string other = dir.file("y.data");
-    const tSegments given = numbered({30}, 2);
-    testing::internal::CaptureStderr();
-    {
-        const tPwriteHook full = noRoom(0);
-        ASSERT_NE(writer = tDataFileWriter::create(other), nullptr);
-        append(numbered({100, 100}));
-    }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), other + ": No space left on device\n");
-    EXPECT_EQ(writer->lost(), 2u);
-    append(given);
-    writer->finish();
-    EXPECT_EQ(segmentsOf(other), given);
 }
 
 namespace

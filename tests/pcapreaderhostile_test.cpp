@@ -3,7 +3,6 @@
 #include <random>
 
 #include "support/pcapreaderfixture.h"
-#include "support/plainstatistics.h"
 
 using testing::ElementsAre;
 
@@ -37,31 +36,44 @@ protected:
 };
 }  // namespace
 
-TEST_F(tPcapReaderHostileTest, countsLikeThePlainestWay)
+TEST_F(tPcapReaderHostileTest, keepsRowsUpToDateAsIfComposedAtTheEnd)
 {
     std::mt19937 random(7);
-    std::vector<std::pair<tFrame, std::size_t>> frames;  // and where each record ends
-    for (int i = 0; i < 3000; ++i)
+    for (const int count : {1, 3, 10, 100, 500, 3000})
     {
-        tFrame frame = to("239.0.0." + std::to_string(random() % 40), static_cast<unsigned>(1 + random() % 3), "");
-        frame.payload = (random() % 4 == 0 ? "$HEHDT" : "abcdef") + std::string(random() % 5, 'x');
-        frames.emplace_back(frame, capture.add(frame).bytes.size());
+        capture = {};
+        for (int i = 0; i < count; ++i)
+            capture.add(to("239.0.0." + std::to_string(random() % 40), static_cast<unsigned>(1 + random() % 3),
+                           (random() % 4 == 0 ? "$HEHDT" : "abcdef") + std::string(random() % 5, 'x')));
+        read({});
+        const tLines stepByStep = log.reports.back();
+        pcap::tPcapReader atOnce(write(), &log);
+        atOnce.ReportAtEndOnly(true);
+        read(atOnce, {});
+        EXPECT_EQ(stepByStep, log.reports.back());
+        std::uint32_t datagrams = 0, before = UINT32_MAX;
+        for (const pcap::tUdpMulticast& row : atOnce.GetUdpMulticast())
+        {
+            std::uint32_t ofLengths = 0;
+            for (const auto& [times, length] : row.lengths)
+                ofLengths += static_cast<std::uint32_t>(times);
+            EXPECT_EQ(ofLengths, row.count);
+            EXPECT_LE(row.count, before);
+            datagrams += before = row.count;
+        }
+        EXPECT_EQ(datagrams, static_cast<std::uint32_t>(count));
     }
-    tPlainStatistics plain;
-    std::vector<tLines> expected;
-    std::size_t permille = 0;
-    for (const auto& [frame, end] : frames)  // a report comes before the record that makes the step counts
-    {
-        const std::size_t before = std::exchange(permille, end * 1000 / capture.bytes.size());
-        if (permille != before)
-            expected.push_back(plain.texts());
-        plain.count(frame, frame.payload[0] == '$' ? "INS" : "Unknow");
-    }
-    expected.push_back(plain.texts());
+}
+
+TEST_F(tPcapReaderHostileTest, showsTheLatestOfEqualsFirst)
+{
+    for (const unsigned port : {1u, 2u, 3u, 2u, 1u})
+        capture.add(to("239.1.1.1", port, std::string(1 + port % 2, 'x')));
+    for (const unsigned port : {1u, 2u, 3u})
+        capture.add(to("239.1.1.1", port, "abc"));
     read({});
-    ASSERT_EQ(log.reports.size(), expected.size());
-    for (std::size_t i = 0; i < expected.size(); ++i)
-        ASSERT_EQ(log.reports[i], expected[i]) << i;
+    EXPECT_THAT(rows, ElementsAre("239.1.1.1:2 3x 1*2,3*1 Unknow", "239.1.1.1:1 3x 2*2,3*1 Unknow",
+                                  "239.1.1.1:3 2x 3*1,2*1 Unknow"));
 }
 
 TEST_F(tPcapReaderHostileTest, readsAFileCutAnywhere)

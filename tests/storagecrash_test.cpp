@@ -1,15 +1,16 @@
-#include <csignal>
-#include <poll.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
+#include <atomic>
+#include <new>
+#include <sys/mman.h>
 #include <thread>
 
-#include "common/descriptor.h"
+#include "support/doomedprocess.h"
 #include "support/recordedsegments.h"
 #include "support/tempdir.h"
+#include "support/waituntil.h"
 
 using namespace std::chrono_literals;
 using storage::tDataStorageIO;
+using tCount = std::atomic<std::uint64_t>;
 
 namespace
 {
@@ -19,94 +20,50 @@ std::size_t lengthOf(std::uint64_t number)
     return 8 + number * 37 % 600 + (number % 50 == 7 ? 20'000 : 0) + (number % 999 == 3 ? 700'000 : 0);
 }
 
-// Tells through the pipe how many segments the recorder has said to be in the file.
-[[noreturn]] void recordUntilKilled(const std::string& folder, bool fullSpeed, int pipe)
+// Without end, at full speed or a few at a time. `written`: how many segments the recorder has reported written.
+void record(const std::string& folder, bool fullSpeed, tCount& written)
 {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     setReclaiming(false);
     tDataStorageIO io(folder, ".data");
     io.CreateNewWritingFile(1715934600000, "", false);
-    for (std::uint64_t i = 0;; ++i)
+    for (std::uint64_t i = 0;;)
     {
         const std::string bytes = numberedSegment(i, lengthOf(i));
         io.WriteData(bytes.data(), bytes.size(), 1 + i);
-        const std::uint64_t given = i + 1;
-        if (fullSpeed ? given % 2000 != 0 : given % 3 != 0)
-            continue;
-        if (!io.WaitWriteIdle(20'000) || ::write(pipe, &given, sizeof given) != sizeof given)
-            ::_exit(1);
-        if (!fullSpeed)
-            std::this_thread::sleep_for(300us);
+        if (++i % (fullSpeed ? 2000 : 3) == 0 && io.WaitWriteIdle(20'000))
+            written = i;
     }
 }
 
-// A process that records, from its birth to its autopsy.
-class tVictim
+// A prefix of what was given, byte for byte, and all of what was reported written.
+void checkFileBelow(const std::string& folder, std::uint64_t written)
 {
-public:
-    explicit tVictim(bool fullSpeed)
-    {
-        int ends[2] = {-1, -1};
-        EXPECT_EQ(::pipe(ends), 0);
-        m_acknowledged = tDescriptor(ends[0]);
-        const tDescriptor write(ends[1]);
-        m_pid = ::fork();
-        if (m_pid == 0)
-            recordUntilKilled(m_dir.string(), fullSpeed, write.get());
-    }
-    bool isRecording() const
-    {
-        pollfd waiting{m_acknowledged.get(), POLLIN, 0};
-        return ::poll(&waiting, 1, 20'000) == 1 && (waiting.revents & POLLIN) != 0;
-    }
-    void kill() const
-    {
-        int status = 0;
-        EXPECT_EQ(::kill(m_pid, SIGKILL), 0);
-        EXPECT_EQ(::waitpid(m_pid, &status, 0), m_pid);
-        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-    }
-    // A prefix of what was given, byte for byte, and all of what was acknowledged.
-    void lookAtTheFile() const
-    {
-        std::uint64_t acknowledged = 0;
-        while (::read(m_acknowledged.get(), &acknowledged, sizeof acknowledged) == sizeof acknowledged)
-        {}
-        const std::set<std::string> files = dataFilesIn(m_dir.string());
-        ASSERT_EQ(files.size(), 1u);
-        storage::tDataFile file;
-        ASSERT_TRUE(file.open(*files.begin()));
-        EXPECT_FALSE(file.finished());
-        const tSegments found = segmentsOf(*files.begin());
-        EXPECT_GT(acknowledged, 0u);
-        EXPECT_GE(found.size(), acknowledged);
-        for (std::size_t i = 0; i < found.size(); ++i)
-            ASSERT_TRUE(found[i] == (tSegment{1 + i, numberedSegment(i, lengthOf(i))})) << "segment " << i;
-    }
-
-private:
-    tTempDir m_dir;
-    pid_t m_pid = -1;
-    tDescriptor m_acknowledged;
-};
+    const std::set<std::string> files = dataFilesIn(folder);
+    ASSERT_EQ(files.size(), 1u);
+    storage::tDataFile file;
+    EXPECT_TRUE(file.open(*files.begin()) && !file.finished());
+    const tSegments found = segmentsOf(*files.begin());
+    EXPECT_GE(found.size(), written);
+    for (std::size_t i = 0; i < found.size(); ++i)
+        ASSERT_TRUE(found[i] == (tSegment{1 + i, numberedSegment(i, lengthOf(i))})) << "segment " << i;
+}
 }  // namespace
 
+// What a death within one write leaves is a matter of tDyingWriterTest.
 TEST(tStorageCrashTest, leavesAllThatWasWrittenWheneverTheProcessIsKilled)
 {
-    constexpr int cAtOnce = 4;
-    for (int moment = 0; moment < 40; moment += cAtOnce)
+    void* const shared = ::mmap(nullptr, sizeof(tCount), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(shared, MAP_FAILED);
+    tCount& written = *new (shared) tCount;
+    for (int moment = 0; moment < 16; ++moment)
     {
-        std::vector<std::unique_ptr<tVictim>> victims;
-        for (int i = 0; i < cAtOnce; ++i)
-            victims.push_back(std::make_unique<tVictim>(i % 2 == 0));
-        for (const auto& victim : victims)
-            ASSERT_TRUE(victim->isRecording());
-        for (int i = 0; i < cAtOnce; ++i)
-        {
-            std::this_thread::sleep_for((moment + i) * 331us);  // the moments of death differ, whatever they meet
-            victims[static_cast<std::size_t>(i)]->kill();
-        }
-        for (const auto& victim : victims)
-            victim->lookAtTheFile();
+        const tTempDir dir;
+        written = 0;
+        tDoomedProcess recorder([&] { record(dir.string(), moment % 2 == 0, written); });
+        ASSERT_TRUE(waitUntil([&] { return written != 0; }, 20s));
+        std::this_thread::sleep_for(moment * 631us);
+        ASSERT_TRUE(recorder.kill());
+        checkFileBelow(dir.string(), written);
     }
+    ::munmap(shared, sizeof(tCount));
 }

@@ -9,6 +9,7 @@
 #include "KestovaStorage/internal/disk/diskreclaimer.h"
 #include "KestovaStorage/internal/disk/diskspace.h"
 #include "KestovaStorage/internal/disk/paths.h"
+#include "KestovaStorage/internal/recording/filerecorder.h"
 #include "support/tempdir.h"
 
 using namespace storage;
@@ -120,6 +121,14 @@ TEST_F(tPathUtilsTest, wrapsDiskSizesFromTwoTebibytesOn)
     }
 }
 
+TEST_F(tPathUtilsTest, callsADiskLowBelowAGibibyteByBothFigures)
+{
+    EXPECT_TRUE(disk::isLow(1, 1) && disk::isLow(1023, 1023));
+    EXPECT_FALSE(disk::isLow(1024, 1024));
+    EXPECT_FALSE(disk::isLow(500, (4 << 20) + 500));  // wrapped
+    EXPECT_FALSE(disk::isLow(0, 0) || disk::isLow(-1, -1));
+}
+
 TEST_F(tPathUtilsTest, measuresADiskAndSaysSo)
 {
     testing::internal::CaptureStdout();
@@ -206,6 +215,18 @@ TEST_F(tDiskReclaimerTest, deletesNothingWhileTheOldestFileIsBeingWritten)
     }
     passWithTooMany(1);
     EXPECT_EQ(left(), (tNames{"a", "a/root", "a/root/2.data", "link"}));
+}
+
+TEST_F(tDiskReclaimerTest, leavesTheFileThatIsBeingRecorded)
+{
+    tFileRecorder recorder(root, ".data", reclaimer);
+    ASSERT_TRUE(recorder.createNewWritingFile("", 1715934600000, "", false));
+    const std::string path = recorder.currentFileName();
+    passWithTooMany(100);
+    EXPECT_TRUE(paths::exists(path));
+    recorder.finishWrite();
+    passWithTooMany(100);
+    EXPECT_FALSE(paths::exists(path));
 }
 
 TEST_F(tDiskReclaimerTest, staysBelowTheRootWhateverLinksSayAndLeavesALinkThatIsTheRoot)

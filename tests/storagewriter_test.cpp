@@ -1,5 +1,6 @@
 #include "KestovaStorage/datastorageio.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -145,6 +146,30 @@ TEST_F(tStorageWriterTest, queuesWithoutWaitingForTheDisk)
     ASSERT_TRUE(idle());
     EXPECT_EQ(segmentsBelow(dir.string()).size(), 1000u);
     EXPECT_EQ(io->GetWriteDataFifoSize(), 0u);
+}
+
+TEST_F(tStorageWriterTest, countsWhatTheDiskRefusesAndRecordsAgainWhenThereIsRoom)
+{
+    start();
+    const std::string path = io->GetCurrentWriteDataFileName();
+    std::atomic<bool> full{true};
+    const tPwriteHook hook([&](int file, const void* data, std::size_t len, off_t pos) -> ssize_t {
+        errno = ENOSPC;
+        return full ? -1 : tPwriteHook::write(file, data, len, pos);
+    });
+    testing::internal::CaptureStderr();
+    writeBytes(300);
+    ASSERT_TRUE(idle());
+    EXPECT_EQ(io->GetWriteLostCnt(), 300u);
+    full = false;
+    writeBytes(200);
+    ASSERT_TRUE(idle());
+    full = true;
+    io->FinishWrite();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), path + ": No space left on device\n");
+    EXPECT_EQ(io->GetWriteLostCnt(), 300u);
+    EXPECT_EQ(segmentsOf(path).size(), 200u);  // found although the index head could not be written
+    EXPECT_FALSE(isFinished(path));
 }
 
 TEST_F(tStorageWriterTest, rollsOverBehindTheSegmentThatFillsTheIndex)

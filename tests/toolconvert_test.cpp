@@ -1,6 +1,8 @@
 // kestova compress and kestova expand as their users meet them.
 #include <filesystem>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "support/recordedsegments.h"
 #include "support/toolfixture.h"
@@ -54,27 +56,6 @@ TEST_F(tToolConvertTest, compressesAFolderAndExpandsItAgain)
     EXPECT_EQ(result({"expand", dir.string()}).at("files").size(), 2u);
     EXPECT_EQ(segmentsOf(dir.file("a.data")), segments);
     EXPECT_TRUE(leftovers().empty());
-}
-
-TEST_F(tToolConvertTest, leavesARecordingWholeWhereverItIsKilled)
-{
-    const tSegments segments = make("k.data", 40);
-    std::size_t killed = 0;
-    for (int round = 0; round < 40; ++round)
-    {
-        const std::string path = *dataFilesIn(dir.string()).begin();
-        const bool isPlain = path.find(".tar.data") == std::string::npos;
-        {
-            tChildProcess child(tool({isPlain ? "compress" : "expand", path}));
-            std::this_thread::sleep_for(std::chrono::milliseconds(round * 7 % 250));
-            child.signal(SIGKILL);
-            killed += child.wait() == 1000 + SIGKILL ? 1 : 0;
-        }
-        const std::set<std::string> files = dataFilesIn(dir.string());
-        ASSERT_EQ(files.size(), 1u);
-        ASSERT_TRUE(segmentsOf(*files.begin()) == segments) << *files.begin();
-    }
-    EXPECT_GT(killed, 5u);
 }
 
 TEST_F(tToolConvertTest, endsAtCtrlCWithTheOriginal)

@@ -1,11 +1,11 @@
 // tBatchQueue: a queue of byte strings, each with a 64-bit tag, in large reused blocks.
 //
 // Shapes   a block holds the bytes of its segments back to back from its start and, growing down from its end, one
-//          entry (length, tag) each: what was queued together is contiguous and can be written with one call.
+//          entry (length, tag) each: segments of a block are contiguous and can be written with one call.
 // Owner    owns its blocks. take() hands all queued blocks to the consumer, which gives them back with recycle();
 //          a few blocks are kept warm, so that a steady stream allocates nothing.
 // Threads  none of its own and no lock: the owner's lock guards it. take() and recycle() move pointers only.
-// Errors   std::bad_alloc leaves push(); the queue is as it was.
+// Errors   push() throws std::bad_alloc and leaves the queue unchanged.
 #ifndef KESTOVA_STORAGE_BUFFERS_BATCHQUEUE_H
 #define KESTOVA_STORAGE_BUFFERS_BATCHQUEUE_H
 
@@ -102,7 +102,7 @@ public:
         m_bytes += m_queued.back()->used();
     }
 
-    // Hands everything queued over. `into` is empty.
+    // Moves everything queued to `into`, which is empty.
     void take(tSegmentBlocks& into)
     {
         into.swap(m_queued);
@@ -120,7 +120,7 @@ public:
             used.pop_back();
         }
     }
-    // Keeps `count` blocks ready, touched.
+    // Keeps `count` spare blocks whose pages are touched.
     void reserve(std::size_t count)
     {
         while (m_spares.size() < count)

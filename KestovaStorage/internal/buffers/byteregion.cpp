@@ -8,7 +8,7 @@
 namespace
 {
 constexpr std::size_t cStep = 64 * 1024;            // a multiple of every page size in use
-constexpr std::size_t cHugeFrom = 2 * 1024 * 1024;  // from here on huge pages are asked for: few faults instead of many
+constexpr std::size_t cHugeFrom = 2 * 1024 * 1024;  // from here on huge pages are requested: fewer page faults
 }  // namespace
 
 void tByteRegion::resize(std::size_t size)
@@ -29,11 +29,11 @@ void tByteRegion::resize(std::size_t size)
                             ? ::mmap(nullptr, wanted, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)
                             : ::mremap(m_bytes, m_size, wanted, MREMAP_MAYMOVE);
     if (moved == MAP_FAILED && wanted < m_size)
-        return;  // larger than wanted is as good
+        return;  // a larger region is correct, too
     if (moved == MAP_FAILED)
         throw std::bad_alloc();
     m_bytes = static_cast<char*>(moved);
     m_size = wanted;
     if (m_size >= cHugeFrom)
-        ::madvise(m_bytes, m_size, MADV_HUGEPAGE);  // a wish: without them it works as well
+        ::madvise(m_bytes, m_size, MADV_HUGEPAGE);  // only a hint
 }

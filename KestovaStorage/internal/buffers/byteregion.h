@@ -1,5 +1,5 @@
-// tByteRegion: memory straight from the kernel, for buffers that are small most of the time and huge now and then: it
-// grows without copying what it holds, and what it no longer needs goes back at once.
+// tByteRegion: memory mapped from the kernel, for buffers that are small most of the time and huge now and then. It
+// grows without copying its contents; a smaller size returns memory to the kernel at once.
 #ifndef KESTOVA_STORAGE_BUFFERS_BYTEREGION_H
 #define KESTOVA_STORAGE_BUFFERS_BYTEREGION_H
 
@@ -18,8 +18,8 @@ public:
 
     char* bytes() const { return m_bytes; }
     std::size_t size() const { return m_size; }
-    // At least `size` bytes, what fits of the contents is kept. std::bad_alloc when the kernel has no more; the region
-    // is as it was then. Becoming smaller never fails.
+    // Resizes to at least `size` bytes and keeps what fits of the contents. Growing throws std::bad_alloc where the
+    // kernel refuses, and leaves the region unchanged; shrinking never fails.
     void resize(std::size_t size);
     void swap(tByteRegion& other) noexcept
     {

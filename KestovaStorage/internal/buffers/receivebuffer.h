@@ -1,12 +1,12 @@
-// tReceiveBuffer: received bytes on their way to a parser that wants them contiguous.
+// tReceiveBuffer: received bytes on their way to a parser that needs them contiguous.
 //
 // Shapes   two regions: bytes are received into one while the other is parsed; take() swaps them. In front of a
 //          region's bytes there is room for the unfinished rest of the one before, so every byte is copied once, and
 //          only a rest a second time. Few bytes behind a long rest are put behind it instead.
 // Owner    owns the regions, which grow with a backlog until they are cut back.
 // Threads  none of its own and no lock. append(), empty(), clear() and cutBackReceived() belong to the receiving side;
-//          bytes(), len(), done() and cutBackParsed() to the parsing side; take() and takeBack() to whoever holds both.
-// Errors   std::bad_alloc leaves append(); the buffer is as it was.
+//          bytes(), len(), done() and cutBackParsed() to the parsing side; take() and takeBack() need both sides.
+// Errors   append() throws std::bad_alloc and leaves the buffer unchanged.
 #ifndef KESTOVA_STORAGE_BUFFERS_RECEIVEBUFFER_H
 #define KESTOVA_STORAGE_BUFFERS_RECEIVEBUFFER_H
 
@@ -25,17 +25,17 @@ public:
     void append(const char* bytes, std::size_t len);
     bool empty() const { return m_received.begin == m_received.end; }
     void clear();
-    // Hands all received bytes to the parsing side, behind those that it is not done with.
+    // Passes all received bytes to the parsing side, behind its unfinished rest.
     void take();
-    // Forgets what the last take() brought; nothing of it was done with since.
+    // Drops what the last take() passed; none of it was parsed since.
     void takeBack() { m_parsed.end -= std::exchange(m_taken, 0); }
 
     const char* bytes() const { return m_parsed.region.bytes() + m_parsed.begin; }
     std::size_t len() const { return m_parsed.end - m_parsed.begin; }
-    // The first `count` bytes are done with; at most cHeadroom bytes are left.
+    // The first `count` bytes are parsed; at most cHeadroom bytes are left.
     void done(std::size_t count) { m_parsed.begin += count; }
-    // Give back what a large backlog needed: the parsing side at once; the receiving side, which is empty, by handing
-    // its region out, to be freed without a lock.
+    // Return memory that a large backlog needed: the parsing side's at once; the receiving side, which is empty,
+    // returns its region to the caller, who frees it without a lock.
     void cutBackParsed();
     tByteRegion cutBackReceived();
     std::size_t memory() const { return m_received.region.size() + m_parsed.region.size(); }
@@ -54,7 +54,7 @@ private:
 
     tHalf m_received;
     alignas(64) tHalf m_parsed;
-    std::size_t m_taken = 0;  // bytes that the last take() brought
+    std::size_t m_taken = 0;  // bytes that the last take() passed
 };
 
 #endif

@@ -9,7 +9,7 @@ bool tWalkQueue::step()
         return false;
     if (m_walked != nullptr && !look())
     {
-        if (m_links.size() == 1 && m_walked->size() == cFirstSize)  // goes on in the same place
+        if (m_links.size() == 1 && m_walked->size() == cFirstSize)  // reuses the block
         {
             m_walked->clear();
             walkFromStart(m_walked);
@@ -32,7 +32,7 @@ void tWalkQueue::walkFromStart(tLink* link)
     m_visible = 0;
 }
 
-// What lies in the blocks before is visible before the consumer can step beyond it.
+// Publishes earlier blocks first: the consumer must see all of them before it moves to the new one.
 void tWalkQueue::addLink(std::unique_ptr<tLink> link)
 {
     publish();

@@ -1,12 +1,12 @@
 // tWalkQueue: a queue of byte strings whose consumer walks it in place and needs the lock only where a block ends.
 //
 // Shapes   blocks of segments, filled at the back and walked at the front; a segment lies behind its length. The
-//          consumer looks at what is published only, so several segments may be published at once. Blocks become larger
-//          while a backlog grows.
-// Owner    owns its blocks and uses walked ones again, so that a steady stream allocates nothing; a chain that was
-//          walked to its end starts again at the front of its block, in memory that is still in the cache.
+//          consumer sees published segments only, so several may be published at once. Blocks become larger while a
+//          backlog grows.
+// Owner    owns its blocks and reuses walked ones, so that a steady stream allocates nothing; a queue that was walked
+//          to its end starts again at the front of its block, in memory that is still in the cache.
 // Threads  next() belongs to the one consumer and needs no lock; everything else is called under the owner's lock.
-// Errors   std::bad_alloc leaves reserve(), append() and makeLink(); the chain is as it was.
+// Errors   reserve(), append() and makeLink() throw std::bad_alloc and leave the queue unchanged.
 #ifndef KESTOVA_STORAGE_BUFFERS_WALKQUEUE_H
 #define KESTOVA_STORAGE_BUFFERS_WALKQUEUE_H
 
@@ -55,11 +55,11 @@ public:
 
         tByteRegion m_memory;
         std::size_t m_filled = 0;
-        std::atomic<std::size_t> m_published{0};  // bytes that the consumer may look at
+        std::atomic<std::size_t> m_published{0};  // bytes that the consumer may read
     };
     using tLinks = std::vector<std::unique_ptr<tLink>>;
 
-    // A block with room for one segment of `len` bytes, to be filled outside the chain.
+    // A block with room for one segment of `len` bytes, to be filled outside the queue.
     static std::unique_ptr<tLink> makeLink(std::size_t len) { return std::make_unique<tLink>(len + sizeof len); }
     void append(std::unique_ptr<tLink> filled)
     {
@@ -85,7 +85,7 @@ public:
     // Segments published since construction. The consumer may ask without the lock.
     std::uint64_t published() const { return m_published.load(std::memory_order_relaxed); }
 
-    // Consumer: the next segment of the block being walked; false at its end.
+    // Consumer: returns the next segment of the current block; false at the block's end.
     bool next(const char*& bytes, std::size_t& len)
     {
         if (m_pos == m_visible && !look())
@@ -95,9 +95,10 @@ public:
         m_pos += sizeof len + len;
         return true;
     }
-    // Consumer, where next() gave false: steps to the next block; false if all is walked.
+    // Consumer, after next() returned false: moves to the next block; false if all is walked.
     bool step();
-    // Walked blocks beyond those that are kept: large ones that a backlog needed. To be freed without the lock.
+    // Returns walked blocks that are not kept for reuse, large ones that a backlog needed, to be freed without the
+    // lock.
     tLinks takeUnneeded();
 
     std::size_t memory() const;  // bytes of all blocks
@@ -117,7 +118,7 @@ private:
     tLinks m_spares;
     std::uint64_t m_unpublished = 0;
 
-    // Read by both sides; on a line of its own, since what is above changes with every segment.
+    // Read by both sides; on a cache line of its own, since the members above change with every segment.
     alignas(64) std::atomic<std::uint64_t> m_published{0};
 
     // The consumer's.

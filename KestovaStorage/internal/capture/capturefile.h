@@ -4,7 +4,7 @@
 //          what is there. A head or record head that is cut reads as if zeros followed.
 // Memory   the window, whatever the file claims: a record is seen up to cRecordReach, what lies behind is skipped.
 // Owner    owns the descriptor; the bytes of a record are valid until the next call and may be written to, one byte
-//          behind them too (it belongs to the next record: put it back).
+//          behind them too (it belongs to the next record: restore it).
 // Threads  starts none, locks nothing.
 // Errors   a file that is read with an error, or is cut meanwhile, ends there. What is appended meanwhile is not read.
 #ifndef KESTOVA_STORAGE_CAPTURE_CAPTUREFILE_H

@@ -1,8 +1,8 @@
-// tCountReport: the statistics as applications get them: a row a stream, the most frequent first and among equals the
+// tCountReport: the statistics as observers receive them: a row a stream, the most frequent first and among equals the
 // one that reached its count last.
 //
-// Rows stay where they are from one report to the next; an update costs what has changed, and the moves of the rows
-// that lie between the old place and the new one of a changed row.
+// Rows stay where they are from one report to the next; an update costs what has changed, and moves of the rows
+// between the old place and the new one of a changed row.
 #ifndef KESTOVA_STORAGE_CAPTURE_COUNTREPORT_H
 #define KESTOVA_STORAGE_CAPTURE_COUNTREPORT_H
 

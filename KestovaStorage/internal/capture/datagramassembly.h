@@ -1,7 +1,7 @@
 // tDatagramAssembly: turns the records of a capture into whole UDP datagrams.
 //
-// take() gives true for a record that completes one. A fragment without a beginning counts as a datagram by itself, to
-// no address and to the port of the datagram before it: it shows in the statistics that something was lost.
+// take() returns true for a record that completes one. A fragment without a beginning counts as a datagram by itself,
+// to no address and to the port of the datagram before it: it shows in the statistics that something was lost.
 #ifndef KESTOVA_STORAGE_CAPTURE_DATAGRAMASSEMBLY_H
 #define KESTOVA_STORAGE_CAPTURE_DATAGRAMASSEMBLY_H
 
@@ -19,7 +19,7 @@ struct tDatagram
     std::uint32_t source;  // as a number: 127.0.0.1 is 0x7F000001
     std::uint16_t sourcePort;
     tDestination stream;  // where it went
-    char* payload;        // valid until the next record; payload[length] may be written to, and is to be put back
+    char* payload;        // valid until the next record; payload[length] may be written to and must be restored
     int length;           // above or, for a datagram without payload, equal to 0
 };
 

@@ -1,5 +1,5 @@
-// tDatagramCounts: what was seen of every stream, in a form that costs two look-ups a datagram. How it is shown is the
-// business of tCountReport, which takes from here what has changed since it last looked.
+// tDatagramCounts: counts of every stream, at two look-ups a datagram. tCountReport shows them: it takes what has
+// changed since its last update.
 #ifndef KESTOVA_STORAGE_CAPTURE_DATAGRAMCOUNTS_H
 #define KESTOVA_STORAGE_CAPTURE_DATAGRAMCOUNTS_H
 
@@ -35,7 +35,7 @@ class tDatagramCounts
 {
 public:
     void clear();
-    // Counts one datagram. What is returned is valid until the next call.
+    // Counts one datagram. The result is valid until the next call.
     const tStream& count(tDestination key, std::uint32_t length, eKind kind);
 
     const std::vector<tStream>& streams() const { return m_streams; }  // in order of first appearance

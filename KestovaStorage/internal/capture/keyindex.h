@@ -1,6 +1,6 @@
 // tKeyIndex: finds the place that belongs to a 64-bit key. A hash table in one piece of memory, at most half full; the
-// keys stay with their owner. The hash depends on a number drawn at construction, so that no file can be made whose
-// keys collide.
+// keys stay with their owner. The hash depends on a random number, so that no file can be crafted whose keys
+// collide.
 #ifndef KESTOVA_STORAGE_CAPTURE_KEYINDEX_H
 #define KESTOVA_STORAGE_CAPTURE_KEYINDEX_H
 
@@ -13,8 +13,7 @@ namespace pcap
 class tKeyIndex
 {
 public:
-    // The place of `key`; where it has none yet, `fresh` becomes its place and is returned. keyAt(place) gives the key
-    // of a place.
+    // Returns the place of `key`; a new key gets the place `fresh`. keyAt(place) returns the key of a place.
     template <typename tKeyAt>
     std::uint32_t placeOf(std::uint64_t key, std::uint32_t fresh, tKeyAt keyAt)
     {

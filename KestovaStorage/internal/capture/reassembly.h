@@ -2,8 +2,8 @@
 // in the order in which they come.
 //
 // Memory   what is pending, each datagram up to cDatagramLimit and all together up to cTotalLimit: captures cut to a
-//          snap length claim far more bytes than they hold. A datagram that grows beyond is given up, its fragments
-//          vanish with it; where all together pass the limit, everything pending is forgotten.
+//          snap length claim far more bytes than they hold. A datagram that grows beyond is given up with its
+//          fragments; where all together pass the limit, everything pending is dropped.
 // Threads  starts none, locks nothing.
 #ifndef KESTOVA_STORAGE_CAPTURE_REASSEMBLY_H
 #define KESTOVA_STORAGE_CAPTURE_REASSEMBLY_H
@@ -15,7 +15,7 @@
 
 namespace pcap
 {
-// What an IP header says is there. Bytes that the capture does not hold read as zeros.
+// The bytes that an IP header claims. Those that the capture does not hold read as zeros.
 struct tPiece
 {
     const char* bytes;
@@ -31,7 +31,7 @@ struct tPiece
 class tReassembly
 {
 public:
-    // The 13 bits of a fragment's offset reach to 65,528: nothing that was sent comes near this.
+    // The 13 bits of a fragment's offset reach to 65,528: no datagram on a network comes near this.
     static constexpr std::size_t cDatagramLimit = std::size_t{1} << 20;
     static constexpr std::size_t cTotalLimit = std::size_t{256} << 20;
 
@@ -46,7 +46,7 @@ public:
     void begin(std::uint16_t id, const tPiece& piece);  // replaces what was pending
     void forget(std::uint16_t id);
     bool append(std::uint16_t id, const tPiece& piece);  // false where nothing is pending
-    // Ends the datagram. Where it is whole, `datagram` is left at its bytes, UDP header first, until the next call.
+    // Ends the datagram. Where it is whole, `datagram` points to its bytes, UDP header first, until the next call.
     eEnd finish(std::uint16_t id, const tPiece& piece, std::string*& datagram);
     std::size_t count() const { return m_pending.size(); }
 

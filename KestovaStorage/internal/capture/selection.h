@@ -1,4 +1,4 @@
-// tSelection: the streams that an application asked for.
+// tSelection: the streams that an application selected.
 #ifndef KESTOVA_STORAGE_CAPTURE_SELECTION_H
 #define KESTOVA_STORAGE_CAPTURE_SELECTION_H
 
@@ -17,7 +17,7 @@ namespace pcap
 class tSelection
 {
 public:
-    // Pairs of dotted address and port. A text that no address is written as selects nothing, and is a selection.
+    // Pairs of dotted address and port. A text that is no address selects nothing, but makes the selection not empty.
     void assign(const std::set<std::pair<std::string, int>>& addressesAndPorts)
     {
         m_empty = addressesAndPorts.empty();

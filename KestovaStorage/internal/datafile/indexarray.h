@@ -1,7 +1,7 @@
-// tIndexArray: memory for many index records; what is never touched costs nothing, what is no longer needed goes back.
+// tIndexArray: memory for many index records. Untouched memory costs nothing; shrink() returns the rest.
 //
-// A full index fills some 10 MB: large arrays come straight from the kernel, in huge pages where it has them, which
-// halves the time of opening a file. Small ones come from the heap, so that a hundred thousand files can be open.
+// A full index takes some 10 MB: large arrays are mapped from the kernel, in huge pages where available, which halves
+// the time of opening a file. Small ones come from the heap, so that a hundred thousand files can be open.
 #ifndef KESTOVA_STORAGE_DATAFILE_INDEXARRAY_H
 #define KESTOVA_STORAGE_DATAFILE_INDEXARRAY_H
 
@@ -19,7 +19,7 @@ class tIndexArray
 {
 public:
     tIndexArray() = default;
-    // Contents are undefined; std::bad_alloc where there is no memory.
+    // Contents are undefined. Throws std::bad_alloc.
     explicit tIndexArray(std::size_t count)
     {
         if (count < cLargeFrom)
@@ -38,7 +38,7 @@ public:
     tIndexSlot* get() const { return m_small ? m_small.get() : reinterpret_cast<tIndexSlot*>(m_large.bytes()); }
     tIndexSlot& operator[](std::size_t i) const { return get()[i]; }
 
-    // Gives back what lies behind the first `count` records.
+    // Returns the memory behind the first `count` records.
     void shrink(std::size_t count)
     {
         if (count < cLargeFrom)

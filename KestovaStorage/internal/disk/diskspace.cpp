@@ -54,9 +54,13 @@ std::int64_t trueFreeSize_MB(const char* path)
 
 bool isLow(const std::string& root)
 {
+    return isLow(freeSize_MB(root.c_str()), trueFreeSize_MB(root.c_str()));
+}
+
+bool isLow(std::int32_t free_MB, std::int64_t trueFree_MB)
+{
     constexpr std::int32_t cLowBelow_MB = 1024;
-    const std::int32_t free = freeSize_MB(root.c_str());
-    return free >= 1 && free < cLowBelow_MB && trueFreeSize_MB(root.c_str()) < cLowBelow_MB;
+    return free_MB >= 1 && free_MB < cLowBelow_MB && trueFree_MB < cLowBelow_MB;
 }
 
 std::int64_t mountSize(const std::string& mountPoint)

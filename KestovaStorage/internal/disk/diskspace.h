@@ -12,9 +12,10 @@ namespace storage::disk
 std::int32_t freeSize_MB(const char* path);
 // The same figure without the wrap and without the line; -1 on failure.
 std::int64_t trueFreeSize_MB(const char* path);
-// Whether less than 1 GiB is free below `root`, by both figures: the 32-bit one wraps and would call a large disk with
+// Whether less than 1 GiB is free below `root`. By both figures: the 32-bit one wraps and would call a large disk with
 // room low. Where that one is below 1 nothing is known, and the disk is not low.
 bool isLow(const std::string& root);
+bool isLow(std::int32_t free_MB, std::int64_t trueFree_MB);
 // Size in blocks of 1024 bytes of the local file system mounted at `mountPoint` (ends with "/"), 0 if none is.
 std::int64_t mountSize(const std::string& mountPoint);
 
