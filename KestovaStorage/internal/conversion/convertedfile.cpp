@@ -1,4 +1,4 @@
-#include "KestovaStorage/internal/datafile/datafileoutput.h"
+#include "KestovaStorage/internal/conversion/convertedfile.h"
 
 #include <algorithm>
 #include <utility>
@@ -10,13 +10,13 @@ namespace
 constexpr std::size_t cBuffer = 1 << 20;
 }
 
-char* tDataFileOutput::tStream::room(std::size_t size)
+char* tConvertedFile::tStream::room(std::size_t size)
 {
     m_buffer.resize(std::max({m_buffer.size(), m_used + size, cBuffer}));
     return m_buffer.data() + m_used;
 }
 
-bool tDataFileOutput::tStream::flush()
+bool tConvertedFile::tStream::flush()
 {
     if (!m_out.writeAt(m_buffer.data(), m_used, m_pos))
         return false;
@@ -25,14 +25,14 @@ bool tDataFileOutput::tStream::flush()
     return true;
 }
 
-char* tDataFileOutput::room(std::size_t size)
+char* tConvertedFile::room(std::size_t size)
 {
     if (m_payload.isFull(size) && !flush())
         return nullptr;
     return m_payload.room(size);
 }
 
-void tDataFileOutput::add(const tSegmentRecord& record, std::size_t size)
+void tConvertedFile::add(const tSegmentRecord& record, std::size_t size)
 {
     m_payload.used(size);
     const tIndexSlot slot = slotOf(m_kind, record);
@@ -41,7 +41,7 @@ void tDataFileOutput::add(const tSegmentRecord& record, std::size_t size)
     m_head.segmentMaxLen = std::max(m_head.segmentMaxLen, countedLength(m_kind, record));
 }
 
-bool tDataFileOutput::finish(std::string_view rest)
+bool tConvertedFile::finish(std::string_view rest)
 {
     m_payload.append(rest);
     if (!m_payload.flush() || !m_index.flush() || !writeHead())
@@ -51,7 +51,7 @@ bool tDataFileOutput::finish(std::string_view rest)
 }
 
 // The last bits of a segment may come with the next one: what was there at the last flush is whole by this one.
-bool tDataFileOutput::flush()
+bool tConvertedFile::flush()
 {
     if (!m_payload.flush() || !m_index.flush())
         return false;
@@ -59,7 +59,7 @@ bool tDataFileOutput::flush()
     return true;
 }
 
-bool tDataFileOutput::writeHead()
+bool tConvertedFile::writeHead()
 {
     unsigned char bytes[sizeof(tIndexHead)];
     le::store(bytes + offsetof(tIndexHead, indexNum), m_head.indexNum);
@@ -67,7 +67,7 @@ bool tDataFileOutput::writeHead()
     return m_out.writeAt(bytes, sizeof bytes, cIndexHeadPos);
 }
 
-void tDataFileOutput::report(std::uint32_t records) const
+void tConvertedFile::report(std::uint32_t records) const
 {
     if (m_stored)
         m_stored(records);
