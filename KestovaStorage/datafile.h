@@ -1,4 +1,4 @@
-// One data file, looked at record by record: what is in it, without playing it.
+// Reads one data file record by record, without playing it.
 #ifndef KESTOVA_DATAFILE_H
 #define KESTOVA_DATAFILE_H
 
@@ -21,9 +21,8 @@ struct tDataFileRecord
 
 class tDataFilePrivate;
 
-// Opens a file for reading; it may still be being written, and shows what was in it at that moment. One thread at a
-// time. Nothing in a damaged file can make it read outside the file, or allocate more than eight times
-// what the file holds.
+// Opens a file for reading. One that is still being written shows its contents at that moment. One thread at a time. No
+// damaged file makes it read outside the file, or allocate more than eight times the file's size.
 class KESTOVA_API tDataFile
 {
 public:
@@ -32,8 +31,8 @@ public:
     tDataFile(const tDataFile&) = delete;
     tDataFile& operator=(const tDataFile&) = delete;
 
-    // Reads the file's heads and index. False for what cannot be read or is no data file; `error`, where not null,
-    // then says which file and why.
+    // Reads the file's heads and index. Fails if it cannot be read or is no data file, and sets `error`, unless null,
+    // to the file's name and the reason.
     bool open(const std::string& path, std::string* error = nullptr);
 
     const std::string& path() const;
@@ -46,8 +45,8 @@ public:
     size_t damagedCount() const;  // index records left out: they point outside the file or carry no possible time
     tDataFileRecord record(size_t i) const;  // i below recordCount()
 
-    // Replaces `bytes` by the segment's bytes. False if the file does not give them all (it was cut since it was
-    // opened, the disk fails), or if the codes of a Huffman file cannot be used.
+    // Replaces `bytes` by the segment's bytes. Fails if the file does not hold them all (it was cut since it was
+    // opened), the disk fails, or the codes of a Huffman file cannot be used.
     bool read(size_t i, std::string& bytes);
 
 private:

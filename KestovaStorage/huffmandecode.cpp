@@ -27,7 +27,7 @@ const unsigned char* asBytes(const char* data)
     return reinterpret_cast<const unsigned char*>(data);
 }
 
-// Decodes all whole codes of the range piece by piece; each is given to `take` as (bytes, number).
+// Decodes all whole codes of the range piece by piece and hands each piece to `take` as (bytes, number).
 template <typename tDecoder, typename tTake>
 void decodePieces(tDecoder& decoder, tBitRange& range, unsigned char* piece, std::size_t size, tTake take)
 {
@@ -61,7 +61,7 @@ std::string decodedText(const tSymbolTable& table, tBitRange range)
     return text;
 }
 
-// All bits of the rest of a file. What is left of one block, an unfinished code, goes before the next.
+// Decodes the rest of a file. An unfinished code at the end of a block is put before the next one.
 void decodeFile(const tSymbolTable& table, std::istream& src, std::ostream& dst)
 {
     constexpr std::size_t cBlock = 512 * 1024;

@@ -1,5 +1,5 @@
-// Gives back what tHuffmanEncode compressed. Nothing in a damaged head, array or file can make it read outside what it
-// was given or allocate more than that could decode to.
+// Restores what tHuffmanEncode compressed. No damaged head, array or file makes it read outside its input or allocate
+// more than that could decode to.
 #ifndef KESTOVA_HUFFMANDECODE_H
 #define KESTOVA_HUFFMANDECODE_H
 
@@ -40,15 +40,16 @@ public:
 
     // ---- Byte arrays (eByteArrayMode) ----
 
-    // The decoded bytes; empty in another mode and for what is no such array.
+    // Returns the decoded bytes; empty in another mode and for anything but such an array.
     std::string DecodeByteArray(const char* src, uint32_t len);
 
     // ---- Whole files (eFileMode) ----
 
-    // Writes the decoded `srcFile` to `dstFile`, which is created or replaced. The stored file says nothing of its
-    // length: what fills its last unit is decoded like data, so that copies of the byte whose code is all zeros may
-    // follow. A file of a single byte value gives an empty one. False in another mode, for what cannot be opened, has
-    // no whole head or no byte values, and for a destination that is the source. Read and write errors are not noticed.
+    // Writes the decoded `srcFile` to `dstFile`, which is created or replaced. The stored file does not hold its
+    // length: the padding of its last unit is decoded like data, so that copies of the byte whose code is all zeros may
+    // follow. A file of a single byte value decodes to an empty one. Fails in another mode, if a file cannot be opened,
+    // if the source has no whole head or no byte values, and for a destination that is the source. Does not detect read
+    // and write errors.
     bool Decode(const char* srcFile, const char* dstFile);
 
 private:

@@ -27,7 +27,7 @@ unsigned char* asBytes(char* data)
     return reinterpret_cast<unsigned char*>(data);
 }
 
-// Bytes whose contents do not outlive the next demand for more.
+// A buffer whose contents are lost when it grows.
 class tScratch
 {
 public:
@@ -134,8 +134,8 @@ tEncodedResult tHuffmanEncodePrivate::encodeByteArray(const char* src, std::uint
     return {{out, static_cast<std::uint32_t>(written)}, allocate};
 }
 
-// Nothing behind the last byte may be touched, and the emitter writes up to 16 bytes more than it fills: so many bytes
-// at the end that their codes, of a bit at least, fill more than that go through a buffer.
+// The emitter overwrites up to 16 bytes behind what it fills, but the caller's array ends with the last code: the last
+// bytes, enough that their codes of at least a bit fill more than that, go through a buffer.
 std::size_t tHuffmanEncodePrivate::emitByteArray(const char* src, std::size_t len, char* to) const
 {
     const tCodeEmitter& emitter = m_encoder.emitter();

@@ -161,33 +161,3 @@ TEST_F(tDataFileReaderTest, keepsEveryRecordOfALongUnfinishedIndexUpToTheTornOne
     for (std::size_t i = 0; i < 20'000; ++i)
         ASSERT_EQ(file.record(i).timeMs, cTime + i / 2 * 3 + i % 2 * 2);
 }
-
-TEST_F(tDataFileReaderTest, survivesEveryFlippedByte)
-{
-    std::vector<std::uint64_t> places{0, 1, 2, 3};
-    for (std::uint64_t i = 2000; i < cIndexEnd; ++i)
-        places.push_back(i);
-    for (std::uint64_t i = 10'000'000; i < cFileEnd; ++i)
-        places.push_back(i);
-    for (const std::uint64_t place : places)
-        for (const char flip : {'\x01', '\x80', '\xFF'})
-        {
-            restore();
-            std::ifstream in(path, std::ios::binary);
-            in.seekg(static_cast<std::streamoff>(place));
-            const char before = static_cast<char>(in.get());
-            putBytes(path, place, std::string(1, static_cast<char>(before ^ flip)));
-            const std::string now = seen();
-            SCOPED_TRACE(std::to_string(place) + " " + now);
-            // The magic opens or does not; everything else costs at most what it describes.
-            EXPECT_EQ(now == "-", place < 4);
-            if (place >= 2048 + 42 && place < cIndexEnd)
-            {
-                EXPECT_NE(now.find(first + " " + second), std::string::npos);
-            }
-            if ((place >= 2004 && place < 2048) || place >= 10'000'014)
-            {
-                EXPECT_EQ(now, whole);
-            }
-        }
-}

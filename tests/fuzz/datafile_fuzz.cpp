@@ -4,44 +4,28 @@
 // many index records of 21 bytes to 2048, and the remains to 10,000,000 (odd numbers: right behind the records).
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/internal/datafile/datafilereader.h"
 #include "KestovaStorage/internal/playback/timeline.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
 constexpr std::uint64_t cMostBytesRead = 1 << 20;
 
-void require(bool holds)
+void layOut(const tMemoryFile& file, std::string_view bytes)
 {
-    if (!holds)
-        std::abort();
-}
-
-void put(int fd, std::uint64_t offset, std::string_view& bytes, std::size_t count)
-{
-    const std::string_view piece = bytes.substr(0, count);
-    require(::pwrite(fd, piece.data(), piece.size(), static_cast<off_t>(offset)) == static_cast<ssize_t>(piece.size()));
-    bytes.remove_prefix(piece.size());
-}
-
-void layOut(int fd, std::string_view bytes)
-{
-    const std::size_t layout = bytes.empty() ? 0 : static_cast<unsigned char>(bytes.front());
-    bytes.remove_prefix(bytes.empty() ? 0 : 1);
+    const std::size_t layout = takeByte(bytes);
     if (layout >= 0xFE)
-        return put(fd, 0, bytes, bytes.size());
-    put(fd, 0, bytes, 4);
-    put(fd, storage::cIndexHeadPos, bytes, sizeof(storage::tIndexHead));
-    put(fd, storage::cIndexPos, bytes, layout * storage::cIndexSlotSize);
+        return file.put(0, bytes);
+    file.put(0, take(bytes, 4));
+    file.put(storage::cIndexHeadPos, take(bytes, sizeof(storage::tIndexHead)));
+    file.put(storage::cIndexPos, take(bytes, layout * storage::cIndexSlotSize));
     const bool behind = layout % 2 == 1;
-    put(fd, behind ? storage::cIndexPos + layout * storage::cIndexSlotSize : storage::cPayloadPos, bytes, bytes.size());
+    file.put(behind ? storage::cIndexPos + layout * storage::cIndexSlotSize : storage::cPayloadPos, bytes);
 }
 
 void readAll(const std::string& path)
@@ -89,11 +73,9 @@ void playAll(const std::string& path)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const int fd = ::memfd_create("datafile_fuzz", MFD_CLOEXEC);
-    layOut(fd, {reinterpret_cast<const char*>(data), size});
-    const std::string path = "/proc/self/fd/" + std::to_string(fd);
-    readAll(path);
-    playAll(path);
-    ::close(fd);
+    const tMemoryFile file;
+    layOut(file, {reinterpret_cast<const char*>(data), size});
+    readAll(file.path());
+    playAll(file.path());
     return 0;
 }

@@ -2,11 +2,11 @@
 // written, and what is reported is as long as the record says.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <vector>
 
 #include "KestovaStorage/internal/replay/replaypipeline.h"
 #include "support/radarreplay.h"
+#include "tests/fuzz/fuzz.h"
 
 // The first byte says whether the record is the last one; the rest is the record.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
@@ -21,10 +21,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Kestova::tReplayPipeline records({}, nullptr);
     records.setModifyObserver(&editor);
     records.replay(1000, *data % 2, bytes.data(), static_cast<std::uint32_t>(bytes.size()), "f", &told);
-    if (bytes != before || (records.damagedCnt() != 0) != told.text().empty())
-        std::abort();
+    require(bytes == before && (records.damagedCnt() != 0) == told.text().empty());
     for (const auto& segment : told.segments())
-        if (segment.bytes != std::string(bytes.size() - 41, 'e'))
-            std::abort();
+        require(segment.bytes == std::string(bytes.size() - 41, 'e'));
     return 0;
 }

@@ -1,24 +1,18 @@
 // Any bytes as an encoded byte array: nothing outside them is read, and what comes out is no more than their bits can
 // hold. And any bytes as an input: what is encoded decodes to them again, and is what the plain codec makes.
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "KestovaStorage/huffmandecode.h"
 #include "KestovaStorage/huffmanencode.h"
+#include "tests/fuzz/fuzz.h"
 #include "tests/support/plainhuffman.h"
 
 namespace
 {
 constexpr std::size_t cMostSize = 65535;  // no count exceeds 16 bits
-
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 std::string decoded(const std::string& array)
 {

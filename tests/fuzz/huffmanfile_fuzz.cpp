@@ -5,38 +5,25 @@
 // first bit, the valid bits of the last byte, and the segment.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "KestovaStorage/huffmandecode.h"
 #include "KestovaStorage/internal/codec/segmentdecoder.h"
+#include "tests/fuzz/fuzz.h"
 #include "tests/support/plainhuffman.h"
 
 namespace
 {
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
-
-std::string take(std::string& bytes, std::size_t count)
-{
-    std::string front = bytes.substr(0, count);
-    bytes.erase(0, front.size());
-    front.resize(count);
-    return front;
-}
-
-huffman::tFileHead headOf(std::string& bytes)
+huffman::tFileHead headOf(std::string_view& bytes)
 {
     huffman::tFileHead head{};
     head.head = storage::cHuffmanFileHead;
-    std::memcpy(&head.alphaVariety, take(bytes, 2).data(), 2);
-    const std::size_t entries = std::min<std::size_t>(head.alphaVariety, 16);
-    std::memcpy(head.alphaFreqs, take(bytes, entries * 5).data(), entries * 5);
+    head.alphaVariety = takeByte(bytes);
+    head.alphaVariety = static_cast<std::uint16_t>(head.alphaVariety | takeByte(bytes) << 8);
+    const std::string_view entries = take(bytes, std::min<std::size_t>(head.alphaVariety, 16) * 5);
+    entries.copy(reinterpret_cast<char*>(head.alphaFreqs), entries.size());
     return head;
 }
 
@@ -52,10 +39,9 @@ std::string decodedPlainly(const huffman::tFileHead& head, const std::string& bi
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    std::string bytes(reinterpret_cast<const char*>(data), size);
+    std::string_view bytes(reinterpret_cast<const char*>(data), size);
     const huffman::tFileHead head = headOf(bytes);
-    const std::string places = take(bytes, 2);
-    const auto firstBit = static_cast<std::uint8_t>(places[0]), lastBits = static_cast<std::uint8_t>(places[1]);
+    const std::uint8_t firstBit = takeByte(bytes), lastBits = takeByte(bytes);
     huffman::tHuffmanDecode decoder(huffman::eSegmentMode);
     decoder.SetHuffmanHead(head);
     std::vector<char> exact(bytes.begin(), bytes.end());  // so that reading on is noticed
@@ -66,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t first = std::min<unsigned>(firstBit, 8),
                       last = lastBits == 0 ? 8 : std::min<unsigned>(lastBits, 8);
     const std::size_t number = std::size_t{len} * 8 - 8 + last - first;
-    require(text == decodedPlainly(head, plain::unpack(bytes).substr(first, number)));
+    require(text == decodedPlainly(head, plain::unpack(std::string(bytes)).substr(first, number)));
     huffman::tSegmentDecoder engine;
     require(engine.setHead(&head));
     std::vector<char> out(engine.roomFor(number));

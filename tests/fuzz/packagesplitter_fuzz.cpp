@@ -3,21 +3,15 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "KestovaStorage/internal/package/packagesplitter.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
-void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
-
 class tCheckedSplitter final : private iSplitterSink
 {
 public:

@@ -1,23 +1,14 @@
 // A capture out of any bytes: it reads to its end, delivers what the statistics count, and ends with the final calls.
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <fcntl.h>
 #include <string>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include "KestovaStorage/pcapreader.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
 using tSelection = std::set<std::pair<std::string, int>>;
-
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 class tObserver final : public pcap::iPcapDataReadObserver, public pcap::iPcapDatagramObserver
 {
@@ -88,9 +79,8 @@ void readAll(const std::string& path)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     [[maybe_unused]] static const bool s_quiet = std::freopen("/dev/null", "w", stdout) != nullptr;
-    const int fd = ::memfd_create("pcapreader_fuzz", MFD_CLOEXEC);
-    require(::write(fd, data, size) == static_cast<ssize_t>(size));
-    readAll("/proc/self/fd/" + std::to_string(fd));
-    ::close(fd);
+    const tMemoryFile file;
+    file.put(0, data, size);
+    readAll(file.path());
     return 0;
 }

@@ -1,21 +1,15 @@
 // A directory file of any content is taken or refused with one line; what is taken obeys the directory's own rules.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "KestovaUtils/internal/radardirectory.h"
 #include "KestovaUtils/streamnames.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
-
 void checkRadar(const utils::tRadarEntry& radar)
 {
     require(!radar.serial.empty() && radar.serial.size() <= utils::cLongestSerial);

@@ -51,8 +51,7 @@ private:
     std::uint64_t m_done = 0, m_reported = 0;
 };
 
-bool appendEncoded(tDataFileOutput& out, huffman::tSegmentEncoder& encoder, std::uint64_t time,
-                   std::string_view segment)
+bool appendEncoded(tConvertedFile& out, huffman::tSegmentEncoder& encoder, std::uint64_t time, std::string_view segment)
 {
     const auto len = static_cast<std::uint32_t>(segment.size());
     char* const to = out.room(encoder.room(len));
@@ -64,7 +63,7 @@ bool appendEncoded(tDataFileOutput& out, huffman::tSegmentEncoder& encoder, std:
     return true;
 }
 
-bool appendPlain(tDataFileOutput& out, std::uint64_t time, std::string_view segment)
+bool appendPlain(tConvertedFile& out, std::uint64_t time, std::string_view segment)
 {
     char* const to = out.room(segment.size());
     if (to == nullptr)
@@ -153,7 +152,7 @@ try
     const std::string head = encoder.head();
     if (!out.writeAt(head.data(), head.size(), 0))
         return writeFailed(out);
-    tDataFileOutput encoded(out, cHuffmanFileHead, stored);
+    tConvertedFile encoded(out, cHuffmanFileHead, stored);
     tStatus status = eachSegment(plain, goOn, [&](std::uint64_t time, std::string_view segment) {
         if (!isStorable(encoder, segment.size()))
             return refused("a segment is too long for a compressed file");
@@ -176,7 +175,7 @@ tStatus decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& o
     le::store(magic, static_cast<std::uint32_t>(cDataFileHead));
     if (!out.writeAt(magic, sizeof magic, 0))
         return writeFailed(out);
-    tDataFileOutput plain(out, cDataFileHead, stored);
+    tConvertedFile plain(out, cDataFileHead, stored);
     tStatus status = eachSegment(encoded, goOn, [&](std::uint64_t time, std::string_view segment) {
         return appendPlain(plain, time, segment) ? tStatus() : writeFailed(out);
     });

@@ -10,8 +10,8 @@
 #include <string>
 
 #include "KestovaStorage/internal/codec/segmentencoder.h"
+#include "KestovaStorage/internal/conversion/convertedfile.h"
 #include "KestovaStorage/internal/conversion/sharedpieces.h"
-#include "KestovaStorage/internal/datafile/datafileoutput.h"
 #include "KestovaStorage/internal/datafile/datafilereader.h"
 #include "KestovaStorage/internal/disk/outputfile.h"
 #include "common/status.h"

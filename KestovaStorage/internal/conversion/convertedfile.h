@@ -1,12 +1,13 @@
-// tDataFileOutput: writes a data file of either kind from front to back, payload and index together, in large writes.
+// tConvertedFile: the data file that a conversion writes, of either kind, from front to back: payload and index
+// together, in large writes.
 //
 // Shapes   for each segment: room(), the bytes into it, add(). finish() writes what is left and the index head. What
 //          stands at the file's start, magic or coder's head, is the caller's.
 // Owner    the output file outlives it; memory is two buffers of a MiB, or what one segment takes.
 // Threads  starts none and locks nothing.
 // Errors   a write that fails ends the work; the output file has the reason.
-#ifndef KESTOVA_STORAGE_DATAFILE_DATAFILEOUTPUT_H
-#define KESTOVA_STORAGE_DATAFILE_DATAFILEOUTPUT_H
+#ifndef KESTOVA_STORAGE_CONVERSION_CONVERTEDFILE_H
+#define KESTOVA_STORAGE_CONVERSION_CONVERTEDFILE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -23,10 +24,10 @@ namespace storage
 // Called as the output grows: so many records are whole in the file, with their index.
 using tStored = std::function<void(std::size_t records)>;
 
-class tDataFileOutput
+class tConvertedFile
 {
 public:
-    tDataFileOutput(tOutputFile& out, tFileHeadSymbol kind, const tStored& stored);
+    tConvertedFile(tOutputFile& out, tFileHeadSymbol kind, const tStored& stored);
 
     // Returns room for `size` bytes behind the payload; null where what filled the buffer could not be written.
     char* room(std::size_t size);

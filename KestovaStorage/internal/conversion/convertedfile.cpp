@@ -1,4 +1,4 @@
-#include "KestovaStorage/internal/datafile/datafileoutput.h"
+#include "KestovaStorage/internal/conversion/convertedfile.h"
 
 #include <algorithm>
 #include <utility>
@@ -10,13 +10,13 @@ namespace
 constexpr std::size_t cBuffer = 1 << 20;
 }  // namespace
 
-char* tDataFileOutput::tStream::room(std::size_t size)
+char* tConvertedFile::tStream::room(std::size_t size)
 {
     m_buffer.resize(std::max({m_buffer.size(), m_used + size, cBuffer}));
     return m_buffer.data() + m_used;
 }
 
-bool tDataFileOutput::tStream::flush()
+bool tConvertedFile::tStream::flush()
 {
     if (!m_out.writeAt(m_buffer.data(), m_used, m_pos))
         return false;
@@ -25,25 +25,25 @@ bool tDataFileOutput::tStream::flush()
     return true;
 }
 
-tDataFileOutput::tDataFileOutput(tOutputFile& out, tFileHeadSymbol kind, const tStored& stored)
+tConvertedFile::tConvertedFile(tOutputFile& out, tFileHeadSymbol kind, const tStored& stored)
     : m_kind(kind), m_stored(stored), m_payload(out, cPayloadPos),
       m_index([&out](const void* data, std::size_t len, std::uint64_t pos) { return out.writeAt(data, len, pos); })
 {}
 
-char* tDataFileOutput::room(std::size_t size)
+char* tConvertedFile::room(std::size_t size)
 {
     if (m_payload.isFull(size) && !flush())
         return nullptr;
     return m_payload.room(size);
 }
 
-void tDataFileOutput::add(const tSegmentRecord& record, std::size_t size)
+void tConvertedFile::add(const tSegmentRecord& record, std::size_t size)
 {
     m_payload.used(size);
     m_slots.push_back(slotOf(m_kind, record));
 }
 
-bool tDataFileOutput::finish(std::string_view rest)
+bool tConvertedFile::finish(std::string_view rest)
 {
     m_payload.append(rest);
     if (!m_payload.flush() || !flushIndex() || !m_index.writeHead())
@@ -53,7 +53,7 @@ bool tDataFileOutput::finish(std::string_view rest)
 }
 
 // The last bits of a segment may come with the next one: what was there at the last flush is whole by this one.
-bool tDataFileOutput::flush()
+bool tConvertedFile::flush()
 {
     const std::uint32_t before = m_index.records();
     if (!m_payload.flush() || !flushIndex())
@@ -62,14 +62,14 @@ bool tDataFileOutput::flush()
     return true;
 }
 
-bool tDataFileOutput::flushIndex()
+bool tConvertedFile::flushIndex()
 {
     const bool flushed = m_slots.empty() || m_index.append(m_slots, m_slots.size());
     m_slots.clear();
     return flushed;
 }
 
-void tDataFileOutput::report(std::uint32_t records) const
+void tConvertedFile::report(std::uint32_t records) const
 {
     if (m_stored)
         m_stored(records);
