@@ -141,11 +141,16 @@ TEST_F(tMultiRadarClientTest, neverCallsAListenerThatIsGone)
     });
     for (int round = 0; round < 200; ++round)
     {
-        const auto alive = std::make_unique<std::atomic<bool>>(true);
-        tCallingListener listener([flag = alive.get()] { EXPECT_TRUE(*flag); });
+        std::atomic<bool> calling{false};
+        tCallingListener listener([&] {
+            calling = true;
+            std::this_thread::yield();
+            calling = false;
+        });
         m_client.addListener(&listener);
+        EXPECT_TRUE(round % 2 == 0 || waitUntil([&] { return listener.calls != 0; }));
         m_client.removeListener(&listener);
-        *alive = false;
+        EXPECT_FALSE(calling);
     }
     changing = false;
     changer.join();

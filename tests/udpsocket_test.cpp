@@ -251,16 +251,6 @@ TEST_F(tUdpSocketTest, saysOnceWhatCannotBeJoinedOrSentFromWhereAndWhy)
     EXPECT_THAT(said, HasSubstr("203.0.113.77"));
 }
 
-TEST_F(tUdpReceiverTest, leavesNoDescriptorAndNoThreadBehind)
-{
-    receive(m_collector, m_group);
-    const auto descriptors = openDescriptors(), threads = runningThreads();
-    for (int i = 0; i < 1000; ++i)
-        ASSERT_TRUE(receive(m_collector, m_group)->valid());
-    EXPECT_EQ(openDescriptors(), descriptors);
-    EXPECT_EQ(runningThreads(), threads);
-}
-
 TEST_F(tUdpSenderTest, reportsItsFirstRefusalOnlyAndGoesOn)
 {
     const std::string tooLong(65508, 'x');
