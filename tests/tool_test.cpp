@@ -124,7 +124,8 @@ TEST_F(tToolTest, reportsInOneLineWhyAJobFailed)
 
 TEST_F(tToolTest, recordsPlaysAndShowsExactlyWhatWasSimulated)
 {
-    tChildProcess recorder(tool(radar("record", {"--root", root, "--json"})));
+    tChildProcess recorder(tool(radar("record", {"--root", root, "--json", "--streams",
+                                                 "imageStream,imageState,arpaStream", "--streams", "aisDev,gpsDev"})));
     ASSERT_TRUE(recorder.says("recording to " + root)) << recorder.err();
     const tJson sent = result(radar("simulate", {"--spokes", "1500"}));
     recorder.signal(SIGINT);
@@ -135,13 +136,15 @@ TEST_F(tToolTest, recordsPlaysAndShowsExactlyWhatWasSimulated)
     EXPECT_EQ(recorded.at("schema"), "kestova/record/2");
     EXPECT_EQ(recorded.at("kernel_dropped"), 0);
     EXPECT_EQ(recorded.at("complete"), true);
-    const auto expected = ownStreams(sent.at("streams"), "datagrams");
+    auto expected = ownStreams(sent.at("streams"), "datagrams");
     EXPECT_EQ(expected.size(), 6u);
+    std::erase_if(expected, [](const auto& row) { return row.first.starts_with("headingDev"); });
     EXPECT_EQ(ownStreams(recorded.at("streams"), "datagrams"), expected);
 
     const tJson played = result({"replay", root, "--speed", "10"});
     EXPECT_EQ(played.at("schema"), "kestova/replay/1");
     EXPECT_EQ(ownStreams(played.at("streams"), "records"), expected);
+    EXPECT_EQ(result({"replay", root, "--speed", "10", "--streams", "imageStream"}).at("records"), 1500);
     const tJson shown = result({"info", root, "--digest"});
     EXPECT_EQ(shown.at("schema"), "kestova/info/2");
     EXPECT_EQ(shown.at("files").size(), 1u);
@@ -279,6 +282,7 @@ TEST_F(tToolTest, playsFromAPlaceSeveralTimesAndEndsALoopAtCtrlC)
     const tJson thrice = result({"replay", path, "--start", "1.9s", "--loop", "3"});
     EXPECT_EQ(thrice.at("passes"), 3);
     EXPECT_EQ(thrice.at("records"), 6);
+    EXPECT_GT(half.at("pace").get<double>(), 2.0 * thrice.at("pace").get<double>());
     tChildProcess child(tool({"replay", path, "--speed", "10", "--json", "--loop"}));
     ASSERT_TRUE(child.says("playing "));
     child.signal(SIGINT);

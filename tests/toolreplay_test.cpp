@@ -128,6 +128,7 @@ TEST(tPaceTest, stepsThroughTheSpeedsThatArePlayed)
     using session::tPace;
     EXPECT_EQ(tPace::of(3.7).factor(), 3.0);
     EXPECT_EQ(tPace::of(0.5).factor(), 1.0 / 3.0);
+    EXPECT_EQ(tPace::of(0.1).factor(), 1.0 / 11.0);
     EXPECT_EQ(tPace::of(0.1).slower().factor(), 1.0 / 11.0);
     EXPECT_EQ(tPace::of(1.0).slower().factor(), 0.5);
     EXPECT_EQ(tPace::of(1.0).slower().faster().factor(), 1.0);

@@ -13,6 +13,6 @@ run("${CXX}" -std=c++11 -Wall -Wextra -Wpedantic -Werror "${CMAKE_CURRENT_LIST_D
     ${flags} -o "${SCRATCH}/${NAME}/application")
 run(pkg-config --cflags --libs KestovaRecordings)
 separate_arguments(flags UNIX_COMMAND "${output}")
-run("${CXX}" -std=c++17 "${CMAKE_CURRENT_LIST_DIR}/application/recordings.cpp" ${flags} -o "${SCRATCH}/${NAME}/recordings")
+run("${CXX}" -std=c++17 "${CMAKE_CURRENT_LIST_DIR}/application/inventory.cpp" ${flags} -o "${SCRATCH}/${NAME}/inventory")
 set(ENV{LD_LIBRARY_PATH} "${PREFIX}/${LIB}")
-run_consumer("${SCRATCH}/${NAME}/application" "${SCRATCH}/${NAME}/recordings")
+run_consumer("${SCRATCH}/${NAME}/application" "${SCRATCH}/${NAME}/inventory")

@@ -9,17 +9,17 @@ function(run)
   set(output "${text}" PARENT_SCOPE)
 endfunction()
 
-# run_consumer(PROGRAM RECORDINGS): lets one built consumer record and replay, below a folder of its own, and the other
+# run_consumer(PROGRAM INVENTORY): lets one built consumer record and replay, below a folder of its own, and the other
 # look at the recording.
-function(run_consumer program recordings)
+function(run_consumer program inventory)
   file(REMOVE_RECURSE "${SCRATCH}/${NAME}/recordings")
   run("${program}" "${SCRATCH}/${NAME}/recordings")
   if(NOT output MATCHES "replayed 3 of 3 segments")
     message(NOTICE "${output}")
     message(FATAL_ERROR "${program} printed something else than expected")
   endif()
-  run("${recordings}" "${SCRATCH}/${NAME}/recordings")
+  run("${inventory}" "${SCRATCH}/${NAME}/recordings")
   if(NOT output MATCHES "^3 messages")
-    message(FATAL_ERROR "${recordings} printed ${output}")
+    message(FATAL_ERROR "${inventory} printed ${output}")
   endif()
 endfunction()
