@@ -19,7 +19,7 @@ namespace
 std::vector<std::string> playableFiles(const tReplayOptions& options)
 {
     std::string reason = "it holds no records";
-    const std::vector<std::string> files = findRecordings(options.path, options.suffix);
+    std::vector<std::string> files = findRecordings(options.path, options.suffix);
     for (const std::string& path : files)
     {
         storage::tDataFile file;

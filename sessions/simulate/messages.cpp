@@ -1,5 +1,7 @@
 #include "sessions/simulate/messages.h"
 
+#include <cmath>
+
 #include "sessions/simulate/scene.h"
 #include "sessions/simulate/spoke.h"
 
@@ -33,7 +35,7 @@ std::string imageStateMessage(const std::string& serial, double rpm, std::uint64
     storeLittleEndian(bytes, 24, 60, 2);
     storeLittleEndian(bytes, 26, 35, 2);
     storeLittleEndian(bytes, 28, 10, 2);
-    storeLittleEndian(bytes, 30, static_cast<std::uint64_t>(rpm * 10.0 + 0.5), 2);
+    storeLittleEndian(bytes, 30, static_cast<std::uint64_t>(std::llround(rpm * 10.0)), 2);
     storeLittleEndian(bytes, 114, timeMs, 8);
     return bytes;
 }
