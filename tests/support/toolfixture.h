@@ -53,7 +53,7 @@ protected:
     std::string fileOf(const std::vector<std::string>& segments, std::uint64_t stepMs, const char* name = "made.data",
                        std::uint64_t time = cTime) const
     {
-        std::vector<tHandSegment> made;
+        std::vector<tSegment> made;
         for (const std::string& segment : segments)
             made.push_back({time + made.size() * stepMs, segment});
         recordByHand(dir.file(name), made);
