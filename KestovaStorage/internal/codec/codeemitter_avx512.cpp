@@ -26,6 +26,7 @@ namespace
 #define KESTOVA_VECTORS __attribute__((target("avx512f,avx512bw,avx512vbmi,bmi,bmi2")))
 #define KESTOVA_VECTORS_INLINE KESTOVA_VECTORS inline __attribute__((always_inline))
 
+constexpr std::size_t cPrefetchDistance = 2048;  // bytes
 constexpr std::size_t cStep = 64;
 constexpr std::size_t cQuads = cStep / 4;
 
@@ -149,6 +150,8 @@ KESTOVA_VECTORS std::size_t emitVectors(const tVectorTables& tables, bool longGr
     std::size_t i = 0;
     while (len - i >= cStep)
     {
+        // Each line is read once, faster than the processor's own prefetching crosses pages.
+        _mm_prefetch(reinterpret_cast<const char*>(data + i) + cPrefetchDistance, _MM_HINT_T0);
         const tJoined joined = joinQuads(low, high, length, _mm512_loadu_si512(data + i));
         std::size_t done = cStep;
         if (!longGroups || !emitOcts(joined, stream))
