@@ -1,5 +1,5 @@
 // tSegmentEncoder: counts the bytes of segments, makes their code, and appends the codes of one segment after the other
-// to a bit stream. The storage engine's way into the codec; tHuffmanEncode is a handle over it.
+// to a bit stream. The storage engine's interface to the codec; tHuffmanEncode is a handle over it.
 //
 // Order    count() every segment; makeCodes(); head(); encode() every segment; rest(). clear() begins anew.
 // Stream   encode() writes complete units of 64 bits; the bits of an incomplete one are carried into the next call.
@@ -18,7 +18,7 @@
 
 namespace huffman
 {
-// Where the codes of a segment are, from the first byte that encode() wrote on.
+// The place of a segment's codes, from the first byte that encode() wrote on.
 struct tEncodedBits
 {
     std::uint32_t firstBit = 0;  // bits of earlier segments in front of them, 0 to 63
@@ -50,22 +50,22 @@ public:
 
     // Returns false if nothing was counted.
     bool makeCodes();
-    // Whether the stored form can be decoded: at least two byte values, no code longer than 31 bits, no count above 32
-    // bits. False before makeCodes().
+    // Returns whether the stored form can be decoded: at least two byte values, no code longer than 31 bits, no count
+    // above 32 bits. Returns false before makeCodes().
     bool isRestorable() const { return m_restorable; }
 
     // ---- Encoding ----
 
     // Returns the bytes of a tFileHead and gets ready to encode; prints one line. Empty if nothing was counted.
     std::string head();
-    bool isReady() const { return m_ready; }  // head() was made
-    // Bytes that encode() may write for a segment of this length.
+    bool isReady() const { return m_ready; }  // head() was called
+    // Returns the number of bytes that encode() may write for a segment of this length.
     std::size_t room(std::size_t len) const { return m_emitter.room(len); }
-    // Appends the codes of a segment; `out` has room(len) bytes. Where a byte has no code, those before it are in the
+    // Appends the codes of a segment; `out` has room(len) bytes. If a byte has no code, the codes before it are in the
     // stream.
     tEncodedBits encode(const void* bytes, std::uint32_t len, char* out);
-    // Ends the stream; prints one line. Returns the bytes of the unit that is not complete, one more than needed where
-    // it holds whole bytes. The unit stays: call it once.
+    // Ends the stream; prints one line. Returns the bytes of the unit that is not complete, one more than needed if it
+    // holds whole bytes. The unit stays: call it once.
     tEncodedRest rest();
 
     // ---- For files and byte arrays, which are no segments ----

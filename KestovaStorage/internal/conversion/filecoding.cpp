@@ -32,26 +32,27 @@ tStatus writeFailed(const tOutputFile& out)
     return tStatus::system(out.error(), "cannot be written");
 }
 
-// Calls goOn once in a while.
+// Reports progress once per cProgressStep bytes.
 class tProgress
 {
 public:
-    explicit tProgress(const tGoOn& goOn) : m_goOn(goOn) {}
+    explicit tProgress(const tProgressFunction& report) : m_report(report) {}
     bool add(std::uint64_t bytes)
     {
         m_done += bytes;
         if (m_done - m_reported < cProgressStep)
             return true;
         m_reported = m_done;
-        return !m_goOn || m_goOn(m_done);
+        return !m_report || m_report(m_done);
     }
 
 private:
-    const tGoOn& m_goOn;
+    const tProgressFunction& m_report;
     std::uint64_t m_done = 0, m_reported = 0;
 };
 
-bool appendEncoded(tConvertedFile& out, huffman::tSegmentEncoder& encoder, std::uint64_t time, std::string_view segment)
+bool appendEncoded(tConversionOutput& out, huffman::tSegmentEncoder& encoder, std::uint64_t time,
+                   std::string_view segment)
 {
     const auto len = static_cast<std::uint32_t>(segment.size());
     char* const to = out.room(encoder.room(len));
@@ -63,7 +64,7 @@ bool appendEncoded(tConvertedFile& out, huffman::tSegmentEncoder& encoder, std::
     return true;
 }
 
-bool appendPlain(tConvertedFile& out, std::uint64_t time, std::string_view segment)
+bool appendPlain(tConversionOutput& out, std::uint64_t time, std::string_view segment)
 {
     char* const to = out.room(segment.size());
     if (to == nullptr)
@@ -79,7 +80,7 @@ class tCounting
 public:
     tCounting(tDataFileReader& plain, huffman::tSegmentEncoder& encoder) : m_plain(plain), m_encoder(encoder) {}
 
-    tSharedPieces::tPiece piece()
+    tSharedPieces::tPieceFunction piece()
     {
         return [this](auto first, auto last, auto& bytes) { return count(first, last, bytes); };
     }
@@ -104,12 +105,12 @@ private:
     tSegmentReader m_segments;
 };
 
-// Gives every segment of the file to `append` (time, bytes), in order; its first failure ends the work.
+// Calls append(time, bytes) for every segment of the file, in order. Returns its first failure.
 template <typename tAppend>
-tStatus eachSegment(tDataFileReader& file, const tGoOn& goOn, tAppend append)
+tStatus eachSegment(tDataFileReader& file, const tProgressFunction& report, tAppend append)
 {
     tSegmentReader segments(cWindow);
-    tProgress progress(goOn);
+    tProgress progress(report);
     for (std::size_t i = 0; i < file.count(); ++i)
     {
         const tSegmentRecord record = file.record(i);
@@ -131,20 +132,20 @@ bool isStorable(const huffman::tSegmentEncoder& encoder, std::size_t len)
 }
 }  // namespace
 
-tStatus countSegments(tDataFileReader& plain, huffman::tSegmentEncoder& encoder, const tGoOn& goOn)
+tStatus countSegments(tDataFileReader& plain, huffman::tSegmentEncoder& encoder, const tProgressFunction& report)
 {
     huffman::tSegmentEncoder aside;
-    tCounting here(plain, encoder), there(plain, aside);
-    tSharedPieces work(plain, there.piece());
+    tCounting callerCounting(plain, encoder), workerCounting(plain, aside);
+    tSharedPieces work(plain, workerCounting.piece());
     work.available(plain.count());
-    tStatus status = work.finish(here.piece(), goOn);
+    tStatus status = work.finish(callerCounting.piece(), report);
     if (status)
         encoder.count(aside);
     return status;
 }
 
-tStatus encodeFile(tDataFileReader& plain, huffman::tSegmentEncoder& encoder, tOutputFile& out, const tGoOn& goOn,
-                   const tStored& stored)
+tStatus encodeFile(tDataFileReader& plain, huffman::tSegmentEncoder& encoder, tOutputFile& out,
+                   const tProgressFunction& report, const tStored& stored)
 try
 {
     if (!encoder.makeCodes() || !encoder.isRestorable())
@@ -152,8 +153,8 @@ try
     const std::string head = encoder.head();
     if (!out.writeAt(head.data(), head.size(), 0))
         return writeFailed(out);
-    tConvertedFile encoded(out, cHuffmanFileHead, stored);
-    tStatus status = eachSegment(plain, goOn, [&](std::uint64_t time, std::string_view segment) {
+    tConversionOutput encoded(out, cHuffmanFileHead, stored);
+    tStatus status = eachSegment(plain, report, [&](std::uint64_t time, std::string_view segment) {
         if (!isStorable(encoder, segment.size()))
             return refused("a segment is too long for a compressed file");
         return appendEncoded(encoded, encoder, time, segment) ? tStatus() : writeFailed(out);
@@ -168,15 +169,15 @@ catch (const std::out_of_range&)
     return damaged("it has changed since its bytes were counted");
 }
 
-tStatus decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tGoOn& goOn,
+tStatus decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tProgressFunction& report,
                    const tStored& stored)
 {
     unsigned char magic[4];
     le::store(magic, static_cast<std::uint32_t>(cDataFileHead));
     if (!out.writeAt(magic, sizeof magic, 0))
         return writeFailed(out);
-    tConvertedFile plain(out, cDataFileHead, stored);
-    tStatus status = eachSegment(encoded, goOn, [&](std::uint64_t time, std::string_view segment) {
+    tConversionOutput plain(out, cDataFileHead, stored);
+    tStatus status = eachSegment(encoded, report, [&](std::uint64_t time, std::string_view segment) {
         return appendPlain(plain, time, segment) ? tStatus() : writeFailed(out);
     });
     if (!status)

@@ -1,8 +1,8 @@
 // tFileConverter: one finished data file on its way from one form to the other. The result is written beside it,
-// compared, synced, and takes its place at one stroke.
+// compared, synced, and renamed over it.
 //
-// Threads  starts one to help while it works; the observer is called on the calling thread.
-// Errors   the source is untouched; the tStatus does not name it.
+// Threads  starts a second one while it works; the observer is called on the calling thread.
+// Errors   a failure leaves the source untouched; the tStatus does not name it.
 #ifndef KESTOVA_STORAGE_CONVERSION_FILECONVERTER_H
 #define KESTOVA_STORAGE_CONVERSION_FILECONVERTER_H
 
@@ -21,7 +21,7 @@ namespace storage
 class tFileConverter
 {
 public:
-    // Of a link, the file that it leads to is converted, where it is. `observer` may be null.
+    // A link is resolved: its target is converted in its own folder. `observer` may be null.
     tFileConverter(const std::string& path, iConversionObserver* observer);
 
     tStatus compress(const std::string& suffix);
@@ -34,7 +34,7 @@ private:
     tStatus openOutput(const std::string& result);
     template <typename tWork>
     tStatus write(tWork work);
-    tGoOn progress(tConversionStep step);
+    tProgressFunction progress(tConversionStep step);
     tStatus sync();
     tStatus checkWhole() const;
     tStatus replace();

@@ -34,9 +34,9 @@ namespace storage
 class tDataFileReader
 {
 public:
-    // Returns null, with the reason in `failure` where not null, for what cannot be read or is no data file.
+    // Returns null, and sets `failure` unless it is null, if the file cannot be read or is no data file.
     static std::unique_ptr<tDataFileReader> open(const std::string& path, tStatus* failure = nullptr);
-    // The same without its index, which may still be being written: readRecords() gives what is there.
+    // Opens the file without reading its index, which may still grow; readRecords() returns what is there.
     static std::unique_ptr<tDataFileReader> openBare(const std::string& path, tStatus* failure = nullptr);
     ~tDataFileReader();
     tDataFileReader(const tDataFileReader&) = delete;
@@ -55,11 +55,12 @@ public:
     bool sorted() const { return m_sorted; }                 // by time
     std::size_t longestRun() const { return m_longestRun; }  // of neighbours with equal times
 
-    // Reads `len` bytes at `pos` into `to`; returns false if the file does not give them all.
+    // Reads `len` bytes at `pos` into `to`; returns false if the file does not hold them all or the read fails.
     bool read(std::uint64_t pos, std::size_t len, char* to);
     // Replaces `records` by `count` records from number `first` on as they stand on disk now, unchecked.
     bool readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records);
-    // Reads the codes of a Huffman file; null for a plain one and where they cannot be used. Kept until closeFile().
+    // Reads the codes of a Huffman file. Returns null for a plain file, and if the codes cannot be used; valid until
+    // closeFile().
     const huffman::tSegmentDecoder* decoder();
     void closeFile();
 

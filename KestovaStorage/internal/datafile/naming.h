@@ -29,8 +29,8 @@ std::string timeYmToString(std::time_t seconds);      // 2024.05
 std::string timeYmdToString(std::time_t seconds);     // 2024.05.17
 std::string timeSecToString(std::time_t seconds);     // elapsed time: 0001_05_09
 
-// The label of a folder (withTime false) or a file. `timestamp` in ms; 0 means `now`, in seconds. While the clock is
-// not set (before November 2022) the label is the time since `startTime`, which is set at the first such call.
+// Returns the label of a folder (withTime false) or a file. `timestamp` in ms; 0 means `now`, in seconds. While the
+// clock is not set (before November 2022) the label is the time since `startTime`, which is set at the first such call.
 std::string storageTimLabel(tTimes_ms timestamp, bool withTime, tTimes_s now, tTimes_s& startTime);
 }  // namespace storage::naming
 

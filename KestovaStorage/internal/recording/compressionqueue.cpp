@@ -90,8 +90,8 @@ catch (const std::bad_alloc&)
     report(job.path, "not enough memory");
 }
 
-// The plain file goes when every byte of the compressed one is on the disk.
-// Kept: it also goes where the output cannot be created.
+// Removes the plain file once every byte of the compressed one is on the disk.
+// Kept: removes it also if the output cannot be created.
 tStatus tCompressionQueue::compress(tJob& job, unsigned int cancelled)
 {
     tStatus failure;
@@ -108,8 +108,8 @@ tStatus tCompressionQueue::compress(tJob& job, unsigned int cancelled)
         std::remove(job.path.c_str());
         return tStatus(out.status()).of("it is removed, for no output could be made");
     }
-    const tGoOn goOn = [&](std::uint64_t) { return m_cancelled == cancelled; };
-    if (tStatus status = encodeFile(*plain, *job.encoder, out, goOn, nullptr); !status)
+    const tProgressFunction progress = [&](std::uint64_t) { return m_cancelled == cancelled; };
+    if (tStatus status = encodeFile(*plain, *job.encoder, out, progress, nullptr); !status)
         return status;
     if (!out.commit(name))
         return out.status();
@@ -117,7 +117,7 @@ tStatus tCompressionQueue::compress(tJob& job, unsigned int cancelled)
     return {};
 }
 
-// A file is complete when its last segment ends where all that was counted ends.
+// A file is complete if its payload has as many bytes as were counted.
 bool tCompressionQueue::isComplete(const tJob& job) const
 {
     return paths::exists(job.path) &&
