@@ -4,9 +4,9 @@
 //
 // 50 s of datagrams of 542 bytes, 10,000 a second, as a recording and as a capture. In turn, RUNS (5) times each: the
 // recording is played by Kestova::tRadarDataReplayer at speed 10, and the capture by `tcpreplay --multiplier=10`, onto
-// a group on the loopback interface, where another process listens with a receive buffer of 4 MiB. Shown are what that
-// listener lost, the pace from its first datagram to its last against the recorded one, and the CPU time a record of
-// whoever sends. Run it as root in a network namespace of its own: unshare -n network_replay_bench
+// a group on the loopback interface, to which another process listens with a receive buffer of 4 MiB. Shown are the
+// losses of that listener, the pace from its first datagram to its last against the recorded one, and the CPU time a
+// record of the sender. Run it as root in a network namespace of its own: unshare -n network_replay_bench
 #include <array>
 #include <atomic>
 #include <cmath>
@@ -67,7 +67,7 @@ std::string payloadOf(std::uint32_t number)
     return payload;
 }
 
-// ---- what is played ----
+// ---- the data ----
 
 class tPackageWriter final : public iPackageObserver
 {
@@ -113,8 +113,8 @@ std::uint16_t headerSum(const std::string& header)
     return static_cast<std::uint16_t>(~sum);
 }
 
-// Ethernet, IP and UDP before every payload of the capture. The source is no address of this machine: the kernel throws
-// frames from the wire away that come from one.
+// Ethernet, IP and UDP before every payload of the capture. The source is no address of this machine: the kernel drops
+// received frames with one.
 std::string headers()
 {
     const std::uint32_t group = net::transAddr(cGroup), from = net::transAddr("192.0.2.1");
@@ -149,9 +149,9 @@ void makeCapture(const std::string& path)
     require(out.good(), "capture");
 }
 
-// ---- who listens ----
+// ---- the listener ----
 
-struct tHeard
+struct tReceived
 {
     std::uint64_t datagrams, disordered;
     double span;  // seconds from the first to the last
@@ -165,21 +165,21 @@ public:
         std::uint32_t number = 0;
         std::memcpy(&number, data, sizeof number);
         m_last = tClock::now();
-        if (heard.datagrams++ == 0)
+        if (received.datagrams++ == 0)
             m_first = m_last;
         else
-            heard.disordered += number <= m_number ? 1 : 0;
+            received.disordered += number <= m_number ? 1 : 0;
         m_number = number;
-        heard.span = std::chrono::duration<double>(m_last - m_first).count();
+        received.span = std::chrono::duration<double>(m_last - m_first).count();
     }
-    tHeard heard{};
+    tReceived received{};
 
 private:
     tClock::time_point m_first, m_last;
     std::uint32_t m_number = 0;
 };
 
-// A process of its own that listens until its standard input ends, and then says what it heard.
+// A process of its own that listens until its standard input ends, and then reports what it received.
 class tListenerProcess
 {
 public:
@@ -193,15 +193,15 @@ public:
         char ready = 0;
         require(::read(m_report[0], &ready, 1) == 1, "listener");
     }
-    tHeard finish()
+    tReceived finish()
     {
         ::close(m_stop[1]);
-        tHeard heard{};
-        require(::read(m_report[0], &heard, sizeof heard) == sizeof heard, "listener");
+        tReceived received{};
+        require(::read(m_report[0], &received, sizeof received) == sizeof received, "listener");
         for (const int end : {m_stop[0], m_report[0], m_report[1]})
             ::close(end);
         ::waitpid(m_child, nullptr, 0);
-        return heard;
+        return received;
     }
 
 private:
@@ -218,14 +218,14 @@ private:
             while (::read(m_stop[0], &byte, 1) > 0)
                 ;
         }
-        ::_exit(::write(m_report[1], &listener.heard, sizeof listener.heard) == sizeof listener.heard ? 0 : 1);
+        ::_exit(::write(m_report[1], &listener.received, sizeof listener.received) == sizeof listener.received ? 0 : 1);
     }
 
     int m_stop[2], m_report[2];
     pid_t m_child = -1;
 };
 
-// ---- who sends ----
+// ---- the senders ----
 
 class tEnd final : public Kestova::iRadarDataReplayObserver
 {
@@ -289,11 +289,11 @@ struct tColumn
         const double before = cpuOf(who);
         send();
         cpu.push_back((cpuOf(who) - before) / cRecords * 1e6);
-        std::this_thread::sleep_for(100ms);  // what is on its way
-        const tHeard heard = listener.finish();
-        lost.push_back(static_cast<double>(cRecords - heard.datagrams));
-        disordered.push_back(static_cast<double>(heard.disordered));
-        error.push_back(std::fabs(heard.span * cSpeed / cRecordedSeconds - 1.0) * 100.0);
+        std::this_thread::sleep_for(100ms);  // datagrams on their way
+        const tReceived received = listener.finish();
+        lost.push_back(static_cast<double>(cRecords - received.datagrams));
+        disordered.push_back(static_cast<double>(received.disordered));
+        error.push_back(std::fabs(received.span * cSpeed / cRecordedSeconds - 1.0) * 100.0);
     }
     void show(const char* name) const
     {
@@ -311,7 +311,7 @@ void loopbackUp()
     std::strcpy(request.ifr_name, "lo");
     const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     request.ifr_flags = IFF_UP;
-    ::ioctl(socket, SIOCSIFFLAGS, &request);  // where this may not be done, it is up already
+    ::ioctl(socket, SIOCSIFFLAGS, &request);  // without the right to do so, it is up already
     ::close(socket);
 }
 }  // namespace

@@ -1,4 +1,4 @@
-// kestova export: a recording as a capture that Wireshark and tcpdump read.
+// kestova export: writes a recording as a capture for Wireshark and tcpdump.
 #include <filesystem>
 #include <fmt/format.h>
 #include <memory>
@@ -9,7 +9,7 @@
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/frames.h"
 #include "KestovaRecordings/groupaddress.h"
-#include "KestovaRecordings/packageview.h"
+#include "KestovaRecordings/packagecontents.h"
 #include "KestovaRecordings/streamchoice.h"
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datastorageio.h"
@@ -35,11 +35,11 @@ struct tOptions
     std::string suffix = ".data";
     std::vector<std::string> streams;
     std::string capture;
-    std::string source = "192.0.2.1:6000";  // an address for documentation: recordings do not hold the sender's
+    std::string source = "192.0.2.1:6000";  // an address for documentation: recordings do not hold the sender
     bool json = false;
 };
 
-// A jump behind the end plays everything without waiting, in order of time.
+// A jump beyond the end plays everything in order of time, without waits.
 constexpr double cWithoutWaiting = 2.0;
 
 class tExport : private storage::iDataReadReplayObserver
@@ -65,7 +65,7 @@ public:
         while (!m_progress.state().ended && !m_stop.wait(std::chrono::milliseconds(5)) && failure().empty())
         {
             if (m_console.progressDue())
-                m_console.progress(fmt::format("{:>7}  {} datagrams", percentText(m_progress.state().progress),
+                m_console.progress(fmt::format("{:>7}  {} datagrams", percentText(m_progress.state().fraction),
                                                m_progress.state().records));
         }
         m_storage.CloseReadingFile();
@@ -99,7 +99,7 @@ private:
             m_failure = failure.what();
     }
 
-    void write(std::uint64_t timeMs, const tPackageView& package)
+    void write(std::uint64_t timeMs, const tPackageContents& package)
     {
         const NetAddress to{package.ip, net::HtoNs(package.port)};
         for (const std::string& frame : framesOf(m_source, to, package.payload, m_id++))
@@ -160,7 +160,7 @@ private:
     const NetAddress m_source;
     const std::vector<std::string> m_files;
     std::unique_ptr<tCaptureWriter> m_writer;
-    // Written on the replay thread, read when that has ended.
+    // The replay thread writes them; run() reads them after its end.
     std::uint16_t m_id = 0;
     std::uint64_t m_played = 0, m_noDatagram = 0, m_frames = 0;
     mutable std::mutex m_mutex;

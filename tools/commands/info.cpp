@@ -69,7 +69,7 @@ tJson fileJson(const tFileInfo& file, bool withDigest)
             {"streams", streamsOf(file.streams, withDigest)}};
 }
 
-tJson infoJson(const tOptions& options, const tScan& scan)
+tJson infoJson(const tOptions& options, const tInfoScan& scan)
 {
     const tTotals& totals = scan.totals();
     tJson files = tJson::array();
@@ -119,7 +119,7 @@ std::string streamsTextOf(const tStreamHistories& streams, bool withDigest)
 
 std::string gapsText(const tStreamHistories& streams)
 {
-    constexpr std::size_t most = 10;
+    constexpr std::size_t cMost = 10;
     std::vector<std::pair<tGap, std::string>> all;
     for (const auto& [key, stream] : streams)
     {
@@ -129,13 +129,13 @@ std::string gapsText(const tStreamHistories& streams)
     std::stable_sort(all.begin(), all.end(),
                      [](const auto& a, const auto& b) { return a.first.length() > b.first.length(); });
     std::string text = all.empty() ? "\nno gaps\n" : "\ngaps, the longest first\n";
-    for (std::size_t i = 0; i < std::min(most, all.size()); ++i)
+    for (std::size_t i = 0; i < std::min(cMost, all.size()); ++i)
         text += fmt::format("{}  from {}  {}\n", durationText(all[i].first.length()),
                             localTimeText(all[i].first.fromMs), all[i].second);
     return text;
 }
 
-std::string infoText(const tOptions& options, const tScan& scan)
+std::string infoText(const tOptions& options, const tInfoScan& scan)
 {
     const tTotals& totals = scan.totals();
     std::string text;
@@ -154,7 +154,7 @@ std::string infoText(const tOptions& options, const tScan& scan)
 
 int info(const tOptions& options, tConsole& console)
 {
-    tScan scan(parseDuration(options.gap), options.digest, console);
+    tInfoScan scan(parseDuration(options.gap), options.digest, console);
     const bool whole = scan.run(options.path, options.suffix);
     if (options.json)
         printJson(console, infoJson(options, scan));

@@ -6,25 +6,25 @@
 
 #include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/failure.h"
-#include "KestovaRecordings/packageview.h"
+#include "KestovaRecordings/packagecontents.h"
 #include "tools/shell/console.h"
 
 namespace tool
 {
 using namespace recordings;
 
-tScan::tScan(std::uint64_t gapMs, bool withDigest, tConsole& console)
+tInfoScan::tInfoScan(std::uint64_t gapMs, bool withDigest, tConsole& console)
     : m_gapMs(gapMs), m_withDigest(withDigest), m_console(console)
 {}
 
-bool tScan::run(const std::string& path, const std::string& suffix)
+bool tInfoScan::run(const std::string& path, const std::string& suffix)
 {
     const auto paths = findRecordings(path, suffix);
     for (std::size_t i = 0; i < paths.size() && !m_stop.requested(); ++i)
     {
         m_position = fmt::format("{} of {} files", i + 1, paths.size());
-        enter(std::filesystem::path(paths[i]).parent_path().string());
-        add(look(paths[i]));
+        enterFolder(std::filesystem::path(paths[i]).parent_path().string());
+        add(scanFile(paths[i]));
     }
     if (m_files.size() == 1 && !m_files[0].error.empty() && paths.size() == 1)
         throw tFailure(m_files[0].error);
@@ -32,7 +32,7 @@ bool tScan::run(const std::string& path, const std::string& suffix)
 }
 
 // The time between two recordings is no gap.
-void tScan::enter(const std::string& folder)
+void tInfoScan::enterFolder(const std::string& folder)
 {
     if (folder == m_folder)
         return;
@@ -41,7 +41,7 @@ void tScan::enter(const std::string& folder)
     m_folder = folder;
 }
 
-tFileInfo tScan::look(const std::string& path)
+tFileInfo tInfoScan::scanFile(const std::string& path)
 {
     tFileInfo info;
     info.path = path;
@@ -57,11 +57,11 @@ tFileInfo tScan::look(const std::string& path)
     info.damaged = file.damagedCount();
     info.readable = info.records == 0 || isReadable(file) || info.kind == storage::cDataFileHead;
     for (std::size_t i = 0; i < file.recordCount() && !m_stop.requested(); ++i)
-        lookAt(file, i, info);
+        scanRecord(file, i, info);
     return info;
 }
 
-void tScan::lookAt(storage::tDataFile& file, std::size_t i, tFileInfo& info)
+void tInfoScan::scanRecord(storage::tDataFile& file, std::size_t i, tFileInfo& info)
 {
     const std::uint64_t timeMs = file.record(i).timeMs;
     info.firstMs = info.firstMs == 0 ? timeMs : std::min(info.firstMs, timeMs);
@@ -83,7 +83,7 @@ void tScan::lookAt(storage::tDataFile& file, std::size_t i, tFileInfo& info)
         m_console.progress(fmt::format("{}: {} of {} records", m_position, i, info.records));
 }
 
-void tScan::add(tFileInfo info)
+void tInfoScan::add(tFileInfo info)
 {
     m_totals.skipped += info.error.empty() ? 0 : 1;
     m_totals.size += info.size;

@@ -1,4 +1,4 @@
-// tScan: looks through data files one after the other, for info.
+// tInfoScan: reads data files one after the other, for kestova info.
 #ifndef KESTOVA_TOOLS_COMMANDS_INFOSCAN_H
 #define KESTOVA_TOOLS_COMMANDS_INFOSCAN_H
 
@@ -17,9 +17,9 @@ class tConsole;
 struct tFileInfo
 {
     std::string path;
-    std::string error;  // why it is no data file; empty otherwise
+    std::string error;  // why it is no data file; empty for a data file
     storage::tFileHeadSymbol kind = storage::cDataFileHead;
-    bool readable = true;  // its segments can be read back
+    bool readable = true;  // its segments can be read
     bool finished = false;
     std::uint64_t size = 0, records = 0, bytes = 0, damaged = 0;
     std::uint64_t firstMs = 0, lastMs = 0;
@@ -33,30 +33,30 @@ struct tTotals
     recordings::tStreamHistories streams;
 };
 
-class tScan
+class tInfoScan
 {
 public:
-    // Silences from gapMs on are gaps.
-    tScan(std::uint64_t gapMs, bool withDigest, tConsole& console);
+    // Silences of `gapMs` or more are gaps.
+    tInfoScan(std::uint64_t gapMs, bool withDigest, tConsole& console);
 
-    // Returns false if the user ends it before everything is looked through. Throws tFailure if there is nothing to
-    // look at, or a single file that is no data file.
+    // Returns false if the user ends the scan early. Throws tFailure if there is no file, or a single one that is no
+    // data file.
     bool run(const std::string& path, const std::string& suffix);
 
     const std::vector<tFileInfo>& files() const { return m_files; }
     const tTotals& totals() const { return m_totals; }
 
 private:
-    void enter(const std::string& folder);
-    tFileInfo look(const std::string& path);
-    void lookAt(storage::tDataFile& file, std::size_t i, tFileInfo& info);
+    void enterFolder(const std::string& folder);
+    tFileInfo scanFile(const std::string& path);
+    void scanRecord(storage::tDataFile& file, std::size_t i, tFileInfo& info);
     void add(tFileInfo info);
 
     const std::uint64_t m_gapMs;
     const bool m_withDigest;
     tConsole& m_console;
     tStopSignal m_stop;
-    std::string m_folder;    // of the file in hand
+    std::string m_folder;    // of the present file
     std::string m_position;  // in the progress line
     std::string m_segment;
     std::vector<tFileInfo> m_files;

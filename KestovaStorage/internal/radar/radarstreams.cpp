@@ -55,8 +55,9 @@ std::vector<tRadarGroup> radarGroups(const RadarAddress& radar, const std::vecto
         if (address.ip != 0 && address.port != 0)
             addOnce(groups, {address, row.msgInfo, row.recBuffSize});
     }
-    for (const eServiceGroup group : {eRadarCheckGroup, eRadarNegotiationGroup, eMultiRadarServiceGroup})
-        addOnce(groups, {serviceAddress(group), cServiceGroups[group].msgInfo, cServiceGroupBuffSize});
+    for (unsigned int group = 0; group < eTotalServiceGroups; ++group)
+        addOnce(groups, {serviceAddress(static_cast<eServiceGroup>(group)), cServiceGroups[group].msgInfo,
+                         cServiceGroupBuffSize});
     return groups;
 }
 }  // namespace Kestova

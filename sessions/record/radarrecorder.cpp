@@ -1,4 +1,4 @@
-#include "sessions/record/radarrecording.h"
+#include "sessions/record/radarrecorder.h"
 
 #include <algorithm>
 #include <chrono>
@@ -9,8 +9,7 @@
 #include "KestovaStorage/servicegroups.h"
 #include "UdpSocket/udpsocket.h"
 #include "sessions/localaddress.h"
-
-#include "sessions/record/recordingplace.h"
+#include "sessions/record/recordingchecks.h"
 
 namespace session
 {
@@ -19,11 +18,10 @@ using namespace recordings;
 namespace
 {
 using namespace std::chrono_literals;
-
 }  // namespace
 
-tRadarRecording::tRadarRecording(const tRadarChoice& radar, const tStreamChoice& streams, const std::string& localIp,
-                                 const std::string& folder, bool compress)
+tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& streams, const std::string& localIp,
+                               const std::string& folder, bool compress)
 {
     chooseGroups(radar.find(), streams);
     const std::uint32_t ip = localIp.empty() ? 0 : localAddress(localIp);
@@ -38,7 +36,7 @@ tRadarRecording::tRadarRecording(const tRadarChoice& radar, const tStreamChoice&
     waitForSockets();
 }
 
-void tRadarRecording::chooseGroups(const RadarAddress& address, const tStreamChoice& streams)
+void tRadarRecorder::chooseGroups(const RadarAddress& address, const tStreamChoice& streams)
 {
     const auto expect = [this](const NetAddress& group, tReadWriteType kind) {
         m_groups.push_back(group);
@@ -54,15 +52,15 @@ void tRadarRecording::chooseGroups(const RadarAddress& address, const tStreamCho
     }
     if (m_kinds.empty())
         throw tFailure("the radar has no address for any of the selected streams: choose other --streams");
-    for (const eServiceGroup group : {eRadarCheckGroup, eRadarNegotiationGroup, eMultiRadarServiceGroup})
-        expect(serviceAddress(group), cServiceGroups[group].msgInfo.rwType);
+    for (unsigned int group = 0; group < eTotalServiceGroups; ++group)
+        expect(serviceAddress(static_cast<eServiceGroup>(group)), cServiceGroups[group].msgInfo.rwType);
     std::sort(m_groups.begin(), m_groups.end(), tNetAddress_less());
     const auto same = [](const NetAddress& a, const NetAddress& b) { return a.ip == b.ip && a.port == b.port; };
     m_groups.erase(std::unique(m_groups.begin(), m_groups.end(), same), m_groups.end());
 }
 
 // The saver opens its sockets when the radar client reports the local address, a moment after connect.
-void tRadarRecording::waitForSockets()
+void tRadarRecorder::waitForSockets()
 {
     const auto deadline = std::chrono::steady_clock::now() + 5s;
     while (groupCounters().size() < m_groups.size())
@@ -78,7 +76,7 @@ void tRadarRecording::waitForSockets()
     }
 }
 
-std::vector<Kestova::tGroupCounters> tRadarRecording::groupCounters() const
+std::vector<Kestova::tGroupCounters> tRadarRecorder::groupCounters() const
 {
     std::vector<Kestova::tGroupCounters> counters(64);
     const int known = m_saver->GetGroupCounters(counters.data(), static_cast<int>(counters.size()));
@@ -86,7 +84,7 @@ std::vector<Kestova::tGroupCounters> tRadarRecording::groupCounters() const
     return counters;
 }
 
-void tRadarRecording::noteDiscarded()
+void tRadarRecorder::updateDiscarded()
 {
     for (const auto& group : groupCounters())
     {
@@ -97,10 +95,10 @@ void tRadarRecording::noteDiscarded()
     }
 }
 
-tRecordingState tRadarRecording::state()
+tRecorderState tRadarRecorder::state()
 {
-    noteDiscarded();
-    tRecordingState state;
+    updateDiscarded();
+    tRecorderState state;
     state.streams = m_received.table();
     for (const auto& [key, discarded] : m_discarded)
         state.discarded[key] = discarded.before + discarded.now;
@@ -110,26 +108,25 @@ tRecordingState tRadarRecording::state()
     return state;
 }
 
-void tRadarRecording::closeSockets()
+void tRadarRecorder::closeSockets()
 {
-    noteDiscarded();
+    updateDiscarded();
     m_saver->SocketClear();
 }
 
-bool tRadarRecording::waitWritten(unsigned int timeoutMs)
+bool tRadarRecorder::waitWritten(unsigned int timeoutMs)
 {
     return m_saver->WaitWriteIdle(timeoutMs);
 }
 
-void tRadarRecording::closeFile()
+void tRadarRecorder::closeFile()
 {
     m_saver->disconnect();
     m_saver->FinishWrite();
 }
 
-void tRadarRecording::UpdateRecDataModify(const tUdpMsgInfo&, const char* groupAddr, int port, char* data, int len)
+void tRadarRecorder::UpdateRecDataModify(const tUdpMsgInfo&, const char* groupAddr, int port, char* data, int len)
 {
     m_received.add({net::transAddr(groupAddr), net::HtoNs(static_cast<std::uint16_t>(port))}, data, len);
 }
-
 }  // namespace session
