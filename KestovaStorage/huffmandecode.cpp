@@ -116,7 +116,7 @@ bool tHuffmanDecode::SetHuffmanHead(const tFileHead& head)
     return false;  // kept: success has always returned false as well
 }
 
-std::string tHuffmanDecode::DecodeSrcFileSegment(char* data, uint32_t len, uint8_t firstBit, uint8_t lastBits) const
+std::string tHuffmanDecode::DecodeSrcFileSegment(char* data, uint32_t len, uint8_t firstBit, uint8_t lastBits)
 {
     if (!d->m_segments.hasCodes() || len == 0)
         return {};

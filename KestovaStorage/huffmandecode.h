@@ -36,7 +36,7 @@ public:
     // (1 to 8, 0 meaning 8) the number of valid bits in the last byte. Bits of an unfinished code at the end are
     // dropped. A record of one byte is decoded from its bit 0, whatever `firstBit` says: shift such a byte. Returns an
     // empty text if no head was set, or one that names fewer than two byte values.
-    std::string DecodeSrcFileSegment(char* data, uint32_t len, uint8_t firstBit, uint8_t lastBits) const;
+    std::string DecodeSrcFileSegment(char* data, uint32_t len, uint8_t firstBit, uint8_t lastBits);
 
     // ---- Byte arrays (eByteArrayMode) ----
 

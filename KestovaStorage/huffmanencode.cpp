@@ -192,7 +192,7 @@ bool tHuffmanEncode::PreReadSrcFileSegment(const char* data, size_t len)
     return true;
 }
 
-uint32_t tHuffmanEncode::GetPreReadSize() const
+uint32_t tHuffmanEncode::GetPreReadSize()
 {
     return static_cast<std::uint32_t>(d->m_encoder.countedBytes());
 }

@@ -3,6 +3,7 @@
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
+#include <functional>
 #include <vector>
 
 #include "KestovaStorage/internal/codec/codetree.h"
@@ -60,16 +61,27 @@ tHuffmanTree::~tHuffmanTree()
     delete d;
 }
 
-tNode tHuffmanTree::GetHuffmanTree() const
+tNode tHuffmanTree::GetHuffmanTree()
 {
     return d->m_nodes.empty() ? tNode{0, 0, nullptr, nullptr} : d->m_nodes.back();
 }
 
-void tHuffmanTree::GetHuffmanCode(tHuffmanCodeMap& codes) const
+void tHuffmanTree::GetHuffmanCode(tHuffmanCodeMap& codes)
 {
     codes.clear();
     if (!d->m_nodes.empty())
         huffmanCode(&d->m_nodes.back(), std::string(), codes);
+}
+
+void tHuffmanTree::deleteTree(const tNode* node)
+{
+    const std::less<const tNode*> before;
+    const tNode* const own = d->m_nodes.data();
+    if (node == nullptr || (!before(node, own) && before(node, own + d->m_nodes.size())))
+        return;
+    deleteTree(node->left);
+    deleteTree(node->right);
+    delete node;
 }
 
 void tHuffmanTree::huffmanCode(const tNode* node, const std::string& prefix, tHuffmanCodeMap& codes)

@@ -42,10 +42,13 @@ public:
 
     // Returns a copy of the root; the nodes below it belong to the tree and live as long. A tree without nodes returns
     // a leaf of value and count 0.
-    tNode GetHuffmanTree() const;
+    tNode GetHuffmanTree();
     // Replaces `codes` by the code of every byte value. A tree of a single leaf has the empty code for that byte, a
     // tree without nodes has no codes.
-    void GetHuffmanCode(tHuffmanCodeMap& codes) const;
+    void GetHuffmanCode(tHuffmanCodeMap& codes);
+    // Frees a subtree of nodes that the caller made with new; null is none. Nodes of this tree are left alone: they
+    // live as long as the tree.
+    void deleteTree(const tNode* node);
     // Adds the codes of all leaves below `node`, each beginning with `prefix`; a byte that has one keeps it.
     static void huffmanCode(const tNode* node, const std::string& prefix, tHuffmanCodeMap& codes);
 

@@ -197,12 +197,12 @@ void tPackageBuilderAndSplitter::SetID(int id)
     d->setId(id);
 }
 
-unsigned int tPackageBuilderAndSplitter::GetSplittedPackageCnt() const
+unsigned int tPackageBuilderAndSplitter::GetSplittedPackageCnt()
 {
     return d->splittedCount();
 }
 
-unsigned int tPackageBuilderAndSplitter::GetBuildedPackageCnt() const
+unsigned int tPackageBuilderAndSplitter::GetBuildedPackageCnt()
 {
     return d->buildedCount();
 }

@@ -34,8 +34,8 @@ public:
 
     void SetID(int id);  // the identity given to observers and printed; -1 at the start
 
-    unsigned int GetSplittedPackageCnt() const;  // the number expected of the next split package
-    unsigned int GetBuildedPackageCnt() const;   // packages built since construction or the last Clear
+    unsigned int GetSplittedPackageCnt();  // the number expected of the next split package
+    unsigned int GetBuildedPackageCnt();   // packages built since construction or the last Clear
 
     // Passes `len` bytes of a received stream to the splitter, in any portions; does nothing for `len` of 0 or less.
     // Damage is reported on standard output and skipped: 41 bytes at a bad end marker, everything up to the next head
@@ -54,8 +54,9 @@ public:
 
     // Observers are called in the order of registration and are not owned. The spelling is part of the interface.
     // An added observer is called from the next package on; a removed one is not called again, not even for the current
-    // package. When RemovePackageObserer returns, no call to that observer is under way; called from inside an observer
-    // call of this object, it returns without waiting for calls on the other threads.
+    // package. RemovePackageObserer waits until no call to that observer is under way, so hold no lock that the
+    // observer takes; called from inside an observer call of this object, it returns without waiting for the other
+    // threads.
     void AddPackageObserer(iPackageObserver* observer);
     void RemovePackageObserer(iPackageObserver* observer);
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 #include "KestovaStorage/internal/replay/replayoutput.h"
@@ -21,7 +22,8 @@ tReplayPipeline::tTypes setOf(const eReadWriteType* types, int count)
 
 // The storage engine's observer for one open call. It keeps the application's observer of that call: a replay that is
 // being closed notifies the observer that it was opened with, even if another is opened next. The engine releases it
-// after its last call; then its sockets close.
+// after its last call; if CloseReadingFile ended it, its sockets close then and its service messages are forgotten.
+// Opening another recording keeps both, so that a playlist keeps its service and its source ports.
 class tOpening : public storage::iDataReadReplayObserver
 {
 public:
@@ -30,11 +32,13 @@ public:
     {}
     ~tOpening() override
     {
-        if (m_network != nullptr)
+        if (m_network != nullptr && m_closed)
             m_network->clear();
     }
     tOpening(const tOpening&) = delete;
     tOpening& operator=(const tOpening&) = delete;
+
+    void close() { m_closed = true; }
 
     void UpdateReplayStatus(std::uint8_t status) override
     {
@@ -56,6 +60,7 @@ private:
     tReplayPipeline& m_records;
     tReplayOutput* const m_network;
     iRadarDataReplayObserver* const m_observer;
+    std::atomic<bool> m_closed{false};  // by CloseReadingFile
 };
 }  // namespace
 
@@ -76,10 +81,16 @@ public:
 
     bool open(const std::string& path, iRadarDataReplayObserver* observer)
     {
-        return OpenReadingFor(path, std::make_shared<tOpening>(m_records, m_network.get(), observer));
+        const auto opening = std::make_shared<tOpening>(m_records, m_network.get(), observer);
+        {
+            const std::lock_guard<std::mutex> lock(m_openingMutex);
+            m_opening = opening;
+        }
+        return OpenReadingFor(path, opening);
     }
     void close()
     {
+        markClosed();
         CloseReadingFile();
         if (m_network)
             m_network->clear();  // spoke loops' sockets too, if nothing was open
@@ -92,6 +103,16 @@ public:
     tReplayPipeline& records() { return m_records; }
 
 private:
+    // From inside a callback closing is deferred: the opening itself has to know.
+    void markClosed()
+    {
+        const std::lock_guard<std::mutex> lock(m_openingMutex);
+        if (const auto opening = m_opening.lock())
+            opening->close();
+    }
+
+    std::mutex m_openingMutex;
+    std::weak_ptr<tOpening> m_opening;               // guarded by m_openingMutex: the last one
     const std::unique_ptr<tReplayOutput> m_network;  // null if nothing is to be sent
     tReplayPipeline m_records;
 };

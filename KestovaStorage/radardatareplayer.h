@@ -54,8 +54,8 @@ public:
     // Also closes the sockets of all destinations and drops the service messages to repeat.
     void CloseReadingFile();
 
-    // Null removes the observer. When it returns, no call to an earlier one is under way, unless it is called from
-    // inside a call. Not owned.
+    // Null removes the observer. Waits until no call to an earlier one is under way, so hold no lock that it takes;
+    // called from inside a call it does not wait. Not owned.
     void SetReplayModifyObserver(iRadarReplayModifyObserver* observer);
 
     // Keeps the picture alive while replay does not advance. `run` true: every loop that holds spokes sends the last

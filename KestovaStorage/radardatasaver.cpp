@@ -56,7 +56,7 @@ public:
     bool connect(const char* serial, unsigned short id, bool flag);
     bool disconnect();
     void SocketClear();
-    bool isConnected() const { return m_isConnected; }
+    bool isConnected() { return m_isConnected; }
     void SetRecDataModifyObserver(iRadarRecDataModifyObserver* observer) { m_modifyGate.set(observer); }
     void ManualWriteRadarData(const char* groupAddr, int port, const char* data, int len);
     void ManualWriteData(const char* addr, int port, const char* data, int len, unsigned long timestamp);
@@ -238,7 +238,7 @@ void tRadarDataSaver::SocketClear()
     d->SocketClear();
 }
 
-bool tRadarDataSaver::isConnected() const
+bool tRadarDataSaver::isConnected()
 {
     return d->isConnected();
 }
@@ -274,12 +274,12 @@ bool tRadarDataSaver::WaitWriteIdle(unsigned int timeout_ms)
     return d->WaitWriteIdle(timeout_ms);
 }
 
-std::string tRadarDataSaver::GetCurrentWriteDataFileName() const
+std::string tRadarDataSaver::GetCurrentWriteDataFileName()
 {
     return d->GetCurrentWriteDataFileName();
 }
 
-uint32_t tRadarDataSaver::GetWriteDataFifoSize() const
+uint32_t tRadarDataSaver::GetWriteDataFifoSize()
 {
     return d->GetWriteDataFifoSize();
 }

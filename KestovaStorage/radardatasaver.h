@@ -74,11 +74,11 @@ public:
     // received is in the file, and finishes the file. Returns false if it was not connected or no sockets were open
     // (the local address not yet reported, or SocketClear).
     bool disconnect();
-    void SocketClear();        // closes the sockets until the next change of the address; the file stays open
-    bool isConnected() const;  // whether connect was called, and not disconnect since; also after a connect that failed
+    void SocketClear();  // closes the sockets until the next change of the address; the file stays open
+    bool isConnected();  // whether connect was called, and not disconnect since; also after a connect that failed
 
-    // Null removes the observer. When it returns, no call to an earlier one is under way, unless it is called from
-    // inside a call. Not owned.
+    // Null removes the observer. Waits until no call to an earlier one is under way, so hold no lock that it takes;
+    // called from inside a call it does not wait. Not owned.
     void SetRecDataModifyObserver(iRadarRecDataModifyObserver* observer);
 
     // Handles a datagram as if it had arrived on that group: recorded if the group is one of those joined.
@@ -92,8 +92,8 @@ public:
     void FinishWrite();
     // Waits until everything received before the call is in the file; returns false after `timeout_ms`.
     bool WaitWriteIdle(unsigned int timeout_ms);
-    std::string GetCurrentWriteDataFileName() const;
-    uint32_t GetWriteDataFifoSize() const;
+    std::string GetCurrentWriteDataFileName();
+    uint32_t GetWriteDataFifoSize();
     uint64_t GetWriteLostCnt() const;
     uint32_t GetCompressingCnt() const;
     void CancelCompressing();

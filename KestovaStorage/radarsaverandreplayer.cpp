@@ -1,7 +1,10 @@
 #include "KestovaStorage/radarsaverandreplayer.h"
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <mutex>
 
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/packagerecorder.h"
@@ -15,6 +18,7 @@ constexpr char cSuffix[] = ".qvdata";
 constexpr std::uint8_t cOwnRecords = 15;  // radarMultiNum of what SaveData writes: no radar has this number
 constexpr int cMaxLen = static_cast<int>(cMaxStreamPackage - cPackageOverhead);
 constexpr unsigned int cEndTimeout_ms = 5000;  // how long ending a recording waits for the writer
+constexpr std::chrono::milliseconds cStateGrace{50};
 
 tUdpMsgInfo infoOf(int dataType)
 {
@@ -23,10 +27,62 @@ tUdpMsgInfo infoOf(int dataType)
 }
 }  // namespace
 
+// Holds the messages of a replay back until the observer has been called with the state. The replay itself opens and
+// may be steered meanwhile.
+class tMessageGate
+{
+public:
+    void close()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_open = false;
+        m_opensAt = tClock::time_point::max();
+    }
+    // Opens at the end of `period`, if nobody opens it before: the call of the observer is under way by then, and may
+    // last as long as it likes.
+    void openWithin(std::chrono::milliseconds period)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_opensAt = tClock::now() + period;
+        m_changed.notify_all();
+    }
+    void open()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_open = true;
+        m_changed.notify_all();
+    }
+    void pass()
+    {
+        if (m_open)
+            return;
+        std::unique_lock<std::mutex> lock(m_mutex);
+        while (!m_open && tClock::now() < m_opensAt)
+            waitForChange(lock);
+        m_open = true;
+    }
+
+private:
+    using tClock = std::chrono::steady_clock;
+
+    void waitForChange(std::unique_lock<std::mutex>& lock)
+    {
+        if (m_opensAt == tClock::time_point::max())
+            m_changed.wait(lock);
+        else
+            m_changed.wait_until(lock, m_opensAt);
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::atomic<bool> m_open{true};                            // changed under m_mutex
+    tClock::time_point m_opensAt = tClock::time_point::max();  // guarded by m_mutex
+};
+
 class tRadarSaverAndReplayerPrivate : public storage::iDataReadReplayObserver
 {
 public:
-    explicit tRadarSaverAndReplayerPrivate(iSaveReplayObserver* observer) : m_observer(observer) { notifyState(); }
+    explicit tRadarSaverAndReplayerPrivate(iSaveReplayObserver* observer) : m_observer(observer) {}
     ~tRadarSaverAndReplayerPrivate() override
     {
         m_replayer.CloseReadingFile();
@@ -35,12 +91,7 @@ public:
     tRadarSaverAndReplayerPrivate(const tRadarSaverAndReplayerPrivate&) = delete;
     tRadarSaverAndReplayerPrivate& operator=(const tRadarSaverAndReplayerPrivate&) = delete;
 
-    // The first report of a replay waits here, so that the observer gets the state before any message.
-    void UpdateReplayStatus(std::uint8_t status) override
-    {
-        if (status == storage::eReplayOpening)
-            m_stateNotified.wait(false);
-    }
+    void UpdateReplayStatus(std::uint8_t) override {}
     void UpdateDataTimeSpan(std::uint64_t, std::uint64_t) override {}
     void UpdateReplayData(std::uint64_t, double progress, const char* data, unsigned int len, std::string) override;
 
@@ -56,15 +107,9 @@ public:
     storage::tDataStorageIO m_replayer{"", cSuffix};
 
 private:
-    void releaseReplay()
-    {
-        m_stateNotified = true;
-        m_stateNotified.notify_all();
-    }
-
     std::atomic<eSaveReplayState> m_state{eIdle};
-    std::atomic<bool> m_ending{false};         // no message is delivered any more
-    std::atomic<bool> m_stateNotified{false};  // the observer knows the state: an opened replay may continue
+    std::atomic<bool> m_ending{false};  // no message is delivered any more
+    tMessageGate m_messages;
     iSaveReplayObserver* const m_observer;
     tPackageRecorder m_packageRecorder{m_saver};
 };
@@ -106,18 +151,20 @@ void tRadarSaverAndReplayerPrivate::finishFile()
 
 bool tRadarSaverAndReplayerPrivate::startReplaying(const std::string& path)
 {
-    m_stateNotified = m_ending = false;
+    m_ending = false;
+    m_messages.close();
     if (!m_replayer.OpenReadDataFileorFolder(path, this))
         return false;
+    m_messages.openWithin(cStateGrace);
     enter(eReplaying);
-    releaseReplay();
+    m_messages.open();
     return true;
 }
 
 void tRadarSaverAndReplayerPrivate::endReplay()
 {
     m_ending = true;
-    releaseReplay();  // if the observer ends it from inside UpdateState
+    m_messages.open();  // if the observer ends it from inside UpdateState
     m_replayer.CloseReadingFile();
     enter(eIdle);
 }
@@ -125,7 +172,8 @@ void tRadarSaverAndReplayerPrivate::endReplay()
 void tRadarSaverAndReplayerPrivate::UpdateReplayData(std::uint64_t, double progress, const char* data, unsigned int len,
                                                      std::string)
 {
-    const tRadarMsgPackage* const package = asWholePackage(data, len);
+    m_messages.pass();
+    const tRadarMsgPackage* const package = asPackage(data, len);
     if (package == nullptr || package->msgInfo.radarMultiNum != cOwnRecords || package->udpAddr != 0 ||
         package->udpPort != 0 || m_observer == nullptr || m_ending)
         return;
@@ -135,7 +183,9 @@ void tRadarSaverAndReplayerPrivate::UpdateReplayData(std::uint64_t, double progr
 
 tRadarSaverAndReplayer::tRadarSaverAndReplayer(iSaveReplayObserver* observer)
     : m_p(new tRadarSaverAndReplayerPrivate(observer))
-{}
+{
+    m_p->notifyState();  // the observer may call every operation from inside
+}
 
 tRadarSaverAndReplayer::~tRadarSaverAndReplayer()
 {

@@ -60,7 +60,8 @@ public:
 
     // Idle: opens a file, or every file below a folder, and plays it at the recorded pace on a thread of its own. The
     // state stays until EndReplay, at the end of the recording too; only a progress of 1.0 marks that end. Returns true
-    // also if there is nothing to play. No message comes before the observer's UpdateState has returned.
+    // also if there is nothing to play. No message comes before UpdateState(eReplaying) has been called; if that call
+    // lasts, messages may come before it returns. Opening goes on meanwhile, so it may steer the replay.
     bool StartReplaying(const std::string& path);
     // Replaying: as in storage::tDataStorageIO. Pause and Resume return false until playing has begun.
     bool Pause();

@@ -259,9 +259,11 @@ public:
         list.push_back(observer);
         publish(std::move(list));
     }
-    // Removes every entry equal to `observer`; returns when no call to it is under way.
+    // Removes every entry equal to `observer`; returns when no call to it is under way. Null: does nothing.
     void remove(tObserver* observer)
     {
+        if (observer == nullptr)
+            return;
         tObserverCalls::tLock held = m_calls.lock();
         tObservers list = *m_newest;
         std::erase(list, observer);

@@ -65,6 +65,15 @@ TEST_F(tRadarDataReplayerTest, sendsEveryRecordToItsGroupInOrder)
         EXPECT_EQ(datagram.fromPort, (i % 2 == 0 ? a : b).all()[0].fromPort);  // one sender
     }
     EXPECT_EQ(replayer->GetSentCnt(), 60u);
+    for (const bool closed : {false, true})  // a playlist keeps its source ports until it is closed
+    {
+        const std::size_t before = a.count();
+        if (closed)
+            replayer->CloseReadingFile();
+        replayer->OpenReadDataFileorFolder(waiting("next.data"), nullptr);
+        ASSERT_TRUE(a.heard(before + 1));
+        EXPECT_EQ(a.all()[before].fromPort != a.all()[0].fromPort, closed);
+    }
     EXPECT_FALSE(storage::tDataStorageIO::DiskCheckThreadEnable);
 }
 

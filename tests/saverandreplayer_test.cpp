@@ -99,8 +99,6 @@ TEST_F(tSaverAndReplayerTest, endsFromInsideItsCallbacksAndWorksWithoutAnObserve
     recordByHand(dir.file("a.qvdata"), tSegments(99, {1, radarRecord({1, 2, 0, 1, 15}, {}, "a")}));
     std::atomic<char> at{'2'};
     log.react = [&](const std::string& word) {
-        if (word == "2")
-            waitUntil([&] { return log.count("a") != 0; }, std::chrono::milliseconds(20));  // nothing comes meanwhile
         if (word[0] == at)
             facade->EndReplay();
     };
@@ -109,4 +107,37 @@ TEST_F(tSaverAndReplayerTest, endsFromInsideItsCallbacksAndWorksWithoutAnObserve
     EXPECT_TRUE(startReplaying() && log.waitForText("0 2 0 2 a 0")) << log.text();
     facade = std::make_unique<tRadarSaverAndReplayer>(nullptr);
     EXPECT_TRUE(startReplaying() && facade->State() == eReplaying);  // and is destroyed while it replays
+}
+
+TEST_F(tSaverAndReplayerTest, replaysAndJumpsWhileUpdateStateLasts)
+{
+    recordByHand(dir.file("a.qvdata"),
+                 {{1, radarRecord({1, 2, 0, 1, 15}, {}, "a")}, {60'000, radarRecord({1, 2, 0, 1, 15}, {}, "b")}});
+    bool jumped = false;
+    log.react = [&](const std::string& word) {
+        if (word == "2")  // the state is known before the first message, and playing goes on while this call lasts
+            jumped = waitUntil([&] { return log.count("a") != 0; }) && waitUntil([&] { return facade->Jump(1.0); }) &&
+                     waitUntil([&] { return log.count("b") != 0; });
+    };
+    ASSERT_TRUE(startReplaying());
+    EXPECT_TRUE(jumped);
+    EXPECT_EQ(log.text(), "0 2 a b");
+}
+
+TEST(tSaverAndReplayerOwnerTest, mayUseTheFacadeFromInsideItsFirstState)
+{
+    struct tOwner : iSaveReplayObserver
+    {
+        void UpdateState(eSaveReplayState state) override
+        {
+            if (state == eIdle && !m_started)
+                m_started = facade.StartSaving(dir.string() + "/") && !facade.Pause();
+        }
+        void UpdateReplayData(double, int, const char*, int) override {}
+        tTempDir dir;
+        bool m_started = false;
+        tRadarSaverAndReplayer facade{this};
+    } owner;
+    EXPECT_TRUE(owner.m_started);
+    EXPECT_EQ(owner.facade.State(), eSaving);
 }

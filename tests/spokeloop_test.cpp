@@ -140,12 +140,12 @@ TEST_F(tSpokeLoopTest, keepsSpokesWhileItStandsOnly)
     EXPECT_EQ(loop.size(), 3u);
 }
 
-TEST_F(tSpokeLoopTest, startsAndStopsQuicklyAndRefusesAbsurdNumbers)
+TEST_F(tSpokeLoopTest, startsAndStopsQuicklyAndTakesAnyNumberUpToALimitOfLoops)
 {
     tSpokeLoops loops(&log);
     testing::internal::CaptureStderr();
-    for (const int number : {-1, 256, INT_MAX, 0, 255})
-        loops.feed(number, {number == 0 || number == 255 ? 1u : 2u, 0, 0, "s"});
+    for (const int number : {-1, 0, INT_MAX})
+        loops.feed(number, {number < 0 ? 2u : 1u, 0, 0, "s"});
     const std::string said = testing::internal::GetCapturedStderr();
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
     for (int i = 0; i < 300; ++i)  // a pass takes 2 s: waiting for its end would take longer than a test may
@@ -156,4 +156,18 @@ TEST_F(tSpokeLoopTest, startsAndStopsQuicklyAndRefusesAbsurdNumbers)
     EXPECT_FALSE(waitUntil([&] { return log.size() != 2; }, 100ms));
     for (const auto& emitted : log.segments())
         EXPECT_EQ(emitted.time, 1u);
+}
+
+TEST_F(tSpokeLoopTest, keepsNoMoreLoopsThanItsLimit)
+{
+    tSpokeLoops loops(nullptr);
+    testing::internal::CaptureStderr();
+    for (std::size_t number = 0; number < tSpokeLoops::cMaxLoops; ++number)
+        loops.feed(static_cast<int>(number) * 1000, {1, 0, 0, "s"});
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    testing::internal::CaptureStderr();
+    for (const int number : {1, 0, 2})
+        loops.feed(number, {1, 0, 0, "s"});
+    const std::string printed = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 1) << printed;
 }

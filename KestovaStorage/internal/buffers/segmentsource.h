@@ -10,7 +10,8 @@ public:
     virtual ~iSegmentSource() = default;
     // Writes the whole segment; a long one before the queue is locked, so that no other thread waits for its copy.
     virtual void write(char* place) = 0;
-    // Called once, under the queue's lock and in the order of the queue; null if the queue drops the segment.
+    // Called once, under the queue's lock and in the order of the queue; null, and without the lock where there is no
+    // queue to lock, if the segment is dropped.
     virtual void queued(char* place) = 0;
 };
 

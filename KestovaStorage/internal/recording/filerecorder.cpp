@@ -138,9 +138,10 @@ try
     if (wake)
         m_writeDataThread.notify();
 }
-catch (const std::bad_alloc&)
+catch (const std::bad_alloc&)  // before anything was queued
 {
     ++m_lostCnt;
+    queued(nullptr);
 }
 
 void tFileRecorder::finishWrite()

@@ -26,7 +26,7 @@ static_assert(cServiceMarkPos + sizeof cReplayedMark <= cServiceLen);
 
 bool tEditableRecord::load(const char* bytes, std::size_t len)
 {
-    const tRadarMsgPackage* const package = asWholePackage(bytes, len);
+    const tRadarMsgPackage* const package = asPackage(bytes, len);
     if (package == nullptr)
         return false;
     m_bytes.assign(bytes, bytes + len);

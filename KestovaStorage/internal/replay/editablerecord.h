@@ -18,7 +18,8 @@ namespace Kestova
 class tEditableRecord
 {
 public:
-    // Copies `len` bytes. Returns false, and leaves the record unusable, unless they are exactly one whole package.
+    // Copies `len` bytes. Returns false, and leaves the record unusable, unless head and message lie
+    // within them. Marks are not checked.
     bool load(const char* bytes, std::size_t len);
 
     const tUdpMsgInfo& msgInfo() const { return m_msgInfo; }

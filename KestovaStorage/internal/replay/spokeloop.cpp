@@ -122,18 +122,22 @@ void tCircleSpokes::emit(const tSpokeString& spoke)
 void tSpokeLoops::feed(int number, tSpokeString spoke)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (number < 0 || number >= cMaxLoops)
+    auto place = m_circleSpokeLoops.find(number);
+    if (place == m_circleSpokeLoops.end())
     {
-        if (!m_refusalReported)
-            std::fprintf(stderr, "Radar data replayer: circle loop %d is beyond %d, its spokes are not kept\n", number,
-                         cMaxLoops - 1);
-        m_refusalReported = true;
-        return;
+        if (number < 0 || m_circleSpokeLoops.size() >= cMaxLoops)
+            return refuse(number);
+        place = m_circleSpokeLoops.emplace(number, std::make_unique<tCircleSpokes>(m_observer)).first;
     }
-    std::unique_ptr<tCircleSpokes>& loop = m_circleSpokeLoops[number];
-    if (!loop)
-        loop = std::make_unique<tCircleSpokes>(m_observer);
-    loop->feed(std::move(spoke));
+    place->second->feed(std::move(spoke));
+}
+
+void tSpokeLoops::refuse(int number)
+{
+    if (!m_refusalReported)
+        std::fprintf(stderr, "Radar data replayer: no more than %zu circle loops, spokes of loop %d are not kept\n",
+                     cMaxLoops, number);
+    m_refusalReported = true;
 }
 
 void tSpokeLoops::run(bool on)

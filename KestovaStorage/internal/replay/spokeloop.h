@@ -73,16 +73,18 @@ private:
 class tSpokeLoops
 {
 public:
-    static constexpr int cMaxLoops = 256;
+    static constexpr std::size_t cMaxLoops = 4096;  // that exist at once
 
     explicit tSpokeLoops(iCircleSpokeObserver* observer) : m_observer(observer) {}
 
-    // Adds the spoke to loop `number`, creating the loop if it is missing. Drops spokes of numbers from cMaxLoops on,
-    // and reports the first one.
+    // Adds the spoke to loop `number`, 0 or more, creating the loop if it is missing. Drops spokes of further loops
+    // once cMaxLoops exist, and reports the first one.
     void feed(int number, tSpokeString spoke);
     void run(bool on);
 
 private:
+    void refuse(int number);
+
     iCircleSpokeObserver* const m_observer;
     std::mutex m_mutex;
     std::map<int, std::unique_ptr<tCircleSpokes>> m_circleSpokeLoops;  // guarded by m_mutex
