@@ -1,11 +1,9 @@
 # One line a test program: its name and its labels.
 kestova_test(abi contract)
 kestova_test(radardatasaver contract net)
-kestova_test(saveralone contract net slow)
-kestova_test(saverconnection contract net)
 kestova_test(radar unit net)
 kestova_test(udpsocket net)
-kestova_test(networkinterfaces net)
+kestova_test(networkinterfaces contract net slow)
 kestova_test(radardirectory unit)
 kestova_test(multiradarclient contract)
 kestova_test(observers unit)

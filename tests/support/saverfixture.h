@@ -36,7 +36,7 @@ protected:
 
     void SetUp() override { ASSERT_TRUE(client.setLocalInterface("127.0.0.1")); }
 
-    static std::string groupText() { return net::transAddr(group(0).ip); }
+    static std::string groupIp() { return net::transAddr(group(0).ip); }
     static int port(int stream) { return net::NtoHs(group(stream).port); }
     static NetAddress group(int stream)
     {
