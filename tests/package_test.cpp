@@ -54,15 +54,15 @@ TEST(tDeliveryWorkerTest, handsPackagesOverInTheOrderOfTheirNumbers)
         numbers.push_back(asPackage(package, len)->packCnt);
     });
     std::vector<std::thread> producers;
-    for (const std::size_t len : {0UL, 10UL, 2 * tDeliveryWorker::cLongSegment})
-        producers.emplace_back([&builder, payload = std::string(len, 'p')] {
-            for (int i = 0; i < 500; ++i)
-                builder.build({}, payload.data(), payload.size());
+    for (int i = 0; i < 3; ++i)
+        producers.emplace_back([&builder, payload = std::string(2 * tDeliveryWorker::cLongSegment, 'p')] {
+            for (std::size_t k = 0; k < 30'000; ++k)  // enough that they meet
+                builder.build({}, payload.data(), k % 100 == 0 ? payload.size() : k % 10);
         });
     for (std::thread& producer : producers)
         producer.join();
     EXPECT_TRUE(queue.waitIdle(30s));
-    EXPECT_EQ(numbers.size(), 1'500U);
+    EXPECT_EQ(numbers.size(), 90'000U);
     EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
 }
 

@@ -56,8 +56,7 @@ TEST_F(tSaverAndReplayerTest, keepsTheLowSixteenBitsOfATypeAndRefusesLengthsThat
     save(std::string(65'495, 'l')), facade->SaveData(1, "x", -1), facade->SaveData(1, nullptr, 3);
     const std::string printed = testing::internal::GetCapturedStderr();
     EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 3) << printed;
-    save("m", 0x70102), save("n", -1);
-    facade = std::make_unique<tRadarSaverAndReplayer>(this);  // the old one ends its saving
+    save("m", 0x70102), save("n", -1), facade->EndSave();
     ASSERT_EQ(saved().size(), 2u);
     EXPECT_EQ(asText(saved()[0].msgInfo) + std::to_string(saved()[0].group.ip + saved()[0].group.port), "1,2,1,2,150");
     ASSERT_TRUE(startReplaying() && log.waitFor("n"));
@@ -78,6 +77,19 @@ TEST_F(tSaverAndReplayerTest, leavesOutForeignAndDamagedRecords)
                                         {1, good}});
     ASSERT_TRUE(startReplaying());
     EXPECT_TRUE(log.waitForText("0 2 good")) << log.text();
+}
+
+TEST_F(tSaverAndReplayerTest, losesNothingWhenSavingEndsOrItIsDestroyed)
+{
+    const std::string message(65'000, 'p');
+    for (const int round : {0, 1})
+    {
+        ASSERT_TRUE(startSaving());
+        for (int i = 0; i < 2'000; ++i)
+            save(message);
+        round == 0 ? facade->EndSave() : facade.reset();
+    }
+    EXPECT_EQ(saved().size(), 4'000u);
 }
 
 TEST_F(tSaverAndReplayerTest, endsFromInsideItsCallbacksAndWorksWithoutAnObserver)
