@@ -44,6 +44,7 @@ protected:
 class tSaverAloneTest : public tSaverFixture
 {
 protected:
+    static void SetUpTestSuite() { network(); }  // before the fixture has the client
     void SetUp() override
     {
         if (!network().why().empty())
