@@ -39,6 +39,9 @@ std::size_t slotOf(tMember member)
 constexpr std::size_t cOnePointer = sizeof(void*), cTwoPointers = 2 * sizeof(void*);
 constexpr std::size_t cFirstSlot = 2;  // behind the two of the virtual destructor, which stands first everywhere
 
+template <std::size_t size, typename... tHandles>
+constexpr bool allOfSize = (... && (sizeof(tHandles) == size));
+
 // Whether the operations stand one behind the other from the first slot on.
 template <typename... tMembers>
 bool stand(tMembers... members)
@@ -50,21 +53,11 @@ bool stand(tMembers... members)
 
 TEST(tAbiTest, keepsTheSizesOfHandlesAndOfRecordsThatCrossTheInterface)
 {
-    EXPECT_EQ(sizeof(storage::tDataStorageIO), cTwoPointers);
-    EXPECT_EQ(sizeof(huffman::tHuffmanTree), cTwoPointers);
-    EXPECT_EQ(sizeof(huffman::tHuffmanEncode), cTwoPointers);
-    EXPECT_EQ(sizeof(huffman::tHuffmanDecode), cTwoPointers);
-    EXPECT_EQ(sizeof(tPackageBuilderAndSplitter), cTwoPointers);
-    EXPECT_EQ(sizeof(pcap::tPcapReader), cTwoPointers);
-    EXPECT_EQ(sizeof(Kestova::tPackageRecorder), cOnePointer);
-    EXPECT_EQ(sizeof(Kestova::tRadarDataSaver), cTwoPointers);
-    EXPECT_EQ(sizeof(Kestova::tRadarDataReplayer), cTwoPointers);
-    EXPECT_EQ(sizeof(Kestova::tRadarSaverAndReplayer), cTwoPointers);
-    EXPECT_EQ(sizeof(storage::tDataFile), cOnePointer);
-    EXPECT_EQ(sizeof(net::UdpReceiver), cOnePointer);
-    EXPECT_EQ(sizeof(net::tDatagramReceiver), cOnePointer);
-    EXPECT_EQ(sizeof(net::UdpSender), cOnePointer);
-    EXPECT_EQ(sizeof(MultiRadarClient), cOnePointer);
+    EXPECT_TRUE((allOfSize<cTwoPointers, storage::tDataStorageIO, huffman::tHuffmanTree, huffman::tHuffmanEncode,
+                           huffman::tHuffmanDecode, tPackageBuilderAndSplitter, pcap::tPcapReader,
+                           Kestova::tRadarDataSaver, Kestova::tRadarDataReplayer, Kestova::tRadarSaverAndReplayer>));
+    EXPECT_TRUE((allOfSize<cOnePointer, Kestova::tPackageRecorder, storage::tDataFile, net::UdpReceiver,
+                           net::tDatagramReceiver, net::UdpSender, MultiRadarClient>));
     EXPECT_EQ(sizeof(net::tUdpReceiverCounters), 24U);
     EXPECT_EQ(sizeof(storage::tDataFileRecord), 24U);
     EXPECT_EQ(sizeof(pcap::tPcapFileHead), 8U);

@@ -6,7 +6,6 @@
 #include <thread>
 
 #include "KestovaStorage/internal/buffers/receivebuffer.h"
-#include "KestovaStorage/internal/buffers/segmentsource.h"
 #include "KestovaStorage/internal/buffers/walkqueue.h"
 #include "KestovaStorage/internal/package/deliveryworker.h"
 #include "KestovaStorage/internal/package/packagebuilder.h"
@@ -19,36 +18,6 @@
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-
-namespace
-{
-// Drops every other package, as a queue does while no file is open.
-struct tSink : iPackageSink
-{
-    void queue(std::size_t len, std::uint64_t timestamp_ms, iSegmentSource& package) override
-    {
-        std::string place(len, '\0');
-        package.write(place.data());
-        EXPECT_EQ(builder.count(), taken.size()) << "a number taken before the place could be overtaken";
-        package.queued(taken.size() % 2 == 0 ? place.data() : nullptr);
-        taken.push_back(place.substr(13, 4) + "@" + std::to_string(timestamp_ms));
-    }
-    std::vector<std::string> taken;
-    tPackageBuilder builder{*this};
-};
-}  // namespace
-
-TEST(tPackageBuilderTest, numbersPackagesAsTheyArePlacedDroppedOnesToo)
-{
-    tSink sink;
-    std::string ready = makePackage(77);
-    sink.builder.build({{}, 9, 0, 0, 5}, "x", 1);
-    sink.builder.build({{}, 9, 0, 0, 6}, "x", 1);
-    sink.builder.queueReady(ready.data(), ready.size());
-    EXPECT_THAT(sink.taken, ElementsAre(littleEndian(0, 4) + "@5", littleEndian(9, 4) + "@6",
-                                        littleEndian(2, 4) + "@1700000000123"));
-    EXPECT_EQ(ready, makePackage(2));
-}
 
 TEST(tPackageRecorderTest, recordsGroupNumberAndTimeAndCountsWhatFindsNoFile)
 {
@@ -85,15 +54,15 @@ TEST(tDeliveryWorkerTest, handsPackagesOverInTheOrderOfTheirNumbers)
         numbers.push_back(asPackage(package, len)->packCnt);
     });
     std::vector<std::thread> producers;
-    for (const std::size_t len : {0UL, 10UL, 2 * tDeliveryWorker::cLongSegment})
-        producers.emplace_back([&builder, payload = std::string(len, 'p')] {
-            for (int i = 0; i < 500; ++i)
-                builder.build({}, payload.data(), payload.size());
+    for (int i = 0; i < 3; ++i)
+        producers.emplace_back([&builder, payload = std::string(2 * tDeliveryWorker::cLongSegment, 'p')] {
+            for (std::size_t k = 0; k < 30'000; ++k)  // enough that they meet
+                builder.build({}, payload.data(), k % 100 == 0 ? payload.size() : k % 10);
         });
     for (std::thread& producer : producers)
         producer.join();
     EXPECT_TRUE(queue.waitIdle(30s));
-    EXPECT_EQ(numbers.size(), 1'500U);
+    EXPECT_EQ(numbers.size(), 90'000U);
     EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
 }
 

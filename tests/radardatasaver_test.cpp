@@ -1,89 +1,48 @@
+// A recorder of a radar: what it records, and how its connections begin, change and end.
 #include <gmock/gmock.h>
+#include <thread>
 
+#include "support/addresslistener.h"
+#include "support/processentries.h"
 #include "support/saverfixture.h"
 
 using namespace Kestova;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::internal::CaptureStderr;
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStderr;
 using testing::internal::GetCapturedStdout;
 
 class tRadarDataSaverTest : public tSaverFixture
-{};
+{
+protected:
+    // Changes the address and waits until the client has reported it to everybody registered before.
+    void changeAddress(const char* dotted)
+    {
+        tAddressListener last;
+        client.addListener(&last);
+        client.setLocalInterface(dotted);
+        EXPECT_TRUE(waitUntil([&] { return last.count() != 0 && last.all().back() == dotted; }));
+    }
+};
 
 TEST_F(tRadarDataSaverTest, recordsEverythingReceivedBeforeItDisconnectsInOrder)
 {
-    constexpr int cDatagrams = 2000;
     auto saver = connectedSaver();
     net::UdpSender radar(group(eImageStream), net::transAddr("127.0.0.1"), 0);
     std::vector<std::string> sent;
-    for (int i = 0; i < cDatagrams; ++i)
+    for (int i = 0; i < 2000; ++i)
     {
         sent.push_back("spoke " + std::to_string(i) + std::string(static_cast<std::size_t>(i % 700), '.'));
         ASSERT_TRUE(radar.sendData(sent.back().data(), static_cast<int>(sent.back().size())));
     }
-    ASSERT_TRUE(received(*saver, eImageStream, cDatagrams));
+    ASSERT_TRUE(received(*saver, eImageStream, 2000));
     EXPECT_TRUE(saver->disconnect());
     EXPECT_EQ(payloads(), sent);
     EXPECT_EQ(saver->GetWriteLostCnt(), 0u);
-}
-
-TEST_F(tRadarDataSaverTest, writesWhatWaitsBeforeItFinishesTheFile)
-{
-    std::vector<std::string> given;
-    for (int recording = 0; recording < 20; ++recording)
-    {
-        auto saver = makeSaver();
-        ASSERT_TRUE(saver->CreateNewWritingFile("hand", false, 0));
-        for (int i = 0; i < 50; ++i)
-        {
-            given.push_back(std::to_string(recording) + "." + std::to_string(i));
-            saver->ManualWriteData(nullptr, 0, given.back().data(), static_cast<int>(given.back().size()), 0);
-        }
-    }
-    EXPECT_EQ(payloads(), given);
-}
-
-TEST_F(tRadarDataSaverTest, stampsInfoBlockGroupAndTime)
-{
-    const auto before = utils::time::tTimeParser::GetCurrentTime_ms();
-    auto saver = connectedSaver({eGpsDev});
-    send(eGpsDev, "$GPGGA");
-    ASSERT_TRUE(received(*saver, eGpsDev, 1));
-    saver->disconnect();
-    ASSERT_EQ(recorded().size(), 1u);
-    const tRecordedPackage gps = recorded()[0];
-    EXPECT_EQ(asText(gps.msgInfo), "1,2,4,8,0");
-    EXPECT_EQ(gps.msgLen, 6);
-    EXPECT_EQ(net::transAddr(gps.group.ip) + ":" + std::to_string(gps.group.port),
-              groupText() + ":" + std::to_string(port(eGpsDev)));
-    EXPECT_EQ(gps.timeMs, gps.timestamp_ms);
-    EXPECT_TRUE(gps.timeMs >= before && gps.timeMs <= utils::time::tTimeParser::GetCurrentTime_ms());
-}
-
-TEST_F(tRadarDataSaverTest, joinsTheWantedStreamsInOrderThenTheFixedGroupsAndEachGroupOnce)
-{
-    const NetAddress gps = group(eGpsDev);
-    RadarAddress radar{};
-    std::memcpy(reinterpret_cast<char*>(&radar) + 6 + 6 * eGpsDev, &gps, sizeof gps);
-    radar.setStreamAddress(eAisDev, gps);
-    radar.setStreamAddress(eDepthDev, {net::transAddr("236.6.7.4"), net::HtoNs(6768)});
-    radar.setStreamAddress(eImageCtrl, {gps.ip, 0});
-    radar.setStreamAddress(eImageState, {0, gps.port});
-    client.setAddress("shared", 0, radar);
-    auto saver = makeSaver({eGpsDev, eAisDev, eGpsDev, eDepthDev, eImageStream, eImageCtrl, eImageState,
-                            eTotalReadWriteTypes, eRadarCheck, eOtherType});
-    ASSERT_TRUE(saver->connect("shared", 0, false) && socketsOpen(*saver));
-    std::vector<std::string> joined;
-    for (const tGroupCounters& each : groups(*saver))
-        if (each.joined)
-            joined.push_back(net::transAddr(each.ip) + ":" + std::to_string(each.port) + " " + asText(each.msgInfo));
-    EXPECT_THAT(joined, ElementsAre(addressText(gps) + " 1,2,4,8,0", "236.6.7.4:6768 1,2,4,9,0",
-                                    "236.6.7.20:6720 1,2,4,254,0", "236.6.7.5:6878 0,0,3,255,0"));
-    saver = connectedSaver();
-    EXPECT_EQ(asText(groups(*saver).at(2).msgInfo), "0,1,2,255,0");
 }
 
 TEST_F(tRadarDataSaverTest, printsItsProgressAndNamesTheRecordingAfterTheRadar)
@@ -92,32 +51,30 @@ TEST_F(tRadarDataSaverTest, printsItsProgressAndNamesTheRecordingAfterTheRadar)
     auto saver = connectedSaver();
     std::fflush(stdout);
     const std::string printed = GetCapturedStdout();
-    const auto save = printed.find("Save A1_2_B\r\n");
-    const auto init = printed.find("Radar Data Saver Init ...\r\n");
-    const auto over = printed.find("Radar Data Saver Init Over ...\r\n");
-    EXPECT_NE(over, std::string::npos) << printed;
-    EXPECT_TRUE(save < init && init < over) << printed;
-    const std::string file = saver->GetCurrentWriteDataFileName();
-    EXPECT_TRUE(file.size() > 12 && file.substr(file.size() - 12) == "_A1_2_B.data") << file;
+    EXPECT_THAT(printed, HasSubstr("Save A1_2_B\r\nRadar Data Saver Init ...\r\nRadar Data Saver Init Over ...\r\n"));
+    EXPECT_THAT(saver->GetCurrentWriteDataFileName(), EndsWith("_A1_2_B.data"));
 }
 
-TEST_F(tRadarDataSaverTest, recordsWhatTheObserverMadeOfADatagram)
+TEST_F(tRadarDataSaverTest, recordsWhatTheObserverMadeOfADatagramWithItsGroupAndTime)
 {
-    std::string seen;
+    const auto before = utils::time::tTimeParser::GetCurrentTime_ms();
+    const std::string about = "1,2,4,8,0 " + groupIp() + ":" + std::to_string(port(eGpsDev)) + " 5";
     tObserver observer([&](const tUdpMsgInfo& info, const char* groupAddr, int fromPort, char* data, int len) {
-        seen = asText(info) + " " + groupAddr + ":" + std::to_string(fromPort) + " " + std::to_string(len);
+        EXPECT_EQ(asText(info) + " " + groupAddr + ":" + std::to_string(fromPort) + " " + std::to_string(len), about);
         data[0] = 'J';
     });
-    auto saver = connectedSaver();
+    auto saver = connectedSaver({eGpsDev});
     saver->SetRecDataModifyObserver(&observer);
-    send(eImageStream, "Hello");
+    send(eGpsDev, "Hello");
     ASSERT_TRUE(waitUntil([&] { return observer.calls == 1; }));
     saver->SetRecDataModifyObserver(nullptr);
-    send(eImageStream, "Hello");
-    ASSERT_TRUE(received(*saver, eImageStream, 2));
+    send(eGpsDev, "Hello");
+    ASSERT_TRUE(received(*saver, eGpsDev, 2));
     saver->disconnect();
-    EXPECT_EQ(seen, "1,2,4,0,0 " + groupText() + ":" + std::to_string(port(eImageStream)) + " 5");
-    EXPECT_THAT(payloads(), ElementsAre("Jello", "Hello"));
+    ASSERT_THAT(payloads(), ElementsAre("Jello", "Hello"));
+    const tRecordedPackage gps = recorded()[0];
+    EXPECT_EQ(asText(gps.msgInfo) + " " + groupText(gps) + " " + std::to_string(gps.msgLen), about);
+    EXPECT_TRUE(gps.timeMs >= before && gps.timeMs <= utils::time::tTimeParser::GetCurrentTime_ms());
 }
 
 TEST_F(tRadarDataSaverTest, recordsWhatIsWrittenByHand)
@@ -126,8 +83,8 @@ TEST_F(tRadarDataSaverTest, recordsWhatIsWrittenByHand)
     auto saver = connectedSaver();
     saver->SetRecDataModifyObserver(&shout);
     const std::string mine = "datagram";
-    saver->ManualWriteRadarData(groupText().c_str(), port(eImageStream), mine.data(), 8);
-    saver->ManualWriteRadarData(groupText().c_str(), port(eArpaStream), mine.data(), 8);  // not joined
+    saver->ManualWriteRadarData(groupIp().c_str(), port(eImageStream), mine.data(), 8);
+    saver->ManualWriteRadarData(groupIp().c_str(), port(eArpaStream), mine.data(), 8);  // not joined
     saver->ManualWriteRadarData(nullptr, 0, nullptr, -1);
     saver->ManualWriteData("10.1.2.3", 99, "note", 4, 1700000000123);
     saver->disconnect();
@@ -135,14 +92,15 @@ TEST_F(tRadarDataSaverTest, recordsWhatIsWrittenByHand)
     EXPECT_TRUE(saver->WaitWriteIdle(5000));
     EXPECT_EQ(saver->GetWriteLostCnt(), 0u);
     EXPECT_EQ(mine, "datagram");
-    const auto packages = recorded();
-    ASSERT_EQ(packages.size(), 2u);
-    EXPECT_EQ(packages[0].payload, "Xatagram");
-    EXPECT_EQ(asText(packages[0].msgInfo), "1,2,4,0,0");
-    EXPECT_EQ(packages[1].payload, "note");
-    EXPECT_EQ(asText(packages[1].msgInfo), "0,0,0,0,0");
-    EXPECT_EQ(packages[1].timeMs, 1700000000123u);
-    EXPECT_EQ(net::transAddr(packages[1].group.ip) + ":" + std::to_string(packages[1].group.port), "10.1.2.3:99");
+    EXPECT_THAT(payloads(), ElementsAre("Xatagram", "note"));
+    const tRecordedPackage note = recorded().at(1);
+    EXPECT_EQ(asText(recorded()[0].msgInfo) + " " + asText(note.msgInfo), "1,2,4,0,0 0,0,0,0,0");
+    EXPECT_EQ(groupText(note) + " " + std::to_string(note.timeMs), "10.1.2.3:99 1700000000123");
+    ASSERT_TRUE(saver->CreateNewWritingFile("hand", false, 0));
+    for (int i = 0; i < 1'000; ++i)
+        saver->ManualWriteData("10.1.2.3", 99, noise().data(), 60'000, 0);
+    saver.reset();
+    EXPECT_EQ(recorded().size(), 1'002u) << "what waits is written first";
 }
 
 TEST_F(tRadarDataSaverTest, reportsThatItHasNoFileAndCountsWhatIsLost)
@@ -157,4 +115,120 @@ TEST_F(tRadarDataSaverTest, reportsThatItHasNoFileAndCountsWhatIsLost)
     ASSERT_TRUE(socketsOpen(*saver));
     send(eImageStream, "x");
     EXPECT_TRUE(waitUntil([&] { return saver->GetWriteLostCnt() > 0; }));
+}
+
+TEST_F(tRadarDataSaverTest, endsByDisconnectingByAnUnknownRadarAndWhenItIsDestroyed)
+{
+    CaptureStdout();
+    for (const std::string way : {"disconnect", "unknown radar", "destroy"})
+        for (const bool recording : {false, true})
+        {
+            SCOPED_TRACE(way);
+            auto saver = recording ? connectedSaver() : makeSaver();
+            if (recording)
+                send(eImageStream, "last");
+            EXPECT_TRUE(!recording || received(*saver, eImageStream, 1));
+            if (way == "destroy")
+                saver.reset();
+            else
+                EXPECT_EQ(way == "disconnect" ? saver->disconnect() : saver->connect("nobody", 7, false),
+                          way == "disconnect" && recording);
+            send(eImageStream, "too late");
+            changeAddress(recording ? "127.0.0.1" : "127.0.0.2");
+            if (saver == nullptr)
+                continue;
+            EXPECT_EQ(saver->GetCurrentWriteDataFileName(), "") << "its file is finished";
+            EXPECT_THAT(groups(*saver), IsEmpty()) << "nothing is recorded";
+            EXPECT_EQ(saver->isConnected(), way != "disconnect");
+            EXPECT_FALSE(saver->disconnect() || saver->isConnected());
+        }
+    std::fflush(stdout);
+    EXPECT_THAT(GetCapturedStdout(), HasSubstr("radar[nobody,id = 7] doesn't exist!\n"));
+    EXPECT_EQ(dataFilesIn(dir.string()).size(), 3u);
+    EXPECT_THAT(payloads(), ElementsAre("last", "last", "last"));
+}
+
+TEST_F(tRadarDataSaverTest, opensItsSocketsAgainAfterSocketClearWhenTheAddressChanges)
+{
+    auto saver = connectedSaver();
+    saver->SocketClear();
+    EXPECT_THAT(groups(*saver), IsEmpty());
+    EXPECT_TRUE(saver->isConnected());
+    EXPECT_NE(saver->GetCurrentWriteDataFileName(), "");
+    changeAddress("127.0.0.2");
+    ASSERT_TRUE(socketsOpen(*saver));
+    send(eImageStream, "again");
+    EXPECT_TRUE(received(*saver, eImageStream, 1));
+}
+
+TEST_F(tRadarDataSaverTest, refusesControlFromInsideTheObserverAndLetsItCallEverythingElse)
+{
+    auto saver = connectedSaver();
+    std::atomic<bool> ending{false}, entered{false};
+    tObserver observer([&](auto&&...) {
+        entered = ending.load();
+        waitUntil([&] { return !ending || !saver->isConnected(); });
+        EXPECT_FALSE(saver->connect("A1:2", 1, false) || saver->disconnect());
+        saver->SocketClear();
+        saver->SetRecDataModifyObserver(nullptr);
+        saver->ManualWriteRadarData(groupIp().c_str(), port(eImageStream), "second", 6);
+        saver->ManualWriteData("10.0.0.1", 1, "third", 5, 0);
+        EXPECT_TRUE(saver->WaitWriteIdle(5000));
+    });
+    saver->SetRecDataModifyObserver(&observer);
+    saver->ManualWriteRadarData(groupIp().c_str(), port(eImageStream), "x", 1);
+    EXPECT_EQ(saver->GetGroupCounters(nullptr, 0), 4) << "the connection was left alone";
+    EXPECT_TRUE(saver->isConnected());
+    ending = true;
+    saver->SetRecDataModifyObserver(&observer);
+    send(eImageStream, "first");
+    ASSERT_TRUE(waitUntil([&] { return entered.load(); }));
+    EXPECT_TRUE(saver->disconnect());
+    EXPECT_EQ(observer.calls, 2);
+    EXPECT_THAT(payloads(), ElementsAre("second", "third", "x", "second", "third", "first"));
+}
+
+TEST_F(tRadarDataSaverTest, takesControlFromManyThreadsAtOnce)
+{
+    auto saver = connectedSaver();
+    tObserver observer([&](auto&&...) { saver->GetGroupCounters(nullptr, 0); });
+    std::atomic<bool> sending{true};
+    std::thread radar([&] {
+        net::UdpSender sender(group(eImageStream), net::transAddr("127.0.0.1"), 0);
+        for (int i = 0; sending; ++i)
+        {
+            sender.sendData("spoke", 5);
+            saver->SetRecDataModifyObserver(i % 2 == 0 ? &observer : nullptr);
+            std::this_thread::yield();
+        }
+    });
+    std::vector<std::thread> owners;
+    for (int owner = 0; owner < 3; ++owner)
+        owners.emplace_back([&, owner] {
+            for (int i = 0; i < 8; ++i)
+            {
+                saver->connect(i % 3 == owner ? "nobody" : "A1:2", 1, false);
+                client.setLocalInterface(i % 2 == 0 ? "127.0.0.2" : "127.0.0.1");
+                owner == 0 ? saver->SocketClear() : static_cast<void>(saver->disconnect());
+            }
+        });
+    for (std::thread& owner : owners)
+        owner.join();
+    sending = false;
+    radar.join();
+    saver->SetRecDataModifyObserver(nullptr);
+    saver->disconnect();
+    EXPECT_TRUE(!saver->isConnected() && groups(*saver).empty());
+    EXPECT_TRUE(saver->connect("A1:2", 1, false) && socketsOpen(*saver)) << "and works afterwards";
+}
+
+TEST_F(tRadarDataSaverTest, leavesNoDescriptorAndNoThreadBehind)
+{
+    connectedSaver()->disconnect();
+    const auto descriptors = openDescriptors(), threads = runningThreads();
+    for (int i = 0; i < 20; ++i)
+        ASSERT_TRUE(connectedSaver()->disconnect());
+    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_TRUE(waitUntil([&] { return runningThreads() <= threads; })) << runningThreads();
+    EXPECT_EQ(dataFilesIn(dir.string()).size(), 21u);
 }

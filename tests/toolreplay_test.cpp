@@ -81,17 +81,15 @@ protected:
 
 TEST_F(tToolReplayTest, sendsEveryDatagramToTheMappedGroup)
 {
-    const NetAddress group = testGroup();
-    tDatagramCollector heard;
-    const net::UdpReceiver receiver(&heard, loopbackIp(), group, 0);
-    const std::string to = addressText(group);
+    tGroupListener display;
+    const std::string to = addressText(display.group);
     const tJson json = result({"replay", record(40, 50), "--net", "--local-ip", "127.0.0.1", "--start", "0.5",
                                "--speed", "10", "--loop", "2", "--map", "239.17.0.1:6001=" + to});
     EXPECT_EQ(json.at("sent"), 40);  // twice the second half, and nothing of the first
     EXPECT_EQ(json.at("streams").at(0).at("address"), to);
-    ASSERT_TRUE(waitUntil([&] { return heard.count() == 40; }));
+    ASSERT_TRUE(display.heard(40));
     for (std::size_t i = 0; i < 40; ++i)
-        EXPECT_EQ(heard.all()[i].payload, "spoke " + std::to_string(20 + i % 20));
+        EXPECT_EQ(display.all()[i].payload, "spoke " + std::to_string(20 + i % 20));
 }
 
 // From a loopback address nothing can leave this machine.
@@ -140,14 +138,13 @@ TEST(tAddressMapTest, prefersTheRuleWithAPortAndRefusesWhatMapsNothing)
     session::tAddressMap map;
     map.add("239.1.1.1=239.2.2.2");
     map.add("239.1.1.1:7=239.3.3.3:8");
-    std::uint32_t ip = net::transAddr("239.1.1.1");
-    std::uint16_t port = 7;
-    map.apply(ip, port);
-    EXPECT_EQ(net::transAddr(ip) + " " + std::to_string(port), "239.3.3.3 8");
-    ip = net::transAddr("239.1.1.1");
-    port = 9;
-    map.apply(ip, port);
-    EXPECT_EQ(net::transAddr(ip) + " " + std::to_string(port), "239.2.2.2 9");
+    for (const auto& [from, to] : {std::pair(7, "239.3.3.3 8"), {9, "239.2.2.2 9"}})
+    {
+        std::uint32_t ip = net::transAddr("239.1.1.1");
+        auto port = static_cast<std::uint16_t>(from);
+        map.apply(ip, port);
+        EXPECT_EQ(net::transAddr(ip) + " " + std::to_string(port), to);
+    }
     for (const char* rule :
          {"239.1.1.1=239.4.4.4", "239.1.1.1:7=239.4.4.4", "239.9.9.9", "x=y", "239.1.1.2:0=1.1.1.1:1"})
         EXPECT_THROW(map.add(rule), std::invalid_argument) << rule;

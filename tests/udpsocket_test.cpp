@@ -1,7 +1,6 @@
 #include "UdpSocket/udpsocket.h"
 
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
@@ -65,43 +64,32 @@ TEST(tTransAddrTest, keepsTheBytesInTheOrderTheyAreWrittenAndGivesZeroForWhatIsN
     EXPECT_EQ(net::transAddr(static_cast<const char*>(nullptr)), 0U);
 }
 
-TEST_F(tUdpReceiverTest, deliversPayloadAndAddressesOfAGroupOrOfItsOwnAddress)
+TEST_F(tUdpReceiverTest, deliversPayloadAndAddressesAsTextsAndAsNumbers)
 {
-    const int port = net::NtoHs(testGroup().port);
+    struct tNumbers : net::iDatagramListener, tCollector<std::string>
+    {
+        void OnDatagram(const net::tReceivedDatagram& got) override
+        {
+            add(std::string(got.data, static_cast<std::size_t>(got.len)) + " " + addressText(got.from) + " " +
+                addressText(got.group));
+        }
+    };
+    const NetAddress from{loopbackIp(), testGroup().port};
     for (const NetAddress& address : {m_group, m_unicast})
     {
-        tDatagramCollector collector;
-        const auto receiver = receive(collector, address);
-        ASSERT_TRUE(receiver->valid());
-        ASSERT_TRUE(net::UdpSender(address, loopbackIp(), port).sendData("spoke", 5));
-        ASSERT_TRUE(waitUntil([&] { return collector.count() == 1; }));
-        const tReceivedDatagram got = collector.all().front();
-        EXPECT_EQ(got.payload + " " + got.from + ":" + std::to_string(got.fromPort),
-                  "spoke 127.0.0.1:" + std::to_string(port));
-        EXPECT_EQ(got.group + ":" + std::to_string(got.groupPort), addressText(address));
+        tDatagramCollector texts;
+        tNumbers numbers;
+        const auto send = [&] { return net::UdpSender(address, loopbackIp(), net::NtoHs(from.port)).sendData("x", 1); };
+        auto receiver = receive(texts, address);
+        ASSERT_TRUE(receiver->valid() && send() && waitUntil([&] { return texts.count() == 1; }));
+        receiver.reset();
+        const net::tDatagramReceiver plain(&numbers, loopbackIp(), address, 0);
+        ASSERT_TRUE(plain.valid() && send() && waitUntil([&] { return numbers.count() == 1; }));
+        EXPECT_EQ(numbers.all().back(), "x " + addressText(from) + " " + addressText(address));
+        const tReceivedDatagram got = texts.all()[0];
+        EXPECT_EQ(got.payload + " " + got.from + " " + got.group, numbers.all().back());
+        EXPECT_TRUE(plain.receiveBufferSize() != 0 && waitUntil([&] { return plain.counters().bytes == 1; }));
     }
-}
-
-TEST_F(tUdpReceiverTest, deliversAddressesAsNumbersWhereTheListenerWantsThem)
-{
-    struct : net::iDatagramListener
-    {
-        void OnDatagram(const net::tReceivedDatagram& datagram) override
-        {
-            got = std::string(datagram.data, static_cast<std::size_t>(datagram.len)) + " " +
-                  addressText(datagram.from) + " " + addressText(datagram.group);
-            ++calls;
-        }
-        std::string got;
-        std::atomic<int> calls{0};
-    } listener;
-    const net::tDatagramReceiver receiver(&listener, loopbackIp(), m_group, 0);
-    const NetAddress from{loopbackIp(), testGroup().port};
-    ASSERT_TRUE(net::UdpSender(m_group, loopbackIp(), net::NtoHs(from.port)).sendData("spoke", 5));
-    ASSERT_TRUE(waitUntil([&] { return listener.calls == 1; }));
-    EXPECT_EQ(listener.got, "spoke " + addressText(from) + " " + addressText(m_group));
-    EXPECT_TRUE(receiver.valid() && receiver.receiveBufferSize() != 0);
-    EXPECT_TRUE(waitUntil([&] { return receiver.counters().bytes == 5; }));
 }
 
 TEST_F(tUdpReceiverTest, sharesItsGroupAndKeepsOtherGroupsOnThePortOut)
@@ -169,33 +157,9 @@ TEST_F(tUdpReceiverTest, asksForAtLeastFourMegabytesOfBuffer)
     }
 }
 
-TEST_F(tUdpReceiverTest, endsUnderAFloodAndIsSilentAfterwards)
-{
-    std::atomic<bool> flooding{true}, destroyed{false};
-    std::atomic<int> calls{0}, late{0};
-    tCallingListener listener([&] { ++(destroyed ? late : calls); });
-    std::thread flood([&] {
-        net::UdpSender sender(m_group, loopbackIp(), 0);
-        while (flooding)
-            sender.sendData("flood", 5);
-    });
-    for (int round = 0; round < 10; ++round)
-    {
-        destroyed = false;
-        const int before = calls;
-        auto receiver = receive(listener, m_group);
-        EXPECT_TRUE(waitUntil([&] { return calls > before + 200; }));
-        receiver.reset();
-        destroyed = true;
-    }
-    flooding = false;
-    flood.join();
-    EXPECT_EQ(late, 0);
-}
-
-// Sixty datagrams lie received in one batch; a listener that needs 20 ms for each must not hold the destructor up for
-// more than the one that it is at.
-TEST_F(tUdpReceiverTest, deliversNothingMoreOfABatchOnceItEnds)
+// Several batches lie in the kernel's buffer; a listener that needs 20 ms for a datagram must not hold the destructor
+// up for more than the one that it is at.
+TEST_F(tUdpReceiverTest, deliversNothingMoreOnceItEnds)
 {
     std::atomic<int> calls{0};
     std::atomic<bool> filled{false};
@@ -205,12 +169,14 @@ TEST_F(tUdpReceiverTest, deliversNothingMoreOfABatchOnceItEnds)
         std::this_thread::sleep_for(20ms);  // the listener's own work
     });
     auto receiver = receive(listener, m_group);
-    for (int i = 0; i < 61; ++i)
+    for (int i = 0; i < 300; ++i)
         send(m_group, "one of many");
     filled = true;
     ASSERT_TRUE(waitUntil([&] { return calls >= 3; }));
     receiver.reset();
-    EXPECT_LT(calls, 20);
+    const int before = calls;
+    EXPECT_LT(before, 20);
+    EXPECT_FALSE(waitUntil([&] { return calls != before; }, 50ms));
 }
 
 TEST_F(tUdpReceiverTest, mayBeDestroyedFromInsideItsOwnCall)

@@ -1,4 +1,4 @@
-# Builds the small application against PREFIX by find_package, and runs it.
+# Builds the small applications against PREFIX by find_package, and runs them.
 include("${CMAKE_CURRENT_LIST_DIR}/run.cmake")
 set(build "${SCRATCH}/${NAME}/build")
 file(REMOVE_RECURSE "${build}")
@@ -9,4 +9,4 @@ if(NOT found MATCHES "=${PREFIX}/")
   message(FATAL_ERROR "another KestovaStorage was found: ${found}")
 endif()
 run(${CMAKE_COMMAND} --build "${build}")
-run_consumer("${build}/application" "${build}/inventory")
+run_consumer("${build}")

@@ -1,4 +1,4 @@
-# Builds the small application against PREFIX with the flags of pkg-config alone, and runs it.
+# Builds the small applications against PREFIX with the flags of pkg-config alone, and runs them.
 include("${CMAKE_CURRENT_LIST_DIR}/run.cmake")
 set(ENV{PKG_CONFIG_LIBDIR} "${PREFIX}/${LIB}/pkgconfig")
 run(pkg-config --modversion KestovaStorage)
@@ -9,10 +9,12 @@ endif()
 run(pkg-config --cflags --libs KestovaStorage)
 separate_arguments(flags UNIX_COMMAND "${output}")
 file(MAKE_DIRECTORY "${SCRATCH}/${NAME}")
-run("${CXX}" -std=c++11 -Wall -Wextra -Wpedantic -Werror "${CMAKE_CURRENT_LIST_DIR}/application/application.cpp"
-    ${flags} -o "${SCRATCH}/${NAME}/application")
+foreach(example quickstart recorder)
+  run("${CXX}" -std=c++11 -Wall -Wextra -Wpedantic -Werror "${CMAKE_CURRENT_LIST_DIR}/../../examples/${example}.cpp"
+      ${flags} -o "${SCRATCH}/${NAME}/${example}")
+endforeach()
 run(pkg-config --cflags --libs KestovaRecordings)
 separate_arguments(flags UNIX_COMMAND "${output}")
 run("${CXX}" -std=c++17 "${CMAKE_CURRENT_LIST_DIR}/application/inventory.cpp" ${flags} -o "${SCRATCH}/${NAME}/inventory")
 set(ENV{LD_LIBRARY_PATH} "${PREFIX}/${LIB}")
-run_consumer("${SCRATCH}/${NAME}/application" "${SCRATCH}/${NAME}/inventory")
+run_consumer("${SCRATCH}/${NAME}")

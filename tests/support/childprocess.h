@@ -5,8 +5,6 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <spawn.h>
 #include <string>
@@ -14,6 +12,7 @@
 #include <system_error>
 #include <vector>
 
+#include "support/filebytes.h"
 #include "support/tempdir.h"
 #include "support/waituntil.h"
 
@@ -61,8 +60,8 @@ public:
         return WIFEXITED(*m_status) ? WEXITSTATUS(*m_status) : 1000 + WTERMSIG(*m_status);
     }
 
-    std::string out() const { return contents("out"); }
-    std::string err() const { return contents("err"); }
+    std::string out() const { return contentsOf(m_dir.file("out")); }
+    std::string err() const { return contentsOf(m_dir.file("err")); }
     // Waits until standard error holds `text`, or the child has ended without it.
     bool says(const std::string& text)
     {
@@ -77,11 +76,6 @@ private:
         if (!m_status && ::waitpid(m_pid, &status, WNOHANG) == m_pid)
             m_status = status;
         return m_status.has_value();
-    }
-    std::string contents(const char* name) const
-    {
-        std::ifstream file(m_dir.file(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
     }
 
     tTempDir m_dir;

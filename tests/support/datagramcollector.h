@@ -16,11 +16,7 @@
 
 struct tReceivedDatagram
 {
-    std::string from;
-    int fromPort;
-    std::string group;
-    int groupPort;
-    std::string payload;
+    std::string from, group, payload;  // addresses as "239.17.0.1:6001"
 };
 
 struct tDatagramCollector : net::iUdpDataListener, tCollector<tReceivedDatagram>
@@ -28,7 +24,8 @@ struct tDatagramCollector : net::iUdpDataListener, tCollector<tReceivedDatagram>
     void OnUdpGroupDataReceived(const char* fromAddr, int fromPort, const char* groupAddr, int groupPort,
                                 const char* data, int len) override
     {
-        add({fromAddr, fromPort, groupAddr, groupPort, std::string(data, static_cast<std::size_t>(len))});
+        add({fromAddr + (":" + std::to_string(fromPort)), groupAddr + (":" + std::to_string(groupPort)),
+             std::string(data, static_cast<std::size_t>(len))});
     }
 };
 

@@ -3,7 +3,7 @@
 #define KESTOVA_TESTS_RECORDEDPACKAGES_H
 
 #include "KestovaStorage/radarmsgpackage.h"
-#include "UdpSocket/netaddress.h"
+#include "UdpSocket/udpsocket.h"
 #include "support/recordedsegments.h"
 
 struct tRecordedPackage
@@ -24,6 +24,12 @@ inline std::string asText(const tUdpMsgInfo& info)
     for (const int field : fields)
         text += (text.empty() ? "" : ",") + std::to_string(field);
     return text;
+}
+
+// Its group as "239.17.0.1:6001".
+inline std::string groupText(const tRecordedPackage& package)
+{
+    return net::transAddr(package.group.ip) + ":" + std::to_string(package.group.port);
 }
 
 // A record taken apart; one that is no whole package fails the test.

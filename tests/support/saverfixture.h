@@ -2,6 +2,7 @@
 #ifndef KESTOVA_TESTS_SAVERFIXTURE_H
 #define KESTOVA_TESTS_SAVERFIXTURE_H
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
@@ -36,7 +37,7 @@ protected:
 
     void SetUp() override { ASSERT_TRUE(client.setLocalInterface("127.0.0.1")); }
 
-    static std::string groupText() { return net::transAddr(group(0).ip); }
+    static std::string groupIp() { return net::transAddr(group(0).ip); }
     static int port(int stream) { return net::NtoHs(group(stream).port); }
     static NetAddress group(int stream)
     {
@@ -78,24 +79,20 @@ protected:
     static bool received(const Kestova::tRadarDataSaver& saver, int stream, uint64_t datagrams)
     {
         return waitUntil([&] {
-            for (const Kestova::tGroupCounters& counters : groups(saver))
-                if (counters.port == port(stream) && counters.datagrams >= datagrams)
-                    return true;
-            return false;
+            return std::ranges::any_of(groups(saver), [&](const Kestova::tGroupCounters& group) {
+                return group.port == port(stream) && group.datagrams >= datagrams;
+            });
         });
     }
     void send(int stream, const std::string& payload)
     {
-        net::UdpSender(group(stream), net::transAddr("127.0.0.1"), 0)
-            .sendData(payload.data(), static_cast<int>(payload.size()));
+        net::UdpSender(group(stream), loopbackIp(), 0).sendData(payload.data(), static_cast<int>(payload.size()));
     }
     // Everything recorded but what came on the fixed groups, which any recorder or player of this machine may use.
     std::vector<tRecordedPackage> recorded() const
     {
-        std::vector<tRecordedPackage> own;
-        for (const tRecordedPackage& package : recordedPackages(dir.string()))
-            if (net::transAddr(package.group.ip).rfind("236.6.7.", 0) != 0)
-                own.push_back(package);
+        std::vector<tRecordedPackage> own = recordedPackages(dir.string());
+        std::erase_if(own, [](const tRecordedPackage& package) { return groupText(package).starts_with("236.6.7."); });
         return own;
     }
     std::vector<std::string> payloads() const

@@ -49,6 +49,12 @@ protected:
         arguments.push_back("--json");
         return parsed(said(arguments, status));
     }
+    // Holds these members, others too maybe.
+    static void expectIn(const tJson& json, const tJson& members)
+    {
+        for (const auto& [key, value] : members.items())
+            EXPECT_EQ(json.at(key), value) << key;
+    }
     // A finished file with these segments, `stepMs` apart.
     std::string fileOf(const std::vector<std::string>& segments, std::uint64_t stepMs, const char* name = "made.data",
                        std::uint64_t time = cTime) const

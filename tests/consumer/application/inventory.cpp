@@ -1,4 +1,4 @@
-// A second application, in C++17: lists the data files below the folder given and counts what is in them.
+// An application in C++17: lists the data files below the folder given and counts what is in them.
 #include <cstdio>
 #include <string>
 

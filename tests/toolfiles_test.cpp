@@ -1,4 +1,7 @@
-// kestova pcap and kestova export: a recording becomes a capture, and the capture that recording again.
+// Files made of files: kestova compress and expand, kestova export and pcap. A recording becomes its Huffman form or a
+// capture, and that becomes the recording again.
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 
 #include "KestovaRecordings/frames.h"
@@ -22,8 +25,59 @@ bool hasRightChecksum(std::string bytes)
     return sum != 0 && sum % 0xFFFF == 0;  // ones' complement: carries come back in
 }
 
+class tToolConvertTest : public tToolFixture
+{
+protected:
+    // A finished file of so many megabytes that compresses.
+    tSegments make(const char* name, std::size_t megabytes)
+    {
+        tSegments segments;
+        for (std::uint64_t i = 0; i < megabytes * 2; ++i)
+            segments.push_back({1000 + i, numberedSegment(i, 250'000) + std::string(250'000, '\0')});
+        recordByHand(dir.file(name), segments);
+        return segments;
+    }
+    bool isTidy() const
+    {
+        return std::ranges::all_of(std::filesystem::directory_iterator(dir.string()),
+                                   [](const auto& entry) { return entry.path().extension() == ".data"; });
+    }
+};
 using tToolPcapTest = tToolFixture;
 }  // namespace
+
+TEST_F(tToolConvertTest, compressesAFolderAndExpandsItAgain)
+{
+    const tSegments segments = make("a.data", 2);
+    make("b.data", 1);
+    recordByHand(dir.file("u.data"), {{1, "unfinished"}}, false);
+    const tJson compressed = result({"compress", dir.string()}, 3);
+    EXPECT_EQ(compressed.at("schema"), "kestova/compress/1");
+    EXPECT_EQ(compressed.at("files").size(), 2u);
+    EXPECT_NE(compressed.at("failed").at(0).get<std::string>().find("unfinished"), std::string::npos);
+    EXPECT_LT(compressed.at("after_bytes"), compressed.at("before_bytes").get<std::uint64_t>() * 2 / 3);
+    EXPECT_EQ(segmentsOf(dir.file("a.tar.data")), segments);
+    tChildProcess again(tool({"compress", dir.string(), "--json"}));
+    EXPECT_EQ(again.wait(), 1);
+    EXPECT_EQ(parsed(again.out()).at("already"), 2);
+    EXPECT_EQ(result({"info", dir.file("a.tar.data")}).at("total").at("records"), segments.size());
+    EXPECT_EQ(result({"expand", dir.string()}).at("files").size(), 2u);
+    EXPECT_EQ(segmentsOf(dir.file("a.data")), segments);
+    EXPECT_TRUE(isTidy());
+}
+
+TEST_F(tToolConvertTest, endsAtCtrlCWithTheOriginal)
+{
+    const tSegments segments = make("c.data", 60);
+    tChildProcess child(tool({"compress", dir.string(), "--json"}));
+    ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(dir.file("c.data.part")); }));
+    child.signal(SIGINT);
+    EXPECT_EQ(child.wait(), 1);
+    EXPECT_NE(child.err().find("interrupted"), std::string::npos) << child.err();
+    EXPECT_FALSE(parsed(child.out()).at("complete"));
+    EXPECT_TRUE(segmentsOf(dir.file("c.data")) == segments);
+    EXPECT_TRUE(isTidy());
+}
 
 TEST_F(tToolPcapTest, makesACaptureOfARecordingAndTheRecordingOfTheCapture)
 {
@@ -34,17 +88,12 @@ TEST_F(tToolPcapTest, makesACaptureOfARecordingAndTheRecordingOfTheCapture)
         segments.push_back(makePackage(1, payload, eReadType));
     segments.push_back("no package");
     fileOf(segments, 250, "r.data");
-    const tJson exported = result({"export", dir.file("r.data"), "--pcap", dir.file("r.pcap")}, 3);
-    EXPECT_EQ(exported.at("datagrams"), payloads.size());
-    EXPECT_EQ(exported.at("no_datagrams"), 1);
-    EXPECT_EQ(exported.at("frames"), 4 + 2 + 44);  // 65,008 bytes in pieces of 1,480
-
+    expectIn(result({"export", dir.file("r.data"), "--pcap", dir.file("r.pcap")}, 3),
+             {{"datagrams", payloads.size()}, {"no_datagrams", 1}, {"frames", 4 + 2 + 44}});  // pieces of 1,480 bytes
     const tJson shown = result({"pcap", dir.file("r.pcap"), "--select", "all", "--to", dir.file("again")});
-    EXPECT_EQ(shown.at("datagrams"), payloads.size() - 1);  // statistics leave the empty one out
-    EXPECT_EQ(shown.at("schema"), "kestova/pcap/2");
-    EXPECT_EQ(shown.at("empty_beginnings"), 0);
+    expectIn(shown, {{"schema", "kestova/pcap/2"}, {"datagrams", payloads.size() - 1}, {"empty_beginnings", 0}});
+    EXPECT_EQ(shown.at("recorded").at("datagrams"), payloads.size()) << "statistics leave the empty one out";
     EXPECT_GT(shown.at("streams").at(0).at("datagrams_per_second"), 3.0);
-    EXPECT_EQ(shown.at("recorded").at("datagrams"), payloads.size());
     EXPECT_EQ(shown.at("streams").at(0).at("address"), "239.17.0.1:6001");
     const std::vector<tRecordedPackage> again = recordedPackages(dir.file("again"));
     ASSERT_EQ(again.size(), payloads.size());
@@ -52,7 +101,7 @@ TEST_F(tToolPcapTest, makesACaptureOfARecordingAndTheRecordingOfTheCapture)
     {
         EXPECT_EQ(again[i].payload, payloads[i]) << i;
         EXPECT_EQ(again[i].timeMs, cTime + i * 250);
-        EXPECT_EQ(net::transAddr(again[i].group.ip) + " " + std::to_string(again[i].group.port), "239.17.0.1 6001");
+        EXPECT_EQ(groupText(again[i]), "239.17.0.1:6001");
     }
 }
 
