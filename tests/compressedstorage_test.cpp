@@ -51,6 +51,36 @@ tSegments unevenSegments(std::size_t count, std::size_t longest = 700)
     return segments;
 }
 
+// Some 20 MB.
+tSegments longSegments()
+{
+    tSegments segments;
+    for (std::uint64_t i = 0; i < 24; ++i)
+        segments.push_back({1000 + i, unevenSegment(i, 900'000)});
+    return segments;
+}
+
+// Work in a process of its own, to be ended by killed().
+template <typename tWork>
+pid_t inItsOwnProcess(tWork work)
+{
+    const pid_t process = ::fork();
+    if (process != 0)
+        return process;
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    work();
+    ::_exit(0);
+}
+
+// Whether it was still at work.
+bool killed(pid_t process)
+{
+    int status = 0;
+    ::kill(process, SIGKILL);
+    ::waitpid(process, &status, 0);
+    return WIFSIGNALED(status);
+}
+
 // A disk without room for a write that covers byte `place` of a file, or one that writes another byte there.
 tPwriteHook::tHandler damaging(std::uint64_t place, bool full)
 {
@@ -207,21 +237,13 @@ TEST_F(tCompressedStorageTest, removesThePlainFileWhereNoOutputCanBeMade)
 // What a death within one write leaves is a matter of tDyingWriterTest.
 TEST_F(tCompressedStorageTest, leavesAllThatWasWrittenWheneverItsRecorderIsKilled)
 {
-    tSegments segments;
-    for (std::uint64_t i = 0; i < 24; ++i)
-        segments.push_back({1000 + i, unevenSegment(i, 900'000)});
+    const tSegments segments = longSegments();
     for (int round = 0; round < 12; ++round)
     {
         const bool early = round % 4 == 0;  // while it records; otherwise while it compresses
         const std::string own = dir.file(std::to_string(round)) + "/";
         fs::create_directories(own);
-        const pid_t recorder = ::fork();
-        if (recorder == 0)
-        {
-            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-            record(segments, own);
-            ::_exit(0);
-        }
+        const pid_t recorder = inItsOwnProcess([&] { record(segments, own); });
         EXPECT_TRUE(waitUntil(
             [&] {
                 const auto files = dataFilesIn(own);
@@ -230,17 +252,34 @@ TEST_F(tCompressedStorageTest, leavesAllThatWasWrittenWheneverItsRecorderIsKille
             },
             std::chrono::seconds(20)));
         std::this_thread::sleep_for(std::chrono::milliseconds(round * 6));
-        ::kill(recorder, SIGKILL);
-        ::waitpid(recorder, nullptr, 0);
+        killed(recorder);
         const std::set<std::string> left = dataFilesIn(own);
         ASSERT_EQ(left.size(), 1u);
         const tSegments found = segmentsOf(*left.begin());
         EXPECT_TRUE(early || found.size() == 24);
         EXPECT_TRUE(std::ranges::equal(found, std::span(segments).first(std::min(found.size(), segments.size()))));
-        // What is left of a compression is in nobody's way.
-        const bool done = early || bytesOf(*left.begin(), 0, 4) == cHuffmanMagic;
-        EXPECT_TRUE(done || compress(*left.begin())) << error;
     }
+}
+
+TEST_F(tCompressedStorageTest, leavesOneWholeFileWhereverItsConversionIsKilled)
+{
+    const tSegments segments = longSegments();
+    plainFile(segments);
+    int kills = 0;
+    for (int round = 0; round < 30; ++round)
+    {
+        const std::string path = *dataFilesIn(dir.string()).begin();
+        const auto convert = path == dir.file("p.data") ? tDataFileConverter::Compress : tDataFileConverter::Expand;
+        const pid_t converter = inItsOwnProcess([&] { convert(path, ".data", nullptr, nullptr, nullptr); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(round * 7 % 125));
+        kills += killed(converter) ? 1 : 0;
+        const std::set<std::string> files = dataFilesIn(dir.string());
+        ASSERT_EQ(files.size(), 1u);
+        ASSERT_TRUE(segmentsOf(*files.begin()) == segments) << *files.begin();
+    }
+    EXPECT_GT(kills, 3);
+    putBytes(dir.file("q.data.part"), 0, "what a killed one leaves is in nobody's way");
+    EXPECT_TRUE(compress(plainFile(segments, "q.data"))) << error;
 }
 
 TEST_F(tCompressedStorageTest, convertsThereAndBackByteForByte)
