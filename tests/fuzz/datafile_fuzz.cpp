@@ -56,7 +56,7 @@ void readAll(const std::string& path)
         return;
     require(file.recordCount() <= storage::cIndexCapacity);
     const auto inside = storage::tDataFileReader::open(path);
-    storage::tSegmentReader windowed(4096);
+    storage::tSegmentReader single;  // tDataFile reads many at once
     std::string bytes;
     std::uint64_t read = 0;
     for (std::size_t i = 0; i < file.recordCount(); ++i)
@@ -71,7 +71,7 @@ void readAll(const std::string& path)
         const bool given = file.read(i, bytes);
         require(given ? bytes.size() <= bits : file.kind() != storage::cDataFileHead);
         require(file.kind() != storage::cDataFileHead || bytes.size() == record.len);
-        const auto segment = windowed.read(*inside, i);
+        const auto segment = single.read(*inside, i);
         require(given ? segment == bytes : !segment);
         if (i % 7 == 3)
             inside->closeFile();
