@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <iostream>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "KestovaStorage/huffmantree.h"
 #include "KestovaStorage/internal/codec/segmentdecoder.h"
 #include "KestovaStorage/internal/codec/segmentencoder.h"
+#include "support/filebytes.h"
 #include "tests/support/huffmaninputs.h"
 #include "tests/support/plainhuffman.h"
 #include "tests/support/tempdir.h"
@@ -42,11 +44,6 @@ protected:
     static void write(const std::string& path, const std::string& bytes)
     {
         std::ofstream(path, std::ios::binary) << bytes;
-    }
-    static std::string read(const std::string& path)
-    {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
     }
 
     const tTempDir folder;
@@ -145,14 +142,6 @@ std::string storedByEngine(const std::vector<std::string>& records)
     return stored.append(rest.bytes, rest.size);
 }
 
-std::string joined(const std::vector<std::string>& records)
-{
-    std::string all;
-    for (const std::string& record : records)
-        all += record;
-    return all;
-}
-
 // Units as they were always made, also of codes that are too long for it: of 32 bits and more.
 std::string unitsOf(const std::string& record, const tHuffmanEncodeMap& codes)
 {
@@ -201,8 +190,9 @@ TEST_F(tHuffmanCodecTest, makesOneStreamOfSegmentsAndFindsEachAgain)
         for (std::size_t n = 2 + inputs.below(20); n > 0; --n)
             records.push_back(inputs.next(1 << inputs.below(11)));
         records.emplace_back("\x01\x02");
-        const plain::tFreqs freqs = plain::freqsOf(joined(records));
-        const std::string bits = plain::encode(joined(records), plain::codesOf(freqs));
+        const std::string all = std::accumulate(records.begin(), records.end(), std::string());
+        const plain::tFreqs freqs = plain::freqsOf(all);
+        const std::string bits = plain::encode(all, plain::codesOf(freqs));
         tSegmentPass pass(records);
         for (const std::string& record : records)
             pass.add(record);
@@ -231,7 +221,7 @@ TEST_F(tHuffmanCodecTest, makesOneStreamOfSegmentsAndFindsEachAgain)
 
 TEST_F(tHuffmanCodecTest, makesFilesLikeThePlainOneAndTheGoldenOne)
 {
-    const std::string golden = KESTOVA_TEST_DATA "/huffman_sentences", text = read(golden + ".txt");
+    const std::string golden = KESTOVA_TEST_DATA "/huffman_sentences", text = contentsOf(golden + ".txt");
     tHuffmanInputs inputs(3);
     for (int i = 0; i < 60; ++i)
     {
@@ -239,11 +229,11 @@ TEST_F(tHuffmanCodecTest, makesFilesLikeThePlainOneAndTheGoldenOne)
         const std::string in = i == 0 ? text : "ab" + inputs.next(i % 10 == 1 ? 900'000 : 3000);
         write(src, in);
         ASSERT_TRUE(files.Encode(src.c_str(), packed.c_str()));
-        ASSERT_TRUE(read(packed) == (i == 0 ? read(golden + ".huf") : plain::file(in)));
+        ASSERT_TRUE(contentsOf(packed) == (i == 0 ? contentsOf(golden + ".huf") : plain::file(in)));
         ASSERT_TRUE(fileDecoder.Decode(packed.c_str(), out.c_str()));
-        const std::string payload = plain::unpack(read(packed).substr(1303));  // to the end of the last unit
-        ASSERT_TRUE(read(out) == plain::decode(payload, plain::treeOf(plain::freqsOf(in))));
-        ASSERT_TRUE(read(out).starts_with(in));
+        const std::string payload = plain::unpack(contentsOf(packed).substr(1303));  // to the end of the last unit
+        ASSERT_TRUE(contentsOf(out) == plain::decode(payload, plain::treeOf(plain::freqsOf(in))));
+        ASSERT_TRUE(contentsOf(out).starts_with(in));
     }
 }
 
@@ -275,9 +265,9 @@ TEST_F(tHuffmanCodecTest, printsWhatItDidAndStoresAFileOfOneValueAsAHeadAlone)
     write(src, std::string(1000, 'x'));  // of one value: a head alone
     EXPECT_TRUE(files.Encode(src.c_str(), packed.c_str()));
     EXPECT_EQ(printed(), "==> Huffman PreRead Segments 0 Compression Ratio 0.000\r\n");
-    EXPECT_EQ(read(packed), plain::fileHead({{'x', 1000}}, 0));
+    EXPECT_EQ(contentsOf(packed), plain::fileHead({{'x', 1000}}, 0));
     EXPECT_TRUE(fileDecoder.Decode(packed.c_str(), out.c_str()));
-    EXPECT_TRUE(std::filesystem::exists(out) && read(out).empty());
+    EXPECT_TRUE(std::filesystem::exists(out) && contentsOf(out).empty());
 }
 
 TEST_F(tHuffmanCodecTest, finishesWithOneByteMoreThanWholeBytesNeedAndCountsEmptySegments)
@@ -402,5 +392,5 @@ TEST_F(tHuffmanCodecTest, refusesFilesThatAreNone)
     write(src, whole);
     for (const std::string& to : {folder.file("gone/file"), src})
         EXPECT_FALSE(encodes(to) || decodes(to)) << to;
-    EXPECT_EQ(read(src), whole);
+    EXPECT_EQ(contentsOf(src), whole);
 }

@@ -49,10 +49,8 @@ TEST_F(tPcapReaderTest, tellsStatisticsWhereNothingIsSelected)
 
 TEST_F(tPcapReaderTest, numbersButSkipsWhatIsNoUdpOverIpv4)
 {
-    tFrame arp, tcp;
-    arp.type = 0x0806;
-    tcp.protocol = 6;
-    capture.add(arp).add(tcp).add(tFrame{}.bytes().substr(0, 33)).add("").add(tFrame{});
+    capture.add(tFrame{.type = 0x0806}).add(tFrame{.protocol = 6});  // ARP, TCP
+    capture.add(tFrame{}.bytes().substr(0, 33)).add("").add(tFrame{});
     read();
     EXPECT_EQ(log.lines.front().substr(0, 13), "progress 100 ");  // no 0.0: the first record was none of ours
     EXPECT_THAT(log.datagrams, ElementsAre(HasSubstr("5 1715934600004000 ")));
@@ -102,11 +100,10 @@ TEST_F(tPcapReaderTest, takesAStartByItsFlags)
 {
     for (unsigned flags = 0; flags < 8; ++flags)
     {
-        tFrame start = to("239.1.1.1", 5000, std::to_string(flags)), later = start;
-        start.flags = later.flags = flags;
-        start.id = later.id = flags;
-        later.offset = 1;
-        capture.add(start).add(later);
+        tFrame frame{.payload = std::to_string(flags), .flags = flags, .id = flags};
+        capture.add(frame);
+        frame.offset = 1;
+        capture.add(frame);
     }
     EXPECT_THAT(payloads(), ElementsAre("0", "2"));
     EXPECT_EQ(result.droppedRecords, 5u + 6u);  // flags 3 to 7, and 2 to 7 with an offset
@@ -129,9 +126,7 @@ TEST_F(tPcapReaderTest, joinsFragmentsAsTheyCome)
 TEST_F(tPcapReaderTest, givesOrphansThePortOfTheDatagramBefore)
 {
     capture.add(fragment(3, true, "early")).add(to("239.1.1.1", 77, "x")).add(fragment(3, false, "late"));
-    tFrame begun = fragment(0, true, "begun", 9);
-    begun.port = 88;
-    capture.add(begun).add(fragment(3, false, "later still"));
+    capture.add(tFrame{.payload = "begun", .port = 88, .flags = 1, .id = 9}).add(fragment(3, false, "later still"));
     EXPECT_THAT(payloads({{"", 0}, {"", 77}, {"", 88}, {"0.0.0.0", 77}}), IsEmpty());
     EXPECT_THAT(
         rows, ElementsAre(":88 1x 11*1 Unknow", ":77 1x 4*1 Unknow", "239.1.1.1:77 1x 1*1 Unknow", ":0 1x 5*1 Unknow"));
@@ -143,9 +138,8 @@ TEST_F(tPcapReaderTest, countsBeginningsWithoutAByte)
     {
         SCOPED_TRACE(totalLen);
         capture = {};
-        tFrame start = fragment(0, true, "");
-        start.totalLen = totalLen;
-        capture.add(start).add(fragment(1, false, "end, and long enough"));
+        capture.add(tFrame{.payload = "", .flags = 1, .totalLen = totalLen});
+        capture.add(fragment(1, false, "end, and long enough"));
         EXPECT_THAT(read(), HasSubstr(totalLen <= 20 ? "suberr 1 " : "suberr 0 "));
         EXPECT_EQ(log.payloads.front(), totalLen == 28 ? "end, and long enough" : "null");
         EXPECT_EQ(log.datagrams.size(), totalLen == 28 ? 1u : 0u);
@@ -158,11 +152,7 @@ TEST_F(tPcapReaderTest, deliversWhatTheIpHeaderClaims)
     const std::pair<int, std::string> cases[] = {
         {28 + 3, "abc"}, {28 + 8, "abcdef" + cZero + cZero}, {28, ""}, {27, ""}, {0, ""}};
     for (const auto& [totalLen, payload] : cases)
-    {
-        tFrame frame = to("239.1.1.1", 5000, "abcdef");
-        frame.totalLen = totalLen;
-        capture.add(frame);
-    }
+        capture.add(tFrame{.payload = "abcdef", .totalLen = totalLen});
     EXPECT_THAT(payloads(), ElementsAre("abc", "abcdef" + cZero + cZero));
     EXPECT_EQ(log.datagrams.size(), 3u);  // the empty one too; the others are none
     EXPECT_THAT(rows, ElementsAre("239.1.1.1:5000 2x 8*1,3*1 Unknow"));

@@ -1,6 +1,7 @@
 // Captures that are large, damaged or made to do harm, and captures that other tools wrote.
 #include <gmock/gmock.h>
 #include <random>
+#include <sys/resource.h>
 
 #include "support/pcapreaderfixture.h"
 
@@ -14,26 +15,14 @@ constexpr std::size_t cMostMebibytes = 2000;  // shadow memory and freed blocks 
 constexpr std::size_t cMostMebibytes = 300;
 #endif
 
-class tPcapReaderHostileTest : public tPcapReaderTest
+using tPcapReaderHostileTest = tPcapReaderTest;
+
+std::size_t peakMebibytes()
 {
-protected:
-    // Reads a file that other tools made.
-    void readGolden(const std::string& name)
-    {
-        log = {};
-        pcap::tPcapReader reader(KESTOVA_TEST_DATA "/" + name, &log);
-        reader.SetDatagramObserver(&log);
-        read(reader, {});
-    }
-    static std::size_t peakMebibytes()
-    {
-        std::ifstream in("/proc/self/status");
-        for (std::string line; std::getline(in, line);)
-            if (line.starts_with("VmHWM:"))
-                return std::stoul(line.substr(6)) / 1024;
-        return 0;
-    }
-};
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return static_cast<std::size_t>(usage.ru_maxrss) / 1024;
+}
 }  // namespace
 
 TEST_F(tPcapReaderHostileTest, keepsRowsUpToDateAsIfComposedAtTheEnd)
@@ -51,17 +40,6 @@ TEST_F(tPcapReaderHostileTest, keepsRowsUpToDateAsIfComposedAtTheEnd)
         atOnce.ReportAtEndOnly(true);
         read(atOnce, {});
         EXPECT_EQ(stepByStep, log.reports.back());
-        std::uint32_t datagrams = 0, before = UINT32_MAX;
-        for (const pcap::tUdpMulticast& row : atOnce.GetUdpMulticast())
-        {
-            std::uint32_t ofLengths = 0;
-            for (const auto& [times, length] : row.lengths)
-                ofLengths += static_cast<std::uint32_t>(times);
-            EXPECT_EQ(ofLengths, row.count);
-            EXPECT_LE(row.count, before);
-            datagrams += before = row.count;
-        }
-        EXPECT_EQ(datagrams, static_cast<std::uint32_t>(count));
     }
 }
 
@@ -84,15 +62,13 @@ TEST_F(tPcapReaderHostileTest, readsAFileCutAnywhere)
     {
         SCOPED_TRACE(size);
         capture.bytes = whole.substr(0, size);
-        read();
-        EXPECT_EQ(log.lines.back(), "progress 100 0");
+        tLines expected;
+        if (size >= 82)  // headers are there; of the payload, what is held
+            expected.push_back((capture.bytes.substr(82, 7) + std::string(7, '\0')).substr(0, 7));
+        if (size >= 253)
+            expected.push_back(("abcdef" + capture.bytes.substr(253) + std::string(3, '\0')).substr(0, 9));
+        EXPECT_EQ(payloads(), expected);
         EXPECT_EQ(result.cut, size != 24 && size != 89 && size != 150 && size != 203 && size != whole.size());
-        const std::size_t held = size < 89 - 7 ? 0 : std::min<std::size_t>(size - 82, 7);
-        const bool headers = size >= 82, last = size >= 203 + 16 + 34;
-        ASSERT_EQ(log.payloads.size(), 1u + headers + last);
-        EXPECT_TRUE(!headers ||
-                    log.payloads[0] == std::string("payload").substr(0, held) + std::string(7 - held, '\0'));
-        EXPECT_TRUE(!last || log.payloads[1].size() == 9u);
     }
 }
 
@@ -122,10 +98,9 @@ TEST_F(tPcapReaderHostileTest, keepsMemoryBoundedWhateverIsClaimed)
     std::string small, greedy;
     for (unsigned id = 0; id < 65'536; ++id)
     {
-        tFrame frame = fragment(0, true, "abc", id);
-        small += tCapture().add(frame).bytes.substr(24);
-        frame.totalLen = id % 8 == 0 ? 65'535 : -1;  // half a GiB that the file does not hold
-        greedy += tCapture().add(frame).bytes.substr(24);
+        const int claimed = id % 8 == 0 ? 65'535 : -1;  // in all half a GiB that the file does not hold
+        small += tCapture().add(fragment(0, true, "abc", id)).bytes.substr(24);
+        greedy += tCapture().add(tFrame{.payload = "abc", .flags = 1, .id = id, .totalLen = claimed}).bytes.substr(24);
     }
     for (int i = 0; i < 16; ++i)
         capture.bytes += i == 1 ? greedy : small;
@@ -138,19 +113,25 @@ TEST_F(tPcapReaderHostileTest, keepsMemoryBoundedWhateverIsClaimed)
 
 TEST_F(tPcapReaderHostileTest, agreesWithTsharkOnCapturesOfTools)
 {
+    const auto readTool = [this](const std::string& name) {
+        log = {};
+        pcap::tPcapReader reader(KESTOVA_TEST_DATA "/" + name, &log);
+        reader.SetDatagramObserver(&log);
+        read(reader, {});
+    };
     const tLines radar = {":6001 12x 542*12 Spoke", ":6004 2x 4000*2 Unknow", ":6009 2x 808*1,8192*1 Unknow"};
     for (const auto& [name, net] :
          {std::pair{"loopback.pcap", "239.17.0."}, {"snapped.pcap", "239.17.0."}, {"rewritten.pcap", "239.27.0."}})
     {
         SCOPED_TRACE(name);
-        readGolden(name);
+        readTool(name);
         EXPECT_THAT(rows, ElementsAre(net + ("1" + radar[0]), net + ("4" + radar[1]), net + ("9" + radar[2]),
                                       "224.100.100.10:20840 1x 16*1 INS"));
         EXPECT_EQ(result.records, 28u);
         EXPECT_EQ(result.skippedRecords, 2u);
         EXPECT_EQ(result.padded > 0, std::string(name) == "snapped.pcap");
     }
-    readGolden("gaps.pcap");
+    readTool("gaps.pcap");
     EXPECT_THAT(rows, ElementsAre("239.27.0.1:6001 12x 542*12 Spoke", "239.27.0.9:6009 2x 808*1,6712*1 Unknow",
                                   ":6001 2x 1048*1,1480*1 Unknow", "224.100.100.10:20840 1x 16*1 INS"));
     EXPECT_EQ(log.datagrams.size(), 12u + 1 + 2) << "orphans are no datagrams";

@@ -10,8 +10,12 @@
 #include "KestovaStorage/internal/disk/diskspace.h"
 #include "KestovaStorage/internal/disk/paths.h"
 #include "KestovaStorage/internal/recording/filerecorder.h"
+#include "support/ownnamespace.h"
+#include "support/recordedsegments.h"
 #include "support/tempdir.h"
+#include "support/waituntil.h"
 
+using namespace std::chrono_literals;
 using namespace storage;
 
 namespace
@@ -34,9 +38,10 @@ protected:
         tNames found, names;
         paths::listFolder(dir.string(), found, recursive, suffix, paths::eLinks::eFollow);
         for (const std::string& path : found)
-            names.insert(path.substr(dir.string().size() + 1));
+            names.insert(inside(path));
         return names;
     }
+    std::string inside(const std::string& path) const { return path.substr(dir.string().size() + 1); }
 
     tTempDir dir;
 };
@@ -168,7 +173,7 @@ protected:
     {
         tNames names;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(dir.path()))
-            names.insert(entry.path().string().substr(dir.string().size() + 1));
+            names.insert(inside(entry.path()));
         EXPECT_EQ(names.erase("above stays"), 1u);
         return names;
     }
@@ -219,7 +224,8 @@ TEST_F(tDiskReclaimerTest, deletesNothingWhileTheOldestFileIsBeingWritten)
 
 TEST_F(tDiskReclaimerTest, leavesTheFileThatIsBeingRecorded)
 {
-    tFileRecorder recorder(root, ".data", reclaimer);
+    reclaimer.removeRoot(this);
+    tFileRecorder recorder(root, ".data", reclaimer);  // names its root itself
     ASSERT_TRUE(recorder.createNewWritingFile("", 1715934600000, "", false));
     const std::string path = recorder.currentFileName();
     passWithTooMany(100);
@@ -277,4 +283,22 @@ TEST_F(tDiskReclaimerTest, looksAtOneRootAPassInTurn)
     reclaimer.pass();
     const std::string relative = std::filesystem::current_path().string() + "/relative/";
     EXPECT_EQ(looked, (std::vector<std::string>{"/1", "/2", "/0", "/1", "/2", relative}));
+}
+
+using tReclaimedDiskTest = tPathUtilsTest;
+
+// The process's own reclaiming, which is at work until the process ends.
+TEST_F(tReclaimedDiskTest, losesItsOldestFilesWhileThatIsEnabled)
+{
+    if (!tTinyDisk::enter().empty())
+        GTEST_SKIP() << tTinyDisk::enter();
+    const tTinyDisk low(dir.string(), 100);
+    for (int i = 0; i < 3000; ++i)
+        touch("root/" + std::to_string(10'000 + i) + ".data", "");
+    setReclaiming(false);
+    static const tDataStorageIO s_io(dir.file("root"), ".data");
+    const auto left = [this] { return listed(true, ".data").size(); };
+    EXPECT_FALSE(waitUntil([&] { return left() < 3000; }, 7s));
+    setReclaiming(true);
+    EXPECT_TRUE(waitUntil([&] { return left() < 2990; }, 20s));
 }

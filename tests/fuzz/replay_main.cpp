@@ -1,12 +1,12 @@
-// Replays a corpus through a fuzz target: every argument is a file or a folder of files. Every input runs as it is, and
-// damaged: with one byte flipped at a time, and cut.
+// Replays a corpus through a fuzz target: every argument is a folder of inputs. Every input runs as it is, and damaged:
+// with one byte flipped at a time, and cut.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
+
+#include "support/filebytes.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
@@ -19,10 +19,8 @@ void run(const std::string& bytes)
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
 }
 
-void replayFile(const std::filesystem::path& path)
+void replay(std::string bytes)
 {
-    std::ifstream in(path, std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     run(bytes);
     for (std::size_t place = 0; place < bytes.size(); place += bytes.size() / cMostPlaces + 1)
     {
@@ -42,22 +40,11 @@ int main(int argc, char** argv)
 {
     std::size_t replayed = 0;
     for (int i = 1; i < argc; ++i)
-    {
-        if (!std::filesystem::is_directory(argv[i]))
+        for (const auto& input : std::filesystem::directory_iterator(argv[i]))
         {
-            replayFile(argv[i]);
+            replay(contentsOf(input.path()));
             ++replayed;
-            continue;
         }
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(argv[i]))
-        {
-            if (entry.is_regular_file())
-            {
-                replayFile(entry.path());
-                ++replayed;
-            }
-        }
-    }
     std::printf("replayed %zu inputs\n", replayed);
     return replayed == 0 ? 1 : 0;  // an empty corpus tests nothing
 }

@@ -2,6 +2,7 @@
 #ifndef KESTOVA_TESTS_PCAPREADERFIXTURE_H
 #define KESTOVA_TESTS_PCAPREADERFIXTURE_H
 
+#include <algorithm>
 #include <functional>
 #include <gtest/gtest.h>
 #include <set>
@@ -31,9 +32,8 @@ inline std::string rowText(const pcap::tUdpMulticast& row)
 
 inline tLines rowTexts(const std::vector<pcap::tUdpMulticast>& rows)
 {
-    tLines texts;
-    for (const auto& row : rows)
-        texts.push_back(rowText(row));
+    tLines texts(rows.size());
+    std::transform(rows.begin(), rows.end(), texts.begin(), rowText);
     return texts;
 }
 
@@ -43,11 +43,11 @@ public:
     void UpdatePcapReadData(tTimes_ms time, double progress, const char* address, int port, const char* payload,
                             int len) override
     {
-        std::ostringstream line;
-        line << "data " << time << ' ' << progress << ' ' << (address != nullptr ? address : "null") << ':' << port
-             << ' ' << (payload != nullptr ? std::string(payload, static_cast<std::size_t>(len)) : "null");
         EXPECT_TRUE(payload == nullptr || payload[len] == '\0');
         payloads.emplace_back(payload != nullptr ? std::string(payload, static_cast<std::size_t>(len)) : "null");
+        std::ostringstream line;
+        line << "data " << time << ' ' << progress << ' ' << (address != nullptr ? address : "null") << ':' << port
+             << ' ' << payloads.back();
         note(line.str());
     }
     void UpdatePcapReadProgress(double percent, tTimes_ms time) override
@@ -116,20 +116,12 @@ protected:
     }
     tFrame to(const std::string& address, unsigned port, std::string payload)
     {
-        tFrame frame;
-        frame.to = address;
-        frame.port = port;
-        frame.payload = std::move(payload);
-        return frame;
+        return {.payload = std::move(payload), .to = address, .port = port};
     }
     // The beginning, or with an offset a continuation, of a fragmented datagram.
     tFrame fragment(unsigned offset, bool more, std::string payload, unsigned id = 1)
     {
-        tFrame frame = to("239.1.1.1", 5000, std::move(payload));
-        frame.offset = offset;
-        frame.flags = more ? 1 : 0;
-        frame.id = id;
-        return frame;
+        return {.payload = std::move(payload), .flags = more ? 1u : 0u, .offset = offset, .id = id};
     }
     tLines payloads(const tSelection& selection = cSelected)
     {

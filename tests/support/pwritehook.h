@@ -20,13 +20,14 @@ public:
 
     explicit tPwriteHook(tHandler handler)
     {
-        set(std::move(handler));
+        s_handler = std::move(handler);
         tFileCalls::s_write = dispatch;
     }
     ~tPwriteHook()
     {
         tFileCalls::s_write = write;
-        set(nullptr);
+        const std::unique_lock<std::shared_mutex> nobodyInside(s_mutex);
+        s_handler = nullptr;
     }
     tPwriteHook(const tPwriteHook&) = delete;
     tPwriteHook& operator=(const tPwriteHook&) = delete;
@@ -42,11 +43,6 @@ private:
     {
         const std::shared_lock<std::shared_mutex> inside(s_mutex);
         return s_handler ? s_handler(file, data, len, pos) : write(file, data, len, pos);
-    }
-    static void set(tHandler handler)
-    {
-        const std::unique_lock<std::shared_mutex> nobodyInside(s_mutex);
-        s_handler.swap(handler);
     }
 
     static inline std::shared_mutex s_mutex;

@@ -1,8 +1,10 @@
-// A file's head and its segments out of any bytes: whatever the head says, decoding stays within the bits that it is
-// given, and both ways of decoding a segment, and the plain codec, agree.
+// Any bytes for the codec. As an encoded byte array: nothing outside them is read, and what comes out is no more than
+// their bits can hold. As an input: what is encoded decodes to them again, and is what the plain codec makes. As a
+// file's head and a segment: whatever the head says, decoding stays within the bits that it is given, and both ways of
+// decoding a segment, and the plain codec, agree.
 //
-// The first 2 bytes are the number of entries, as in a head; up to 16 entries of 5 bytes follow, then the place of the
-// first bit, the valid bits of the last byte, and the segment.
+// A segment: the first 2 bytes are the number of entries, as in a head; up to 16 entries of 5 bytes follow, then the
+// place of the first bit, the valid bits of the last byte, and the segment.
 #include <algorithm>
 #include <cstdint>
 #include <string>
@@ -10,12 +12,43 @@
 #include <vector>
 
 #include "KestovaStorage/huffmandecode.h"
+#include "KestovaStorage/huffmanencode.h"
 #include "KestovaStorage/internal/codec/segmentdecoder.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/support/plainhuffman.h"
 
 namespace
 {
+constexpr std::size_t cMostSize = 65535;  // no count exceeds 16 bits
+
+std::string decoded(const std::string& array)
+{
+    huffman::tHuffmanDecode decoder(huffman::eByteArrayMode);
+    const std::vector<char> exact(array.begin(), array.end());  // so that reading on is noticed
+    return decoder.DecodeByteArray(exact.data(), static_cast<std::uint32_t>(exact.size()));
+}
+
+std::string encoded(const std::string& bytes)
+{
+    huffman::tHuffmanEncode encoder(huffman::eByteArrayMode);
+    std::vector<char> exact(plain::byteArray(bytes).size());
+    const auto result = encoder.EncodeByteArray(bytes.data(), static_cast<std::uint32_t>(bytes.size()), exact.data(),
+                                                static_cast<std::uint32_t>(exact.size()));
+    require(!result.second);
+    return {result.first.first, result.first.second};
+}
+
+void checkArray(const std::string& bytes)
+{
+    require(decoded(bytes).size() <= bytes.size() * 8);
+    if (bytes.empty() || bytes.size() > cMostSize)
+        return;
+    const std::string array = encoded(bytes);
+    require(array == plain::byteArray(bytes));
+    const bool oneValue = bytes.find_first_not_of(bytes[0]) == std::string::npos;
+    require(decoded(array) == (oneValue ? "" : bytes));
+}
+
 huffman::tFileHead headOf(std::string_view& bytes)
 {
     huffman::tFileHead head{};
@@ -35,11 +68,9 @@ std::string decodedPlainly(const huffman::tFileHead& head, const std::string& bi
         freqs[head.alphaFreqs[i].alpha] = head.alphaFreqs[i].freq;
     return freqs.empty() ? "" : plain::decode(bits, plain::treeOf(freqs));
 }
-}  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void checkSegment(std::string_view bytes)
 {
-    std::string_view bytes(reinterpret_cast<const char*>(data), size);
     const huffman::tFileHead head = headOf(bytes);
     const std::uint8_t firstBit = takeByte(bytes), lastBits = takeByte(bytes);
     huffman::tHuffmanDecode decoder(huffman::eSegmentMode);
@@ -48,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto len = static_cast<std::uint32_t>(exact.size());
     const std::string text = decoder.DecodeSrcFileSegment(exact.data(), len, firstBit, lastBits);
     if (len < 2)
-        return 0;
+        return;
     const std::size_t first = std::min<unsigned>(firstBit, 8),
                       last = lastBits == 0 ? 8 : std::min<unsigned>(lastBits, 8);
     const std::size_t number = std::size_t{len} * 8 - 8 + last - first;
@@ -58,5 +89,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::vector<char> out(engine.roomFor(number));
     out.resize(engine.decode(exact.data(), first, number, out.data(), out.size()));
     require(text == std::string(out.begin(), out.end()));
+}
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const std::string bytes(reinterpret_cast<const char*>(data), size);
+    checkArray(bytes);
+    checkSegment(bytes);
     return 0;
 }
