@@ -19,6 +19,9 @@ namespace net
 KESTOVA_API uint32_t transAddr(const char* dotted);
 // Address to dotted text. Any thread.
 KESTOVA_API std::string transAddr(uint32_t ip);
+// "239.17.0.1:6001" to address and port. ip is 0 if what stands before the first ":" is no IPv4 address, port is 0 if
+// what follows is no decimal number from 1 to 65535. Any thread.
+KESTOVA_API NetAddress parseAddress(const std::string& text);
 // Host to network byte order of a port, and back.
 KESTOVA_API uint16_t HtoNs(uint16_t port);
 KESTOVA_API uint16_t NtoHs(uint16_t port);

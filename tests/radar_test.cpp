@@ -59,15 +59,16 @@ struct tCalled : net::iDatagramListener
 };
 
 // Carries datagrams inside the process: what is sent to a group reaches the sources that are open on it.
-class tWire : public iTransport
+class tWire : public net::iTransport
 {
 public:
-    std::unique_ptr<iDatagramSource> openSource(net::iDatagramListener* listener, const NetAddress& group,
-                                                std::uint32_t, int) override
+    bool needsLocalAddress() const override { return false; }
+    std::unique_ptr<net::iDatagramSource> openSource(net::iDatagramListener* listener, const NetAddress& group,
+                                                     std::uint32_t, int) override
     {
         if (group.ip == m_down)
             throw std::system_error(EAGAIN, std::generic_category());
-        struct tSource : iDatagramSource
+        struct tSource : net::iDatagramSource
         {
             bool joined() const override { return true; }
             net::tUdpReceiverCounters counters() const override { return {3, 2, 1}; }
@@ -75,9 +76,9 @@ public:
         m_listeners[group] = listener;
         return std::make_unique<tSource>();
     }
-    std::unique_ptr<iDatagramSink> openSink(const NetAddress& destination, std::uint32_t) override
+    std::unique_ptr<net::iDatagramSink> openSink(const NetAddress& destination, std::uint32_t) override
     {
-        struct tSink : iDatagramSink
+        struct tSink : net::iDatagramSink
         {
             tSink(tWire& w, const NetAddress& to) : wire(w), destination(to) {}
             bool send(const char* data, int len) override
@@ -109,6 +110,7 @@ TEST(tTransportTest, carriesReceptionQueriesAndReplayOverAnyTransport)
     tGroupReceivers groups(&listener, wire);
     wire.m_down = 1;
     testing::internal::CaptureStderr();
+    EXPECT_TRUE(groups.canOpen(0) && !tGroupReceivers(&listener).canOpen(0)) << "UDP waits for an address";
     groups.open({{{1, 1}, {}, 0}, {{2, 2}, {}, 0}}, 0);
     EXPECT_EQ(std::ranges::count(testing::internal::GetCapturedStderr(), '\n'), 1);
     ASSERT_EQ(groups.states().size(), 2u);

@@ -54,7 +54,7 @@ std::optional<tInterfaceChoice> choiceNamed(const tInterfaceTable& table, const 
 // A choice by address takes the name of the interface that has the address, as soon as one has.
 tInterfaceChoice settled(const tInterfaceTable& table, const tInterfaceChoice& choice);
 // The address of a choice. An address that no interface has is given as it stands.
-tLocalAddress localAddress(const tInterfaceTable& table, const tInterfaceChoice& choice);
+tLocalAddress chosenAddress(const tInterfaceTable& table, const tInterfaceChoice& choice);
 }  // namespace net
 
 #endif

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "KestovaRecordings/failure.h"
+#include "KestovaRecordings/frames.h"
 #include "UdpSocket/udpsocket.h"
 
 #include "sessions/record/recordingplace.h"
@@ -18,7 +19,6 @@ using namespace recordings;
 namespace
 {
 constexpr std::uint64_t cQueueBytes = 32 << 20;  // waits for the disk before more than that is queued
-constexpr int cMaxDatagram = 65'507;             // fragments that lie can make more of one
 constexpr unsigned int cDiskTimeout_ms = 60'000;
 
 // What a recorder would have stamped on the kinds that the capture reader knows. Other datagrams, control messages
@@ -66,7 +66,7 @@ void tCaptureImport::start(std::uint64_t timeMs)
 
 void tCaptureImport::add(const pcap::tPcapDatagram& datagram)
 {
-    if (datagram.len > cMaxDatagram)
+    if (datagram.len > static_cast<int>(cMaxDatagram))  // fragments that lie can make more of one
     {
         ++m_tooLong;
         return;

@@ -22,12 +22,11 @@ tGroupRecording::tGroupRecording(const std::vector<NetAddress>& groups, std::uin
         m_received.expect(group, eOtherType);
     m_storage.CreateNewWritingFile(0ul, "groups", compress);
     requireFileBelow(m_root, m_storage.GetCurrentWriteDataFileName());
-    net::iDatagramListener* const listener = this;
     for (const NetAddress& group : groups)
     {
         auto& receiver = m_receivers[group];
-        receiver = std::make_unique<net::tDatagramReceiver>(listener, localIp, group, cReceiveBuffer);
-        if (!receiver->valid())
+        receiver = net::defaultTransport().openSource(this, group, localIp, cReceiveBuffer);
+        if (!receiver->joined())
             throw tFailure("a group could not be joined: see the line above");
     }
 }
