@@ -12,9 +12,9 @@
 namespace recordings
 {
 // As directory files and options spell them.
-KESTOVA_API std::string streamName(tReadWriteType kind);  // "imageStream"; "kind 42" for a number without a name
-KESTOVA_API std::string messageName(tMsgType type);       // "readType"; "type 42"
-KESTOVA_API std::string allStreamNames();                 // separated by ", "
+KESTOVA_API std::string streamTitle(tReadWriteType kind);  // "imageStream"; "kind 42" for a number without a name
+KESTOVA_API std::string messageTitle(tMsgType type);       // "readType"; "type 42"
+KESTOVA_API std::string allStreamNames();                  // separated by ", "
 
 // A set of stream kinds; the empty set stands for all of them. A plain value: one bit for each kind that can exist.
 class tStreamChoice
