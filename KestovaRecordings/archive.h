@@ -1,4 +1,4 @@
-// Finds the data files below a path.
+// The data files below a path.
 #ifndef KESTOVA_RECORDINGS_ARCHIVE_H
 #define KESTOVA_RECORDINGS_ARCHIVE_H
 
@@ -18,7 +18,7 @@ KESTOVA_API std::vector<std::string> findRecordings(const std::string& path, con
 // Returns whether at least one segment of the file can be read back.
 KESTOVA_API bool isReadable(storage::tDataFile& file);
 
-KESTOVA_API std::string kindName(storage::tFileHeadSymbol kind);  // "plain", "huffman"
+KESTOVA_API std::string kindName(storage::tFileHeadSymbol kind);  // returns "plain" or "huffman"
 }  // namespace recordings
 
 #endif

@@ -28,7 +28,7 @@ public:
     explicit tPrivate(const std::string& path)
         : m_path(path), m_part(path + ".part"), m_handle(pcap_open_dead(DLT_EN10MB, cSnapLen))
     {
-        // Never overwrites: a file of this name may be anything, even the recording.
+        // O_EXCL: never overwrites a file, which may be the recording itself.
         const int fd = ::open(m_part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd < 0)
             throw tFailure(m_part + " cannot be made: " + std::strerror(errno));
@@ -73,7 +73,7 @@ private:
 
     const std::string m_path, m_part;
     const std::unique_ptr<pcap_t, tClose> m_handle;
-    std::unique_ptr<pcap_dumper_t, tClose> m_dumper;  // null when it is finished
+    std::unique_ptr<pcap_dumper_t, tClose> m_dumper;  // null once finished
 };
 
 tCaptureWriter::tCaptureWriter(const std::string& path) : d(std::make_unique<tPrivate>(path)) {}

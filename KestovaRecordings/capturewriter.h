@@ -11,8 +11,8 @@
 
 namespace recordings
 {
-// Writes to PATH.part, which must not exist, and renames it in finish(). Without finish() nothing is left. One thread
-// at a time. Throws tFailure if the file cannot be made or written.
+// Writes to PATH.part, which must not exist, and renames it in finish(). Without finish() the destructor removes it.
+// One thread at a time. Throws tFailure if the file cannot be created or written.
 class KESTOVA_API tCaptureWriter
 {
 public:

@@ -2,6 +2,6 @@
 
 namespace recordings
 {
-// Defined here, so that the library holds the one type record by which programs catch it.
+// Out of line, so that the library exports the type information by which programs catch it.
 tFailure::~tFailure() = default;
 }  // namespace recordings

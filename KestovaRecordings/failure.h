@@ -8,7 +8,7 @@
 
 namespace recordings
 {
-// The work failed. what() is one line for a person: what, why and, if known, what to do.
+// what() returns one line for the user: what failed, why and, if known, what to do.
 class KESTOVA_API tFailure : public std::runtime_error
 {
 public:

@@ -19,7 +19,7 @@ void put16(std::string& to, std::size_t value)  // network order
     to += static_cast<char>(value);
 }
 
-// Addresses and ports of NetAddress lie in memory as on the wire.
+// Returns the bytes of a field of NetAddress, which are in network order.
 template <typename tNumber>
 std::string_view wire(const tNumber& number)
 {
@@ -68,7 +68,7 @@ std::string ipHead(const NetAddress& from, const NetAddress& to, std::size_t len
     return head.replace(10, 2, check);
 }
 
-// A checksum of 0 on the wire means that there is none.
+// Writes a checksum of 0 as FFFF: 0 on the wire means no checksum.
 std::string udpMessage(const NetAddress& from, const NetAddress& to, std::string_view payload)
 {
     std::string message;

@@ -9,7 +9,7 @@
 
 namespace recordings
 {
-// "239.17.0.1:6001". Throws std::invalid_argument with a sentence for the user.
+// Returns the address of "239.17.0.1:6001". Throws std::invalid_argument with a sentence for the user.
 KESTOVA_API NetAddress parseGroup(const std::string& text);
 }  // namespace recordings
 

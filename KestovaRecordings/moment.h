@@ -1,4 +1,4 @@
-// tMoment: a place in a recording whose span is not known yet.
+// tMoment: a place in a recording, given before its span is known.
 #ifndef KESTOVA_RECORDINGS_MOMENT_H
 #define KESTOVA_RECORDINGS_MOMENT_H
 
@@ -19,7 +19,8 @@ struct KESTOVA_API tMoment
     eKind kind = eFraction;
     double value = 0.0;
 
-    // Returns the moment in ms since the epoch, for a recording with this first and last record. May lie outside.
+    // Returns the moment in ms since the epoch, for a recording with these times of its first and last record. The
+    // result may be outside the two.
     double resolve(std::uint64_t firstMs, std::uint64_t lastMs) const;
 };
 }  // namespace recordings

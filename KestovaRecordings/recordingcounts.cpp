@@ -6,7 +6,7 @@
 
 #include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/failure.h"
-#include "KestovaRecordings/packageview.h"
+#include "KestovaRecordings/packagecontents.h"
 #include "KestovaStorage/datafile.h"
 
 namespace recordings
@@ -15,18 +15,18 @@ namespace
 {
 constexpr std::size_t cProgressRecords = 1024;
 
-class tScan
+class tCounter
 {
 public:
-    tScan(const tCountOptions& options, const std::function<bool(const tCountProgress&)>& goOn)
+    tCounter(const tCountOptions& options, const std::function<bool(const tCountProgress&)>& goOn)
         : m_options(options), m_goOn(goOn)
     {}
 
     tRecordingCounts run(const std::string& path);
 
 private:
-    void enter(const std::string& folder);
-    tFileCounts count(const std::string& path);
+    void enterFolder(const std::string& folder);
+    tFileCounts countFile(const std::string& path);
     void countRecord(storage::tDataFile& file, std::size_t i, tFileCounts& counts);
     void add(tFileCounts counts);
     bool goesOn(std::size_t i, std::size_t records);
@@ -35,20 +35,20 @@ private:
     const std::function<bool(const tCountProgress&)>& m_goOn;
     bool m_cancelled = false;
     std::size_t m_file = 0, m_files = 0;
-    std::string m_folder;  // of the file in hand
+    std::string m_folder;  // of the present file
     std::string m_segment;
     tRecordingCounts m_result;
 };
 
-tRecordingCounts tScan::run(const std::string& path)
+tRecordingCounts tCounter::run(const std::string& path)
 {
     const auto paths = findRecordings(path, m_options.suffix);
     m_files = paths.size();
     for (m_file = 1; m_file <= m_files && !m_cancelled; ++m_file)
     {
         const std::string& one = paths[m_file - 1];
-        enter(std::filesystem::path(one).parent_path().string());
-        add(count(one));
+        enterFolder(std::filesystem::path(one).parent_path().string());
+        add(countFile(one));
     }
     if (m_files == 1 && !m_result.files[0].error.empty())
         throw tFailure(m_result.files[0].error);
@@ -57,7 +57,7 @@ tRecordingCounts tScan::run(const std::string& path)
 }
 
 // The time between two recordings is no gap.
-void tScan::enter(const std::string& folder)
+void tCounter::enterFolder(const std::string& folder)
 {
     if (folder == m_folder)
         return;
@@ -66,7 +66,7 @@ void tScan::enter(const std::string& folder)
     m_folder = folder;
 }
 
-tFileCounts tScan::count(const std::string& path)
+tFileCounts tCounter::countFile(const std::string& path)
 {
     tFileCounts counts;
     counts.path = path;
@@ -86,14 +86,14 @@ tFileCounts tScan::count(const std::string& path)
     return counts;
 }
 
-bool tScan::goesOn(std::size_t i, std::size_t records)
+bool tCounter::goesOn(std::size_t i, std::size_t records)
 {
     if (i % cProgressRecords == 0)
         m_cancelled = !m_goOn({m_file, m_files, i, records});
     return !m_cancelled;
 }
 
-void tScan::countRecord(storage::tDataFile& file, std::size_t i, tFileCounts& counts)
+void tCounter::countRecord(storage::tDataFile& file, std::size_t i, tFileCounts& counts)
 {
     const std::uint64_t timeMs = file.record(i).timeMs;
     counts.firstMs = counts.firstMs == 0 ? timeMs : std::min(counts.firstMs, timeMs);
@@ -113,7 +113,7 @@ void tScan::countRecord(storage::tDataFile& file, std::size_t i, tFileCounts& co
     m_result.total.streams[key].add(timeMs, message, m_options.gapMs, m_options.withDigest);
 }
 
-void tScan::add(tFileCounts counts)
+void tCounter::add(tFileCounts counts)
 {
     tTotalCounts& total = m_result.total;
     total.skipped += counts.error.empty() ? 0 : 1;
@@ -131,6 +131,6 @@ void tScan::add(tFileCounts counts)
 tRecordingCounts countRecordings(const std::string& path, const tCountOptions& options,
                                  const std::function<bool(const tCountProgress&)>& goOn)
 {
-    return tScan(options, goOn).run(path);
+    return tCounter(options, goOn).run(path);
 }
 }  // namespace recordings

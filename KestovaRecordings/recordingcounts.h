@@ -17,9 +17,9 @@ namespace recordings
 struct tFileCounts
 {
     std::string path;
-    std::string error;  // why it is no data file; empty otherwise
+    std::string error;  // why it is no data file; empty for a data file
     storage::tFileHeadSymbol kind = storage::cDataFileHead;
-    bool readable = true;  // its segments can be read back
+    bool readable = true;  // its segments can be read
     bool finished = false;
     std::uint64_t size = 0, records = 0, bytes = 0, damaged = 0;
     std::uint64_t firstMs = 0, lastMs = 0;
@@ -44,11 +44,11 @@ struct tRecordingCounts
 struct tCountOptions
 {
     std::string suffix = ".data";
-    std::uint64_t gapMs = 2000;  // silences of a stream from this length on are gaps
+    std::uint64_t gapMs = 2000;  // silences of this length or more are gaps
     bool withDigest = false;
 };
 
-// The record in hand, counted from 0, of the file in hand, counted from 1.
+// The present record, counted from 0, of the present file, counted from 1.
 struct tCountProgress
 {
     std::size_t file, files;
@@ -56,7 +56,7 @@ struct tCountProgress
 };
 
 // Counts a file, or the files of a folder one after the other. Calls `goOn` every 1,024 records; false cancels. Throws
-// tFailure if there is nothing to count, or a single file that is no data file. Any thread.
+// tFailure if there is no file, or a single one that is no data file. Any thread.
 KESTOVA_API tRecordingCounts countRecordings(const std::string& path, const tCountOptions& options,
                                              const std::function<bool(const tCountProgress&)>& goOn);
 }  // namespace recordings

@@ -11,12 +11,12 @@
 
 namespace recordings
 {
-// As directory files and options spell them.
+// Return the names as in directory files and options.
 KESTOVA_API std::string streamTitle(tReadWriteType kind);  // "imageStream"; "kind 42" for a number without a name
 KESTOVA_API std::string messageTitle(tMsgType type);       // "readType"; "type 42"
 KESTOVA_API std::string allStreamNames();                  // separated by ", "
 
-// A set of stream kinds; the empty set stands for all of them. A plain value: one bit for each kind that can exist.
+// A set of stream kinds; the empty set includes all of them.
 class tStreamChoice
 {
 public:
@@ -28,7 +28,8 @@ private:
     std::bitset<256> m_kinds;
 };
 
-// Names, separated by commas in each text. Throws std::invalid_argument with a sentence for the user.
+// Returns the choice of the names in the texts, separated by commas in each. Throws std::invalid_argument with a
+// sentence for the user.
 KESTOVA_API tStreamChoice parseStreams(const std::vector<std::string>& texts);
 }  // namespace recordings
 

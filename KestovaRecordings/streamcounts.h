@@ -12,8 +12,8 @@
 
 namespace recordings
 {
-// 64-bit FNV-1a over each message's length (four bytes, little-endian) and bytes, in order: streams with equal digests
-// carried equal messages in equal order.
+// 64-bit FNV-1a over each message's length (four bytes, little-endian) and bytes, in order: equal digests mean equal
+// messages in equal order.
 struct KESTOVA_API tDigest
 {
     std::uint64_t hash = 14695981039346656037u;
@@ -22,19 +22,19 @@ struct KESTOVA_API tDigest
     std::string text() const;  // 16 hex digits
 };
 
-// A stream is a kind on a group: service messages of one kind come on two groups. Ordered as tables show streams.
+// A stream is a kind on a group: service messages of one kind use two groups. The order is that of tables.
 struct KESTOVA_API tStreamKey
 {
-    bool package = true;  // false: segments that are no radar message packages
+    bool package = true;  // false for segments that are no packages
     tReadWriteType kind = eOtherType;
-    std::uint32_t addressOrder = 0;  // the group's address in host byte order, which sorts like its text
+    std::uint32_t addressOrder = 0;  // the group's address in host byte order, for the order of tables
     std::uint16_t port = 0;
 
     static tStreamKey of(tReadWriteType kind, std::uint32_t ip, std::uint16_t port);  // ip as net::transAddr returns it
     static tStreamKey raw();
 
-    std::string name() const;     // "imageStream", "raw"
-    std::string address() const;  // "239.17.0.1:6001"; empty for raw segments
+    std::string name() const;     // returns "imageStream", or "raw"
+    std::string address() const;  // returns "239.17.0.1:6001"; empty for raw segments
 };
 KESTOVA_API bool operator<(const tStreamKey& a, const tStreamKey& b);
 KESTOVA_API bool operator==(const tStreamKey& a, const tStreamKey& b);
@@ -50,7 +50,8 @@ struct KESTOVA_API tStreamCount
 
 using tStreamCounts = std::map<tStreamKey, tStreamCount>;
 
-KESTOVA_API tStreamCount total(const tStreamCounts& counts);  // its digest means nothing
+// Returns the sums of messages and bytes; the digest of the result has no meaning.
+KESTOVA_API tStreamCount total(const tStreamCounts& counts);
 }  // namespace recordings
 
 #endif

@@ -17,7 +17,7 @@ bool longer(const tGap& a, const tGap& b)
 class tStreamHistory::tPrivate
 {
 public:
-    void remember(tGap gap)
+    void keep(tGap gap)
     {
         gaps.push_back(gap);
         std::push_heap(gaps.begin(), gaps.end(), longer);
@@ -44,7 +44,7 @@ void tStreamHistory::add(std::uint64_t timeMs, std::string_view message, std::ui
     d->firstMs = d->messages == 0 ? timeMs : std::min(d->firstMs, timeMs);
     d->lastMs = std::max(d->lastMs, timeMs);
     if (d->previousMs != 0 && timeMs > d->previousMs && timeMs - d->previousMs >= gapMs)
-        d->remember({d->previousMs, timeMs});
+        d->keep({d->previousMs, timeMs});
     d->previousMs = timeMs;
     ++d->messages;
     d->bytes += message.size();

@@ -1,4 +1,4 @@
-// tStreamHistory: a stream over time: how much, from when to when, and its longest silences.
+// tStreamHistory: a stream over time: its counts, its span and its longest silences.
 #ifndef KESTOVA_RECORDINGS_STREAMHISTORY_H
 #define KESTOVA_RECORDINGS_STREAMHISTORY_H
 
@@ -19,7 +19,7 @@ struct tGap
     std::uint64_t length() const { return toMs - fromMs; }
 };
 
-// One thread at a time. What is moved from may only be destroyed or assigned to.
+// One thread at a time. An object that was moved from may only be destroyed or assigned to.
 class KESTOVA_API tStreamHistory
 {
 public:
@@ -28,19 +28,19 @@ public:
     tStreamHistory(tStreamHistory&&) noexcept;
     tStreamHistory& operator=(tStreamHistory&&) noexcept;
 
-    // Silences from gapMs on are remembered, the 16 longest of them.
+    // Counts a message. Keeps the 16 longest silences of gapMs or more.
     void add(std::uint64_t timeMs, std::string_view message, std::uint64_t gapMs, bool withDigest);
-    void interrupt();  // what follows is another recording: the time between is no silence
+    void interrupt();  // the next message begins another recording: the time until then is no silence
 
     std::uint64_t messages() const;
     std::uint64_t bytes() const;
     std::uint64_t firstMs() const;
     std::uint64_t lastMs() const;
-    // One over the mean interval, so that a stream of one message a second has exactly 1; 0 below two messages.
+    // Returns one over the mean interval, exactly 1 for a stream of one message a second; 0 below two messages.
     double messagesPerSecond() const;
     double bytesPerSecond() const;
     const tDigest& digest() const;
-    // Silences that stand out: at least three times as long as the stream's mean interval. Longest first.
+    // Returns the silences of at least three mean intervals of the stream. Longest first.
     std::vector<tGap> gaps() const;
 
 private:

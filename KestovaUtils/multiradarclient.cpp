@@ -13,7 +13,7 @@
 
 namespace
 {
-// The radars by serial and id. A record that was returned is never changed or freed: a replaced one is kept aside.
+// The radars by serial and id. Never changes or frees a record, since callers hold pointers to it: keeps replaced ones.
 class tRadars
 {
 public:
@@ -21,7 +21,7 @@ public:
     {
         std::unique_ptr<const RadarAddress>& place = m_radars[{serial, id}];
         if (place && std::memcmp(place.get(), &record, sizeof record) == 0)
-            return;  // the same file loaded again costs nothing
+            return;  // loading the same file again takes no memory
         if (place)
             m_replaced.push_back(std::move(place));
         place = std::make_unique<const RadarAddress>(record);
@@ -48,7 +48,7 @@ private:
 class KESTOVA_HIDDEN MultiRadarClient::tMultiRadarClientPrivate
 {
 public:
-    // Follows the interface from the first listener on.
+    // Starts to follow the interface with the first listener.
     void watch()
     {
         std::call_once(m_watching,

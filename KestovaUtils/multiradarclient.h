@@ -1,4 +1,4 @@
-// The directory of radars: which stream of which radar is sent on which UDP group, and the interface to receive on.
+// The directory of radars: the UDP group of each stream of each radar, and the interface to receive on.
 #ifndef KESTOVA_MULTIRADARCLIENT_H
 #define KESTOVA_MULTIRADARCLIENT_H
 
@@ -46,15 +46,15 @@ struct KESTOVA_API RadarAddress
     NetAddress radarClientCtrl;
     NetAddress radarClientState;
 
-    // The address of stream kind `kind` (0 to 17, see eReadWriteType); ip and port 0 if the radar has none or the
-    // kind has no slot.
+    // Returns the address of stream kind `kind` (0 to 17, see eReadWriteType); ip and port 0 if the radar has none or
+    // the kind has no slot.
     NetAddress streamAddress(unsigned int kind) const;
     // Stores the address of stream kind `kind`; does nothing above 17.
     void setStreamAddress(unsigned int kind, const NetAddress& address);
 
-    // The name of a stream kind as a directory file spells it, "imageStream" to "radarClientState"; null above 17.
+    // Returns the name of a stream kind as in a directory file, "imageStream" to "radarClientState"; null above 17.
     static const char* streamName(unsigned int kind);
-    // The kind of that name; -1 if there is none.
+    // Returns the kind of that name; -1 if there is none.
     static int streamKind(const char* name);
 };
 #pragma pack(pop)
@@ -65,14 +65,14 @@ class KESTOVA_API iMultiRadarCheckerListener
 {
 public:
     virtual ~iMultiRadarCheckerListener() = default;
-    // The address of the local interface, as net::transAddr returns it; 0 while it has none. Called on the client's
-    // own thread, soon after the listener is added and then at every change, in order. Also called when the address
-    // stays but another interface has it, since groups joined on the first one are gone. One call at a time for all
-    // listeners: a slow one delays the others. Must not throw.
+    // Reports the address of the local interface, as net::transAddr returns it; 0 while it has none. Called on the
+    // client's own thread, soon after the listener is added and then at every change, in order. Also called when the
+    // same address moves to another interface, because the kernel drops the memberships of the first one. One call at
+    // a time for all listeners: a slow one delays the others. Must not throw.
     virtual void OnLocalIpChanged(unsigned int localIp) = 0;
 };
 
-// What identifies a radar.
+// The key of a radar in the directory.
 struct tRadarName
 {
     std::string serial;
@@ -83,30 +83,30 @@ struct tRadarName
 class KESTOVA_API MultiRadarClient
 {
 public:
-    static MultiRadarClient* getInstance();  // never null; lives until the process ends
+    static MultiRadarClient* getInstance();  // never returns null; lives until the process ends
 
-    // Reads a directory file (JSON) and takes all its radars over, replacing those of the same serial and id. A wrong
-    // file is refused whole: false, the directory unchanged, and one message in `error` (on standard error if
+    // Reads a directory file (JSON) and adds all its radars, replacing those of the same serial and id. An error in the
+    // file fails the whole file: returns false, the directory unchanged, and one line in `error` (on standard error if
     // `error` is null) that names file, entry and reason.
     bool loadDirectory(const std::string& path, std::string* error = nullptr);
     // Adds or replaces one radar. A null or empty serial is ignored.
     void setAddress(const char* serial, unsigned short id, const RadarAddress& record);
-    // The record of a radar, null if unknown. The record stays valid and unchanged until the process ends.
+    // Returns the record of a radar, null if unknown. The record stays valid and unchanged until the process ends.
     const RadarAddress* getAddress(const char* serial, unsigned short id);
-    // The radars of the directory, ordered by serial, then id.
+    // Returns the radars of the directory, ordered by serial, then id.
     std::vector<tRadarName> radars() const;
 
-    // Chooses the interface to receive on, by name ("eth0") or by its dotted address ("192.168.1.5", "127.0.0.1"). The
-    // interface's address is followed: listeners are notified of each new one, and of 0 while there is none. A dotted
-    // address that belongs to no interface of this machine is reported as it is, and again when an interface takes it.
-    // False, and nothing changed, for text that is neither an existing interface nor an address. Until it is called the
-    // interface is the one of the default route, or the loopback interface if there is none.
+    // Chooses the interface to receive on, by name ("eth0") or by its dotted address ("192.168.1.5", "127.0.0.1"), and
+    // follows its address: notifies listeners of each new one, and of 0 while there is none. A dotted address that no
+    // interface of this machine has is reported as it is, and again when an interface takes it. Returns false and
+    // changes nothing for text that is neither an existing interface nor an address. Until the first call the interface
+    // is the one of the default route, or the loopback interface if there is none.
     bool setLocalInterface(const std::string& nameOrAddress);
 
-    // Registers a listener (not owned; adding it twice is the same as once). From inside a call too.
+    // Registers a listener (not owned; a second registration does nothing). May be called from inside a call.
     void addListener(iMultiRadarCheckerListener* listener);
-    // Removes it; one that is not there is ignored. After the return no call to it is under way, except if it is
-    // called from inside a call: that call is then the last. The caller must hold no lock that the listener takes.
+    // Removes a listener; ignores an unknown one. After the return no call to it is under way, except when called from
+    // inside a call: that call is then the last. The caller must hold no lock that the listener takes.
     void removeListener(iMultiRadarCheckerListener* listener);
 
 private:

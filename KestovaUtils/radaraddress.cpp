@@ -3,7 +3,7 @@
 #include "KestovaUtils/multiradarclient.h"
 #include "KestovaUtils/streamnames.h"
 
-// The record is exchanged as bytes: every field has the offset that the family's other programs use.
+// Programs exchange the record as bytes: the offset of every field is fixed.
 static_assert(offsetof(RadarAddress, radarIP) == 0);
 static_assert(offsetof(RadarAddress, dedicated) == 4);
 static_assert(offsetof(RadarAddress, dedicatedNumber) == 5);
@@ -36,7 +36,7 @@ static_assert(sizeof(RadarAddress) == 116);
 
 namespace
 {
-// Kept: the slots lie side by side and ignore the type bytes between the named fields.
+// Kept: the slots are contiguous and ignore the type bytes between the named fields.
 constexpr std::size_t cFirstSlot = 6;
 constexpr std::size_t slotOf(unsigned int kind)
 {

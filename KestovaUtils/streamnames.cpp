@@ -6,11 +6,11 @@ namespace utils
 {
 namespace
 {
-// The enumerations' names without the leading e, first letter small.
+// The enumerators without the leading e, first letter small.
 constexpr const char* cStreamNames[] = {
     "imageStream",     "imageCtrl",       "imageState",      "arpaStream", "arpaCtrl",   "arpaState",
     "originalImage",   "aisDev",          "gpsDev",          "depthDev",   "headingDev", "secondArpaStream",
-    "cameraCtrl",      "cameraState",     "arpaSeverCtrl",  // spelled as the enumeration spells it
+    "cameraCtrl",      "cameraState",     "arpaSeverCtrl",  // spelled as the enumerator
     "arpaServerState", "radarClientCtrl", "radarClientState"};
 static_assert(std::size(cStreamNames) == cStreamKinds);
 

@@ -25,7 +25,7 @@ bool hasForm(const std::string& text, const char* form)
     return form[i] == '\0' && i == text.size();
 }
 
-// The digits are known to be digits.
+// hasForm() has checked the digits.
 int numberAt(const std::string& text, std::size_t first, std::size_t digits)
 {
     int number = 0;
@@ -41,7 +41,7 @@ int daysOf(int year, int month)
     return month == 2 && leap ? 29 : cDays[month - 1];
 }
 
-// mktime would take February 30 as March 1 or 2.
+// mktime accepts February 30 as March 1 or 2.
 bool exists(int year, int month, int day, int hour, int minute, int second)
 {
     return month >= 1 && month <= 12 && day >= 1 && day <= daysOf(year, month) && hour <= 23 && minute <= 59 &&
@@ -75,7 +75,7 @@ tTimes_s tTimeParser::String2Time_s(const std::string& text)
         return 0;
     local.tm_year = year - 1900;
     local.tm_mon = month - 1;
-    local.tm_isdst = -1;  // whatever holds at that time of the year
+    local.tm_isdst = -1;  // mktime decides whether summer time applies
     const std::time_t seconds = std::mktime(&local);
     if (seconds < 0 || static_cast<std::uint64_t>(seconds) > std::numeric_limits<tTimes_s>::max())
         return 0;

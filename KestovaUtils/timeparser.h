@@ -20,9 +20,9 @@ class KESTOVA_API tTimeParser
 public:
     static tTimes_ms GetCurrentTime_ms();  // the wall clock
     static tTimes_s GetCurrentTime_s();
-    // "2022-11-11 11:11:11" in local time to seconds since the epoch; 0 for text of another form.
+    // Returns the seconds since the epoch of "2022-11-11 11:11:11" in local time; 0 for text of another form.
     static tTimes_s String2Time_s(const std::string& text);
-    // Milliseconds since the epoch to "2024-05-17 08:30:00.250" in local time.
+    // Returns milliseconds since the epoch as "2024-05-17 08:30:00.250" in local time.
     static std::string Time_ms2String(tTimes_ms time);
 };
 }  // namespace time

@@ -1,4 +1,4 @@
-// The same receiver as net::UdpReceiver for listeners that want addresses as numbers: no text is made for a datagram.
+// tDatagramReceiver: net::UdpReceiver with addresses as numbers. It formats no text for a datagram.
 #ifndef KESTOVA_DATAGRAMRECEIVER_H
 #define KESTOVA_DATAGRAMRECEIVER_H
 
@@ -15,7 +15,7 @@ namespace net
 struct tReceivedDatagram
 {
     NetAddress from;
-    NetAddress group;  // the one that the receiver was made for
+    NetAddress group;  // of the receiver
     char* data;
     int len;
 };
@@ -29,7 +29,7 @@ public:
     virtual void OnDatagram(const tReceivedDatagram& datagram) = 0;
 };
 
-// Everything that udpsocket.h promises of net::UdpReceiver holds here too.
+// Keeps every promise that udpsocket.h makes for net::UdpReceiver.
 class KESTOVA_API tDatagramReceiver
 {
 public:

@@ -24,11 +24,11 @@ public:
 private:
     void watchUntilStopped();
     tInterfaceTable interfaces(const tInterfaceChoice& choice);
-    void lookAgain();
+    void refresh();
 
     std::mutex m_mutex;
     tRtnetlink m_netlink;       // guarded by m_mutex, but for its changes() descriptor
-    tInterfaceTable m_last;     // guarded by m_mutex: what the kernel answered last
+    tInterfaceTable m_last;     // guarded by m_mutex: the last answer of the kernel
     tInterfaceChoice m_choice;  // guarded by m_mutex
     tLocalAddress m_notified;   // guarded by m_mutex
     tOnChange m_onChange;       // guarded by m_mutex
@@ -43,7 +43,7 @@ bool tInterfaceWatcher::tInterfaceWatcherPrivate::follow(const std::string& name
     if (!choice)
         return false;
     m_choice = *choice;
-    lookAgain();
+    refresh();
     return true;
 }
 
@@ -54,9 +54,9 @@ bool tInterfaceWatcher::tInterfaceWatcherPrivate::start(tOnChange onChange)
         return false;
     m_onChange = std::move(onChange);
     m_notified = {0, -1};
-    lookAgain();
+    refresh();
     if (m_notified.linkIndex == -1)
-        m_onChange(0);  // no address yet is reported too
+        m_onChange(0);  // the listener needs a first report without an address, too
     return m_netlink.valid() && m_thread.start("kestova-ifaddr", [this] { watchUntilStopped(); });
 }
 
@@ -66,11 +66,11 @@ void tInterfaceWatcher::tInterfaceWatcherPrivate::watchUntilStopped()
     {
         const std::lock_guard<std::mutex> guard(m_mutex);
         m_netlink.discardChanges();
-        lookAgain();
+        refresh();
     }
 }
 
-// What the kernel answers, else what it answered before. m_mutex is held.
+// Returns the answer of the kernel; its last answer if it fails. m_mutex is held.
 tInterfaceTable tInterfaceWatcher::tInterfaceWatcherPrivate::interfaces(const tInterfaceChoice& choice)
 {
     auto table = m_netlink.valid() ? m_netlink.interfaces(choice.isDefault()) : std::nullopt;
@@ -85,12 +85,12 @@ tInterfaceTable tInterfaceWatcher::tInterfaceWatcherPrivate::interfaces(const tI
 }
 
 // m_mutex is held.
-void tInterfaceWatcher::tInterfaceWatcherPrivate::lookAgain()
+void tInterfaceWatcher::tInterfaceWatcherPrivate::refresh()
 {
     const tInterfaceTable table = interfaces(m_choice);
     m_choice = settled(table, m_choice);
     const tLocalAddress now = chosenAddress(table, m_choice);
-    if (!mustTell(m_notified, now))
+    if (!mustNotify(m_notified, now))
         return;
     m_notified = now;
     if (m_onChange)

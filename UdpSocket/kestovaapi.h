@@ -3,7 +3,7 @@
 #define KESTOVA_KESTOVAAPI_H
 
 #define KESTOVA_API __attribute__((visibility("default")))
-// For what is declared inside an exported class and is not for callers.
+// Hides what an exported class declares for itself.
 #define KESTOVA_HIDDEN __attribute__((visibility("hidden")))
 
 #endif

@@ -1,4 +1,4 @@
-// A UDP group as the family's records carry it: six packed bytes, both fields in network byte order.
+// A UDP group as in records and packages: six packed bytes, both fields in network byte order.
 #ifndef KESTOVA_NETADDRESS_H
 #define KESTOVA_NETADDRESS_H
 

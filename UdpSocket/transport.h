@@ -29,29 +29,29 @@ public:
     virtual tUdpReceiverCounters counters() const = 0;
 };
 
-// One destination. Receivers on this machine hear what is sent, too.
+// One destination. Receivers on this machine receive what is sent, too.
 class KESTOVA_API iDatagramSink
 {
 public:
     virtual ~iDatagramSink() = default;
-    virtual bool send(const char* data, int len) = 0;  // whether it went out; does not wait
+    virtual bool send(const char* data, int len) = 0;  // returns whether it went out; does not wait
 };
 
 class KESTOVA_API iTransport
 {
 public:
     virtual ~iTransport() = default;
-    // Whether sources and sinks that stay open for long need the address of a local interface: a recorder then waits
-    // until there is one. False: they open with `localIp` 0 too.
+    // Returns whether a recorder waits with its groups until the local interface has an address. If not, sources and
+    // sinks open with `localIp` 0 too.
     virtual bool needsLocalAddress() const = 0;
-    // On the interface whose address is `localIp` (0: the transport chooses); `recBuffSize` is the least size in bytes
-    // of the receive buffer.
+    // Open on the interface whose address is `localIp` (0: the transport chooses); `recBuffSize` is the least size in
+    // bytes of the receive buffer.
     virtual std::unique_ptr<iDatagramSource> openSource(iDatagramListener* listener, const NetAddress& group,
                                                         uint32_t localIp, int recBuffSize) = 0;
     virtual std::unique_ptr<iDatagramSink> openSink(const NetAddress& destination, uint32_t localIp) = 0;
 };
 
-// The same one as long as the process lives.
+// Returns UDP. Always the same object, never destroyed.
 KESTOVA_API iTransport& defaultTransport();
 }  // namespace net
 

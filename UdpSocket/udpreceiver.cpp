@@ -9,7 +9,7 @@ namespace net
 {
 namespace
 {
-// The sender's address as text, formatted once as long as the sender stays the same.
+// Returns the sender's address as text; formats it again only for another sender.
 class tSenderText
 {
 public:
@@ -28,7 +28,7 @@ private:
     char m_text[INET_ADDRSTRLEN] = "0.0.0.0";
 };
 
-// Hands a datagram on with its addresses as texts.
+// Forwards each datagram with its addresses as texts.
 class tTextListener : public iDatagramListener
 {
 public:

@@ -16,7 +16,7 @@ namespace
 {
 constexpr std::size_t cBatch = 64;
 
-// Multicast leaves through the interface that has `localIp`, and reaches the local network only.
+// Sends multicast on the interface that has `localIp`, to the local network only.
 bool aimMulticast(int socket, std::uint32_t localIp)
 {
     const int ttl = 1;
@@ -26,7 +26,7 @@ bool aimMulticast(int socket, std::uint32_t localIp)
            (localIp == 0 || setOption(socket, IPPROTO_IP, IP_MULTICAST_IF, interface));
 }
 
-// SO_REUSEADDR: a receiver of a group may have the same port.
+// SO_REUSEADDR: a receiver of a group may be bound to the same port.
 bool bindSource(int socket, std::uint32_t localIp, int localPort)
 {
     if (localPort < 0 || localPort > 65535)
@@ -42,7 +42,7 @@ bool bindSource(int socket, std::uint32_t localIp, int localPort)
            ::bind(socket, asSockaddr(source), sizeof source) == 0;
 }
 
-// The socket stays unconnected: on a connected one "connection refused" for one datagram would refuse the next.
+// The socket stays unconnected: on a connected one, "connection refused" for one datagram fails the next send.
 tDescriptor openSendSocket(std::uint32_t localIp, int localPort)
 {
     tDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -50,7 +50,7 @@ tDescriptor openSendSocket(std::uint32_t localIp, int localPort)
         return socket;
     const int on = 1;
     const int least = 1;
-    setOption(socket.get(), SOL_SOCKET, SO_BROADCAST, on);  // some sensors are sent to a broadcast address
+    setOption(socket.get(), SOL_SOCKET, SO_BROADCAST, on);  // some sensors use a broadcast address
     setOption(socket.get(), SOL_SOCKET, SO_RCVBUF, least);  // this socket is never read
     if (aimMulticast(socket.get(), localIp) && bindSource(socket.get(), localIp, localPort))
         return socket;
@@ -67,7 +67,7 @@ bool isSendable(const tUdpDatagram& datagram)
 
 iovec bytesOf(const tUdpDatagram& datagram)
 {
-    return {const_cast<char*>(datagram.data), static_cast<std::size_t>(datagram.len)};  // sending does not write
+    return {const_cast<char*>(datagram.data), static_cast<std::size_t>(datagram.len)};  // sendmsg does not write there
 }
 }  // namespace
 
@@ -87,7 +87,7 @@ public:
     void setMulticastLoop(bool on);
 
 private:
-    bool refuse(int reason)
+    bool fail(int reason)
     {
         errno = reason;
         reportOnce("UdpSender: cannot send to");
@@ -109,7 +109,7 @@ private:
 bool UdpSender::tUdpSenderPrivate::send(const tUdpDatagram& datagram)
 {
     if (!isSendable(datagram))
-        return refuse(EINVAL);
+        return fail(EINVAL);
     for (;;)
     {
         const iovec bytes = bytesOf(datagram);
@@ -117,11 +117,11 @@ bool UdpSender::tUdpSenderPrivate::send(const tUdpDatagram& datagram)
                      sizeof m_destination) >= 0)
             return true;
         if (errno != EINTR)
-            return refuse(errno);
+            return fail(errno);
     }
 }
 
-// Sends the first of up to cBatch datagrams; the number that went out, 0 if the first is refused.
+// Sends up to cBatch of the datagrams. Returns how many went out: 0 if the first one fails.
 int UdpSender::tUdpSenderPrivate::sendSome(const tUdpDatagram* datagrams, std::size_t count)
 {
     std::array<iovec, cBatch> bytes;
@@ -142,7 +142,7 @@ int UdpSender::tUdpSenderPrivate::sendSome(const tUdpDatagram* datagrams, std::s
         if (sent > 0)
             return sent;
     }
-    return send(datagrams[0]) ? 1 : 0;  // alone, or refused: send() reports it
+    return send(datagrams[0]) ? 1 : 0;  // a single one, or one that failed: send() reports it
 }
 
 void UdpSender::tUdpSenderPrivate::setMulticastLoop(bool on)
@@ -173,7 +173,7 @@ int UdpSender::sendBatch(const tUdpDatagram* datagrams, int count)
     {
         const int some = d->sendSome(datagrams + next, static_cast<std::size_t>(count - next));
         sent += some;
-        next += std::max(some, 1);  // a refused one is left out
+        next += std::max(some, 1);  // skips one that failed
     }
     return sent;
 }

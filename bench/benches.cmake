@@ -9,7 +9,7 @@ kestova_bench(network_replay)
 kestova_bench(replay_twice)
 kestova_bench(spoke rooms)
 find_library(KESTOVA_LIBPCAP pcap)
-if(KESTOVA_LIBPCAP)  # only what it is compared with
+if(KESTOVA_LIBPCAP)  # the yardstick alone uses it
   kestova_bench(pcap)
   target_sources(pcap_bench PRIVATE pcap_peer.cpp)
   target_link_libraries(pcap_bench PRIVATE "${KESTOVA_LIBPCAP}")

@@ -2,7 +2,7 @@
 //
 //   huffman_bench [MEBIBYTES]
 //
-// Four kinds of data, 16 MiB each unless told otherwise: spokes as the simulated radar sends them; a mix, in which
+// Four kinds of data, 16 MiB each by default: spokes as the simulated radar sends them; a mix, in which
 // every other byte of the spokes is one of 16 values at random; sensor sentences; and skewed data, 95 % zeros.
 //   whole buffer   encode: count, tree, tables and bits of one segment into a ready buffer, and zlib's deflate with
 //                  Z_HUFFMAN_ONLY, no checksum, of the same bytes. Decode: head, tables and bits, from one position of

@@ -1,4 +1,4 @@
-// What the benchmarks share: medians of several runs, and a refusal where figures would mean nothing.
+// Shared by the benchmarks: medians of several runs, and a check that the build gives valid figures.
 #ifndef KESTOVA_BENCH_MEASURE_H
 #define KESTOVA_BENCH_MEASURE_H
 
@@ -32,7 +32,7 @@ inline tFigures figuresOf(std::vector<double> values)
     return {values.front(), values[values.size() / 2], values.back()};
 }
 
-// The value below which `share` of the values lie.
+// Returns the value that `share` of the values are below.
 inline double percentile(std::vector<double>& values, double share)
 {
     const auto place = static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
@@ -40,7 +40,7 @@ inline double percentile(std::vector<double>& values, double share)
     return values[static_cast<std::size_t>(place)];
 }
 
-// Says what is measured, and ends the program where the build makes figures worthless.
+// Prints what is measured. Ends the program if the build has assertions or sanitizers.
 inline void announce(const char* what)
 {
 #ifndef NDEBUG
@@ -56,7 +56,7 @@ inline void announce(const char* what)
     std::printf("%s (build type %s)\n", what, KESTOVA_BUILD_TYPE);
 }
 
-// A folder of its own below `parent` (the system's temporary folder where null), gone at the end.
+// A folder of its own below `parent` (null: the system's temporary folder), removed by the destructor.
 class tScratch
 {
 public:

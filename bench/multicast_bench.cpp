@@ -1,10 +1,10 @@
-// What is lost between the network and the file, beside dumpcap on the same machine.
+// How many datagrams are lost between the network and the file, beside dumpcap on the same machine.
 //
 //   multicast_bench [SECONDS]
 //
 // A child process sends datagrams of 542 bytes to a multicast group on 127.0.0.1, at rising rates and finally as fast
 // as it can, SECONDS (3) each. In turn, at each rate, they are received by Kestova::tRadarDataSaver, which records them
-// into a file, and by `dumpcap -w` where it is installed. Each rate is run five times; the table shows medians of what
+// into a file, and by `dumpcap -w` if it is installed. Each rate is run five times; the table shows medians of what
 // was sent, and of what either lost. For Kestova sent = in the file + counted as lost must hold exactly, else the
 // program fails. Needs the rights to capture for dumpcap (root).
 #include <csignal>
@@ -79,6 +79,21 @@ struct tOutcome
     double sent, lost;
 };
 
+std::uint64_t datagramsIn(const std::string& root)
+{
+    std::uint64_t count = 0;
+    std::set<std::string> files;
+    storage::tDataStorageIO::GetFileFolderInDir(root, files, true, ".data");
+    for (const std::string& path : files)
+    {
+        storage::tDataFile file;
+        file.open(path);
+        for (std::size_t i = 0; i < file.recordCount(); ++i)
+            count += file.record(i).len == cDatagramLen + 41 ? 1 : 0;  // service queries are shorter
+    }
+    return count;
+}
+
 tOutcome record(std::uint64_t rate, double seconds, const std::string& root, const NetAddress& to)
 {
     constexpr eReadWriteType cTypes[] = {eImageStream};
@@ -103,16 +118,7 @@ tOutcome record(std::uint64_t rate, double seconds, const std::string& root, con
     saver.disconnect();
     const std::uint64_t lost = counters.kernelDropped + saver.GetWriteLostCnt();
 
-    std::uint64_t inFile = 0;
-    std::set<std::string> files;
-    storage::tDataStorageIO::GetFileFolderInDir(root, files, true, ".data");
-    for (const std::string& path : files)
-    {
-        storage::tDataFile file;
-        file.open(path);
-        for (std::size_t i = 0; i < file.recordCount(); ++i)
-            inFile += file.record(i).len == cDatagramLen + 41 ? 1 : 0;  // service queries are shorter
-    }
+    const std::uint64_t inFile = datagramsIn(root);
     std::filesystem::remove_all(root);
     if (inFile + lost != sent)
     {

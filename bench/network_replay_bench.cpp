@@ -4,9 +4,9 @@
 //
 // 50 s of datagrams of 542 bytes, 10,000 a second, as a recording and as a capture. In turn, RUNS (5) times each: the
 // recording is played by Kestova::tRadarDataReplayer at speed 10, and the capture by `tcpreplay --multiplier=10`, onto
-// a group on the loopback interface, where another process listens with a receive buffer of 4 MiB. Shown are what that
-// listener lost, the pace from its first datagram to its last against the recorded one, and the CPU time a record of
-// whoever sends. Run it as root in a network namespace of its own: unshare -n network_replay_bench
+// a group on the loopback interface, to which another process listens with a receive buffer of 4 MiB. Shown are the
+// losses of that listener, the pace from its first datagram to its last against the recorded one, and the CPU time a
+// record of the sender. Run it as root in a network namespace of its own: unshare -n network_replay_bench
 #include <array>
 #include <atomic>
 #include <cmath>
@@ -67,7 +67,7 @@ std::string payloadOf(std::uint32_t number)
     return payload;
 }
 
-// ---- what is played ----
+// ---- the data ----
 
 class tPackageWriter final : public iPackageObserver
 {
@@ -113,8 +113,8 @@ std::uint16_t headerSum(const std::string& header)
     return static_cast<std::uint16_t>(~sum);
 }
 
-// Ethernet, IP and UDP before every payload of the capture. The source is no address of this machine: the kernel throws
-// frames from the wire away that come from one.
+// Ethernet, IP and UDP before every payload of the capture. The source is no address of this machine: the kernel drops
+// received frames with one.
 std::string headers()
 {
     const std::uint32_t group = net::transAddr(cGroup), from = net::transAddr("192.0.2.1");
@@ -149,7 +149,7 @@ void makeCapture(const std::string& path)
     require(out.good(), "capture");
 }
 
-// ---- who listens ----
+// ---- the listener ----
 
 struct tHeard
 {
@@ -179,7 +179,7 @@ private:
     std::uint32_t m_number = 0;
 };
 
-// A process of its own that listens until its standard input ends, and then says what it heard.
+// A process of its own that listens until its standard input ends, and then reports what it received.
 class tListenerProcess
 {
 public:
@@ -225,7 +225,7 @@ private:
     pid_t m_child = -1;
 };
 
-// ---- who sends ----
+// ---- the senders ----
 
 class tEnd final : public Kestova::iRadarDataReplayObserver
 {
@@ -289,7 +289,7 @@ struct tColumn
         const double before = cpuOf(who);
         send();
         cpu.push_back((cpuOf(who) - before) / cRecords * 1e6);
-        std::this_thread::sleep_for(100ms);  // what is on its way
+        std::this_thread::sleep_for(100ms);  // datagrams on their way
         const tHeard heard = listener.finish();
         lost.push_back(static_cast<double>(cRecords - heard.datagrams));
         disordered.push_back(static_cast<double>(heard.disordered));
@@ -311,7 +311,7 @@ void loopbackUp()
     std::strcpy(request.ifr_name, "lo");
     const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     request.ifr_flags = IFF_UP;
-    ::ioctl(socket, SIOCSIFFLAGS, &request);  // where this may not be done, it is up already
+    ::ioctl(socket, SIOCSIFFLAGS, &request);  // without the right to do so, it is up already
     ::close(socket);
 }
 }  // namespace

@@ -23,10 +23,13 @@
 
 #include "KestovaStorage/internal/package/packageformat.h"
 #include "KestovaStorage/packagebuilderandsplitter.h"
+#include "bench/measure.h"
 
 namespace
 {
-using tClock = std::chrono::steady_clock;
+using bench::secondsSince;
+using bench::tClock;
+using bench::tFigures;
 
 constexpr int cRuns = 7;
 constexpr std::size_t cSpokePayload = 542;
@@ -34,7 +37,7 @@ constexpr std::size_t cChunk = 64 * 1024;
 constexpr std::size_t cStreamSize = 256 * 1024 * 1024;
 constexpr std::size_t cBigCall = 16 * 1024 * 1024;
 
-// Counts packages; the feeding thread sleeps until a number of them has come.
+// Counts packages; the feeding thread waits for a number of them.
 class tCounter final : public iPackageObserver
 {
 public:
@@ -62,11 +65,6 @@ private:
     std::atomic<bool> m_done{false};
 };
 
-struct tFigures
-{
-    double low, median, high;
-};
-
 // `once` gives the seconds of one run; the first run warms up and is not counted.
 template <typename tOnce>
 tFigures measure(tOnce once)
@@ -75,13 +73,7 @@ tFigures measure(tOnce once)
     std::vector<double> seconds;
     for (int i = 0; i < cRuns; ++i)
         seconds.push_back(once());
-    std::sort(seconds.begin(), seconds.end());
-    return {seconds.front(), seconds[seconds.size() / 2], seconds.back()};
-}
-
-double secondsSince(tClock::time_point start)
-{
-    return std::chrono::duration<double>(tClock::now() - start).count();
+    return bench::figuresOf(seconds);
 }
 
 // Whole packages of `type`, numbered from 0, `size` bytes at most.

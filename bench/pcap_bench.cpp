@@ -1,4 +1,4 @@
-// How long a capture takes to read, against what only looks at its records, and what it costs in memory.
+// How long a capture takes to read, beside a loop over its records alone, and what it costs in memory.
 //
 //   pcap_bench [--tshark] [FOLDER]
 //
@@ -38,7 +38,7 @@ public:
         const pcap::tPcapFileHeader head{0xA1B2C3D4, 2, 4, 0, 0, 65535, 1};
         m_out.write(reinterpret_cast<const char*>(&head), sizeof head);
     }
-    // Sends `length` bytes, in fragments where they are more than fit into one frame.
+    // Sends `length` bytes, in fragments if they do not fit into one frame.
     void send(std::uint32_t address, std::uint16_t port, std::size_t length)
     {
         ++m_id;
@@ -102,7 +102,7 @@ void makeStreams(const std::string& path, unsigned streams)
         writer.send(cGroups + i % streams, 6000, 542);
 }
 
-// Adds up what it is told, so that nothing is left out.
+// Adds up every report, so that the compiler removes none.
 class tObserver final : public pcap::iPcapDataReadObserver
 {
 public:

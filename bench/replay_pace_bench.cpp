@@ -1,4 +1,4 @@
-// How true the pace of a replay is, and what it costs.
+// The error of the pace of a replay, and its cost.
 //
 //   replay_pace_bench [RUNS]
 //
@@ -7,7 +7,7 @@
 // zero being the arrival of the first record. (The clock's first tick comes at once, so the first record of a
 // millisecond comes one tick before that; its second record has the next key and comes with the next tick, on time.)
 // CPU time is that of the whole process.
-// Median of RUNS runs (5 unless told otherwise: 100 s). bench/replay_pace_peer.sh plays the same with tcpreplay.
+// Median of RUNS runs (5 by default: 100 s). bench/replay_pace_peer.sh plays the same with tcpreplay.
 #include <atomic>
 #include <cmath>
 #include <sys/resource.h>
@@ -69,12 +69,12 @@ void makeRecording(const std::string& folder)
     storage.WaitWriteIdle(10'000);
 }
 
-struct tPace
+struct tPaceFigures
 {
     double error, lateness, cpu;
 };
 
-tPace play(const std::string& folder)
+tPaceFigures play(const std::string& folder)
 {
     tObserver observer;
     storage::tDataStorageIO storage("", ".data");
@@ -107,7 +107,7 @@ int main(int argc, char** argv)
     std::vector<double> errors, lateness, cpu;
     for (int run = 0; run < (argc > 1 ? std::atoi(argv[1]) : 5); ++run)
     {
-        const tPace pace = play(scratch.path());
+        const tPaceFigures pace = play(scratch.path());
         errors.push_back(pace.error);
         lateness.push_back(pace.lateness);
         cpu.push_back(pace.cpu);

@@ -121,13 +121,13 @@ tOpening openAll(const std::string& folder)
 {
     tObserver observer;
     storage::tDataStorageIO storage("", ".data");
-    ::malloc_trim(0);  // what the yardstick left must not be there to be filled unseen
+    ::malloc_trim(0);  // memory that the yardstick freed would hide growth
     const std::size_t before = residentBytes();
     const auto start = tClock::now();
     storage.OpenReadDataFileorFolder(folder, &observer);
     observer.waitOpened();
     tOpening result{bench::secondsSince(start), 0, 0};
-    while (!storage.Pause(true))  // refused until playing has begun, a moment after the span
+    while (!storage.Pause(true))  // fails until playing has begun, a moment after the span
     {}
     result.bytesASegment = static_cast<double>(residentBytes() - before) / (cFiles * cRecords);
     std::vector<double> jumps;

@@ -4,8 +4,8 @@
 //
 // Start: CreateNewWritingFile on a fresh object. Roll-over: a file's index is filled but for one segment; the time runs
 // from giving that segment to WriteData until the object names the next file, so it also holds the writer's wake-up and
-// the write of the segment: an upper bound of the gap at the writer. The producer goes on meanwhile; its slowest call
-// is what it noticed. Medians of five runs.
+// the write of the segment: an upper bound of the gap at the writer. The producer continues meanwhile; its slowest call
+// is shown, too. Medians of five runs.
 #include "KestovaStorage/datastorageio.h"
 #include "bench/measure.h"
 

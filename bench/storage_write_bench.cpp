@@ -1,4 +1,4 @@
-// How fast segments get into a file, and what that costs whoever produces them.
+// How fast segments are written into a file, and what a call costs the producer.
 //
 //   storage_write_bench [FOLDER]
 //

@@ -2,7 +2,7 @@
 //
 //     recorder RADARS.json SERIAL ID ROOT SECONDS [LOCAL-IP]
 //
-// Status 0: recorded; 1: it could not be; 2: wrong usage; 3: recorded, but datagrams were lost.
+// Exit status 0: recorded; 1: failed; 2: wrong usage; 3: recorded, but datagrams were lost.
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
@@ -25,7 +25,7 @@ std::vector<Kestova::tGroupCounters> groupsOf(const Kestova::tRadarDataSaver& sa
     return groups;
 }
 
-// Groups are joined as soon as the client has told the local address, on its thread.
+// The saver joins the groups when the client reports the local address, on the client's thread.
 bool waitForGroups(const Kestova::tRadarDataSaver& saver)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
@@ -34,7 +34,7 @@ bool waitForGroups(const Kestova::tRadarDataSaver& saver)
     return !groupsOf(saver).empty();
 }
 
-// One line a group; true if the kernel had to drop nothing.
+// Prints one line a group. Returns true if the kernel dropped nothing.
 bool report(const std::vector<Kestova::tGroupCounters>& groups)
 {
     std::uint64_t dropped = 0;
@@ -54,7 +54,7 @@ int main(int argc, char** argv)
         return std::cerr << "usage: recorder RADARS.json SERIAL ID ROOT SECONDS [LOCAL-IP]\n", 2;
 
     MultiRadarClient* client = MultiRadarClient::getInstance();
-    if (!client->loadDirectory(argv[1]))  // says on standard error what is wrong with the file
+    if (!client->loadDirectory(argv[1]))  // reports errors in the file on standard error
         return 1;
     if (argc > 6 && !client->setLocalInterface(argv[6]))
         return std::cerr << "no such interface: " << argv[6] << '\n', 1;
@@ -67,6 +67,6 @@ int main(int argc, char** argv)
     std::this_thread::sleep_for(std::chrono::seconds(std::atoi(argv[5])));
 
     const std::vector<Kestova::tGroupCounters> groups = groupsOf(saver);
-    saver.disconnect();  // waits until all that was received is in the file
+    saver.disconnect();  // waits until every received datagram is in the file
     return report(groups) && saver.GetWriteLostCnt() == 0 ? 0 : 3;
 }

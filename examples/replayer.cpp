@@ -14,13 +14,13 @@
 
 namespace
 {
-// What comes by, on the replay thread.
+// Called on the replay thread.
 class tReplayObserver : public Kestova::iRadarDataReplayObserver
 {
 public:
     void UpdateReplayStatus(tReplayStatus status) override
     {
-        if (status == storage::eReplayEnded && !m_told.exchange(true))
+        if (status == storage::eReplayEnded && !m_ended.exchange(true))
             ended.set_value();
     }
     void UpdateDataTimeSpan(tTimes_ms begin, tTimes_ms end) override { std::cout << end - begin << " ms\n"; }
@@ -35,10 +35,10 @@ public:
     std::atomic<unsigned long> bytes{0};
 
 private:
-    std::atomic<bool> m_told{false};
+    std::atomic<bool> m_ended{false};
 };
 
-// Knows the spokes of kestova simulate: 5A A5 in front, the azimuth as two bytes at offset 4. A real radar's differ.
+// Finds the spokes of kestova simulate: 5A A5 in front, the azimuth as two bytes at offset 4. A real radar's differ.
 class tSpokeFinder : public Kestova::iRadarReplayModifyObserver
 {
     void UpdateReplayDataModify(tTimes_ms, tTimes_ms, tMsgType, tReadWriteType, double, const char*, int, char*,
@@ -75,5 +75,5 @@ int main(int argc, char** argv)
     replayer.CircleLoop(true);
     std::promise<void>().get_future().wait_for(std::chrono::seconds(std::atoi(argv[3])));
     replayer.CircleLoop(false);
-    return replayer.GetSendRefusedCnt() == 0 ? 0 : 1;  // everything ends with the replayer
+    return replayer.GetSendRefusedCnt() == 0 ? 0 : 1;  // the destructor of the replayer ends its threads
 }

@@ -1,4 +1,4 @@
-// The radar that a session is about.
+// tRadarChoice: the radar of a session.
 #ifndef KESTOVA_SESSIONS_RADARCHOICE_H
 #define KESTOVA_SESSIONS_RADARCHOICE_H
 
@@ -15,7 +15,7 @@ struct tRadarChoice
     std::string serial;
     unsigned short id = 0;
 
-    // Loads the directory and looks the radar up. Throws tFailure.
+    // Loads the directory and returns the radar's entry. Throws tFailure if either fails.
     const RadarAddress& find() const;
 };
 }  // namespace session

@@ -167,9 +167,9 @@ TEST(tDropCounterTest, takesTheNewestOfWhatIsToldAndGoesOnWhereTheKernelCounterW
     std::uint64_t dropped = 0;
     for (; dropped <= 0x3'0000'0007; dropped += 0x7000'0001)
     {
-        counter.told(static_cast<std::uint32_t>(dropped));
+        counter.update(static_cast<std::uint32_t>(dropped));
         EXPECT_EQ(counter.total(), dropped);
     }
-    counter.told(static_cast<std::uint32_t>(dropped - 0x7000'0001 - 13));  // rode with a datagram that had waited
+    counter.update(static_cast<std::uint32_t>(dropped - 0x7000'0001 - 13));  // rode with a datagram that had waited
     EXPECT_EQ(counter.total(), dropped - 0x7000'0001);
 }

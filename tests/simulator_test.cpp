@@ -32,7 +32,7 @@ std::map<tReadWriteType, std::vector<std::string>> simulate(std::uint64_t endNs,
     std::map<tReadWriteType, std::vector<std::string>> sent;
     tSimulatedRadar radar(how);
     for (tSimulatedDatagram datagram; radar.next(datagram);)
-        if (datagram.channel == eChannel::stream)
+        if (datagram.channel == eChannel::eStream)
             sent[datagram.kind].push_back(datagram.bytes);
     return sent;
 }

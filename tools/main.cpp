@@ -13,7 +13,7 @@ namespace
 {
 using namespace tool;
 
-// Prints what ended the parsing: help and version are results, everything else is wrong usage.
+// Prints help and version as results, any other end of parsing as wrong usage. Returns the exit status.
 int explain(const CLI::App& app, const CLI::ParseError& error, tConsole& console)
 {
     std::ostringstream out;
@@ -57,7 +57,8 @@ int runCommandLine(int argc, char** argv, tConsole& console)
     console.flush();
     return status;
 }
-// What was found before a failure is still a result.
+
+// Writes the results before a failure.
 void flushQuietly(tConsole& console)
 {
     try
@@ -66,7 +67,7 @@ void flushQuietly(tConsole& console)
     }
     catch (const std::exception&)
     {
-        // The failure that is about to be reported came first.
+        // main() reports the earlier failure.
     }
 }
 }  // namespace

@@ -40,7 +40,7 @@ void tAddressNotifier::changed(std::uint32_t localIp)
     });
 }
 
-// If the system refuses the thread, the next listener tries again.
+// Retries with the next listener if the system fails to start the thread.
 void tAddressNotifier::startThread()
 {
     const std::lock_guard<std::mutex> guard(m_startMutex);
@@ -56,7 +56,7 @@ void tAddressNotifier::startThread()
     }
 }
 
-// An entry is taken and its call begun under one lock: a removal comes before both or waits for the call.
+// Takes an entry and begins its call under one lock: a removal precedes both or waits for the call.
 void tAddressNotifier::notifyUntilStopped()
 {
     tWorker::tLock held = m_worker.lock();

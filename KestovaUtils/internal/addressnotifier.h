@@ -1,6 +1,6 @@
 // tAddressNotifier: notifies listeners of the local address, one call after another on one thread.
 //
-// Order    every listener gets every change in its order, from the address at the time it was added on.
+// Order    a listener receives every change in order, beginning with the address at the time of add().
 // Threads  add(), remove() and changed() from any thread, also from inside a call; the thread starts with the first
 //          listener. No lock is held during a call.
 // Removal  after remove() no call to that listener is under way, except the one that remove() is called from.
@@ -21,7 +21,7 @@ namespace utils
 class tAddressNotifier
 {
 public:
-    // Adding a listener that is there already does nothing.
+    // Ignores a listener that was added before.
     void add(iMultiRadarCheckerListener* listener);
     void remove(iMultiRadarCheckerListener* listener);
     void changed(std::uint32_t localIp);
@@ -30,7 +30,7 @@ private:
     struct tEntry
     {
         iMultiRadarCheckerListener* listener;
-        std::deque<std::uint32_t> pending;  // addresses that it has not got yet
+        std::deque<std::uint32_t> pending;  // addresses not yet reported to it
     };
     struct tNotice
     {

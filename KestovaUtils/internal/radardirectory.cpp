@@ -21,14 +21,14 @@ namespace
 {
 using nlohmann::json;
 
-// What is wrong with a directory; never leaves this file.
-class tRefusal : public std::runtime_error
+// The error in a directory; this file catches it.
+class tDirectoryError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-// A piece of the file that may be shown on a terminal.
+// Returns a short piece of the file without control characters, for a terminal.
 std::string shown(const std::string& text)
 {
     constexpr std::size_t cLongest = 60;
@@ -47,8 +47,8 @@ std::string positionOf(const std::string& text, std::size_t byte)
     return "line " + std::to_string(lines + 1) + ", column " + std::to_string(end - lineStart + 1);
 }
 
-// Watches the text while it is parsed for what the parser would let pass: keys given twice, of which the last would
-// win, and nesting that no directory has.
+// Throws for errors that the parser accepts: repeated keys, of which the parser keeps the last, and nesting deeper than
+// a directory's.
 class tStructureCheck
 {
 public:
@@ -56,20 +56,21 @@ public:
     {
         const bool opens = event == json::parse_event_t::object_start || event == json::parse_event_t::array_start;
         if (opens && depth > cDeepest)
-            throw tRefusal(entry(depth) + "nested too deep");
+            throw tDirectoryError(entry(depth) + "nested too deep");
         if (event == json::parse_event_t::object_start)
         {
             m_keys[depth].clear();
             m_radars += depth == cRadarDepth ? 1 : 0;
         }
         if (event == json::parse_event_t::key && !m_keys[depth - 1].insert(parsed.get_ref<const std::string&>()).second)
-            throw tRefusal(entry(depth - 1) + "key " + shown(parsed.get_ref<const std::string&>()) + " is given twice");
+            throw tDirectoryError(entry(depth - 1) + "key " + shown(parsed.get_ref<const std::string&>()) +
+                                  " is given twice");
         return true;
     }
 
 private:
     static constexpr int cRadarDepth = 2;  // root, list, radar
-    static constexpr int cDeepest = 4;     // streams, and one more for a value that should be a text
+    static constexpr int cDeepest = 4;     // streams, and one more for a value of the wrong type
 
     std::string entry(int depth) const
     {
@@ -84,17 +85,17 @@ json parseText(const std::string& text)
 {
     try
     {
-        // By reference: the parser copies what it is given.
+        // By reference: the parser copies its callback.
         tStructureCheck check;
         return json::parse(text, std::ref(check));
     }
     catch (const json::parse_error& wrong)
     {
-        throw tRefusal("no valid JSON at " + positionOf(text, wrong.byte));
+        throw tDirectoryError("no valid JSON at " + positionOf(text, wrong.byte));
     }
     catch (const json::exception&)
     {
-        throw tRefusal("no valid JSON: a number is out of range");
+        throw tDirectoryError("no valid JSON: a number is out of range");
     }
 }
 
@@ -103,7 +104,7 @@ void requireKnownKeys(const json& object, std::initializer_list<std::string_view
     for (const auto& item : object.items())
     {
         if (std::find(known.begin(), known.end(), item.key()) == known.end())
-            throw tRefusal("unknown key " + shown(item.key()));
+            throw tDirectoryError("unknown key " + shown(item.key()));
     }
 }
 
@@ -111,7 +112,7 @@ const json& member(const json& object, const char* key)
 {
     const auto found = object.find(key);
     if (found == object.end())
-        throw tRefusal(std::string(key) + " is missing");
+        throw tDirectoryError(std::string(key) + " is missing");
     return *found;
 }
 
@@ -119,15 +120,15 @@ std::string serialOf(const json& radar)
 {
     const json& value = member(radar, "serial");
     if (!value.is_string())
-        throw tRefusal("serial is not a text");
+        throw tDirectoryError("serial is not a text");
     const auto& serial = value.get_ref<const std::string&>();
     if (serial.empty())
-        throw tRefusal("serial is empty");
+        throw tDirectoryError("serial is empty");
     if (serial.size() > cLongestSerial)
-        throw tRefusal("serial is longer than " + std::to_string(cLongestSerial) + " bytes");
+        throw tDirectoryError("serial is longer than " + std::to_string(cLongestSerial) + " bytes");
     if (std::any_of(serial.begin(), serial.end(),
                     [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }))
-        throw tRefusal("serial " + shown(serial) + " has control characters");
+        throw tDirectoryError("serial " + shown(serial) + " has control characters");
     return serial;
 }
 
@@ -136,43 +137,43 @@ unsigned short idOf(const json& radar)
     constexpr std::uint64_t cLargest = 65535;
     const json& value = member(radar, "id");
     if (!value.is_number_unsigned() || value.get<std::uint64_t>() > cLargest)
-        throw tRefusal("id is not a whole number from 0 to 65535");
+        throw tDirectoryError("id is not a whole number from 0 to 65535");
     return value.get<unsigned short>();
 }
 
 NetAddress addressIn(const json& value)
 {
     if (!value.is_string())
-        throw tRefusal("address is not a text");
+        throw tDirectoryError("address is not a text");
     const auto& text = value.get_ref<const std::string&>();
     const std::size_t colon = text.find(':');
     if (colon == std::string::npos)
-        throw tRefusal("address " + shown(text) + " has no port; wanted is \"ADDRESS:PORT\"");
+        throw tDirectoryError("address " + shown(text) + " has no port; wanted is \"ADDRESS:PORT\"");
     const NetAddress address = net::parseAddress(text);
     if (address.ip == 0)
-        throw tRefusal("address " + shown(text) + " is no IPv4 address");
+        throw tDirectoryError("address " + shown(text) + " is no IPv4 address");
     if (address.port == 0 || text[colon + 1] == '0')
-        throw tRefusal("address " + shown(text) + " has no port from 1 to 65535");
+        throw tDirectoryError("address " + shown(text) + " has no port from 1 to 65535");
     return address;
 }
 
 RadarAddress recordOf(const json& streams)
 {
     if (!streams.is_object())
-        throw tRefusal("streams is not an object");
+        throw tDirectoryError("streams is not an object");
     RadarAddress record{};
     for (const auto& stream : streams.items())
     {
         const int kind = streamKind(stream.key());
         if (kind < 0 || kind >= static_cast<int>(cStreamKinds))
-            throw tRefusal("unknown stream " + shown(stream.key()));
+            throw tDirectoryError("unknown stream " + shown(stream.key()));
         try
         {
             record.setStreamAddress(static_cast<unsigned int>(kind), addressIn(stream.value()));
         }
-        catch (const tRefusal& reason)
+        catch (const tDirectoryError& reason)
         {
-            throw tRefusal(stream.key() + ": " + reason.what());
+            throw tDirectoryError(stream.key() + ": " + reason.what());
         }
     }
     return record;
@@ -181,7 +182,7 @@ RadarAddress recordOf(const json& streams)
 tRadarEntry radarIn(const json& radar)
 {
     if (!radar.is_object())
-        throw tRefusal("not an object");
+        throw tDirectoryError("not an object");
     requireKnownKeys(radar, {"serial", "id", "streams"});
     return {serialOf(radar), idOf(radar), recordOf(member(radar, "streams"))};
 }
@@ -192,18 +193,19 @@ tRadarEntry newRadarIn(const json& radar, tSeen& seen)
 {
     tRadarEntry entry = radarIn(radar);
     if (!seen.insert({entry.serial, entry.id}).second)
-        throw tRefusal("serial " + shown(entry.serial) + " with id " + std::to_string(entry.id) + " is there already");
+        throw tDirectoryError("serial " + shown(entry.serial) + " with id " + std::to_string(entry.id) +
+                              " is there already");
     return entry;
 }
 
 std::vector<tRadarEntry> radarsIn(const json& root)
 {
     if (!root.is_object())
-        throw tRefusal("the root is not an object with \"radars\"");
+        throw tDirectoryError("the root is not an object with \"radars\"");
     requireKnownKeys(root, {"radars"});
     const json& list = member(root, "radars");
     if (!list.is_array())
-        throw tRefusal("radars is not a list");
+        throw tDirectoryError("radars is not a list");
     std::vector<tRadarEntry> radars;
     tSeen seen;
     for (const json& radar : list)
@@ -212,9 +214,9 @@ std::vector<tRadarEntry> radarsIn(const json& root)
         {
             radars.push_back(newRadarIn(radar, seen));
         }
-        catch (const tRefusal& reason)
+        catch (const tDirectoryError& reason)
         {
-            throw tRefusal("radar " + std::to_string(radars.size() + 1) + ": " + reason.what());
+            throw tDirectoryError("radar " + std::to_string(radars.size() + 1) + ": " + reason.what());
         }
     }
     return radars;
@@ -225,22 +227,22 @@ struct tFileCloser
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-// Stops behind the limit, whatever the file's size claims to be.
+// Fails at the limit whatever size the file reports: it may grow, or be a device.
 std::string contentOf(const std::string& path)
 {
     const std::unique_ptr<std::FILE, tFileCloser> file(std::fopen(path.c_str(), "rbe"));
     if (!file)
-        throw tRefusal(std::string("cannot be opened: ") + std::strerror(errno));
+        throw tDirectoryError(std::string("cannot be opened: ") + std::strerror(errno));
     std::string text;
     char piece[16384];
     while (const std::size_t got = std::fread(piece, 1, sizeof piece, file.get()))
     {
         text.append(piece, got);
         if (text.size() > cLargestDirectory)
-            throw tRefusal("larger than " + std::to_string(cLargestDirectory) + " bytes");
+            throw tDirectoryError("larger than " + std::to_string(cLargestDirectory) + " bytes");
     }
     if (std::ferror(file.get()) != 0)
-        throw tRefusal(std::string("cannot be read: ") + std::strerror(errno));
+        throw tDirectoryError(std::string("cannot be read: ") + std::strerror(errno));
     return text;
 }
 }  // namespace
@@ -252,7 +254,7 @@ bool parseRadarDirectory(const std::string& text, std::vector<tRadarEntry>& rada
         radars = radarsIn(parseText(text));
         return true;
     }
-    catch (const tRefusal& reason)
+    catch (const tDirectoryError& reason)
     {
         error = reason.what();
         return false;
@@ -267,7 +269,7 @@ bool readRadarDirectory(const std::string& path, std::vector<tRadarEntry>& radar
         if (parseRadarDirectory(contentOf(path), radars, reason))
             return true;
     }
-    catch (const tRefusal& unreadable)
+    catch (const tDirectoryError& unreadable)
     {
         reason = unreadable.what();
     }

@@ -1,11 +1,11 @@
-// The directory file: which stream of which radar is sent on which UDP group.
+// The directory file: the UDP group of each stream of each radar.
 //
 //   { "radars": [ { "serial": "A1:2", "id": 1,
 //                   "streams": { "imageStream": "239.17.0.1:6001", "arpaStream": "239.17.0.4:6004" } } ] }
 //
-// A file is taken whole or refused whole. Nothing is guessed: an unknown or repeated key, a number that does not fit or
-// a text that is no address refuses the file, with one line that names the entry and the reason. Contents are hostile
-// until checked; messages show at most a short, printable piece of them.
+// A file is read whole or fails whole. An unknown or repeated key, a number out of range or a text that is no address
+// fails the file, with one line that names the entry and the reason. Contents are hostile until checked; errors show at
+// most a short, printable piece of them.
 #ifndef KESTOVA_UTILS_RADARDIRECTORY_H
 #define KESTOVA_UTILS_RADARDIRECTORY_H
 
@@ -27,10 +27,10 @@ struct tRadarEntry
 constexpr std::size_t cLargestDirectory = 4 * 1024 * 1024;  // bytes: some ten thousand radars
 constexpr std::size_t cLongestSerial = 128;                 // bytes: it becomes a file name
 
-// The radars of a directory text, in its order. False, with `radars` unchanged and the reason in `error`, for a wrong
-// one.
+// Returns the radars of a directory text in its order in `radars`. Returns false on an error in the text, with `radars`
+// unchanged and the reason in `error`.
 bool parseRadarDirectory(const std::string& text, std::vector<tRadarEntry>& radars, std::string& error);
-// The same of a file; `error` begins with the path.
+// The same for a file; `error` begins with the path.
 bool readRadarDirectory(const std::string& path, std::vector<tRadarEntry>& radars, std::string& error);
 }  // namespace utils
 

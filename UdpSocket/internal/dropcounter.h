@@ -2,7 +2,7 @@
 //
 // The kernel reports its running count with a datagram (the count when that one was queued) and on request (the count
 // now). Values may therefore arrive out of order; an older one changes nothing. The kernel counter wraps; the low 32
-// bits of the total are always the newest value. Any thread, no lock.
+// bits of the total are always its newest value. Any thread, no lock.
 #ifndef KESTOVA_NET_DROPCOUNTER_H
 #define KESTOVA_NET_DROPCOUNTER_H
 
@@ -14,7 +14,7 @@ namespace net
 class tDropCounter
 {
 public:
-    void told(std::uint32_t kernelCount)
+    void update(std::uint32_t kernelCount)
     {
         std::uint64_t known = m_total.load(std::memory_order_relaxed);
         for (;;)

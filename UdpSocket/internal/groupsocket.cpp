@@ -13,11 +13,11 @@ namespace net
 {
 namespace
 {
-// A radar sends its spokes in bursts; what does not fit the receive buffer is what a recording loses first.
+// A radar sends its spokes in bursts: a full receive buffer is the first place that loses datagrams.
 constexpr int cLeastReceiveBuffer = 4 * 1024 * 1024;
 
-// Beyond the system's limit where this process may, up to the limit otherwise.
-void askForReceiveBuffer(int socket, int size)
+// SO_RCVBUFFORCE exceeds the system's limit and needs a privilege; SO_RCVBUF stops at the limit.
+void requestReceiveBuffer(int socket, int size)
 {
     if (!setOption(socket, SOL_SOCKET, SO_RCVBUFFORCE, size))
         setOption(socket, SOL_SOCKET, SO_RCVBUF, size);
@@ -31,8 +31,8 @@ bool join(int socket, std::uint32_t group, std::uint32_t localIp)
     return setOption(socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, membership);
 }
 
-// Bound to the group's own address, other groups on the port stay out; without IP_MULTICAST_ALL so do the same group's
-// datagrams on other interfaces, which another socket of this machine may have joined there.
+// The bind to the group's own address keeps out other groups on the port. IP_MULTICAST_ALL off keeps out the same
+// group's datagrams on other interfaces, which another socket of this machine may have joined there.
 bool bindToGroup(int socket, std::uint32_t localIp, const NetAddress& group)
 {
     if (group.port == 0)
@@ -49,15 +49,15 @@ bool bindToGroup(int socket, std::uint32_t localIp, const NetAddress& group)
     return !isMulticast(group.ip) || join(socket, group.ip, localIp);
 }
 
-// A socket on the group, or an invalid one with errno set.
+// Returns a socket on the group, or an invalid one with errno set.
 tDescriptor openReceiveSocket(std::uint32_t localIp, const NetAddress& group, int recBuffSize)
 {
     tDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket.valid())
         return socket;
     const int on = 1;
-    askForReceiveBuffer(socket.get(), std::max(recBuffSize, cLeastReceiveBuffer));
-    setOption(socket.get(), SOL_SOCKET, SO_RXQ_OVFL, on);  // without it counters() still asks
+    requestReceiveBuffer(socket.get(), std::max(recBuffSize, cLeastReceiveBuffer));
+    setOption(socket.get(), SOL_SOCKET, SO_RXQ_OVFL, on);  // if it fails, counters() still queries the count
     if (bindToGroup(socket.get(), localIp, group))
         return socket;
     const int reason = errno;
@@ -66,8 +66,8 @@ tDescriptor openReceiveSocket(std::uint32_t localIp, const NetAddress& group, in
     return socket;
 }
 
-// A counter with one writer: any thread may read it, and raising it costs no locked instruction.
-void raise(std::atomic<std::uint64_t>& counter, std::uint64_t by)
+// For a counter with one writer: any thread may read it, and the addition costs no locked instruction.
+void add(std::atomic<std::uint64_t>& counter, std::uint64_t by)
 {
     counter.store(counter.load(std::memory_order_relaxed) + by, std::memory_order_relaxed);
 }
@@ -115,7 +115,7 @@ void tGroupSocket::receiveUntilStopped()
         delete this;
 }
 
-// A full batch says that more is waiting: then there is no need to ask poll.
+// A full batch means that more datagrams wait: the next call needs no poll.
 void tGroupSocket::receiveBurst()
 {
     int received = 0;
@@ -123,29 +123,29 @@ void tGroupSocket::receiveBurst()
     {
         received = m_batch.receive(m_socket.get());
         if (received < 0)
-            return surviveError();
+            return pauseAfterError();
         deliver(static_cast<std::size_t>(received));
     } while (received == static_cast<int>(tReceiveBatch::cCapacity) && !m_thread.stopping());
 }
 
-// The stop is looked at before every call, so that none follows the destruction however much was received at once.
+// Checks for a stop before every call, so that no call follows the destruction, whatever the size of the batch.
 void tGroupSocket::deliver(std::size_t received)
 {
     for (std::size_t i = 0; i < received && !m_thread.stopping(); ++i)
     {
         if (const auto dropped = m_batch.droppedBefore(i))
-            m_dropped.told(*dropped);
+            m_dropped.update(*dropped);
         const sockaddr_in& sender = m_batch.sender(i);
         const int len = m_batch.length(i);
         m_listener->OnDatagram({{sender.sin_addr.s_addr, sender.sin_port}, m_group, m_batch.data(i), len});
-        raise(m_bytes, static_cast<std::uint64_t>(len));
-        raise(m_datagrams, 1);
+        add(m_bytes, static_cast<std::uint64_t>(len));
+        add(m_datagrams, 1);
     }
 }
 
-// Nothing that the kernel reports about one datagram or one moment ends reception. An error that stays, such as a lack
-// of memory, must not become a busy loop either.
-void tGroupSocket::surviveError()
+// No error of the kernel ends reception. An error that persists, such as a lack of memory, must not become a busy
+// loop.
+void tGroupSocket::pauseAfterError()
 {
     constexpr int cPause_ms = 5;
     const bool passing = errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
@@ -159,18 +159,17 @@ int tGroupSocket::receiveBufferSize() const
     socklen_t width = sizeof size;
     if (!m_valid || ::getsockopt(m_socket.get(), SOL_SOCKET, SO_RCVBUF, &size, &width) != 0)
         return 0;
-    return size / 2;  // the kernel doubles what it is asked for, for its own bookkeeping
+    return size / 2;  // the kernel doubles the requested size, for its own bookkeeping
 }
 
 tUdpReceiverCounters tGroupSocket::counters()
 {
-    // Drops behind the last received datagram are told by no datagram yet.
+    // No datagram has reported the drops behind the last received one yet.
     std::uint32_t memory[SK_MEMINFO_VARS] = {};
     socklen_t width = sizeof memory;
     if (m_valid && ::getsockopt(m_socket.get(), SOL_SOCKET, SO_MEMINFO, memory, &width) == 0 &&
         width > SK_MEMINFO_DROPS * sizeof memory[0])
-        m_dropped.told(memory[SK_MEMINFO_DROPS]);
+        m_dropped.update(memory[SK_MEMINFO_DROPS]);
     return {m_datagrams.load(std::memory_order_relaxed), m_bytes.load(std::memory_order_relaxed), m_dropped.total()};
 }
-
 }  // namespace net

@@ -1,9 +1,9 @@
-// tGroupSocket: the socket on a group and the thread that receives from it; what both kinds of receiver are made of.
+// tGroupSocket: the socket on a group and the thread that receives from it. Both kinds of receiver derive from it.
 //
-// Owner    created with new and ended by destroy(), which frees it: on the receive thread itself as soon as the call
-//          that destroys has returned. The listener outlives it, or is handed over and lives as long.
+// Owner    created with new; destroy() frees it. From inside a call to the listener, destroy() defers that until the
+//          call has returned. The listener outlives the socket, or the socket owns it.
 // Threads  the receive thread calls the listener; everything else may be called from any thread.
-// Errors   a group that cannot be joined is reported once through perror; valid() is false then.
+// Errors   a group that cannot be joined is reported once through perror; valid() returns false then.
 #ifndef KESTOVA_NET_GROUPSOCKET_H
 #define KESTOVA_NET_GROUPSOCKET_H
 
@@ -40,9 +40,9 @@ private:
     void receiveUntilStopped();
     void receiveBurst();
     void deliver(std::size_t received);
-    void surviveError();
+    void pauseAfterError();
 
-    const std::unique_ptr<iDatagramListener> m_own;  // null where the listener is the application's
+    const std::unique_ptr<iDatagramListener> m_own;  // null if the application owns the listener
     iDatagramListener* const m_listener;
     const NetAddress m_group;
     tDescriptor m_socket;

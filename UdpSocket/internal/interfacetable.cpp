@@ -26,7 +26,7 @@ const tLink* defaultLink(const tInterfaceTable& table)
     return routed != nullptr ? routed : find(table.links, [](const tLink& link) { return link.loopback; });
 }
 
-// The preferred address while the link has it, else the link's main one.
+// Returns the preferred address while the link has it, else the link's main one.
 tLocalAddress addressOf(const tInterfaceTable& table, const tLink& link, std::uint32_t preferred)
 {
     const tLinkAddress* main =
@@ -40,7 +40,7 @@ tLocalAddress addressOf(const tInterfaceTable& table, const tLink& link, std::ui
 }
 }  // namespace
 
-bool mustTell(const tLocalAddress& before, const tLocalAddress& now)
+bool mustNotify(const tLocalAddress& before, const tLocalAddress& now)
 {
     return before.ip != now.ip || (now.ip != 0 && before.linkIndex != now.linkIndex);
 }

@@ -1,6 +1,6 @@
-// What this machine's network interfaces are at one moment, and which of their addresses is meant.
+// The network interfaces of this machine at one moment, and the choice of one of their addresses.
 //
-// Pure: the table comes from rtnetlink.h, or from a test.
+// Pure functions of a table, which tRtnetlink reads or a test builds.
 #ifndef KESTOVA_NET_INTERFACETABLE_H
 #define KESTOVA_NET_INTERFACETABLE_H
 
@@ -31,7 +31,7 @@ struct tInterfaceTable
     int defaultRouteLink = 0;             // 0: there is no default route
 };
 
-// Which interface to follow. Both empty: the one of the default route, else the loopback interface.
+// The interface to follow. Both empty: the one of the default route, else the loopback interface.
 struct tInterfaceChoice
 {
     std::string name;      // empty with an ip: the interface that has or will have it
@@ -39,21 +39,21 @@ struct tInterfaceChoice
     bool isDefault() const { return name.empty() && ip == 0; }
 };
 
-// The address to use. linkIndex distinguishes an interface from a later one with the same address: memberships of
-// the first are gone.
+// The address to use. linkIndex distinguishes an interface from a later one with the same address, on which no group is
+// joined.
 struct tLocalAddress
 {
-    std::uint32_t ip = 0;  // 0: the interface has none, or is not there
+    std::uint32_t ip = 0;  // 0: the interface has none, or does not exist
     int linkIndex = 0;     // 0: no interface has the address
 };
-// Whether whoever uses `before` must know of `now`.
-bool mustTell(const tLocalAddress& before, const tLocalAddress& now);
+// Returns whether a user of `before` must be notified of `now`.
+bool mustNotify(const tLocalAddress& before, const tLocalAddress& now);
 
-// The choice that a text names: an interface that exists, or a dotted address; nothing if it is neither.
+// Returns the choice that a text names: an existing interface or a dotted address; nothing if it is neither.
 std::optional<tInterfaceChoice> choiceNamed(const tInterfaceTable& table, const std::string& nameOrAddress);
-// A choice by address takes the name of the interface that has the address, as soon as one has.
+// Returns a choice by address with the name of the interface that has the address; unchanged while none has it.
 tInterfaceChoice settled(const tInterfaceTable& table, const tInterfaceChoice& choice);
-// The address of a choice. An address that no interface has is given as it stands.
+// Returns the address of a choice. An address that no interface has is returned as it is.
 tLocalAddress chosenAddress(const tInterfaceTable& table, const tInterfaceChoice& choice);
 }  // namespace net
 

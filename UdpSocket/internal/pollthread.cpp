@@ -12,7 +12,7 @@ namespace net
 {
 namespace
 {
-// New threads inherit the mask of the thread that makes them.
+// A new thread inherits the mask of the thread that starts it.
 class tSignalsBlocked
 {
 public:
@@ -61,7 +61,7 @@ void tPollThread::stop()
         return;
     }
     const std::uint64_t once = 1;
-    // An eventfd refuses only when its counter is full, and then it is readable anyway.
+    // The write to an eventfd fails only if its counter is full, and then it is readable anyway.
     [[maybe_unused]] const ssize_t written = ::write(m_wakeUp.get(), &once, sizeof once);
     m_thread.join();
 }

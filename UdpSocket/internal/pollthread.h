@@ -1,9 +1,9 @@
-// tPollThread: one thread that sleeps in poll() on a socket and can be ended at any moment.
+// tPollThread: one thread that sleeps in poll() on a socket and can be stopped at any moment.
 //
-// Threads  start() and stop() belong to the owner, stopping() to anyone, wait() to the body.
-// Wake-up  an eventfd lies beside the socket in every poll: a stop is seen at once, however busy the socket is, and
-//          nothing ever wakes up to look whether it should end.
-// Signals  are blocked on the thread: the application's handlers run on the application's threads.
+// Threads  the owner calls start() and stop(), any thread stopping(), the body wait().
+// Wake-up  every poll includes an eventfd: stop() ends the wait at once, however busy the socket is, and the thread
+//          never wakes up only to check for a stop.
+// Signals  blocked on the thread: the application's handlers run on the application's threads.
 #ifndef KESTOVA_NET_POLLTHREAD_H
 #define KESTOVA_NET_POLLTHREAD_H
 
@@ -20,8 +20,8 @@ class tPollThread
 public:
     enum class eWake
     {
-        eReady,    // the descriptor can be read, or has an error to report
-        eTimeout,  // the time is over
+        eReady,    // the descriptor is readable, or reports an error
+        eTimeout,  // the timeout has passed
         eStopped
     };
 
@@ -30,14 +30,15 @@ public:
     tPollThread(const tPollThread&) = delete;
     tPollThread& operator=(const tPollThread&) = delete;
 
-    // Runs `body` on a new thread of that name (at most 15 characters). False, with errno set, if the system refuses.
+    // Runs `body` on a new thread of that name (at most 15 characters). Returns false, with errno set, if that fails.
     bool start(const char* name, std::function<void()> body);
-    // Ends the wait, and joins. From the thread itself it only lets the thread go: the body ends by itself.
+    // Ends the wait and joins. Called on the thread itself it only detaches the thread: the body ends by itself.
     void stop();
     bool stopping() const { return m_stop.load(std::memory_order_acquire); }
     bool isSelf() const { return m_thread.get_id() == std::this_thread::get_id(); }
 
-    // Body: sleeps until `fd` has something, the time is over (-1: no limit) or the stop. A fd of -1 only sleeps.
+    // Body: sleeps until `fd` is readable, the timeout has passed (-1: no limit) or stop() is called. A fd of -1 only
+    // sleeps.
     eWake wait(int fd, int timeout_ms = -1);
 
 private:

@@ -27,7 +27,7 @@ tReceiveBatch::~tReceiveBatch()
         ::munmap(m_arena, cCapacity * cStride);
 }
 
-// The kernel overwrites the lengths that it is given.
+// Every call of recvmmsg overwrites the lengths.
 void tReceiveBatch::prepare(std::size_t i)
 {
     msghdr& head = m_messages[i].msg_hdr;
@@ -44,7 +44,7 @@ int tReceiveBatch::receive(int socket)
     for (std::size_t i = 0; i < m_used; ++i)
         prepare(i);
     const int received = ::recvmmsg(socket, m_messages.data(), cCapacity, MSG_DONTWAIT, nullptr);
-    // A call that fails may have filled in the first message.
+    // A failed call may have filled in the first message.
     m_used = received > 0 ? static_cast<std::size_t>(received) : 1;
     return received;
 }

@@ -27,7 +27,7 @@ tDescriptor openSocket(unsigned int groups, int flags)
     return socket;
 }
 
-// The record behind a message head, and its attributes; all lengths are checked against the message.
+// Returns the record behind a message head; null if the message is too short for it.
 template <typename tRecord>
 const tRecord* recordOf(const nlmsghdr& head)
 {
@@ -140,7 +140,7 @@ std::optional<tInterfaceTable> tRtnetlink::interfaces(bool withDefaultRoute)
     return table;
 }
 
-// An overrun (ENOBUFS) means that changes were missed, which for us is one more change.
+// An overrun (ENOBUFS) means missed changes, which count as a change.
 void tRtnetlink::discardChanges()
 {
     while (::recv(m_changes.get(), m_buffer.data(), m_buffer.size(), MSG_DONTWAIT) >= 0 || errno == EINTR ||
@@ -169,7 +169,7 @@ bool tRtnetlink::sendRequest(unsigned short request)
     return ::send(m_queries.get(), &message, message.head.nlmsg_len, 0) >= 0;
 }
 
-// Up to the end mark of our own request; answers to an earlier one that was given up are skipped.
+// Reads up to the end mark of the last request; skips answers to an earlier one that failed.
 template <typename tVisit>
 bool tRtnetlink::readAnswer(tVisit visit)
 {

@@ -1,4 +1,4 @@
-// tRtnetlink: asks the kernel for its tables of links, addresses and routes, and watches their changes.
+// tRtnetlink: reads the kernel's tables of links, addresses and routes, and watches their changes.
 //
 // Belongs to the network namespace of the thread that constructs it. The owner locks.
 #ifndef KESTOVA_NET_RTNETLINK_H
@@ -20,13 +20,13 @@ public:
     tRtnetlink();
     bool valid() const { return m_queries.valid() && m_changes.valid(); }  // if not, errno was set
 
-    // The interfaces now; the default route is looked up only on request, since routing tables can be long. Nothing
-    // if the kernel does not answer.
+    // Returns the present interfaces; nothing if the kernel does not answer. Reads the default route on request only,
+    // because routing tables can be long.
     std::optional<tInterfaceTable> interfaces(bool withDefaultRoute);
 
-    // Can be read when links, addresses or routes have changed.
+    // Returns a descriptor that is readable after links, addresses or routes have changed.
     int changes() const { return m_changes.get(); }
-    // Takes all that is waiting there; interfaces() returns what it has become.
+    // Drops the notifications that wait there; interfaces() returns the new state.
     void discardChanges();
 
 private:

@@ -1,4 +1,4 @@
-// Small steps that receiver and sender share.
+// Socket calls that receiver and sender share.
 #ifndef KESTOVA_NET_UDPADDRESS_H
 #define KESTOVA_NET_UDPADDRESS_H
 
@@ -23,7 +23,7 @@ inline sockaddr_in socketAddress(std::uint32_t ip, std::uint16_t networkPort)
 
 inline const sockaddr* asSockaddr(const sockaddr_in& address)
 {
-    return reinterpret_cast<const sockaddr*>(&address);  // the one cast that the socket interface demands
+    return reinterpret_cast<const sockaddr*>(&address);  // the cast that the socket interface demands
 }
 
 inline bool isMulticast(std::uint32_t ip)
@@ -44,7 +44,7 @@ inline std::string describe(const NetAddress& address, std::uint32_t localIp)
            (localIp == 0 ? std::string("any interface") : transAddr(localIp));
 }
 
-// One line on standard error: what, the address, the reason that errno holds.
+// Writes one line on standard error: `what`, the address, the reason in errno.
 inline void reportFailure(const char* what, const NetAddress& address, std::uint32_t localIp)
 {
     const int reason = errno;

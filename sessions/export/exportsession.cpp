@@ -16,7 +16,7 @@ using namespace recordings;
 
 namespace
 {
-// A jump behind the end plays everything without waiting, in order of time.
+// A jump beyond the end plays everything in order of time, without waits.
 constexpr double cWithoutWaiting = 2.0;
 }  // namespace
 
@@ -69,7 +69,7 @@ catch (const tFailure& failure)
         m_failure = failure.what();
 }
 
-void tExportSession::write(std::uint64_t timeMs, const tPackageView& package)
+void tExportSession::write(std::uint64_t timeMs, const tPackageContents& package)
 {
     const NetAddress to{package.ip, net::HtoNs(package.port)};
     for (const std::string& frame : framesOf(m_options.source, to, package.payload, m_id++))

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "KestovaRecordings/capturewriter.h"
-#include "KestovaRecordings/packageview.h"
+#include "KestovaRecordings/packagecontents.h"
 #include "KestovaRecordings/streamchoice.h"
 #include "KestovaStorage/datastorageio.h"
 #include "UdpSocket/netaddress.h"
@@ -51,13 +51,13 @@ private:
     void UpdateReplayData(std::uint64_t timeMs, double fraction, const char* data, unsigned int len,
                           std::string fileName) override;
 
-    void write(std::uint64_t timeMs, const recordings::tPackageView& package);
+    void write(std::uint64_t timeMs, const recordings::tPackageContents& package);
     std::string failure() const;
 
     const tExportOptions m_options;
     const std::vector<std::string> m_files;
     std::unique_ptr<recordings::tCaptureWriter> m_writer;
-    // Written on the replay thread, read when that has ended.
+    // The replay thread writes them; run() reads them after its end.
     std::uint16_t m_id = 0;
     std::uint64_t m_played = 0, m_noDatagram = 0, m_frames = 0;
     mutable std::mutex m_mutex;

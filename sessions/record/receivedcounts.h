@@ -1,4 +1,4 @@
-// Counts datagrams as they arrive, on the receive threads of several groups at once.
+// tReceivedCounts: counts datagrams on the receive threads of several groups at once.
 #ifndef KESTOVA_SESSIONS_RECORD_RECEIVEDCOUNTS_H
 #define KESTOVA_SESSIONS_RECORD_RECEIVEDCOUNTS_H
 
@@ -14,12 +14,12 @@ namespace session
 class tReceivedCounts
 {
 public:
-    // Sets which stream a group carries; of two streams on one group the first is kept.
+    // Sets the stream of a group; keeps the first of two streams on one group.
     void expect(const NetAddress& group, tReadWriteType kind);
     void add(const NetAddress& group, const char* data, int len);
 
     recordings::tStreamCounts table() const;
-    recordings::tStreamKey keyOf(const NetAddress& group) const;  // otherType for an unexpected group
+    recordings::tStreamKey keyOf(const NetAddress& group) const;  // of the kind otherType for an unexpected group
 
 private:
     mutable std::mutex m_mutex;

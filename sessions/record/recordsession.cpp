@@ -5,8 +5,8 @@
 #include <thread>
 
 #include "sessions/localaddress.h"
-#include "sessions/record/grouprecording.h"
-#include "sessions/record/radarrecording.h"
+#include "sessions/record/grouprecorder.h"
+#include "sessions/record/radarrecorder.h"
 
 namespace session
 {
@@ -19,24 +19,24 @@ using std::chrono::milliseconds;
 
 constexpr char cSuffix[] = ".data";
 
-std::unique_ptr<iRecording> begin(const tRecordOptions& options)
+std::unique_ptr<iRecorder> createRecorder(const tRecordOptions& options)
 {
     if (options.groups.empty())
-        return std::make_unique<tRadarRecording>(options.radar, options.streams, options.localIp, options.root,
-                                                 options.compress);
+        return std::make_unique<tRadarRecorder>(options.radar, options.streams, options.localIp, options.root,
+                                                options.compress);
     const std::uint32_t ip = options.localIp.empty() ? 0 : localAddress(options.localIp);
-    return std::make_unique<tGroupRecording>(options.groups, ip, options.root, options.compress);
+    return std::make_unique<tGroupRecorder>(options.groups, ip, options.root, options.compress);
 }
 }  // namespace
 
-tRecordSession::tRecordSession(const tRecordOptions& options) : m_recording(begin(options))
+tRecordSession::tRecordSession(const tRecordOptions& options) : m_recorder(createRecorder(options))
 {
-    look();
+    updateState();
 }
 
-void tRecordSession::look()
+void tRecordSession::updateState()
 {
-    m_state = m_recording->state();
+    m_state = m_recorder->state();
     if (!m_state.file.empty() && (m_files.empty() || m_files.back() != m_state.file))
         m_files.push_back(m_state.file);
 }
@@ -44,40 +44,40 @@ void tRecordSession::look()
 void tRecordSession::finish(const std::function<bool(eFinishing step)>& waiting)
 {
     drain(waiting);
-    m_recording->closeSockets();
+    m_recorder->closeSockets();
     write(waiting);
-    look();
-    m_recording->closeFile();
-    const auto discarded = m_state.discarded;  // closed sockets count no more
-    look();
+    updateState();
+    m_recorder->closeFile();
+    const auto discarded = m_state.discarded;  // the counts of closed sockets are lost
+    updateState();
     m_state.discarded = discarded;
     compress(waiting);
 }
 
-// Ends after a second even if the radar goes on sending.
+// Returns after a second even if the radar continues to send.
 void tRecordSession::drain(const std::function<bool(eFinishing step)>& waiting)
 {
-    constexpr milliseconds quiet{150};
+    constexpr milliseconds cQuiet{150};
     const auto deadline = tSteady::now() + milliseconds(1000);
-    auto lastHeard = tSteady::now();
-    std::uint64_t heard = total(m_state.streams).messages;
-    while (tSteady::now() < deadline && tSteady::now() - lastHeard < quiet)
+    auto lastArrival = tSteady::now();
+    std::uint64_t received = total(m_state.streams).messages;
+    while (tSteady::now() < deadline && tSteady::now() - lastArrival < cQuiet)
     {
         std::this_thread::sleep_for(milliseconds(10));
-        look();
+        updateState();
         waiting(eFinishing::eReceiving);
-        if (total(m_state.streams).messages != heard)
-            lastHeard = tSteady::now();
-        heard = total(m_state.streams).messages;
+        if (total(m_state.streams).messages != received)
+            lastArrival = tSteady::now();
+        received = total(m_state.streams).messages;
     }
 }
 
 void tRecordSession::write(const std::function<bool(eFinishing step)>& waiting)
 {
     const auto deadline = tSteady::now() + std::chrono::minutes(5);
-    while (!m_recording->waitWritten(200))
+    while (!m_recorder->waitWritten(200))
     {
-        look();
+        updateState();
         if (!waiting(eFinishing::eWriting) || tSteady::now() > deadline || m_state.file.empty())
             return;
     }
@@ -85,10 +85,10 @@ void tRecordSession::write(const std::function<bool(eFinishing step)>& waiting)
 
 void tRecordSession::compress(const std::function<bool(eFinishing step)>& waiting)
 {
-    while (m_recording->compressing() != 0)
+    while (m_recorder->compressing() != 0)
     {
         if (!waiting(eFinishing::eCompressing))
-            m_recording->giveUpCompressing();
+            m_recorder->cancelCompressing();
         std::this_thread::sleep_for(milliseconds(20));
     }
     for (std::string& file : m_files)

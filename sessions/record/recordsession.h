@@ -1,4 +1,4 @@
-// tRecordSession: one recording from its first file to its last, whatever it records.
+// tRecordSession: one recording from its first file to its last, of a radar or of groups.
 #ifndef KESTOVA_SESSIONS_RECORD_RECORDSESSION_H
 #define KESTOVA_SESSIONS_RECORD_RECORDSESSION_H
 
@@ -11,7 +11,7 @@
 #include "KestovaRecordings/streamchoice.h"
 #include "UdpSocket/netaddress.h"
 #include "sessions/radarchoice.h"
-#include "sessions/record/recording.h"
+#include "sessions/record/recorder.h"
 
 namespace session
 {
@@ -21,14 +21,14 @@ struct tRecordOptions
     tRadarChoice radar;                 // without groups
     recordings::tStreamChoice streams;  // of the radar
     std::string localIp;                // interface to receive on, by address or name; empty: the system chooses
-    std::string root;                   // storage root, made if it is missing
+    std::string root;                   // storage root; created if it is missing
     bool compress = false;              // each file when it is finished
 };
 
-// What finish() waits for.
+// The steps of finish(), each a wait.
 enum class eFinishing
 {
-    eReceiving,   // for what was sent before and still lies in the kernel; a second at most
+    eReceiving,   // for datagrams that the kernel still holds; a second at most
     eWriting,     // for the disk
     eCompressing  // of the last files
 };
@@ -37,19 +37,19 @@ enum class eFinishing
 class tRecordSession
 {
 public:
-    // The file is open and every group joined when it returns. Throws tFailure; nothing is left behind then.
+    // Opens the file and joins every group before it returns. Throws tFailure if that fails, and leaves nothing behind.
     explicit tRecordSession(const tRecordOptions& options);
 
-    // Takes the state of the recording. Call it several times a second: a file that came and went between two calls
-    // is missing in files().
-    void look();
-    const tRecordingState& state() const { return m_state; }  // of the last look()
+    // Reads the state of the recorder. Call it several times a second: files() misses a file that begins and ends
+    // between two calls.
+    void updateState();
+    const tRecorderState& state() const { return m_state; }  // of the last updateState()
     const std::vector<std::string>& files() const { return m_files; }
-    std::uint32_t compressing() const { return m_recording->compressing(); }
+    std::uint32_t compressing() const { return m_recorder->compressing(); }
 
-    // Receives until it is quiet, leaves the groups, writes and finishes the file, waits for compression. Calls
-    // `waiting` several times a second; false gives up the wait for the disk or leaves the last files plain. state()
-    // and files() are final when it returns.
+    // Receives until no datagram comes any more, leaves the groups, writes and finishes the file, waits for
+    // compression. Calls `waiting` several times a second; if that returns false, ends the wait for the disk, or leaves
+    // the last files plain. state() and files() are final when it returns.
     void finish(const std::function<bool(eFinishing step)>& waiting);
 
 private:
@@ -57,8 +57,8 @@ private:
     void write(const std::function<bool(eFinishing step)>& waiting);
     void compress(const std::function<bool(eFinishing step)>& waiting);
 
-    std::unique_ptr<iRecording> m_recording;
-    tRecordingState m_state;
+    std::unique_ptr<iRecorder> m_recorder;
+    tRecorderState m_state;
     std::vector<std::string> m_files;
 };
 }  // namespace session

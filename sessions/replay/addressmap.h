@@ -1,4 +1,4 @@
-// tAddressMap: where a replay goes instead of the groups it was recorded from.
+// tAddressMap: the destinations of a replay in place of the recorded groups.
 #ifndef KESTOVA_SESSIONS_REPLAY_ADDRESSMAP_H
 #define KESTOVA_SESSIONS_REPLAY_ADDRESSMAP_H
 
@@ -12,11 +12,11 @@ namespace session
 class tAddressMap
 {
 public:
-    // "239.17.0.1:6001=239.99.0.1:7001", or "239.17.0.1=239.99.0.1" for every port of the address, which stay as they
-    // are. Throws std::invalid_argument with a sentence for the user.
+    // Adds "239.17.0.1:6001=239.99.0.1:7001", or "239.17.0.1=239.99.0.1" for every port of the address; ports stay
+    // then. Throws std::invalid_argument with a sentence for the user.
     void add(const std::string& rule);
     bool empty() const { return m_groups.empty() && m_addresses.empty(); }
-    // Replaces a destination, its port a plain number. A rule with a port goes before one without.
+    // Replaces a destination; `port` is a plain number. A rule with a port precedes one without.
     void apply(std::uint32_t& ip, std::uint16_t& port) const;
 
 private:

@@ -47,7 +47,7 @@ void tReplayProgress::status(std::uint8_t status)
     }
     const std::lock_guard lock(m_mutex);
     if (status == storage::eReplayStopped)
-        m_jumping = false;  // the stop that begins a jump: what follows belongs to the new place
+        m_jumping = false;  // this stop begins the jump: later statuses belong to the new place
     if (status == storage::eReplayEnded && !m_jumping)
         m_state.ended = true;
 }
@@ -70,7 +70,7 @@ void tReplayProgress::passed(std::uint64_t timeMs, double fraction)
     }
     const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(now - m_stretchStart).count();
     m_state.timeMs = timeMs;
-    m_state.progress = fraction;
+    m_state.fraction = fraction;
     m_state.playedMs = m_playedBefore + (timeMs - m_stretchFirstMs);
     m_state.tookMs = m_tookBefore + static_cast<std::uint64_t>(took);
 }

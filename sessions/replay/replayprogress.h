@@ -1,4 +1,4 @@
-// tReplayProgress: what a replay has played, stream by stream, and where it stands.
+// tReplayProgress: the position of a replay, and counts of what it has played, stream by stream.
 #ifndef KESTOVA_SESSIONS_REPLAY_REPLAYPROGRESS_H
 #define KESTOVA_SESSIONS_REPLAY_REPLAYPROGRESS_H
 
@@ -18,26 +18,26 @@ struct tReplayState
     bool ended = false;                     // the last record has been played
     std::uint64_t firstMs = 0, lastMs = 0;  // of everything opened
     std::uint64_t timeMs = 0;               // of the record played last
-    double progress = 0.0;
+    double fraction = 0.0;                  // of the span
     std::uint64_t records = 0;
-    std::uint64_t playedMs = 0;  // recorded time that has been played, and how long that took
-    std::uint64_t tookMs = 0;
+    std::uint64_t playedMs = 0;  // recorded time that has been played
+    std::uint64_t tookMs = 0;    // time that playing it took
 };
 
-// Filled by a player on its replay thread. Any thread.
+// A replayer updates it on the replay thread. Any thread.
 class tReplayProgress
 {
 public:
-    // `begin` is called on the replay thread when everything is open and before the first record is played: a jump
-    // from there comes before anything is played or sent.
+    // Calls `begin` on the replay thread when everything is open, before the first record: a jump from inside it
+    // precedes anything played or sent.
     explicit tReplayProgress(std::function<void(const tReplayState&)> begin) : m_begin(std::move(begin)) {}
 
     tReplayState state() const;
     recordings::tStreamCounts counts() const;
-    void beginJump();     // before a jump: the end of what was played until then is no end
-    void beginStretch();  // before and after a pause: the time between does not count as playing
+    void beginJump();     // before a jump: ignores the end of the stretch before it
+    void beginStretch();  // before and after a pause, which does not count as playing
 
-    // For players.
+    // For replayers.
     void status(std::uint8_t status);
     void span(std::uint64_t firstMs, std::uint64_t lastMs);
     void passed(std::uint64_t timeMs, double fraction);  // a record was played
@@ -53,7 +53,7 @@ private:
     recordings::tStreamCounts m_counts;
     std::uint64_t m_stretchFirstMs = 0;  // 0 until the stretch has its first record
     tSteady::time_point m_stretchStart;
-    std::uint64_t m_playedBefore = 0, m_tookBefore = 0;  // sums of the stretches before this one
+    std::uint64_t m_playedBefore = 0, m_tookBefore = 0;  // sums over the earlier stretches
 };
 }  // namespace session
 

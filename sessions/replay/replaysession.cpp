@@ -15,7 +15,7 @@ using namespace recordings;
 
 namespace
 {
-// Returns the files to play. Fails for what would end at once and play nothing.
+// Returns the files to play. Throws tFailure if none of them has a readable record.
 std::vector<std::string> playableFiles(const tReplayOptions& options)
 {
     std::string reason = "it holds no records";
@@ -32,18 +32,18 @@ std::vector<std::string> playableFiles(const tReplayOptions& options)
     throw tFailure(fmt::format("nothing to play in {}: {}", options.path, reason));
 }
 
-std::unique_ptr<iPlayer> makePlayer(tReplayProgress& progress, const tReplayOptions& options,
-                                    const std::string& localIp)
+std::unique_ptr<iReplayer> createReplayer(tReplayProgress& progress, const tReplayOptions& options,
+                                          const std::string& localIp)
 {
     if (!options.net)
-        return makeCountingPlayer(progress, options.streams, options.suffix);
-    return makeNetworkPlayer(progress, options.streams, options.suffix, localIp, options.map);
+        return makeCountingReplayer(progress, options.streams, options.suffix);
+    return makeNetworkReplayer(progress, options.streams, options.suffix, localIp, options.map);
 }
 
 double fractionOf(std::uint64_t timeMs, const tReplayState& state)
 {
     const double span = static_cast<double>(state.lastMs - state.firstMs);
-    // A quarter of a millisecond early, so that no rounding can leave out the records of the very start.
+    // A quarter of a millisecond early: rounding must not skip the records at the target.
     const double offset = static_cast<double>(timeMs) - static_cast<double>(state.firstMs) - 0.25;
     return span > 0.0 ? std::max(0.0, offset / span) : 0.0;
 }
@@ -53,17 +53,17 @@ tReplaySession::tReplaySession(const tReplayOptions& options)
     : m_options(options), m_localIp(options.localIp.empty() ? "" : net::transAddr(localAddress(options.localIp))),
       m_files(playableFiles(options)), m_pace(tPace::of(options.speed)),
       m_progress([this](const tReplayState& state) { begin(state); }),
-      m_player(makePlayer(m_progress, options, m_localIp))
+      m_replayer(createReplayer(m_progress, options, m_localIp))
 {}
 
 void tReplaySession::open()
 {
-    m_player->open(m_options.path);
+    m_replayer->open(m_options.path);
 }
 
 void tReplaySession::close()
 {
-    m_player->close();
+    m_replayer->close();
 }
 
 // On the replay thread, before the first record.
@@ -75,19 +75,19 @@ void tReplaySession::begin(const tReplayState& state)
         m_startMs =
             std::max(m_startMs,
                      static_cast<std::uint64_t>(std::max(0.0, m_options.start->resolve(state.firstMs, state.lastMs))));
-    m_player->setSpeed(m_pace.rate());
+    m_replayer->setSpeed(m_pace.rate());
     if (m_startMs > state.lastMs)
-        m_player->close();  // nothing to play
+        m_replayer->close();  // nothing to play
     else if (m_startMs > state.firstMs)
     {
         m_progress.beginJump();
-        m_player->jump(fractionOf(m_startMs, state));
+        m_replayer->jump(fractionOf(m_startMs, state));
     }
 }
 
 void tReplaySession::togglePause()
 {
-    if (!m_player->pause(!m_paused))
+    if (!m_replayer->pause(!m_paused))
         return;
     m_paused = !m_paused;
     m_progress.beginStretch();
@@ -96,7 +96,7 @@ void tReplaySession::togglePause()
 void tReplaySession::setPace(tPace pace)
 {
     m_pace = pace;
-    m_player->setSpeed(m_pace.rate());
+    m_replayer->setSpeed(m_pace.rate());
 }
 
 void tReplaySession::jumpTo(std::int64_t timeMs)
@@ -105,7 +105,7 @@ void tReplaySession::jumpTo(std::int64_t timeMs)
     const std::uint64_t target =
         std::clamp(static_cast<std::uint64_t>(std::max<std::int64_t>(timeMs, 0)), state.firstMs, state.lastMs);
     m_progress.beginJump();
-    if (m_player->jump(fractionOf(target, state)))
+    if (m_replayer->jump(fractionOf(target, state)))
         m_paused = false;
 }
 
@@ -120,7 +120,7 @@ bool tReplaySession::nextPass()
 
 std::uint64_t tReplaySession::countDamaged() const
 {
-    std::uint64_t damaged = m_player->unplayed();
+    std::uint64_t damaged = m_replayer->unplayed();
     for (const std::string& path : m_files)
     {
         storage::tDataFile file;

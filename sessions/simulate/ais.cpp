@@ -10,7 +10,7 @@ namespace
 {
 constexpr std::size_t cReportBits = 168;
 
-// Collects fields, highest bit first, as the report lists them.
+// The bits of a report: fields in its order, highest bit first.
 class tBitField
 {
 public:
@@ -20,7 +20,7 @@ public:
             m_bits[m_used++] = static_cast<unsigned char>(static_cast<std::uint64_t>(value) >> bit & 1u);
     }
 
-    // Six bits a character: 0 to 39 from '0' on, 40 to 63 from '`' on.
+    // Returns six bits a character: 0 to 39 from '0' on, 40 to 63 from '`' on.
     std::string armoured() const
     {
         std::string text;

@@ -1,4 +1,4 @@
-// The simulated radar's own messages beside its spokes.
+// The messages of the simulated radar in its own format, except its spokes.
 #ifndef KESTOVA_SESSIONS_SIMULATE_MESSAGES_H
 #define KESTOVA_SESSIONS_SIMULATE_MESSAGES_H
 

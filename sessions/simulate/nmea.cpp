@@ -26,8 +26,8 @@ std::string clockField(std::uint64_t timeMs)
     return fmt::format("{:02}{:02}{:02}.{:02}", parts.tm_hour, parts.tm_min, parts.tm_sec, timeMs % 1000 / 10);
 }
 
-// "5406.0000,N": degrees in `width` digits, then minutes. Counted in ten-thousandths of a minute, so that rounding
-// never makes 60 minutes.
+// Returns "5406.0000,N": degrees in `width` digits, then minutes. Counts in ten-thousandths of a minute, so that
+// rounding never gives 60 minutes.
 std::string angleField(double degrees, int width, char positive, char negative)
 {
     const auto units = std::llround(std::abs(degrees) * 600'000.0);
@@ -41,13 +41,13 @@ std::string positionFields(const tMotion& ship)
     return angleField(where.latitude, 2, 'N', 'S') + "," + angleField(where.longitude, 3, 'E', 'W');
 }
 
-// A bearing in tenths of a degree, below 360.0 also after rounding.
+// Returns a bearing rounded to a tenth of a degree, below 360.0.
 double tenths(double degrees)
 {
     return static_cast<double>(std::llround(degrees * 10.0) % 3600) / 10.0;
 }
 
-// Closest point of approach: metres, and seconds until then.
+// Returns the closest point of approach: its distance in metres, and the seconds until then.
 std::pair<double, double> closestApproach(const tMotion& ship, const tMotion& target)
 {
     const auto radians = [](double degrees) { return degrees * std::numbers::pi / 180.0; };

@@ -9,7 +9,7 @@
 
 namespace session
 {
-// `start` ('$' or '!'), the body, "*", the checksum of the body, CR LF.
+// Returns `start` ('$' or '!'), the body, "*", the checksum of the body, CR LF.
 std::string nmeaSentence(char start, const std::string& body);
 
 std::string positionSentence(const tMotion& ship, std::uint64_t timeMs);  // GPRMC
@@ -19,7 +19,7 @@ std::string headingSentence(double degrees);                              // HEH
 // RATTM: target `number` as the ARPA of `ship` tracks it.
 std::string trackedTargetSentence(unsigned int number, const tMotion& ship, const tMotion& target,
                                   std::uint64_t timeMs);
-// AIVDM with a class A position report (message type 1) in its 6-bit armour.
+// AIVDM with a class A position report (message type 1), armoured in 6-bit characters.
 std::string aisPositionSentence(std::uint32_t mmsi, const tMotion& vessel, std::uint64_t timeMs);
 }  // namespace session
 

@@ -1,4 +1,4 @@
-// Numbers that look random and come out the same for the same seed on every machine (splitmix64).
+// tRandom: pseudo-random numbers, equal for equal seeds on every machine (splitmix64).
 #ifndef KESTOVA_SESSIONS_SIMULATE_RANDOM_H
 #define KESTOVA_SESSIONS_SIMULATE_RANDOM_H
 

@@ -40,7 +40,8 @@ tScene::tScene(std::uint64_t seed) : m_seed(seed)
         double x = 5200.0;
         for (std::size_t wave = 0; wave < phases.size(); ++wave)
         {
-            const double cycles = static_cast<double>(wave * wave + 3);  // whole cycles: the coast joins its beginning
+            const double cycles =
+                static_cast<double>(wave * wave + 3);  // whole cycles: the coast's end joins its beginning
             const double angle = cTurn * cycles * static_cast<double>(i) / static_cast<double>(cCoastPoints);
             x += 1400.0 / static_cast<double>(wave + 1) * std::sin(angle + phases[wave]);
         }
@@ -134,10 +135,10 @@ void tScene::paintTarget(std::size_t i, unsigned int azimuth, double time, tEcho
 
 tGeoPosition tScene::position(const tMotion& motion)
 {
-    constexpr double startLatitude = 54.10;
-    constexpr double startLongitude = 10.80;
-    constexpr double metresPerDegree = 111'320.0;
-    const double latitude = startLatitude + motion.y / metresPerDegree;
-    return {latitude, startLongitude + motion.x / (metresPerDegree * std::cos(startLatitude * cTurn / 360.0))};
+    constexpr double cStartLatitude = 54.10;
+    constexpr double cStartLongitude = 10.80;
+    constexpr double cMetresPerDegree = 111'320.0;
+    const double latitude = cStartLatitude + motion.y / cMetresPerDegree;
+    return {latitude, cStartLongitude + motion.x / (cMetresPerDegree * std::cos(cStartLatitude * cTurn / 360.0))};
 }
 }  // namespace session

@@ -1,7 +1,7 @@
-// The waters that the simulated radar looks at: own ship under way along a coast, targets around it, a rough sea.
+// tScene: the waters around the simulated radar: own ship under way along a coast, targets, a rough sea.
 //
-// Metres, x to the east and y to the north of where own ship started; times in seconds since the start. Everything is a
-// pure function of the seed and the time.
+// Metres, x to the east and y to the north of own ship's start; times in seconds since the start. Everything is a pure
+// function of the seed and the time.
 #ifndef KESTOVA_SESSIONS_SIMULATE_SCENE_H
 #define KESTOVA_SESSIONS_SIMULATE_SCENE_H
 
@@ -18,13 +18,13 @@ constexpr std::uint32_t cRangeMetres = 11'112;  // six nautical miles
 
 using tEchoes = std::array<std::uint8_t, cEchoSamples>;
 
-// Something that moves, where and how.
+// The position and movement of a vessel.
 struct tMotion
 {
     double x, y;        // metres
     double speed;       // metres a second
     double courseDeg;   // true, 0 to 360
-    double headingDeg;  // where the bow points
+    double headingDeg;  // of the bow, true, 0 to 360
 };
 
 struct tGeoPosition
@@ -43,13 +43,13 @@ public:
     std::uint32_t mmsi(std::size_t i) const { return m_targets[i].mmsi; }
     double depthMetres(double time) const;
 
-    // What the antenna receives on the spoke of this number.
+    // Computes the echoes of the spoke of this number.
     void echoes(std::uint64_t spokeNumber, double time, tEchoes& samples) const;
 
     static tGeoPosition position(const tMotion& motion);
 
 private:
-    // A target goes round an ellipse that travels with own ship, so that it stays in sight however long we simulate.
+    // A target follows an ellipse that moves with own ship, so that it stays in range in a long simulation.
     struct tTarget
     {
         double centreX, centreY, radiusX, radiusY, period, phase;

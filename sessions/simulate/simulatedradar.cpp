@@ -16,11 +16,11 @@ constexpr double cMinuteMs = 60'000.0;
 
 std::uint64_t tSimulatedRadar::tSource::dueNs() const
 {
-    // Counted from the start for each message: rounding never adds up.
+    // Computed from the start for each message: rounding errors do not accumulate.
     return static_cast<std::uint64_t>(phaseNs + static_cast<double>(sent) * periodNs);
 }
 
-tSimulatedRadar::tSimulatedRadar(const tSimulation& how) : m_how(how), m_scene(how.seed)
+tSimulatedRadar::tSimulatedRadar(const tSimulation& simulation) : m_simulation(simulation), m_scene(simulation.seed)
 {
     addRadarStreams();
     addSensors();
@@ -30,20 +30,20 @@ tSimulatedRadar::tSimulatedRadar(const tSimulation& how) : m_how(how), m_scene(h
 void tSimulatedRadar::addStream(tReadWriteType kind, double periodMs, double phaseMs,
                                 decltype(tSource::compose) compose)
 {
-    if (m_how.streams.test(kind))
-        m_sources.push_back({eChannel::stream, kind, periodMs * cNsPerMs, phaseMs * cNsPerMs, std::move(compose)});
+    if (m_simulation.streams.test(kind))
+        m_sources.push_back({eChannel::eStream, kind, periodMs * cNsPerMs, phaseMs * cNsPerMs, std::move(compose)});
 }
 
 void tSimulatedRadar::addRadarStreams()
 {
-    const double revolutionMs = cMinuteMs / m_how.rpm;
+    const double revolutionMs = cMinuteMs / m_simulation.rpm;
     addStream(eImageStream, revolutionMs / cSpokesPerRevolution, 0.0,
               [this](std::uint64_t n, double time, std::uint64_t timeMs, std::string& bytes) {
                   m_scene.echoes(n, time, m_echoes);
                   encodeSpoke(n, timeMs, m_echoes, bytes);
               });
     addStream(eImageState, 1000.0, 5.0, [this](std::uint64_t, double, std::uint64_t timeMs, std::string& bytes) {
-        bytes = imageStateMessage(m_how.serial, m_how.rpm, timeMs);
+        bytes = imageStateMessage(m_simulation.serial, m_simulation.rpm, timeMs);
     });
     // The ARPA reports all its targets once a revolution.
     addStream(eArpaStream, revolutionMs, 40.0,
@@ -80,13 +80,13 @@ void tSimulatedRadar::addSensors()
 
 void tSimulatedRadar::addServices()
 {
-    m_sources.push_back({eChannel::service, eOtherType, 2000.0 * cNsPerMs, 20.0 * cNsPerMs,
+    m_sources.push_back({eChannel::eService, eOtherType, 2000.0 * cNsPerMs, 20.0 * cNsPerMs,
                          [this](std::uint64_t, double, std::uint64_t timeMs, std::string& bytes) {
-                             bytes = serviceMessage(m_how.serial, m_how.id, timeMs);
+                             bytes = serviceMessage(m_simulation.serial, m_simulation.id, timeMs);
                          }});
-    m_sources.push_back({eChannel::negotiation, eOtherType, 5000.0 * cNsPerMs, 50.0 * cNsPerMs,
+    m_sources.push_back({eChannel::eNegotiation, eOtherType, 5000.0 * cNsPerMs, 50.0 * cNsPerMs,
                          [this](std::uint64_t, double, std::uint64_t, std::string& bytes) {
-                             bytes = negotiationMessage(m_how.serial, m_how.id);
+                             bytes = negotiationMessage(m_simulation.serial, m_simulation.id);
                          }});
 }
 
@@ -96,12 +96,12 @@ bool tSimulatedRadar::next(tSimulatedDatagram& datagram)
                                          [](const tSource& a, const tSource& b) { return a.dueNs() < b.dueNs(); });
     const std::uint64_t dueNs = source->dueNs();
     const bool spoke = source->kind == eImageStream;
-    if (dueNs >= m_how.endNs || (spoke && m_spokes >= m_how.spokeLimit))
+    if (dueNs >= m_simulation.endNs || (spoke && m_spokes >= m_simulation.spokeLimit))
         return false;
     datagram.dueNs = dueNs;
     datagram.channel = source->channel;
     datagram.kind = source->kind;
-    source->compose(source->sent++, static_cast<double>(dueNs) * 1e-9, m_how.startMs + dueNs / 1'000'000,
+    source->compose(source->sent++, static_cast<double>(dueNs) * 1e-9, m_simulation.startMs + dueNs / 1'000'000,
                     datagram.bytes);
     if (spoke)
         ++m_spokes;

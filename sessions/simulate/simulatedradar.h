@@ -1,6 +1,6 @@
-// What a radar sends, datagram by datagram in order of time.
+// tSimulatedRadar: generates the datagrams of a radar in order of time.
 //
-// A pure generator: it opens nothing and waits for nothing; the same options give the same bytes.
+// A pure generator without input or output: equal options give equal bytes.
 #ifndef KESTOVA_SESSIONS_SIMULATE_SIMULATEDRADAR_H
 #define KESTOVA_SESSIONS_SIMULATE_SIMULATEDRADAR_H
 
@@ -21,24 +21,24 @@ struct tSimulation
     unsigned short id = 0;
     std::uint64_t seed = 1;
     double rpm = 24.0;
-    std::uint64_t startMs = 0;                  // the time at which the first spoke is sent, ms since the epoch
-    std::bitset<eTotalReadWriteTypes> streams;  // those that the radar has an address for
-    std::uint64_t endNs = UINT64_MAX;           // nothing is due from here on
-    std::uint64_t spokeLimit = UINT64_MAX;      // the simulation ends before the spoke after these
+    std::uint64_t startMs = 0;                  // time of the first spoke, ms since the epoch
+    std::bitset<eTotalReadWriteTypes> streams;  // those with an address
+    std::uint64_t endNs = UINT64_MAX;           // the simulation ends here
+    std::uint64_t spokeLimit = UINT64_MAX;      // the simulation ends after so many spokes
 };
 
-// Where a datagram goes: a stream of the radar, or one of the groups that all radars share.
+// The destination of a datagram: a stream of the radar, or a group that all radars share.
 enum class eChannel : std::uint8_t
 {
-    stream,
-    service,     // eMultiRadarServiceGroup
-    negotiation  // eRadarNegotiationGroup
+    eStream,
+    eService,     // eMultiRadarServiceGroup
+    eNegotiation  // eRadarNegotiationGroup
 };
 
 struct tSimulatedDatagram
 {
     std::uint64_t dueNs = 0;  // since the start
-    eChannel channel = eChannel::stream;
+    eChannel channel = eChannel::eStream;
     tReadWriteType kind = eOtherType;
     std::string bytes;
 };
@@ -46,15 +46,15 @@ struct tSimulatedDatagram
 class tSimulatedRadar
 {
 public:
-    explicit tSimulatedRadar(const tSimulation& how);
-    tSimulatedRadar(const tSimulatedRadar&) = delete;  // its sources refer to it
+    explicit tSimulatedRadar(const tSimulation& simulation);
+    tSimulatedRadar(const tSimulatedRadar&) = delete;  // its sources hold pointers to it
     tSimulatedRadar& operator=(const tSimulatedRadar&) = delete;
 
-    // The next datagram; false at the end of the simulation.
+    // Generates the next datagram. Returns false at the end of the simulation.
     bool next(tSimulatedDatagram& datagram);
 
 private:
-    // One kind of message: sent at phase + n * period for n = 0, 1, 2 and so on.
+    // One kind of message, due at phase + n * period for n = 0, 1, 2 and so on.
     struct tSource
     {
         eChannel channel;
@@ -72,7 +72,7 @@ private:
     void addSensors();
     void addServices();
 
-    tSimulation m_how;
+    tSimulation m_simulation;
     tScene m_scene;
     tEchoes m_echoes{};
     std::vector<tSource> m_sources;

@@ -24,21 +24,21 @@ std::uint64_t millisecondsSince(std::chrono::steady_clock::time_point start)
 
 tSimulation simulationFor(const tSimulateOptions& options, const RadarAddress& address)
 {
-    tSimulation how;
-    how.serial = options.radar.serial;
-    how.id = options.radar.id;
-    how.seed = options.seed;
-    how.rpm = options.rpm;
-    how.startMs = options.startMs != 0 ? options.startMs : utils::time::tTimeParser::GetCurrentTime_ms();
+    tSimulation simulation;
+    simulation.serial = options.radar.serial;
+    simulation.id = options.radar.id;
+    simulation.seed = options.seed;
+    simulation.rpm = options.rpm;
+    simulation.startMs = options.startMs != 0 ? options.startMs : utils::time::tTimeParser::GetCurrentTime_ms();
     for (unsigned int kind = 0; kind < eTotalReadWriteTypes; ++kind)
-        how.streams.set(kind, address.streamAddress(kind).ip != 0 && address.streamAddress(kind).port != 0);
+        simulation.streams.set(kind, address.streamAddress(kind).ip != 0 && address.streamAddress(kind).port != 0);
     if (options.durationMs)
-        how.endNs = *options.durationMs * 1'000'000;
-    if (options.spokes > 0 && !how.streams.test(eImageStream))
+        simulation.endNs = *options.durationMs * 1'000'000;
+    if (options.spokes > 0 && !simulation.streams.test(eImageStream))
         throw tFailure("--spokes needs a radar that has an imageStream: use --duration instead");
     if (options.spokes > 0)
-        how.spokeLimit = options.spokes;
-    return how;
+        simulation.spokeLimit = options.spokes;
+    return simulation;
 }
 }  // namespace
 
@@ -70,13 +70,13 @@ std::uint64_t tSimulateSession::elapsedMs() const
 
 bool tSimulateSession::waitUntil(tSteady::time_point due, const std::function<bool()>& goOn) const
 {
-    constexpr milliseconds longest{50};  // so that the end is also noticed between rare datagrams
+    constexpr milliseconds cLongest{50};  // so that goOn() ends the wait for a late datagram, too
     while (goOn())
     {
         const auto now = tSteady::now();
         if (now >= due)
             return true;
-        std::this_thread::sleep_until(std::min(due, now + longest));
+        std::this_thread::sleep_until(std::min(due, now + cLongest));
     }
     return false;
 }
@@ -96,9 +96,9 @@ void tSimulateSession::send(const tSimulatedDatagram& datagram)
 
 NetAddress tSimulateSession::destination(const tSimulatedDatagram& datagram) const
 {
-    if (datagram.channel == eChannel::service)
+    if (datagram.channel == eChannel::eService)
         return serviceAddress(eMultiRadarServiceGroup);
-    if (datagram.channel == eChannel::negotiation)
+    if (datagram.channel == eChannel::eNegotiation)
         return serviceAddress(eRadarNegotiationGroup);
     return m_address.streamAddress(datagram.kind);
 }

@@ -1,4 +1,4 @@
-// tSimulateSession: sends what a simulated radar sends, when it is due.
+// tSimulateSession: sends the datagrams of a simulated radar when they are due.
 #ifndef KESTOVA_SESSIONS_SIMULATE_SIMULATESESSION_H
 #define KESTOVA_SESSIONS_SIMULATE_SIMULATESESSION_H
 
@@ -24,7 +24,7 @@ struct tSimulateOptions
     std::string localIp = "127.0.0.1";  // interface to send on, by address or name
     double rpm = 24.0;                  // revolutions a minute, cSpokesPerRevolution spokes each
     std::optional<std::uint64_t> durationMs;
-    std::uint64_t spokes = 0;  // to send; 0: without end
+    std::uint64_t spokes = 0;  // to send; 0: unlimited
     std::uint64_t seed = 1;
     std::uint64_t startMs = 0;  // time of the first datagram, ms since the epoch; 0: now
 };
@@ -33,18 +33,19 @@ struct tSimulateOptions
 class tSimulateSession
 {
 public:
-    // Throws tFailure if there is no such radar or interface, or spokes are counted and the radar has none.
+    // Throws tFailure if there is no such radar or interface, or options.spokes is set and the radar has no
+    // imageStream.
     explicit tSimulateSession(const tSimulateOptions& options);
 
-    // Sends until the simulation ends or `goOn` returns false. Calls it before each datagram and every 50 ms while it
-    // waits; the counts below may be read there.
+    // Sends until the simulation ends or `goOn` returns false. Calls `goOn` before each datagram and every 50 ms of a
+    // wait, on the calling thread: it may read the counts below.
     void run(const std::function<bool()>& goOn);
 
     const recordings::tStreamCounts& sent() const { return m_sent; }
     std::uint64_t spokes() const { return m_spokes; }
-    std::uint64_t refused() const { return m_refused; }    // datagrams that the network did not take
-    std::uint64_t latestMs() const { return m_latestMs; }  // how long after it was due the latest datagram was sent
-    std::uint64_t elapsedMs() const;                       // since run() began; of the whole run once it has ended
+    std::uint64_t refused() const { return m_refused; }    // datagrams that could not be sent
+    std::uint64_t latestMs() const { return m_latestMs; }  // the longest delay of a datagram
+    std::uint64_t elapsedMs() const;                       // since run() began; after its end, of the whole run
 
 private:
     using tSteady = std::chrono::steady_clock;
@@ -60,7 +61,7 @@ private:
     recordings::tStreamCounts m_sent;
     std::uint64_t m_spokes = 0, m_refused = 0, m_latestMs = 0;
     tSteady::time_point m_start;
-    std::optional<std::uint64_t> m_tookMs;  // once it has ended
+    std::optional<std::uint64_t> m_tookMs;  // set at the end of run()
 };
 }  // namespace session
 

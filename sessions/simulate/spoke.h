@@ -1,4 +1,4 @@
-// The simulated radar's spoke as it goes over the network: 542 bytes, little-endian.
+// The spoke of the simulated radar: 542 bytes, little-endian.
 //
 //   offset  width  field
 //        0      2  5A A5

@@ -29,7 +29,7 @@ refused $rooms/codec/codetree.h KestovaStorage/datastorageio.h 'no public handle
 refused KestovaStorage/datastorageio.h $rooms/disk/paths.h 'a public header includes no room'
 refused UdpSocket/udpsocket.h KestovaUtils/timeparser.h 'UdpSocket -> KestovaUtils'
 refused sessions/radarchoice.h tools/shell/units.h 'sessions -> tools'
-refused tools/shell/main.cpp $rooms/disk/paths.h 'closed to other layers'
+refused tools/main.cpp $rooms/disk/paths.h 'closed to other layers'
 touch "$copy/$rooms/loose.h"
 if "$sources/scripts/arrows" "$copy" >/dev/null; then
     echo "a file may lie in no room, it seems" >&2

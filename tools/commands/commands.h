@@ -1,4 +1,4 @@
-// The commands of kestova. A new one has its name in each of the two lists below.
+// The commands of kestova. A new one is named in both lists below.
 #ifndef KESTOVA_TOOLS_COMMANDS_COMMANDS_H
 #define KESTOVA_TOOLS_COMMANDS_COMMANDS_H
 

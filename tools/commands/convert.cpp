@@ -67,7 +67,8 @@ private:
         m_console.note("kestova " + std::string(m_direction.name) + ": " + error);
     }
 
-    // Bytes on the disk; fewer than the file's length, which has a hole between index and payload.
+    // Returns the bytes on the disk: fewer than the file's length, because nothing is written between index and
+    // payload.
     static std::uint64_t size(const std::string& path)
     {
         struct stat info;
@@ -159,7 +160,7 @@ private:
     tConsole& m_console;
     tStopSignal m_stop;
     std::vector<std::string> m_paths;
-    std::size_t m_number = 0;  // of the file in hand, from 1
+    std::size_t m_number = 0;  // of the present file, from 1
     storage::tConversionStep m_step = storage::eCounting;
     tSteady::time_point m_stepStart;
     std::vector<tDone> m_done;

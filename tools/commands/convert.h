@@ -1,4 +1,4 @@
-// What kestova compress and kestova expand have in common: finished recordings rewritten in the other form.
+// tDirection, addConvert: kestova compress and kestova expand, which rewrite finished recordings in the other form.
 #ifndef KESTOVA_TOOLS_COMMANDS_CONVERT_H
 #define KESTOVA_TOOLS_COMMANDS_CONVERT_H
 
@@ -8,7 +8,7 @@
 
 namespace tool
 {
-// What differs between the two.
+// The differences between the two commands.
 struct tDirection
 {
     const char* name;    // of the command

@@ -7,7 +7,7 @@
 
 #include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/failure.h"
-#include "KestovaRecordings/packageview.h"
+#include "KestovaRecordings/packagecontents.h"
 #include "KestovaRecordings/streamchoice.h"
 #include "tools/commands/commands.h"
 #include "tools/shell/console.h"
@@ -42,18 +42,18 @@ tMoment parsePlace(const std::string& text)
 
 std::string hex(std::string_view bytes)
 {
-    constexpr char digits[] = "0123456789abcdef";
+    constexpr char cDigits[] = "0123456789abcdef";
     std::string text;
     text.reserve(2 * bytes.size());
     for (const char c : bytes)
     {
-        text += digits[static_cast<unsigned char>(c) >> 4];
-        text += digits[static_cast<unsigned char>(c) & 15];
+        text += cDigits[static_cast<unsigned char>(c) >> 4];
+        text += cDigits[static_cast<unsigned char>(c) & 15];
     }
     return text;
 }
 
-// The records' numbers in order of time; records of equal times stay in their order.
+// Returns the numbers of the records in order of time; records of equal times keep their order.
 std::vector<std::size_t> timeOrder(const storage::tDataFile& file)
 {
     std::vector<std::size_t> order(file.recordCount());
@@ -119,7 +119,7 @@ private:
         }
     }
 
-    // Offsets count from the first record looked at.
+    // Offsets count from the first record of the dump.
     bool inSpan(std::uint64_t timeMs)
     {
         if (!m_spanKnown)
@@ -151,7 +151,7 @@ private:
         return m_options.all ? bytes : bytes.substr(0, m_options.bytes);
     }
 
-    std::string text(std::uint64_t timeMs, const std::optional<tPackageView>& package, std::string_view bytes) const
+    std::string text(std::uint64_t timeMs, const std::optional<tPackageContents>& package, std::string_view bytes) const
     {
         const tStreamKey key =
             package ? tStreamKey::of(package->info.rwType, package->ip, package->port) : tStreamKey::raw();
@@ -160,7 +160,7 @@ private:
                            bytes.size(), hex(shown(bytes)), shown(bytes).size() < bytes.size() ? "..." : "");
     }
 
-    tJson json(const storage::tDataFile& file, std::uint64_t timeMs, const std::optional<tPackageView>& package,
+    tJson json(const storage::tDataFile& file, std::uint64_t timeMs, const std::optional<tPackageContents>& package,
                std::string_view bytes) const
     {
         tJson line = {{"schema", "kestova/dump/1"}, {"file", file.path()}, {"time_ms", timeMs}};

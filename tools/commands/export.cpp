@@ -1,4 +1,4 @@
-// kestova export: a recording as a capture that Wireshark and tcpdump read.
+// kestova export: writes a recording as a capture for Wireshark and tcpdump.
 #include <fmt/format.h>
 #include <memory>
 
@@ -22,7 +22,7 @@ struct tOptions : tRecordingOptions
 {
     std::vector<std::string> streams;
     std::string capture;
-    std::string source = "192.0.2.1:6000";  // an address for documentation: recordings do not hold the sender's
+    std::string source = "192.0.2.1:6000";  // an address for documentation: recordings do not hold the sender
 };
 
 int report(const tOptions& options, const session::tExportSession& session, tConsole& console)
@@ -57,7 +57,7 @@ int exportRecording(const tOptions& options, tConsole& console)
     session.run([&] {
         if (console.progressDue())
             console.progress(
-                fmt::format("{:>7}  {} datagrams", percentText(session.state().progress), session.state().records));
+                fmt::format("{:>7}  {} datagrams", percentText(session.state().fraction), session.state().records));
         return !stop.requested();
     });
     return report(options, session, console);

@@ -117,7 +117,7 @@ std::string streamsTextOf(const tStreamHistories& streams, bool withDigest)
 
 std::string gapsText(const tStreamHistories& streams)
 {
-    constexpr std::size_t most = 10;
+    constexpr std::size_t cMost = 10;
     std::vector<std::pair<tGap, std::string>> all;
     for (const auto& [key, stream] : streams)
     {
@@ -127,7 +127,7 @@ std::string gapsText(const tStreamHistories& streams)
     std::stable_sort(all.begin(), all.end(),
                      [](const auto& a, const auto& b) { return a.first.length() > b.first.length(); });
     std::string text = all.empty() ? "\nno gaps\n" : "\ngaps, the longest first\n";
-    for (std::size_t i = 0; i < std::min(most, all.size()); ++i)
+    for (std::size_t i = 0; i < std::min(cMost, all.size()); ++i)
         text += fmt::format("{}  from {}  {}\n", durationText(all[i].first.length()),
                             localTimeText(all[i].first.fromMs), all[i].second);
     return text;

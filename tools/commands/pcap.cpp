@@ -1,11 +1,11 @@
-// kestova pcap: what is in a capture, and the selected streams out of it.
+// kestova pcap: shows the streams of a capture and records the selected ones.
 #include <algorithm>
 #include <fmt/format.h>
 #include <memory>
 
 #include "KestovaRecordings/groupaddress.h"
 #include "UdpSocket/udpsocket.h"
-#include "sessions/import/capturesession.h"
+#include "sessions/import/importsession.h"
 #include "tools/commands/commands.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
@@ -31,9 +31,9 @@ struct tOptions
     bool json = false;
 };
 
-session::tCaptureOptions captureOptions(const tOptions& given)
+session::tImportOptions captureOptions(const tOptions& given)
 {
-    session::tCaptureOptions options{given.path, {}, given.select.empty(), given.to};
+    session::tImportOptions options{given.path, {}, given.select.empty(), given.to};
     for (const std::string& text : given.select)
     {
         if (text == cAll)
@@ -56,7 +56,7 @@ public:
 
     int run()
     {
-        m_session.run([this](const session::tCaptureProgress& progress) {
+        m_session.run([this](const session::tImportProgress& progress) {
             if (m_console.progressDue())
                 m_console.progress(fmt::format("{:>7}  {}  {} streams", percentText(progress.fraction),
                                                localTimeText(progress.timeMs), progress.streams));
@@ -88,7 +88,7 @@ private:
             losses.push_back("the capture could not be read to its end");
         add(m_result.droppedRecords, "records of UDP are neither a datagram nor a fragment that can be used");
         add(m_result.emptyBeginnings, "datagrams had an empty first fragment");
-        add(m_session.recording() ? m_session.recording()->tooLong() : 0,
+        add(m_session.recorder() ? m_session.recorder()->tooLong() : 0,
             "datagrams are longer than a datagram can be, left out");
         add(m_result.orphans, "fragments without the beginning of their datagram");
         add(m_result.pending, "datagrams never became whole");
@@ -98,7 +98,7 @@ private:
         return losses;
     }
 
-    // The lengths, the most frequent first.
+    // Returns the lengths, the most frequent first.
     static std::vector<std::pair<int, int>> lengthsOf(const pcap::tUdpMulticast& row)
     {
         return {row.lengths.rbegin(), row.lengths.rend()};
@@ -121,11 +121,11 @@ private:
     {
         std::string text;
         for (const std::string& kind : row.types)
-            text += (text.empty() ? "" : ", ") + (kind == "Unknow" ? "unknown" : kind);  // as the library spells it
+            text += (text.empty() ? "" : ", ") + (kind == "Unknow" ? "unknown" : kind);  // the library's spelling
         return text;
     }
 
-    // One over the mean interval, as in info.
+    // Returns one over the mean interval, as info does.
     static double ratePerSecond(std::uint64_t count, const tCaptureSpan& span)
     {
         const std::uint64_t us = span.lastUs - span.firstUs;
@@ -150,11 +150,11 @@ private:
             out += fmt::format("; {} to {}", localTimeText(m_result.firstTime_us / 1000),
                                localTimeText(m_result.lastTime_us / 1000));
         out += '\n';
-        if (const auto* const recording = m_session.recording())
+        if (const auto* const recorder = m_session.recorder())
         {
-            for (const std::string& file : recording->files())
+            for (const std::string& file : recorder->files())
                 out += file + '\n';
-            out += fmt::format("{} datagrams recorded\n", recording->recorded());
+            out += fmt::format("{} datagrams recorded\n", recorder->recorded());
         }
         return out;
     }
@@ -194,8 +194,8 @@ private:
                         {"cut", m_result.cut},
                         {"first_ms", m_result.firstTime_us / 1000},
                         {"last_ms", m_result.lastTime_us / 1000}};
-        if (const auto* const recording = m_session.recording())
-            result["recorded"] = {{"files", recording->files()}, {"datagrams", recording->recorded()}};
+        if (const auto* const recorder = m_session.recorder())
+            result["recorded"] = {{"files", recorder->files()}, {"datagrams", recorder->recorded()}};
         result["streams"] = streams;
         return result;
     }
@@ -203,7 +203,7 @@ private:
     const tOptions& m_options;
     tConsole& m_console;
     tStopSignal m_stop;
-    session::tCaptureSession m_session;
+    session::tImportSession m_session;
     const pcap::tPcapReadResult& m_result;  // of m_session
 };
 

@@ -19,7 +19,7 @@ namespace tool
 {
 using namespace recordings;
 using session::eFinishing;
-using session::tRecordingState;
+using session::tRecorderState;
 
 namespace
 {
@@ -49,7 +49,7 @@ session::tRecordOptions recordOptions(const tOptions& given)
     return options;
 }
 
-// The lines and the report around a session, from "recording to" to the summary.
+// Prints the lines and the report of a session, from "recording to" to the summary.
 class tRecord
 {
 public:
@@ -65,7 +65,7 @@ public:
         std::uint64_t passed = 0;
         while (passed < limit && !m_stop.wait(milliseconds(std::min<std::uint64_t>(200, limit - passed))))
         {
-            m_session.look();
+            m_session.updateState();
             noteLoss();
             passed = elapsedMs(started);
             if (m_console.progressDue())
@@ -78,7 +78,7 @@ public:
     }
 
 private:
-    const tRecordingState& state() const { return m_session.state(); }
+    const tRecorderState& state() const { return m_session.state(); }
 
     void noteLoss()
     {
@@ -87,7 +87,7 @@ private:
         m_lossNoted = state().lost > 0;
     }
 
-    // A second Ctrl-C gives up waiting.
+    // A second Ctrl-C ends the wait.
     bool wait(eFinishing step)
     {
         noteLoss();

@@ -1,9 +1,9 @@
-// kestova replay: plays a recording to the terminal, as a summary of what passes, or back onto the network.
+// kestova replay: plays a recording, counting its records at the terminal or sending them onto the network.
 #include <memory>
 #include <stdexcept>
 
 #include "tools/commands/commands.h"
-#include "tools/commands/replaying.h"
+#include "tools/commands/replayrun.h"
 #include "tools/shell/options.h"
 #include "tools/shell/units.h"
 
@@ -28,10 +28,10 @@ int replay(const tOptions& given, tConsole& console)
         options.start = parseMoment(given.start);
     for (const std::string& rule : given.maps)
         options.map.add(rule);
-    return tReplay(options, given.start, given.json, console).run();
+    return tReplayRun(options, given.start, given.json, console).run();
 }
 
-// Rules that are wrong, or do not go together, are wrong usage.
+// Reports a wrong rule, or rules that contradict each other, as wrong usage.
 void checkMaps(const std::vector<std::string>& rules)
 try
 {

@@ -1,4 +1,4 @@
-// kestova simulate: plays a radar onto its groups.
+// kestova simulate: sends a simulated radar's datagrams to its groups.
 #include <fmt/format.h>
 #include <memory>
 
@@ -18,7 +18,7 @@ using session::tSimulateSession;
 
 namespace
 {
-constexpr std::uint64_t cLateMs = 500;  // from here on the rate sent is not the rate asked for
+constexpr std::uint64_t cLateMs = 500;  // a longer delay means that the rate is not kept
 
 struct tOptions
 {

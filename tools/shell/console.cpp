@@ -19,7 +19,7 @@ namespace
 constexpr std::size_t cPieceSize = 64 * 1024;
 constexpr std::chrono::milliseconds cProgressPeriod{200};
 
-// If the program starts without one of the standard descriptors, the next file it opens would take that place.
+// In place of a missing standard descriptor, the next opened file would receive its output.
 void openMissingStandardDescriptors()
 {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)

@@ -1,7 +1,7 @@
-// What a command prints: results to standard output, everything else to standard error.
+// tConsole: the output of a command: results to standard output, everything else to standard error.
 //
-// The libraries print their own lines to standard output. The console therefore keeps a private copy of it for results
-// and points descriptor 1 at standard error before anything else runs.
+// The libraries print their own lines to standard output. The console therefore duplicates it for results and points
+// descriptor 1 at standard error before anything else runs.
 #ifndef KESTOVA_TOOLS_SHELL_CONSOLE_H
 #define KESTOVA_TOOLS_SHELL_CONSOLE_H
 
@@ -21,14 +21,15 @@ public:
     tConsole(const tConsole&) = delete;
     tConsole& operator=(const tConsole&) = delete;
 
-    // Results, kept in pieces of 64 KiB. Throws tReaderGone for a closed pipe, tFailure for any other error.
+    // Buffers results and writes them in pieces of 64 KiB. Throws tReaderGone for a closed pipe, tFailure for any other
+    // error.
     void print(std::string_view text);
     void flush();
 
-    // One line on standard error.
+    // Writes one line to standard error.
     void note(std::string_view line);
 
-    // True at most five times a second, and only if standard error is a terminal: then progress() shows something.
+    // Returns true at most five times a second, and only if standard error is a terminal, where progress() writes.
     bool progressDue();
     // Replaces the progress line, cut to the terminal's width.
     void progress(std::string_view text);

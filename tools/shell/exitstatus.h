@@ -1,4 +1,4 @@
-// How a command ends.
+// The exit statuses, and the exception that ends a command without a report.
 #ifndef KESTOVA_TOOLS_SHELL_EXITSTATUS_H
 #define KESTOVA_TOOLS_SHELL_EXITSTATUS_H
 
@@ -9,12 +9,12 @@ namespace tool
 enum eExitStatus : int
 {
     eDone = 0,
-    eFailed = 1,  // the job failed; one line on standard error reports why
+    eFailed = 1,  // one line on standard error reports why
     eUsage = 2,   // the command line is wrong
-    eDamaged = 3  // done, but something was lost on the way or damaged in the input
+    eDamaged = 3  // done, but data were lost, or damaged in the input
 };
 
-// The reader of the results has closed the pipe: nothing is left to do or to report.
+// Thrown when the reader of the results has closed the pipe. The command ends without an error.
 class tReaderGone : public std::exception
 {};
 }  // namespace tool

@@ -70,7 +70,7 @@ std::vector<eKey> tKeyDecoder::decode(const std::string& bytes)
 tKeyboard::tKeyboard()
 {
     auto before = std::make_unique<termios>();
-    // The kernel stops a background job that changes its terminal.
+    // The kernel stops a background job that changes its terminal: leaves it unchanged then.
     if (isatty(STDERR_FILENO) == 0 || tcgetattr(STDIN_FILENO, before.get()) != 0 ||
         tcgetpgrp(STDIN_FILENO) != getpgrp())
         return;

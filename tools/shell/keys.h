@@ -1,4 +1,4 @@
-// tKeyboard: the keys that steer a replay at a terminal.
+// tKeyboard: the keys that control a replay at a terminal.
 #ifndef KESTOVA_TOOLS_SHELL_KEYS_H
 #define KESTOVA_TOOLS_SHELL_KEYS_H
 
@@ -22,7 +22,7 @@ enum class eKey
     eQuit
 };
 
-// Cuts what a terminal sends into keys and leaves other bytes out. An incomplete sequence waits for the next bytes.
+// Decodes the bytes of a terminal into keys and skips others. Keeps an incomplete sequence for the next call.
 class tKeyDecoder
 {
 public:
@@ -32,7 +32,7 @@ private:
     std::string m_rest;
 };
 
-// While it lives, keys come at once and are not shown. Ctrl-C still interrupts.
+// While it exists, the terminal delivers keys at once and does not show them. Ctrl-C still interrupts.
 class tKeyboard
 {
 public:
@@ -42,7 +42,7 @@ public:
     tKeyboard& operator=(const tKeyboard&) = delete;
 
     bool active() const { return m_before != nullptr; }
-    std::vector<eKey> pressed();  // since the last call; never waits
+    std::vector<eKey> pressed();  // returns those since the last call; never waits
 
 private:
     std::unique_ptr<termios> m_before;

@@ -1,4 +1,4 @@
-// Options that several commands share, and how their texts become values.
+// Options that several commands share, and the checks of their texts.
 #ifndef KESTOVA_TOOLS_SHELL_OPTIONS_H
 #define KESTOVA_TOOLS_SHELL_OPTIONS_H
 
@@ -11,8 +11,8 @@
 
 namespace tool
 {
-// Turns a parser that throws std::invalid_argument into a check of the command line: a wrong text is wrong usage, and
-// its message is the parser's.
+// Returns a check of the command line from a parser that throws std::invalid_argument: an error is wrong usage,
+// reported with the message of the parser.
 template <typename tParser>
 CLI::Validator checkedBy(tParser parse)
 {

@@ -14,12 +14,12 @@ class tConsole;
 
 using tJson = nlohmann::ordered_json;
 
-// "stream", "address", WHAT, "bytes", "digest" for each stream; `what` is "datagrams" or "records".
+// Returns "stream", "address", WHAT, "bytes", "digest" for each stream; `what` is "datagrams" or "records".
 tJson streamsJson(const recordings::tStreamCounts& counts, std::string_view what);
-// The same as lines of text with a head and a sum.
+// Returns the same as lines of text with a head and a sum.
 std::string streamsText(const recordings::tStreamCounts& counts, std::string_view what);
 
-// One line of JSON. Bytes that are no UTF-8, a file name may hold such, are replaced.
+// Prints one line of JSON. Replaces bytes that are no UTF-8, as in some file names.
 void printJson(tConsole& console, const tJson& json);
 }  // namespace tool
 

@@ -23,7 +23,7 @@ void onSignal(int)
     const int error = errno;
     ++s_signals;
     const std::uint64_t one = 1;
-    // The counter of an event descriptor never fills up here; the result cannot matter in a signal handler.
+    // A signal handler cannot handle a failure; the counter of the event descriptor never fills up.
     [[maybe_unused]] const auto written = write(s_event, &one, sizeof(one));
     errno = error;
 }
@@ -54,7 +54,7 @@ tStopSignal::tStopSignal()
         throw tFailure("cannot make an event descriptor: too many open files");
     install(SIGINT);
     install(SIGTERM);
-    if (!isIgnored(SIGHUP))  // under nohup the command outlives its terminal
+    if (!isIgnored(SIGHUP))  // ignored under nohup: the command continues without a terminal
         install(SIGHUP);
 }
 

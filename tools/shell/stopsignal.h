@@ -6,7 +6,7 @@
 
 namespace tool
 {
-// SIGINT, SIGTERM and SIGHUP ask the command to end. One object a process; any thread.
+// SIGINT, SIGTERM and SIGHUP request the end of the command. One object a process; any thread.
 class tStopSignal
 {
 public:
@@ -16,8 +16,8 @@ public:
     tStopSignal& operator=(const tStopSignal&) = delete;
 
     bool requested() const;
-    bool requestedAgain() const;  // by a second signal: give up waiting
-    // Waits at most that long; returns true as soon as a signal comes.
+    bool requestedAgain() const;  // by a second signal: waits end, too
+    // Waits for `period` at most. Returns true as soon as a signal comes.
     bool wait(std::chrono::milliseconds period) const;
 };
 }  // namespace tool

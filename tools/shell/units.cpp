@@ -18,19 +18,19 @@ namespace
 {
 using utils::time::tTimeParser;
 
-constexpr double cEarliestEpochMs = 1e9;         // a plain number from here on is a time, below it a mistake
+constexpr double cEarliestEpochMs = 1e9;         // a plain number is a time from here on, an error below
 constexpr double cLatestMs = 281474976710655.0;  // time stamps have 48 bits
 
 std::string scaled(double value, std::string_view unit)
 {
-    constexpr std::array<const char*, 5> prefixes = {"", "k", "M", "G", "T"};
+    constexpr std::array<const char*, 5> cPrefixes = {"", "k", "M", "G", "T"};
     std::size_t i = 0;
-    while (value >= 999.95 && i + 1 < prefixes.size())
+    while (value >= 999.95 && i + 1 < cPrefixes.size())
     {
         value /= 1000.0;
         ++i;
     }
-    return i == 0 ? fmt::format("{:.0f} {}", value, unit) : fmt::format("{:.1f} {}{}", value, prefixes[i], unit);
+    return i == 0 ? fmt::format("{:.0f} {}", value, unit) : fmt::format("{:.1f} {}{}", value, cPrefixes[i], unit);
 }
 
 std::optional<double> number(std::string_view text)
@@ -50,7 +50,7 @@ std::optional<double> withSuffix(std::string_view text, std::string_view suffix,
     return value ? std::optional(*value * factor) : std::nullopt;
 }
 
-// "HH:MM:SS" or "MM:SS", the last field with a fraction.
+// Parses "HH:MM:SS" or "MM:SS", the last field with a fraction.
 std::optional<double> clockMs(std::string_view text)
 {
     double seconds = 0.0;

@@ -1,4 +1,4 @@
-// Numbers as people write and read them: sizes, rates, durations, moments.
+// Texts of sizes, rates, durations and moments, and their parsers.
 #ifndef KESTOVA_TOOLS_SHELL_UNITS_H
 #define KESTOVA_TOOLS_SHELL_UNITS_H
 
@@ -14,13 +14,14 @@ std::string rateText(double bytesPerSecond);          // "0.9 MB/s"
 std::string durationText(std::uint64_t ms);           // "00:01:30.250"
 std::string localTimeText(std::uint64_t ms);          // "2024-05-17 08:30:00.250"
 std::string percentText(double fraction);             // "42.3 %"
-double perSecond(std::uint64_t n, std::uint64_t ms);  // 0 for no time
+double perSecond(std::uint64_t n, std::uint64_t ms);  // returns 0 for 0 ms
 
-// "10", "2.5", "10s", "250ms", "5m", "2h", "00:01:30" to ms. Throws std::invalid_argument with a sentence for the user.
+// Returns the ms of "10", "2.5", "10s", "250ms", "5m", "2h", "00:01:30". Throws std::invalid_argument with a sentence
+// for the user.
 std::uint64_t parseDuration(const std::string& text);
 
-// "0.5" (fraction), "90s" or "00:01:30" (offset), "2024-05-17 08:30:00.250" (local time) or a number of ms since the
-// epoch. Throws std::invalid_argument.
+// Returns the moment of "0.5" (fraction), "90s" or "00:01:30" (offset), "2024-05-17 08:30:00.250" (local time) or a
+// number of ms since the epoch. Throws std::invalid_argument with a sentence for the user.
 recordings::tMoment parseMoment(const std::string& text);
 }  // namespace tool
 

@@ -63,7 +63,7 @@ try
     unsigned char magic[4] = {};
     m_file.readAt(magic, sizeof magic, 0);
     m_symbol = static_cast<tFileHeadSymbol>(le::load<std::uint32_t>(magic));
-    if (m_symbol != cDataFileHead && m_symbol != cHuffmanFileHead)
+    if (!isDataFileHead(m_symbol))
         return {eCode::eRefused, "not a data file"};
     if (!withIndex)
         return {};
@@ -113,7 +113,7 @@ bool tDataFileReader::reopenFile()
 
 const huffman::tSegmentDecoder* tDataFileReader::decoder()
 {
-    if (m_symbol != cHuffmanFileHead)
+    if (!isEncoded(m_symbol))
         return nullptr;
     if (!m_decoder)
     {

@@ -28,7 +28,7 @@ void tSegmentReader::readAhead(tDataFileReader& file, const tSegmentRecord& firs
 std::optional<std::string_view> tSegmentReader::read(tDataFileReader& file, const tSegmentRecord& record)
 try
 {
-    if (file.symbol() == cHuffmanFileHead)
+    if (isEncoded(file.symbol()))
         return decode(file, record);
     const auto len = static_cast<std::size_t>(record.bytes());
     const char* const bytes = bytesAt(file, record.firstByte, len);

@@ -1,4 +1,4 @@
-#include "tools/commands/replaying.h"
+#include "tools/commands/replayrun.h"
 
 #include <fmt/format.h>
 
@@ -25,11 +25,11 @@ double meanPace(const tReplayState& state)
 }
 }  // namespace
 
-tReplay::tReplay(const session::tReplayOptions& options, std::string start, bool json, tConsole& console)
+tReplayRun::tReplayRun(const session::tReplayOptions& options, std::string start, bool json, tConsole& console)
     : m_options(options), m_start(std::move(start)), m_asJson(json), m_console(console), m_session(options)
 {}
 
-int tReplay::run()
+int tReplayRun::run()
 {
     m_session.open();
     if (waitForOpening())
@@ -39,8 +39,8 @@ int tReplay::run()
     return report(ended);
 }
 
-// False if the user ends it before.
-bool tReplay::waitForOpening()
+// Returns false if the user ends it early.
+bool tReplayRun::waitForOpening()
 {
     while (!m_session.state().opened)
     {
@@ -60,18 +60,18 @@ bool tReplay::waitForOpening()
     return true;
 }
 
-void tReplay::playAll()
+void tReplayRun::playAll()
 {
     while (playToEnd() && m_session.nextPass())
     {}
 }
 
-// False if the user ends it before.
-bool tReplay::playToEnd()
+// Returns false if the user ends it early.
+bool tReplayRun::playToEnd()
 {
     while (!m_session.state().ended)
     {
-        if (m_stop.wait(milliseconds(20)) || !steer())
+        if (m_stop.wait(milliseconds(20)) || !handleKeys())
             return false;
         if (m_console.progressDue())
             showProgress();
@@ -79,8 +79,8 @@ bool tReplay::playToEnd()
     return true;
 }
 
-// False once the key that ends is pressed.
-bool tReplay::steer()
+// Returns false if the user pressed q.
+bool tReplayRun::handleKeys()
 {
     for (const eKey key : m_keyboard.pressed())
     {
@@ -91,7 +91,7 @@ bool tReplay::steer()
     return true;
 }
 
-void tReplay::press(eKey key)
+void tReplayRun::press(eKey key)
 {
     const auto now = static_cast<std::int64_t>(m_session.state().timeMs);
     switch (key)
@@ -115,16 +115,16 @@ void tReplay::press(eKey key)
     }
 }
 
-void tReplay::showProgress()
+void tReplayRun::showProgress()
 {
     const tReplayState state = m_session.state();
     m_console.progress(fmt::format("{}  {:>7}  {:.2g}x  {} {}  {}{}", localTimeText(state.timeMs),
-                                   percentText(state.progress), m_session.pace().factor(),
+                                   percentText(state.fraction), m_session.pace().factor(),
                                    m_options.net ? m_session.sent() : state.records, m_options.net ? "sent" : "records",
                                    sizeText(total(m_session.counts()).bytes), m_session.paused() ? "  paused" : ""));
 }
 
-int tReplay::report(bool ended)
+int tReplayRun::report(bool ended)
 {
     const std::uint64_t damaged = m_session.countDamaged();
     if (m_asJson)
@@ -138,7 +138,7 @@ int tReplay::report(bool ended)
     return damaged == 0 && m_session.refused() == 0 ? eDone : eDamaged;
 }
 
-tJson tReplay::json(std::uint64_t damaged, bool ended) const
+tJson tReplayRun::json(std::uint64_t damaged, bool ended) const
 {
     const tReplayState state = m_session.state();
     const tStreamCounts counts = m_session.counts();
@@ -158,7 +158,7 @@ tJson tReplay::json(std::uint64_t damaged, bool ended) const
     return result;
 }
 
-std::string tReplay::text() const
+std::string tReplayRun::text() const
 {
     const tReplayState state = m_session.state();
     return streamsText(m_session.counts(), m_options.net ? "datagrams" : "records") +

@@ -1,4 +1,4 @@
-#include "sessions/record/recordingplace.h"
+#include "sessions/record/recordingchecks.h"
 
 #include <cerrno>
 #include <cstring>
@@ -19,12 +19,12 @@ namespace
 {
 namespace fs = std::filesystem;
 
-[[noreturn]] void refuseRoot(const std::string& folder, int error)
+[[noreturn]] void failRoot(const std::string& folder, int error)
 {
     throw tFailure(fmt::format("cannot record into {}: {}; choose another folder", folder, std::strerror(error)));
 }
 
-// Folders of a recording tree belong to their owner alone, as those that the library makes below them.
+// Mode 0700, as the storage engine uses for the folders below them.
 void makeFolders(const fs::path& folder)
 {
     fs::path made;
@@ -37,19 +37,20 @@ void makeFolders(const fs::path& folder)
             struct stat existing
             {};
             if (stat(made.c_str(), &existing) != 0)
-                refuseRoot(folder.string(), error);
+                failRoot(folder.string(), error);
         }
     }
 }
 
-class tDeafListener : public net::iDatagramListener
+class tNullListener : public net::iDatagramListener
 {
 public:
     void OnDatagram(const net::tReceivedDatagram&) override {}
 };
+
 void requireJoinable(const std::vector<NetAddress>& groups, std::uint32_t localIp)
 {
-    tDeafListener listener;
+    tNullListener listener;
     for (const NetAddress& group : groups)
     {
         if (net::defaultTransport().openSource(&listener, group, localIp, 0)->joined())
@@ -61,20 +62,20 @@ void requireJoinable(const std::vector<NetAddress>& groups, std::uint32_t localI
             net::transAddr(group.ip), port, localIp == 0 ? "the default interface" : net::transAddr(localIp), port));
     }
 }
+
 std::string prepareRoot(const std::string& folder)
 {
     if (folder.empty())
         throw tFailure("--root is empty: name the folder to record into");
     makeFolders(folder);
     if (!fs::is_directory(folder))
-        refuseRoot(folder, ENOTDIR);
+        failRoot(folder, ENOTDIR);
     if (access(folder.c_str(), W_OK | X_OK) != 0)
-        refuseRoot(folder, errno);
+        failRoot(folder, errno);
     std::string root = folder;
     storage::tDataStorageIO::NormalizePath(root);
     return root;
 }
-
 }  // namespace
 
 std::string prepareRecording(const std::vector<NetAddress>& groups, std::uint32_t localIp, const std::string& folder)

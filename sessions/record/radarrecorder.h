@@ -1,6 +1,6 @@
-// Records the streams of one radar of the directory.
-#ifndef KESTOVA_SESSIONS_RECORD_RADARRECORDING_H
-#define KESTOVA_SESSIONS_RECORD_RADARRECORDING_H
+// tRadarRecorder: records the streams of one radar of the directory.
+#ifndef KESTOVA_SESSIONS_RECORD_RADARRECORDER_H
+#define KESTOVA_SESSIONS_RECORD_RADARRECORDER_H
 
 #include <cstdint>
 #include <map>
@@ -12,23 +12,23 @@
 #include "KestovaStorage/radardatasaver.h"
 #include "sessions/radarchoice.h"
 #include "sessions/record/receivedcounts.h"
-#include "sessions/record/recording.h"
+#include "sessions/record/recorder.h"
 
 namespace session
 {
-class tRadarRecording : public iRecording, private Kestova::iRadarRecDataModifyObserver
+class tRadarRecorder : public iRecorder, private Kestova::iRadarRecDataModifyObserver
 {
 public:
     // localIp empty: the interface of the default route. Throws tFailure.
-    tRadarRecording(const tRadarChoice& radar, const recordings::tStreamChoice& streams, const std::string& localIp,
-                    const std::string& folder, bool compress);
+    tRadarRecorder(const tRadarChoice& radar, const recordings::tStreamChoice& streams, const std::string& localIp,
+                   const std::string& folder, bool compress);
 
-    tRecordingState state() override;
+    tRecorderState state() override;
     void closeSockets() override;
     bool waitWritten(unsigned int timeoutMs) override;
     void closeFile() override;
     std::uint32_t compressing() const override { return m_saver->GetCompressingCnt(); }
-    void giveUpCompressing() override { m_saver->CancelCompressing(); }
+    void cancelCompressing() override { m_saver->CancelCompressing(); }
 
 private:
     void UpdateRecDataModify(const tUdpMsgInfo& info, const char* groupAddr, int port, char* data, int len) override;
@@ -36,12 +36,12 @@ private:
     void chooseGroups(const RadarAddress& address, const recordings::tStreamChoice& streams);
     void waitForSockets();
     std::vector<Kestova::tGroupCounters> groupCounters() const;
-    void noteDiscarded();
+    void updateDiscarded();
 
     std::vector<eReadWriteType> m_kinds;
     std::vector<NetAddress> m_groups;
     tReceivedCounts m_received;
-    // Counters of the kernel begin again when the local address changes: `before` keeps what was counted until then.
+    // The kernel's counters restart when the local address changes: `before` holds their sum until then.
     struct tDiscarded
     {
         std::uint64_t before = 0, now = 0;

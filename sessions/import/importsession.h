@@ -1,6 +1,6 @@
-// tCaptureSession: reads a capture, and makes a recording of the selected streams.
-#ifndef KESTOVA_SESSIONS_IMPORT_CAPTURESESSION_H
-#define KESTOVA_SESSIONS_IMPORT_CAPTURESESSION_H
+// tImportSession: reads a capture, and makes a recording of the selected streams.
+#ifndef KESTOVA_SESSIONS_IMPORT_IMPORTSESSION_H
+#define KESTOVA_SESSIONS_IMPORT_IMPORTSESSION_H
 
 #include <cstddef>
 #include <cstdint>
@@ -13,17 +13,17 @@
 #include <vector>
 
 #include "KestovaStorage/pcapreader.h"
-#include "sessions/import/captureimport.h"
+#include "sessions/import/importrecorder.h"
 
 namespace session
 {
 using tCaptureGroup = std::pair<std::string, int>;  // address and port, as the reader reports them
 
-struct tCaptureOptions
+struct tImportOptions
 {
     std::string path;
     std::set<tCaptureGroup> selection;  // the streams to report and to record
-    bool all = true;                    // all of them, whatever is selected
+    bool all = true;                    // all streams; ignores the selection
     std::string root;                   // storage root to record into; empty: no recording
 };
 
@@ -34,32 +34,32 @@ struct tCaptureSpan
     std::uint64_t bytes = 0;
 };
 
-// How far reading has come.
-struct tCaptureProgress
+// The progress of reading.
+struct tImportProgress
 {
     double fraction = 0.0;     // of the file
-    std::uint64_t timeMs = 0;  // of the record in hand
+    std::uint64_t timeMs = 0;  // of the present record of the capture
     std::size_t streams = 0;   // found so far
 };
 
 // One thread at a time.
-class tCaptureSession : private pcap::iPcapDataReadObserver, private pcap::iPcapDatagramObserver
+class tImportSession : private pcap::iPcapDataReadObserver, private pcap::iPcapDatagramObserver
 {
 public:
-    // Throws tFailure for a capture that cannot be read, and for a root that is no folder or may not be written.
-    explicit tCaptureSession(const tCaptureOptions& options);
+    // Throws tFailure if the capture cannot be read, or `root` is no folder or not writable.
+    explicit tImportSession(const tImportOptions& options);
 
     // Reads to the end or until `goOn`, called in steps of 0.1 per cent, returns false; then finishes the recording.
-    // Throws tFailure if something could not be written.
-    void run(std::function<bool(const tCaptureProgress&)> goOn);
+    // Throws tFailure if a write fails.
+    void run(std::function<bool(const tImportProgress&)> goOn);
 
     const pcap::tPcapReadResult& result() const { return m_result; }
-    // The selected streams, in the reader's order. Fragments without a beginning have a row only if all are selected.
+    // Returns the selected streams, in the reader's order; with `all`, also a row of fragments without a beginning.
     const std::vector<pcap::tUdpMulticast>& streams() const { return m_streams; }
     tCaptureSpan spanOf(const pcap::tUdpMulticast& stream) const;
-    std::vector<tCaptureGroup> silent() const;  // selected, and without a datagram
-    // Null without a root.
-    const tCaptureImport* recording() const { return m_import.get(); }
+    std::vector<tCaptureGroup> silent() const;  // returns the selected streams without a datagram
+    // Returns null without a root.
+    const tImportRecorder* recorder() const { return m_recorder.get(); }
 
 private:
     bool isSelected(const tCaptureGroup& group) const;
@@ -68,12 +68,12 @@ private:
     void UpdatePcapReadProgress(double percent, tTimes_ms time) override;
     void UpdatePcapDatagram(const pcap::tPcapDatagram& datagram) override;
 
-    const tCaptureOptions m_options;
-    std::function<bool(const tCaptureProgress&)> m_goOn;
+    const tImportOptions m_options;
+    std::function<bool(const tImportProgress&)> m_goOn;
     std::map<tCaptureGroup, tCaptureSpan> m_spans;
     std::vector<pcap::tUdpMulticast> m_streams;
     pcap::tPcapReadResult m_result{};
-    std::unique_ptr<tCaptureImport> m_import;
+    std::unique_ptr<tImportRecorder> m_recorder;
     pcap::tPcapReader m_reader;
 };
 }  // namespace session

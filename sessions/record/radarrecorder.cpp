@@ -1,4 +1,4 @@
-#include "sessions/record/radarrecording.h"
+#include "sessions/record/radarrecorder.h"
 
 #include <algorithm>
 #include <chrono>
@@ -9,8 +9,7 @@
 #include "KestovaStorage/servicegroups.h"
 #include "UdpSocket/udpsocket.h"
 #include "sessions/localaddress.h"
-
-#include "sessions/record/recordingplace.h"
+#include "sessions/record/recordingchecks.h"
 
 namespace session
 {
@@ -20,8 +19,8 @@ namespace
 {
 using namespace std::chrono_literals;
 
-// No selected stream has an address of the radar's own.
-[[noreturn]] void refuseStreams(const tStreamChoice& streams)
+// No selected stream has an address in the radar's record.
+[[noreturn]] void failStreams(const tStreamChoice& streams)
 {
     for (const tServiceGroup& group : cServiceGroups)
     {
@@ -34,8 +33,8 @@ using namespace std::chrono_literals;
 }
 }  // namespace
 
-tRadarRecording::tRadarRecording(const tRadarChoice& radar, const tStreamChoice& streams, const std::string& localIp,
-                                 const std::string& folder, bool compress)
+tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& streams, const std::string& localIp,
+                               const std::string& folder, bool compress)
 {
     chooseGroups(radar.find(), streams);
     const std::uint32_t ip = localIp.empty() ? 0 : localAddress(localIp);
@@ -50,7 +49,7 @@ tRadarRecording::tRadarRecording(const tRadarChoice& radar, const tStreamChoice&
     waitForSockets();
 }
 
-void tRadarRecording::chooseGroups(const RadarAddress& address, const tStreamChoice& streams)
+void tRadarRecorder::chooseGroups(const RadarAddress& address, const tStreamChoice& streams)
 {
     const auto expect = [this](const NetAddress& group, tReadWriteType kind) {
         m_groups.push_back(group);
@@ -65,7 +64,7 @@ void tRadarRecording::chooseGroups(const RadarAddress& address, const tStreamCho
         expect(group, kind);
     }
     if (m_kinds.empty())
-        refuseStreams(streams);
+        failStreams(streams);
     for (const tServiceGroup& group : cServiceGroups)
         expect(serviceAddress(group), group.msgInfo.rwType);
     std::sort(m_groups.begin(), m_groups.end(), tNetAddress_less());
@@ -73,7 +72,7 @@ void tRadarRecording::chooseGroups(const RadarAddress& address, const tStreamCho
 }
 
 // The saver opens its sockets when the radar client reports the local address, a moment after connect.
-void tRadarRecording::waitForSockets()
+void tRadarRecorder::waitForSockets()
 {
     const auto deadline = std::chrono::steady_clock::now() + 5s;
     while (groupCounters().size() < m_groups.size())
@@ -89,7 +88,7 @@ void tRadarRecording::waitForSockets()
     }
 }
 
-std::vector<Kestova::tGroupCounters> tRadarRecording::groupCounters() const
+std::vector<Kestova::tGroupCounters> tRadarRecorder::groupCounters() const
 {
     std::vector<Kestova::tGroupCounters> counters(64);
     const int known = m_saver->GetGroupCounters(counters.data(), static_cast<int>(counters.size()));
@@ -97,7 +96,7 @@ std::vector<Kestova::tGroupCounters> tRadarRecording::groupCounters() const
     return counters;
 }
 
-void tRadarRecording::noteDiscarded()
+void tRadarRecorder::updateDiscarded()
 {
     for (const auto& group : groupCounters())
     {
@@ -108,10 +107,10 @@ void tRadarRecording::noteDiscarded()
     }
 }
 
-tRecordingState tRadarRecording::state()
+tRecorderState tRadarRecorder::state()
 {
-    noteDiscarded();
-    tRecordingState state;
+    updateDiscarded();
+    tRecorderState state;
     state.streams = m_received.table();
     for (const auto& [key, discarded] : m_discarded)
         state.discarded[key] = discarded.before + discarded.now;
@@ -121,26 +120,25 @@ tRecordingState tRadarRecording::state()
     return state;
 }
 
-void tRadarRecording::closeSockets()
+void tRadarRecorder::closeSockets()
 {
-    noteDiscarded();
+    updateDiscarded();
     m_saver->SocketClear();
 }
 
-bool tRadarRecording::waitWritten(unsigned int timeoutMs)
+bool tRadarRecorder::waitWritten(unsigned int timeoutMs)
 {
     return m_saver->WaitWriteIdle(timeoutMs);
 }
 
-void tRadarRecording::closeFile()
+void tRadarRecorder::closeFile()
 {
     m_saver->disconnect();
     m_saver->FinishWrite();
 }
 
-void tRadarRecording::UpdateRecDataModify(const tUdpMsgInfo&, const char* groupAddr, int port, char* data, int len)
+void tRadarRecorder::UpdateRecDataModify(const tUdpMsgInfo&, const char* groupAddr, int port, char* data, int len)
 {
     m_received.add({net::transAddr(groupAddr), net::HtoNs(static_cast<std::uint16_t>(port))}, data, len);
 }
-
 }  // namespace session

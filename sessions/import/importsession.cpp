@@ -1,4 +1,4 @@
-#include "sessions/import/capturesession.h"
+#include "sessions/import/importsession.h"
 
 #include <filesystem>
 
@@ -8,21 +8,22 @@ namespace session
 {
 namespace
 {
-const tCaptureOptions& readable(const tCaptureOptions& options)
+const tImportOptions& requireReadable(const tImportOptions& options)
 {
     recordings::requireReadableCapture(options.path);
     return options;
 }
 }  // namespace
 
-tCaptureSession::tCaptureSession(const tCaptureOptions& options)
-    : m_options(readable(options)), m_reader(options.path, this)
+tImportSession::tImportSession(const tImportOptions& options)
+    : m_options(requireReadable(options)), m_reader(options.path, this)
 {
     if (!options.root.empty())
-        m_import = std::make_unique<tCaptureImport>(options.root, std::filesystem::path(options.path).stem().string());
+        m_recorder =
+            std::make_unique<tImportRecorder>(options.root, std::filesystem::path(options.path).stem().string());
 }
 
-void tCaptureSession::run(std::function<bool(const tCaptureProgress&)> goOn)
+void tImportSession::run(std::function<bool(const tImportProgress&)> goOn)
 {
     m_goOn = std::move(goOn);
     m_reader.SetDatagramObserver(this);
@@ -33,17 +34,17 @@ void tCaptureSession::run(std::function<bool(const tCaptureProgress&)> goOn)
     for (const pcap::tUdpMulticast& stream : m_reader.GetUdpMulticast())
         if (isSelected({stream.address, stream.port}) || (m_options.all && stream.address.empty()))
             m_streams.push_back(stream);
-    if (m_import && m_import->recorded() != 0)
-        m_import->finish();
+    if (m_recorder && m_recorder->recorded() != 0)
+        m_recorder->finish();
 }
 
-tCaptureSpan tCaptureSession::spanOf(const pcap::tUdpMulticast& stream) const
+tCaptureSpan tImportSession::spanOf(const pcap::tUdpMulticast& stream) const
 {
     const auto span = m_spans.find({stream.address, stream.port});
     return span != m_spans.end() ? span->second : tCaptureSpan();
 }
 
-std::vector<tCaptureGroup> tCaptureSession::silent() const
+std::vector<tCaptureGroup> tImportSession::silent() const
 {
     std::vector<tCaptureGroup> groups;
     for (const tCaptureGroup& group : m_options.selection)
@@ -52,18 +53,18 @@ std::vector<tCaptureGroup> tCaptureSession::silent() const
     return groups;
 }
 
-bool tCaptureSession::isSelected(const tCaptureGroup& group) const
+bool tImportSession::isSelected(const tCaptureGroup& group) const
 {
     return m_options.all || m_options.selection.count(group) != 0;
 }
 
-void tCaptureSession::UpdatePcapReadProgress(double percent, tTimes_ms time)
+void tImportSession::UpdatePcapReadProgress(double percent, tTimes_ms time)
 {
     if (!m_goOn({percent / 100, time, m_spans.size()}))
         m_reader.StopRead();
 }
 
-void tCaptureSession::UpdatePcapDatagram(const pcap::tPcapDatagram& datagram)
+void tImportSession::UpdatePcapDatagram(const pcap::tPcapDatagram& datagram)
 {
     const tCaptureGroup group(datagram.address, datagram.port);
     if (!isSelected(group))
@@ -73,7 +74,7 @@ void tCaptureSession::UpdatePcapDatagram(const pcap::tPcapDatagram& datagram)
         span.firstUs = datagram.time_us;
     span.lastUs = datagram.time_us;
     span.bytes += static_cast<std::uint64_t>(datagram.len);
-    if (m_import)
-        m_import->add(datagram);
+    if (m_recorder)
+        m_recorder->add(datagram);
 }
 }  // namespace session

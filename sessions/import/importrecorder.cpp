@@ -1,4 +1,4 @@
-#include "sessions/import/captureimport.h"
+#include "sessions/import/importrecorder.h"
 
 #include <algorithm>
 #include <array>
@@ -9,8 +9,7 @@
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/frames.h"
 #include "UdpSocket/udpsocket.h"
-
-#include "sessions/record/recordingplace.h"
+#include "sessions/record/recordingchecks.h"
 
 namespace session
 {
@@ -18,11 +17,11 @@ using namespace recordings;
 
 namespace
 {
-constexpr std::uint64_t cQueueBytes = 32 << 20;  // waits for the disk before more than that is queued
+constexpr std::uint64_t cQueueBytes = 32 << 20;  // waits for the disk when so much is queued
 constexpr unsigned int cDiskTimeout_ms = 60'000;
 
-// What a recorder would have stamped on the kinds that the capture reader knows. Other datagrams, control messages
-// among them, are of no kind: a replay sends them too.
+// The info block of each kind that the capture reader knows. Other datagrams, control messages included, become
+// eOtherType with sender 0, which a replay sends, too.
 struct tKindInfo
 {
     std::string_view kind;
@@ -43,63 +42,63 @@ tUdpMsgInfo infoOf(std::string_view kind)
     return {0, 0, eReadType, eOtherType, 0};
 }
 
-// To the nearest millisecond; time 0 means now to a recorder.
+// Rounds to the nearest millisecond. Never returns 0, which means now to a recorder.
 std::uint64_t milliseconds(std::uint64_t us)
 {
     return std::max<std::uint64_t>(1, (us + 500) / 1000);
 }
 }  // namespace
 
-tCaptureImport::tCaptureImport(const std::string& root, std::string name)
+tImportRecorder::tImportRecorder(const std::string& root, std::string name)
     : m_root(prepareRecording({}, 0, root)), m_name(std::move(name)), m_storage(m_root, ".data")
 {
     std::atomic_ref<bool>(storage::tDataStorageIO::DiskCheckThreadEnable).store(false);
 }
 
-void tCaptureImport::start(std::uint64_t timeMs)
+void tImportRecorder::startFile(std::uint64_t timeMs)
 {
     if (!m_storage.CreateNewWritingFile(timeMs, m_name, false))
         throw tFailure("cannot record below " + m_root + ": see the line above");
     requireFileBelow(m_root, m_storage.GetCurrentWriteDataFileName());
-    noteFile();
+    updateFiles();
 }
 
-void tCaptureImport::add(const pcap::tPcapDatagram& datagram)
+void tImportRecorder::add(const pcap::tPcapDatagram& datagram)
 {
-    if (datagram.len > static_cast<int>(cMaxDatagram))  // fragments that lie can make more of one
+    if (datagram.len > static_cast<int>(cMaxDatagram))  // false fragment offsets can exceed it
     {
         ++m_tooLong;
         return;
     }
     const std::uint64_t timeMs = milliseconds(datagram.time_us);
     if (m_recorded == 0)
-        start(timeMs);
+        startFile(timeMs);
     const NetAddress group{net::transAddr(datagram.address), net::HtoNs(static_cast<std::uint16_t>(datagram.port))};
-    m_recorder.Record(infoOf(datagram.kind), group, datagram.payload, datagram.len, timeMs);
+    m_packageRecorder.Record(infoOf(datagram.kind), group, datagram.payload, datagram.len, timeMs);
     ++m_recorded;
     m_queuedBytes += static_cast<std::uint64_t>(datagram.len);
     if (m_queuedBytes >= cQueueBytes)
         waitForDisk();
 }
 
-void tCaptureImport::waitForDisk()
+void tImportRecorder::waitForDisk()
 {
     m_queuedBytes = 0;
     if (!m_storage.WaitWriteIdle(cDiskTimeout_ms))
         throw tFailure(m_root + ": the disk has taken nothing for a minute");
-    noteFile();
+    updateFiles();
     if (m_storage.GetWriteLostCnt() != 0)
         throw tFailure(m_root + ": messages could not be written: see the line above");
 }
 
-void tCaptureImport::noteFile()
+void tImportRecorder::updateFiles()
 {
     const std::string file = m_storage.GetCurrentWriteDataFileName();
     if (!file.empty() && (m_files.empty() || m_files.back() != file))
         m_files.push_back(file);
 }
 
-void tCaptureImport::finish()
+void tImportRecorder::finish()
 {
     waitForDisk();
     m_storage.FinishWrite();

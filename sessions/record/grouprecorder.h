@@ -1,6 +1,6 @@
-// Records any UDP groups, each datagram as a package of the kind "otherType".
-#ifndef KESTOVA_SESSIONS_RECORD_GROUPRECORDING_H
-#define KESTOVA_SESSIONS_RECORD_GROUPRECORDING_H
+// tGroupRecorder: records any UDP groups, each datagram as a package of the kind "otherType".
+#ifndef KESTOVA_SESSIONS_RECORD_GROUPRECORDER_H
+#define KESTOVA_SESSIONS_RECORD_GROUPRECORDER_H
 
 #include <cstdint>
 #include <map>
@@ -12,34 +12,35 @@
 #include "KestovaStorage/packagerecorder.h"
 #include "UdpSocket/transport.h"
 #include "sessions/record/receivedcounts.h"
-#include "sessions/record/recording.h"
+#include "sessions/record/recorder.h"
 
 namespace session
 {
-class tGroupRecording : public iRecording, private net::iDatagramListener
+class tGroupRecorder : public iRecorder, private net::iDatagramListener
 {
 public:
     // localIp 0: the kernel chooses the interface. `folder` is the storage root. Throws tFailure.
-    tGroupRecording(const std::vector<NetAddress>& groups, std::uint32_t localIp, const std::string& folder,
-                    bool compress);
+    tGroupRecorder(const std::vector<NetAddress>& groups, std::uint32_t localIp, const std::string& folder,
+                   bool compress);
 
-    tRecordingState state() override;
+    tRecorderState state() override;
     void closeSockets() override;
     bool waitWritten(unsigned int timeoutMs) override;
     void closeFile() override;
     std::uint32_t compressing() const override { return m_storage.GetCompressingCnt(); }
-    void giveUpCompressing() override { m_storage.CancelCompressing(); }
+    void cancelCompressing() override { m_storage.CancelCompressing(); }
 
 private:
     void OnDatagram(const net::tReceivedDatagram& datagram) override;
-    void noteDiscarded();
+    void updateDiscarded();
 
     std::string m_root;
     tReceivedCounts m_received;
     std::map<recordings::tStreamKey, std::uint64_t> m_discarded;
     storage::tDataStorageIO m_storage;
-    Kestova::tPackageRecorder m_recorder{m_storage};
-    std::map<NetAddress, std::unique_ptr<net::iDatagramSource>, tNetAddress_less> m_receivers;  // feed m_recorder
+    Kestova::tPackageRecorder m_packageRecorder{m_storage};
+    std::map<NetAddress, std::unique_ptr<net::iDatagramSource>, tNetAddress_less>
+        m_receivers;  // last: their threads use m_packageRecorder
 };
 }  // namespace session
 

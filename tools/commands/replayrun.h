@@ -1,6 +1,6 @@
-// tReplay: one run of the replay command: lines, keys and the report around a session.
-#ifndef KESTOVA_TOOLS_COMMANDS_REPLAYING_H
-#define KESTOVA_TOOLS_COMMANDS_REPLAYING_H
+// tReplayRun: one run of kestova replay: keys, progress line and report of a session.
+#ifndef KESTOVA_TOOLS_COMMANDS_REPLAYRUN_H
+#define KESTOVA_TOOLS_COMMANDS_REPLAYRUN_H
 
 #include <cstdint>
 #include <string>
@@ -14,18 +14,18 @@ namespace tool
 {
 class tConsole;
 
-class tReplay
+class tReplayRun
 {
 public:
     // `start` is the text of the option. Throws tFailure if there is nothing to play.
-    tReplay(const session::tReplayOptions& options, std::string start, bool json, tConsole& console);
+    tReplayRun(const session::tReplayOptions& options, std::string start, bool json, tConsole& console);
     int run();
 
 private:
     bool waitForOpening();
     void playAll();
     bool playToEnd();
-    bool steer();
+    bool handleKeys();
     void press(eKey key);
     void showProgress();
     int report(bool ended);

@@ -1,8 +1,8 @@
-#include "sessions/record/recording.h"
+#include "sessions/record/recorder.h"
 
 namespace session
 {
-std::uint64_t tRecordingState::allDiscarded() const
+std::uint64_t tRecorderState::allDiscarded() const
 {
     std::uint64_t sum = 0;
     for (const auto& [key, count] : discarded)

@@ -1,6 +1,6 @@
-// tCaptureImport: turns datagrams of a capture into a recording that replay plays.
-#ifndef KESTOVA_SESSIONS_IMPORT_CAPTUREIMPORT_H
-#define KESTOVA_SESSIONS_IMPORT_CAPTUREIMPORT_H
+// tImportRecorder: records the datagrams of a capture with the times of the capture.
+#ifndef KESTOVA_SESSIONS_IMPORT_IMPORTRECORDER_H
+#define KESTOVA_SESSIONS_IMPORT_IMPORTRECORDER_H
 
 #include <cstdint>
 #include <string>
@@ -13,13 +13,12 @@
 namespace session
 {
 // One thread at a time.
-class tCaptureImport
+class tImportRecorder
 {
 public:
-    // Records into a new folder below `root`, in files named after `name`; the first datagram starts it. Nothing that
-    // is already there is deleted, however full the disk is. Throws tFailure for a root that is no folder or may not be
-    // written.
-    tCaptureImport(const std::string& root, std::string name);
+    // Records into a new folder below `root`, in files named after `name`; the first datagram starts it. Switches off
+    // the deletion of old data files for this process. Throws tFailure if `root` is no folder or not writable.
+    tImportRecorder(const std::string& root, std::string name);
 
     // Throws tFailure if no file can be created.
     void add(const pcap::tPcapDatagram& datagram);
@@ -27,18 +26,18 @@ public:
     void finish();
     const std::vector<std::string>& files() const { return m_files; }
     std::uint64_t recorded() const { return m_recorded; }
-    std::uint64_t tooLong() const { return m_tooLong; }  // longer than a datagram can be, left out
+    std::uint64_t tooLong() const { return m_tooLong; }  // skipped: longer than a datagram can be
 
 private:
-    void start(std::uint64_t timeMs);
+    void startFile(std::uint64_t timeMs);
     void waitForDisk();
-    void noteFile();
+    void updateFiles();
 
     const std::string m_root, m_name;
     std::vector<std::string> m_files;
     std::uint64_t m_recorded = 0, m_tooLong = 0, m_queuedBytes = 0;
     storage::tDataStorageIO m_storage;
-    Kestova::tPackageRecorder m_recorder{m_storage};
+    Kestova::tPackageRecorder m_packageRecorder{m_storage};
 };
 }  // namespace session
 

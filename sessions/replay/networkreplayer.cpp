@@ -2,7 +2,7 @@
 
 #include "KestovaStorage/radardatareplayer.h"
 #include "UdpSocket/udpsocket.h"
-#include "sessions/replay/player.h"
+#include "sessions/replay/replayer.h"
 
 namespace session
 {
@@ -10,7 +10,7 @@ using namespace recordings;
 
 namespace
 {
-// The library's replayer makes this folder; a replay records nothing into it.
+// Removes the empty folder that tRadarDataReplayer creates in the working folder; a replay records nothing.
 class tNoRecordingFolder
 {
 public:
@@ -35,20 +35,20 @@ std::vector<eReadWriteType> kindsOf(const tStreamChoice& streams)
     return kinds;
 }
 
-class tNetworkPlayer : public iPlayer,
-                       private Kestova::iRadarDataReplayObserver,
-                       private Kestova::iRadarReplayModifyObserver
+class tNetworkReplayer : public iReplayer,
+                         private Kestova::iRadarDataReplayObserver,
+                         private Kestova::iRadarReplayModifyObserver
 {
 public:
-    tNetworkPlayer(tReplayProgress& progress, const std::vector<eReadWriteType>& kinds, const std::string& suffix,
-                   const std::string& localIp, tAddressMap map)
+    tNetworkReplayer(tReplayProgress& progress, const std::vector<eReadWriteType>& kinds, const std::string& suffix,
+                     const std::string& localIp, tAddressMap map)
         : m_progress(progress), m_map(std::move(map)),
           m_replayer(kinds.data(), static_cast<int>(kinds.size()), true, localIp.c_str(), suffix.c_str())
     {
         if (!m_map.empty())
             m_replayer.SetReplayModifyObserver(this);
     }
-    ~tNetworkPlayer() override { m_replayer.CloseReadingFile(); }
+    ~tNetworkReplayer() override { m_replayer.CloseReadingFile(); }
 
     void open(const std::string& path) override { m_replayer.OpenReadDataFileorFolder(path, this); }
     bool pause(bool on) override { return m_replayer.Pause(on); }
@@ -80,7 +80,7 @@ private:
     }
     bool CheckIfNeededCircleLoop(tMsgType, tReadWriteType, const char*, int, char*, int, int&, int&) override
     {
-        return false;  // only displays know at which offset a spoke carries its azimuth
+        return false;  // the offset of the azimuth in a spoke is the radar's own format
     }
 
     tReplayProgress& m_progress;
@@ -90,10 +90,10 @@ private:
 };
 }  // namespace
 
-std::unique_ptr<iPlayer> makeNetworkPlayer(tReplayProgress& progress, const tStreamChoice& streams,
-                                           const std::string& suffix, const std::string& localIp,
-                                           const tAddressMap& map)
+std::unique_ptr<iReplayer> makeNetworkReplayer(tReplayProgress& progress, const tStreamChoice& streams,
+                                               const std::string& suffix, const std::string& localIp,
+                                               const tAddressMap& map)
 {
-    return std::make_unique<tNetworkPlayer>(progress, kindsOf(streams), suffix, localIp, map);
+    return std::make_unique<tNetworkReplayer>(progress, kindsOf(streams), suffix, localIp, map);
 }
 }  // namespace session

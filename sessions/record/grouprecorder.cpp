@@ -1,8 +1,7 @@
-#include "sessions/record/grouprecording.h"
+#include "sessions/record/grouprecorder.h"
 
 #include "KestovaRecordings/failure.h"
-
-#include "sessions/record/recordingplace.h"
+#include "sessions/record/recordingchecks.h"
 
 namespace session
 {
@@ -14,8 +13,8 @@ constexpr int cReceiveBuffer = 4 * 1024 * 1024;
 constexpr tUdpMsgInfo cInfo = {0, 0, eReadType, eOtherType, 0};
 }  // namespace
 
-tGroupRecording::tGroupRecording(const std::vector<NetAddress>& groups, std::uint32_t localIp,
-                                 const std::string& folder, bool compress)
+tGroupRecorder::tGroupRecorder(const std::vector<NetAddress>& groups, std::uint32_t localIp, const std::string& folder,
+                               bool compress)
     : m_root(prepareRecording(groups, localIp, folder)), m_storage(m_root, ".data")
 {
     for (const NetAddress& group : groups)
@@ -31,16 +30,16 @@ tGroupRecording::tGroupRecording(const std::vector<NetAddress>& groups, std::uin
     }
 }
 
-void tGroupRecording::noteDiscarded()
+void tGroupRecorder::updateDiscarded()
 {
     for (const auto& [group, receiver] : m_receivers)
         m_discarded[m_received.keyOf(group)] = receiver->counters().kernelDropped;
 }
 
-tRecordingState tGroupRecording::state()
+tRecorderState tGroupRecorder::state()
 {
-    noteDiscarded();
-    tRecordingState state;
+    updateDiscarded();
+    tRecorderState state;
     state.streams = m_received.table();
     state.discarded = m_discarded;
     state.backlog = m_storage.GetWriteDataFifoSize();
@@ -49,25 +48,25 @@ tRecordingState tGroupRecording::state()
     return state;
 }
 
-void tGroupRecording::closeSockets()
+void tGroupRecorder::closeSockets()
 {
-    noteDiscarded();
+    updateDiscarded();
     m_receivers.clear();
 }
 
-bool tGroupRecording::waitWritten(unsigned int timeoutMs)
+bool tGroupRecorder::waitWritten(unsigned int timeoutMs)
 {
     return m_storage.WaitWriteIdle(timeoutMs);
 }
 
-void tGroupRecording::closeFile()
+void tGroupRecorder::closeFile()
 {
     m_storage.FinishWrite();
 }
 
-void tGroupRecording::OnDatagram(const net::tReceivedDatagram& datagram)
+void tGroupRecorder::OnDatagram(const net::tReceivedDatagram& datagram)
 {
     m_received.add(datagram.group, datagram.data, datagram.len);
-    m_recorder.Record(cInfo, datagram.group, datagram.data, datagram.len, 0);
+    m_packageRecorder.Record(cInfo, datagram.group, datagram.data, datagram.len, 0);
 }
 }  // namespace session

@@ -1,6 +1,6 @@
-#include "KestovaRecordings/packageview.h"
+#include "KestovaRecordings/packagecontents.h"
 #include "KestovaStorage/datastorageio.h"
-#include "sessions/replay/player.h"
+#include "sessions/replay/replayer.h"
 
 namespace session
 {
@@ -8,14 +8,14 @@ using namespace recordings;
 
 namespace
 {
-// Plays to nobody.
-class tCountingPlayer : public iPlayer, private storage::iDataReadReplayObserver
+// Counts records and sends nothing.
+class tCountingReplayer : public iReplayer, private storage::iDataReadReplayObserver
 {
 public:
-    tCountingPlayer(tReplayProgress& progress, const tStreamChoice& streams, const std::string& suffix)
+    tCountingReplayer(tReplayProgress& progress, const tStreamChoice& streams, const std::string& suffix)
         : m_progress(progress), m_streams(streams), m_storage("", suffix.c_str())
     {}
-    ~tCountingPlayer() override { m_storage.CloseReadingFile(); }
+    ~tCountingReplayer() override { m_storage.CloseReadingFile(); }
 
     void open(const std::string& path) override { m_storage.OpenReadDataFileorFolder(path, this); }
     bool pause(bool on) override { return m_storage.Pause(on); }
@@ -38,8 +38,8 @@ private:
     storage::tDataStorageIO m_storage;  // last: its threads call this object
 };
 
-void tCountingPlayer::UpdateReplayData(std::uint64_t timeMs, double fraction, const char* data, unsigned int len,
-                                       std::string)
+void tCountingReplayer::UpdateReplayData(std::uint64_t timeMs, double fraction, const char* data, unsigned int len,
+                                         std::string)
 {
     m_progress.passed(timeMs, fraction);
     const std::string_view segment(data, len);
@@ -49,12 +49,11 @@ void tCountingPlayer::UpdateReplayData(std::uint64_t timeMs, double fraction, co
     else if (!package && m_streams.includesAll())
         m_progress.count(tStreamKey::raw(), segment);
 }
-
 }  // namespace
 
-std::unique_ptr<iPlayer> makeCountingPlayer(tReplayProgress& progress, const tStreamChoice& streams,
-                                            const std::string& suffix)
+std::unique_ptr<iReplayer> makeCountingReplayer(tReplayProgress& progress, const tStreamChoice& streams,
+                                                const std::string& suffix)
 {
-    return std::make_unique<tCountingPlayer>(progress, streams, suffix);
+    return std::make_unique<tCountingReplayer>(progress, streams, suffix);
 }
 }  // namespace session

@@ -1,0 +1,40 @@
+// iReplayer: replays a recording, onto the network or only to count it.
+#ifndef KESTOVA_SESSIONS_REPLAY_REPLAYER_H
+#define KESTOVA_SESSIONS_REPLAY_REPLAYER_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "KestovaRecordings/streamchoice.h"
+#include "sessions/replay/addressmap.h"
+#include "sessions/replay/replayprogress.h"
+
+namespace session
+{
+// Operations as in storage::tDataStorageIO. Reports to a tReplayProgress, which outlives the replayer.
+class iReplayer
+{
+public:
+    virtual ~iReplayer() = default;
+    virtual void open(const std::string& path) = 0;
+    virtual bool pause(bool on) = 0;
+    virtual void setSpeed(double rate) = 0;
+    virtual bool jump(double fraction) = 0;
+    virtual void close() = 0;
+    // Returns how many records were due and could not be played: unreadable, or, on the network, no package.
+    virtual std::uint64_t unplayed() const = 0;
+    virtual std::uint64_t sent() const { return 0; }     // datagrams
+    virtual std::uint64_t refused() const { return 0; }  // by the network
+};
+
+// Returns a replayer that counts records and sends nothing; a record that is no package counts as raw.
+std::unique_ptr<iReplayer> makeCountingReplayer(tReplayProgress& progress, const recordings::tStreamChoice& streams,
+                                                const std::string& suffix);
+// Returns a replayer that sends. `localIp` is dotted, or empty: the system chooses.
+std::unique_ptr<iReplayer> makeNetworkReplayer(tReplayProgress& progress, const recordings::tStreamChoice& streams,
+                                               const std::string& suffix, const std::string& localIp,
+                                               const tAddressMap& map);
+}  // namespace session
+
+#endif
