@@ -151,7 +151,7 @@ void makeCapture(const std::string& path)
 
 // ---- the listener ----
 
-struct tHeard
+struct tReceived
 {
     std::uint64_t datagrams, disordered;
     double span;  // seconds from the first to the last
@@ -165,14 +165,14 @@ public:
         std::uint32_t number = 0;
         std::memcpy(&number, data, sizeof number);
         m_last = tClock::now();
-        if (heard.datagrams++ == 0)
+        if (received.datagrams++ == 0)
             m_first = m_last;
         else
-            heard.disordered += number <= m_number ? 1 : 0;
+            received.disordered += number <= m_number ? 1 : 0;
         m_number = number;
-        heard.span = std::chrono::duration<double>(m_last - m_first).count();
+        received.span = std::chrono::duration<double>(m_last - m_first).count();
     }
-    tHeard heard{};
+    tReceived received{};
 
 private:
     tClock::time_point m_first, m_last;
@@ -193,15 +193,15 @@ public:
         char ready = 0;
         require(::read(m_report[0], &ready, 1) == 1, "listener");
     }
-    tHeard finish()
+    tReceived finish()
     {
         ::close(m_stop[1]);
-        tHeard heard{};
-        require(::read(m_report[0], &heard, sizeof heard) == sizeof heard, "listener");
+        tReceived received{};
+        require(::read(m_report[0], &received, sizeof received) == sizeof received, "listener");
         for (const int end : {m_stop[0], m_report[0], m_report[1]})
             ::close(end);
         ::waitpid(m_child, nullptr, 0);
-        return heard;
+        return received;
     }
 
 private:
@@ -218,7 +218,7 @@ private:
             while (::read(m_stop[0], &byte, 1) > 0)
                 ;
         }
-        ::_exit(::write(m_report[1], &listener.heard, sizeof listener.heard) == sizeof listener.heard ? 0 : 1);
+        ::_exit(::write(m_report[1], &listener.received, sizeof listener.received) == sizeof listener.received ? 0 : 1);
     }
 
     int m_stop[2], m_report[2];
@@ -290,10 +290,10 @@ struct tColumn
         send();
         cpu.push_back((cpuOf(who) - before) / cRecords * 1e6);
         std::this_thread::sleep_for(100ms);  // datagrams on their way
-        const tHeard heard = listener.finish();
-        lost.push_back(static_cast<double>(cRecords - heard.datagrams));
-        disordered.push_back(static_cast<double>(heard.disordered));
-        error.push_back(std::fabs(heard.span * cSpeed / cRecordedSeconds - 1.0) * 100.0);
+        const tReceived received = listener.finish();
+        lost.push_back(static_cast<double>(cRecords - received.datagrams));
+        disordered.push_back(static_cast<double>(received.disordered));
+        error.push_back(std::fabs(received.span * cSpeed / cRecordedSeconds - 1.0) * 100.0);
     }
     void show(const char* name) const
     {

@@ -161,7 +161,7 @@ double readOurs(const std::string& path, const std::set<std::pair<std::string, i
     reader.Read(selection);
     const double seconds = bench::secondsSince(start);
     require(reader.GetReadResult().finished && reader.GetReadResult().datagrams > 0, "nothing was read");
-    require(!observed || observer.bytes() > 0, "nothing was told");
+    require(!observed || observer.bytes() > 0, "nothing was reported");
     return seconds;
 }
 
