@@ -19,13 +19,13 @@ void chooseByName(tStreamChoice& choice, std::string_view name)
 }
 }  // namespace
 
-std::string streamName(tReadWriteType kind)
+std::string streamTitle(tReadWriteType kind)
 {
     const char* const name = utils::streamName(kind);
     return name != nullptr ? name : fmt::format("kind {}", kind);
 }
 
-std::string messageName(tMsgType type)
+std::string messageTitle(tMsgType type)
 {
     const char* const name = utils::messageName(type);
     return name != nullptr ? name : fmt::format("type {}", type);

@@ -12,9 +12,9 @@
 namespace recordings
 {
 // Return the names as in directory files and options.
-KESTOVA_API std::string streamName(tReadWriteType kind);  // "imageStream"; "kind 42" for a number without a name
-KESTOVA_API std::string messageName(tMsgType type);       // "readType"; "type 42"
-KESTOVA_API std::string allStreamNames();                 // separated by ", "
+KESTOVA_API std::string streamTitle(tReadWriteType kind);  // "imageStream"; "kind 42" for a number without a name
+KESTOVA_API std::string messageTitle(tMsgType type);       // "readType"; "type 42"
+KESTOVA_API std::string allStreamNames();                  // separated by ", "
 
 // A set of stream kinds; the empty set includes all of them.
 class tStreamChoice

@@ -46,7 +46,7 @@ tStreamKey tStreamKey::raw()
 
 std::string tStreamKey::name() const
 {
-    return package ? streamName(kind) : "raw";
+    return package ? streamTitle(kind) : "raw";
 }
 
 std::string tStreamKey::address() const

@@ -176,12 +176,12 @@ void tRadarDataSaverPrivate::OnLocalIpChanged(unsigned int localIp)
         return;
     std::puts("Radar Data Saver Init ...\r");
     closeSockets();
-    if (localIp == 0)
-        return;  // no address: any interface would be the wrong one
+    if (!m_recSockInfo.canOpen(localIp))
+        return;
     const std::lock_guard<std::mutex> sockets(m_socketMutex);
     m_recSockInfo.open(radarGroups(m_radarAddress, m_types), localIp);
     std::puts("Radar Data Saver Init Over ...\r");
-    m_serviceQuery.setSink(defaultTransport().openSink(serviceGroup(), localIp));
+    m_serviceQuery.setSink(net::defaultTransport().openSink(serviceGroup(), localIp));
 }
 
 void tRadarDataSaverPrivate::OnDatagram(const net::tReceivedDatagram& datagram)
@@ -195,7 +195,7 @@ void tRadarDataSaverPrivate::OnDatagram(const net::tReceivedDatagram& datagram)
         });
         m_packageRecorder.Record(row.msgInfo, datagram.group, datagram.data, datagram.len, 0);
     }
-    if (datagram.group.ip == serviceGroup().ip && datagram.group.port == serviceGroup().port)
+    if (datagram.group == serviceGroup())
         m_serviceQuery.heard();
 }
 

@@ -8,13 +8,12 @@
 #include "UdpSocket/netaddress.h"
 #include "UdpSocket/udpsocket.h"
 
-// Indexes of cServiceGroups, in the order in which a recorder joins them.
+// Indexes of the rows of cServiceGroups that have a meaning beside being recorded.
 enum eServiceGroup : uint8_t
 {
-    eRadarCheckGroup = 0,         // radar check
-    eRadarNegotiationGroup = 1,   // multi-radar negotiation
-    eMultiRadarServiceGroup = 2,  // multi-radar service: its datagrams show that it is alive, queries are sent there
-    eTotalServiceGroups = 3       // count of the groups above, not a group
+    eRadarCheckGroup = 0,        // radar check
+    eRadarNegotiationGroup = 1,  // multi-radar negotiation
+    eMultiRadarServiceGroup = 2  // multi-radar service: its datagrams show that it is alive, queries are sent there
 };
 
 // A group and the info block that a recorder stamps on its packages.
@@ -25,17 +24,22 @@ struct tServiceGroup
     tUdpMsgInfo msgInfo;
 };
 
-constexpr tServiceGroup cServiceGroups[eTotalServiceGroups] = {
+// In the order in which a recorder joins them: it joins them all, whatever streams are chosen.
+constexpr tServiceGroup cServiceGroups[] = {
     {"236.6.7.20", 6720, {1, 2, eReadType, eRadarCheck, 0}},
     {"236.6.7.4", 6768, {0, 1, eMultiRadarNegotiate, eOtherType, 0}},
     {"236.6.7.5", 6878, {0, 0, eMultiRadarService, eOtherType, 0}},
 };
 
 // Returns the address of a service group. Any thread.
+static inline NetAddress serviceAddress(const tServiceGroup& group)
+{
+    const NetAddress address = {net::transAddr(group.group), net::HtoNs(group.port)};
+    return address;
+}
 static inline NetAddress serviceAddress(eServiceGroup group)
 {
-    const NetAddress address = {net::transAddr(cServiceGroups[group].group), net::HtoNs(cServiceGroups[group].port)};
-    return address;
+    return serviceAddress(cServiceGroups[group]);
 }
 
 #endif

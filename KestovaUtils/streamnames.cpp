@@ -13,7 +13,14 @@ constexpr const char* cStreamNames[] = {
     "cameraCtrl",      "cameraState",     "arpaSeverCtrl",  // spelled as the enumerator
     "arpaServerState", "radarClientCtrl", "radarClientState"};
 static_assert(std::size(cStreamNames) == cStreamKinds);
-constexpr unsigned int cRadarCheck = 254, cOtherType = 255;
+
+// Kinds without an address of a radar's own.
+struct tSharedKind
+{
+    unsigned int kind;
+    const char* name;
+};
+constexpr tSharedKind cSharedKinds[] = {{254, "radarCheck"}, {255, "otherType"}};
 
 constexpr const char* cMessageNames[] = {"identify",          "radarMultiNums", "multiRadarNegotiate",
                                          "multiRadarService", "readType",       "writeType",
@@ -24,9 +31,12 @@ const char* streamName(unsigned int kind)
 {
     if (kind < cStreamKinds)
         return cStreamNames[kind];
-    if (kind == cRadarCheck)
-        return "radarCheck";
-    return kind == cOtherType ? "otherType" : nullptr;
+    for (const tSharedKind& shared : cSharedKinds)
+    {
+        if (shared.kind == kind)
+            return shared.name;
+    }
+    return nullptr;
 }
 
 int streamKind(const std::string& name)

@@ -9,7 +9,7 @@
 
 namespace utils
 {
-// Kinds 0 to 17 have an address in a radar's directory record; 254 and 255 have a name only.
+// Kinds 0 to 17 have an address in a radar's directory record; the others have a name only.
 constexpr unsigned int cStreamKinds = 18;
 // Every kind that has a name is below this.
 constexpr unsigned int cStreamKindLimit = 256;

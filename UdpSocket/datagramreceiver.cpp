@@ -1,5 +1,7 @@
 #include "UdpSocket/datagramreceiver.h"
 
+#include <utility>
+
 #include "UdpSocket/internal/groupsocket.h"
 
 namespace net
@@ -13,6 +15,11 @@ public:
 tDatagramReceiver::tDatagramReceiver(iDatagramListener* listener, uint32_t localIp, const NetAddress& group,
                                      int recBuffSize)
     : d(new tDatagramReceiverPrivate(listener, localIp, group, recBuffSize))
+{}
+
+tDatagramReceiver::tDatagramReceiver(std::unique_ptr<iDatagramListener> listener, uint32_t localIp,
+                                     const NetAddress& group, int recBuffSize)
+    : d(new tDatagramReceiverPrivate(std::move(listener), localIp, group, recBuffSize))
 {}
 
 tDatagramReceiver::~tDatagramReceiver()

@@ -2,6 +2,7 @@
 #ifndef KESTOVA_DATAGRAMRECEIVER_H
 #define KESTOVA_DATAGRAMRECEIVER_H
 
+#include <memory>
 #include <stdint.h>
 
 #include "UdpSocket/kestovaapi.h"
@@ -40,6 +41,11 @@ public:
     bool valid() const;
     tUdpReceiverCounters counters() const;
     int receiveBufferSize() const;
+
+protected:
+    // For net::UdpReceiver: the receiver owns the listener and keeps it until its last call has returned.
+    KESTOVA_HIDDEN tDatagramReceiver(std::unique_ptr<iDatagramListener> listener, uint32_t localIp,
+                                     const NetAddress& group, int recBuffSize);
 
 private:
     class tDatagramReceiverPrivate;

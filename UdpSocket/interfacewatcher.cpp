@@ -89,7 +89,7 @@ void tInterfaceWatcher::tInterfaceWatcherPrivate::refresh()
 {
     const tInterfaceTable table = interfaces(m_choice);
     m_choice = settled(table, m_choice);
-    const tLocalAddress now = localAddress(table, m_choice);
+    const tLocalAddress now = chosenAddress(table, m_choice);
     if (!mustNotify(m_notified, now))
         return;
     m_notified = now;

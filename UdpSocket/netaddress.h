@@ -14,6 +14,11 @@ struct NetAddress
 
 static_assert(sizeof(NetAddress) == 6, "NetAddress is exchanged as six packed bytes");
 
+inline bool operator==(const NetAddress& a, const NetAddress& b)
+{
+    return a.ip == b.ip && a.port == b.port;
+}
+
 // Orders by ip, then by port, both as unsigned numbers; the order of every socket table.
 struct tNetAddress_less
 {

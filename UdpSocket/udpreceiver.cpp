@@ -3,7 +3,7 @@
 #include <arpa/inet.h>
 #include <memory>
 
-#include "UdpSocket/internal/groupsocket.h"
+#include "UdpSocket/datagramreceiver.h"
 
 namespace net
 {
@@ -49,19 +49,21 @@ private:
 };
 }  // namespace
 
-class KESTOVA_HIDDEN UdpReceiver::tUdpReceiverPrivate final : public tGroupSocket
+class KESTOVA_HIDDEN UdpReceiver::tUdpReceiverPrivate final : public tDatagramReceiver
 {
 public:
-    using tGroupSocket::tGroupSocket;
+    tUdpReceiverPrivate(iUdpDataListener* listener, uint32_t localIp, const NetAddress& group, int recBuffSize)
+        : tDatagramReceiver(std::make_unique<tTextListener>(listener, group), localIp, group, recBuffSize)
+    {}
 };
 
 UdpReceiver::UdpReceiver(iUdpDataListener* listener, uint32_t localIp, const NetAddress& group, int recBuffSize)
-    : d(new tUdpReceiverPrivate(std::make_unique<tTextListener>(listener, group), localIp, group, recBuffSize))
+    : d(new tUdpReceiverPrivate(listener, localIp, group, recBuffSize))
 {}
 
 UdpReceiver::~UdpReceiver()
 {
-    d->destroy();
+    delete d;
 }
 
 bool UdpReceiver::valid() const

@@ -19,6 +19,9 @@ namespace net
 KESTOVA_API uint32_t transAddr(const char* dotted);
 // Returns the dotted text of an address. Any thread.
 KESTOVA_API std::string transAddr(uint32_t ip);
+// Returns address and port of a text such as "239.17.0.1:6001". ip is 0 if the text before the first ":" is no IPv4
+// address, port is 0 if the text after it is no decimal number from 1 to 65535. Any thread.
+KESTOVA_API NetAddress parseAddress(const std::string& text);
 // Return a port in network byte order, and back in host byte order.
 KESTOVA_API uint16_t HtoNs(uint16_t port);
 KESTOVA_API uint16_t NtoHs(uint16_t port);

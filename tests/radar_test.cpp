@@ -79,9 +79,10 @@ struct tCalled : net::iDatagramListener
 };
 
 // Keeps what is sent; reaches nothing with the address 1.
-struct tWire : iTransport
+struct tWire : net::iTransport
 {
-    struct tEnd : iDatagramSource, iDatagramSink
+    bool needsLocalAddress() const override { return false; }
+    struct tEnd : net::iDatagramSource, net::iDatagramSink
     {
         tEnd(tWire& w, bool r) : wire(w), reaches(r) {}
         bool joined() const override { return true; }
@@ -94,14 +95,14 @@ struct tWire : iTransport
         tWire& wire;
         const bool reaches;
     };
-    std::unique_ptr<iDatagramSource> openSource(net::iDatagramListener*, const NetAddress& group, std::uint32_t,
+    std::unique_ptr<net::iDatagramSource> openSource(net::iDatagramListener*, const NetAddress& group, std::uint32_t,
                                                 int) override
     {
         if (group.ip == 1)
             throw std::system_error(EAGAIN, std::generic_category());
         return std::make_unique<tEnd>(*this, true);
     }
-    std::unique_ptr<iDatagramSink> openSink(const NetAddress& destination, std::uint32_t) override
+    std::unique_ptr<net::iDatagramSink> openSink(const NetAddress& destination, std::uint32_t) override
     {
         return std::make_unique<tEnd>(*this, destination.ip != 1);
     }
@@ -115,6 +116,7 @@ TEST(tTransportTest, carriesReceptionQueriesAndReplayOverAnyTransport)
     tCalled listener;
     tGroupReceivers groups(&listener, wire);
     testing::internal::CaptureStderr();
+    EXPECT_TRUE(groups.canOpen(0) && !tGroupReceivers(&listener).canOpen(0)) << "UDP waits for an address";
     groups.open({{{1, 1}, {}, 0}, {{2, 2}, {}, 0}}, 0);
     EXPECT_EQ(std::ranges::count(testing::internal::GetCapturedStderr(), '\n'), 1);
     ASSERT_EQ(groups.states().size(), 2u);

@@ -102,6 +102,8 @@ TEST_F(tToolTest, reportsInOneLineWhyAJobFailed)
         {{"record", "--radars", missing, "--radar", "T1:1", "--root", root}, missing},
         {{"record", "--radars", broken, "--radar", "T1:1", "--root", root}, "broken.json"},
         {{"record", "--radars", radars, "--radar", "T9:9", "--root", root}, "no radar T9:9"},
+        {{"record", "--radars", radars, "--radar", "T1:1", "--id", "1", "--streams", "radarCheck", "--root", root},
+         "radarCheck is recorded with any stream"},
         {{"simulate", "--radars", radars, "--radar", "T1:1"}, "no radar T1:1 with id 0"},
         {{"record", "--group", "239.1.2.3:6000", "--local-ip", "192.0.2.77", "--root", root}, "192.0.2.77"},
         {{"record", "--group", free, "--local-ip", "127.0.0.1", "--root", noData + "/rec"}, "cannot record"},

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "KestovaRecordings/frames.h"
+#include "KestovaRecordings/recordingcounts.h"
 #include "support/recordedpackages.h"
 #include "support/toolfixture.h"
 
@@ -103,6 +104,20 @@ TEST_F(tToolPcapTest, makesACaptureOfARecordingAndTheRecordingOfTheCapture)
         EXPECT_EQ(again[i].timeMs, cTime + i * 250);
         EXPECT_EQ(groupText(again[i]), "239.17.0.1:6001");
     }
+}
+
+TEST_F(tToolPcapTest, countsARecordingUntilItIsCancelled)
+{
+    fileOf(std::vector<std::string>(3000, "no package"), 1, "r.data");
+    const auto count = [&](std::size_t limit) {
+        return recordings::countRecordings(dir.file("r.data"), {}, [&](const recordings::tCountProgress& at) {
+            return at.files == 1 && at.records == 3000 && at.record < limit;
+        });
+    };
+    EXPECT_TRUE(count(3000).complete);
+    const recordings::tRecordingCounts counts = count(1025);
+    EXPECT_FALSE(counts.complete);
+    EXPECT_EQ(counts.files.at(0).streams.at(recordings::tStreamKey::raw()).messages(), 2048u);
 }
 
 TEST_F(tToolPcapTest, recordsOnlyWhatIsSelected)

@@ -141,21 +141,6 @@ unsigned short idOf(const json& radar)
     return value.get<unsigned short>();
 }
 
-// Returns 1 to 65535 for plain digits, 0 for anything else.
-std::uint16_t portIn(std::string_view digits)
-{
-    unsigned int port = 0;
-    if (digits.empty() || digits.size() > 5 || digits.front() == '0')
-        return 0;
-    for (const char c : digits)
-    {
-        if (c < '0' || c > '9')
-            return 0;
-        port = port * 10 + static_cast<unsigned int>(c - '0');
-    }
-    return port > 65535 ? std::uint16_t{0} : static_cast<std::uint16_t>(port);
-}
-
 NetAddress addressIn(const json& value)
 {
     if (!value.is_string())
@@ -164,15 +149,12 @@ NetAddress addressIn(const json& value)
     const std::size_t colon = text.find(':');
     if (colon == std::string::npos)
         throw tDirectoryError("address " + shown(text) + " has no port; wanted is \"ADDRESS:PORT\"");
-    // A NUL in the dotted part would hide the rest of it from transAddr.
-    const std::string dotted = text.substr(0, colon);
-    const std::uint32_t ip = dotted.size() == std::strlen(dotted.c_str()) ? net::transAddr(dotted.c_str()) : 0;
-    const std::uint16_t port = portIn(std::string_view(text).substr(colon + 1));
-    if (ip == 0)
+    const NetAddress address = net::parseAddress(text);
+    if (address.ip == 0)
         throw tDirectoryError("address " + shown(text) + " is no IPv4 address");
-    if (port == 0)
+    if (address.port == 0 || text[colon + 1] == '0')
         throw tDirectoryError("address " + shown(text) + " has no port from 1 to 65535");
-    return {ip, net::HtoNs(port)};
+    return address;
 }
 
 RadarAddress recordOf(const json& streams)

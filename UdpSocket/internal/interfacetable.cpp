@@ -66,7 +66,7 @@ tInterfaceChoice settled(const tInterfaceTable& table, const tInterfaceChoice& c
     return link == nullptr ? choice : tInterfaceChoice{link->name, choice.ip};
 }
 
-tLocalAddress localAddress(const tInterfaceTable& table, const tInterfaceChoice& choice)
+tLocalAddress chosenAddress(const tInterfaceTable& table, const tInterfaceChoice& choice)
 {
     if (choice.name.empty() && choice.ip != 0)
         return {choice.ip, 0};

@@ -54,7 +54,7 @@ std::optional<tInterfaceChoice> choiceNamed(const tInterfaceTable& table, const 
 // Returns a choice by address with the name of the interface that has the address; unchanged while none has it.
 tInterfaceChoice settled(const tInterfaceTable& table, const tInterfaceChoice& choice);
 // Returns the address of a choice. An address that no interface has is returned as it is.
-tLocalAddress localAddress(const tInterfaceTable& table, const tInterfaceChoice& choice);
+tLocalAddress chosenAddress(const tInterfaceTable& table, const tInterfaceChoice& choice);
 }  // namespace net
 
 #endif

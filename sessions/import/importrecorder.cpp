@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "KestovaRecordings/failure.h"
+#include "KestovaRecordings/frames.h"
 #include "UdpSocket/udpsocket.h"
 #include "sessions/record/recordingchecks.h"
 
@@ -17,7 +18,6 @@ using namespace recordings;
 namespace
 {
 constexpr std::uint64_t cQueueBytes = 32 << 20;  // waits for the disk when so much is queued
-constexpr int cMaxDatagram = 65'507;             // false fragment offsets can exceed it
 constexpr unsigned int cDiskTimeout_ms = 60'000;
 
 // The info block of each kind that the capture reader knows. Other datagrams, control messages included, become
@@ -65,7 +65,7 @@ void tImportRecorder::startFile(std::uint64_t timeMs)
 
 void tImportRecorder::add(const pcap::tPcapDatagram& datagram)
 {
-    if (datagram.len > cMaxDatagram)
+    if (datagram.len > static_cast<int>(cMaxDatagram))  // false fragment offsets can exceed it
     {
         ++m_tooLong;
         return;

@@ -21,12 +21,11 @@ tGroupRecorder::tGroupRecorder(const std::vector<NetAddress>& groups, std::uint3
         m_received.expect(group, eOtherType);
     m_storage.CreateNewWritingFile(0ul, "groups", compress);
     requireFileBelow(m_root, m_storage.GetCurrentWriteDataFileName());
-    net::iDatagramListener* const listener = this;
     for (const NetAddress& group : groups)
     {
         auto& receiver = m_receivers[group];
-        receiver = std::make_unique<net::tDatagramReceiver>(listener, localIp, group, cReceiveBuffer);
-        if (!receiver->valid())
+        receiver = net::defaultTransport().openSource(this, group, localIp, cReceiveBuffer);
+        if (!receiver->joined())
             throw tFailure("a group could not be joined: see the line above");
     }
 }

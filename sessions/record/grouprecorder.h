@@ -10,7 +10,7 @@
 
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/packagerecorder.h"
-#include "UdpSocket/datagramreceiver.h"
+#include "UdpSocket/transport.h"
 #include "sessions/record/receivedcounts.h"
 #include "sessions/record/recorder.h"
 
@@ -39,7 +39,7 @@ private:
     std::map<recordings::tStreamKey, std::uint64_t> m_discarded;
     storage::tDataStorageIO m_storage;
     Kestova::tPackageRecorder m_packageRecorder{m_storage};
-    std::map<NetAddress, std::unique_ptr<net::tDatagramReceiver>, tNetAddress_less>
+    std::map<NetAddress, std::unique_ptr<net::iDatagramSource>, tNetAddress_less>
         m_receivers;  // last: their threads use m_packageRecorder
 };
 }  // namespace session

@@ -18,6 +18,19 @@ using namespace recordings;
 namespace
 {
 using namespace std::chrono_literals;
+
+// No selected stream has an address in the radar's record.
+[[noreturn]] void failStreams(const tStreamChoice& streams)
+{
+    for (const tServiceGroup& group : cServiceGroups)
+    {
+        const tReadWriteType kind = group.msgInfo.rwType;
+        if (!streams.includesAll() && streams.includes(kind))
+            throw tFailure(
+                fmt::format("{} is recorded with any stream of the radar: add one to --streams", streamTitle(kind)));
+    }
+    throw tFailure("the radar has no address for any of the selected streams: choose other --streams");
+}
 }  // namespace
 
 tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& streams, const std::string& localIp,
@@ -51,12 +64,11 @@ void tRadarRecorder::chooseGroups(const RadarAddress& address, const tStreamChoi
         expect(group, kind);
     }
     if (m_kinds.empty())
-        throw tFailure("the radar has no address for any of the selected streams: choose other --streams");
-    for (unsigned int group = 0; group < eTotalServiceGroups; ++group)
-        expect(serviceAddress(static_cast<eServiceGroup>(group)), cServiceGroups[group].msgInfo.rwType);
+        failStreams(streams);
+    for (const tServiceGroup& group : cServiceGroups)
+        expect(serviceAddress(group), group.msgInfo.rwType);
     std::sort(m_groups.begin(), m_groups.end(), tNetAddress_less());
-    const auto same = [](const NetAddress& a, const NetAddress& b) { return a.ip == b.ip && a.port == b.port; };
-    m_groups.erase(std::unique(m_groups.begin(), m_groups.end(), same), m_groups.end());
+    m_groups.erase(std::unique(m_groups.begin(), m_groups.end()), m_groups.end());
 }
 
 // The saver opens its sockets when the radar client reports the local address, a moment after connect.

@@ -9,7 +9,7 @@
 
 #include "KestovaRecordings/failure.h"
 #include "KestovaStorage/datastorageio.h"
-#include "UdpSocket/udpsocket.h"
+#include "UdpSocket/transport.h"
 
 namespace session
 {
@@ -42,10 +42,10 @@ void makeFolders(const fs::path& folder)
     }
 }
 
-class tNullListener : public net::iUdpDataListener
+class tNullListener : public net::iDatagramListener
 {
 public:
-    void OnUdpGroupDataReceived(const char*, int, const char*, int, const char*, int) override {}
+    void OnDatagram(const net::tReceivedDatagram&) override {}
 };
 
 void requireJoinable(const std::vector<NetAddress>& groups, std::uint32_t localIp)
@@ -53,8 +53,7 @@ void requireJoinable(const std::vector<NetAddress>& groups, std::uint32_t localI
     tNullListener listener;
     for (const NetAddress& group : groups)
     {
-        const net::UdpReceiver probe(&listener, localIp, group, 0);
-        if (probe.valid())
+        if (net::defaultTransport().openSource(&listener, group, localIp, 0)->joined())
             continue;
         const unsigned int port = net::NtoHs(group.port);
         throw tFailure(fmt::format(

@@ -2,8 +2,8 @@
 
 #include <cmath>
 
+#include "common/byteorder.h"
 #include "sessions/simulate/scene.h"
-#include "sessions/simulate/spoke.h"
 
 namespace session
 {
@@ -15,7 +15,7 @@ constexpr std::size_t cSerialSize = 16;
 std::string message(std::size_t size, std::uint16_t mark)
 {
     std::string bytes(size, '\0');
-    storeLittleEndian(bytes, 0, mark, 2);
+    le::store<std::uint16_t>(&bytes[0], mark);
     return bytes;
 }
 
@@ -31,20 +31,20 @@ std::string imageStateMessage(const std::string& serial, double rpm, std::uint64
 {
     std::string bytes = message(129, 0xc403);
     storeSerial(bytes, serial);
-    storeLittleEndian(bytes, 20, cRangeMetres, 4);
-    storeLittleEndian(bytes, 24, 60, 2);
-    storeLittleEndian(bytes, 26, 35, 2);
-    storeLittleEndian(bytes, 28, 10, 2);
-    storeLittleEndian(bytes, 30, static_cast<std::uint64_t>(std::llround(rpm * 10.0)), 2);
-    storeLittleEndian(bytes, 114, timeMs, 8);
+    le::store<std::uint32_t>(&bytes[20], cRangeMetres);
+    le::store<std::uint16_t>(&bytes[24], 60);
+    le::store<std::uint16_t>(&bytes[26], 35);
+    le::store<std::uint16_t>(&bytes[28], 10);
+    le::store<std::uint16_t>(&bytes[30], static_cast<std::uint16_t>(std::llround(rpm * 10.0)));
+    le::store<std::uint64_t>(&bytes[114], timeMs);
     return bytes;
 }
 
 std::string arpaStateMessage(std::uint16_t targets, std::uint64_t timeMs)
 {
     std::string bytes = message(32, 0xc404);
-    storeLittleEndian(bytes, 2, targets, 2);
-    storeLittleEndian(bytes, 8, timeMs, 8);
+    le::store<std::uint16_t>(&bytes[2], targets);
+    le::store<std::uint64_t>(&bytes[8], timeMs);
     return bytes;
 }
 
@@ -52,8 +52,8 @@ std::string serviceMessage(const std::string& serial, unsigned short id, std::ui
 {
     std::string bytes = message(222, 0xb201);
     storeSerial(bytes, serial);
-    storeLittleEndian(bytes, 18, id, 2);
-    storeLittleEndian(bytes, 24, timeMs, 8);
+    le::store<std::uint16_t>(&bytes[18], id);
+    le::store<std::uint64_t>(&bytes[24], timeMs);
     return bytes;
 }
 
@@ -61,7 +61,7 @@ std::string negotiationMessage(const std::string& serial, unsigned short id)
 {
     std::string bytes = message(36, 0xb301);
     storeSerial(bytes, serial);
-    storeLittleEndian(bytes, 18, id, 2);
+    le::store<std::uint16_t>(&bytes[18], id);
     return bytes;
 }
 }  // namespace session

@@ -87,8 +87,8 @@ void tSimulateSession::send(const tSimulatedDatagram& datagram)
     const tStreamKey key = tStreamKey::of(datagram.kind, group.ip, net::NtoHs(group.port));
     auto& sender = m_senders[key];
     if (!sender)
-        sender = std::make_unique<net::UdpSender>(group, m_localIp, 0);
-    if (sender->sendData(datagram.bytes.data(), static_cast<int>(datagram.bytes.size())))
+        sender = net::defaultTransport().openSink(group, m_localIp);
+    if (sender->send(datagram.bytes.data(), static_cast<int>(datagram.bytes.size())))
         m_sent[key].add(datagram.bytes);
     else
         ++m_refused;

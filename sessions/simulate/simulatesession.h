@@ -12,7 +12,7 @@
 
 #include "KestovaRecordings/streamcounts.h"
 #include "KestovaUtils/multiradarclient.h"
-#include "UdpSocket/udpsocket.h"
+#include "UdpSocket/transport.h"
 #include "sessions/radarchoice.h"
 #include "sessions/simulate/simulatedradar.h"
 
@@ -57,7 +57,7 @@ private:
     const RadarAddress m_address;
     const std::uint32_t m_localIp;
     tSimulatedRadar m_radar;
-    std::map<recordings::tStreamKey, std::unique_ptr<net::UdpSender>> m_senders;
+    std::map<recordings::tStreamKey, std::unique_ptr<net::iDatagramSink>> m_senders;
     recordings::tStreamCounts m_sent;
     std::uint64_t m_spokes = 0, m_refused = 0, m_latestMs = 0;
     tSteady::time_point m_start;

@@ -2,24 +2,20 @@
 
 #include <cstring>
 
+#include "common/byteorder.h"
+
 namespace session
 {
-void storeLittleEndian(std::string& bytes, std::size_t offset, std::uint64_t value, std::size_t width)
-{
-    for (std::size_t i = 0; i < width; ++i)
-        bytes[offset + i] = static_cast<char>(value >> (8 * i) & 0xff);
-}
-
 void encodeSpoke(std::uint64_t spokeNumber, std::uint64_t timeMs, const tEchoes& echoes, std::string& bytes)
 {
     bytes.assign(cSpokeSize, '\0');
-    storeLittleEndian(bytes, 0, 0xa55a, 2);
-    storeLittleEndian(bytes, 2, 0x00e0, 2);
-    storeLittleEndian(bytes, 4, spokeNumber % cSpokesPerRevolution, 2);
-    storeLittleEndian(bytes, 6, cSpokesPerRevolution, 2);
-    storeLittleEndian(bytes, 8, cRangeMetres, 4);
-    storeLittleEndian(bytes, 12, spokeNumber, 4);
-    storeLittleEndian(bytes, 16, timeMs, 8);
+    le::store<std::uint16_t>(&bytes[0], 0xa55a);
+    le::store<std::uint16_t>(&bytes[2], 0x00e0);
+    le::store(&bytes[4], static_cast<std::uint16_t>(spokeNumber % cSpokesPerRevolution));
+    le::store<std::uint16_t>(&bytes[6], cSpokesPerRevolution);
+    le::store<std::uint32_t>(&bytes[8], cRangeMetres);
+    le::store(&bytes[12], static_cast<std::uint32_t>(spokeNumber));
+    le::store(&bytes[16], timeMs);
     std::memcpy(&bytes[cSpokeHeadSize], echoes.data(), echoes.size());
 }
 }  // namespace session

@@ -26,9 +26,6 @@ static_assert(cSpokeSize == 542);
 
 // Replaces `bytes` by the spoke of this number.
 void encodeSpoke(std::uint64_t spokeNumber, std::uint64_t timeMs, const tEchoes& echoes, std::string& bytes);
-
-// Stores `width` bytes of `value` at `offset`, lowest first.
-void storeLittleEndian(std::string& bytes, std::size_t offset, std::uint64_t value, std::size_t width);
 }  // namespace session
 
 #endif

@@ -19,17 +19,10 @@ namespace
 {
 using tSteady = std::chrono::steady_clock;
 
-struct tOptions
-{
-    std::string path;
-    std::string suffix = ".data";
-    bool json = false;
-};
-
 class tConvert : private storage::iConversionObserver
 {
 public:
-    tConvert(const tDirection& direction, const tOptions& options, tConsole& console)
+    tConvert(const tDirection& direction, const tRecordingOptions& options, tConsole& console)
         : m_direction(direction), m_options(options), m_console(console)
     {}
 
@@ -163,7 +156,7 @@ private:
     }
 
     const tDirection& m_direction;
-    const tOptions& m_options;
+    const tRecordingOptions& m_options;
     tConsole& m_console;
     tStopSignal m_stop;
     std::vector<std::string> m_paths;
@@ -179,7 +172,7 @@ private:
 
 void addConvert(CLI::App& app, tRun& chosen, const tDirection& direction)
 {
-    auto options = std::make_shared<tOptions>();
+    auto options = std::make_shared<tRecordingOptions>();
     CLI::App& command = *app.add_subcommand(direction.name, direction.what);
     command.footer(direction.footer);
     addPath(command, options->path);

@@ -23,16 +23,13 @@ using namespace recordings;
 
 namespace
 {
-struct tOptions
+struct tOptions : tRecordingOptions
 {
-    std::string path;
-    std::string suffix = ".data";
     std::vector<std::string> streams;
     std::string from, to;
     std::uint64_t limit = std::numeric_limits<std::uint64_t>::max();
     std::uint64_t bytes = 32;
     bool all = false;
-    bool json = false;
 };
 
 tMoment parsePlace(const std::string& text)
@@ -159,8 +156,8 @@ private:
         const tStreamKey key =
             package ? tStreamKey::of(package->info.rwType, package->ip, package->port) : tStreamKey::raw();
         return fmt::format("{}  {:<16} {:<19} {:<21} {:>5}  {}{}\n", localTimeText(timeMs), key.name(),
-                           package ? messageName(package->info.type) : "-", package ? key.address() : "-", bytes.size(),
-                           hex(shown(bytes)), shown(bytes).size() < bytes.size() ? "..." : "");
+                           package ? messageTitle(package->info.type) : "-", package ? key.address() : "-",
+                           bytes.size(), hex(shown(bytes)), shown(bytes).size() < bytes.size() ? "..." : "");
     }
 
     tJson json(const storage::tDataFile& file, std::uint64_t timeMs, const std::optional<tPackageContents>& package,
@@ -172,7 +169,7 @@ private:
             const tStreamKey key = tStreamKey::of(package->info.rwType, package->ip, package->port);
             const tUdpMsgInfo& info = package->info;
             line["stream"] = key.name();
-            line["kind"] = messageName(info.type);
+            line["kind"] = messageTitle(info.type);
             line["address"] = key.address();
             line["sequence"] = package->sequence;
             line["package_ms"] = package->timeMs;
@@ -204,7 +201,8 @@ void addDump(CLI::App& app, tRun& chosen)
     CLI::App& command = *app.add_subcommand("dump", "Show records one by one");
     command.footer("One line a record: time, stream, kind of message, group, length, payload as hex.\n"
                    "Example: kestova dump recordings --streams gpsDev --from 00:01:00 --limit 10 --all");
-    addPath(command, options->path, options->suffix);
+    addPath(command, options->path);
+    addSuffix(command, options->suffix);
     addStreams(command, options->streams);
     for (const auto& [name, text, help] :
          {std::tuple{"--from", &options->from, "Not before this time: 90s, 00:01:30 or \"2024-05-17 08:30:00\""},

@@ -5,12 +5,13 @@
 
 #include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/failure.h"
+#include "KestovaRecordings/recordingcounts.h"
 #include "tools/commands/commands.h"
-#include "tools/commands/infoscan.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
 #include "tools/shell/options.h"
 #include "tools/shell/report.h"
+#include "tools/shell/stopsignal.h"
 #include "tools/shell/units.h"
 
 namespace tool
@@ -19,13 +20,10 @@ using namespace recordings;
 
 namespace
 {
-struct tOptions
+struct tOptions : tRecordingOptions
 {
-    std::string path;
-    std::string suffix = ".data";
     std::string gap = "2";
     bool digest = false;
-    bool json = false;
 };
 
 tJson streamsOf(const tStreamHistories& streams, bool withDigest)
@@ -52,7 +50,7 @@ tJson streamsOf(const tStreamHistories& streams, bool withDigest)
     return rows;
 }
 
-tJson fileJson(const tFileInfo& file, bool withDigest)
+tJson fileJson(const tFileCounts& file, bool withDigest)
 {
     if (!file.error.empty())
         return {{"path", file.path}, {"error", file.error}};
@@ -69,17 +67,17 @@ tJson fileJson(const tFileInfo& file, bool withDigest)
             {"streams", streamsOf(file.streams, withDigest)}};
 }
 
-tJson infoJson(const tOptions& options, const tInfoScan& scan)
+tJson infoJson(const tOptions& options, const tRecordingCounts& counts)
 {
-    const tTotals& totals = scan.totals();
+    const tTotalCounts& totals = counts.total;
     tJson files = tJson::array();
-    for (const tFileInfo& file : scan.files())
+    for (const tFileCounts& file : counts.files)
         files.push_back(fileJson(file, options.digest));
     return {{"schema", "kestova/info/2"},
             {"path", options.path},
             {"files", std::move(files)},
             {"total",
-             {{"files", scan.files().size()},
+             {{"files", counts.files.size()},
               {"size", totals.size},
               {"records", totals.records},
               {"bytes", totals.bytes},
@@ -90,7 +88,7 @@ tJson infoJson(const tOptions& options, const tInfoScan& scan)
               {"streams", streamsOf(totals.streams, options.digest)}}}};
 }
 
-std::string fileText(const tFileInfo& file)
+std::string fileText(const tFileCounts& file)
 {
     if (!file.error.empty())
         return fmt::format("{}\n  skipped: {}\n", file.path, file.error);
@@ -135,15 +133,15 @@ std::string gapsText(const tStreamHistories& streams)
     return text;
 }
 
-std::string infoText(const tOptions& options, const tInfoScan& scan)
+std::string infoText(const tOptions& options, const tRecordingCounts& counts)
 {
-    const tTotals& totals = scan.totals();
+    const tTotalCounts& totals = counts.total;
     std::string text;
-    for (const tFileInfo& file : scan.files())
+    for (const tFileCounts& file : counts.files)
         text += fileText(file);
     if (!totals.streams.empty())
         text += streamsTextOf(totals.streams, options.digest) + gapsText(totals.streams);
-    text += fmt::format("\ntotal: {} data files, {} records, {} of payload", scan.files().size() - totals.skipped,
+    text += fmt::format("\ntotal: {} data files, {} records, {} of payload", counts.files.size() - totals.skipped,
                         totals.records, sizeText(totals.bytes));
     if (totals.damaged > 0)
         text += fmt::format(", {} damaged records", totals.damaged);
@@ -154,15 +152,21 @@ std::string infoText(const tOptions& options, const tInfoScan& scan)
 
 int info(const tOptions& options, tConsole& console)
 {
-    tInfoScan scan(parseDuration(options.gap), options.digest, console);
-    const bool whole = scan.run(options.path, options.suffix);
+    const tStopSignal stop;
+    const auto goOn = [&](const tCountProgress& at) {
+        if (console.progressDue())
+            console.progress(fmt::format("{} of {} files: {} of {} records", at.file, at.files, at.record, at.records));
+        return !stop.requested();
+    };
+    const tRecordingCounts counts =
+        countRecordings(options.path, {options.suffix, parseDuration(options.gap), options.digest}, goOn);
     if (options.json)
-        printJson(console, infoJson(options, scan));
+        printJson(console, infoJson(options, counts));
     else
-        console.print(infoText(options, scan));
-    if (!whole)
+        console.print(infoText(options, counts));
+    if (!counts.complete)
         throw tFailure("info was ended before everything was looked through");
-    return scan.totals().damaged > 0 || scan.totals().skipped > 0 ? eDamaged : eDone;
+    return counts.total.damaged > 0 || counts.total.skipped > 0 ? eDamaged : eDone;
 }
 }  // namespace
 
@@ -172,7 +176,8 @@ void addInfo(CLI::App& app, tRun& chosen)
     CLI::App& command = *app.add_subcommand("info", "Show what is in a recording");
     command.footer("Shows files, time span, streams, rates, gaps and damage. Exit status 3 if something is damaged.\n"
                    "Example: kestova info recordings --gap 5");
-    addPath(command, options->path, options->suffix);
+    addPath(command, options->path);
+    addSuffix(command, options->suffix);
     command.add_option("--gap", options->gap, "Silences of a stream from this length on are gaps")
         ->type_name("SEC")
         ->check(checkedBy(parseDuration))

@@ -46,7 +46,8 @@ catch (const std::invalid_argument& error)
 
 void addPlaying(CLI::App& command, tOptions& options)
 {
-    addPath(command, options.replay.path, options.replay.suffix);
+    addPath(command, options.replay.path);
+    addSuffix(command, options.replay.suffix);
     command.add_option("--speed", options.replay.speed, "2 to 10 fast; 0.5 plays a third, 0.1 an eleventh of the pace")
         ->check(CLI::Range(0.1, 10.0))
         ->capture_default_str();

@@ -10,9 +10,8 @@ void addPath(CLI::App& command, std::string& path)
     command.add_option("path", path, "Data file, or folder with data files")->type_name("FILE|FOLDER")->required();
 }
 
-void addPath(CLI::App& command, std::string& path, std::string& suffix)
+void addSuffix(CLI::App& command, std::string& suffix)
 {
-    addPath(command, path);
     command.add_option("--suffix", suffix, "What names of data files in a folder end in")->capture_default_str();
 }
 

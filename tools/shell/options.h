@@ -31,10 +31,18 @@ CLI::Validator checkedBy(tParser parse)
         "");
 }
 
+// What every command that reads recordings takes.
+struct tRecordingOptions
+{
+    std::string path;
+    std::string suffix = ".data";
+    bool json = false;
+};
+
 // Adds the argument FILE|FOLDER.
 void addPath(CLI::App& command, std::string& path);
-// Adds it and --suffix.
-void addPath(CLI::App& command, std::string& path, std::string& suffix);
+// Adds --suffix.
+void addSuffix(CLI::App& command, std::string& suffix);
 
 // Adds --streams, repeatable and with commas; the texts go to recordings::parseStreams.
 CLI::Option* addStreams(CLI::App& command, std::vector<std::string>& texts);

@@ -11,7 +11,7 @@ namespace Kestova
 {
 namespace
 {
-using tSources = std::vector<std::unique_ptr<iDatagramSource>>;
+using tSources = std::vector<std::unique_ptr<net::iDatagramSource>>;
 
 // Destroying a source waits for its callback. Each one gets a thread, so that many slow callbacks take no longer than
 // the slowest.
@@ -19,7 +19,7 @@ void destroyAll(tSources sources)
 {
     std::vector<std::thread> waiting;
     waiting.reserve(sources.size());
-    for (std::unique_ptr<iDatagramSource>& source : sources)
+    for (std::unique_ptr<net::iDatagramSource>& source : sources)
     {
         try
         {
@@ -78,9 +78,8 @@ bool tGroupReceivers::find(const NetAddress& address, tGroupRow& row) const
     const std::lock_guard<std::mutex> lock(m_mutex);
     const std::vector<tRadarGroup>& groups = m_recSockInfo.groups;
     // Twenty-one rows at most: a walk over them is faster than a tree.
-    const auto group = std::find_if(groups.begin(), groups.end(), [&](const tRadarGroup& known) {
-        return known.address.ip == address.ip && known.address.port == address.port;
-    });
+    const auto group =
+        std::find_if(groups.begin(), groups.end(), [&](const tRadarGroup& known) { return known.address == address; });
     if (group == groups.end())
         return false;
     row = m_recSockInfo.rows[static_cast<std::size_t>(group - groups.begin())];
@@ -94,7 +93,7 @@ std::vector<tGroupState> tGroupReceivers::states() const
     for (std::size_t i = 0; i < m_sources.size(); ++i)
     {
         tGroupState state{m_recSockInfo.groups[i], false, {}};
-        if (const iDatagramSource* source = m_sources[i].get())
+        if (const net::iDatagramSource* source = m_sources[i].get())
         {
             state.joined = source->joined();
             state.counters = source->counters();
@@ -104,7 +103,7 @@ std::vector<tGroupState> tGroupReceivers::states() const
     return states;
 }
 
-std::unique_ptr<iDatagramSource> tGroupReceivers::sourceOf(const tRadarGroup& group, std::uint32_t localIp) const
+std::unique_ptr<net::iDatagramSource> tGroupReceivers::sourceOf(const tRadarGroup& group, std::uint32_t localIp) const
 try
 {
     return m_transport.openSource(m_listener, group.address, localIp, group.recBuffSize);

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "KestovaStorage/internal/radar/radarstreams.h"
-#include "KestovaStorage/internal/radar/transport.h"
+#include "UdpSocket/transport.h"
 
 namespace Kestova
 {
@@ -38,13 +38,15 @@ struct tGroupRow
 class tGroupReceivers
 {
 public:
-    explicit tGroupReceivers(net::iDatagramListener* listener, iTransport& transport = defaultTransport())
+    explicit tGroupReceivers(net::iDatagramListener* listener, net::iTransport& transport = net::defaultTransport())
         : m_listener(listener), m_transport(transport)
     {}
     ~tGroupReceivers() { close(); }
     tGroupReceivers(const tGroupReceivers&) = delete;
     tGroupReceivers& operator=(const tGroupReceivers&) = delete;
 
+    // Whether groups can be joined with this local address: UDP would join on any interface if it were 0.
+    bool canOpen(std::uint32_t localIp) const { return localIp != 0 || !m_transport.needsLocalAddress(); }
     // Joins `groups`, each address once in it, on the interface with this address. What was open is closed first.
     void open(const std::vector<tRadarGroup>& groups, std::uint32_t localIp);
     // Leaves all groups; returns whether there were any. No call to the listener is under way afterwards.
@@ -56,16 +58,16 @@ public:
     std::vector<tGroupState> states() const;
 
 private:
-    using tSources = std::vector<std::unique_ptr<iDatagramSource>>;
+    using tSources = std::vector<std::unique_ptr<net::iDatagramSource>>;
     struct tGroupTable
     {
         std::vector<tRadarGroup> groups;
         std::vector<tGroupRow> rows;  // one a group
     };
-    std::unique_ptr<iDatagramSource> sourceOf(const tRadarGroup& group, std::uint32_t localIp) const;
+    std::unique_ptr<net::iDatagramSource> sourceOf(const tRadarGroup& group, std::uint32_t localIp) const;
 
     net::iDatagramListener* const m_listener;
-    iTransport& m_transport;
+    net::iTransport& m_transport;
     mutable std::mutex m_mutex;
     tGroupTable m_recSockInfo;  // guarded by m_mutex
     tSources m_sources;         // guarded by m_mutex; one a group, null if it could not be opened

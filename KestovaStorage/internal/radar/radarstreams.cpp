@@ -29,9 +29,8 @@ namespace
 {
 void addOnce(std::vector<tRadarGroup>& groups, const tRadarGroup& wanted)
 {
-    const bool known = std::any_of(groups.begin(), groups.end(), [&](const tRadarGroup& group) {
-        return group.address.ip == wanted.address.ip && group.address.port == wanted.address.port;
-    });
+    const bool known = std::any_of(groups.begin(), groups.end(),
+                                   [&](const tRadarGroup& group) { return group.address == wanted.address; });
     if (!known)
         groups.push_back(wanted);
 }
@@ -55,9 +54,8 @@ std::vector<tRadarGroup> radarGroups(const RadarAddress& radar, const std::vecto
         if (address.ip != 0 && address.port != 0)
             addOnce(groups, {address, row.msgInfo, row.recBuffSize});
     }
-    for (unsigned int group = 0; group < eTotalServiceGroups; ++group)
-        addOnce(groups, {serviceAddress(static_cast<eServiceGroup>(group)), cServiceGroups[group].msgInfo,
-                         cServiceGroupBuffSize});
+    for (const tServiceGroup& group : cServiceGroups)
+        addOnce(groups, {serviceAddress(group), group.msgInfo, cServiceGroupBuffSize});
     return groups;
 }
 }  // namespace Kestova

@@ -24,7 +24,7 @@ tServiceQuery::tServiceQuery(tTiming timing) : m_timing(timing)
     });
 }
 
-void tServiceQuery::setSink(std::unique_ptr<iDatagramSink> sink)
+void tServiceQuery::setSink(std::unique_ptr<net::iDatagramSink> sink)
 {
     const std::lock_guard<std::mutex> lock(m_senderMutex);
     m_querySender.swap(sink);

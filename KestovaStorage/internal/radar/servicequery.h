@@ -11,7 +11,7 @@
 #include <memory>
 #include <mutex>
 
-#include "KestovaStorage/internal/radar/transport.h"
+#include "UdpSocket/transport.h"
 #include "common/worker.h"
 
 namespace Kestova
@@ -46,7 +46,7 @@ public:
 
     void heard() { m_silence.heard(std::chrono::steady_clock::now()); }
     // Sets the sink for queries; null for none. After it has returned nothing is sent through the former sink.
-    void setSink(std::unique_ptr<iDatagramSink> sink);
+    void setSink(std::unique_ptr<net::iDatagramSink> sink);
     // Sends one query if the service has been silent for long enough at `now` and there is a sink; returns whether it
     // did.
     bool queryIfSilent(tServiceSilence::tTime now);
@@ -56,8 +56,8 @@ public:
 private:
     const tTiming m_timing;
     tServiceSilence m_silence;
-    std::mutex m_senderMutex;                      // held while sending, which does not wait
-    std::unique_ptr<iDatagramSink> m_querySender;  // guarded by m_senderMutex
+    std::mutex m_senderMutex;                           // held while sending, which does not wait
+    std::unique_ptr<net::iDatagramSink> m_querySender;  // guarded by m_senderMutex
     tWorker m_multiRadarQueryThread;
 };
 }  // namespace Kestova

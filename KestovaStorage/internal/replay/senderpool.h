@@ -15,7 +15,7 @@
 #include <mutex>
 #include <string>
 
-#include "KestovaStorage/internal/radar/transport.h"
+#include "UdpSocket/transport.h"
 
 namespace Kestova
 {
@@ -24,7 +24,7 @@ class tSenderPool
 public:
     static constexpr std::size_t cMaxSenders = 256;
 
-    explicit tSenderPool(std::uint32_t localIp, iTransport& transport = defaultTransport())
+    explicit tSenderPool(std::uint32_t localIp, net::iTransport& transport = net::defaultTransport())
         : m_localIp(localIp), m_transport(transport)
     {}
 
@@ -34,7 +34,7 @@ public:
     void clear();
 
 private:
-    using tSender = std::shared_ptr<iDatagramSink>;
+    using tSender = std::shared_ptr<net::iDatagramSink>;
     struct tRow
     {
         tSender sender;
@@ -45,7 +45,7 @@ private:
     void makeRoom();
 
     const std::uint32_t m_localIp;
-    iTransport& m_transport;
+    net::iTransport& m_transport;
     mutable std::mutex m_mutex;
     std::map<NetAddress, tRow, tNetAddress_less> m_sendSockInfo;  // guarded by m_mutex
     std::uint64_t m_uses = 0;                                     // guarded by m_mutex

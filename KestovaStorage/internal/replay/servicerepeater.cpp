@@ -24,7 +24,7 @@ std::vector<std::string> tServiceMessages::alive(tTime now)
     return messages;
 }
 
-tServiceRepeater::tServiceRepeater(std::uint32_t localIp, std::chrono::milliseconds period, iTransport& transport)
+tServiceRepeater::tServiceRepeater(std::uint32_t localIp, std::chrono::milliseconds period, net::iTransport& transport)
     : m_sink(transport.openSink(serviceGroup(), localIp))
 {
     m_servicesThread.start([this, period] {

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "KestovaStorage/internal/radar/transport.h"
+#include "UdpSocket/transport.h"
 #include "common/worker.h"
 
 namespace Kestova
@@ -42,7 +42,7 @@ public:
 
     // Sends on the interface with this address from now on, every `period`.
     explicit tServiceRepeater(std::uint32_t localIp, std::chrono::milliseconds period = cPeriod,
-                              iTransport& transport = defaultTransport());
+                              net::iTransport& transport = net::defaultTransport());
     ~tServiceRepeater();
 
     void take(std::string_view message);
@@ -53,7 +53,7 @@ private:
 
     std::mutex m_radarServicesMutex;
     tServiceMessages m_radarServicesMap;  // guarded by m_radarServicesMutex
-    const std::unique_ptr<iDatagramSink> m_sink;
+    const std::unique_ptr<net::iDatagramSink> m_sink;
     tWorker m_servicesThread;
 };
 }  // namespace Kestova

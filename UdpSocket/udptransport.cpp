@@ -1,20 +1,20 @@
-#include "KestovaStorage/internal/radar/transport.h"
+#include "UdpSocket/transport.h"
 
-namespace Kestova
+namespace net
 {
 namespace
 {
 class tUdpSource final : public iDatagramSource
 {
 public:
-    tUdpSource(net::iDatagramListener* listener, const NetAddress& group, std::uint32_t localIp, int recBuffSize)
+    tUdpSource(iDatagramListener* listener, const NetAddress& group, std::uint32_t localIp, int recBuffSize)
         : m_receiver(listener, localIp, group, recBuffSize)
     {}
     bool joined() const override { return m_receiver.valid(); }
-    net::tUdpReceiverCounters counters() const override { return m_receiver.counters(); }
+    tUdpReceiverCounters counters() const override { return m_receiver.counters(); }
 
 private:
-    net::tDatagramReceiver m_receiver;
+    tDatagramReceiver m_receiver;
 };
 
 class tUdpSink final : public iDatagramSink
@@ -27,13 +27,15 @@ public:
     bool send(const char* data, int len) override { return m_sender.sendData(data, len); }
 
 private:
-    net::UdpSender m_sender;
+    UdpSender m_sender;
 };
 
 class tUdpTransport final : public iTransport
 {
 public:
-    std::unique_ptr<iDatagramSource> openSource(net::iDatagramListener* listener, const NetAddress& group,
+    // While the interface has no address, the kernel would join groups on another one.
+    bool needsLocalAddress() const override { return true; }
+    std::unique_ptr<iDatagramSource> openSource(iDatagramListener* listener, const NetAddress& group,
                                                 std::uint32_t localIp, int recBuffSize) override
     {
         return std::make_unique<tUdpSource>(listener, group, localIp, recBuffSize);
@@ -45,9 +47,9 @@ public:
 };
 }  // namespace
 
-iTransport& defaultTransport()
+iTransport& udpTransport()  // transports.cpp lists it
 {
     static iTransport& s_transport = *new tUdpTransport;  // never destroyed: threads may outlive statics
     return s_transport;
 }
-}  // namespace Kestova
+}  // namespace net

@@ -1,0 +1,64 @@
+// countRecordings: counts what is in the data files below a path.
+#ifndef KESTOVA_RECORDINGS_RECORDINGCOUNTS_H
+#define KESTOVA_RECORDINGS_RECORDINGCOUNTS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "KestovaRecordings/streamhistory.h"
+#include "KestovaStorage/filehead.h"
+#include "UdpSocket/kestovaapi.h"
+
+namespace recordings
+{
+struct tFileCounts
+{
+    std::string path;
+    std::string error;  // why it is no data file; empty for a data file
+    storage::tFileHeadSymbol kind = storage::cDataFileHead;
+    bool readable = true;  // its segments can be read
+    bool finished = false;
+    std::uint64_t size = 0, records = 0, bytes = 0, damaged = 0;
+    std::uint64_t firstMs = 0, lastMs = 0;
+    tStreamHistories streams;
+};
+
+struct tTotalCounts
+{
+    std::uint64_t size = 0, records = 0, bytes = 0, damaged = 0;
+    std::uint64_t skipped = 0;  // files that are no data files
+    std::uint64_t firstMs = 0, lastMs = 0;
+    tStreamHistories streams;
+};
+
+struct tRecordingCounts
+{
+    std::vector<tFileCounts> files;
+    tTotalCounts total;
+    bool complete = false;  // false: cancelled before the last record
+};
+
+struct tCountOptions
+{
+    std::string suffix = ".data";
+    std::uint64_t gapMs = 2000;  // silences of this length or more are gaps
+    bool withDigest = false;
+};
+
+// The present record, counted from 0, of the present file, counted from 1.
+struct tCountProgress
+{
+    std::size_t file, files;
+    std::size_t record, records;
+};
+
+// Counts a file, or the files of a folder one after the other. Calls `goOn` every 1,024 records; false cancels. Throws
+// tFailure if there is no file, or a single one that is no data file. Any thread.
+KESTOVA_API tRecordingCounts countRecordings(const std::string& path, const tCountOptions& options,
+                                             const std::function<bool(const tCountProgress&)>& goOn);
+}  // namespace recordings
+
+#endif
