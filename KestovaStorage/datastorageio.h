@@ -59,8 +59,9 @@ public:
     // labels of folder and file (0: now), `extFileName` is appended to the name where it is not empty. With `compress`
     // the file, and each that follows it in a roll-over, is Huffman-compressed once it is finished, on a thread of its
     // own: NAME.tar.data takes the place of NAME.data and replays the same. A file that would not come back byte for
-    // byte (of a single byte value, say) stays as it is. False, with a line on standard error, if the file exists
-    // already or cannot be created; then no file is open.
+    // byte (of a single byte value, say) stays as it is, and so does one whose NAME.tar.data.part another process has
+    // locked, or that cannot be locked; where it cannot even be opened the file is removed. False, with a line on
+    // standard error, if the file exists already or cannot be created; then no file is open.
     bool CreateNewWritingFile(unsigned long timestamp, const std::string& extFileName, bool compress);
     // The same with the current time, in `customFolderPath` (ends with "/") when the object has no root.
     bool CreateNewWritingFile(const std::string& customFolderPath, const std::string& extFileName, bool compress);

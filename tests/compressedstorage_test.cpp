@@ -1,17 +1,20 @@
 // Recordings that are compressed when they are finished, and files converted later.
 #include <algorithm>
 #include <chrono>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/file.h>
 #include <thread>
 #include <vector>
 
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datafileconverter.h"
 #include "KestovaStorage/datastorageio.h"
+#include "common/descriptor.h"
 #include "support/doomedprocess.h"
 #include "support/filebytes.h"
 #include "support/huffmaninputs.h"
@@ -192,6 +195,20 @@ TEST_F(tCompressedStorageTest, removesThePlainFileWhereNoOutputCanBeMade)
     io.FinishWrite();
     ASSERT_TRUE(waitUntil([&] { return io.GetCompressingCnt() == 0; }));
     EXPECT_FALSE(fs::exists(path));
+}
+
+TEST_F(tCompressedStorageTest, keepsThePlainFileWhereTheOutputIsAnothers)
+{
+    const tSegments segments = {{1000, "abc"}};
+    tDataStorageIO io("", ".data");
+    const std::string path = record(io, segments, folder), output = encoded(path) + ".part";
+    const tDescriptor others(::open(output.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    ASSERT_EQ(::flock(others.get(), LOCK_EX), 0);
+    io.FinishWrite();
+    ASSERT_TRUE(waitUntil([&] { return io.GetCompressingCnt() == 0; }));  // while the lock is held
+    EXPECT_EQ(segmentsOf(path), segments);
+    EXPECT_TRUE(fs::exists(output));
+    EXPECT_FALSE(fs::exists(encoded(path)));
 }
 
 TEST_F(tCompressedStorageTest, leavesOneWholeFileWhereverItIsKilled)

@@ -55,7 +55,7 @@ tFileInfo tScan::look(const std::string& path)
     info.records = file.recordCount();
     info.bytes = file.payloadBytes();
     info.damaged = file.damagedCount();
-    info.readable = info.records == 0 || isReadable(file) || info.kind == storage::cDataFileHead;
+    info.readable = info.records == 0 || isReadable(file) || !file.isCompressed();
     for (std::size_t i = 0; i < file.recordCount() && !m_stop.requested(); ++i)
         lookAt(file, i, info);
     return info;

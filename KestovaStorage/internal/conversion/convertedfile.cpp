@@ -25,8 +25,8 @@ bool tConvertedFile::tStream::flush()
     return true;
 }
 
-tConvertedFile::tConvertedFile(tOutputFile& out, tFileHeadSymbol kind, const tStored& stored)
-    : m_kind(kind), m_stored(stored), m_payload(out, cPayloadPos),
+tConvertedFile::tConvertedFile(tOutputFile& out, const tFileForm& form, const tStored& stored)
+    : m_form(form), m_stored(stored), m_payload(out, cPayloadPos),
       m_index([&out](const void* data, std::size_t len, std::uint64_t pos) { return out.writeAt(data, len, pos); })
 {}
 
@@ -40,7 +40,7 @@ char* tConvertedFile::room(std::size_t size)
 void tConvertedFile::add(const tSegmentRecord& record, std::size_t size)
 {
     m_payload.used(size);
-    m_slots.push_back(slotOf(m_kind, record));
+    m_slots.push_back(m_form.slot(record));
 }
 
 bool tConvertedFile::finish(std::string_view rest)

@@ -1,8 +1,8 @@
-// tConvertedFile: the data file that a conversion writes, of either kind, from front to back: payload and index
+// tConvertedFile: the data file that a conversion writes, of any form, from front to back: payload and index
 // together, in large writes.
 //
 // Shapes   for each segment: room(), the bytes into it, add(). finish() writes what is left and the index head. What
-//          stands at the file's start, magic or coder's head, is the caller's.
+//          stands at the file's start, magic or compressor's head, is the caller's.
 // Owner    the output file outlives it; memory is two buffers of a MiB, or what one segment takes.
 // Threads  starts none and locks nothing.
 // Errors   a write that fails ends the work; the output file has the reason.
@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "KestovaStorage/internal/datafile/fileforms.h"
 #include "KestovaStorage/internal/datafile/indexoutput.h"
 #include "KestovaStorage/internal/datafile/segmentrecord.h"
 #include "KestovaStorage/internal/disk/outputfile.h"
@@ -27,7 +28,7 @@ using tStored = std::function<void(std::size_t records)>;
 class tConvertedFile
 {
 public:
-    tConvertedFile(tOutputFile& out, tFileHeadSymbol kind, const tStored& stored);
+    tConvertedFile(tOutputFile& out, const tFileForm& form, const tStored& stored);
 
     // Returns room for `size` bytes behind the payload; null where what filled the buffer could not be written.
     char* room(std::size_t size);
@@ -62,7 +63,7 @@ private:
     bool flushIndex();
     void report(std::uint32_t records) const;
 
-    const tFileHeadSymbol m_kind;
+    const tFileForm& m_form;
     const tStored& m_stored;
     tStream m_payload;
     std::vector<tIndexSlot> m_slots;  // records since the last flush

@@ -1,4 +1,4 @@
-// tSegmentReader: the bytes of recorded segments, from plain and from Huffman files.
+// tSegmentReader: the bytes of recorded segments, from files of every form.
 //
 // Shapes   reads `window` bytes at once where segments follow each other: for whoever reads a file from front to back.
 //          Buffers grow to the longest segment met.

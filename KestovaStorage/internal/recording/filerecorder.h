@@ -69,7 +69,7 @@ private:
         std::string path;
         tDiskReclaimer::tWritingMark mark;
         std::unique_ptr<tDataFileWriter> writer;
-        std::unique_ptr<huffman::tSegmentEncoder> encoder;  // counts what is recorded; null without compression
+        std::unique_ptr<iSegmentEncoder> encoder;  // counts what is recorded; null without compression
     };
     using tWritingFilePtr = std::shared_ptr<tWritingFile>;
 
