@@ -41,17 +41,18 @@ class KESTOVA_API iPcapDataReadObserver
 {
 public:
     virtual ~iPcapDataReadObserver() = default;
-    // A datagram of a selected stream: its capture time, its place in the file (0.0 to 1.0), where it went, its payload
-    // and the payload's length; a zero byte that `len` does not count follows. Sentences to the addresses of sensors
-    // carry their time: in place of a final "\r\n" they end in "$PCKTIM$2024-05-17 08:30:00.250$\r\n" (local time).
-    // At the end of the file, where anything was selected, one call with time 0, progress -1.0, nulls and zeros.
+    // A datagram of a selected stream: its capture time, its place in the file (0.0 to 1.0), its destination, its
+    // payload and the payload's length; a zero byte that `len` does not count follows. Sentences to the addresses of
+    // sensors carry their time: in place of a final "\r\n" they end in "$PCKTIM$2024-05-17 08:30:00.250$\r\n" (local
+    // time).
+    // At the end of the file, if anything was selected, one call with time 0, progress -1.0, nulls and zeros.
     virtual void UpdatePcapReadData(tTimes_ms time, double progress, const char* address, int port, const char* data,
                                     int len) = 0;
-    // Percent of the file that is read, in steps of 0.1, and the time of the record in hand; 0.0 where the file's first
+    // Percent of the file that is read, in steps of 0.1, and the time of the current record; 0.0 if the file's first
     // record is a datagram. Ends with 100.0 and time 0.
     virtual void UpdatePcapReadProgress(double percent, tTimes_ms time) = 0;
-    // Where nothing is selected: a row a stream, the most frequent first, before every progress step and at the end.
-    // Among equally frequent streams the one that got there last stands first.
+    // If nothing is selected: a row a stream, the most frequent first, before every progress step and at the end. Among
+    // equally frequent streams the one that reached its count last stands first.
     virtual void UpdatePcapUdpMulticast(const std::vector<tUdpMulticast>& streams) = 0;
 };
 
@@ -80,7 +81,7 @@ public:
 // How the last Read went.
 struct tPcapReadResult
 {
-    bool opened;               // there was a file
+    bool opened;               // the file could be opened
     bool finished;             // it was read to its end
     bool stopped;              // StopRead ended it
     bool cut;                  // its last record, or a head, is incomplete
@@ -93,7 +94,7 @@ struct tPcapReadResult
     uint64_t padded;           // datagrams and fragments that the capture holds only in part: the rest reads as zeros
     uint64_t emptyBeginnings;  // datagrams whose first fragment had no byte
     uint64_t pending;          // datagrams that never became whole
-    uint64_t firstTime_us, lastTime_us;  // of the first and the last record of UDP; 0 where there was none
+    uint64_t firstTime_us, lastTime_us;  // of the first and the last record of UDP; 0 if there was none
 };
 }  // namespace pcap
 

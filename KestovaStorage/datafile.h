@@ -34,8 +34,8 @@ public:
     tDataFile(const tDataFile&) = delete;
     tDataFile& operator=(const tDataFile&) = delete;
 
-    // Reads the file's heads and index. Fails if it cannot be read or is no data file, and sets `error`, unless null,
-    // to the file's name and the reason.
+    // Reads the file's heads and index. Returns false if it cannot be read or is no data file, and sets `error`, unless
+    // null, to the file's name and the reason.
     bool open(const std::string& path, std::string* error = nullptr);
 
     const std::string& path() const;
@@ -49,8 +49,8 @@ public:
     size_t damagedCount() const;  // index records left out: they point outside the file or carry no possible time
     tDataFileRecord record(size_t i) const;  // i below recordCount()
 
-    // Replaces `bytes` by the segment's bytes. Fails if the file does not hold them all (it was cut since it was
-    // opened), the disk fails, or the codes of a compressed file cannot be used.
+    // Replaces `bytes` by the segment's bytes. Returns false if the file does not hold them all (it was cut since it
+    // was opened), a read fails, or the codes of a compressed file cannot be used.
     bool read(size_t i, std::string& bytes);
 
 private:

@@ -17,14 +17,14 @@ class KESTOVA_API tDataFileConverter
 {
 public:
     // Compresses a finished plain file; NAME.tar.data takes the place of NAME.data (".data" being `specifySuffix`).
-    // Fails, sets `error` to file and reason, and leaves the file untouched if it is compressed already, unfinished or
-    // damaged, holds bytes that belong to no segment, could not be restored byte for byte (one of a single byte value,
-    // for example), if the result's name is taken, a read or write fails, or the observer ends it. `result` is set to
-    // the new path. `observer`, `result` and `error` may be null.
+    // Returns false, sets `error` to file and reason, and leaves the file untouched if it is compressed already,
+    // unfinished or damaged, holds bytes that belong to no segment, could not be restored byte for byte (one of a
+    // single byte value, for example), if the result's name is taken, a read or write fails, or the observer ends it.
+    // `result` is set to the new path. `observer`, `result` and `error` may be null.
     static bool Compress(const std::string& path, const std::string& specifySuffix, iConversionObserver* observer,
                          std::string* result, std::string* error);
-    // Expands a compressed file; NAME.data takes the place of NAME.tar.data. As Compress otherwise; refuses a file that
-    // does not give back as many bytes as its head has counted.
+    // Expands a compressed file; NAME.data takes the place of NAME.tar.data. As Compress otherwise; fails for a file
+    // that does not decode to as many bytes as its head has counted.
     static bool Expand(const std::string& path, const std::string& specifySuffix, iConversionObserver* observer,
                        std::string* result, std::string* error);
     // The name that the compressed form of the plain file `path` has: NAME.tar.data of NAME.data.

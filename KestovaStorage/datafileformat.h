@@ -1,4 +1,4 @@
-// What lies in a data file, and where. No other file writes one of these offsets down.
+// The layout of a data file. No other source holds one of these offsets.
 //
 //            0     4  magic: cDataFileHead or cHuffmanFileHead
 //            0  1303  in a Huffman file: the coder's head, which begins with the magic

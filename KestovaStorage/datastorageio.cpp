@@ -128,11 +128,11 @@ tPathProperty tDataStorageIO::IsFileOrFolder(const std::string& path)
 {
     switch (paths::kindOf(path))
     {
-    case paths::eKind::eFile:
+    case paths::ePathKind::eFile:
         return eFile;
-    case paths::eKind::eFolder:
+    case paths::ePathKind::eFolder:
         return eFolder;
-    case paths::eKind::eNone:
+    case paths::ePathKind::eNone:
         break;
     }
     return eNoExist;

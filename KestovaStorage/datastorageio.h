@@ -39,10 +39,10 @@ public:
     // reclaiming sets it again. Read atomically; may be set at any time.
     static bool DiskCheckThreadEnable;
 
-    // `storageBasePath` is the storage root: its folders are created where missing; "./RadarDataStorage" takes its
-    // place where that fails. Recordings go into folders Data_NNNNNN_YYYY.MM.DD/ below it, and from then on the oldest
-    // ".data" files below it, of any recording, are deleted whenever less than 1 GiB of its disk is free (never a file
-    // being written). An empty root means no automatic folders and no reclaiming: each recording names its folder.
+    // `storageBasePath` is the storage root: its folders are created if missing; "./RadarDataStorage" takes its place
+    // if that fails. Recordings go into folders Data_NNNNNN_YYYY.MM.DD/ below it, and from then on the oldest ".data"
+    // files below it, of any recording, are deleted whenever less than 1 GiB of its disk is free (never a file being
+    // written). An empty root means no automatic folders and no reclaiming: each recording names its folder.
     // `specifySuffix` ends the names of data files (".data"); must not be null.
     // File numbers have four digits and folder numbers six: above 9,999 files in a folder or 999,999 folders names no
     // longer sort by age.
@@ -56,12 +56,12 @@ public:
     // ---- Recording. Any thread. ----
 
     // Starts a file in the recording folder below the root, finishing the file before it. `timestamp` in ms gives the
-    // labels of folder and file (0: now), `extFileName` is appended to the name where it is not empty. With `compress`
-    // the file, and each that follows it in a roll-over, is Huffman-compressed once it is finished, on a thread of its
-    // own: NAME.tar.data takes the place of NAME.data and replays the same. A file that would not come back byte for
-    // byte (of a single byte value, say) stays as it is, and so does one whose NAME.tar.data.part another process has
-    // locked, or that cannot be locked; where it cannot even be opened the file is removed. False, with a line on
-    // standard error, if the file exists already or cannot be created; then no file is open.
+    // labels of folder and file (0: now), `extFileName` is appended to the name unless it is empty. With `compress` the
+    // file, and each that follows it in a roll-over, is Huffman-compressed once it is finished, on a thread of its own:
+    // NAME.tar.data takes the place of NAME.data and replays the same. A file that could not be restored byte for byte
+    // (one of a single byte value, for example) stays as it is, and so does one whose NAME.tar.data.part opens but
+    // cannot be locked; if that cannot even be opened, the file is removed. Returns false, with a line on standard
+    // error, if the file exists already or cannot be created; then no file is open.
     bool CreateNewWritingFile(unsigned long timestamp, const std::string& extFileName, bool compress);
     // The same with the current time, in `customFolderPath` (ends with "/") when the object has no root.
     bool CreateNewWritingFile(const std::string& customFolderPath, const std::string& extFileName, bool compress);
@@ -72,24 +72,25 @@ public:
     // 4 GiB or more, and later time stamps, are refused with a line on standard error.
     void WriteData(const char* data, unsigned long len, unsigned long timestamp);
 
-    bool IsWriteEnable() const;  // a file is open; false for microseconds while one file follows another
+    bool IsWriteEnable() const;  // whether a file is open; false for microseconds while one file follows another
 
     // Finishes the file: writes its index head. What is still queued is discarded; call WaitWriteIdle first to keep it.
     // Harmless while no file is open.
     void FinishWrite();
 
-    // Waits until everything queued before the call has been written; false if that took longer than `timeout_ms`.
+    // Waits until everything queued before the call has been written; returns false if that took longer than
+    // `timeout_ms`.
     // What could not be written is counted by GetWriteLostCnt.
     bool WaitWriteIdle(unsigned int timeout_ms);
 
     std::string GetCurrentWriteDataFileName() const;  // full path; empty when no file is open
-    uint32_t GetWriteDataFifoSize() const;            // segments that waited when the writer last looked
+    uint32_t GetWriteDataFifoSize() const;            // segments that wait, as of the writer's last update
     uint32_t GetSaveCnt() const;                      // segments ever given to WriteData
-    // Of these, segments that are in no file and never will be: no file was open, the disk refused them, they
-    // were discarded by FinishWrite, or WriteData refused them. (Segments of no bytes are not counted.)
+    // Of these, segments that are in no file and never will be: no file was open, writing failed, they were discarded
+    // by FinishWrite, or WriteData refused them. (Segments of no bytes are not counted.)
     uint64_t GetWriteLostCnt() const;
     uint32_t GetCompressingCnt() const;  // finished files that are being compressed, or wait for it
-    void CancelCompressing();            // gives them up: they stay plain
+    void CancelCompressing();            // these files stay plain
 
     // ---- Replay. Any thread. Stop, Jump, CloseReadingFile and OpenReadDataFileorFolder wait for the replay thread:
     // do not call them while you hold a lock that your observer takes. Called from inside a callback of this object,
@@ -101,22 +102,22 @@ public:
     // segments in order of time, status 4. Files that cannot be read or are no data files are skipped; damaged index
     // records cost only themselves. `observer` may be null, is not owned, and must live until CloseReadingFile returns.
     bool OpenReadDataFileorFolder(const std::string& path, iDataReadReplayObserver* observer);
-    // Pauses (status 2) or goes on (status 1). False before playing has begun.
+    // Pauses (status 2) or continues (status 1). Returns false before playing has begun.
     bool Pause(bool pause);
     // Sets the speed: above 1 to 10 fast by the whole part of `rate`, below 1 slow by 1 / (the whole part of 1 / rate
-    // + 1), down to 1/11; exactly 1.0 or no number is the recorded pace. Opening sets the pace back to 1.0.
+    // + 1), down to 1/11; exactly 1.0 or NaN is the recorded pace. Opening sets the pace back to 1.0.
     void FastSlowForward(double rate);
     // Stops playing: statuses 1, 4 (if it was still playing), 3. One segment that was already due may still come.
-    // False, and nothing reported, before playing has begun or after a stop.
+    // Returns false, and reports nothing, before playing has begun or after a stop.
     bool Stop();
     // Plays from a place in the span, 0.0 to 1.0, stopping first; also from pause, end and stop. Below 0 playing waits
-    // before the first segment; above 1 everything is played from the first segment on without waiting. False while
-    // nothing is opened or opening is not finished.
+    // before the first segment; above 1 everything is played from the first segment on without waiting. Returns false
+    // while nothing is opened or opening is not finished.
     bool Jump(double fraction);
-    // Stops as Stop does, forgets the files and the observer. Nothing is reported after it returns.
+    // Stops as Stop does, releases the files and the observer. Nothing is reported after it returns.
     void CloseReadingFile();
-    // Segments that were due, since construction, and could not be read: the disk failed, the codes cannot be used, or
-    // the file is another one by now (of more than 64, those that have to be opened again).
+    // Segments that were due, since construction, and could not be read: a disk error, the codes cannot be used, or the
+    // file is another one by now (of more than 64, those that have to be opened again).
     uint64_t GetUnreadCnt() const;
 
     // ---- Paths and disks. Any thread. ----
@@ -124,27 +125,29 @@ public:
     static bool IsExistPath(const std::string& path);
     static tPathProperty IsFileOrFolder(const std::string& path);
     static void NormalizePath(std::string& path);  // "\" to "/", and a final "/" unless empty
-    // Creates every folder of the path that ends with "/"; text behind the last "/" is not created. Whether the whole
-    // path exists then.
+    // Creates every folder of the path that ends with "/"; text behind the last "/" is not created. Returns whether the
+    // whole path exists then.
     static bool MakePath(const std::string& path);
-    static int64_t GetFileSize(const char* file);  // bytes; 0 where it cannot be examined
-    // Free space for unprivileged users in MiB, -1 on failure; wraps on disks of 2 TiB and more. Prints one line.
+    static int64_t GetFileSize(const char* file);  // bytes; returns 0 if it cannot be examined
+    // Returns the free space for unprivileged users in MiB, -1 on failure; wraps on disks of 2 TiB and more. Prints one
+    // line.
     static int32_t GetDiskFreeSize_MB(const char* path);
-    // Size, in blocks of 1024 bytes, of the local file system mounted at `mountPoint` (ends with "/"); 0 if none is.
+    // Returns the size, in blocks of 1024 bytes, of the local file system mounted at `mountPoint` (ends with "/"); 0 if
+    // none is.
     static int64_t GetMountDiskSize(const std::string& mountPoint);
     static void Relative2AbsolutePath(std::string& path);  // against the working folder
-    // Collects full paths into `out`: files whose text from the last "." on equals `suffix` and, where `suffix` is
-    // empty, folders. With `recursive` the folders below too; a folder that links lead back to is entered once.
+    // Collects full paths into `out`: files whose text from the last "." on equals `suffix` and, if `suffix` is empty,
+    // folders. With `recursive` the folders below too; a folder that links lead back to is entered once.
     static void GetFileFolderInDir(const std::string& dir, std::set<std::string>& out, bool recursive,
                                    const std::string& suffix);
 
 protected:
-    // OpenReadDataFileorFolder for a derived class: keeps the observer, and lets go of it when it is called no more,
-    // because everything was closed or something else opened; on the thread that did so, with no lock held.
+    // OpenReadDataFileorFolder for a derived class: keeps the observer and releases it once everything is closed or
+    // another path is opened, on the thread that does so, with no lock held.
     bool OpenReadingFor(const std::string& path, const std::shared_ptr<iDataReadReplayObserver>& observer);
 
 private:
-    friend class Kestova::tPackageRecorderPrivate;  // writes packages where the queue has room for them
+    friend class Kestova::tPackageRecorderPrivate;  // writes packages into the queue's memory
     tDataStorageIOPrivate* d;
 };
 }  // namespace storage

@@ -1,5 +1,4 @@
-// The implementation behind storage::tDataStorageIO: a recording half and a replaying half that know nothing of each
-// other.
+// The implementation behind storage::tDataStorageIO: a recording half and a replaying half, independent of each other.
 #ifndef KESTOVA_DATASTORAGEIOPRIVATE_H
 #define KESTOVA_DATASTORAGEIOPRIVATE_H
 

@@ -19,7 +19,7 @@ class tHuffmanDecodePrivate;
 class KESTOVA_API tHuffmanDecode
 {
 public:
-    tHuffmanDecode();  // for no mode yet: everything that needs one refuses
+    tHuffmanDecode();  // without a mode: every operation that needs one fails
     explicit tHuffmanDecode(tCodeMode mode);
     virtual ~tHuffmanDecode();
     tHuffmanDecode(const tHuffmanDecode&) = delete;
@@ -29,13 +29,13 @@ public:
 
     // ---- Segments (eSegmentMode) ----
 
-    // Makes the tables for one file. Always returns false, whether it took the head or refused it; refused, for another
-    // mode or magic, it changes nothing.
+    // Makes the tables for one file. Always returns false, on success as on failure; in another mode, or with another
+    // magic, it changes nothing.
     bool SetHuffmanHead(const tFileHead& head);
-    // One record: `firstBit` (0 to 7) is the place of its first bit in the first byte, `lastBits` (1 to 8, 0 meaning 8)
-    // the number of valid bits in the last byte. Bits of an unfinished code at the end are dropped. A record of one
-    // byte is decoded from its bit 0, whatever `firstBit` says: shift such a byte. Empty where no head was taken, or
-    // one that names fewer than two byte values.
+    // Returns the bytes of one record: `firstBit` (0 to 7) is the place of its first bit in the first byte, `lastBits`
+    // (1 to 8, 0 meaning 8) the number of valid bits in the last byte. Bits of an unfinished code at the end are
+    // dropped. A record of one byte is decoded from its bit 0, whatever `firstBit` says: shift such a byte. Returns an
+    // empty text if no head was set, or one that names fewer than two byte values.
     std::string DecodeSrcFileSegment(char* data, uint32_t len, uint8_t firstBit, uint8_t lastBits) const;
 
     // ---- Byte arrays (eByteArrayMode) ----
@@ -47,9 +47,9 @@ public:
 
     // Writes the decoded `srcFile` to `dstFile`, which is created or replaced. The stored file does not hold its
     // length: the padding of its last unit is decoded like data, so that copies of the byte whose code is all zeros may
-    // follow. A file of a single byte value decodes to an empty one. Fails in another mode, if a file cannot be opened,
-    // if the source has no whole head or no byte values, and for a destination that is the source. Does not detect read
-    // and write errors.
+    // follow. A file of a single byte value decodes to an empty one. Returns false in another mode, if a file cannot be
+    // opened, if the source has no whole head or no byte values, and for a destination that is the source. Does not
+    // detect read and write errors.
     bool Decode(const char* srcFile, const char* dstFile);
 
 private:

@@ -77,7 +77,7 @@ void tHuffmanEncodePrivate::clear()
     m_outSegmentBuff.release();
 }
 
-// Counts the whole file; returns false where it is empty.
+// Counts the whole file; returns false if it is empty.
 bool tHuffmanEncodePrivate::countFile(std::istream& src)
 {
     const std::unique_ptr<char[]> block(new char[cFileBlock]);

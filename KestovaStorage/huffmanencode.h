@@ -13,7 +13,7 @@
 
 namespace huffman
 {
-// The use of an encoder or decoder; the operations of other uses refuse.
+// The use of an encoder or decoder; the operations of other uses fail.
 enum tCodeMode : uint8_t
 {
     eFileMode = 0,
@@ -34,7 +34,7 @@ class tHuffmanEncodePrivate;
 class KESTOVA_API tHuffmanEncode
 {
 public:
-    tHuffmanEncode();  // for no mode yet: everything that needs one refuses
+    tHuffmanEncode();  // without a mode: every operation that needs one fails
     explicit tHuffmanEncode(tCodeMode mode);
     virtual ~tHuffmanEncode();
     tHuffmanEncode(const tHuffmanEncode&) = delete;
@@ -45,7 +45,7 @@ public:
     // ---- Segments (eSegmentMode): PreReadClear; PreReadSrcFileSegment for every record; PreReadFinish;
     // GetHuffmanHead; EncodeSrcFileSegment for every record, in the same order; SegmentEncodeFinish. ----
 
-    // Forgets counts and codes, and what is left of a segment pass.
+    // Drops counts and codes, and the rest of a segment pass.
     void PreReadClear();
     // Counts the bytes of a record; returns false in another mode.
     bool PreReadSrcFileSegment(const std::string& segment);
@@ -67,9 +67,9 @@ public:
 
     // ---- Whole files (eFileMode) ----
 
-    // Writes the compressed `srcFile` to `dstFile`, which is created or replaced; prints one line. Fails in another
-    // mode, if a file cannot be opened, for an empty source and for a destination that is the source. Does not detect
-    // write errors.
+    // Writes the compressed `srcFile` to `dstFile`, which is created or replaced; prints one line. Returns false in
+    // another mode, if a file cannot be opened, for an empty source and for a destination that is the source. Does not
+    // detect write errors.
     bool Encode(const char* srcFile, const char* dstFile);
 
     // ---- Byte arrays (eByteArrayMode) ----

@@ -23,7 +23,7 @@ struct tFileHead
 {
     uint32_t head;               // storage::cHuffmanFileHead
     uint16_t alphaVariety;       // distinct byte values, 1 to 256
-    uint8_t lastValidBit;        // valid bits in the last unit, 1 to 64; 64 also where there are no codes
+    uint8_t lastValidBit;        // valid bits in the last unit, 1 to 64; 64 also if there are no codes
     uint8_t reserve[16];         // zero
     tAlphaFreq alphaFreqs[256];  // the first alphaVariety ones, ascending; the rest zero
 };
@@ -33,7 +33,7 @@ struct tByteArrayHead
 {
     uint32_t head;          // storage::cHuffmanFileHead
     uint16_t alphaVariety;  // distinct byte values
-    uint8_t lastValidBit;   // valid bits in the last byte, 1 to 8; 8 also where there are no codes
+    uint8_t lastValidBit;   // valid bits in the last byte, 1 to 8; 8 also if there are no codes
 };
 
 struct tByteArrayAlphaFreq

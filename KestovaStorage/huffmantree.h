@@ -34,23 +34,23 @@ class tHuffmanTreePrivate;
 class KESTOVA_API tHuffmanTree
 {
 public:
-    // Byte values with a count of 0 are leaves too. An empty table gives a tree without nodes.
+    // Byte values with a count of 0 are leaves too. An empty table makes a tree without nodes.
     tHuffmanTree(const tAlphaFreqMap& alphaFreq);
     virtual ~tHuffmanTree();
     tHuffmanTree(const tHuffmanTree&) = delete;
     tHuffmanTree& operator=(const tHuffmanTree&) = delete;
 
-    // A copy of the root; the nodes below it belong to the tree and live as long. A tree without nodes gives a leaf of
-    // value and count 0.
+    // Returns a copy of the root; the nodes below it belong to the tree and live as long. A tree without nodes returns
+    // a leaf of value and count 0.
     tNode GetHuffmanTree() const;
-    // Replaces `codes` by the code of every byte value. A tree of a single leaf gives that byte the empty code, a tree
-    // without nodes gives no codes.
+    // Replaces `codes` by the code of every byte value. A tree of a single leaf has the empty code for that byte, a
+    // tree without nodes has no codes.
     void GetHuffmanCode(tHuffmanCodeMap& codes) const;
     // Adds the codes of all leaves below `node`, each beginning with `prefix`; a byte that has one keeps it.
     static void huffmanCode(const tNode* node, const std::string& prefix, tHuffmanCodeMap& codes);
 
     // Replaces `encode` by the packed codes: the first bit of a code is bit 0 of its number. Up to 31 bits that is the
-    // code itself. Longer ones cannot be got back from the number: position 31 sets all of bits 31 to 63, and later
+    // code itself. Longer ones cannot be restored from the number: position 31 sets all of bits 31 to 63, and later
     // positions begin again at bit 0.
     static void HuffmanCodeMap2EncodeMap(const tHuffmanCodeMap& codes, tHuffmanEncodeMap& encode);
 

@@ -23,8 +23,8 @@ namespace
 {
 using tPackageObservers = tObserverList<iPackageObserver>;
 
-constexpr std::size_t cManyWaiting = 50;        // split packages; more are reported on the console
-constexpr std::size_t cLongestRun = 32 * 1024;  // bytes queued for the pop thread under one lock
+constexpr std::size_t cManyWaiting = 50;          // split packages; more are reported on the console
+constexpr std::size_t cLargestBatch = 32 * 1024;  // bytes queued for the pop thread under one lock
 
 std::size_t lengthOf(const char* data, int len)
 {
@@ -55,7 +55,7 @@ class tPackageBuilderAndSplitterPrivate final : private iSplitterSink
 {
 public:
     tPackageBuilderAndSplitterPrivate();
-    ~tPackageBuilderAndSplitterPrivate() override { m_threadRun = false; }  // all stop handing over; members join
+    ~tPackageBuilderAndSplitterPrivate() override { m_threadRun = false; }  // no further call; members join
 
     void setId(int id) { m_id = id; }
     unsigned splittedCount() const { return m_splitter.count(); }
@@ -78,10 +78,10 @@ private:
     bool GoOn() const override { return m_threadRun; }
 
     std::size_t parse(const char* bytes, std::size_t len);
-    void endPopRun();
-    void tellBuilded(const char* package, std::size_t len);
-    void tellSplitted(tPackageObservers::tCaller& caller, const char* package, std::size_t len);
-    void popped(const char* package, std::size_t len, std::size_t waiting);
+    void endPopBatch();
+    void notifyBuilt(const char* package, std::size_t len);
+    void notifySplit(tPackageObservers::tCaller& caller, const char* package, std::size_t len);
+    void onPopped(const char* package, std::size_t len, std::size_t waiting);
 
     tPackageObservers m_packageObservers;
     tPackageObservers::tCaller m_sendCaller{m_packageObservers};
@@ -93,24 +93,24 @@ private:
     tPackageBuilder m_builder{m_sendThread};
     tDeliveryWorker m_sendThread;  // with the built packages that wait
     tDeliveryWorker m_popThread;   // with the split packages of kinds eReadType and eWriteType that wait
-    std::optional<tDeliveryWorker::tRun> m_popRun;  // the parse thread's: packages going to the pop thread in a row
-    std::size_t m_popRunBytes = 0;                  // the parse thread's
-    tParseWorker m_parseThread;                     // with the bytes received and not yet parsed
+    std::optional<tDeliveryWorker::tBatch> m_popBatch;  // the parse thread's: packages for the pop thread
+    std::size_t m_popBatchBytes = 0;                    // the parse thread's
+    tParseWorker m_parseThread;                         // with the bytes received and not yet parsed
 };
 
 // If a thread cannot be started, leaving the constructor ends those before it.
 tPackageBuilderAndSplitterPrivate::tPackageBuilderAndSplitterPrivate()
 {
-    m_sendThread.start([this](const char* package, std::size_t len, std::size_t) { tellBuilded(package, len); });
+    m_sendThread.start([this](const char* package, std::size_t len, std::size_t) { notifyBuilt(package, len); });
     m_popThread.start(
-        [this](const char* package, std::size_t len, std::size_t waiting) { popped(package, len, waiting); });
+        [this](const char* package, std::size_t len, std::size_t waiting) { onPopped(package, len, waiting); });
     m_parseThread.start([this](const char* bytes, std::size_t len) { return parse(bytes, len); });
 }
 
 void tPackageBuilderAndSplitterPrivate::build(const char* package, std::size_t len)
 {
     if (len >= cPackageOverhead)
-        m_builder.queueReady(const_cast<char*>(package), len);  // stamped in place, as the header says
+        m_builder.queueReady(const_cast<char*>(package), len);  // stamped in place, as the header promises
 }
 
 void tPackageBuilderAndSplitterPrivate::clear()
@@ -124,7 +124,7 @@ void tPackageBuilderAndSplitterPrivate::clear()
 std::size_t tPackageBuilderAndSplitterPrivate::parse(const char* bytes, std::size_t len)
 {
     const std::size_t done = m_splitter.split(bytes, len);
-    endPopRun();
+    endPopBatch();
     return done;
 }
 
@@ -132,50 +132,50 @@ void tPackageBuilderAndSplitterPrivate::OnPackage(const char* package, std::size
 {
     if (!isForPopThread(*asPackage(package, len)))
     {
-        endPopRun();
-        tellSplitted(m_parseCaller, package, len);
+        endPopBatch();
+        notifySplit(m_parseCaller, package, len);
         return;
     }
-    if (!m_popRun)
-        m_popRun.emplace(m_popThread);
-    m_popRun->push(len, [&](char* place) { std::memcpy(place, package, len); });
-    m_popRunBytes += len;
-    if (m_popRunBytes >= cLongestRun)
-        endPopRun();
+    if (!m_popBatch)
+        m_popBatch.emplace(m_popThread);
+    m_popBatch->push(len, [&](char* place) { std::memcpy(place, package, len); });
+    m_popBatchBytes += len;
+    if (m_popBatchBytes >= cLargestBatch)
+        endPopBatch();
 }
 
 void tPackageBuilderAndSplitterPrivate::OnLine(const char* text)
 {
-    endPopRun();
+    endPopBatch();
     std::fputs(text, stdout);
 }
 
-// Before anything that may last, so that neither the pop thread nor Clear waits for it; from here on the run's packages
-// are handed over.
-void tPackageBuilderAndSplitterPrivate::endPopRun()
+// Called before anything that may block, so that neither the pop thread nor Clear waits for it. Releases the batch to
+// the pop thread.
+void tPackageBuilderAndSplitterPrivate::endPopBatch()
 {
-    m_popRun.reset();
-    m_popRunBytes = 0;
+    m_popBatch.reset();
+    m_popBatchBytes = 0;
 }
 
-void tPackageBuilderAndSplitterPrivate::popped(const char* package, std::size_t len, std::size_t waiting)
+void tPackageBuilderAndSplitterPrivate::onPopped(const char* package, std::size_t len, std::size_t waiting)
 {
     if (!m_threadRun)
         return;
     if (waiting > cManyWaiting)
         printWaiting(waiting);
-    tellSplitted(m_popCaller, package, len);
+    notifySplit(m_popCaller, package, len);
 }
 
-void tPackageBuilderAndSplitterPrivate::tellSplitted(tPackageObservers::tCaller& caller, const char* package,
-                                                     std::size_t len)
+void tPackageBuilderAndSplitterPrivate::notifySplit(tPackageObservers::tCaller& caller, const char* package,
+                                                    std::size_t len)
 {
     caller.each([&, id = m_id.load()](iPackageObserver* observer) {
         observer->UpdateSplittedPackage(asPackage(package, len), static_cast<unsigned>(len), id);
     });
 }
 
-void tPackageBuilderAndSplitterPrivate::tellBuilded(const char* package, std::size_t len)
+void tPackageBuilderAndSplitterPrivate::notifyBuilt(const char* package, std::size_t len)
 {
     if (!m_threadRun)
         return;

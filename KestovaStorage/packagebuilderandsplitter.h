@@ -27,7 +27,7 @@ class KESTOVA_API tPackageBuilderAndSplitter
 {
 public:
     tPackageBuilderAndSplitter();
-    // Ends the threads; an observer call under way is waited for, queued packages are discarded.
+    // Stops the threads: waits for an observer call under way and discards queued packages.
     virtual ~tPackageBuilderAndSplitter();
     tPackageBuilderAndSplitter(const tPackageBuilderAndSplitter&) = delete;
     tPackageBuilderAndSplitter& operator=(const tPackageBuilderAndSplitter&) = delete;
@@ -37,9 +37,9 @@ public:
     unsigned int GetSplittedPackageCnt() const;  // the number expected of the next split package
     unsigned int GetBuildedPackageCnt() const;   // packages built since construction or the last Clear
 
-    // Hands `len` bytes of a received stream to the splitter, in any portions; nothing for `len` of 0 or less. Damage
-    // is reported on standard output and skipped: 41 bytes at a bad end marker, everything up to the next head at a bad
-    // head, everything where there is none. A heartbeat is recognised once 41 bytes are buffered.
+    // Passes `len` bytes of a received stream to the splitter, in any portions; does nothing for `len` of 0 or less.
+    // Damage is reported on standard output and skipped: 41 bytes at a bad end marker, everything up to the next head
+    // at a bad head, everything if there is none. A heartbeat is recognised once 41 bytes are buffered.
     void LoadRecBuff(const char* buff, int len);
 
     // Queues a ready-made package of `len` bytes (at least 41, less is ignored) for the observers. The package is
@@ -53,18 +53,18 @@ public:
                       unsigned long timestamp);
 
     // Observers are called in the order of registration and are not owned. The spelling is part of the interface.
-    // An added observer is called from the next package on; a removed one not even for the package in hand any more.
-    // After RemovePackageObserer no call to that observer is under way either; only where it is called from inside an
-    // observer call of this object, it does not wait for calls on the other threads.
+    // An added observer is called from the next package on; a removed one is not called again, not even for the current
+    // package. When RemovePackageObserer returns, no call to that observer is under way; called from inside an observer
+    // call of this object, it returns without waiting for calls on the other threads.
     void AddPackageObserer(iPackageObserver* observer);
     void RemovePackageObserer(iPackageObserver* observer);
 
-    // Forgets received bytes and split packages that wait, and starts both counts at 0 again. Built packages that wait
-    // and the bytes that the parse thread already holds stay.
+    // Drops received bytes and waiting split packages, and resets both counts to 0. Waiting built packages stay, and so
+    // do bytes that the parse thread already has.
     void Clear();
 
-    // Waits until every package queued by BuildPackage before the call has been handed to the observers; false if that
-    // took longer than timeout_ms, or at once when called from inside UpdateBuildedPackage.
+    // Waits until every package queued by BuildPackage before the call has been passed to the observers; returns false
+    // if that took longer than timeout_ms, or at once when called from inside UpdateBuildedPackage.
     bool WaitBuildIdle(unsigned int timeout_ms);
 
 private:

@@ -8,7 +8,7 @@
 
 namespace Kestova
 {
-// The one place where packages meet the storage engine.
+// The only connection between packages and the storage engine.
 class tPackageRecorderPrivate final : private iPackageSink
 {
 public:

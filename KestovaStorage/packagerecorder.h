@@ -1,4 +1,4 @@
-// Records messages as radar message packages: the straight way from a datagram to a data file.
+// Records messages as radar message packages: from a datagram straight to a data file.
 #ifndef KESTOVA_PACKAGERECORDER_H
 #define KESTOVA_PACKAGERECORDER_H
 
@@ -17,9 +17,9 @@ namespace Kestova
 {
 class tPackageRecorderPrivate;
 
-// Frames each message as one tRadarMsgPackage in the queue of a storage object, which starts, finishes and counts: the
-// bytes are copied once, and what storage::tDataStorageIO promises of WriteData holds for Record. Several recorders may
-// share a storage object; each numbers its own packages.
+// Frames each message as one tRadarMsgPackage in the queue of a storage object, so that the bytes are copied once. The
+// storage object starts and finishes files and counts; Record keeps the promises of storage::tDataStorageIO::WriteData.
+// Several recorders may share a storage object; each numbers its own packages.
 //
 // Owner    the storage object is not owned and outlives the recorder.
 // Threads  Record and GetRecordedCnt may be called from any thread.
@@ -32,9 +32,9 @@ public:
     tPackageRecorder(const tPackageRecorder&) = delete;
     tPackageRecorder& operator=(const tPackageRecorder&) = delete;
 
-    // Queues a package of `len` bytes of `data`; never waits for the disk. `group` is where the message belongs, all
-    // zero for nowhere; `timestamp` in ms since the epoch, 0 for now. A `len` below 0, or null data, is taken as no
-    // bytes. msgLen keeps the low 16 bits of `len`: payloads above 65,535 bytes are stored whole but not read back.
+    // Queues a package of `len` bytes of `data`; never waits for the disk. `group` is the message's group, all zero for
+    // none; `timestamp` in ms since the epoch, 0 for now. A `len` below 0, or null data, is taken as no bytes. msgLen
+    // keeps the low 16 bits of `len`: payloads above 65,535 bytes are stored whole but not read back.
     // The package's number is its place in the order of all Record calls, from 0, those without a file included.
     void Record(const tUdpMsgInfo& info, const NetAddress& group, const char* data, int len, unsigned long timestamp);
 

@@ -1,4 +1,4 @@
-// A radar message package looked at in place: its marks, its sizes, and how to find its fields in recorded or received
+// A radar message package read in place: its marks, its sizes, and how to find its fields in recorded or received
 // bytes. radarmsgpackage.h describes the layout.
 //
 // Shapes   a package is cPackageHeadSize bytes of head, the payload and the end mark. Marks are bytes without a
@@ -6,7 +6,7 @@
 // Units    sizes in bytes.
 // Owner    a view points into the caller's bytes and is valid as long as they are. They may lie at any address.
 // Threads  pure functions.
-// Errors   null for bytes that are no package; nothing outside the given length is read.
+// Errors   returns null for bytes that are no package; nothing outside the given length is read.
 #ifndef KESTOVA_PACKAGEVIEW_H
 #define KESTOVA_PACKAGEVIEW_H
 
@@ -31,14 +31,14 @@ static_assert(sizeof(cPackageHeadMark) == cPackageMarkSize + 1, "the head mark i
 static_assert(sizeof(cPackageEndMark) == cPackageMarkSize + 1, "the end mark is eight bytes");
 static_assert(cPackageOverhead == 41, "the smallest package is 41 bytes");
 
-// The size of a package around a payload of `payloadLen` bytes.
+// Returns the size of a package around a payload of `payloadLen` bytes.
 constexpr size_t packageSize(size_t payloadLen)
 {
     return payloadLen + cPackageOverhead;
 }
 
-// The package that starts at `bytes`. Null unless head and payload lie within `len` bytes; marks are not checked.
-// Fields read as stored, little-endian. (static: C++11 has no constants that all sources share.)
+// Returns the package that starts at `bytes`, null unless head and payload lie within `len` bytes; marks are not
+// checked. Fields read as stored, little-endian. (static: C++11 has no constants that all sources share.)
 static inline const tRadarMsgPackage* asPackage(const char* bytes, size_t len)
 {
     if (bytes == nullptr || len < cPackageHeadSize)
@@ -47,7 +47,7 @@ static inline const tRadarMsgPackage* asPackage(const char* bytes, size_t len)
     return package->msgLen <= len - cPackageHeadSize ? package : nullptr;
 }
 
-// The package that `len` bytes are. Null unless they are exactly one whole package, marks included.
+// Returns `len` bytes as a package, null unless they are exactly one whole package, marks included.
 static inline const tRadarMsgPackage* asWholePackage(const char* bytes, size_t len)
 {
     const tRadarMsgPackage* const package = asPackage(bytes, len);

@@ -9,27 +9,27 @@
 
 namespace pcap
 {
-using tChosen = std::set<std::pair<std::string, int>>;
+using tSelectedStreams = std::set<std::pair<std::string, int>>;
 
 namespace
 {
 // Sets a flag for as long as it lives, if it is not set.
-class tOnlyOne
+class tReadGuard
 {
 public:
-    explicit tOnlyOne(std::atomic<bool>& flag) : m_flag(flag), m_isMe(!flag.exchange(true)) {}
-    ~tOnlyOne()
+    explicit tReadGuard(std::atomic<bool>& flag) : m_flag(flag), m_acquired(!flag.exchange(true)) {}
+    ~tReadGuard()
     {
-        if (m_isMe)
+        if (m_acquired)
             m_flag = false;
     }
-    tOnlyOne(const tOnlyOne&) = delete;
-    tOnlyOne& operator=(const tOnlyOne&) = delete;
-    bool isMe() const { return m_isMe; }
+    tReadGuard(const tReadGuard&) = delete;
+    tReadGuard& operator=(const tReadGuard&) = delete;
+    bool acquired() const { return m_acquired; }
 
 private:
     std::atomic<bool>& m_flag;
-    const bool m_isMe;
+    const bool m_acquired;
 };
 }  // namespace
 
@@ -39,7 +39,7 @@ public:
     tPcapReaderPrivate(const std::string& path, iPcapDataReadObserver* observer) : m_path(path), m_notifier(observer) {}
     virtual ~tPcapReaderPrivate() = default;
 
-    void read(const tChosen& selection);
+    void read(const tSelectedStreams& selection);
 
     const std::string m_path;
     tCaptureNotifier m_notifier;
@@ -52,10 +52,10 @@ private:
     bool readFile();
 };
 
-void tPcapReaderPrivate::read(const tChosen& selection)
+void tPcapReaderPrivate::read(const tSelectedStreams& selection)
 {
-    const tOnlyOne reading(m_reading);
-    if (!reading.isMe())
+    const tReadGuard reading(m_reading);
+    if (!reading.acquired())
         return;
     m_stop = false;
     m_request.selection.assign(selection);

@@ -1,8 +1,8 @@
-// Reads captures of radar traffic: sorts their UDP datagrams into streams, counts them, and hands the selected out.
+// Reads captures of radar traffic: sorts their UDP datagrams into streams, counts them, and delivers the selected ones.
 //
 // A capture is a pcap file with microsecond stamps, little-endian, of Ethernet frames; what tcpdump and dumpcap -P
 // write on a PC. Nothing in the file's head is tested: another kind of file is read as if it were one, which finds few
-// datagrams or none. Ask GetFileHead first where a file may be anything. Only IPv4 without options is understood.
+// datagrams or none. Call GetFileHead first if a file may be of another kind. Only IPv4 without options is understood.
 //
 // A source file cannot include this header and libpcap's: that has a global struct of this namespace's name.
 #ifndef KESTOVA_PCAPREADER_H
@@ -28,8 +28,8 @@ struct tPcapFileHead
 class tPcapReaderPrivate;
 
 // One Read at a time; it starts no thread. Memory does not depend on the file's size: a window of 1 MiB, what is
-// pending reassembly (256 MiB at most, 1 MiB a datagram: what grows beyond is forgotten), and some 110 bytes a stream,
-// 380 where statistics are asked for.
+// pending reassembly (256 MiB at most, 1 MiB a datagram: what grows beyond is dropped), and some 110 bytes a stream,
+// 380 with statistics.
 class KESTOVA_API tPcapReader
 {
 public:
@@ -40,34 +40,36 @@ public:
     tPcapReader& operator=(const tPcapReader&) = delete;
 
     // Reads the file from its beginning to its end and returns then. `selection` holds pairs of dotted address and port
-    // whose datagrams the observer gets; where it is empty, it gets statistics instead. May be called any number of
-    // times; from inside an observer call it does nothing.
+    // whose datagrams the observer gets; if it is empty, the observer gets statistics instead. May be called any number
+    // of times; from inside an observer call it does nothing.
     // A file that cannot be opened (or is no regular one) is reported on standard output, as are the file's head and,
     // at the end, counts of some kinds of message. 2078- and 2620-byte datagrams to 234.5.8.23:35095 are counted and
-    // not delivered. std::out_of_range leaves Read at a datagram of 542, 2078 or 2620 bytes that begins with a zero
+    // not delivered. Read throws std::out_of_range at a datagram of 542, 2078 or 2620 bytes that begins with a zero
     // byte or has one in second place (see KeepReading); statistics then hold what was read so far.
     void Read(const std::set<std::pair<std::string, int>>& selection);
 
-    // Ends a running Read as if the file ended behind the record in hand, the final calls included. From any thread and
-    // from inside an observer call; does nothing where no Read runs.
+    // Ends a running Read as if the file ended behind the current record, the final calls included. From any thread and
+    // from inside an observer call; does nothing if no Read runs.
     void StopRead();
 
     // The following are for the thread of Read, between two reads; GetUdpMulticast also inside observer calls.
 
-    // An observer of every datagram of the selected streams, or of all streams where none is selected; not of fragments
+    // An observer of every datagram of the selected streams, or of all streams if none is selected; not of fragments
     // without a beginning. Null, as at the start: none.
     void SetDatagramObserver(iPcapDatagramObserver* observer);
-    // On: a datagram that would raise std::out_of_range is of kind Unknow, and reading goes on. Off at the start.
+    // On: a datagram that would raise std::out_of_range is of kind Unknow, and reading continues. Off at the start.
     void KeepReading(bool on);
     // On: UpdatePcapUdpMulticast comes once, at the end of Read. Before every progress step it costs up to 20 ns a
     // stream for keeping the rows in order: nothing for dozens of streams, most of the time for tens of thousands. Off
     // at the start.
     void ReportAtEndOnly(bool on);
-    // The rows of the last or running Read, whatever was selected; valid until the next observer call or operation.
+    // Returns the rows of the last or running Read, whatever was selected; valid until the next observer call or
+    // operation.
     const std::vector<tUdpMulticast>& GetUdpMulticast();
     tPcapReadResult GetReadResult() const;
 
-    // The magic and the link type of a file; false for what cannot be read or is shorter than a capture's head.
+    // Reads the magic and the link type of a file. Returns false if it cannot be read or is shorter than a capture's
+    // head.
     static bool GetFileHead(const std::string& path, tPcapFileHead& head);
 
 private:

@@ -19,9 +19,9 @@ tReplayPipeline::tTypes setOf(const eReadWriteType* types, int count)
     return set;
 }
 
-// The storage engine's observer for one open call. It keeps the application's observer of that call: what a replay
-// reports while it is being closed goes to the observer that it was opened with, even if another is opened next. The
-// engine releases it when nothing of it is played any more; then its sockets close.
+// The storage engine's observer for one open call. It keeps the application's observer of that call: a replay that is
+// being closed notifies the observer that it was opened with, even if another is opened next. The engine releases it
+// after its last call; then its sockets close.
 class tOpening : public storage::iDataReadReplayObserver
 {
 public:

@@ -18,24 +18,24 @@ class tRadarDataReplayerPrivate;
 // Plays recordings of tRadarDataSaver at their pace: record by record to the observers and, in network replay mode, as
 // datagrams to the groups they were recorded from, so that a display takes them for the live radar's.
 //
-// Of a recording are replayed the stream kinds asked for, and always: negotiation messages, radar check records, and
-// the very last record of the span. User control messages (sender 2) are counted and neither reported nor sent.
-// Image state messages (129 bytes, beginning 03 C4) carry the replay time at offset 114. In network replay mode the
-// service messages of the recording are repeated to 236.6.7.5:6878 every 3 s until they have not been replayed anew for
-// 9 s, so that displays keep the service alive; repetitions are marked "_R" at offset 14 where they are 222
-// bytes long. A recorder on the same network records them as it does every service message.
-// Records that are no whole package are skipped and counted.
+// A replay contains the stream kinds asked for and, always, negotiation messages, radar check records, and the very
+// last record of the span. User control messages (sender 2) are counted and neither reported nor sent. Image state
+// messages (129 bytes, beginning 03 C4) carry the replay time at offset 114. In network replay mode the service
+// messages of the recording are repeated to 236.6.7.5:6878 every 3 s until they have not been replayed anew for 9 s, so
+// that displays keep the service alive; repetitions are marked "_R" at offset 14 if they are 222 bytes long. A recorder
+// on the same network records them as it does every service message. Records that are no whole package are skipped and
+// counted.
 //
 // Operations may be called from any thread; from inside a callback see storage::tDataStorageIO: Stop, Jump, Close and
 // Open are carried out right after the callback has returned. A socket that the network refuses is reported on standard
-// error once for each destination, and replay goes on. At most 256 destinations have a socket at a time.
+// error once for each destination, and replay continues. At most 256 destinations have a socket at a time.
 class KESTOVA_API tRadarDataReplayer
 {
 public:
     // Replays the `count` kinds at `types`. `netReplay` sends on the interface whose address is `localIp` (dotted; the
     // system chooses if it is none). `name` is the suffix of data files, ".data". Without `netReplay` nothing leaves
     // this machine, spoke loops included.
-    // It makes the folder ./RadarDataStorage if that is missing, and switches the reclaiming of disk space off for
+    // Creates the folder ./RadarDataStorage if that is missing, and switches the reclaiming of disk space off for
     // the whole process: a process that records beside a replayer sets storage::tDataStorageIO::DiskCheckThreadEnable
     // again.
     tRadarDataReplayer(const eReadWriteType* types, int count, bool netReplay, const char* localIp, const char* name);
@@ -51,11 +51,11 @@ public:
     void FastSlowForward(double rate);
     bool Stop();
     bool Jump(double fraction);
-    // Also closes the sockets of all destinations and forgets the service messages to repeat.
+    // Also closes the sockets of all destinations and drops the service messages to repeat.
     void CloseReadingFile();
 
-    // Null removes the observer. After the return no call to an earlier one is under way, except if this is called
-    // from inside a call. Not owned.
+    // Null removes the observer. When it returns, no call to an earlier one is under way, unless it is called from
+    // inside a call. Not owned.
     void SetReplayModifyObserver(iRadarReplayModifyObserver* observer);
 
     // Keeps the picture alive while replay does not advance. `run` true: every loop that holds spokes sends the last
@@ -65,8 +65,8 @@ public:
     void CircleLoop(bool run);
 
     // What happened since construction.
-    uint64_t GetSentCnt() const;         // replayed records that went out; repetitions and spoke loops not included
-    uint64_t GetSendRefusedCnt() const;  // replayed records that the network refused
+    uint64_t GetSentCnt() const;         // replayed records that were sent; repetitions and spoke loops not included
+    uint64_t GetSendRefusedCnt() const;  // replayed records whose sending failed
     uint64_t GetUnreadCnt() const;       // as in storage::tDataStorageIO
     uint64_t GetDamagedCnt() const;      // records that were no whole package
 

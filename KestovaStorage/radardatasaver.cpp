@@ -21,7 +21,7 @@ namespace Kestova
 {
 namespace
 {
-constexpr unsigned int cEndTimeout_ms = 5000;  // what ending a recording waits for the writer
+constexpr unsigned int cEndTimeout_ms = 5000;  // how long ending a recording waits for the writer
 
 std::vector<eReadWriteType> typesOf(const eReadWriteType* types, int count)
 {
@@ -104,7 +104,7 @@ bool tRadarDataSaverPrivate::connect(const char* serial, unsigned short id, bool
     const std::string radar = serial ? serial : "";
     if (m_registered)
         endRecording();
-    m_isConnected = true;  // Kept: it stays set where the radar is unknown.
+    m_isConnected = true;  // Kept: it stays set if the radar is unknown.
     MultiRadarClient* const client = MultiRadarClient::getInstance();
     const RadarAddress* const address = client->getAddress(radar.c_str(), id);
     if (address == nullptr)
@@ -144,7 +144,7 @@ void tRadarDataSaverPrivate::startRecording(const std::string& name, bool compre
         std::fprintf(stderr, "Radar data saver: no file for %s could be created, nothing is recorded\n", name.c_str());
 }
 
-// Ends a connection in every state, before the first report of an address too. Whether sockets were open.
+// Ends a connection in every state, before the first report of an address too. Returns whether sockets were open.
 bool tRadarDataSaverPrivate::endRecording()
 {
     m_isConnected = false;

@@ -18,8 +18,8 @@ public:
     // One datagram of a joined group: `groupAddr` dotted, `port` a plain number, `len` writable bytes at `data`, valid
     // during the call. Their number and `info` stay as they are. Called on the receive thread of the group (several
     // groups at once) or on the thread of ManualWriteRadarData. No lock is held: every operation of the saver may be
-    // called from inside, but see tRadarDataSaver for connect, disconnect and SocketClear. A call that takes long
-    // holds up the group, and the thread that ends the connection.
+    // called from inside, but see tRadarDataSaver for connect, disconnect and SocketClear. A long call delays the
+    // group, and the thread that ends the connection.
     virtual void UpdateRecDataModify(const tUdpMsgInfo& info, const char* groupAddr, int port, char* data, int len) = 0;
 };
 
@@ -39,8 +39,8 @@ class tRadarDataSaverPrivate;
 
 // Joins the groups of the wanted streams, and the three groups 236.6.7.20:6720, 236.6.7.4:6768 and 236.6.7.5:6878 of
 // radar check and multi-radar service, and records every datagram as one tRadarMsgPackage, stamped with the time of its
-// arrival. While the sockets are open and the service has been silent for 6 s, it is asked to report every 5 s: two
-// bytes, 01 B1, to 236.6.7.5:6878. What arrives there is recorded and defers the next query, the queries
+// arrival. While the sockets are open and the service has been silent for 6 s, it is sent a query every 5 s: two bytes,
+// 01 B1, to 236.6.7.5:6878. What arrives there is recorded and defers the next query, the queries
 // themselves and a replay's service messages too.
 //
 // Operations may be called from any thread; connect, disconnect and SocketClear take turns. They and destruction wait
@@ -62,22 +62,23 @@ public:
 
     // Starts recording radar `serial`, number `id` of the MultiRadarClient's directory, compressed when finished if
     // `flag`. Sockets open when the client reports the local address, and again whenever it changes; while there is
-    // none they are closed. A connection before it is ended first, as disconnect does. False, with a line on standard
-    // output, if the radar is not in the directory. True even where the file could not be created: that is
+    // none they are closed. A connection before it is ended first, as disconnect does. Returns false, with a line on
+    // standard output, if the radar is not in the directory. Returns true even if the file could not be created: that
+    // is
     // reported on standard error, and what arrives is counted by GetWriteLostCnt.
     // The recording is named after the radar: serial A1:2 with id 1 gives A1_2_B. The first ":" becomes "_" unless the
     // serial begins with it; ids 0 to 25 are the letters A to Z, higher ones stand as their number (A1_2_26). What
     // cannot be in a file name ("/", "\", control characters) is written as "%" and two hexadecimal digits ("%2F").
     bool connect(const char* serial, unsigned short id, bool flag);
     // Ends recording in every state of the connection: closes the sockets, waits (5 seconds at most) until what was
-    // received is in the file, and finishes the file. False if it was not connected or no sockets were open (the local
-    // address not yet reported, or SocketClear).
+    // received is in the file, and finishes the file. Returns false if it was not connected or no sockets were open
+    // (the local address not yet reported, or SocketClear).
     bool disconnect();
     void SocketClear();        // closes the sockets until the next change of the address; the file stays open
-    bool isConnected() const;  // connect was called, and not disconnect since; also after a connect that failed
+    bool isConnected() const;  // whether connect was called, and not disconnect since; also after a connect that failed
 
-    // Null removes the observer. After the return no call to an earlier one is under way, except where this is called
-    // from inside a call. Not owned.
+    // Null removes the observer. When it returns, no call to an earlier one is under way, unless it is called from
+    // inside a call. Not owned.
     void SetRecDataModifyObserver(iRadarRecDataModifyObserver* observer);
 
     // Handles a datagram as if it had arrived on that group: recorded if the group is one of those joined.
@@ -89,7 +90,7 @@ public:
     // As in storage::tDataStorageIO. FinishWrite here does not wait for what is queued; disconnect does.
     bool CreateNewWritingFile(std::string extFileName, bool compress, unsigned long timestamp);
     void FinishWrite();
-    // Waits until everything received before the call is in the file; false after `timeout_ms`.
+    // Waits until everything received before the call is in the file; returns false after `timeout_ms`.
     bool WaitWriteIdle(unsigned int timeout_ms);
     std::string GetCurrentWriteDataFileName() const;
     uint32_t GetWriteDataFifoSize() const;

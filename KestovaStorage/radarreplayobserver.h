@@ -44,10 +44,11 @@ public:
                                         tReadWriteType rwType, double progress, const char* groupAddr, int port,
                                         char* data, int len) = 0;
     // May send the record elsewhere: `udpAddr` as net::transAddr returns it, `udpPort` a plain number. A circle spoke
-    // loop sends the spokes that it keeps to the group they were recorded from all the same.
+    // loop sends the spokes that it keeps to the group they were recorded from nevertheless.
     virtual void UpdateReplayAddrModify(uint32_t* udpAddr, uint16_t* udpPort) = 0;
-    // Whether the record is a spoke that circle loop `loopNumber` (0 to 255, one for each radar) is to keep, and the
-    // spoke's azimuth in the radar's own units. Both come preset to -1; while either is negative nothing is kept.
+    // Returns whether the record is a spoke that circle loop `loopNumber` (0 to 255, one for each radar) is to keep,
+    // and the spoke's azimuth in the radar's own units. Both come preset to -1; while either is negative nothing is
+    // kept.
     virtual bool CheckIfNeededCircleLoop(tMsgType type, tReadWriteType rwType, const char* groupAddr, int port,
                                          char* data, int len, int& loopNumber, int& azimuth) = 0;
 };

@@ -14,7 +14,7 @@ namespace
 constexpr char cSuffix[] = ".qvdata";
 constexpr std::uint8_t cOwnRecords = 15;  // radarMultiNum of what SaveData writes: no radar has this number
 constexpr int cMaxLen = static_cast<int>(cMaxStreamPackage - cPackageOverhead);
-constexpr unsigned int cEndTimeout_ms = 5000;  // what ending a recording waits for the writer
+constexpr unsigned int cEndTimeout_ms = 5000;  // how long ending a recording waits for the writer
 
 tUdpMsgInfo infoOf(int dataType)
 {
@@ -39,7 +39,7 @@ public:
     void UpdateReplayStatus(std::uint8_t status) override
     {
         if (status == storage::eReplayOpening)
-            m_notified.wait(false);
+            m_stateNotified.wait(false);
     }
     void UpdateDataTimeSpan(std::uint64_t, std::uint64_t) override {}
     void UpdateReplayData(std::uint64_t, double progress, const char* data, unsigned int len, std::string) override;
@@ -56,15 +56,15 @@ public:
     storage::tDataStorageIO m_replayer{"", cSuffix};
 
 private:
-    void letReplay()
+    void releaseReplay()
     {
-        m_notified = true;
-        m_notified.notify_all();
+        m_stateNotified = true;
+        m_stateNotified.notify_all();
     }
 
     std::atomic<eSaveReplayState> m_state{eIdle};
-    std::atomic<bool> m_ending{false};    // no message is handed on any more
-    std::atomic<bool> m_notified{false};  // the observer has the state: a replay that was opened may go on
+    std::atomic<bool> m_ending{false};         // no message is delivered any more
+    std::atomic<bool> m_stateNotified{false};  // the observer knows the state: an opened replay may continue
     iSaveReplayObserver* const m_observer;
     tPackageRecorder m_packageRecorder{m_saver};
 };
@@ -106,18 +106,18 @@ void tRadarSaverAndReplayerPrivate::finishFile()
 
 bool tRadarSaverAndReplayerPrivate::startReplaying(const std::string& path)
 {
-    m_notified = m_ending = false;
+    m_stateNotified = m_ending = false;
     if (!m_replayer.OpenReadDataFileorFolder(path, this))
         return false;
     enter(eReplaying);
-    letReplay();
+    releaseReplay();
     return true;
 }
 
 void tRadarSaverAndReplayerPrivate::endReplay()
 {
     m_ending = true;
-    letReplay();  // where the observer ends it from inside UpdateState
+    releaseReplay();  // if the observer ends it from inside UpdateState
     m_replayer.CloseReadingFile();
     enter(eIdle);
 }

@@ -31,8 +31,9 @@ public:
 
 class tRadarSaverAndReplayerPrivate;
 
-// Saves or replays, one at a time: what its state does not allow does nothing and returns false. Recordings are files
-// ending in ".qvdata". A radar's traffic in a recording is not replayed here, only what SaveData wrote.
+// Saves or replays, one at a time: an operation that the state does not allow does nothing and returns false.
+// Recordings are files ending in ".qvdata". A radar's traffic in a recording is not replayed here, only what SaveData
+// wrote.
 // Call its operations from one thread; SaveData may be called from any, and what it is given while EndSave runs may be
 // dropped.
 class KESTOVA_API tRadarSaverAndReplayer
@@ -40,7 +41,7 @@ class KESTOVA_API tRadarSaverAndReplayer
 public:
     // `observer` may be null, is not owned, and must outlive this object.
     explicit tRadarSaverAndReplayer(iSaveReplayObserver* observer);
-    // Ends what is under way without a call to the observer; what was saved is in the file (5 seconds are waited at
+    // Ends what is under way without a call to the observer; what was saved is in the file (it waits 5 seconds at
     // most). Never from inside a callback.
     virtual ~tRadarSaverAndReplayer();
     tRadarSaverAndReplayer(const tRadarSaverAndReplayer&) = delete;
@@ -48,26 +49,25 @@ public:
 
     eSaveReplayState State() const;  // notifies the observer, too
 
-    // Idle: starts a recording in `folder` (ends with "/", or the file comes beside it). False where no file could be
-    // created.
+    // Idle: starts a recording in `folder` (ends with "/", or the file is created beside it). Returns false if no file
+    // could be created.
     bool StartSaving(const std::string& folder);
-    // Saving: records `len` bytes, 0 to 65,494, with the current time. Of `dataType` the low 16 bits are kept. Refuses
-    // other lengths with a line on standard error. Bytes are copied; never waits for the disk.
+    // Saving: records `len` bytes, 0 to 65,494, with the current time. Of `dataType` the low 16 bits are kept. Reports
+    // other lengths on standard error and drops them. Bytes are copied; never waits for the disk.
     void SaveData(int dataType, const char* data, int len);
-    // Saving: ends the recording when everything saved is in the file (5 seconds are waited at most).
+    // Saving: ends the recording when everything saved is in the file (it waits 5 seconds at most).
     void EndSave();
 
     // Idle: opens a file, or every file below a folder, and plays it at the recorded pace on a thread of its own. The
-    // state stays until EndReplay, at the end of the recording too; only a progress of 1.0 marks that end. True
-    // also where there is nothing to play. No message comes before the observer's UpdateState has returned.
+    // state stays until EndReplay, at the end of the recording too; only a progress of 1.0 marks that end. Returns true
+    // also if there is nothing to play. No message comes before the observer's UpdateState has returned.
     bool StartReplaying(const std::string& path);
-    // Replaying: as in storage::tDataStorageIO. Pause and Resume are false until playing has begun.
+    // Replaying: as in storage::tDataStorageIO. Pause and Resume return false until playing has begun.
     bool Pause();
     bool Resume();
     bool Jump(double position);
     void SetSpeed(double speed);
-    // Replaying: no message is reported after it returns, except where it is called from inside a callback: then that
-    // call is the last.
+    // Replaying: no message is reported after it returns; called from inside a callback, that call is the last.
     void EndReplay();
 
 private:

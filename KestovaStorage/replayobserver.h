@@ -18,8 +18,8 @@ enum eReplayStatus : uint8_t
     eReplayPlaying = 1,
     eReplayPaused = 2,
     eReplayStopped = 3,
-    eReplayEnded = 4,  // ran out of segments, or saw the stop
-    eReplayClosed = 5  // kept inside, never reported
+    eReplayEnded = 4,  // at the last segment, or stopped
+    eReplayClosed = 5  // internal, never reported
 };
 
 // Receives a replay. Calls come from the replay thread and, for statuses, from the thread that called Pause, Stop, Jump

@@ -13,7 +13,7 @@ enum eServiceGroup : uint8_t
 {
     eRadarCheckGroup = 0,         // radar check
     eRadarNegotiationGroup = 1,   // multi-radar negotiation
-    eMultiRadarServiceGroup = 2,  // multi-radar service: what is heard there is its sign of life, queries go there
+    eMultiRadarServiceGroup = 2,  // multi-radar service: its datagrams show that it is alive, queries are sent there
     eTotalServiceGroups = 3       // count of the groups above, not a group
 };
 
@@ -31,7 +31,7 @@ constexpr tServiceGroup cServiceGroups[eTotalServiceGroups] = {
     {"236.6.7.5", 6878, {0, 0, eMultiRadarService, eOtherType, 0}},
 };
 
-// The address of a service group. Any thread.
+// Returns the address of a service group. Any thread.
 static inline NetAddress serviceAddress(eServiceGroup group)
 {
     const NetAddress address = {net::transAddr(cServiceGroups[group].group), net::HtoNs(cServiceGroups[group].port)};

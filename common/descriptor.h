@@ -42,7 +42,8 @@ public:
             ::close(std::exchange(m_fd, -1));
     }
 
-    // Reads up to `len` bytes at `pos`. Returns how many came before the file's end or an error; errno is 0 at the end.
+    // Reads up to `len` bytes at `pos`. Returns the number of bytes read before the end of the file or an error; errno
+    // is 0 at the end.
     std::size_t readAt(void* to, std::size_t len, std::uint64_t pos) const
     {
         return transfer(len, [&](std::size_t done) {
@@ -52,7 +53,7 @@ public:
     }
     bool readAllAt(void* to, std::size_t len, std::uint64_t pos) const { return readAt(to, len, pos) == len; }
 
-    // Writes `len` bytes at `pos`. Returns how many were written before an error, which errno has.
+    // Writes `len` bytes at `pos`. Returns the number of bytes written before an error, and sets errno.
     std::size_t writeAt(const void* data, std::size_t len, std::uint64_t pos) const
     {
         return transfer(len, [&](std::size_t done) {

@@ -1,8 +1,8 @@
 // Calls to observers that may be removed while they are being called.
 //
-//   tObserverGate   the way to one observer, which may be replaced
-//   tObserverList   the way to many, called one after another
-//   tObserverCalls  beneath both: the calls that are under way
+//   tObserverGate   calls one observer, which may be replaced
+//   tObserverList   calls many observers, one after another
+//   tObserverCalls  used by both: the calls that are under way
 //
 // Promise  when a removal has returned, no call to that observer is under way and none follows. Called from inside a
 //          call of the same gate or list it returns at once: two observers that remove each other would wait forever.
@@ -26,11 +26,11 @@ class tObserverCalls
 public:
     using tLock = std::unique_lock<std::mutex>;
 
-    // A place that calls come from: the observer that it is calling, or null, and its thread.
+    // A caller: the observer that it calls at the moment, or null, and its thread.
     struct tFrame
     {
         std::atomic<const void*> observer{nullptr};
-        std::uint64_t version = 0;  // of the observers that the place knows; changed by its thread, under m_mutex
+        std::uint64_t version = 0;  // of the observers that the caller has seen; changed by its thread, under m_mutex
         std::thread::id thread;     // guarded by m_mutex, as are the links
         tFrame* previous = nullptr;
         tFrame* next = nullptr;
@@ -72,7 +72,7 @@ public:
     tLock lock() const { return tLock(m_mutex); }
     std::uint64_t version() const { return m_version; }
 
-    // Whether the calling thread is inside a call.
+    // Returns whether the calling thread is inside a call.
     bool inside() const
     {
         const tLock held = lock();
@@ -88,9 +88,9 @@ public:
 
     // ---- for owners that hold the lock ----
 
-    // Every change of the observers. Calls that begin later know it.
+    // Marks a change of the observers: calls that begin later see it.
     void change() { ++m_version; }
-    // Waits for the calls that began before the last change, to `observer` or, if it is null, to anyone.
+    // Waits for the calls that began before the last change, to `observer` or, if it is null, to any.
     void waitFor(tLock& held, const void* observer)
     {
         if (isInside())
@@ -126,7 +126,7 @@ public:
         frame.observer = nullptr;
         if (m_waiting == 0)
             return;
-        const tLock held = lock();  // a waiter that looked before the call ended is asleep by now
+        const tLock held = lock();  // a waiter that tested before the call ended waits by now
         m_ended.notify_all();
     }
 
@@ -196,16 +196,15 @@ private:
     tObserverCalls m_calls;
 };
 
-// The list is copied when it changes. A thread that calls keeps the copy it knows, and before every call it checks
-// whether that is still the newest: a removed observer is not called again, not even for the present event.
+// The list is copied when it changes. A calling thread keeps its copy, and before every call it checks whether that is
+// still the newest: a removed observer is not called again, not even for the present event.
 template <typename tObserver>
 class tObserverList
 {
     using tObservers = std::vector<tObserver*>;
 
 public:
-    // One thread that calls, for its whole life. Each begins no second round from inside a call. Calling takes no lock
-    // while nothing changes.
+    // One calling thread, for its whole life. each() is not reentrant, and takes no lock while nothing changes.
     class tCaller
     {
     public:
@@ -230,7 +229,7 @@ public:
                 refresh();
             for (tObserver* const observer : *m_observers)
             {
-                // Published first, checked second; a removal changes the list first and looks at the frames second:
+                // Published first, checked second; a removal changes the list first and reads the frames second:
                 // one of the two sees the other.
                 m_list.m_calls.begin(m_frame, observer);
                 if (isNewest() || m_list.contains(observer))

@@ -1,5 +1,5 @@
-// tStatus: whether an operation succeeded and, where it failed, why: the kind of failure, the system's error number
-// where it gave one, and a sentence for people.
+// tStatus: the result of an operation. A failure has a code, the errno of a failed system call, and a sentence for
+// people.
 #ifndef KESTOVA_COMMON_STATUS_H
 #define KESTOVA_COMMON_STATUS_H
 
@@ -15,15 +15,15 @@ public:
     {
         eOk,
         eSystem,     // a system call failed: error() is its errno
-        eDamaged,    // bytes are not what they have to be
-        eRefused,    // what was asked for is not possible
-        eCancelled,  // somebody ended the work
+        eDamaged,    // the data is invalid
+        eRefused,    // the request cannot be carried out
+        eCancelled,  // the caller cancelled the work
         eNoMemory
     };
 
     tStatus() = default;  // success
     tStatus(eCode code, std::string text) : m_code(code), m_text(std::move(text)) {}
-    // A failed system call; `what`, where not empty, stands before the system's own words.
+    // A failed system call; `what`, unless empty, precedes the system's error message.
     static tStatus system(int error, const std::string& what = {})
     {
         tStatus status(eCode::eSystem, (what.empty() ? "" : what + ": ") + std::strerror(error));
@@ -37,7 +37,7 @@ public:
     int error() const { return m_error; }
     const std::string& text() const { return m_text; }  // empty on success
 
-    // The same failure with a file's or another name before its sentence; success stays success.
+    // Returns the same failure with a name, of a file for example, before its sentence; success stays success.
     tStatus of(const std::string& name) &&
     {
         if (!ok())

@@ -4,7 +4,7 @@
 //          only clears the run flag; the owner's stop() joins.
 // Locks    one mutex guards the run flag and whatever the owner's body waits for. The flag changes under it, so one
 //          notification is enough and none is lost.
-// Place    worker members come last in their class: they end before what they use goes.
+// Place    worker members come last in their class: they stop before the members that they use are destroyed.
 #ifndef KESTOVA_COMMON_WORKER_H
 #define KESTOVA_COMMON_WORKER_H
 
@@ -27,8 +27,8 @@ public:
     tWorker(const tWorker&) = delete;
     tWorker& operator=(const tWorker&) = delete;
 
-    // Runs `body` on a new thread and returns once it runs. False while a former run is not yet joined;
-    // std::system_error if the system refuses a thread.
+    // Runs `body` on a new thread and returns once it runs. Returns false while a former run is not yet joined; throws
+    // std::system_error if no thread can be started.
     bool start(std::function<void()> body)
     {
         if (m_thread.joinable())
@@ -70,7 +70,7 @@ public:
     }
     void notify() { m_cond.notify_all(); }
 
-    // Body: sleeps until `ready` or the stop. True while running, that is, when `ready` ended the wait.
+    // Body: waits for `ready` or the stop. Returns false once stopped.
     template <typename tReady>
     bool wait(tLock& held, tReady ready)
     {
@@ -78,7 +78,7 @@ public:
         return m_run;
     }
 
-    // Anyone: sleeps until `ready`, `deadline` or the stop; the value of `ready`.
+    // Any thread: waits for `ready`, `deadline` or the stop. Returns the value of `ready`.
     template <typename tReady>
     bool waitUntil(tLock& held, tClock::time_point deadline, tReady ready)
     {
@@ -86,7 +86,7 @@ public:
         return ready();
     }
 
-    // Body: sleeps for `period`; false once stopped.
+    // Body: sleeps for `period`. Returns false once stopped.
     bool sleepFor(tClock::duration period)
     {
         tLock held = lock();

@@ -64,7 +64,7 @@ TEST(tHuffmanRoomsTest, agreeOnEveryProcessorAndForEveryAmount)
         const std::string bytes = i == 200 ? longest : "ab" + inputs.next(i % 20 == 0 ? 200'000 : 4000);
         const std::string stored = plain::pack(plain::encode(bytes, plain::codesOf(plain::freqsOf(bytes))));
         const std::uint64_t amount = i % 3 == 0 ? UINT64_MAX : inputs.below(100'000);  // decides the table's width
-        for (const eInstructions instructions : {eInstructions::portable, eInstructions::best})
+        for (const eInstructions instructions : {eInstructions::ePortable, eInstructions::eBest})
         {
             std::uint64_t bits = 0;
             for (const std::uint64_t worth : {1U, 1'000'000U})  // single bytes or vectors; pairs
@@ -85,7 +85,7 @@ TEST(tHuffmanRoomsTest, agreeOnEveryProcessorAndForEveryAmount)
 
 TEST(tHuffmanRoomsTest, countEveryByteOnceOnEveryProcessor)
 {
-    tByteCounter portable(eInstructions::portable), best;
+    tByteCounter portable(eInstructions::ePortable), best;
     tByteCounts expected{};
     tHuffmanInputs inputs(12);
     for (int i = 0; i < 2000; ++i)
@@ -112,12 +112,12 @@ TEST(tHuffmanRoomsTest, throwAwayLanesThatAreNeverInStep)
     for (std::size_t i = 0; i < bytes.size(); ++i)
         bytes[i] = static_cast<char>(i % 16);  // codes of 4 bits, which never fall into step
     std::uint64_t bits = 0;
-    const tBytes stored = emitted(bytes, eInstructions::best, 1, bits);
+    const tBytes stored = emitted(bytes, eInstructions::eBest, 1, bits);
     ASSERT_EQ(bits, 4 * bytes.size());
     tSymbolTable table;
     table.build(freqsOf(bytes), bits);
     tLaneDecoder lanes(table);
     EXPECT_EQ(decoded(lanes, stored, 10'000, bytes.size()), bytes.substr(0, 2500));  // a short range does not bind it
     EXPECT_EQ(decoded(lanes, stored, bits, bytes.size() + lanes.roomFor(bits)), bytes);
-    EXPECT_GT(lanes.thrownAway(), 0U);
+    EXPECT_GT(lanes.discardedLanes(), 0U);
 }

@@ -119,7 +119,7 @@ protected:
         const char* bytes = nullptr;
         std::size_t len = 0;
         while (!m_chain.next(bytes, len))
-            if (!m_chain.step())
+            if (!m_chain.nextBlock())
                 return "none";
         return {bytes, len};
     }
@@ -158,8 +158,8 @@ TEST_F(tReceiveBufferTest, givesTheMemoryOfALargeBacklogBack)
     receive(chunk);
     m_buffer.done(2 * chunk.size() - 5);
     m_buffer.clear();
-    m_buffer.cutBackParsed();
-    m_buffer.cutBackReceived();
+    m_buffer.shrinkParsed();
+    m_buffer.shrinkReceived();
     EXPECT_LT(m_buffer.memory(), chunk.size());
     receive("yz");
     EXPECT_EQ(taken(), "xxxxxyz");
@@ -183,7 +183,7 @@ TEST_F(tWalkQueueTest, needsNoMoreMemoryForASteadyStreamAndGivesThatOfALargeBack
     for (int i = 0; i < 50'000; ++i)
         ASSERT_EQ(next(), segment);
     EXPECT_EQ(next(), "none");
-    m_chain.takeUnneeded();
+    m_chain.takeSurplus();
     EXPECT_LT(m_chain.memory(), backlog / 2);
 }
 

@@ -120,7 +120,7 @@ TEST(tTransportTest, carriesReceptionQueriesAndReplayOverAnyTransport)
     EXPECT_EQ(listener.calls, 1);
     tServiceQuery query;
     query.setSink(wire.openSink(serviceGroup(), 0));
-    EXPECT_FALSE(query.ask(std::chrono::steady_clock::now())) << "no source is open there";
+    EXPECT_FALSE(query.queryIfSilent(std::chrono::steady_clock::now())) << "no source is open there";
     tServiceRepeater repeater(0, std::chrono::milliseconds(1), wire);
     EXPECT_EQ(wire.sent, (std::vector<std::string>{"spoke", "lost", "\x01\xB1"}));
 }

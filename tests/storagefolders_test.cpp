@@ -93,9 +93,9 @@ TEST_F(tPathUtilsTest, writesPathsInOneWayAndTellsFilesFromFolders)
         EXPECT_EQ(absolute, wanted);
     }
     const std::string file = touch("f", "12345"), none = dir.file("none");
-    EXPECT_EQ(paths::kindOf(file), paths::eKind::eFile);
-    EXPECT_EQ(paths::kindOf(dir.string()), paths::eKind::eFolder);
-    EXPECT_EQ(paths::kindOf(none), paths::eKind::eNone);
+    EXPECT_EQ(paths::kindOf(file), paths::ePathKind::eFile);
+    EXPECT_EQ(paths::kindOf(dir.string()), paths::ePathKind::eFolder);
+    EXPECT_EQ(paths::kindOf(none), paths::ePathKind::eNone);
     EXPECT_EQ(paths::fileSize(file.c_str()), 5);
     EXPECT_EQ(paths::fileSize(none.c_str()), 0);
 }

@@ -2,8 +2,8 @@
 //
 // Shapes   a block holds the bytes of its segments back to back from its start and, growing down from its end, one
 //          entry (length, tag) each: segments of a block are contiguous and can be written with one call.
-// Owner    owns its blocks. take() hands all queued blocks to the consumer, which gives them back with recycle();
-//          a few blocks are kept warm, so that a steady stream allocates nothing.
+// Owner    owns its blocks. take() passes all queued blocks to the consumer, which returns them with recycle(); a few
+//          blocks are kept warm, so that a steady stream allocates nothing.
 // Threads  none of its own and no lock: the owner's lock guards it. take() and recycle() move pointers only.
 // Errors   push() throws std::bad_alloc and leaves the queue unchanged.
 #ifndef KESTOVA_STORAGE_BUFFERS_BATCHQUEUE_H
@@ -33,7 +33,7 @@ public:
     {}
 
     bool fits(std::size_t len) const { return len <= room() && room() - len >= sizeof(tSegmentEntry); }
-    // Room for `len` bytes, to be filled by the caller; fits(len) holds.
+    // Returns room for `len` bytes, which the caller fills; requires fits(len).
     char* push(std::size_t len, std::uint64_t tag)
     {
         char* const place = m_bytes.get() + m_used;
@@ -78,7 +78,7 @@ public:
     std::size_t count() const { return m_count; }  // segments queued
     std::size_t bytes() const { return m_bytes; }
 
-    // Queues a segment of `len` bytes and returns where they go; the caller fills them before it releases its lock.
+    // Queues a segment of `len` bytes and returns the place for them; the caller fills it before it releases its lock.
     char* push(std::size_t len, std::uint64_t tag)
     {
         if (m_queued.empty() || !m_queued.back()->fits(len))

@@ -18,8 +18,8 @@ public:
 
     char* bytes() const { return m_bytes; }
     std::size_t size() const { return m_size; }
-    // Resizes to at least `size` bytes and keeps what fits of the contents. Growing throws std::bad_alloc where the
-    // kernel refuses, and leaves the region unchanged; shrinking never fails.
+    // Resizes to at least `size` bytes and keeps what fits of the contents. Growing throws std::bad_alloc if the kernel
+    // refuses, and leaves the region unchanged; shrinking never fails.
     void resize(std::size_t size);
     void swap(tByteRegion& other) noexcept
     {

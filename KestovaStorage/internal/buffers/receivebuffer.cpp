@@ -4,7 +4,7 @@
 #include <cassert>
 #include <cstring>
 
-// There is room for `count` bytes.
+// Requires room for `count` bytes.
 void tReceiveBuffer::tHalf::append(const char* bytes, std::size_t count)
 {
     std::memcpy(region.bytes() + end, bytes, count);
@@ -42,7 +42,7 @@ void tReceiveBuffer::take()
     m_received.begin = m_received.end = cHeadroom;
 }
 
-void tReceiveBuffer::cutBackParsed()
+void tReceiveBuffer::shrinkParsed()
 {
     if (m_parsed.region.size() <= cKeptSize)
         return;
@@ -52,7 +52,7 @@ void tReceiveBuffer::cutBackParsed()
     m_parsed.region.resize(cKeptSize);
 }
 
-tByteRegion tReceiveBuffer::cutBackReceived()
+tByteRegion tReceiveBuffer::shrinkReceived()
 {
     tByteRegion large;
     if (empty() && m_received.region.size() > cKeptSize)

@@ -2,10 +2,10 @@
 //
 // Shapes   two regions: bytes are received into one while the other is parsed; take() swaps them. In front of a
 //          region's bytes there is room for the unfinished rest of the one before, so every byte is copied once, and
-//          only a rest a second time. Few bytes behind a long rest are put behind it instead.
+//          only a rest a second time. A few bytes are appended to a long rest instead.
 // Owner    owns the regions, which grow with a backlog until they are cut back.
-// Threads  none of its own and no lock. append(), empty(), clear() and cutBackReceived() belong to the receiving side;
-//          bytes(), len(), done() and cutBackParsed() to the parsing side; take() and takeBack() need both sides.
+// Threads  none of its own and no lock. append(), empty(), clear() and shrinkReceived() belong to the receiving side;
+//          bytes(), len(), done() and shrinkParsed() to the parsing side; take() and takeBack() need both sides.
 // Errors   append() throws std::bad_alloc and leaves the buffer unchanged.
 #ifndef KESTOVA_STORAGE_BUFFERS_RECEIVEBUFFER_H
 #define KESTOVA_STORAGE_BUFFERS_RECEIVEBUFFER_H
@@ -27,7 +27,7 @@ public:
     void clear();
     // Passes all received bytes to the parsing side, behind its unfinished rest.
     void take();
-    // Drops what the last take() passed; none of it was parsed since.
+    // Drops what the last take() passed; requires that none of it was parsed since.
     void takeBack() { m_parsed.end -= std::exchange(m_taken, 0); }
 
     const char* bytes() const { return m_parsed.region.bytes() + m_parsed.begin; }
@@ -36,8 +36,8 @@ public:
     void done(std::size_t count) { m_parsed.begin += count; }
     // Return memory that a large backlog needed: the parsing side's at once; the receiving side, which is empty,
     // returns its region to the caller, who frees it without a lock.
-    void cutBackParsed();
-    tByteRegion cutBackReceived();
+    void shrinkParsed();
+    tByteRegion shrinkReceived();
     std::size_t memory() const { return m_received.region.size() + m_parsed.region.size(); }
 
 private:

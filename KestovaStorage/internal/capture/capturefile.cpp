@@ -67,7 +67,7 @@ bool tCaptureFile::next(tCaptureRecord& record)
     return true;
 }
 
-// Returns the bytes from `pos` on. In `len`: how many are wanted, and then how many are there.
+// Returns the bytes from `pos` on. `len` holds the number wanted and receives the number available.
 char* tCaptureFile::view(std::uint64_t pos, std::size_t& len)
 {
     const std::uint64_t wanted = std::min<std::uint64_t>(len, m_size - std::min(pos, m_size));

@@ -1,12 +1,13 @@
 // tCaptureFile: a capture, record by record, through one window that moves over the file.
 //
-// Shapes   next() returns every record in file order; a last one that the file does not hold whole comes once, with
-//          what is there. A head or record head that is cut reads as if zeros followed.
+// Shapes   next() returns every record in file order; a last one that the file does not hold whole is returned once,
+//          with the bytes that are there. A head or record head that is cut reads as if zeros followed.
 // Memory   the window, whatever the file claims: a record is seen up to cRecordReach, what lies behind is skipped.
 // Owner    owns the descriptor; the bytes of a record are valid until the next call and may be written to, one byte
 //          behind them too (it belongs to the next record: restore it).
 // Threads  starts none, locks nothing.
-// Errors   a file that is read with an error, or is cut meanwhile, ends there. What is appended meanwhile is not read.
+// Errors   after a read error, or if the file is cut meanwhile, next() returns false. What is appended meanwhile is not
+//          read.
 #ifndef KESTOVA_STORAGE_CAPTURE_CAPTUREFILE_H
 #define KESTOVA_STORAGE_CAPTURE_CAPTUREFILE_H
 
@@ -30,14 +31,14 @@ struct tCaptureRecord
 class tCaptureFile
 {
 public:
-    // Null for what cannot be opened or is no regular file: reading a folder or a pipe would fail or wait.
+    // Returns null for what cannot be opened or is no regular file: reading a folder or a pipe would fail or wait.
     static std::unique_ptr<tCaptureFile> open(const std::string& path);
 
     std::uint64_t size() const { return m_size; }
     std::uint32_t magic() const { return m_magic; }
     std::uint32_t linkType() const { return m_linkType; }
     bool next(tCaptureRecord& record);
-    bool atEnd() const { return m_pos == m_size; }  // false after the last record: the rest could not be read
+    bool atEnd() const { return m_pos == m_size; }  // false after the last record: reading the rest failed
 
 private:
     tCaptureFile(tDescriptor descriptor, std::uint64_t size);

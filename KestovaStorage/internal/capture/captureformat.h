@@ -1,4 +1,4 @@
-// What lies in a capture, and where: the file's head, then records of a head and the bytes of one Ethernet frame.
+// The layout of a capture: the file's head, then records of a head and the bytes of one Ethernet frame.
 //
 //    0  24  tPcapFileHeader
 //   24  16  tPcapPckHeader, followed by its cap_len bytes; and so on to the end of the file
@@ -73,7 +73,7 @@ static_assert(sizeof(tFrameIPHeader) == 34 && offsetof(tPcapUDPPackage, udp_head
 static_assert(sizeof(tPcapUDPPackage) == 42);
 
 constexpr std::size_t cIpPos = sizeof(tFrameHeader);           // in a record
-constexpr std::size_t cIpPayloadPos = sizeof(tFrameIPHeader);  // of fragments, and where the UDP header stands
+constexpr std::size_t cIpPayloadPos = sizeof(tFrameIPHeader);  // of fragments, and of the UDP header
 constexpr std::size_t cUdpPayloadPos = sizeof(tPcapUDPPackage);
 
 constexpr std::uint16_t cIpv4FrameType = 0x0800;

@@ -1,4 +1,4 @@
-// tCaptureNotifier: calls the observers of a read with what was found, in the form that they are promised.
+// tCaptureNotifier: notifies the observers of a read, in the form that their interfaces promise.
 //
 // Owner    not of the observers, which may be null.
 // Threads  starts none, locks nothing.
@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "KestovaStorage/capturestatistics.h"
-#include "KestovaStorage/internal/capture/datagramassembly.h"
+#include "KestovaStorage/internal/capture/datagramextractor.h"
 #include "KestovaStorage/internal/capture/datagramkind.h"
 #include "KestovaStorage/internal/capture/sensorsentence.h"
 
@@ -31,7 +31,7 @@ public:
             m_observer->UpdatePcapReadProgress(percent, time);
     }
     void rows(const std::vector<tUdpMulticast>& streams) { m_observer->UpdatePcapUdpMulticast(streams); }
-    void datagram(const tDatagram& datagram, eKind kind, std::uint64_t record, std::uint64_t time_us)
+    void datagram(const tDatagram& datagram, eMessageKind kind, std::uint64_t record, std::uint64_t time_us)
     {
         const tZeroBehind zero(datagram);
         tPcapDatagram found{};
@@ -68,7 +68,7 @@ public:
     }
 
 private:
-    // The zero byte behind a payload during a call. The next record may begin there: its byte comes back.
+    // The zero byte behind a payload during a call. The next record may begin there: the destructor restores its byte.
     class tZeroBehind
     {
     public:

@@ -32,7 +32,7 @@ void tCapturePass::read(const std::atomic<bool>& stop)
         while (!stop.load(std::memory_order_relaxed) && m_file.next(m_record))
         {
             ++m_result.records;
-            if (tDatagramAssembly::concerns(m_record))
+            if (tDatagramExtractor::concerns(m_record))
                 takeRecord();
             else
                 ++m_result.skippedRecords;
@@ -40,15 +40,15 @@ void tCapturePass::read(const std::atomic<bool>& stop)
     }
     catch (...)
     {
-        noteResult();
+        storeResult();
         throw;
     }
     m_result.finished = m_file.atEnd();
     m_result.stopped = stop && !m_result.finished;
-    noteResult();
+    storeResult();
     if (!m_request.selection.empty())
         m_notifier.endOfData();
-    m_counts.print(m_assembly.counts().subErr);
+    m_totals.print(m_extractor.counts().subErr);
 }
 
 void tCapturePass::takeRecord()
@@ -59,7 +59,7 @@ void tCapturePass::takeRecord()
         m_result.firstTime_us = m_result.lastTime_us;
     notifyProgress();
     tDatagram datagram;
-    if (m_assembly.take(m_record, datagram))
+    if (m_extractor.take(m_record, datagram))
         takeDatagram(datagram);
 }
 
@@ -87,21 +87,21 @@ void tCapturePass::takeDatagram(const tDatagram& datagram)
     if (datagram.length == 0)
     {
         if (watched)
-            m_notifier.datagram(datagram, eKind::eUnknow, m_result.records, microseconds(m_record));
+            m_notifier.datagram(datagram, eMessageKind::eUnknow, m_result.records, microseconds(m_record));
         return;
     }
-    const eKind kind = kindOf(datagram);
+    const eMessageKind kind = kindOf(datagram);
     const auto length = static_cast<std::uint32_t>(datagram.length);
     const eTraffic traffic = m_statistics.count(datagram.stream, length, kind).traffic;
     ++m_result.datagrams;
-    const bool withheld = !m_counts.add(traffic, payloadOf(datagram));
+    const bool withheld = !m_totals.add(traffic, payloadOf(datagram));
     if (watched)
         m_notifier.datagram(datagram, kind, m_result.records, microseconds(m_record));
     if (selected && !withheld && m_notifier.wantsData())
         m_notifier.data(datagram, traffic, m_permille / 1000.0, m_time);
 }
 
-eKind tCapturePass::kindOf(const tDatagram& datagram) const
+eMessageKind tCapturePass::kindOf(const tDatagram& datagram) const
 try
 {
     return udpType(datagram.stream, payloadOf(datagram));
@@ -110,17 +110,17 @@ catch (const std::out_of_range&)
 {
     if (!m_request.keepReading)
         throw;
-    return eKind::eUnknow;
+    return eMessageKind::eUnknow;
 }
 
-void tCapturePass::noteResult()
+void tCapturePass::storeResult()
 {
-    const tAssemblyCounts& counts = m_assembly.counts();
+    const tExtractionCounts& counts = m_extractor.counts();
     m_result.cut = m_record.cut || m_file.size() < sizeof(tPcapFileHeader);
     m_result.droppedRecords = counts.dropped;
     m_result.orphans = counts.orphans;
     m_result.padded = counts.padded;
     m_result.emptyBeginnings = static_cast<std::uint64_t>(counts.subErr);
-    m_result.pending = m_assembly.pending();
+    m_result.pending = m_extractor.pending();
 }
 }  // namespace pcap

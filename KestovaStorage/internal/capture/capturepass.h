@@ -1,8 +1,8 @@
 // tCapturePass: one pass over a capture, from its first record to its last or to a stop.
 //
-// Threads  starts none, locks nothing; the stop may come from any thread.
-// Errors   what observers throw, and std::out_of_range of a datagram whose kind cannot be determined (see
-//          tPcapReader), leave read(); the result has what was read until then.
+// Threads  starts none, locks nothing; `stop` may be set by any thread.
+// Errors   read() throws what observers throw, and std::out_of_range for a datagram whose kind cannot be determined
+//          (see tPcapReader); the result then holds what was read until the error.
 #ifndef KESTOVA_STORAGE_CAPTURE_CAPTUREPASS_H
 #define KESTOVA_STORAGE_CAPTURE_CAPTUREPASS_H
 
@@ -10,14 +10,14 @@
 
 #include "KestovaStorage/internal/capture/capturefile.h"
 #include "KestovaStorage/internal/capture/capturenotifier.h"
-#include "KestovaStorage/internal/capture/datagramassembly.h"
-#include "KestovaStorage/internal/capture/messagecounts.h"
+#include "KestovaStorage/internal/capture/datagramextractor.h"
 #include "KestovaStorage/internal/capture/selection.h"
 #include "KestovaStorage/internal/capture/streamstatistics.h"
+#include "KestovaStorage/internal/capture/traffictotals.h"
 
 namespace pcap
 {
-// What an application asked of a reader.
+// The settings of a read.
 struct tReadRequest
 {
     tSelection selection;
@@ -39,9 +39,9 @@ public:
 private:
     void takeRecord();
     void takeDatagram(const tDatagram& datagram);
-    eKind kindOf(const tDatagram& datagram) const;
+    eMessageKind kindOf(const tDatagram& datagram) const;
     void notifyProgress();
-    void noteResult();
+    void storeResult();
 
     tCaptureFile& m_file;
     const tReadRequest& m_request;
@@ -49,9 +49,9 @@ private:
     tCaptureNotifier& m_notifier;
     tPcapReadResult& m_result;
 
-    tDatagramAssembly m_assembly;
-    tMessageCounts m_counts;
-    tCaptureRecord m_record{};  // the one in hand, and its time
+    tDatagramExtractor m_extractor;
+    tTrafficTotals m_totals;
+    tCaptureRecord m_record{};  // the current one, and its time
     tTimes_ms m_time = 0;
     int m_permille = 0;  // of the file
 };

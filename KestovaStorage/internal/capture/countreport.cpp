@@ -44,7 +44,7 @@ void addKinds(std::set<std::string>& types, unsigned kinds)
         return;
     for (unsigned kind = 0; kind < cKindCount; ++kind)
         if ((kinds >> kind & 1) != 0)
-            types.insert(kindText(static_cast<eKind>(kind)));
+            types.insert(kindText(static_cast<eMessageKind>(kind)));
 }
 
 // The lengths that have changed, in the order in which they last occurred: among equals the latest stands last.
@@ -74,12 +74,12 @@ const std::vector<tUdpMulticast>& tCountReport::update(tDatagramCounts& table)
     updateLengths(table);
     for (const std::uint32_t place : table.changedStreams())
     {
-        const tStream& stream = table.streams()[place];
+        const tCountedStream& stream = table.streams()[place];
         tUdpMulticast& row = m_udpsInfoOut[m_positionOf[place]];
         row.count = stream.count;
         addKinds(row.types, stream.kinds);
     }
-    table.forgetChanges();
+    table.clearChanges();
     return m_udpsInfoOut;
 }
 
@@ -144,7 +144,7 @@ void tCountReport::updateLengths(const tDatagramCounts& table)
     m_lengthEntries.resize(table.lengths().size());
     for (const std::uint32_t place : lengthsInOrder(table))
     {
-        const tLengthCount& length = table.lengths()[place];
+        const tCountedLength& length = table.lengths()[place];
         auto& entries = m_udpsInfoOut[m_positionOf[length.stream]].lengths;
         const int occurrences = static_cast<int>(length.occurrences);
         if (place >= known)

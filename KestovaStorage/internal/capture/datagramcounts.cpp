@@ -22,13 +22,13 @@ void tDatagramCounts::clear()
     m_touched = 0;
 }
 
-const tStream& tDatagramCounts::count(tDestination key, std::uint32_t length, eKind kind)
+const tCountedStream& tDatagramCounts::count(tDestination key, std::uint32_t length, eMessageKind kind)
 {
     ++m_touched;
     const std::uint32_t place = m_lastStream = streamOf(key);
     const std::uint32_t lengthPlace = lengthOf(place, length);
     countLength(lengthPlace);
-    tStream& stream = m_streams[place];
+    tCountedStream& stream = m_streams[place];
     ++stream.count;
     stream.touched = m_touched;
     stream.lastLength = lengthPlace;
@@ -65,7 +65,7 @@ std::uint32_t tDatagramCounts::lengthOf(std::uint32_t stream, std::uint32_t leng
 
 void tDatagramCounts::countLength(std::uint32_t place)
 {
-    tLengthCount& length = m_lengths[place];
+    tCountedLength& length = m_lengths[place];
     ++length.occurrences;
     length.touched = m_touched;
     if (!length.changed)
@@ -73,7 +73,7 @@ void tDatagramCounts::countLength(std::uint32_t place)
     length.changed = true;
 }
 
-void tDatagramCounts::forgetChanges()
+void tDatagramCounts::clearChanges()
 {
     for (const std::uint32_t place : m_changedStreams)
         m_streams[place].changed = false;

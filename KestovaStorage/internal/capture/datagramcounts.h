@@ -12,7 +12,7 @@
 
 namespace pcap
 {
-struct tStream
+struct tCountedStream
 {
     tDestination key;
     std::uint64_t touched;     // number of the datagram that came last: equal counts show the latest first
@@ -24,7 +24,7 @@ struct tStream
 };
 
 // How often a length occurred in a stream.
-struct tLengthCount
+struct tCountedLength
 {
     std::uint64_t touched;
     std::uint32_t stream, length, occurrences;
@@ -36,22 +36,22 @@ class tDatagramCounts
 public:
     void clear();
     // Counts one datagram. The result is valid until the next call.
-    const tStream& count(tDestination key, std::uint32_t length, eKind kind);
+    const tCountedStream& count(tDestination key, std::uint32_t length, eMessageKind kind);
 
-    const std::vector<tStream>& streams() const { return m_streams; }  // in order of first appearance
-    const std::vector<tLengthCount>& lengths() const { return m_lengths; }
-    // Places of what has changed since forgetChanges().
+    const std::vector<tCountedStream>& streams() const { return m_streams; }  // in order of first appearance
+    const std::vector<tCountedLength>& lengths() const { return m_lengths; }
+    // Places of what has changed since clearChanges().
     const std::vector<std::uint32_t>& changedStreams() const { return m_changedStreams; }
     const std::vector<std::uint32_t>& changedLengths() const { return m_changedLengths; }
-    void forgetChanges();
+    void clearChanges();
 
 private:
     std::uint32_t streamOf(tDestination key);
     std::uint32_t lengthOf(std::uint32_t stream, std::uint32_t length);
     void countLength(std::uint32_t place);
 
-    std::vector<tStream> m_streams;
-    std::vector<tLengthCount> m_lengths;
+    std::vector<tCountedStream> m_streams;
+    std::vector<tCountedLength> m_lengths;
     std::vector<std::uint32_t> m_changedStreams, m_changedLengths;
     tKeyIndex m_streamIndex, m_lengthIndex;  // by key; by stream and length
     std::uint32_t m_lastStream = 0;

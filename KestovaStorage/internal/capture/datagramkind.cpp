@@ -35,40 +35,41 @@ constexpr struct
                      {destination(224, 0, 2, 10, 10101), eTraffic::eLocalSensor}};
 
 // `text` ends before the payload's first zero byte. Kept: a spoke's mark is compared as a text of one byte, so it is
-// recognised only where a zero follows it.
+// recognised only if a zero follows it.
 bool markedAs(std::string_view mark, std::string_view text)
 {
     return text.substr(2, 2) == mark;
 }
 }  // namespace
 
-const char* kindText(eKind kind)
+const char* kindText(eMessageKind kind)
 {
     static constexpr const char* cTexts[cKindCount] = {
         "Spoke", "OriSpoke", "Spoke OriSpoke", "RadarCtrl", "RadarState", "RATTM", "RHTTM", "INS", "Unknow"};
     return cTexts[static_cast<std::size_t>(kind)];
 }
 
-eKind udpType(tDestination stream, std::string_view payload)
+eMessageKind udpType(tDestination stream, std::string_view payload)
 {
-    const std::string_view start = payload.substr(0, cRattmPrefix.size());  // nothing looks further
+    const std::string_view start = payload.substr(0, cRattmPrefix.size());  // no comparison reads further
     const std::string_view text = start.substr(0, start.find('\0'));
     if (payload.size() == cSpokeLength && markedAs("\xE0", text))
-        return eKind::eSpoke;
+        return eMessageKind::eSpoke;
     if (payload.size() == cOriSpokeLength && markedAs("\xE0\x01", text))
-        return eKind::eOriSpoke;
+        return eMessageKind::eOriSpoke;
     if (payload.size() == cSpokeOriSpokeLength && markedAs("\xE0", text))
-        return eKind::eSpokeOriSpoke;
+        return eMessageKind::eSpokeOriSpoke;
     if (stream == cRadarCtrl)
-        return eKind::eRadarCtrl;
+        return eMessageKind::eRadarCtrl;
     if (stream == cRadarState)
-        return eKind::eRadarState;
+        return eMessageKind::eRadarState;
     if (text == cRattmPrefix)
-        return eKind::eRattm;
+        return eMessageKind::eRattm;
     if (text == cRhttmPrefix)
-        return eKind::eRhttm;
+        return eMessageKind::eRhttm;
     const std::string_view talker = text.substr(0, cInsPrefixes[0].size());
-    return std::ranges::find(cInsPrefixes, talker) != std::end(cInsPrefixes) ? eKind::eIns : eKind::eUnknow;
+    return std::ranges::find(cInsPrefixes, talker) != std::end(cInsPrefixes) ? eMessageKind::eIns
+                                                                             : eMessageKind::eUnknow;
 }
 
 eTraffic trafficTo(tDestination stream)

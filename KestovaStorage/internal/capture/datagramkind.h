@@ -11,7 +11,7 @@
 
 namespace pcap
 {
-enum class eKind : std::uint8_t
+enum class eMessageKind : std::uint8_t
 {
     eSpoke,
     eOriSpoke,
@@ -25,11 +25,11 @@ enum class eKind : std::uint8_t
 };
 constexpr std::size_t cKindCount = 9;
 
-const char* kindText(eKind kind);  // as statistics show it
+const char* kindText(eMessageKind kind);  // as statistics show it
 
 // Returns the kind of a payload. Throws std::out_of_range for one of a spoke's length (542, 2078, 2620) whose first or
-// second byte is zero: its text, which ends before the first zero byte, has no third place to look at.
-eKind udpType(tDestination stream, std::string_view payload);
+// second byte is zero: its text, which ends before the first zero byte, has no third byte.
+eMessageKind udpType(tDestination stream, std::string_view payload);
 
 // What the datagrams to an address are counted as at the end of a read.
 enum class eTraffic : std::uint8_t

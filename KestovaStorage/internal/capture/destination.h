@@ -1,5 +1,5 @@
-// tDestination: where a datagram went, as one number, and the texts of addresses. What belongs to no address is a
-// stream apart from 0.0.0.0.
+// tDestination: the destination of a datagram as one number, and the texts of addresses. What belongs to no address is
+// a stream apart from 0.0.0.0.
 #ifndef KESTOVA_STORAGE_CAPTURE_DESTINATION_H
 #define KESTOVA_STORAGE_CAPTURE_DESTINATION_H
 
@@ -36,7 +36,7 @@ constexpr int portOf(tDestination key)
     return static_cast<int>(key & 0xFFFF);
 }
 
-// The text that net::transAddr returns, without its trip to the C library: statistics have a text for every stream.
+// Returns the same text as net::transAddr without calling the C library: statistics have a text for every stream.
 inline std::string addressText(std::uint32_t address)
 {
     std::string text;
@@ -55,26 +55,26 @@ inline std::string addressTextOf(tDestination key)
     return (key & cNoAddress) != 0 ? std::string() : addressText(addressOf(key));
 }
 
-// The texts of addresses that come again and again, each composed once.
+// Caches the texts of addresses that occur often.
 class tAddressTexts
 {
 public:
     // Valid until the next call.
     const char* of(std::uint32_t address)
     {
-        tEntry& entry = m_entries[address * 0x9E3779B1U >> 24];
+        tAddressText& entry = m_entries[address * 0x9E3779B1U >> 24];
         if (entry.address != address || entry.text.empty())
             entry = {address, addressText(address)};
         return entry.text.c_str();
     }
 
 private:
-    struct tEntry
+    struct tAddressText
     {
         std::uint32_t address = 0;
         std::string text;
     };
-    std::array<tEntry, 256> m_entries;
+    std::array<tAddressText, 256> m_entries;
 };
 }  // namespace pcap
 

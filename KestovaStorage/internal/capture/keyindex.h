@@ -1,5 +1,5 @@
-// tKeyIndex: finds the place that belongs to a 64-bit key. A hash table in one piece of memory, at most half full; the
-// keys stay with their owner. The hash depends on a random number, so that no file can be crafted whose keys
+// tKeyIndex: returns the place of a 64-bit key. A hash table in one block of memory, at most half full; the keys
+// stay with their owner. The hash depends on a random number, so that no file can be crafted whose keys
 // collide.
 #ifndef KESTOVA_STORAGE_CAPTURE_KEYINDEX_H
 #define KESTOVA_STORAGE_CAPTURE_KEYINDEX_H

@@ -6,67 +6,67 @@
 
 namespace pcap
 {
-void tReassembly::begin(std::uint16_t id, const tPiece& piece)
+void tReassembly::begin(std::uint16_t id, const tFragment& fragment)
 {
-    forget(id);
-    forgetAllBeyondLimit(piece);
+    drop(id);
+    dropAllBeyondLimit(fragment);
     if (m_spare.empty())
         m_spare = m_pending.extract(m_pending.try_emplace(id).first);
     m_spare.key() = id;
     m_spare.mapped().bytes.clear();
-    m_spare.mapped().givenUp = false;
+    m_spare.mapped().abandoned = false;
     m_total += m_spare.mapped().bytes.capacity();
-    grow(m_pending.insert(std::move(m_spare)).position->second, piece);
+    grow(m_pending.insert(std::move(m_spare)).position->second, fragment);
 }
 
-void tReassembly::forget(std::uint16_t id)
+void tReassembly::drop(std::uint16_t id)
 {
     const auto place = m_pending.find(id);
     if (place != m_pending.end())
         release(place);
 }
 
-bool tReassembly::append(std::uint16_t id, const tPiece& piece)
+bool tReassembly::append(std::uint16_t id, const tFragment& fragment)
 {
     const auto place = m_pending.find(id);
     if (place == m_pending.end())
         return false;
-    if (!forgetAllBeyondLimit(piece))
-        grow(place->second, piece);
+    if (!dropAllBeyondLimit(fragment))
+        grow(place->second, fragment);
     return true;
 }
 
-bool tReassembly::forgetAllBeyondLimit(const tPiece& piece)
+bool tReassembly::dropAllBeyondLimit(const tFragment& fragment)
 {
-    if (m_total + piece.claimed <= cTotalLimit)
+    if (m_total + fragment.claimed <= cTotalLimit)
         return false;
     m_pending.clear();
     m_total = 0;
     return true;
 }
 
-tReassembly::eEnd tReassembly::finish(std::uint16_t id, const tPiece& piece, std::string*& datagram)
+tReassembly::eOutcome tReassembly::finish(std::uint16_t id, const tFragment& fragment, std::string*& datagram)
 {
     const auto place = m_pending.find(id);
     if (place == m_pending.end())
-        return eEnd::eUnknown;
+        return eOutcome::eUnknown;
     const std::size_t before = place->second.bytes.size();
     if (before >= sizeof(tUDPHeader))
-        grow(place->second, piece);
-    const bool lost = place->second.givenUp || before < sizeof(tUDPHeader);
+        grow(place->second, fragment);
+    const bool lost = place->second.abandoned || before < sizeof(tUDPHeader);
     release(place);
     datagram = &m_spare.mapped().bytes;
-    return !lost ? eEnd::eWhole : before == 0 && !m_spare.mapped().givenUp ? eEnd::eEmpty : eEnd::eLost;
+    return !lost ? eOutcome::eWhole : before == 0 && !m_spare.mapped().abandoned ? eOutcome::eEmpty : eOutcome::eLost;
 }
 
-void tReassembly::grow(tPending& pending, const tPiece& piece)
+void tReassembly::grow(tPending& pending, const tFragment& fragment)
 {
     m_total -= pending.bytes.capacity();
-    pending.givenUp = pending.givenUp || pending.bytes.size() + piece.claimed > cDatagramLimit;
-    if (pending.givenUp)
+    pending.abandoned = pending.abandoned || pending.bytes.size() + fragment.claimed > cDatagramLimit;
+    if (pending.abandoned)
         std::string().swap(pending.bytes);
     else
-        piece.appendTo(pending.bytes);
+        fragment.appendTo(pending.bytes);
     m_total += pending.bytes.capacity();
 }
 

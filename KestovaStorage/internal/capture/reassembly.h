@@ -2,8 +2,8 @@
 // in the order in which they come.
 //
 // Memory   what is pending, each datagram up to cDatagramLimit and all together up to cTotalLimit: captures cut to a
-//          snap length claim far more bytes than they hold. A datagram that grows beyond is given up with its
-//          fragments; where all together pass the limit, everything pending is dropped.
+//          snap length claim far more bytes than they hold. A datagram that grows beyond is abandoned with its
+//          fragments; if all together exceed the limit, everything pending is dropped.
 // Threads  starts none, locks nothing.
 #ifndef KESTOVA_STORAGE_CAPTURE_REASSEMBLY_H
 #define KESTOVA_STORAGE_CAPTURE_REASSEMBLY_H
@@ -16,7 +16,7 @@
 namespace pcap
 {
 // The bytes that an IP header claims. Those that the capture does not hold read as zeros.
-struct tPiece
+struct tFragment
 {
     const char* bytes;
     std::size_t held, claimed;  // held is at most claimed
@@ -35,31 +35,31 @@ public:
     static constexpr std::size_t cDatagramLimit = std::size_t{1} << 20;
     static constexpr std::size_t cTotalLimit = std::size_t{256} << 20;
 
-    enum class eEnd
+    enum class eOutcome
     {
         eUnknown,  // nothing is pending under that identification
         eEmpty,    // what was pending had no bytes
-        eLost,     // it had no whole UDP header, or was given up
+        eLost,     // it had no whole UDP header, or was abandoned
         eWhole
     };
 
-    void begin(std::uint16_t id, const tPiece& piece);  // replaces what was pending
-    void forget(std::uint16_t id);
-    bool append(std::uint16_t id, const tPiece& piece);  // false where nothing is pending
-    // Ends the datagram. Where it is whole, `datagram` points to its bytes, UDP header first, until the next call.
-    eEnd finish(std::uint16_t id, const tPiece& piece, std::string*& datagram);
+    void begin(std::uint16_t id, const tFragment& fragment);  // replaces what was pending
+    void drop(std::uint16_t id);
+    bool append(std::uint16_t id, const tFragment& fragment);  // returns false if nothing is pending
+    // Ends the datagram. If it is whole, `datagram` points to its bytes, UDP header first, until the next call.
+    eOutcome finish(std::uint16_t id, const tFragment& fragment, std::string*& datagram);
     std::size_t count() const { return m_pending.size(); }
 
 private:
     struct tPending
     {
         std::string bytes;
-        bool givenUp;
+        bool abandoned;
     };
     using tPendingMap = std::unordered_map<std::uint16_t, tPending>;
 
-    bool forgetAllBeyondLimit(const tPiece& piece);
-    void grow(tPending& pending, const tPiece& piece);
+    bool dropAllBeyondLimit(const tFragment& fragment);
+    void grow(tPending& pending, const tFragment& fragment);
     void release(tPendingMap::iterator place);
 
     tPendingMap m_pending;

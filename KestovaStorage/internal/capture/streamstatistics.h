@@ -18,11 +18,11 @@ public:
         m_counts.clear();
     }
     // Counts one datagram; the result is valid until the next call.
-    const tStream& count(tDestination key, std::uint32_t length, eKind kind)
+    const tCountedStream& count(tDestination key, std::uint32_t length, eMessageKind kind)
     {
         return m_counts.count(key, length, kind);
     }
-    // The rows as of now. An exception leaves no counts: rows that are half updated fit none.
+    // Returns the current rows. An exception clears the counts, since half-updated rows match none.
     const std::vector<tUdpMulticast>& rows()
     try
     {

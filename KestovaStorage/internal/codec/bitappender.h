@@ -43,7 +43,7 @@ struct tUnitAppender
     {
         bits |= codes << count;
         le::store(out, bits);
-        const std::uint64_t next = codes >> 1 >> (63 - count);  // what did not fit: 0 where all did
+        const std::uint64_t next = codes >> 1 >> (63 - count);  // what did not fit; 0 if all did
         count += length;
         const std::uint64_t full = count / 64;
         bits = (bits & (full - 1)) | next;  // a branch here could not be predicted

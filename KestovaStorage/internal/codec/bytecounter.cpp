@@ -7,7 +7,7 @@
 namespace huffman
 {
 tByteCounter::tByteCounter(eInstructions instructions)
-    : m_vectors(instructions == eInstructions::best && hasVectorCounter())
+    : m_vectors(instructions == eInstructions::eBest && hasVectorCounter())
 {}
 
 void tByteCounter::add(const void* bytes, std::size_t len)

@@ -1,5 +1,5 @@
-// Counts bytes in vectors and in memory at the same time, where the processor can transpose bits and count them in
-// vectors of 64 bytes (AVX-512 with GFNI and VPOPCNTDQ).
+// Counts bytes in vectors and in memory at the same time, if the processor can transpose bits and count them in vectors
+// of 64 bytes (AVX-512 with GFNI and VPOPCNTDQ).
 //
 // Counters in memory take one store per byte, and the processor commits one store per cycle. Vectors take about as long
 // per byte: the bits of 64 bytes are laid side by side, joined to one mask for each of the 16 values of either half of
@@ -14,10 +14,10 @@
 
 namespace huffman
 {
-// Whether this processor has the instructions.
+// Returns whether this processor has the instructions.
 bool hasVectorCounter();
 // Counts as many of the bytes as make whole strides, some into `counts` and the others into `lanes`, which must not
-// overflow. Returns the number of bytes counted; the rest is the caller's.
+// overflow. Returns the number of bytes counted; the caller counts the rest.
 std::size_t countVectors(const unsigned char* bytes, std::size_t len, tByteCounts& counts, tCounterLanes& lanes);
 }  // namespace huffman
 

@@ -187,7 +187,7 @@ void tCodeEmitter::set(const tCodeTable& codes, const tByteCounts& counts)
     m_fast = codes.longest <= cLongestFaithfulCode && codes.shortest != 0;
     m_longGroups = bits * 2 < bytes * 9;
     m_longVectors = bits * 2 < bytes * 11;
-    m_vectors = m_fast && bytes >= cShortLength && m_instructions == eInstructions::best && hasVectorEmitter();
+    m_vectors = m_fast && bytes >= cShortLength && m_instructions == eInstructions::eBest && hasVectorEmitter();
     m_shortLength = m_fast ? cShortLength : 0;
     m_pairs.clear();
     if (m_fast)
@@ -247,7 +247,7 @@ tCodeEmitter::tEmitted tCodeEmitter::emitLong(const unsigned char* data, std::si
     return {done, unit};
 }
 
-// Unit by unit, for codes of any length. Kept: bits of codes above 31 bits are lost as files have them lost.
+// Unit by unit, for codes of any length. Kept: codes above 31 bits lose the same bits as in existing files.
 tCodeEmitter::tEmitted tCodeEmitter::emitExact(const unsigned char* data, std::size_t len, tPartialUnit& carry,
                                                unsigned char* out) const
 {

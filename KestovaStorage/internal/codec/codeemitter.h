@@ -32,11 +32,11 @@ struct tPartialUnit
 class tCodeEmitter
 {
 public:
-    explicit tCodeEmitter(eInstructions instructions = eInstructions::best);
+    explicit tCodeEmitter(eInstructions instructions = eInstructions::eBest);
 
-    // Takes other codes; `counts`: how often each byte is expected.
+    // Replaces the codes; `counts`: how often each byte is expected.
     void set(const tCodeTable& codes, const tByteCounts& counts);
-    // Bytes that emit() may write for an input of this length.
+    // Returns the number of bytes that emit() may write for an input of this length.
     std::size_t room(std::size_t len) const { return ((63 + len * m_codes.longest) / 64 + 2) * 8; }
     // Returns the number of bits emitted. Writes the complete units of the carried and the new bits to `out`, and
     // overwrites up to 16 bytes behind them. Throws std::out_of_range ("map::at") for a byte without code; the codes

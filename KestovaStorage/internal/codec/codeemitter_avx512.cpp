@@ -29,19 +29,19 @@ namespace
 constexpr std::size_t cStep = 64;
 constexpr std::size_t cQuads = cStep / 4;
 
-struct tTable
+struct tByteTable
 {
     __m512i parts[4];
 };
 
-KESTOVA_VECTORS_INLINE tTable tableOf(const std::uint8_t* bytes)
+KESTOVA_VECTORS_INLINE tByteTable tableOf(const std::uint8_t* bytes)
 {
     return {{_mm512_load_si512(bytes), _mm512_load_si512(bytes + 64), _mm512_load_si512(bytes + 128),
              _mm512_load_si512(bytes + 192)}};
 }
 
 // For every byte its entry in the table.
-KESTOVA_VECTORS_INLINE __m512i look(const tTable& table, __m512i bytes)
+KESTOVA_VECTORS_INLINE __m512i look(const tByteTable& table, __m512i bytes)
 {
     const __m512i lower = _mm512_permutex2var_epi8(table.parts[0], bytes, table.parts[1]);
     const __m512i upper = _mm512_permutex2var_epi8(table.parts[2], bytes, table.parts[3]);
@@ -55,7 +55,8 @@ struct tJoined
     __m512i lengths;    // 32-bit words: of quads 0, 1, 2 ...
 };
 
-KESTOVA_VECTORS_INLINE tJoined joinQuads(const tTable& low, const tTable& high, const tTable& length, __m512i bytes)
+KESTOVA_VECTORS_INLINE tJoined joinQuads(const tByteTable& low, const tByteTable& high, const tByteTable& length,
+                                         __m512i bytes)
 {
     constexpr __mmask64 cOddBytes = 0xAAAAAAAAAAAAAAAA;
     const __m512i low16 = _mm512_set1_epi32(0xffff), low32 = _mm512_set1_epi64(0xffffffff);
@@ -144,7 +145,7 @@ bool hasVectorEmitter()
 KESTOVA_VECTORS std::size_t emitVectors(const tVectorTables& tables, bool longGroups, const std::uint64_t* singles,
                                         const unsigned char* data, std::size_t len, tByteAppender& end)
 {
-    const tTable low = tableOf(tables.low), high = tableOf(tables.high), length = tableOf(tables.length);
+    const tByteTable low = tableOf(tables.low), high = tableOf(tables.high), length = tableOf(tables.length);
     tByteAppender stream = end;  // a copy of its own stays in registers
     std::size_t i = 0;
     while (len - i >= cStep)

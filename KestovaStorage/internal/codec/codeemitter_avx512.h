@@ -24,7 +24,7 @@ struct tVectorTables
     void set(const tCodeTable& codes);
 };
 
-// Whether this processor has the instructions.
+// Returns whether this processor has the instructions.
 bool hasVectorEmitter();
 // Emits while 64 bytes are left; returns the number of bytes emitted, fewer if one has no code. `longGroups`: eight
 // codes usually fit in a word.

@@ -19,15 +19,15 @@ class tCodeTree::tHeap
 public:
     std::size_t size() const { return m_size; }
 
-    void push(const tEntry& entry) { raise(m_size++, entry); }
+    void push(const tHeapEntry& entry) { raise(m_size++, entry); }
 
     // The hole at the top moves down to the bottom along the smaller child, the right one of two equal ones; the last
     // entry is put there, and raised.
-    tEntry pop()
+    tHeapEntry pop()
     {
-        const tEntry top{m_freqs[0], m_nodes[0]};
+        const tHeapEntry top{m_freqs[0], m_nodes[0]};
         const std::size_t size = --m_size;
-        const tEntry last{m_freqs[size], m_nodes[size]};
+        const tHeapEntry last{m_freqs[size], m_nodes[size]};
         std::size_t hole = 0;
         std::size_t child = 2;
         for (; child < size; child = 2 * hole + 2)
@@ -52,7 +52,7 @@ private:
         m_nodes[to] = m_nodes[from];
     }
 
-    void raise(std::size_t place, const tEntry& entry)
+    void raise(std::size_t place, const tHeapEntry& entry)
     {
         while (place > 0 && m_freqs[(place - 1) / 2] > entry.freq)
         {
@@ -84,8 +84,8 @@ void tCodeTree::makeTree(tHeap& heap)
 {
     while (heap.size() > 1)
     {
-        const tEntry left = heap.pop();
-        const tEntry right = heap.pop();
+        const tHeapEntry left = heap.pop();
+        const tHeapEntry right = heap.pop();
         m_left[m_size - m_leaves] = left.node;
         m_right[m_size - m_leaves] = right.node;
         m_freqs[m_size] = left.freq + right.freq;

@@ -78,7 +78,7 @@ public:
     unsigned shortest() const { return m_shortest; }  // code, in bits
 
 private:
-    struct tEntry
+    struct tHeapEntry
     {
         std::uint64_t freq;
         std::uint16_t node;

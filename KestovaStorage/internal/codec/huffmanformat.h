@@ -1,4 +1,4 @@
-// Writes and reads the heads of Huffman files and byte arrays. No other file knows the offsets of their fields.
+// Writes and reads the heads of Huffman files and byte arrays. No other file holds the offsets of their fields.
 #ifndef KESTOVA_STORAGE_CODEC_HUFFMANFORMAT_H
 #define KESTOVA_STORAGE_CODEC_HUFFMANFORMAT_H
 
@@ -19,7 +19,7 @@ static_assert(sizeof(tByteArrayHead) == 7 && offsetof(tByteArrayHead, alphaVarie
 static_assert(offsetof(tByteArrayHead, lastValidBit) == 6);
 static_assert(sizeof(tByteArrayAlphaFreq) == 3 && offsetof(tByteArrayAlphaFreq, freq) == 1);
 
-// The bytes of a tFileHead. `bits`: of all codes.
+// Returns the bytes of a tFileHead. `bits`: of all codes.
 std::string fileHeadBytes(const tFreqTable& freqs, std::uint64_t bits);
 // Reads the counts from the tFileHead at `head`. Returns false, and leaves `freqs` unchanged, if its magic is not that
 // of a Huffman file. Reads at most the 256 entries that a head has, however many it claims.
@@ -42,7 +42,7 @@ struct tByteArrayContents
 // Returns false for anything but a byte array with a payload.
 bool readByteArray(const char* src, std::size_t len, tByteArrayContents& contents);
 
-// The valid bits of a last byte, of which a head or a caller claims this many.
+// Returns the valid bits of a last byte of which a head or a caller claims this many.
 constexpr unsigned bitsOfLastByte(unsigned claimed)
 {
     return claimed > 8 ? 8 : claimed;

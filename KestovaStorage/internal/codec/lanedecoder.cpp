@@ -18,13 +18,13 @@ std::uint64_t safeRounds(const tLanes& lanes)
     for (const auto& lane : lanes)
     {
         const std::uint64_t left = lane.range.left() < 64 ? 0 : lane.range.left() - 64;  // 8 bytes can be read
-        rounds = std::min(rounds, left / cBitsThere);
+        rounds = std::min(rounds, left / cBitsLoaded);
     }
     return rounds;
 }
 
 // One lane's round: up to 56 bits.
-KESTOVA_INLINE void decodeSome(const tSymbolTable& table, const tSymbolLookup& lookups, const unsigned char* data,
+KESTOVA_INLINE void decodeStep(const tSymbolTable& table, const tSymbolLookup& lookups, const unsigned char* data,
                                std::uint64_t& pos, unsigned char*& out)
 {
     std::uint64_t bits = le::load<std::uint64_t>(data + pos / 8) >> (pos % 8);
@@ -59,10 +59,10 @@ KESTOVA_INLINE void decodeRounds(const tSymbolTable& table, const tSymbolLookup 
     }
     for (; rounds != 0; --rounds)
     {
-        decodeSome(table, lookups, data, pos[0], out[0]);
-        decodeSome(table, lookups, data, pos[1], out[1]);
-        decodeSome(table, lookups, data, pos[2], out[2]);
-        decodeSome(table, lookups, data, pos[3], out[3]);
+        decodeStep(table, lookups, data, pos[0], out[0]);
+        decodeStep(table, lookups, data, pos[1], out[1]);
+        decodeStep(table, lookups, data, pos[2], out[2]);
+        decodeStep(table, lookups, data, pos[3], out[3]);
     }
     for (std::size_t i = 0; i < 4; ++i)
     {
@@ -126,20 +126,20 @@ tLaneDecoder::tLanes tLaneDecoder::makeLanes(const tBitRange& range, unsigned ch
 // Brings all lanes near their ends, or up to a code that is too long.
 void tLaneDecoder::decodeTogether(tLanes& lanes) const
 {
-    const auto where = [&] {
+    const auto positions = [&] {
         return lanes[0].range.pos + lanes[1].range.pos + lanes[2].range.pos + lanes[3].range.pos;
     };
     std::uint64_t before;
     do
     {
-        before = where();
+        before = positions();
         const std::uint64_t rounds = safeRounds(lanes);
         usesBmi2(m_instructions) ? decodeRoundsBmi2(m_table, lanes, rounds)
                                  : decodeRoundsPortable(m_table, lanes, rounds);
-    } while (where() != before);
+    } while (positions() != before);
 }
 
-// Takes what the lanes decoded, up to the first one that did not meet the next.
+// Takes what the lanes decoded, up to the first one that does not end at the start of the next.
 unsigned char* tLaneDecoder::decodeRound(tBitRange& range, unsigned char* out, unsigned char* outEnd)
 {
     tLanes lanes = makeLanes(range, out, outEnd);
@@ -155,7 +155,7 @@ unsigned char* tLaneDecoder::decodeRound(tBitRange& range, unsigned char* out, u
         range.pos = lane.range.pos;
         if (lane.range.pos == lane.range.end)
             continue;
-        m_thrownAway += cLanes - 1 - i;
+        m_discardedLanes += cLanes - 1 - i;
         break;
     }
     return out;

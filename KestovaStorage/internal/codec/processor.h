@@ -18,8 +18,8 @@ namespace huffman
 {
 enum class eInstructions : unsigned char
 {
-    portable,
-    best  // whatever this processor has
+    ePortable,
+    eBest  // all extensions of this processor
 };
 
 inline bool usesBmi2([[maybe_unused]] eInstructions wanted)
@@ -27,7 +27,7 @@ inline bool usesBmi2([[maybe_unused]] eInstructions wanted)
 #if KESTOVA_HAS_BMI2_BUILD
     static const bool s_bmi2 = __builtin_cpu_supports("bmi") != 0 && __builtin_cpu_supports("bmi2") != 0 &&
                                __builtin_cpu_supports("popcnt") != 0;
-    return s_bmi2 && wanted == eInstructions::best;
+    return s_bmi2 && wanted == eInstructions::eBest;
 #else
     return false;
 #endif

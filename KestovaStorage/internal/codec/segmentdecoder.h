@@ -1,5 +1,5 @@
 // tSegmentDecoder: the tables of one Huffman file, and the decoding of any stretch of its bits. The storage engine's
-// way into the codec; tHuffmanDecode is a handle over it.
+// interface to the codec; tHuffmanDecode is a handle over it.
 //
 // Bounds   reads no byte outside those that hold the bits and writes none outside `out`, whatever the head claims.
 // Threads  decode() may run in several threads at once; setHead() runs alone.
@@ -17,11 +17,11 @@ namespace huffman
 class tSegmentDecoder final : public storage::iSegmentDecoder
 {
 public:
-    // Takes the tFileHead at `head`; returns false, and changes nothing, if its magic is not that of a Huffman file.
+    // Reads the tFileHead at `head`; returns false, and changes nothing, if its magic is not that of a Huffman file.
     bool setHead(const void* head);
-    // Whether a head was taken whose codes have bits: it names at least two byte values.
+    // Returns whether a head was read that names at least two byte values: only then codes have bits.
     bool hasCodes() const { return m_table.hasCodes(); }
-    // Bits of the codes of everything that the head counted: no segment of the file can have more.
+    // Returns the bits of the codes of everything that the head counted: no segment of the file can have more.
     std::uint64_t countedBits() const { return m_countedBits; }
     std::uint64_t countedBytes() const override { return m_countedBytes; }
 

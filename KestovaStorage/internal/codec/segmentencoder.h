@@ -1,5 +1,5 @@
 // tSegmentEncoder: counts the bytes of segments, makes their code, and appends the codes of one segment after the other
-// to a bit stream. The storage engine's way into the codec; tHuffmanEncode is a handle over it.
+// to a bit stream. The storage engine's interface to the codec; tHuffmanEncode is a handle over it.
 //
 // Order    count() every segment; makeCodes(); head(); encode() every segment; rest(). clear() begins anew.
 // Stream   encode() writes complete units of 64 bits; the bits of an incomplete one are carried into the next call.
@@ -40,24 +40,24 @@ public:
 
     // Returns false if nothing was counted.
     bool makeCodes();
-    // Whether the stored form can be decoded: at least two byte values, no code longer than 31 bits, no count above 32
-    // bits. False before makeCodes().
+    // Returns whether the stored form can be decoded: at least two byte values, no code longer than 31 bits, no count
+    // above 32 bits. Returns false before makeCodes().
     bool isRestorable() const { return m_restorable; }
 
     // ---- Encoding ----
 
     // Returns the bytes of a tFileHead and gets ready to encode; prints one line. Empty if nothing was counted.
     std::string head();
-    // makeCodes() and head(), where the stored form can be decoded.
+    // Calls makeCodes() and head(). Returns nothing if the stored form cannot be decoded.
     std::string begin() override;
-    bool isReady() const { return m_ready; }  // head() was made
-    // Bytes that encode() may write for a segment of this length.
+    bool isReady() const { return m_ready; }  // head() was called
+    // Returns the number of bytes that encode() may write for a segment of this length.
     std::size_t room(std::size_t len) const override { return m_emitter.room(len); }
-    // Appends the codes of a segment; `out` has room(len) bytes. Where a byte has no code, those before it are in the
+    // Appends the codes of a segment; `out` has room(len) bytes. If a byte has no code, the codes before it are in the
     // stream.
     tEncodedBits encode(const void* bytes, std::uint32_t len, char* out) override;
-    // Ends the stream; prints one line. Returns the bytes of the unit that is not complete, one more than needed where
-    // it holds whole bytes. The unit stays: call it once.
+    // Ends the stream; prints one line. Returns the bytes of the unit that is not complete, one more than needed if it
+    // holds whole bytes. The unit stays: call it once.
     tEncodedRest rest() override;
 
     // ---- For files and byte arrays, which are no segments ----

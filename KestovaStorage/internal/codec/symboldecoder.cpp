@@ -100,13 +100,13 @@ KESTOVA_INLINE unsigned char* decodeFast(const tSymbolTable& table, const tSymbo
     const unsigned char* const lastFrom = range.data + range.bytes() - 8;
     const unsigned char* from = range.data + range.pos / 8 + 7;
     std::uint64_t bits = le::load<std::uint64_t>(from - 7) >> (range.pos % 8);
-    std::uint64_t count = cBitsThere - range.pos % 8;  // up to the byte at `from`, of which some may be loaded as well
+    std::uint64_t count = cBitsLoaded - range.pos % 8;  // up to the byte at `from`, of which some may be loaded as well
     while (from <= lastFrom && static_cast<std::size_t>(outEnd - out) >= tSymbolDecoder::cSlack)
     {
         const std::uint64_t index = bits & lookups.mask;
         bits |= le::load<std::uint64_t>(from) << count;
         from += (63 - count) / 8;
-        count |= cBitsThere;
+        count |= cBitsLoaded;
         if (lookups.lengths[index] == 0)
         {
             // A long code. One that comes later in a round ends that round, and is found here in the next.

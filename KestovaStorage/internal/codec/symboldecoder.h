@@ -25,16 +25,16 @@ struct tBitRange
     std::size_t bytes() const { return static_cast<std::size_t>((end + 7) / 8); }
 };
 
-constexpr unsigned cBitsThere = 56;   // valid in every word that is loaded, wherever in a byte it begins
+constexpr unsigned cBitsLoaded = 56;  // valid in every word that is loaded, wherever in a byte it begins
 constexpr unsigned cLooksAtOnce = 4;  // lookups that these suffice for
-static_assert(cLooksAtOnce * tSymbolTable::cMostWidth <= cBitsThere);
+static_assert(cLooksAtOnce * tSymbolTable::cMostWidth <= cBitsLoaded);
 
 class tSymbolDecoder
 {
 public:
     static constexpr std::size_t cSlack = 72;  // decode() stops when less room than this is left
 
-    explicit tSymbolDecoder(const tSymbolTable& table, eInstructions instructions = eInstructions::best)
+    explicit tSymbolDecoder(const tSymbolTable& table, eInstructions instructions = eInstructions::eBest)
         : m_table(table), m_instructions(instructions)
     {}
 

@@ -126,7 +126,7 @@ unsigned tSymbolTable::heightOf(std::size_t node) const
     return m_tree->isLeaf(node) ? 0 : 1 + std::max(heightOf(m_tree->left(node)), heightOf(m_tree->right(node)));
 }
 
-// The symbol that these bits, enough of them, lead to from an inner node.
+// Returns the symbol that these bits, enough of them, lead to from an inner node.
 tSymbolTable::tSymbol tSymbolTable::walk(std::size_t node, std::uint64_t bits) const
 {
     std::uint8_t steps = 0;

@@ -32,21 +32,21 @@ public:
 
     // For decoding about this many bits: a wide table for a short stream costs more than it gains. After std::bad_alloc
     // there are no codes.
-    void build(const tFreqTable& freqs, std::uint64_t bits, eInstructions instructions = eInstructions::best);
+    void build(const tFreqTable& freqs, std::uint64_t bits, eInstructions instructions = eInstructions::eBest);
     bool hasCodes() const { return m_built; }
 
     unsigned width() const { return m_width; }
     const std::uint8_t* lengths() const { return m_lengths.data(); }
     const std::uint64_t* entries() const { return m_entries.data(); }
-    const tCodeTree& tree() const { return *m_tree; }  // hasCodes()
+    const tCodeTree& tree() const { return *m_tree; }  // requires hasCodes()
 
     struct tSymbol
     {
         std::uint8_t value;
         std::uint8_t length;  // of its code in bits; 0: not known from the bits looked at
     };
-    // The symbol of an entry without symbols; `more`: the bits behind those of the entry. Its length is what the code
-    // has beyond width().
+    // Returns the symbol of an entry without symbols; `more`: the bits behind those of the entry. Its length is what
+    // the code has beyond width().
     tSymbol longSymbol(std::uint64_t entry, std::uint64_t more) const
     {
         const unsigned width = entry >> 16 & 0xff;

@@ -32,26 +32,26 @@ tStatus writeFailed(const tOutputFile& out)
     return tStatus::system(out.error(), "cannot be written");
 }
 
-// Calls goOn once in a while.
+// Reports progress once per cProgressStep bytes.
 class tProgress
 {
 public:
-    explicit tProgress(const tGoOn& goOn) : m_goOn(goOn) {}
+    explicit tProgress(const tProgressFunction& report) : m_report(report) {}
     bool add(std::uint64_t bytes)
     {
         m_done += bytes;
         if (m_done - m_reported < cProgressStep)
             return true;
         m_reported = m_done;
-        return !m_goOn || m_goOn(m_done);
+        return !m_report || m_report(m_done);
     }
 
 private:
-    const tGoOn& m_goOn;
+    const tProgressFunction& m_report;
     std::uint64_t m_done = 0, m_reported = 0;
 };
 
-bool appendEncoded(tConvertedFile& out, iSegmentEncoder& encoder, std::uint64_t time, std::string_view segment)
+bool appendEncoded(tConversionOutput& out, iSegmentEncoder& encoder, std::uint64_t time, std::string_view segment)
 {
     const auto len = static_cast<std::uint32_t>(segment.size());
     char* const to = out.room(encoder.room(len));
@@ -63,7 +63,7 @@ bool appendEncoded(tConvertedFile& out, iSegmentEncoder& encoder, std::uint64_t 
     return true;
 }
 
-bool appendPlain(tConvertedFile& out, std::uint64_t time, std::string_view segment)
+bool appendPlain(tConversionOutput& out, std::uint64_t time, std::string_view segment)
 {
     char* const to = out.room(segment.size());
     if (to == nullptr)
@@ -79,7 +79,7 @@ class tCounting
 public:
     tCounting(tDataFileReader& plain, iSegmentEncoder& encoder) : m_plain(plain), m_encoder(encoder) {}
 
-    tSharedPieces::tPiece piece()
+    tSharedPieces::tPieceFunction piece()
     {
         return [this](auto first, auto last, auto& bytes) { return count(first, last, bytes); };
     }
@@ -104,12 +104,12 @@ private:
     tSegmentReader m_segments;
 };
 
-// Gives every segment of the file to `append` (time, bytes), in order; its first failure ends the work.
+// Calls append(time, bytes) for every segment of the file, in order. Returns its first failure.
 template <typename tAppend>
-tStatus eachSegment(tDataFileReader& file, const tGoOn& goOn, tAppend append)
+tStatus eachSegment(tDataFileReader& file, const tProgressFunction& report, tAppend append)
 {
     tSegmentReader segments(cWindow);
-    tProgress progress(goOn);
+    tProgress progress(report);
     for (std::size_t i = 0; i < file.count(); ++i)
     {
         const tSegmentRecord record = file.record(i);
@@ -131,19 +131,19 @@ bool isStorable(const iSegmentEncoder& encoder, std::size_t len)
 }
 }  // namespace
 
-tStatus countSegments(tDataFileReader& plain, iSegmentEncoder& encoder, const tGoOn& goOn)
+tStatus countSegments(tDataFileReader& plain, iSegmentEncoder& encoder, const tProgressFunction& report)
 {
     const auto aside = cCompressedForm.newEncoder();
-    tCounting here(plain, encoder), there(plain, *aside);
-    tSharedPieces work(plain, there.piece());
+    tCounting callerCounting(plain, encoder), workerCounting(plain, *aside);
+    tSharedPieces work(plain, workerCounting.piece());
     work.available(plain.count());
-    tStatus status = work.finish(here.piece(), goOn);
+    tStatus status = work.finish(callerCounting.piece(), report);
     if (status)
         encoder.count(*aside);
     return status;
 }
 
-tStatus encodeFile(tDataFileReader& plain, iSegmentEncoder& encoder, tOutputFile& out, const tGoOn& goOn,
+tStatus encodeFile(tDataFileReader& plain, iSegmentEncoder& encoder, tOutputFile& out, const tProgressFunction& report,
                    const tStored& stored)
 try
 {
@@ -152,8 +152,8 @@ try
         return refused("its bytes have no code that could be read back");
     if (!out.writeAt(head.data(), head.size(), 0))
         return writeFailed(out);
-    tConvertedFile encoded(out, cCompressedForm, stored);
-    tStatus status = eachSegment(plain, goOn, [&](std::uint64_t time, std::string_view segment) {
+    tConversionOutput encoded(out, cCompressedForm, stored);
+    tStatus status = eachSegment(plain, report, [&](std::uint64_t time, std::string_view segment) {
         if (!isStorable(encoder, segment.size()))
             return refused("a segment is too long for a compressed file");
         return appendEncoded(encoded, encoder, time, segment) ? tStatus() : writeFailed(out);
@@ -168,14 +168,14 @@ catch (const std::out_of_range&)
     return damaged("it has changed since its bytes were counted");
 }
 
-tStatus decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tGoOn& goOn,
+tStatus decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tProgressFunction& report,
                    const tStored& stored)
 {
     const std::uint32_t magic = fileOrder(static_cast<std::uint32_t>(cPlainForm.number));
     if (!out.writeAt(&magic, sizeof magic, 0))
         return writeFailed(out);
-    tConvertedFile plain(out, cPlainForm, stored);
-    tStatus status = eachSegment(encoded, goOn, [&](std::uint64_t time, std::string_view segment) {
+    tConversionOutput plain(out, cPlainForm, stored);
+    tStatus status = eachSegment(encoded, report, [&](std::uint64_t time, std::string_view segment) {
         return appendPlain(plain, time, segment) ? tStatus() : writeFailed(out);
     });
     if (!status)

@@ -119,7 +119,7 @@ tStatus tFileConverter::openOutput(const std::string& result)
     return m_out->isOpen() ? tStatus() : tStatus::system(m_out->error(), m_out->path());
 }
 
-// Kept: where the output cannot even be opened, the recording goes. Where it is another's, it stays.
+// Kept: removes the recording if the output cannot even be opened. One that opens but cannot be locked is another's.
 tStatus tFileConverter::giveUpRecorded()
 {
     tStatus status = tStatus(m_out->status()).of(m_out->path());
@@ -134,7 +134,8 @@ tStatus tFileConverter::encode(iSegmentEncoder& counted, const tStored& stored)
     return encodeFile(*m_source, counted, *m_out, progress(eWriting), stored);
 }
 
-// Writes the result and compares it meanwhile; only what is the same all through, and on the disk, takes the place.
+// Writes the result and compares it at the same time. Replaces the source only if all records are equal and on the
+// disk.
 template <typename tWork>
 tStatus tFileConverter::write(tWork work)
 {
@@ -149,7 +150,7 @@ tStatus tFileConverter::write(tWork work)
     return status ? replace() : status;
 }
 
-tGoOn tFileConverter::progress(tConversionStep step)
+tProgressFunction tFileConverter::progress(tConversionStep step)
 {
     return [this, step](std::uint64_t bytes) {
         return m_observer == nullptr || m_observer->UpdateConversion(step, bytes, m_total);
@@ -171,7 +172,7 @@ tStatus tFileConverter::checkWhole() const
     return whole ? tStatus() : tStatus(tStatus::eCode::eDamaged, "the result has another number of records");
 }
 
-// Over the source first: there is no moment with two files, and none without.
+// Renames over the source first: at no moment are there two files, or none.
 tStatus tFileConverter::replace()
 {
     if (!m_out->likeFile(m_path) || !m_out->commit(m_path))

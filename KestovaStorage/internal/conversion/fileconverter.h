@@ -1,8 +1,8 @@
 // tFileConverter: one finished data file on its way from one form to the other. The result is written beside it,
-// compared, synced, and takes its place at one stroke. A file that was just recorded is not compared.
+// compared, synced, and renamed over it. A file that was just recorded is not compared.
 //
-// Threads  starts one to help while it works; the observer is called on the calling thread.
-// Errors   the source is untouched, with the one exception of compressRecorded(); the tStatus does not name it.
+// Threads  starts a second one while it works; the observer is called on the calling thread.
+// Errors   a failure leaves the source untouched, but see compressRecorded(); the tStatus does not name it.
 #ifndef KESTOVA_STORAGE_CONVERSION_FILECONVERTER_H
 #define KESTOVA_STORAGE_CONVERSION_FILECONVERTER_H
 
@@ -11,7 +11,7 @@
 #include <string>
 
 #include "KestovaStorage/conversionobserver.h"
-#include "KestovaStorage/internal/conversion/convertedfile.h"
+#include "KestovaStorage/internal/conversion/conversionoutput.h"
 #include "KestovaStorage/internal/conversion/sharedpieces.h"
 #include "KestovaStorage/internal/datafile/datafilereader.h"
 #include "KestovaStorage/internal/disk/outputfile.h"
@@ -22,7 +22,7 @@ namespace storage
 class tFileConverter
 {
 public:
-    // Of a link, the file that it leads to is converted, where it is. `observer` may be null.
+    // A link is resolved: its target is converted in its own folder. `observer` may be null.
     tFileConverter(const std::string& path, iConversionObserver* observer);
 
     tStatus compress(const std::string& suffix);
@@ -43,7 +43,7 @@ private:
     tStatus encode(iSegmentEncoder& counted, const tStored& stored);
     template <typename tWork>
     tStatus write(tWork work);
-    tGoOn progress(tConversionStep step);
+    tProgressFunction progress(tConversionStep step);
     tStatus sync();
     tStatus checkWhole() const;
     tStatus replace();

@@ -11,7 +11,8 @@ namespace
 constexpr std::uint64_t cPieceBytes = 1 << 20;
 constexpr std::chrono::milliseconds cProgressPeriod{100};
 
-tStatus tried(const tSharedPieces::tPiece& piece, std::size_t first, std::size_t last, std::uint64_t& bytes)
+tStatus processPiece(const tSharedPieces::tPieceFunction& piece, std::size_t first, std::size_t last,
+                     std::uint64_t& bytes)
 try
 {
     return piece(first, last, bytes);
@@ -22,11 +23,11 @@ catch (const std::bad_alloc&)
 }
 }  // namespace
 
-tSharedPieces::tSharedPieces(const tDataFileReader& file, tPiece there) : m_file(file)
+tSharedPieces::tSharedPieces(const tDataFileReader& file, tPieceFunction workerPiece) : m_file(file)
 {
     try
     {
-        m_worker.start([this, there = std::move(there)] { work(there); });
+        m_worker.start([this, workerPiece = std::move(workerPiece)] { work(workerPiece); });
     }
     catch (const std::system_error&)
     {
@@ -39,14 +40,14 @@ void tSharedPieces::available(std::size_t records)
     m_worker.wake([&] { m_available = records; });
 }
 
-void tSharedPieces::work(const tPiece& there)
+void tSharedPieces::work(const tPieceFunction& workerPiece)
 {
     tWorker::tLock held = m_worker.lock();
     while (m_worker.wait(held, [this] { return isTakeable(); }))
-        process(held, there);
+        process(held, workerPiece);
 }
 
-// The next piece; isTakeable().
+// Returns the next piece; requires isTakeable().
 tSharedPieces::tRange tSharedPieces::take()
 {
     const std::size_t first = m_next;
@@ -55,13 +56,13 @@ tSharedPieces::tRange tSharedPieces::take()
     return {first, m_next};
 }
 
-void tSharedPieces::process(tWorker::tLock& held, const tPiece& piece)
+void tSharedPieces::process(tWorker::tLock& held, const tPieceFunction& piece)
 {
     const tRange range = take();
     ++m_busy;
     held.unlock();
     std::uint64_t bytes = 0;
-    tStatus status = tried(piece, range.first, range.last, bytes);
+    tStatus status = processPiece(piece, range.first, range.last, bytes);
     held.lock();
     --m_busy;
     if (status)
@@ -71,20 +72,20 @@ void tSharedPieces::process(tWorker::tLock& held, const tPiece& piece)
     m_worker.notify();
 }
 
-tStatus tSharedPieces::finish(const tPiece& here, const tGoOn& goOn)
+tStatus tSharedPieces::finish(const tPieceFunction& callerPiece, const tProgressFunction& report)
 {
     tWorker::tLock held = m_worker.lock();
     do
     {
         if (isTakeable())
-            process(held, here);
+            process(held, callerPiece);
         else
             m_worker.waitUntil(held, tWorker::tClock::now() + cProgressPeriod, [this] { return isOver(); });
         const std::uint64_t bytes = m_bytes;
         held.unlock();
-        const bool goesOn = !goOn || goOn(bytes);  // once at least, however early the thread was done
+        const bool continues = !report || report(bytes);  // at least once, even if the thread has finished
         held.lock();
-        if (!goesOn && m_failure.ok())
+        if (!continues && m_failure.ok())
             m_failure = interrupted();
     } while (!isOver());
     return m_failure;

@@ -1,9 +1,9 @@
-// tSharedPieces: the records of a file processed piece by piece, by a thread of its own and by the caller.
+// tSharedPieces: the records of a file processed piece by piece, by a thread of this object and by the caller.
 //
 // Shapes   a piece is the records `first` up to `last`, about a MiB of them. Each of the two threads takes the next one
 //          as soon as it is available, so that pieces are processed while later ones are still being made.
-// Threads  one, from construction to destruction; where none can be started the caller processes every piece.
-// Errors   the first one ends the work.
+// Threads  one, from construction to destruction; if it cannot be started the caller processes every piece.
+// Errors   the first failure ends the work; finish() returns it.
 #ifndef KESTOVA_STORAGE_CONVERSION_SHAREDPIECES_H
 #define KESTOVA_STORAGE_CONVERSION_SHAREDPIECES_H
 
@@ -17,8 +17,8 @@
 
 namespace storage
 {
-// Called now and then with the number of bytes processed; false ends the work.
-using tGoOn = std::function<bool(std::uint64_t bytes)>;
+// Receives the number of bytes processed, now and then; returns false to cancel the work.
+using tProgressFunction = std::function<bool(std::uint64_t bytes)>;
 
 inline tStatus interrupted()
 {
@@ -28,19 +28,19 @@ inline tStatus interrupted()
 class tSharedPieces
 {
 public:
-    // Processes one piece and sets `bytes` to the payload in it. Two of them, which share nothing that changes, may be
-    // called at once.
-    using tPiece = std::function<tStatus(std::size_t first, std::size_t last, std::uint64_t& bytes)>;
+    // Processes one piece and sets `bytes` to the payload in it. Two such functions, which share no state, may run at
+    // once.
+    using tPieceFunction = std::function<tStatus(std::size_t first, std::size_t last, std::uint64_t& bytes)>;
 
-    // `there`: what the thread does with a piece. The file stays open.
-    tSharedPieces(const tDataFileReader& file, tPiece there);
+    // `workerPiece`: what the thread does with a piece. The file stays open.
+    tSharedPieces(const tDataFileReader& file, tPieceFunction workerPiece);
     ~tSharedPieces() { m_worker.stop(); }
     tSharedPieces(const tSharedPieces&) = delete;
     tSharedPieces& operator=(const tSharedPieces&) = delete;
 
-    void available(std::size_t records);  // so many may be processed by now
-    // All records are available: processes pieces by `here` until none is left.
-    tStatus finish(const tPiece& here, const tGoOn& goOn);
+    void available(std::size_t records);  // the first `records` records may be processed
+    // All records are available: processes pieces by `callerPiece` until none is left.
+    tStatus finish(const tPieceFunction& callerPiece, const tProgressFunction& report);
 
 private:
     struct tRange
@@ -48,11 +48,11 @@ private:
         std::size_t first, last;
     };
 
-    void work(const tPiece& there);
+    void work(const tPieceFunction& workerPiece);
     bool isOver() const { return !m_failure.ok() || (m_busy == 0 && m_next == m_file.count()); }
     bool isTakeable() const { return m_failure.ok() && m_next < m_available; }
     tRange take();
-    void process(tWorker::tLock& held, const tPiece& piece);
+    void process(tWorker::tLock& held, const tPieceFunction& piece);
 
     const tDataFileReader& m_file;
     // All guarded by the worker's lock.

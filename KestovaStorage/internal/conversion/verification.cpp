@@ -4,7 +4,7 @@ namespace storage
 {
 namespace
 {
-// Its codes are read now: two threads are about to use them.
+// Reads the codes now, before two threads use them.
 tDataFileReader& withCodes(tDataFileReader& file)
 {
     file.decoder();
@@ -18,15 +18,15 @@ tStatus damaged(const char* text)
 }  // namespace
 
 tVerification::tVerification(tDataFileReader& source, const std::string& writtenPath)
-    : m_source(withCodes(source)), m_writtenPath(writtenPath), m_work(m_source, pieceFor(m_there))
+    : m_source(withCodes(source)), m_writtenPath(writtenPath), m_work(m_source, pieceFor(m_workerReaders))
 {}
 
-tStatus tVerification::finish(const tGoOn& goOn)
+tStatus tVerification::finish(const tProgressFunction& report)
 {
-    return m_work.finish(pieceFor(m_here), goOn);
+    return m_work.finish(pieceFor(m_callerReaders), report);
 }
 
-tSharedPieces::tPiece tVerification::pieceFor(tReaders& readers)
+tSharedPieces::tPieceFunction tVerification::pieceFor(tReaders& readers)
 {
     return [this, &readers](std::size_t first, std::size_t last, std::uint64_t& bytes) {
         return compare(readers, first, last, bytes);
@@ -51,7 +51,7 @@ tStatus tVerification::compare(tReaders& readers, std::size_t first, std::size_t
     return {};
 }
 
-// The index of a piece, as it stands in the file, and the segments that it describes.
+// Reads the index of a piece from the file, and the segments that it describes.
 bool tVerification::readBack(tReaders& readers, std::size_t first, std::size_t last)
 {
     if (!readers.file)

@@ -1,8 +1,8 @@
-// tVerification: reads back what a conversion writes, record by record, while it is being written, and compares it
-// with what it was made from.
+// tVerification: reads back what a conversion writes, record by record, while it is being written, and compares it with
+// the source.
 //
-// Owner    the source and the written file stay where they are as long as this lives.
-// Threads  one of its own, and the caller of finish().
+// Owner    the source outlives it; the written file keeps its path as long.
+// Threads  one thread, and the caller of finish().
 // Errors   the tStatus does not name the file.
 #ifndef KESTOVA_STORAGE_CONVERSION_VERIFICATION_H
 #define KESTOVA_STORAGE_CONVERSION_VERIFICATION_H
@@ -22,10 +22,11 @@ class tVerification
 public:
     tVerification(tDataFileReader& source, const std::string& writtenPath);
 
-    // So many records are in the written file now, with their index.
+    // Reports that the first `records` records are in the written file, with their index.
     void stored(std::size_t records) { m_work.available(records); }
-    // All are. Succeeds where both files hold the same segments with the same times, every one compared.
-    tStatus finish(const tGoOn& goOn);
+    // Reports that all are, and compares the rest. Succeeds if both files hold the same segments with the same times,
+    // every one compared.
+    tStatus finish(const tProgressFunction& report);
 
 private:
     // The readers of one of the two threads.
@@ -36,13 +37,13 @@ private:
         std::vector<tSegmentRecord> records;    // of the piece, as they were written
     };
 
-    tSharedPieces::tPiece pieceFor(tReaders& readers);
+    tSharedPieces::tPieceFunction pieceFor(tReaders& readers);
     tStatus compare(tReaders& readers, std::size_t first, std::size_t last, std::uint64_t& bytes);
     bool readBack(tReaders& readers, std::size_t first, std::size_t last);
 
     tDataFileReader& m_source;
     const std::string m_writtenPath;
-    tReaders m_here, m_there;
+    tReaders m_callerReaders, m_workerReaders;
     tSharedPieces m_work;
 };
 }  // namespace storage

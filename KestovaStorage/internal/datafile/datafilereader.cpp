@@ -76,7 +76,7 @@ catch (const std::bad_alloc&)
     return {tStatus::eCode::eNoMemory, "not enough memory for its index"};
 }
 
-// Opening does not wait for a pipe or a device that is named like a data file.
+// O_NONBLOCK: opening a pipe or a device that is named like a data file does not wait.
 bool tDataFileReader::openFile()
 {
     m_file = tDescriptor(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
@@ -99,7 +99,7 @@ bool tDataFileReader::readRecords(std::size_t first, std::size_t count, std::vec
     return true;
 }
 
-// Another file may have taken the name meanwhile, the compressed one: the index does not describe it.
+// Fails if another file has the name by now, such as the compressed one: the index does not describe it.
 bool tDataFileReader::reopenFile()
 {
     struct stat info;

@@ -29,9 +29,9 @@ namespace storage
 class tDataFileReader
 {
 public:
-    // Returns null, with the reason in `failure` where not null, for what cannot be read or is no data file.
+    // Returns null, and sets `failure` unless it is null, if the file cannot be read or is no data file.
     static std::unique_ptr<tDataFileReader> open(const std::string& path, tStatus* failure = nullptr);
-    // The same without its index, which may still be being written: readRecords() gives what is there.
+    // Opens the file without reading its index, which may still grow; readRecords() returns what is there.
     static std::unique_ptr<tDataFileReader> openBare(const std::string& path, tStatus* failure = nullptr);
     ~tDataFileReader();
     tDataFileReader(const tDataFileReader&) = delete;
@@ -50,11 +50,11 @@ public:
     bool sorted() const { return m_sorted; }                 // by time
     std::size_t longestRun() const { return m_longestRun; }  // of neighbours with equal times
 
-    // Reads `len` bytes at `pos` into `to`; returns false if the file does not give them all.
+    // Reads `len` bytes at `pos` into `to`; returns false if the file does not hold them all or the read fails.
     bool read(std::uint64_t pos, std::size_t len, char* to);
     // Replaces `records` by `count` records from number `first` on as they stand on disk now, unchecked.
     bool readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records);
-    // Reads the head of a compressed file; null where that fails. Kept until closeFile().
+    // Reads the head of a compressed file. Returns null for other forms, and if that fails; valid until closeFile().
     const iSegmentDecoder* decoder();
     void closeFile();
 
@@ -67,7 +67,7 @@ private:
     void readIndex(std::uint32_t indexNum);
     bool readPiece(std::size_t place, std::size_t count);
     void keep(const tIndexSlot& slot);
-    // No time ends every index.
+    // A record without a time ends every index.
     bool isEnd(const tSegmentRecord& record) const { return record.time == 0 || (m_emptyEnds && record.bits == 0); }
     bool isWhole(const tSegmentRecord& record) const;
 

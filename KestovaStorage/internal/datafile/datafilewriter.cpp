@@ -48,10 +48,10 @@ void tDataFileWriter::append(tBlockCursor& cursor, std::uint64_t now)
         accept(cursor.block->bytes() + cursor.offset, whole);
     else
         m_lost += whole;
-    // The segment that did not fit is given up; those behind it are tried again.
-    const std::size_t dealtWith = std::min(whole + 1, run.segments);
-    m_lost += dealtWith - whole;
-    for (std::size_t i = 0; i < dealtWith; ++i)
+    // The segment whose write failed is lost; the next call tries those behind it.
+    const std::size_t processed = std::min(whole + 1, run.segments);
+    m_lost += processed - whole;
+    for (std::size_t i = 0; i < processed; ++i)
         cursor.offset += cursor.block->entry(cursor.segment++).len;
 }
 
@@ -91,7 +91,7 @@ tDataFileWriter::tRun tDataFileWriter::plan(const tBlockCursor& cursor, std::uin
     return run;
 }
 
-// How many segments of the run lie whole within its first `bytes` bytes.
+// Returns how many segments of the run lie whole within its first `bytes` bytes.
 std::size_t tDataFileWriter::wholeSegments(std::size_t bytes) const
 {
     const std::uint64_t end = m_payloadEnd + bytes;
@@ -116,7 +116,7 @@ void tDataFileWriter::accept(const char* bytes, std::size_t segments)
     }
 }
 
-// Returns how many bytes were written before the disk refused. The first failure of a file is reported.
+// Returns the number of bytes written before an error. The first failure of a file is reported.
 std::size_t tDataFileWriter::writeAt(const void* data, std::size_t len, std::uint64_t pos)
 {
     const std::size_t done = m_file.writeAt(data, len, pos);

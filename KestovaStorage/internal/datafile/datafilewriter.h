@@ -1,13 +1,12 @@
 // tDataFileWriter: one data file while it is being recorded.
 //
 // Shapes   append() takes segments of 1 byte or more from a block of the queue; each adds one index record. The first
-//          segment starts at cPayloadPos, each next one where the last ended.
+//          segment starts at cPayloadPos, each next one at the end of the last.
 // Units    offsets in bytes from the start of the file; times in ms since the Unix epoch.
 // Owner    owns the descriptor; a block is needed during the call only.
 // Threads  starts none and locks nothing: one thread at a time, but sync() from any.
-// Errors   a segment whose bytes could not be written gets no index record and is counted in lost(); the first failure
-//          of a file is reported through perror. The next segment is tried again: recording goes on when the disk has
-//          room.
+// Errors   a segment whose write fails gets no index record and is counted in lost(); the first failure of a file is
+//          reported through perror. The next call tries again: recording continues when the disk has room.
 // Death    nothing waits in user space and the index never runs ahead of the segments: kill the process at any moment
 //          and the file holds whole segments with whole records, ended by a record of zeros.
 #ifndef KESTOVA_STORAGE_DATAFILE_DATAFILEWRITER_H
@@ -28,7 +27,7 @@ namespace storage
 {
 class iSegmentEncoder;
 
-// A place in a block: segments before it have been dealt with.
+// A place in a block: segments before it have been processed.
 struct tBlockCursor
 {
     const tSegmentBlock* block;
@@ -41,17 +40,18 @@ struct tBlockCursor
 class tDataFileWriter
 {
 public:
-    // Makes the file; null, with errno set, where that fails or the file exists.
+    // Creates the file. Returns null, with errno set, if that fails or the file exists.
     static std::unique_ptr<tDataFileWriter> create(const std::string& path);
 
-    // Writes segments from the cursor on and moves it behind those dealt with, written or lost: at least one, at most
+    // Writes segments from the cursor on and moves it behind those processed, written or lost: at least one, at most
     // the rest of the block or up to the segment that fills the file. `now` is the time of segments whose tag is 0.
     void append(tBlockCursor& cursor, std::uint64_t now);
 
-    // No further segment belongs into this file: the last one started beyond cLastSegmentPos, or the index is full.
+    // Returns whether the file takes no further segment: the last one started beyond cLastSegmentPos, or the index is
+    // full.
     bool isFull() const;
 
-    // What is recorded from now on is counted for its code; null ends that. Not owned.
+    // Counts the segments recorded from now on for their code; null stops counting. Not owned.
     void countInto(iSegmentEncoder* encoder) { m_encoder = encoder; }
 
     void finish();  // writes the index head
@@ -76,8 +76,8 @@ private:
     iSegmentEncoder* m_encoder = nullptr;
     tIndexOutput m_output;
     std::uint64_t m_payloadEnd = cPayloadPos;
-    std::uint64_t m_lastStart = 0;    // where the last segment started
-    std::vector<tIndexSlot> m_slots;  // of the run in hand
+    std::uint64_t m_lastStart = 0;    // start of the last segment
+    std::vector<tIndexSlot> m_slots;  // of the current run
     std::uint64_t m_lost = 0;
     bool m_failureReported = false;
 };

@@ -26,7 +26,7 @@ struct tFileForm
     unsigned lengthShift;    // a record's length counts 2^lengthShift bits: 3 of bytes, 0 of bits
     std::uint8_t firstBits;  // bits of a record's last byte that have the place of its first bit; 0 for whole bytes
     bool emptyRecordEnds;    // a record without length was cut by the death of its writer: it ends an unfinished index
-    // Null where the segments lie in the file as they are.
+    // Both null if the segments are stored as they are.
     std::unique_ptr<iSegmentEncoder> (*newEncoder)();
     // Returns null if the file's head cannot be read.
     std::unique_ptr<iSegmentDecoder> (*newDecoder)(tDataFileReader& file);
@@ -38,7 +38,7 @@ struct tFileForm
         return {stored.tim, stored.firstBytePos, std::uint64_t{stored.huffmanBits} << lengthShift,
                 static_cast<std::uint8_t>(stored.firstBitPos & firstBits)};
     }
-    // Of a segment of less than 2^32 bytes, or bits where the length counts bits.
+    // The segment has fewer than 2^32 bytes or, if the length counts bits, bits.
     tIndexSlot slot(const tSegmentRecord& record) const
     {
         return encode(tEncodedIndexTable{record.time, record.firstByte,

@@ -1,7 +1,7 @@
 // tIndexArray: memory for many index records. Untouched memory costs nothing; shrink() returns the rest.
 //
-// A full index takes some 10 MB: large arrays are mapped from the kernel, in huge pages where available, which halves
-// the time of opening a file. Small ones come from the heap, so that a hundred thousand files can be open.
+// A full index takes some 10 MB: large arrays are mapped from the kernel, in huge pages if available, which halves the
+// time of opening a file. Small ones come from the heap, so that a hundred thousand files can be open.
 #ifndef KESTOVA_STORAGE_DATAFILE_INDEXARRAY_H
 #define KESTOVA_STORAGE_DATAFILE_INDEXARRAY_H
 

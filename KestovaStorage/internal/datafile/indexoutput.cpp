@@ -28,9 +28,9 @@ bool tIndexOutput::append(std::vector<tIndexSlot>& slots, std::size_t count)
     return true;
 }
 
-// A reader of an unfinished file stops at the first record without a time, so what lies behind the first page goes
-// first, and then the piece that begins with the first record's time. Where a page boundary cuts that very time, its
-// record goes last and in two steps: until the second is done its position is wrong.
+// A reader of an unfinished file stops at the first record without a time, so the bytes behind the first page are
+// written first, and then the piece that begins with the first record's time. If a page boundary cuts that time, its
+// record is written last and in two steps: its position is wrong until the second is done.
 bool tIndexOutput::publish(const unsigned char* bytes, std::size_t len) const
 {
     const std::uint64_t pos = cIndexPos + cIndexSlotSize * m_head.indexNum;

@@ -1,8 +1,8 @@
 // tIndexOutput: what a data file has beside its segments: the magic, the index records and the index head.
 //
-// Owner    nothing; the bytes go out through the function given.
+// Owner    owns nothing; writes through the function given.
 // Threads  starts none and locks nothing: one thread at a time.
-// Errors   false where bytes could not be written; the index head counts whole records only.
+// Errors   operations return false if a write fails; the index head counts whole records only.
 #ifndef KESTOVA_STORAGE_DATAFILE_INDEXOUTPUT_H
 #define KESTOVA_STORAGE_DATAFILE_INDEXOUTPUT_H
 
@@ -18,11 +18,12 @@ namespace storage
 class tIndexOutput
 {
 public:
-    // Writes `len` bytes at `pos`; false where that failed.
+    // Writes `len` bytes at `pos`; returns false on failure.
     using tWriteAt = std::function<bool(const void* data, std::size_t len, std::uint64_t pos)>;
     explicit tIndexOutput(tWriteAt writeAt) : m_writeAt(std::move(writeAt)) {}
 
-    // Of a plain file: a compressed file's head begins with its own. Once it is written, does nothing.
+    // Writes the magic of a plain file; a compressed file's head begins with its own. Does nothing once that has
+    // succeeded.
     bool writeMagic();
     // Writes the first `count` of `slots` behind the records that are there, and zeros behind them: `slots` is left
     // with `count` records and one of zeros. Readers see them in order, whole or not at all, even if the process dies

@@ -24,9 +24,9 @@ std::string fileName(unsigned int number, const std::string& timeLabel, const st
                      const std::string& suffix);
 
 // "rec/0003_2024-05-17_10-01-12_radar.data" with the suffix ".data" gives "...radar.tar.data". Only the last component
-// of the path is looked at: a folder may have the suffix in its name.
+// of the path is changed: a folder may have the suffix in its name.
 std::string compressedName(const std::string& plainPath, const std::string& suffix);
-// The reverse: the path itself where it does not end so.
+// The reverse; returns the path itself if it does not end so.
 std::string plainName(const std::string& compressedPath, const std::string& suffix);
 
 // Labels in local time.
@@ -35,8 +35,8 @@ std::string timeYmToString(std::time_t seconds);      // 2024.05
 std::string timeYmdToString(std::time_t seconds);     // 2024.05.17
 std::string timeSecToString(std::time_t seconds);     // elapsed time: 0001_05_09
 
-// The label of a folder (withTime false) or a file. `timestamp` in ms; 0 means `now`, in seconds. While the clock is
-// not set (before November 2022) the label is the time since `startTime`, which is set at the first such call.
+// Returns the label of a folder (withTime false) or a file. `timestamp` in ms; 0 means `now`, in seconds. While the
+// clock is not set (before November 2022) the label is the time since `startTime`, which is set at the first such call.
 std::string storageTimLabel(tTimes_ms timestamp, bool withTime, tTimes_s now, tTimes_s& startTime);
 }  // namespace storage::naming
 

@@ -1,9 +1,9 @@
 // tSegmentReader: the bytes of recorded segments, from files of every form.
 //
-// Shapes   reads `window` bytes at once where segments follow each other: for whoever reads a file from front to back.
-//          Buffers grow to the longest segment met.
+// Shapes   reads `window` bytes at once while segments are read in file order. Buffers grow to the longest segment
+//          read.
 // Threads  starts none and locks nothing: one thread at a time.
-// Errors   returns nothing where the file does not give the bytes, its codes cannot be used, or memory runs out.
+// Errors   returns no value if the file does not hold the bytes, its codes cannot be used, or memory runs out.
 #ifndef KESTOVA_STORAGE_DATAFILE_SEGMENTREADER_H
 #define KESTOVA_STORAGE_DATAFILE_SEGMENTREADER_H
 
@@ -22,9 +22,9 @@ class tSegmentReader
 public:
     explicit tSegmentReader(std::size_t window = 0) : m_windowSize(window) {}
 
-    // Segment number `record` of the file's index; valid until the next read.
+    // Returns segment number `record` of the file's index; valid until the next read.
     std::optional<std::string_view> read(tDataFileReader& file, std::size_t record);
-    // The segment of any record of this file.
+    // Returns the segment of any record of this file.
     std::optional<std::string_view> read(tDataFileReader& file, const tSegmentRecord& record);
     // Reads the bytes of the records from `first` to `last`, which follow each other, at once: the next reads find
     // them.

@@ -1,5 +1,5 @@
-// tSegmentRecord: an index record of a data file, whatever the file's form: when its segment was recorded and which
-// bits of the file hold it. What is made of the bits, bytes or codes, is tSegmentReader's.
+// tSegmentRecord: an index record of a data file of any form: when its segment was recorded and which bits of the file
+// hold it. tSegmentReader turns them into bytes.
 #ifndef KESTOVA_STORAGE_DATAFILE_SEGMENTRECORD_H
 #define KESTOVA_STORAGE_DATAFILE_SEGMENTRECORD_H
 

@@ -22,7 +22,7 @@ constexpr char cReclaimedSuffix[] = ".data";
 
 bool isSameFile(const std::string& a, const std::string& b)
 {
-    std::error_code ignored;  // a file that is gone is not the same as another
+    std::error_code ignored;  // a file that no longer exists equals no other
     return std::filesystem::equivalent(a, b, ignored);
 }
 
@@ -38,7 +38,7 @@ void tDiskReclaimer::addRoot(const void* owner, const std::string& root)
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_storagePathes[owner] = root;
     m_lastVisited = m_storagePathes.begin()->first;
-    if (m_enabled != nullptr && !std::exchange(m_diskCheckThreadRun, true))
+    if (m_enabled != nullptr && !std::exchange(m_threadStarted, true))
         startThread();
 }
 
@@ -67,7 +67,7 @@ void tDiskReclaimer::pass()
         reclaim(absolute(root));
 }
 
-// One root a pass, in turn. The key of the last one visited may be gone meanwhile.
+// One root a pass, in turn. The last root visited may have been removed since.
 std::string tDiskReclaimer::nextRoot()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -86,8 +86,7 @@ void tDiskReclaimer::reclaim(const std::string& root)
     {}
 }
 
-// Deletes the oldest data file and the folders that it leaves empty, upwards. Returns false where nothing can be
-// deleted.
+// Deletes the oldest data file and the folders that it leaves empty, upwards. Returns false if nothing can be deleted.
 bool tDiskReclaimer::deleteOldest(const std::string& root)
 {
     std::set<std::string> files;
@@ -100,8 +99,8 @@ bool tDiskReclaimer::deleteOldest(const std::string& root)
         std::perror(path.c_str());
         return false;
     }
-    // Kept: this does not stop at the root; an emptied root and empty folders above it go too. rmdir() fails on a root
-    // that is a link, which remove() would delete however full its folder is.
+    // Kept: this does not stop at the root; an emptied root and empty folders above it are deleted too. rmdir() fails
+    // on a root that is a link, which remove() would delete however full its folder is.
     do
         path.erase(path.rfind('/'));
     while (path.find('/') != std::string::npos && ::rmdir(path.c_str()) == 0);

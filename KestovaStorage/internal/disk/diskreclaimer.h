@@ -6,7 +6,7 @@
 // Owner    one with a thread must live until the process ends: its thread does.
 // Threads  the operations from any thread; a pass on the reclaimer's own. m_mutex is held while a root is picked and
 //          while a candidate is compared with the files being written, never while listing or deleting.
-// Errors   a file that cannot be deleted ends the pass, with a line through perror.
+// Errors   a file that cannot be deleted ends the pass, and is reported through perror.
 #ifndef KESTOVA_STORAGE_DISK_DISKRECLAIMER_H
 #define KESTOVA_STORAGE_DISK_DISKRECLAIMER_H
 
@@ -23,10 +23,10 @@ namespace storage
 class tDiskReclaimer
 {
 public:
-    // Whether the disk of a root is low.
+    // Returns whether the disk of a root is low.
     using tIsLow = std::function<bool(const std::string& root)>;
-    // `enabled`, where not null: a thread makes the passes, from the first root on, and leaves one out while the flag
-    // is false. Read atomically.
+    // Unless `enabled` is null, a thread makes the passes from the first root on, and skips them while the flag is
+    // false. The flag is read atomically.
     explicit tDiskReclaimer(tIsLow isLow, bool* enabled = nullptr) : m_isLow(std::move(isLow)), m_enabled(enabled) {}
 
     void addRoot(const void* owner, const std::string& root);  // also restarts the rotation
@@ -63,7 +63,7 @@ private:
     std::map<const void*, std::string> m_storagePathes;  // guarded by m_mutex
     const void* m_lastVisited = nullptr;                 // guarded by m_mutex: the rotation's place
     std::multiset<std::string> m_writingFilePathes;      // guarded by m_mutex; absolute
-    bool m_diskCheckThreadRun = false;                   // guarded by m_mutex
+    bool m_threadStarted = false;                        // guarded by m_mutex
 };
 }  // namespace storage
 

@@ -24,8 +24,7 @@ tOutputFile::tOutputFile(const std::string& name)
     m_file.reset();
 }
 
-// The file is ours as long as the descriptor lives. Whoever had it before may have given it its name in the instant
-// before it became ours.
+// Locks the file as long as the descriptor lives. Its former owner may have renamed it just before the lock was taken.
 bool tOutputFile::claim()
 {
     struct stat opened, named;
@@ -53,7 +52,7 @@ bool tOutputFile::writeAt(const void* data, std::size_t len, std::uint64_t pos)
 {
     if (!m_file.writeAllAt(data, len, pos))
         return fail();
-    // The disk works while the next bytes are made, so that little is left for the sync. Only a hint.
+    // Starts writing to the disk early, so that little is left for the sync. Only a hint.
     ::sync_file_range(m_file.get(), static_cast<off_t>(pos), static_cast<off_t>(len), SYNC_FILE_RANGE_WRITE);
     return true;
 }
@@ -69,7 +68,7 @@ bool tOutputFile::likeFile(const std::string& path)
     if (::stat(path.c_str(), &info) != 0)
         return fail();
     const timespec times[2] = {info.st_atim, info.st_mtim};
-    // Only root may give a file away; for others it stays theirs.
+    // Only root may change the owner; for others the call fails with EPERM, which is ignored.
     if (::fchown(m_file.get(), info.st_uid, info.st_gid) != 0 && errno != EPERM)
         return fail();
     return (::fchmod(m_file.get(), info.st_mode & 07777) == 0 && ::futimens(m_file.get(), times) == 0) || fail();

@@ -1,8 +1,8 @@
-// tOutputFile: a file that is written beside its name and takes it when it is whole and on the disk.
+// tOutputFile: a file that is written under a temporary name and renamed once it is whole and on the disk.
 //
-// Owner    owns the descriptor. What was not committed is removed with the object.
+// Owner    owns the descriptor. Destruction removes a file that was not committed.
 // Threads  none; one at a time.
-// Errors   an operation that fails returns false; status() has the reason of the first failure.
+// Errors   an operation that fails returns false; status() returns the reason of the first failure.
 #ifndef KESTOVA_STORAGE_DISK_OUTPUTFILE_H
 #define KESTOVA_STORAGE_DISK_OUTPUTFILE_H
 
@@ -18,8 +18,8 @@ namespace storage
 class tOutputFile
 {
 public:
-    // Creates `name` with another ending, so that nobody takes it for a data file meanwhile; what is left there of an
-    // earlier attempt is replaced, unless somebody else is writing it (EBUSY).
+    // Creates `name` with another ending, so that no reader takes it for a data file. Replaces what an earlier attempt
+    // left there; fails with EBUSY while another process writes it.
     explicit tOutputFile(const std::string& name);
     ~tOutputFile();
     tOutputFile(const tOutputFile&) = delete;
@@ -33,7 +33,7 @@ public:
     bool writeAt(const void* data, std::size_t len, std::uint64_t pos);
     bool sync();
     bool likeFile(const std::string& path);  // takes that file's owner, permissions and times
-    // Syncs, and gives the file the name `name`, whatever had it before.
+    // Syncs, and renames the file to `name`; an existing file of that name is replaced.
     bool commit(const std::string& name);
 
 private:
@@ -47,7 +47,7 @@ private:
     bool m_committed = false;
 };
 
-// Makes a change of names in the folder of `path` permanent, where the file system can.
+// Makes a change of names in the folder of `path` permanent, if the file system supports it.
 void syncFolderOf(const std::string& path);
 }  // namespace storage
 

@@ -19,12 +19,12 @@ bool exists(const std::string& path)
     return ::access(path.c_str(), F_OK) == 0;
 }
 
-eKind kindOf(const std::string& path)
+ePathKind kindOf(const std::string& path)
 {
     struct stat info;
     if (!exists(path) || ::stat(path.c_str(), &info) != 0)
-        return eKind::eNone;
-    return S_ISDIR(info.st_mode) ? eKind::eFolder : eKind::eFile;
+        return ePathKind::eNone;
+    return S_ISDIR(info.st_mode) ? ePathKind::eFolder : ePathKind::eFile;
 }
 
 void normalize(std::string& path)
@@ -81,28 +81,28 @@ struct tFolderId
     bool operator==(const tFolderId& other) const = default;
 };
 
-enum class eEntry
+enum class eEntryKind
 {
     eFolder,
     eLinkedFolder,
     eOther,
-    eGone  // cannot be examined
+    eUnknown  // cannot be examined
 };
 
-// Examines the entry itself only where the listing leaves its kind open.
-eEntry entryKind(const dirent& entry, const std::string& full)
+// Calls stat only if the listing does not hold the kind.
+eEntryKind entryKind(const dirent& entry, const std::string& full)
 {
     if (entry.d_type == DT_DIR)
-        return eEntry::eFolder;
+        return eEntryKind::eFolder;
     if (entry.d_type != DT_UNKNOWN && entry.d_type != DT_LNK)
-        return eEntry::eOther;
+        return eEntryKind::eOther;
     struct stat info;
     if (::stat(full.c_str(), &info) != 0)
-        return eEntry::eGone;
+        return eEntryKind::eUnknown;
     if (!S_ISDIR(info.st_mode))
-        return eEntry::eOther;
+        return eEntryKind::eOther;
     struct stat link;
-    return ::lstat(full.c_str(), &link) == 0 && S_ISLNK(link.st_mode) ? eEntry::eLinkedFolder : eEntry::eFolder;
+    return ::lstat(full.c_str(), &link) == 0 && S_ISLNK(link.st_mode) ? eEntryKind::eLinkedFolder : eEntryKind::eFolder;
 }
 
 class tLister
@@ -135,15 +135,15 @@ private:
             std::printf("%s: open %s error %s\n", "GetFileFolderInDir", dir.c_str(), std::strerror(errno));
             return false;
         }
-        if (!enter(folder.get()))
+        if (!pushFolder(folder.get()))
             return false;
         while (const dirent* entry = ::readdir(folder.get()))
-            look(*entry, dir, below);
+            addEntry(*entry, dir, below);
         return true;
     }
 
-    // False for a folder that links have led back to.
-    bool enter(DIR* folder)
+    // Returns false for a folder that is being listed already: links have led back to it.
+    bool pushFolder(DIR* folder)
     {
         struct stat info;
         if (::fstat(::dirfd(folder), &info) != 0)
@@ -155,21 +155,21 @@ private:
         return true;
     }
 
-    void look(const dirent& entry, const std::string& dir, std::vector<std::string>& below)
+    void addEntry(const dirent& entry, const std::string& dir, std::vector<std::string>& below)
     {
         const std::string_view name = entry.d_name;
         if (name == "." || name == "..")
             return;
         const std::string full = dir + entry.d_name;
-        const eEntry kind = entryKind(entry, full);
-        if (kind == eEntry::eFolder || (kind == eEntry::eLinkedFolder && m_links == eLinks::eFollow))
+        const eEntryKind kind = entryKind(entry, full);
+        if (kind == eEntryKind::eFolder || (kind == eEntryKind::eLinkedFolder && m_links == eLinks::eFollow))
         {
             if (m_suffix.empty())
                 m_out.insert(full);
             if (m_recursive)
                 below.push_back(full);
         }
-        else if (kind == eEntry::eOther)
+        else if (kind == eEntryKind::eOther)
         {
             const std::size_t dot = full.rfind('.');
             if (dot != std::string::npos && full.compare(dot, std::string::npos, m_suffix) == 0)

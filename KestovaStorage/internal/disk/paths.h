@@ -10,20 +10,20 @@ namespace storage::paths
 {
 bool exists(const std::string& path);
 
-enum class eKind
+enum class ePathKind
 {
     eNone,  // nothing is there, or it cannot be examined
     eFile,  // or anything else that is no folder
     eFolder
 };
-eKind kindOf(const std::string& path);
+ePathKind kindOf(const std::string& path);
 
 void normalize(std::string& path);     // "\" to "/", and a final "/" unless empty
-void makeAbsolute(std::string& path);  // against the working folder; failure to find that is reported through perror
+void makeAbsolute(std::string& path);  // against the working folder; failure is reported through perror
 // Creates every folder of the path that ends with "/". Returns whether the whole path exists then; the first folder
 // that cannot be created is reported through perror.
 bool makeFolders(const std::string& path);
-std::int64_t fileSize(const char* file);  // 0 where it cannot be examined
+std::int64_t fileSize(const char* file);  // returns 0 if it cannot be examined
 
 // Folders that are links: an application's listing follows them and enters no folder twice on one way down. A listing
 // of what is to be deleted ignores them.
@@ -32,8 +32,7 @@ enum class eLinks
     eFollow,
     eIgnore
 };
-// Adds full paths to `out`: files whose text from the last "." on equals `suffix` and, where `suffix` is empty,
-// folders.
+// Adds full paths to `out`: files whose text from the last "." on equals `suffix` and, if `suffix` is empty, folders.
 void listFolder(const std::string& dir, std::set<std::string>& out, bool recursive, const std::string& suffix,
                 eLinks links = eLinks::eFollow);
 }  // namespace storage::paths

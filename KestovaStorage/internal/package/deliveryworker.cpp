@@ -14,9 +14,9 @@ void tDeliveryWorker::run()
         walk();
 }
 
-tDeliveryWorker::tRun::~tRun()
+tDeliveryWorker::tBatch::~tBatch()
 {
-    m_worker.m_chain.publish();
+    m_worker.m_queue.publish();
     const bool asleep = std::exchange(m_worker.m_asleep, false);
     m_held.unlock();
     if (asleep)
@@ -27,62 +27,62 @@ void tDeliveryWorker::queue(std::size_t len, std::uint64_t, iSegmentSource& pack
 {
     if (len < cLongSegment)
     {
-        tRun(*this).push(len, [&](char* place) {
+        tBatch(*this).push(len, [&](char* place) {
             package.write(place);
             package.queued(place);
         });
         return;
     }
-    auto block = tWalkQueue::makeLink(len);
+    auto block = tWalkQueue::makeBlock(len);
     char* const place = block->reserve(len);
     package.write(place);
-    tRun run(*this);
-    run.push(std::move(block));
+    tBatch batch(*this);
+    batch.push(std::move(block));
     package.queued(place);
 }
 
-// Hands over what is visible of the current block.
+// Delivers the published segments of the current block.
 void tDeliveryWorker::walk()
 {
     const char* bytes = nullptr;
     std::size_t len = 0;
-    while (m_worker.running() && m_chain.next(bytes, len))
+    while (m_worker.running() && m_queue.next(bytes, len))
     {
         ++m_walked;
         if (m_walked > m_discarded.load(std::memory_order_acquire))
-            m_handler(bytes, len, static_cast<std::size_t>(m_chain.published() - m_walked));
+            m_handler(bytes, len, static_cast<std::size_t>(m_queue.published() - m_walked));
     }
 }
 
-// Where the walk came to an end: looks for more, or sleeps until there is; false once stopped.
+// At the end of the walk: waits for more segments. Returns false once stopped.
 bool tDeliveryWorker::waitForMore()
 {
     if (lookForMore())
         return m_worker.running();
     auto held = m_worker.lock();
-    // Looked at anew after every wake-up, so that m_asleep is right before every sleep.
-    const bool running = m_worker.wait(held, [this] { return !(m_asleep = !m_chain.step()); });
+    // Evaluated after every wake-up, so that m_asleep is right before every sleep.
+    const bool running = m_worker.wait(held, [this] { return !(m_asleep = !m_queue.nextBlock()); });
     m_asleep = false;
     return running;
 }
 
 bool tDeliveryWorker::lookForMore()
 {
-    tWalkQueue::tLinks unneeded;  // freed without the lock
+    tWalkQueue::tBlocks surplus;  // freed without the lock
     const auto held = m_worker.lock();
     m_handled = m_walked;
     if (m_idleWaiters != 0)
         m_worker.notify();
-    const bool more = m_chain.step();
+    const bool more = m_queue.nextBlock();
     if (!more)
-        unneeded = m_chain.takeUnneeded();
+        surplus = m_queue.takeSurplus();
     return more;
 }
 
 void tDeliveryWorker::discard()
 {
     const auto held = m_worker.lock();
-    m_discarded.store(m_chain.published(), std::memory_order_release);
+    m_discarded.store(m_queue.published(), std::memory_order_release);
 }
 
 bool tDeliveryWorker::waitIdle(std::chrono::milliseconds timeout)
@@ -90,7 +90,7 @@ bool tDeliveryWorker::waitIdle(std::chrono::milliseconds timeout)
     if (isSelf())
         return false;
     auto held = m_worker.lock();
-    const std::uint64_t wanted = m_chain.published();
+    const std::uint64_t wanted = m_queue.published();
     ++m_idleWaiters;
     const bool idle = m_worker.waitUntil(held, tWorker::tClock::now() + timeout, [&] { return m_handled >= wanted; });
     --m_idleWaiters;

@@ -1,4 +1,4 @@
-// tPackageBuilder: numbers packages and writes each one once, in its final form, where its sink has room for it.
+// tPackageBuilder: numbers packages and writes each one once, in its final form, into the memory of its sink.
 //
 // Shapes   a package gets its number under the sink's lock: numbers follow the order of the sink's queue.
 // Owner    the sink outlives the builder.
@@ -14,7 +14,7 @@
 
 class iSegmentSource;
 
-// Where packages go: a queue of segments.
+// The receiver of packages: a queue of segments.
 class iPackageSink
 {
 public:

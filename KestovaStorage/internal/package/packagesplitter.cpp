@@ -12,7 +12,7 @@ bool startsWith(const char* bytes, const char* mark, std::size_t markLen)
     return std::memcmp(bytes, mark, markLen) == 0;
 }
 
-// The eight bytes at `pos` as a number, 0 where the buffer does not hold them all.
+// Returns the eight bytes at `pos` as a number, 0 if the buffer does not hold them all.
 std::uint64_t wordAt(const char* bytes, std::size_t len, std::size_t pos)
 {
     return pos + sizeof(std::uint64_t) <= len ? le::load<std::uint64_t>(bytes + pos) : 0;
@@ -33,7 +33,7 @@ std::size_t tPackageSplitter::split(const char* bytes, std::size_t len)
     std::size_t pos = 0;
     while (len - pos >= cPackageOverhead && m_sink.GoOn())
     {
-        const std::size_t done = step(bytes + pos, len - pos);
+        const std::size_t done = parseOne(bytes + pos, len - pos);
         if (done == 0)
             break;
         pos += done;
@@ -41,27 +41,27 @@ std::size_t tPackageSplitter::split(const char* bytes, std::size_t len)
     return pos;
 }
 
-// One thing at the start of the bytes: how many of them it was, 0 for a package that is not complete yet.
-std::size_t tPackageSplitter::step(const char* bytes, std::size_t len)
+// Parses one item at the start of the bytes. Returns its length, 0 for a package that is not complete yet.
+std::size_t tPackageSplitter::parseOne(const char* bytes, std::size_t len)
 {
     if (startsWith(bytes, cPackageHeadMark, cPackageMarkSize))
-        return stepPackage(bytes, len);
+        return takePackage(bytes, len);
     if (startsWith(bytes, cHeartbeatMark, cHeartbeatMarkSize))
-        return stepHeartbeat();
-    return stepToNextHead(bytes, len);
+        return skipHeartbeat();
+    return skipToNextHead(bytes, len);
 }
 
-std::size_t tPackageSplitter::stepPackage(const char* bytes, std::size_t len)
+std::size_t tPackageSplitter::takePackage(const char* bytes, std::size_t len)
 {
     const std::size_t payloadLen = le::load<std::uint16_t>(bytes + offsetof(tRadarMsgPackage, msgLen));
     const std::size_t total = packageSize(payloadLen);
     const std::size_t endPos = total - cPackageMarkSize;
     if (total > cMaxStreamPackage)  // longer than a stream can carry: its length field is damaged
-        return stepBadEnd(wordAt(bytes, len, endPos), len);
+        return skipBadEnd(wordAt(bytes, len, endPos), len);
     if (len < total)
         return 0;
     if (!startsWith(bytes + endPos, cPackageEndMark, cPackageMarkSize))
-        return stepBadEnd(wordAt(bytes, len, endPos), len);
+        return skipBadEnd(wordAt(bytes, len, endPos), len);
     deliver(bytes, total);
     return total;
 }
@@ -70,13 +70,13 @@ void tPackageSplitter::deliver(const char* package, std::size_t len)
 {
     const auto received = le::load<std::uint32_t>(package + offsetof(tRadarMsgPackage, packCnt));
     const std::uint32_t resets = m_expected.resets();
-    meet(received, resets);
+    checkNumber(received, resets);
     m_sink.OnPackage(package, len);
     m_expected.store(received + 1, resets);
 }
 
-// Continues with the received number where another one was expected, so that a gap is reported once.
-void tPackageSplitter::meet(std::uint32_t received, std::uint32_t resets)
+// Continues with the received number after a gap, so that the gap is reported once.
+void tPackageSplitter::checkNumber(std::uint32_t received, std::uint32_t resets)
 {
     const std::uint32_t expected = m_expected.numberSince(resets);
     if (expected == received)
@@ -88,20 +88,20 @@ void tPackageSplitter::meet(std::uint32_t received, std::uint32_t resets)
 }
 
 // Only the smallest possible package is skipped, not the claimed one: its length may be what is damaged.
-std::size_t tPackageSplitter::stepBadEnd(std::uint64_t end, std::size_t len)
+std::size_t tPackageSplitter::skipBadEnd(std::uint64_t end, std::size_t len)
 {
     print("\t *** bad end %llX remain_size %d ***\r\n", static_cast<unsigned long long>(end), static_cast<int>(len));
     return cPackageOverhead;
 }
 
-std::size_t tPackageSplitter::stepHeartbeat()
+std::size_t tPackageSplitter::skipHeartbeat()
 {
     print("... Client ID:%d HeartBeat!\r\n", m_sink.Id());
     return cHeartbeatSize;
 }
 
-// Without another head everything goes, the first part of a head cut in two included.
-std::size_t tPackageSplitter::stepToNextHead(const char* bytes, std::size_t len)
+// Without another head everything is dropped, the first part of a head cut in two included.
+std::size_t tPackageSplitter::skipToNextHead(const char* bytes, std::size_t len)
 {
     char text[cPackageMarkSize + 1] = {};
     std::memcpy(text, bytes, cPackageMarkSize);

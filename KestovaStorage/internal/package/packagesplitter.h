@@ -1,8 +1,7 @@
-// tPackageSplitter: cuts packages out of a byte stream and finds its way again after damage.
+// tPackageSplitter: cuts packages out of a byte stream and resynchronises after damage.
 //
-// Shapes   split() takes contiguous bytes and returns how many of them it is done with; the caller puts the rest,
-// always
-//          less than 64 KiB, in front of what comes next. Packages are handed over in place.
+// Shapes   split() takes contiguous bytes and returns the number of bytes consumed. The caller puts the rest, always
+//          less than 64 KiB, in front of the next bytes. Packages are delivered in place.
 // Owner    the sink outlives the splitter.
 // Threads  split() on one thread; count() and resetCount() on any, the sink's calls included.
 #ifndef KESTOVA_STORAGE_PACKAGE_PACKAGESPLITTER_H
@@ -21,18 +20,18 @@ public:
     virtual void OnPackage(const char* package, std::size_t len) = 0;  // whole: head to end marker
     virtual void OnLine(const char* text) = 0;                         // a console line, its end included
     virtual int Id() const = 0;                                        // the identity that heartbeat lines show
-    virtual bool GoOn() const = 0;                                     // false: split() returns where it is
+    virtual bool GoOn() const = 0;                                     // false: split() returns early
 };
 
 // The number that the next package should have. It follows the sender's numbering, and a reset wins over a package that
-// is being handed over: a number counts only while no reset came since the one that it was stored under.
+// is being delivered: a number is valid only while no reset follows the one that it was stored under.
 class tExpectedNumber
 {
 public:
     std::uint32_t number() const { return numberSince(m_resets); }
     void reset() { ++m_resets; }
 
-    // The splitting thread's.
+    // For the splitting thread.
     std::uint32_t resets() const { return m_resets; }
     std::uint32_t numberSince(std::uint32_t resets) const
     {
@@ -54,20 +53,20 @@ class tPackageSplitter
 public:
     explicit tPackageSplitter(iSplitterSink& sink) : m_sink(sink) {}
 
-    // Handles what `bytes` holds and returns the number of bytes that are done with.
+    // Parses `bytes` and returns the number of bytes consumed.
     std::size_t split(const char* bytes, std::size_t len);
 
     std::uint32_t count() const { return m_expected.number(); }
     void resetCount() { m_expected.reset(); }
 
 private:
-    std::size_t step(const char* bytes, std::size_t len);
-    std::size_t stepPackage(const char* bytes, std::size_t len);
-    std::size_t stepBadEnd(std::uint64_t end, std::size_t len);
-    std::size_t stepHeartbeat();
-    std::size_t stepToNextHead(const char* bytes, std::size_t len);
+    std::size_t parseOne(const char* bytes, std::size_t len);
+    std::size_t takePackage(const char* bytes, std::size_t len);
+    std::size_t skipBadEnd(std::uint64_t end, std::size_t len);
+    std::size_t skipHeartbeat();
+    std::size_t skipToNextHead(const char* bytes, std::size_t len);
     void deliver(const char* package, std::size_t len);
-    void meet(std::uint32_t received, std::uint32_t resets);
+    void checkNumber(std::uint32_t received, std::uint32_t resets);
     template <typename... tArgs>
     void print(const char* format, tArgs... args);
 

@@ -15,22 +15,22 @@ void tParseWorker::receive(const char* bytes, std::size_t len)
     m_buffer.append(bytes, len);
 }
 
-tParseWorker::tCopying::tCopying(tParseWorker& worker) : m_stream(worker)
+tParseWorker::tCopying::tCopying(tParseWorker& worker) : m_worker(worker)
 {
-    const auto held = m_stream.m_worker.lock();
-    m_stream.m_copying = true;
+    const auto held = m_worker.m_worker.lock();
+    m_worker.m_copying = true;
 }
 
 tParseWorker::tCopying::~tCopying()
 {
-    auto held = m_stream.m_worker.lock();
-    m_stream.m_copying = false;
-    if (m_stream.m_turn != eTurn::eWaiting || m_stream.m_buffer.empty())
+    auto held = m_worker.m_worker.lock();
+    m_worker.m_copying = false;
+    if (m_worker.m_parserState != eParserState::eWaiting || m_worker.m_buffer.empty())
         return;
-    m_stream.m_buffer.take();
-    m_stream.m_turn = eTurn::eHanded;
+    m_worker.m_buffer.take();
+    m_worker.m_parserState = eParserState::eHanded;
     held.unlock();
-    m_stream.m_worker.notify();
+    m_worker.m_worker.notify();
 }
 
 void tParseWorker::clear()
@@ -38,11 +38,11 @@ void tParseWorker::clear()
     const std::lock_guard receiving(m_receiveMutex);
     const auto held = m_worker.lock();
     m_buffer.clear();
-    if (m_turn != eTurn::eHanded)
+    if (m_parserState != eParserState::eHanded)
         return;
     m_buffer.takeBack();
-    m_buffer.cutBackParsed();  // it sleeps on, and would not do so itself
-    m_turn = eTurn::eWaiting;
+    m_buffer.shrinkParsed();  // the thread keeps waiting and would not do it itself
+    m_parserState = eParserState::eWaiting;
 }
 
 void tParseWorker::run()
@@ -51,7 +51,7 @@ void tParseWorker::run()
     {
         const std::size_t done = m_parser(m_buffer.bytes(), m_buffer.len());
         if (m_buffer.len() - done > tReceiveBuffer::cHeadroom)
-            return;  // a parser that ended before its bytes did
+            return;  // the parser ended before its bytes
         m_buffer.done(done);
     }
 }
@@ -61,12 +61,12 @@ bool tParseWorker::waitForBytes()
     auto held = m_worker.lock();
     if (takeBytes())
         return m_worker.running();
-    cutBack(held);
+    shrinkBuffer(held);
     if (takeBytes())
         return m_worker.running();
-    m_turn = eTurn::eWaiting;
-    const bool running = m_worker.wait(held, [this] { return m_turn == eTurn::eHanded; });
-    m_turn = eTurn::eBusy;
+    m_parserState = eParserState::eWaiting;
+    const bool running = m_worker.wait(held, [this] { return m_parserState == eParserState::eHanded; });
+    m_parserState = eParserState::eBusy;
     return running;
 }
 
@@ -79,13 +79,13 @@ bool tParseWorker::takeBytes()
 }
 
 // Before a sleep; the kernel needs long to free large regions, so that is done without the lock.
-void tParseWorker::cutBack(tWorker::tLock& held)
+void tParseWorker::shrinkBuffer(tWorker::tLock& held)
 {
     if (m_copying || m_buffer.memory() <= tReceiveBuffer::cKeptSize)
         return;
-    tByteRegion unneeded = m_buffer.cutBackReceived();
+    tByteRegion surplus = m_buffer.shrinkReceived();
     held.unlock();
-    unneeded.resize(0);
-    m_buffer.cutBackParsed();
+    surplus.resize(0);
+    m_buffer.shrinkParsed();
     held.lock();
 }

@@ -15,11 +15,11 @@ constexpr std::size_t cMaxOpenFiles = 64;
 
 void tOpenedFiles::open(const std::string& path, const std::string& suffix, const tCancelled& cancelled)
 {
-    const paths::eKind kind = paths::kindOf(path);
+    const paths::ePathKind kind = paths::kindOf(path);
     std::set<std::string> found;
-    if (kind == paths::eKind::eFile)
+    if (kind == paths::ePathKind::eFile)
         found.insert(path);
-    else if (kind == paths::eKind::eFolder)
+    else if (kind == paths::ePathKind::eFolder)
         paths::listFolder(path, found, true, suffix);
     for (const std::string& file : found)
     {

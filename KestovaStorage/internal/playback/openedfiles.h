@@ -1,10 +1,10 @@
-// tOpenedFiles: the files of one replay, their play order, and the bytes of a segment when it is due.
+// tOpenedFiles: the files of one replay, their play order, and the bytes of their segments.
 //
-// Owner    owns the files' indexes, buffers that grow to the longest segment met, and a bounded number of descriptors
+// Owner    owns the files' indexes, buffers that grow to the longest segment read, and a bounded number of descriptors
 //          and decoders: thousands of files can be open at once.
 // Threads  starts none and locks nothing.
-// Errors   files that cannot be read or are no data files are left out; a segment that cannot be read
-//          costs only itself.
+// Errors   files that cannot be read or are no data files are left out; read() returns no value for a segment that
+//          cannot be read.
 #ifndef KESTOVA_STORAGE_PLAYBACK_OPENEDFILES_H
 #define KESTOVA_STORAGE_PLAYBACK_OPENEDFILES_H
 

@@ -12,7 +12,7 @@ namespace
 using namespace std::chrono_literals;
 
 constexpr auto cTick = 1ms;
-constexpr std::uint64_t cFarTicks = 90'000'000'000;  // years: later is never
+constexpr std::uint64_t cFarTicks = 90'000'000'000;  // years: limits the wait
 
 std::uint64_t saturatedAdd(std::uint64_t a, std::uint64_t b)
 {
@@ -59,7 +59,7 @@ double progressOf(std::uint64_t key, std::uint64_t first, std::uint64_t last)
     return static_cast<double>(std::clamp(key, first, last) - first) / static_cast<double>(last - first);
 }
 
-// The first tick comes at once.
+// The first tick is due at once.
 void tPlayClock::start(std::uint64_t position, tTime now)
 {
     m_position = saturatedAdd(position, step());

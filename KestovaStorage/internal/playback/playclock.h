@@ -1,8 +1,8 @@
 // tPlayClock: the play position as a function of time.
 //
 // The play position counts in segment keys (65,536 a millisecond). It moves in ticks: each adds one millisecond of the
-// recording (a fast factor N: N milliseconds) and lasts one millisecond (a slow divisor M: 1 + M milliseconds). Ticks
-// are due at fixed times, however late the one before was noticed: playing neither drifts nor falls behind.
+// recording (a fast factor N: N milliseconds) and lasts one millisecond (a slow divisor M: 1 + M milliseconds). Tick
+// times are absolute, however late a tick is noticed: playing neither drifts nor falls behind.
 //
 // Threads  none; the owner's lock guards it. Times are steady and given from outside.
 #ifndef KESTOVA_STORAGE_PLAYBACK_PLAYCLOCK_H
@@ -20,10 +20,10 @@ struct tReplaySpeed
 };
 tReplaySpeed speedFor(double rate);
 
-// The key at which to start for a fraction of the span from `first` to `last`. Fractions below 0 and above 1 lead
-// outside the span; no number counts as 0.
+// Returns the key at which to start for a fraction of the span from `first` to `last`. Fractions below 0 and above 1
+// lead outside the span; NaN counts as 0.
 std::uint64_t startKeyFor(double fraction, std::uint64_t first, std::uint64_t last);
-// A key's place in the span, 0.0 to 1.0; 1.0 if the span is a single key.
+// Returns the place of a key in the span, 0.0 to 1.0; 1.0 if the span is a single key.
 double progressOf(std::uint64_t key, std::uint64_t first, std::uint64_t last);
 
 class tPlayClock
@@ -37,9 +37,9 @@ public:
     bool paused() const { return m_paused; }
 
     std::uint64_t position(tTime now) const;
-    // When the position reaches `key`; a past time if it has. Only while not paused.
+    // Returns when the position reaches `key`; a past time if it has. Only while not paused.
     tTime dueTime(std::uint64_t key) const;
-    // Goes on from `now`: what a long stall delayed does not come in a burst.
+    // Continues from `now`, so that segments delayed by a long stall are not played in a burst.
     void forgetDelay(tTime now, tTime due);
 
 private:

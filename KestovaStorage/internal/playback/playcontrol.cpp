@@ -66,7 +66,7 @@ bool tPlayControl::carryOut(const tCommand& command)
     return execute(command);
 }
 
-// What is not possible now is refused now.
+// Returns false for what is not possible now.
 bool tPlayControl::defer(const tCommand& command)
 {
     {
@@ -133,10 +133,10 @@ void tPlayControl::doClose()
     std::deque<tCommand> forgotten;  // its observers are released without the lock
     const tWorker::tLock held = m_player.lock();
     if (!m_player.isSelf())
-        forgotten.swap(m_deferred);  // asked for before this close
+        forgotten.swap(m_deferred);  // deferred before this close
 }
 
-// Finding something to carry out and taking the turn for it are one step.
+// Finding a command and taking the turn for it are one step, under the lock.
 bool tPlayControl::takeTurn()
 {
     const bool taken = ready();
@@ -144,7 +144,7 @@ bool tPlayControl::takeTurn()
     return taken;
 }
 
-// Carries out the first command in any case, and more until another thread wants the turn.
+// Carries out the first command in any case, and more until another thread waits for the turn.
 void tPlayControl::run()
 {
     for (bool more = true; more;)

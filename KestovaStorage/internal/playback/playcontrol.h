@@ -1,4 +1,4 @@
-// tPlayControl: the replaying half of a storage object: who may open, stop, jump or close, and when.
+// tPlayControl: the replaying half of a storage object: serialises open, stop, jump and close.
 //
 // Threads  any. open(), stop(), jump() and close() take turns. From inside a callback they are deferred: the player's
 //          thread carries them out as soon as the callback has returned. pause() and setSpeed() never wait.
@@ -25,7 +25,7 @@ public:
     tPlayControl(const tPlayControl&) = delete;
     tPlayControl& operator=(const tPlayControl&) = delete;
 
-    // Keeps the observer until it is called no more: until another is opened or everything is closed.
+    // Keeps the observer until another path is opened or everything is closed.
     bool open(const std::string& path, tObserver observer);
     bool stop();
     bool jump(double fraction);
@@ -65,7 +65,7 @@ private:
     std::condition_variable m_turnFree;  // with the player's lock: m_busy was cleared
     // guarded by the player's lock
     bool m_busy = false;              // a thread has the turn
-    unsigned int m_waiters = 0;       // they go first: an observer that always asks for more must not shut them out
+    unsigned int m_waiters = 0;       // they go first, so that an observer that always defers more cannot starve them
     std::deque<tCommand> m_deferred;  // from inside callbacks
 
     tPlayer m_player;

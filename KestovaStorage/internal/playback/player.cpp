@@ -15,7 +15,7 @@ namespace
 {
 using namespace std::chrono_literals;
 
-// A segment delivered so much too late was held up by a stall: playing goes on from there.
+// A delivery this late means a stall: playing continues from there without catching up.
 constexpr auto cLongStall = 500ms;
 constexpr unsigned long cTimerSlack_ns = 1;
 }  // namespace
@@ -114,7 +114,7 @@ void tPlayer::leaveStopped()
 {
     const tWorker::tLock held = lock();
     m_active = m_hold = m_stopFlag = false;
-    m_clock.setPaused(false, tWorker::tClock::now());  // a pause that came during the stop ends with it
+    m_clock.setPaused(false, tWorker::tClock::now());  // a pause set during the stop ends with it
 }
 
 void tPlayer::setStart(double fraction)
@@ -186,7 +186,7 @@ void tPlayer::openFiles()
     play();
 }
 
-// Everything is being closed, or something else opened.
+// Returns whether opening was cancelled: everything is being closed, or another path opened.
 bool tPlayer::openingIsOver() const
 {
     const tWorker::tLock held = lock();
@@ -211,8 +211,8 @@ void tPlayer::reportSpan()
     m_observer.through([=](iDataReadReplayObserver& observer) { observer.UpdateDataTimeSpan(first, last); });
 }
 
-// Plays from m_startKey to the end, or until it must leave. A start behind the last segment begins with the first one;
-// all of them are due then.
+// Plays from m_startKey to the end, or until it must leave. A start behind the last segment plays all of them without
+// waiting.
 void tPlayer::play()
 {
     {
@@ -253,7 +253,7 @@ void tPlayer::leave(bool more)
     m_ended.notify_all();
 }
 
-// Waits until the segment is due; false if playing must be left before. Segments of one millisecond are due together:
+// Waits until the segment is due; returns false if playing ends before. Segments of one millisecond are due together:
 // by their keys the first would come a tick before the others.
 bool tPlayer::waitFor(std::uint64_t key)
 {

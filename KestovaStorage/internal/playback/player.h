@@ -2,9 +2,9 @@
 //
 // Threads  one; it starts with the first startOpening() and lives as long as the object. Statuses are reported on the
 //          thread that calls report(), the span and segments on the player's. pause(), setSpeed() and inside() may be
-//          called from any thread; the steps of control by whoever has the turn (see tPlayControl).
-// Locks    lock() guards all state. The files belong to the player's thread while it opens or plays, and to whoever
-//          has the turn while it does not. No lock is held during a callback.
+//          called from any thread; the steps of control only by the thread that has the turn (see tPlayControl).
+// Locks    lock() guards all state. The files belong to the player's thread while it opens or plays, and otherwise to
+//          the thread that has the turn. No lock is held during a callback.
 #ifndef KESTOVA_STORAGE_PLAYBACK_PLAYER_H
 #define KESTOVA_STORAGE_PLAYBACK_PLAYER_H
 
@@ -27,10 +27,10 @@ namespace storage
 class iDeferredCommands
 {
 public:
-    virtual bool waiting() const = 0;  // there are some: no segment is delivered meanwhile
+    virtual bool waiting() const = 0;  // some are queued: no segment is delivered meanwhile
     virtual bool ready() const = 0;    // they can be carried out now
     virtual bool takeTurn() = 0;       // takes the turn for them, if ready()
-    virtual void run() = 0;            // carries them out and gives the turn back
+    virtual void run() = 0;            // carries them out and releases the turn
 
 protected:
     ~iDeferredCommands() = default;
@@ -45,10 +45,10 @@ public:
         : m_specifySuffix(specifySuffix), m_deferred(deferred)
     {}
 
-    bool pause(bool pause);  // false unless active
+    bool pause(bool pause);  // returns false unless active
     void setSpeed(double rate);
     std::uint64_t unreadCnt() const { return m_unreadCnt; }  // segments that were due and could not be read
-    bool inside() const { return m_observer.inside(); }      // the calling thread is inside a callback
+    bool inside() const { return m_observer.inside(); }      // returns whether the calling thread is inside a callback
     void report(eReplayStatus status);
 
     tWorker::tLock lock() const { return m_thread.lock(); }
@@ -63,13 +63,13 @@ public:
     // Opens `path` and plays it from the start. Keeps the observer until close().
     void startOpening(const std::string& path, const tObserver& observer);
     void cancelOpening();            // returns when opening has ended
-    bool hold();                     // delivers nothing from here on; false unless active
-    void endPlaying();               // reports that playing has ended, if it had not
+    bool hold();                     // stops delivery; returns false unless active
+    void endPlaying();               // reports the end of playing, unless it has ended already
     void leaveStopped();             // after endPlaying(): not active any more
-    void setStart(double fraction);  // active again, and to begin there
-    void startPlaying();             // begins
-    void close();                    // lets go of observer and files
-    void end() { m_thread.stop(); }  // of the thread, for good
+    void setStart(double fraction);  // active again; playing will start there
+    void startPlaying();
+    void close();                    // releases observer and files
+    void end() { m_thread.stop(); }  // joins the thread
 
 private:
     enum class eJob
@@ -109,7 +109,7 @@ private:
     bool m_playing = false;        // the thread plays, or is about to
     bool m_hold = false;           // a stop has begun: nothing is delivered
     bool m_stopFlag = false;       // playing is to end
-    std::uint64_t m_startKey = 0;  // where it is to begin
+    std::uint64_t m_startKey = 0;  // start of playing
     tPlayClock m_clock;
     unsigned int m_clockChanges = 0;  // how often speed or pause were set
 

@@ -27,7 +27,7 @@ std::size_t firstNotBefore(tIndex index, std::uint64_t time)
     return static_cast<std::size_t>(place - index.begin());
 }
 
-// How many records share the time that most records of an unsorted index have.
+// Returns the largest number of records with equal times in an unsorted index.
 std::size_t longestRunSorted(tIndex index)
 {
     std::vector<std::uint64_t> times(index.size());
@@ -47,7 +47,7 @@ std::size_t longestRunSorted(tIndex index)
 class tUsedKeys
 {
 public:
-    // Takes the first free key not below `key`; nothing if the keys have run out.
+    // Takes the first free key not below `key`; returns no value if the keys have run out.
     std::optional<std::uint64_t> take(std::uint64_t key)
     {
         auto after = m_ranges.upper_bound(key);  // first range that begins behind `key`
@@ -90,7 +90,7 @@ void tTimeline::clear()
     *this = tTimeline();
 }
 
-// Whether some millisecond might hold more segments than it has keys.
+// Returns whether some millisecond might hold more segments than it has keys.
 bool tTimeline::mayOverflow()
 {
     std::size_t most = 0;
@@ -112,8 +112,8 @@ void tTimeline::sortFiles()
     }
 }
 
-// Gives every segment its key in the order of opening: neighbours of equal time count up, and a key in use gives way
-// to the next free one.
+// Gives every segment its key in the order of opening: neighbours of equal time count up, and a key in use is replaced
+// by the next free one.
 void tTimeline::writeKeysOut(const tCancelled& cancelled)
 {
     tUsedKeys used;

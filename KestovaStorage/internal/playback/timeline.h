@@ -2,7 +2,7 @@
 //
 // Every segment has a key of 64 bits: its time in ms shifted left by 16, plus its place among the segments of that
 // time in the order of opening (files in the order given, records in the order of recording). If one millisecond
-// holds more than 65,536 segments, the rest takes the next free keys.
+// holds more than 65,536 segments, the others get the next free keys.
 //
 // Shapes   the files' indexes stay the arrays they are and are merged while they are walked: nothing is kept per
 //          segment. Only if a millisecond might overflow, every key is written out, in 16 bytes a segment.
@@ -73,7 +73,7 @@ public:
         std::size_t m_place = 0;       // in the written-out keys
         std::vector<tHead> m_heads;    // a heap, the earliest on top
         std::uint64_t m_time = 0;      // of the segment before
-        std::uint64_t m_sameTime = 0;  // how many segments of that time came so far
+        std::uint64_t m_sameTime = 0;  // segments of that time so far
     };
 
 private:

@@ -13,9 +13,9 @@ namespace
 {
 using tSources = std::vector<std::unique_ptr<iDatagramSource>>;
 
-// A source ends when the callback it is in has returned. Each has a thread to wait on, so that many slow callbacks
-// take no longer than the slowest.
-void endAll(tSources sources)
+// Destroying a source waits for its callback. Each one gets a thread, so that many slow callbacks take no longer than
+// the slowest.
+void destroyAll(tSources sources)
 {
     std::vector<std::thread> waiting;
     waiting.reserve(sources.size());
@@ -45,7 +45,7 @@ tGroupRow rowOf(const tRadarGroup& group)
 void tGroupReceivers::open(const std::vector<tRadarGroup>& groups, std::uint32_t localIp)
 {
     close();
-    tTable table{groups, {}};
+    tGroupTable table{groups, {}};
     std::transform(groups.begin(), groups.end(), std::back_inserter(table.rows), rowOf);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -66,8 +66,8 @@ bool tGroupReceivers::close()
         const std::lock_guard<std::mutex> lock(m_mutex);
         ending.swap(m_sources);
     }
-    endAll(std::move(ending));  // their last callbacks use the table
-    tTable left;
+    destroyAll(std::move(ending));  // their last callbacks use the table
+    tGroupTable left;
     const std::lock_guard<std::mutex> lock(m_mutex);
     std::swap(left, m_recSockInfo);
     return !left.groups.empty();

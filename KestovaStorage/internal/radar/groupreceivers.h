@@ -1,13 +1,12 @@
 // tGroupReceivers: the groups a recorder has joined, one source of datagrams a group.
 //
-// Shapes   the table of groups is built whole and in place before the first source opens, so that every datagram
-//          finds its row; sources end before the table goes, so that none that was received is turned away.
+// Shapes   the table of groups is built whole and in place before the first source opens, and cleared after the last
+//          one has ended, so that every datagram finds its row.
 // Owner    owns the sources; listener and transport outlive it.
-// Threads  open() and close() one at a time, never from inside a callback of the listener: they wait for it. find()
-//          and states() from any thread, inside a callback too. The lock is held for moments only, never while a
-//          source is opened or destroyed. (Copying a row out under the lock costs half of what handing out a share of
-//          the table does.)
-// Errors   a group that cannot be joined keeps its row and states() shows it; the reason is on standard error.
+// Threads  open() and close() one at a time, never from inside a callback of the listener: they wait for it. find() and
+//          states() from any thread, inside a callback too. The lock is never held while a source is opened or
+//          destroyed. (Copying a row out under the lock costs half of what handing out a share of the table does.)
+// Errors   a group that cannot be joined keeps its row and states() shows it; the error is reported on standard error.
 #ifndef KESTOVA_STORAGE_RADAR_GROUPRECEIVERS_H
 #define KESTOVA_STORAGE_RADAR_GROUPRECEIVERS_H
 
@@ -48,17 +47,17 @@ public:
 
     // Joins `groups`, each address once in it, on the interface with this address. What was open is closed first.
     void open(const std::vector<tRadarGroup>& groups, std::uint32_t localIp);
-    // Leaves all groups; whether there were any. No call to the listener is under way afterwards.
+    // Leaves all groups; returns whether there were any. No call to the listener is under way afterwards.
     bool close();
 
-    // The row of a joined group; false for an address that is none.
+    // Copies the row of a joined group; returns false for any other address.
     bool find(const NetAddress& address, tGroupRow& row) const;
-    // Every joined group, in the order of open(); none while they are being joined or left.
+    // Returns every joined group, in the order of open(); none while they are being joined or left.
     std::vector<tGroupState> states() const;
 
 private:
     using tSources = std::vector<std::unique_ptr<iDatagramSource>>;
-    struct tTable
+    struct tGroupTable
     {
         std::vector<tRadarGroup> groups;
         std::vector<tGroupRow> rows;  // one a group
@@ -68,8 +67,8 @@ private:
     net::iDatagramListener* const m_listener;
     iTransport& m_transport;
     mutable std::mutex m_mutex;
-    tTable m_recSockInfo;  // guarded by m_mutex
-    tSources m_sources;    // guarded by m_mutex; one a group, null where it could not be opened
+    tGroupTable m_recSockInfo;  // guarded by m_mutex
+    tSources m_sources;         // guarded by m_mutex; one a group, null if it could not be opened
 };
 }  // namespace Kestova
 

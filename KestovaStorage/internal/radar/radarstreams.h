@@ -30,11 +30,11 @@ struct tRadarGroup
     int recBuffSize;
 };
 
-// The address of eMultiRadarServiceGroup, made once: asked at every datagram.
+// The address of eMultiRadarServiceGroup, made once: compared with every datagram's.
 const NetAddress& serviceGroup();
 
-// The groups to join for the stream kinds `types` of a radar, in their order, then the service groups. A kind without
-// an address is left out, and so is a group that another kind has already.
+// Returns the groups to join for the stream kinds `types` of a radar, in their order, then the service groups. A kind
+// without an address is left out, and so is a group that another kind has already.
 std::vector<tRadarGroup> radarGroups(const RadarAddress& radar, const std::vector<eReadWriteType>& types);
 }  // namespace Kestova
 

@@ -20,7 +20,7 @@ tServiceQuery::tServiceQuery(tTiming timing) : m_timing(timing)
 {
     m_multiRadarQueryThread.start([this] {
         while (m_multiRadarQueryThread.sleepFor(m_timing.period))
-            ask(std::chrono::steady_clock::now());
+            queryIfSilent(std::chrono::steady_clock::now());
     });
 }
 
@@ -30,7 +30,7 @@ void tServiceQuery::setSink(std::unique_ptr<iDatagramSink> sink)
     m_querySender.swap(sink);
 }
 
-bool tServiceQuery::ask(tServiceSilence::tTime now)
+bool tServiceQuery::queryIfSilent(tServiceSilence::tTime now)
 {
     if (!m_silence.lasts(now, m_timing.silence))
         return false;

@@ -1,4 +1,4 @@
-// Keeps the multi-radar service alive: asks it to report when it has been silent.
+// Keeps the multi-radar service alive: sends it a query when it has been silent.
 //
 // Units    a steady clock, so that a wall clock set by GPS neither hides nor feigns silence.
 // Threads  tServiceQuery runs one thread for its whole life; every operation may be called from any thread.
@@ -23,7 +23,7 @@ public:
     using tTime = std::chrono::steady_clock::time_point;
 
     void heard(tTime now) { m_serviceRecTime = now.time_since_epoch().count(); }
-    // Whether at least `duration` has passed since.
+    // Returns whether at least `duration` has passed since.
     bool lasts(tTime now, std::chrono::milliseconds duration) const;
 
 private:
@@ -36,8 +36,8 @@ class tServiceQuery
 public:
     struct tTiming
     {
-        std::chrono::milliseconds period{5000};   // how often the silence is looked at
-        std::chrono::milliseconds silence{6000};  // how long it lasts before the service is asked
+        std::chrono::milliseconds period{5000};   // how often the silence is checked
+        std::chrono::milliseconds silence{6000};  // how long it lasts before a query is sent
     };
 
     tServiceQuery() : tServiceQuery(tTiming()) {}
@@ -45,12 +45,12 @@ public:
     ~tServiceQuery() { stop(); }
 
     void heard() { m_silence.heard(std::chrono::steady_clock::now()); }
-    // Where queries go; null for nowhere. After the return nothing is sent through the sink before it.
+    // Sets the sink for queries; null for none. After it has returned nothing is sent through the former sink.
     void setSink(std::unique_ptr<iDatagramSink> sink);
     // Sends one query if the service has been silent for long enough at `now` and there is a sink; returns whether it
     // did.
-    bool ask(tServiceSilence::tTime now);
-    // Ends the thread; nothing is sent any more but by ask().
+    bool queryIfSilent(tServiceSilence::tTime now);
+    // Ends the thread; afterwards only queryIfSilent() sends.
     void stop() { m_multiRadarQueryThread.stop(); }
 
 private:

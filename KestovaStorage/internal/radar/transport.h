@@ -1,12 +1,12 @@
-// The way to and from the network: sources and sinks of datagrams, and the transport that opens them.
+// The network: sources and sinks of datagrams, and the transport that opens them.
 //
 // Shapes   UDP is the default, in udptransport.cpp. Another transport is a file of its own beside it, passed to
 //          those who open sources or sinks, or returned by defaultTransport().
 // Owner    a transport outlives what it opened; a listener outlives its source.
 // Threads  any. A source calls its listener on a thread of its own, once a datagram, and no more after its destruction,
 //          which waits for a call under way.
-// Errors   std::system_error leaves openSource() where there is no thread to receive on. Other failures are reported
-//          once on standard error by what could not be opened, which stays silent then.
+// Errors   openSource() throws std::system_error if no receive thread can be started. Other errors are reported once on
+//          standard error by the source or sink that failed to open, which then receives or sends nothing.
 #ifndef KESTOVA_STORAGE_RADAR_TRANSPORT_H
 #define KESTOVA_STORAGE_RADAR_TRANSPORT_H
 
@@ -26,12 +26,12 @@ public:
     virtual net::tUdpReceiverCounters counters() const = 0;
 };
 
-// One destination. Receivers on this machine hear what is sent, too.
+// One destination. Receivers on this machine get the datagrams, too.
 class iDatagramSink
 {
 public:
     virtual ~iDatagramSink() = default;
-    virtual bool send(const char* data, int len) = 0;  // whether it went out; does not wait
+    virtual bool send(const char* data, int len) = 0;  // returns whether it was sent; does not wait
 };
 
 class iTransport

@@ -29,13 +29,13 @@ public:
     tCompressionQueue(const tCompressionQueue&) = delete;
     tCompressionQueue& operator=(const tCompressionQueue&) = delete;
 
-    // An encoder for the segments of a file that is about to be recorded.
+    // Returns an encoder for the segments of a file that is about to be recorded.
     static std::unique_ptr<iSegmentEncoder> newEncoder();
 
-    // The file at `path` is finished, and `encoder` has counted all of its segments.
+    // Queues the file at `path`, which is finished and all of whose segments `encoder` has counted.
     void add(const std::string& path, std::unique_ptr<iSegmentEncoder> encoder);
     std::uint32_t pending() const;  // files that wait or are being compressed
-    // Ends the compression under way and drops what waits: these files stay plain.
+    // Cancels the compression under way and drops the waiting jobs: these files stay plain.
     void cancel();
 
 private:

@@ -1,6 +1,5 @@
 #include "KestovaStorage/internal/recording/filerecorder.h"
 
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <new>
@@ -8,8 +7,6 @@
 #include <utility>
 
 #include "KestovaStorage/internal/buffers/segmentsource.h"
-#include "KestovaStorage/internal/datafile/naming.h"
-#include "KestovaStorage/internal/disk/paths.h"
 
 namespace storage
 {
@@ -19,42 +16,25 @@ using namespace std::chrono_literals;
 using utils::time::tTimeParser;
 
 constexpr auto cFlushPeriod = 30s;
-// After a batch the writer lets segments gather for so long, so that a steady stream costs its producer no wake-up; a
-// backlog of so many bytes ends that early.
+// After a batch the writer lets segments gather, so that a steady stream costs its producer no wake-up; a backlog of
+// cGatherBytes ends that early.
 constexpr auto cGatherTime = 1ms;
 constexpr std::size_t cGatherBytes = tSegmentBlock::cDefaultSize / 2;
 constexpr std::size_t cWarmBlocks = 4;
-// Longer segments are copied before the queue is locked, so that producers do not hold each other up.
+// Longer segments are copied before the queue is locked, so that producers do not delay each other.
 constexpr std::size_t cCopyUnderLock = 16 * 1024;
-
-constexpr char cFallbackRoot[] = "./RadarDataStorage";
-
-std::string storageRoot(std::string path)
-{
-    if (path.empty())
-        return path;
-    paths::normalize(path);
-    if (paths::makeFolders(path))
-        return path;
-    // Kept: without a final "/", so that recording folders are named ./RadarDataStorageData_...
-    paths::makeFolders(cFallbackRoot);
-    return cFallbackRoot;
-}
 }  // namespace
 
 tFileRecorder::tFileRecorder(const std::string& storageBasePath, const std::string& specifySuffix,
                              tDiskReclaimer& reclaimer)
-    : m_reclaimer(reclaimer), m_storageBasePath(storageRoot(storageBasePath)), m_specifySuffix(specifySuffix),
-      m_compressions(specifySuffix)
+    : m_series(storageBasePath, specifySuffix, reclaimer), m_compressions(specifySuffix)
 {
-    if (!m_storageBasePath.empty())
-        m_reclaimer.addRoot(this, m_storageBasePath);
     m_writeFlushThread.start([this] { flushLoop(); });
 }
 
 tFileRecorder::~tFileRecorder()
 {
-    m_reclaimer.removeRoot(this);
+    m_series.releaseRoot();
     finishWrite();
 }
 
@@ -63,8 +43,8 @@ bool tFileRecorder::createNewWritingFile(const std::string& extFileName, tTimes_
 {
     const std::lock_guard<std::mutex> control(m_controlMutex);
     finish();
-    tRequest request{extFileName, customFolderPath, compress};
-    tWritingFilePtr next = newFile(request, timestamp);
+    tFileSeries::tRequest request{extFileName, customFolderPath, compress};
+    tWritingFilePtr next = m_series.create(request, timestamp);
     if (!next)
         return false;
     m_request = std::move(request);
@@ -72,7 +52,7 @@ bool tFileRecorder::createNewWritingFile(const std::string& extFileName, tTimes_
     {
         const tWorker::tLock held = m_writeDataThread.lock();
         m_writeDataFifo.reserve(cWarmBlocks);
-        m_writerSleeps = m_hurry = false;
+        m_writerSleeps = m_skipGather = false;
     }
     if (!startWriter())
     {
@@ -106,7 +86,7 @@ void tFileRecorder::writeSegment(iSegmentSource& segment, std::size_t len, tTime
         len, timestamp, [&](char* place) { segment.write(place); }, [&](char* place) { segment.queued(place); });
 }
 
-// write(place) fills the segment; queued(place) follows under the queue's lock, with null where it is dropped.
+// write(place) fills the segment; queued(place) follows under the queue's lock, with null if it is dropped.
 template <typename tWrite, typename tQueued>
 void tFileRecorder::offer(std::size_t len, tTimes_ms timestamp, tWrite write, tQueued queued)
 {
@@ -150,10 +130,10 @@ try
             write(place = m_writeDataFifo.push(len, timestamp));
         queued(place);
         ++m_acceptedCnt;
-        const bool backlog = !m_hurry && m_writeDataFifo.bytes() >= cGatherBytes;
+        const bool backlog = !m_skipGather && m_writeDataFifo.bytes() >= cGatherBytes;
         wake = m_writerSleeps || backlog;
         m_writerSleeps = false;
-        m_hurry |= backlog;
+        m_skipGather |= backlog;
     }
     if (wake)
         m_writeDataThread.notify();
@@ -169,15 +149,15 @@ void tFileRecorder::finishWrite()
     finish();
 }
 
-// Everything queued by now is dealt with once as many segments have been dealt with as were accepted by now.
+// Everything queued by now is done once as many segments have been processed as were accepted by now.
 bool tFileRecorder::waitWriteIdle(unsigned int timeout_ms)
 {
     const auto deadline = tWorker::tClock::now() + std::chrono::milliseconds(timeout_ms);
     tWorker::tLock held = m_writeDataThread.lock();
     const std::uint64_t target = m_acceptedCnt;
-    m_hurry = true;
+    m_skipGather = true;
     m_writeDataThread.notify();
-    return m_writeDataThread.waitUntil(held, deadline, [&] { return m_dealtWithCnt >= target; });
+    return m_writeDataThread.waitUntil(held, deadline, [&] { return m_processedCnt >= target; });
 }
 
 std::string tFileRecorder::currentFileName() const
@@ -186,78 +166,7 @@ std::string tFileRecorder::currentFileName() const
     return current ? current->path : std::string();
 }
 
-// ---- starting and finishing files ----
-
-// Names and creates the next file; null, with a line on standard error, where that fails. The file before it stays.
-tFileRecorder::tWritingFilePtr tFileRecorder::newFile(const tRequest& request, tTimes_ms timestamp)
-{
-    const std::string folder = recordingFolder(request, timestamp);
-    auto next = std::make_shared<tWritingFile>();
-    next->path = folder + nextFileName(folder, request, timestamp);
-    next->mark = tDiskReclaimer::tWritingMark(m_reclaimer, next->path);
-    next->writer = newWriter(folder, next->path);
-    if (!next->writer)
-        return nullptr;
-    if (request.compress)
-    {
-        next->encoder = tCompressionQueue::newEncoder();
-        next->writer->countInto(next->encoder.get());
-    }
-    return next;
-}
-
-std::unique_ptr<tDataFileWriter> tFileRecorder::newWriter(const std::string& folder, const std::string& path)
-{
-    if (paths::exists(path))
-    {
-        errno = EEXIST;
-        std::perror("newfile already exist!\r\n");
-        return nullptr;
-    }
-    if (!paths::makeFolders(folder))
-    {
-        std::perror("newfile path mkdir failed!\r\n");
-        return nullptr;
-    }
-    std::unique_ptr<tDataFileWriter> writer = tDataFileWriter::create(path);
-    // The folder was empty until now; reclaiming may have deleted it as one that a deleted file left empty.
-    if (!writer && errno == ENOENT && paths::makeFolders(folder))
-        writer = tDataFileWriter::create(path);
-    if (!writer)
-        std::perror(path.c_str());
-    return writer;
-}
-
-std::string tFileRecorder::nextFileName(const std::string& folder, const tRequest& request, tTimes_ms timestamp)
-{
-    naming::tPaths files;
-    if (paths::exists(folder))
-        paths::listFolder(folder, files, false, m_specifySuffix);
-    const std::string label =
-        naming::storageTimLabel(timestamp, true, tTimeParser::GetCurrentTime_s(), m_storageStartTim);
-    return naming::fileName(naming::nextFileNumber(files, m_specifySuffix), label, request.extFileName,
-                            m_specifySuffix);
-}
-
-std::string tFileRecorder::recordingFolder(const tRequest& request, tTimes_ms timestamp)
-{
-    if (m_storageBasePath.empty())
-        return request.customFolderPath;
-    return m_storageBasePath + storageSubFolderName(timestamp) + "/";
-}
-
-std::string tFileRecorder::storageSubFolderName(tTimes_ms timestamp)
-{
-    if (m_storageSubFolderName.empty())
-    {
-        naming::tPaths entries;
-        paths::listFolder(m_storageBasePath, entries, false, "");
-        const std::string label =
-            naming::storageTimLabel(timestamp, false, tTimeParser::GetCurrentTime_s(), m_storageStartTim);
-        m_storageSubFolderName = naming::folderName(naming::nextFolderNumber(entries), label);
-    }
-    return m_storageSubFolderName;
-}
+// ---- the current file ----
 
 void tFileRecorder::setFile(tWritingFilePtr next)
 {
@@ -308,12 +217,12 @@ void tFileRecorder::writeLoop()
             taken = m_writeDataFifo.count();
             m_writeDataFifoSize = static_cast<std::uint32_t>(taken);
             m_writeDataFifo.take(batch);
-            m_writerSleeps = m_hurry = false;
+            m_writerSleeps = m_skipGather = false;
         }
         if (!writeBatch(batch))
             return;
         m_writeDataThread.wake([&] {
-            m_dealtWithCnt += taken;
+            m_processedCnt += taken;
             m_writeDataFifo.recycle(batch);
         });
         batch.clear();
@@ -358,13 +267,13 @@ void tFileRecorder::writeBlock(const tSegmentBlock& block)
 }
 
 // The segment that crossed the limit, of time stamp `timestamp`, stays in the old file. The next file is open before
-// the old one is finished, so that the object is without one for an instant only; where it cannot be opened the object
-// stays without a file. After a stop nothing is opened: the thread that stops the writer finishes the old file.
+// the old one is finished, so that the object has no file for an instant only; if it cannot be opened the object stays
+// without a file. After a stop nothing is opened: the thread that stops the writer finishes the old file.
 void tFileRecorder::rollOver(tTimes_ms timestamp)
 {
     if (!m_writeDataThread.running())
         return;
-    tWritingFilePtr next = newFile(m_request, timestamp);
+    tWritingFilePtr next = m_series.create(m_request, timestamp);
     const bool opened = next != nullptr;
     m_state = eWriteFinishing;
     finishFile();
@@ -379,7 +288,7 @@ void tFileRecorder::gather()
 {
     tWorker::tLock held = m_writeDataThread.lock();
     m_writeDataThread.waitUntil(held, tWorker::tClock::now() + cGatherTime,
-                                [this] { return m_hurry || m_writeDataFifo.bytes() >= cGatherBytes; });
+                                [this] { return m_skipGather || m_writeDataFifo.bytes() >= cGatherBytes; });
 }
 
 void tFileRecorder::dropQueue()
@@ -387,7 +296,7 @@ void tFileRecorder::dropQueue()
     tSegmentBlocks dropped;
     m_writeDataThread.wake([&] {
         m_lostCnt += m_writeDataFifo.count();
-        m_dealtWithCnt = m_acceptedCnt;
+        m_processedCnt = m_acceptedCnt;
         m_writeDataFifo.take(dropped);
     });
     m_writeDataFifoSize = 0;

@@ -4,9 +4,9 @@
 //          writes it, file after file.
 // Threads  any thread may call any operation. The writer thread writes and rolls over; the flush thread syncs every
 //          30 s. m_controlMutex serialises what starts and finishes files; the writer never takes it.
-//          Files are started (naming, m_request) by the control side while the writer is stopped, and by the writer
+//          Files are created (m_series, m_request) by the control side while the writer is stopped, and by the writer
 //          while it runs: never by both.
-// Errors   see tDataStorageIO; what reaches no file is counted.
+// Errors   see tDataStorageIO; segments that reach no file are counted.
 #ifndef KESTOVA_STORAGE_RECORDING_FILERECORDER_H
 #define KESTOVA_STORAGE_RECORDING_FILERECORDER_H
 
@@ -17,9 +17,8 @@
 #include <string>
 
 #include "KestovaStorage/internal/buffers/batchqueue.h"
-#include "KestovaStorage/internal/datafile/datafilewriter.h"
-#include "KestovaStorage/internal/disk/diskreclaimer.h"
 #include "KestovaStorage/internal/recording/compressionqueue.h"
+#include "KestovaStorage/internal/recording/fileseries.h"
 #include "KestovaUtils/timeparser.h"
 #include "common/worker.h"
 
@@ -44,7 +43,7 @@ public:
     bool createNewWritingFile(const std::string& extFileName, tTimes_ms timestamp, const std::string& customFolderPath,
                               bool compress);
     void writeData(const char* data, std::size_t len, tTimes_ms timestamp);
-    // The same for a segment of `len` bytes that is written where the queue has room for it.
+    // The same for a segment of `len` bytes that writes itself into the queue.
     void writeSegment(iSegmentSource& segment, std::size_t len, tTimes_ms timestamp);
     void finishWrite();
     bool waitWriteIdle(unsigned int timeout_ms);
@@ -57,27 +56,8 @@ public:
     tCompressionQueue& compressions() { return m_compressions; }
 
 private:
-    // What the caller started the file with; the files of a roll-over are started with the same.
-    struct tRequest
-    {
-        std::string extFileName;
-        std::string customFolderPath;
-        bool compress = false;  // the file, and those that follow, when they are finished
-    };
-    struct tWritingFile
-    {
-        std::string path;
-        tDiskReclaimer::tWritingMark mark;
-        std::unique_ptr<tDataFileWriter> writer;
-        std::unique_ptr<iSegmentEncoder> encoder;  // counts what is recorded; null without compression
-    };
     using tWritingFilePtr = std::shared_ptr<tWritingFile>;
 
-    tWritingFilePtr newFile(const tRequest& request, tTimes_ms timestamp);
-    std::unique_ptr<tDataFileWriter> newWriter(const std::string& folder, const std::string& path);
-    std::string nextFileName(const std::string& folder, const tRequest& request, tTimes_ms timestamp);
-    std::string recordingFolder(const tRequest& request, tTimes_ms timestamp);
-    std::string storageSubFolderName(tTimes_ms timestamp);
     bool startWriter();
     void setFile(tWritingFilePtr file);
     tWritingFilePtr file() const;
@@ -96,29 +76,25 @@ private:
     void dropQueue();
     void flushLoop();
 
-    tDiskReclaimer& m_reclaimer;
-    const std::string m_storageBasePath;  // storage root, empty when none
-    const std::string m_specifySuffix;
-    std::string m_storageSubFolderName;  // set when the first file is started
-    tTimes_s m_storageStartTim = 0;      // first clock reading, for labels while the clock is not set
-    tRequest m_request;
+    tFileSeries m_series;
+    tFileSeries::tRequest m_request;
 
     std::mutex m_controlMutex;
     std::atomic<tStorageState> m_state{eWriteFree};
     mutable std::mutex m_writingStreamMutex;
     tCompressionQueue m_compressions;
-    tWritingFilePtr m_file;  // guarded by m_writingStreamMutex; never held while the disk works
+    tWritingFilePtr m_file;  // guarded by m_writingStreamMutex; never held during a write
 
-    // What producers touch, apart from what the writer counts: they do not take each other's cache lines.
+    // Written by producers, and on other cache lines than the writer's counters.
     // Guarded by m_writeDataThread's lock.
     alignas(64) tBatchQueue m_writeDataFifo;
     bool m_writerSleeps = false;              // the writer waits for a notification
-    bool m_hurry = false;                     // the writer does not gather
+    bool m_skipGather = false;                // the writer does not let segments gather
     std::uint64_t m_acceptedCnt = 0;          // segments ever queued
     std::atomic<std::uint32_t> m_saveCnt{0};  // segments ever given to writeData
 
-    alignas(64) std::uint64_t m_dealtWithCnt = 0;       // guarded by it: of those queued, written or lost
-    std::atomic<std::uint32_t> m_writeDataFifoSize{0};  // segments that waited when the writer last looked
+    alignas(64) std::uint64_t m_processedCnt = 0;       // guarded by it: of those queued, written or lost
+    std::atomic<std::uint32_t> m_writeDataFifoSize{0};  // segments that wait, as of the writer's last update
     std::atomic<std::uint64_t> m_lostCnt{0};
     std::atomic<bool> m_refusalReported{false};
 

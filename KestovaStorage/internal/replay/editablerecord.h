@@ -18,7 +18,7 @@ namespace Kestova
 class tEditableRecord
 {
 public:
-    // Copies `len` bytes; false, and the record unusable, unless they are exactly one whole package.
+    // Copies `len` bytes. Returns false, and leaves the record unusable, unless they are exactly one whole package.
     bool load(const char* bytes, std::size_t len);
 
     const tUdpMsgInfo& msgInfo() const { return m_msgInfo; }
@@ -32,7 +32,7 @@ public:
     std::uint16_t udpPort = 0;
     NetAddress destination() const;
 
-    // An image state message carries the time of sending: sets the time of replay. Other messages stay as they are.
+    // Replaces the time of sending in an image state message by the time of replay. Other messages stay as they are.
     void stampReplayTime(std::uint64_t replayTime);
     // Marks a service message as repeated by a replay, "_R". Other messages stay as they are.
     void markReplayed();

@@ -25,7 +25,7 @@ public:
     void repeat(std::string_view serviceMessage) { m_services.take(serviceMessage); }
     void keepSpoke(int loopNumber, tSpokeString spoke) { m_loops.feed(loopNumber, std::move(spoke)); }
     void runLoops(bool on) { m_loops.run(on); }
-    // Closes the sockets and forgets the service messages; loops keep their spokes.
+    // Closes the sockets and drops the service messages; loops keep their spokes.
     void clear()
     {
         m_senders.clear();

@@ -20,7 +20,7 @@ void tReplayPipeline::replay(tTimes_ms replayTime, double progress, const char* 
         ++m_damagedCnt;
         return;
     }
-    follow(fileName, observer);
+    switchFile(fileName, observer);
     if (m_record.msgInfo().sender == cUserSender)
     {
         ++m_userCtrlMsgCnt;
@@ -28,8 +28,8 @@ void tReplayPipeline::replay(tTimes_ms replayTime, double progress, const char* 
         return;
     }
     m_record.stampReplayTime(replayTime);
-    if (wanted(progress))
-        pass({replayTime, progress, observer});
+    if (isSelected(progress))
+        process({replayTime, progress, observer});
     if (m_record.msgInfo().type == eMultiRadarService)
     {
         m_record.markReplayed();
@@ -39,7 +39,7 @@ void tReplayPipeline::replay(tTimes_ms replayTime, double progress, const char* 
     }
 }
 
-void tReplayPipeline::follow(const std::string& fileName, iRadarDataReplayObserver* observer)
+void tReplayPipeline::switchFile(const std::string& fileName, iRadarDataReplayObserver* observer)
 {
     if (fileName == m_currFileName)
         return;
@@ -47,7 +47,7 @@ void tReplayPipeline::follow(const std::string& fileName, iRadarDataReplayObserv
     reportCounters(observer);
 }
 
-bool tReplayPipeline::wanted(double progress) const
+bool tReplayPipeline::isSelected(double progress) const
 {
     const tUdpMsgInfo& info = m_record.msgInfo();
     // Kept: the last record of the span passes, and so does the kind behind the last one.
@@ -55,26 +55,26 @@ bool tReplayPipeline::wanted(double progress) const
            m_types.test(info.rwType) || progress == 1.0 || info.rwType == eTotalReadWriteTypes;
 }
 
-void tReplayPipeline::pass(const tPlace& place)
+void tReplayPipeline::process(const tReplayContext& context)
 {
-    m_dataModifyObserver.through([&](iRadarReplayModifyObserver& observer) { modify(observer, place); });
-    if (place.observer != nullptr)
-        place.observer->UpdateReplayData(place.replayTime, m_record.timestamp_ms(), m_record.msgInfo().type,
-                                         m_record.msgInfo().rwType, place.progress,
-                                         net::transAddr(m_record.udpAddr).c_str(), m_record.udpPort, m_record.payload(),
-                                         m_record.msgLen());
+    m_dataModifyObserver.through([&](iRadarReplayModifyObserver& observer) { modify(observer, context); });
+    if (context.observer != nullptr)
+        context.observer->UpdateReplayData(context.replayTime, m_record.timestamp_ms(), m_record.msgInfo().type,
+                                           m_record.msgInfo().rwType, context.progress,
+                                           net::transAddr(m_record.udpAddr).c_str(), m_record.udpPort,
+                                           m_record.payload(), m_record.msgLen());
     if (m_network != nullptr)
         send();
     // Kept: a service message on the service group is counted here and once more for its kind.
     if (m_record.udpAddr == serviceGroup().ip)
-        countService(place.observer);
+        countService(context.observer);
 }
 
-void tReplayPipeline::modify(iRadarReplayModifyObserver& observer, const tPlace& place)
+void tReplayPipeline::modify(iRadarReplayModifyObserver& observer, const tReplayContext& context)
 {
     const std::string group = net::transAddr(m_record.udpAddr);
-    observer.UpdateReplayDataModify(place.replayTime, m_record.timestamp_ms(), m_record.msgInfo().type,
-                                    m_record.msgInfo().rwType, place.progress, group.c_str(), m_record.udpPort,
+    observer.UpdateReplayDataModify(context.replayTime, m_record.timestamp_ms(), m_record.msgInfo().type,
+                                    m_record.msgInfo().rwType, context.progress, group.c_str(), m_record.udpPort,
                                     m_record.payload(), m_record.msgLen());
     keepSpoke(observer, group.c_str());
     observer.UpdateReplayAddrModify(&m_record.udpAddr, &m_record.udpPort);

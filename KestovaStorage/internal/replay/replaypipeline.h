@@ -1,4 +1,4 @@
-// tReplayPipeline: the way of a record through a replay: counted, filtered, edited, reported, sent.
+// tReplayPipeline: counts, filters, edits, reports and sends the records of a replay.
 //
 // Owner    observers and network are not owned and outlive it.
 // Threads  replay() one at a time, on the replay thread; the rest any.
@@ -31,22 +31,23 @@ public:
     std::uint64_t refusedCnt() const { return m_refusedCnt; }
     std::uint64_t damagedCnt() const { return m_damagedCnt; }
 
-    // One record of `len` bytes, recorded at `replayTime` ms, at `progress` of the span; `observer` may be null.
+    // Processes one record of `len` bytes, recorded at `replayTime` ms, at `progress` of the span; `observer` may be
+    // null.
     void replay(tTimes_ms replayTime, double progress, const char* package, std::uint32_t len,
                 const std::string& fileName, iRadarDataReplayObserver* observer);
 
 private:
-    struct tPlace
+    struct tReplayContext
     {
         tTimes_ms replayTime;
         double progress;
         iRadarDataReplayObserver* observer;
     };
 
-    void follow(const std::string& fileName, iRadarDataReplayObserver* observer);
-    bool wanted(double progress) const;
-    void pass(const tPlace& place);
-    void modify(iRadarReplayModifyObserver& observer, const tPlace& place);
+    void switchFile(const std::string& fileName, iRadarDataReplayObserver* observer);
+    bool isSelected(double progress) const;
+    void process(const tReplayContext& context);
+    void modify(iRadarReplayModifyObserver& observer, const tReplayContext& context);
     void keepSpoke(iRadarReplayModifyObserver& observer, const char* group);
     void send();
     void countService(iRadarDataReplayObserver* observer);

@@ -1,7 +1,7 @@
 // tRevolutionBarrier: the circle spoke loops of this process wait here before each revolution, so that all start it
 // together.
 //
-// A counted barrier with a generation. Only loops that turn are counted: one that is empty, stopped or gone delays
+// A counted barrier with a generation. Only loops that turn are counted: one that is empty, stopped or destroyed delays
 // none. The last one to arrive waits 10 ms and releases all.
 //
 // Threads  any. A loop's `turning` flag is read under the lock: clear it, then wake().

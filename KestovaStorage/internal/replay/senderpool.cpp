@@ -40,10 +40,10 @@ void tSenderPool::makeRoom()
 {
     if (m_sendSockInfo.size() < cMaxSenders)
         return;
-    if (!m_reportedFull)
+    if (!m_limitReported)
         std::fprintf(stderr, "Radar data replayer: more than %zu destinations, sockets are opened again and again\n",
                      cMaxSenders);
-    m_reportedFull = true;
+    m_limitReported = true;
     m_sendSockInfo.erase(
         std::min_element(m_sendSockInfo.begin(), m_sendSockInfo.end(),
                          [](const auto& a, const auto& b) { return a.second.lastUse < b.second.lastUse; }));

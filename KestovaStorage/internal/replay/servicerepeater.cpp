@@ -17,11 +17,11 @@ std::chrono::seconds steadySeconds()
 std::vector<std::string> tServiceMessages::alive(tTime now)
 {
     std::erase_if(m_messages, [&](const auto& message) { return now - message.second > cLifetime; });
-    std::vector<std::string> left;
-    left.reserve(m_messages.size());
-    for (const auto& [message, takenIn] : m_messages)
-        left.push_back(message);
-    return left;
+    std::vector<std::string> messages;
+    messages.reserve(m_messages.size());
+    for (const auto& [message, received] : m_messages)
+        messages.push_back(message);
+    return messages;
 }
 
 tServiceRepeater::tServiceRepeater(std::uint32_t localIp, std::chrono::milliseconds period, iTransport& transport)

@@ -18,16 +18,16 @@
 
 namespace Kestova
 {
-// The messages to repeat and when they were taken in. One thread at a time.
+// The messages to repeat and when they were added. One thread at a time.
 class tServiceMessages
 {
 public:
     using tTime = std::chrono::seconds;
     static constexpr tTime cLifetime{9};
 
-    // Kept: a message that is known keeps its time. It leaves after its lifetime and may then be taken in again.
+    // Kept: a message that is known keeps its time. It expires after its lifetime and may then be added again.
     void take(std::string_view message, tTime now) { m_messages.try_emplace(std::string(message), now); }
-    // Forgets what is older than its lifetime; the others, in order.
+    // Drops expired messages; returns the others, in order.
     std::vector<std::string> alive(tTime now);
     void clear() { m_messages.clear(); }
 

@@ -1,8 +1,8 @@
 // tSpokeBuffer: the last complete revolution of a radar's spokes and the revolution in progress.
 //
-// Shapes   a falling azimuth begins a new revolution. At the second fall everything before the last but one goes,
+// Shapes   a falling azimuth begins a new revolution. At the second fall everything before the last but one is dropped,
 //          so the buffer never holds more than one complete revolution and the one in progress. If the azimuth never
-//          falls, the oldest spokes make room at cMaxSpokes and cMaxBytes.
+//          falls, the oldest spokes are dropped beyond cMaxSpokes and cMaxBytes.
 // Threads  none; one at a time.
 #ifndef KESTOVA_STORAGE_REPLAY_SPOKEBUFFER_H
 #define KESTOVA_STORAGE_REPLAY_SPOKEBUFFER_H

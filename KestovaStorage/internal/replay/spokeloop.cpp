@@ -53,15 +53,16 @@ void tCircleSpokes::wait()
 void tCircleSpokes::turn()
 {
     m_last.reset();
-    m_met = false;
+    m_syncedInPass = false;
     tTime passStart = tWorker::tClock::now();
     while (emitPass(passStart))
         passStart = std::max(passStart + cPass, tWorker::tClock::now());
     m_zeroSync.leave();
 }
 
-// One pass over the buffer; false once the loop is to stop. Spokes are `pause` apart; the rest of the division is
-// waited for at the end of the pass. More than 2,000 spokes go back to back, and a pass still lasts 2 s.
+// Emits one pass over the buffer. Returns false once the loop is to stop. Spokes are `pause` apart; the rest of the
+// division is waited for at the end of the pass. More than 2,000 spokes are sent back to back, and a pass still lasts 2
+// s.
 bool tCircleSpokes::emitPass(tTime& passStart)
 {
     const std::chrono::milliseconds pause(cPass.count() / static_cast<std::int64_t>(m_spokeBuff.size()));
@@ -71,7 +72,7 @@ bool tCircleSpokes::emitPass(tTime& passStart)
         if (!sleepUntil(passStart + pause * static_cast<std::int64_t>(i + 1)))
             return false;
         if (startsRevolution(spoke, i == 0))
-            meetAtZero(passStart);
+            waitAtZero(passStart);
         if (!m_replaying)
             return false;
         m_last = spoke.azm;
@@ -84,9 +85,9 @@ bool tCircleSpokes::emitPass(tTime& passStart)
 // wait for it forever.
 bool tCircleSpokes::startsRevolution(const tSpokeString& spoke, bool firstOfPass)
 {
-    const bool due = firstOfPass && !m_met;
+    const bool due = firstOfPass && !m_syncedInPass;
     const bool starts = m_last && (spoke.azm < *m_last || due);
-    m_met = !firstOfPass && (m_met || starts);
+    m_syncedInPass = !firstOfPass && (m_syncedInPass || starts);
     return starts;
 }
 
@@ -100,8 +101,8 @@ bool tCircleSpokes::sleepUntil(tTime due)
     return m_replaying;
 }
 
-// Time spent waiting for the others does not count: what follows must not come in a burst.
-void tCircleSpokes::meetAtZero(tTime& passStart)
+// Time spent waiting for the other loops does not count, so that the next spokes are not sent in a burst.
+void tCircleSpokes::waitAtZero(tTime& passStart)
 {
     const tTime arrived = tWorker::tClock::now();
     m_zeroSync.arrive(m_replaying);
@@ -123,10 +124,10 @@ void tSpokeLoops::feed(int number, tSpokeString spoke)
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (number < 0 || number >= cMaxLoops)
     {
-        if (!m_reportedNumber)
+        if (!m_refusalReported)
             std::fprintf(stderr, "Radar data replayer: circle loop %d is beyond %d, its spokes are not kept\n", number,
                          cMaxLoops - 1);
-        m_reportedNumber = true;
+        m_refusalReported = true;
         return;
     }
     std::unique_ptr<tCircleSpokes>& loop = m_circleSpokeLoops[number];

@@ -1,5 +1,5 @@
-// tCircleSpokes: one radar's circle spoke loop. While it stands it keeps the last revolutions of spokes; while it turns
-// it emits them again and again, one pass over the buffer every 2 s.
+// tCircleSpokes: one radar's circle spoke loop. While it is stopped it keeps the last revolutions of spokes; while it
+// turns it emits them repeatedly, one pass over the buffer every 2 s.
 //
 // Threads  one while it turns. feed(), start(), halt() and wait() belong to the owner, one at a time; the observer is
 //          called on the loop's thread.
@@ -45,7 +45,7 @@ public:
     // Begins to turn if there are spokes and an observer; reports on standard error if no thread can be started. Does
     // nothing to a loop that turns.
     void start();
-    void halt();  // asks the loop to stop; then wait() before anything else
+    void halt();  // signals the loop to stop; call wait() before anything else
     void wait();
     void setPrintFlag(bool on) { m_printFlag = on; }  // lines for tracing; not while the loop turns
 
@@ -56,16 +56,16 @@ private:
     bool emitPass(tTime& passStart);
     bool startsRevolution(const tSpokeString& spoke, bool firstOfPass);
     bool sleepUntil(tTime due);
-    void meetAtZero(tTime& passStart);
+    void waitAtZero(tTime& passStart);
     void emit(const tSpokeString& spoke);
 
     iCircleSpokeObserver* const m_observer;
     tRevolutionBarrier& m_zeroSync;
     bool m_printFlag = false;
     std::atomic<bool> m_replaying{false};
-    tSpokeBuffer m_spokeBuff;             // the owner's while the loop stands, the loop's while it turns
+    tSpokeBuffer m_spokeBuff;             // used by the loop's thread while it turns, by the owner otherwise
     std::optional<std::uint32_t> m_last;  // azimuth emitted last; none at the start
-    bool m_met = false;                   // came to zero within the pass, behind its first spoke
+    bool m_syncedInPass = false;          // waited at zero within the pass, behind its first spoke
     tWorker m_loop;
 };
 
@@ -77,8 +77,8 @@ public:
 
     explicit tSpokeLoops(iCircleSpokeObserver* observer) : m_observer(observer) {}
 
-    // Gives the spoke to loop `number`, making the loop if it is missing. Refuses numbers that are no radar's, and
-    // reports the first one.
+    // Adds the spoke to loop `number`, creating the loop if it is missing. Drops spokes of numbers from cMaxLoops on,
+    // and reports the first one.
     void feed(int number, tSpokeString spoke);
     void run(bool on);
 
@@ -86,7 +86,7 @@ private:
     iCircleSpokeObserver* const m_observer;
     std::mutex m_mutex;
     std::map<int, std::unique_ptr<tCircleSpokes>> m_circleSpokeLoops;  // guarded by m_mutex
-    bool m_reportedNumber = false;                                     // guarded by m_mutex
+    bool m_refusalReported = false;                                    // guarded by m_mutex
 };
 }  // namespace Kestova
 

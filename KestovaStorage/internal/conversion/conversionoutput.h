@@ -1,13 +1,13 @@
-// tConvertedFile: the data file that a conversion writes, of any form, from front to back: payload and index
+// tConversionOutput: the data file that a conversion writes, of any form, from front to back: payload and index
 // together, in large writes.
 //
-// Shapes   for each segment: room(), the bytes into it, add(). finish() writes what is left and the index head. What
-//          stands at the file's start, magic or compressor's head, is the caller's.
+// Shapes   for each segment: room(), the bytes into it, add(). finish() writes what is left and the index head. The
+//          caller writes the start of the file: the magic or the encoder's head.
 // Owner    the output file outlives it; memory is two buffers of a MiB, or what one segment takes.
 // Threads  starts none and locks nothing.
-// Errors   a write that fails ends the work; the output file has the reason.
-#ifndef KESTOVA_STORAGE_CONVERSION_CONVERTEDFILE_H
-#define KESTOVA_STORAGE_CONVERSION_CONVERTEDFILE_H
+// Errors   operations return null or false if a write fails; the output file keeps the reason.
+#ifndef KESTOVA_STORAGE_CONVERSION_CONVERSIONOUTPUT_H
+#define KESTOVA_STORAGE_CONVERSION_CONVERSIONOUTPUT_H
 
 #include <cstddef>
 #include <cstdint>
@@ -22,28 +22,28 @@
 
 namespace storage
 {
-// Called as the output grows: so many records are whole in the file, with their index.
+// Receives the number of records that are whole in the file, with their index, as the output grows.
 using tStored = std::function<void(std::size_t records)>;
 
-class tConvertedFile
+class tConversionOutput
 {
 public:
-    tConvertedFile(tOutputFile& out, const tFileForm& form, const tStored& stored);
+    tConversionOutput(tOutputFile& out, const tFileForm& form, const tStored& stored);
 
-    // Returns room for `size` bytes behind the payload; null where what filled the buffer could not be written.
+    // Returns room for `size` bytes behind the payload; null if flushing the full buffer fails.
     char* room(std::size_t size);
     std::uint64_t position() const { return m_payload.position(); }  // of that room in the file
     // Takes `size` bytes of that room; `record` describes their segment.
     void add(const tSegmentRecord& record, std::size_t size);
-    // `rest`: bytes of the last segments that come only now.
+    // Writes `rest`, the last bytes of the last segments, then the index and its head.
     bool finish(std::string_view rest);
 
 private:
     // Bytes that follow each other in the file.
-    class tStream
+    class tPayloadOutput
     {
     public:
-        tStream(tOutputFile& out, std::uint64_t pos) : m_out(out), m_pos(pos) {}
+        tPayloadOutput(tOutputFile& out, std::uint64_t pos) : m_out(out), m_pos(pos) {}
 
         std::uint64_t position() const { return m_pos + m_used; }
         bool isFull(std::size_t size) const { return m_buffer.size() - m_used < size; }  // for so many more
@@ -65,7 +65,7 @@ private:
 
     const tFileForm& m_form;
     const tStored& m_stored;
-    tStream m_payload;
+    tPayloadOutput m_payload;
     std::vector<tIndexSlot> m_slots;  // records since the last flush
     tIndexOutput m_index;
 };

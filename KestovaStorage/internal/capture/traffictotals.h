@@ -1,6 +1,6 @@
-// tMessageCounts: how many messages of some kinds one read met; printed at its end.
-#ifndef KESTOVA_STORAGE_CAPTURE_MESSAGECOUNTS_H
-#define KESTOVA_STORAGE_CAPTURE_MESSAGECOUNTS_H
+// tTrafficTotals: counts the messages of some kinds over one read, and prints the totals at its end.
+#ifndef KESTOVA_STORAGE_CAPTURE_TRAFFICTOTALS_H
+#define KESTOVA_STORAGE_CAPTURE_TRAFFICTOTALS_H
 
 #include <string_view>
 
@@ -8,7 +8,7 @@
 
 namespace pcap
 {
-class tMessageCounts
+class tTrafficTotals
 {
 public:
     // Counts one payload. Returns false for those that are never delivered: raw spokes (2078 and 2620 bytes) to the

@@ -1,4 +1,4 @@
-#include "KestovaStorage/internal/conversion/convertedfile.h"
+#include "KestovaStorage/internal/conversion/conversionoutput.h"
 
 #include <algorithm>
 #include <utility>
@@ -10,13 +10,13 @@ namespace
 constexpr std::size_t cBuffer = 1 << 20;
 }  // namespace
 
-char* tConvertedFile::tStream::room(std::size_t size)
+char* tConversionOutput::tPayloadOutput::room(std::size_t size)
 {
     m_buffer.resize(std::max({m_buffer.size(), m_used + size, cBuffer}));
     return m_buffer.data() + m_used;
 }
 
-bool tConvertedFile::tStream::flush()
+bool tConversionOutput::tPayloadOutput::flush()
 {
     if (!m_out.writeAt(m_buffer.data(), m_used, m_pos))
         return false;
@@ -25,25 +25,25 @@ bool tConvertedFile::tStream::flush()
     return true;
 }
 
-tConvertedFile::tConvertedFile(tOutputFile& out, const tFileForm& form, const tStored& stored)
+tConversionOutput::tConversionOutput(tOutputFile& out, const tFileForm& form, const tStored& stored)
     : m_form(form), m_stored(stored), m_payload(out, cPayloadPos),
       m_index([&out](const void* data, std::size_t len, std::uint64_t pos) { return out.writeAt(data, len, pos); })
 {}
 
-char* tConvertedFile::room(std::size_t size)
+char* tConversionOutput::room(std::size_t size)
 {
     if (m_payload.isFull(size) && !flush())
         return nullptr;
     return m_payload.room(size);
 }
 
-void tConvertedFile::add(const tSegmentRecord& record, std::size_t size)
+void tConversionOutput::add(const tSegmentRecord& record, std::size_t size)
 {
     m_payload.used(size);
     m_slots.push_back(m_form.slot(record));
 }
 
-bool tConvertedFile::finish(std::string_view rest)
+bool tConversionOutput::finish(std::string_view rest)
 {
     m_payload.append(rest);
     if (!m_payload.flush() || !flushIndex() || !m_index.writeHead())
@@ -52,8 +52,8 @@ bool tConvertedFile::finish(std::string_view rest)
     return true;
 }
 
-// The last bits of a segment may come with the next one: what was there at the last flush is whole by this one.
-bool tConvertedFile::flush()
+// The last bits of a segment may be written with the next one: records of the flush before are whole after this one.
+bool tConversionOutput::flush()
 {
     const std::uint32_t before = m_index.records();
     if (!m_payload.flush() || !flushIndex())
@@ -62,14 +62,14 @@ bool tConvertedFile::flush()
     return true;
 }
 
-bool tConvertedFile::flushIndex()
+bool tConversionOutput::flushIndex()
 {
     const bool flushed = m_slots.empty() || m_index.append(m_slots, m_slots.size());
     m_slots.clear();
     return flushed;
 }
 
-void tConvertedFile::report(std::uint32_t records) const
+void tConversionOutput::report(std::uint32_t records) const
 {
     if (m_stored)
         m_stored(records);

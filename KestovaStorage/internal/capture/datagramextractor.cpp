@@ -1,4 +1,4 @@
-#include "KestovaStorage/internal/capture/datagramassembly.h"
+#include "KestovaStorage/internal/capture/datagramextractor.h"
 
 #include <algorithm>
 
@@ -19,7 +19,7 @@ std::uint32_t ipAddress(const tCaptureRecord& record, std::size_t place)
     return be::load<std::uint32_t>(record.bytes + cIpPos + place);
 }
 
-// Bytes that the packet claims behind headers of `headers` bytes; none where it claims not even those.
+// Returns the number of bytes that the packet claims behind headers of `headers` bytes; 0 if it claims fewer.
 std::size_t claimedBehind(const tCaptureRecord& record, std::size_t headers)
 {
     const std::size_t total = ipField(record, offsetof(tIPHeader, total_len));
@@ -32,14 +32,14 @@ std::uint16_t udpPort(const char* udpHead, std::size_t place)
 }
 }  // namespace
 
-bool tDatagramAssembly::concerns(const tCaptureRecord& record)
+bool tDatagramExtractor::concerns(const tCaptureRecord& record)
 {
     return record.held >= sizeof(tFrameIPHeader) &&
            be::load<std::uint16_t>(record.bytes + offsetof(tFrameHeader, frame_type)) == cIpv4FrameType &&
            static_cast<std::uint8_t>(record.bytes[cIpPos + offsetof(tIPHeader, protocol)]) == cUdpProtocol;
 }
 
-bool tDatagramAssembly::take(const tCaptureRecord& record, tDatagram& datagram)
+bool tDatagramExtractor::take(const tCaptureRecord& record, tDatagram& datagram)
 {
     const unsigned flagSegment = ipField(record, offsetof(tIPHeader, flag_segment));
     const unsigned flags = flagSegment >> cOffsetBits;
@@ -51,13 +51,13 @@ bool tDatagramAssembly::take(const tCaptureRecord& record, tDatagram& datagram)
     return drop();
 }
 
-bool tDatagramAssembly::takeStart(const tCaptureRecord& record, bool moreFragments, tDatagram& datagram)
+bool tDatagramExtractor::takeStart(const tCaptureRecord& record, bool moreFragments, tDatagram& datagram)
 {
     const auto id = ipField(record, offsetof(tIPHeader, id));
     if (record.held < cUdpPayloadPos)
     {
         if (moreFragments)
-            m_pending.forget(id);  // what comes now under this identification belongs to this one
+            m_pending.drop(id);  // later fragments with this identification belong to this datagram
         return drop();
     }
     const char* const udpHead = record.bytes + cIpPayloadPos;
@@ -79,42 +79,42 @@ bool tDatagramAssembly::takeStart(const tCaptureRecord& record, bool moreFragmen
     return true;
 }
 
-bool tDatagramAssembly::takeContinuation(const tCaptureRecord& record, bool moreFragments, tDatagram& datagram)
+bool tDatagramExtractor::takeContinuation(const tCaptureRecord& record, bool moreFragments, tDatagram& datagram)
 {
     const auto id = ipField(record, offsetof(tIPHeader, id));
-    const tPiece piece = ipPayload(record);
+    const tFragment fragment = ipPayload(record);
     if (moreFragments)
-        return !m_pending.append(id, piece) && takeOrphan(record, piece, datagram);
+        return !m_pending.append(id, fragment) && takeOrphan(record, fragment, datagram);
     std::string* bytes = nullptr;
-    switch (m_pending.finish(id, piece, bytes))
+    switch (m_pending.finish(id, fragment, bytes))
     {
-    case tReassembly::eEnd::eUnknown:
-        return takeOrphan(record, piece, datagram);
-    case tReassembly::eEnd::eEmpty:
+    case tReassembly::eOutcome::eUnknown:
+        return takeOrphan(record, fragment, datagram);
+    case tReassembly::eOutcome::eEmpty:
         ++m_counts.subErr;
         return false;
-    case tReassembly::eEnd::eLost:
+    case tReassembly::eOutcome::eLost:
         return drop();
-    case tReassembly::eEnd::eWhole:
+    case tReassembly::eOutcome::eWhole:
         break;
     }
     return takeReassembled(record, *bytes, datagram);
 }
 
-bool tDatagramAssembly::takeOrphan(const tCaptureRecord& record, const tPiece& piece, tDatagram& datagram)
+bool tDatagramExtractor::takeOrphan(const tCaptureRecord& record, const tFragment& fragment, tDatagram& datagram)
 {
-    if (piece.claimed == 0)
+    if (fragment.claimed == 0)
         return drop();
     ++m_counts.orphans;
     datagram.source = ipAddress(record, offsetof(tIPHeader, src_ip));
     datagram.sourcePort = 0;
     datagram.stream = cNoAddress | m_lastPort;
-    datagram.payload = wholePayload(record, cIpPayloadPos, piece.claimed);
-    datagram.length = static_cast<int>(piece.claimed);
+    datagram.payload = wholePayload(record, cIpPayloadPos, fragment.claimed);
+    datagram.length = static_cast<int>(fragment.claimed);
     return true;
 }
 
-bool tDatagramAssembly::takeReassembled(const tCaptureRecord& record, std::string& bytes, tDatagram& datagram)
+bool tDatagramExtractor::takeReassembled(const tCaptureRecord& record, std::string& bytes, tDatagram& datagram)
 {
     m_lastPort = udpPort(bytes.data(), offsetof(tUDPHeader, dst_port));
     datagram.source = ipAddress(record, offsetof(tIPHeader, src_ip));
@@ -126,7 +126,7 @@ bool tDatagramAssembly::takeReassembled(const tCaptureRecord& record, std::strin
 }
 
 // What follows the IP header.
-tPiece tDatagramAssembly::ipPayload(const tCaptureRecord& record)
+tFragment tDatagramExtractor::ipPayload(const tCaptureRecord& record)
 {
     const std::size_t claimed = claimedBehind(record, sizeof(tIPHeader));
     const std::size_t held = std::min(claimed, record.held - cIpPayloadPos);
@@ -134,8 +134,8 @@ tPiece tDatagramAssembly::ipPayload(const tCaptureRecord& record)
     return {record.bytes + cIpPayloadPos, held, claimed};
 }
 
-// The `len` bytes from `pos` on, with zeros for those that the capture does not hold.
-char* tDatagramAssembly::wholePayload(const tCaptureRecord& record, std::size_t pos, std::size_t len)
+// Returns the `len` bytes from `pos` on, with zeros for those that the capture does not hold.
+char* tDatagramExtractor::wholePayload(const tCaptureRecord& record, std::size_t pos, std::size_t len)
 {
     if (len <= record.held - pos)
         return record.bytes + pos;
@@ -145,7 +145,7 @@ char* tDatagramAssembly::wholePayload(const tCaptureRecord& record, std::size_t 
     return m_padded.data();
 }
 
-bool tDatagramAssembly::drop()
+bool tDatagramExtractor::drop()
 {
     ++m_counts.dropped;
     return false;

@@ -1,10 +1,10 @@
-#include "KestovaStorage/internal/capture/messagecounts.h"
+#include "KestovaStorage/internal/capture/traffictotals.h"
 
 #include <cstdio>
 
 namespace pcap
 {
-bool tMessageCounts::add(eTraffic traffic, std::string_view payload)
+bool tTrafficTotals::add(eTraffic traffic, std::string_view payload)
 {
     switch (traffic)
     {
@@ -31,14 +31,14 @@ bool tMessageCounts::add(eTraffic traffic, std::string_view payload)
     return true;
 }
 
-bool tMessageCounts::addSpoke(std::size_t length)
+bool tTrafficTotals::addSpoke(std::size_t length)
 {
     m_spoke += length == cSpokeLength || length == cSpokeOriSpokeLength;
     m_ori += length == cOriSpokeLength || length == cSpokeOriSpokeLength;
     return length != cOriSpokeLength && length != cSpokeOriSpokeLength;
 }
 
-void tMessageCounts::print(int subErr) const
+void tTrafficTotals::print(int subErr) const
 {
     // Kept: RHTTM messages are not counted apart, their place shows the count of RATTM.
     std::printf("\r\nread over: lhctrl %d lhttm %d rattm %d rhttm %d\n", m_lhCtrl, m_lhTtm, m_raTtm, m_raTtm);
