@@ -40,6 +40,6 @@ bool isReadable(storage::tDataFile& file)
 
 std::string kindName(storage::tFileHeadSymbol kind)
 {
-    return kind == storage::cHuffmanFileHead ? "huffman" : "plain";
+    return storage::fileFormName(kind);
 }
 }  // namespace recordings

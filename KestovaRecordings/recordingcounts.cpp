@@ -80,7 +80,7 @@ tFileCounts tCounter::countFile(const std::string& path)
     counts.records = file.recordCount();
     counts.bytes = file.payloadBytes();
     counts.damaged = file.damagedCount();
-    counts.readable = counts.records == 0 || isReadable(file) || counts.kind == storage::cDataFileHead;
+    counts.readable = counts.records == 0 || isReadable(file) || !file.isCompressed();
     for (std::size_t i = 0; i < file.recordCount() && goesOn(i, file.recordCount()); ++i)
         countRecord(file, i, counts);
     return counts;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "KestovaStorage/internal/datafile/datafilereader.h"
+#include "KestovaStorage/internal/datafile/fileforms.h"
 #include "KestovaStorage/internal/datafile/segmentreader.h"
 
 namespace storage
@@ -12,6 +13,12 @@ namespace storage
 namespace
 {
 constexpr std::size_t cWindow = 256 * 1024;  // files are mostly read from front to back
+}
+
+const char* fileFormName(tFileHeadSymbol form)
+{
+    const tFileForm* const known = formOf(form);
+    return known != nullptr ? known->name : "unknown";
 }
 
 class tDataFilePrivate
@@ -50,7 +57,12 @@ const std::string& tDataFile::path() const
 
 tFileHeadSymbol tDataFile::kind() const
 {
-    return d->m_reader ? d->m_reader->symbol() : cDataFileHead;
+    return d->m_reader ? d->m_reader->form().number : cDataFileHead;
+}
+
+bool tDataFile::isCompressed() const
+{
+    return d->m_reader && d->m_reader->form().isCompressed();
 }
 
 bool tDataFile::finished() const

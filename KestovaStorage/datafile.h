@@ -16,8 +16,11 @@ struct tDataFileRecord
 {
     uint64_t timeMs;  // recorded time stamp, ms since the Unix epoch
     uint64_t pos;     // offset in bytes of the segment's first byte in the file
-    uint32_t len;     // length in bytes; in a Huffman file, of what its code takes
+    uint32_t len;     // length in bytes; in a compressed file, of what its code takes
 };
+
+// The name that users see for a form of data file: "plain", "huffman"; "unknown" for a number that no form has.
+KESTOVA_API const char* fileFormName(tFileHeadSymbol form);
 
 class tDataFilePrivate;
 
@@ -36,17 +39,18 @@ public:
     bool open(const std::string& path, std::string* error = nullptr);
 
     const std::string& path() const;
-    tFileHeadSymbol kind() const;   // plain or Huffman
+    tFileHeadSymbol kind() const;   // the file's form
+    bool isCompressed() const;      // its segments are codes, which read() decodes
     bool finished() const;          // its writer wrote the index head; false while recording and after a crash
     uint64_t size() const;          // of the file, in bytes
-    uint64_t payloadBytes() const;  // sum of the lengths of the records; in a Huffman file, of their codes
+    uint64_t payloadBytes() const;  // sum of the lengths of the records; in a compressed file, of their codes
 
     size_t recordCount() const;   // records that are whole, in the order in which they were recorded
     size_t damagedCount() const;  // index records left out: they point outside the file or carry no possible time
     tDataFileRecord record(size_t i) const;  // i below recordCount()
 
     // Replaces `bytes` by the segment's bytes. Returns false if the file does not hold them all (it was cut since it
-    // was opened), a read fails, or the codes of a Huffman file cannot be used.
+    // was opened), a read fails, or the codes of a compressed file cannot be used.
     bool read(size_t i, std::string& bytes);
 
 private:

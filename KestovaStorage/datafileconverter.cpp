@@ -3,6 +3,7 @@
 #include <new>
 
 #include "KestovaStorage/internal/conversion/fileconverter.h"
+#include "KestovaStorage/internal/datafile/naming.h"
 
 namespace storage
 {
@@ -45,5 +46,10 @@ bool tDataFileConverter::Expand(const std::string& path, const std::string& spec
                                 iConversionObserver* observer, std::string* result, std::string* error)
 {
     return convert(path, specifySuffix, observer, result, error, &tFileConverter::expand);
+}
+
+std::string tDataFileConverter::CompressedName(const std::string& path, const std::string& specifySuffix)
+{
+    return naming::compressedName(path, specifySuffix);
 }
 }  // namespace storage

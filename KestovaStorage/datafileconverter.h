@@ -27,6 +27,8 @@ public:
     // that does not decode to as many bytes as its head has counted.
     static bool Expand(const std::string& path, const std::string& specifySuffix, iConversionObserver* observer,
                        std::string* result, std::string* error);
+    // The name that the compressed form of the plain file `path` has: NAME.tar.data of NAME.data.
+    static std::string CompressedName(const std::string& path, const std::string& specifySuffix);
 };
 }  // namespace storage
 

@@ -59,8 +59,9 @@ public:
     // labels of folder and file (0: now), `extFileName` is appended to the name unless it is empty. With `compress` the
     // file, and each that follows it in a roll-over, is Huffman-compressed once it is finished, on a thread of its own:
     // NAME.tar.data takes the place of NAME.data and replays the same. A file that could not be restored byte for byte
-    // (one of a single byte value, for example) stays as it is. Returns false, with a line on standard error, if the
-    // file exists already or cannot be created; then no file is open.
+    // (one of a single byte value, for example) stays as it is, and so does one whose NAME.tar.data.part opens but
+    // cannot be locked; if that cannot even be opened, the file is removed. Returns false, with a line on standard
+    // error, if the file exists already or cannot be created; then no file is open.
     bool CreateNewWritingFile(unsigned long timestamp, const std::string& extFileName, bool compress);
     // The same with the current time, in `customFolderPath` (ends with "/") when the object has no root.
     bool CreateNewWritingFile(const std::string& customFolderPath, const std::string& extFileName, bool compress);

@@ -12,17 +12,6 @@ enum tFileHeadSymbol : uint32_t
     cDataFileHead = 3500153344u,    // 0xD0A01A00: plain data file
     cHuffmanFileHead = 3770736128u  // 0xE0C0DE00: Huffman file
 };
-
-// Returns whether a file with this head is a data file.
-constexpr bool isDataFileHead(tFileHeadSymbol head)
-{
-    return head == cDataFileHead || head == cHuffmanFileHead;
-}
-// Returns whether the segments of such a file are codes, which begin and end at any bit.
-constexpr bool isEncoded(tFileHeadSymbol head)
-{
-    return head == cHuffmanFileHead;
-}
 }  // namespace storage
 
 #endif

@@ -3,11 +3,13 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <span>
 #include <string>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
@@ -17,6 +19,7 @@
 #include "KestovaStorage/datafileconverter.h"
 #include "KestovaStorage/datafileformat.h"
 #include "KestovaStorage/datastorageio.h"
+#include "common/descriptor.h"
 #include "support/filebytes.h"
 #include "support/huffmaninputs.h"
 #include "support/pwritehook.h"
@@ -232,6 +235,20 @@ TEST_F(tCompressedStorageTest, removesThePlainFileWhereNoOutputCanBeMade)
     io.FinishWrite();
     ASSERT_TRUE(waitUntil([&] { return io.GetCompressingCnt() == 0; }));
     EXPECT_FALSE(fs::exists(path));
+}
+
+TEST_F(tCompressedStorageTest, keepsThePlainFileWhereTheOutputIsAnothers)
+{
+    const tSegments segments = {{1000, "abc"}};
+    tDataStorageIO io("", ".data");
+    const std::string path = record(io, segments, folder), output = encoded(path) + ".part";
+    const tDescriptor others(::open(output.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    ASSERT_EQ(::flock(others.get(), LOCK_EX), 0);
+    io.FinishWrite();
+    ASSERT_TRUE(waitUntil([&] { return io.GetCompressingCnt() == 0; }));  // while the lock is held
+    EXPECT_EQ(segmentsOf(path), segments);
+    EXPECT_TRUE(fs::exists(output));
+    EXPECT_FALSE(fs::exists(encoded(path)));
 }
 
 // What a death within one write leaves is a matter of tDyingWriterTest.

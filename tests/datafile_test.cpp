@@ -290,6 +290,9 @@ TEST_F(tDataFileReaderTest, readsTheGoldenFile)
     tDataFile file;
     ASSERT_TRUE(file.open(path));
     EXPECT_EQ(file.kind(), storage::cDataFileHead);
+    EXPECT_FALSE(file.isCompressed());
+    EXPECT_STREQ(storage::fileFormName(file.kind()), "plain");
+    EXPECT_STREQ(storage::fileFormName(storage::tFileHeadSymbol{0x12345678}), "unknown");
     EXPECT_TRUE(file.finished());
     EXPECT_EQ(file.size(), cFileEnd);
     EXPECT_EQ(file.payloadBytes(), 21u);

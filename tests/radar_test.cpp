@@ -96,7 +96,7 @@ struct tWire : net::iTransport
         const bool reaches;
     };
     std::unique_ptr<net::iDatagramSource> openSource(net::iDatagramListener*, const NetAddress& group, std::uint32_t,
-                                                int) override
+                                                     int) override
     {
         if (group.ip == 1)
             throw std::system_error(EAGAIN, std::generic_category());

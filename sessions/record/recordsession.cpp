@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "KestovaStorage/datafileconverter.h"
 #include "sessions/localaddress.h"
 #include "sessions/record/grouprecorder.h"
 #include "sessions/record/radarrecorder.h"
@@ -26,6 +27,13 @@ std::unique_ptr<iRecorder> createRecorder(const tRecordOptions& options)
                                                 options.compress);
     const std::uint32_t ip = options.localIp.empty() ? 0 : localAddress(options.localIp);
     return std::make_unique<tGroupRecorder>(options.groups, ip, options.root, options.compress);
+}
+
+// A file that is gone otherwise, reclaimed for one, keeps its name.
+std::string nameNow(const std::string& file)
+{
+    const std::string compressed = storage::tDataFileConverter::CompressedName(file, cSuffix);
+    return !std::filesystem::exists(file) && std::filesystem::exists(compressed) ? compressed : file;
 }
 }  // namespace
 
@@ -92,7 +100,6 @@ void tRecordSession::compress(const std::function<bool(eFinishing step)>& waitin
         std::this_thread::sleep_for(milliseconds(20));
     }
     for (std::string& file : m_files)
-        if (!std::filesystem::exists(file))
-            file.replace(file.find(cSuffix, file.rfind('/') + 1), std::string::npos, std::string(".tar") + cSuffix);
+        file = nameNow(file);
 }
 }  // namespace session

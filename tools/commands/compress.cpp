@@ -13,7 +13,7 @@ void addCompress(CLI::App& app, tRun& chosen)
         "NAME.tar.data takes the place of NAME.data when it is verified and on the disk; it replays the same.\n"
         "Files that are unfinished or damaged stay as they are. Exit status 3 if some could not be compressed.\n"
         "Example: kestova compress recordings",
-        storage::cDataFileHead,
+        false,
         &storage::tDataFileConverter::Compress};
     addConvert(app, chosen, cCompress);
 }

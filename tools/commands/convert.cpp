@@ -47,7 +47,7 @@ private:
     void convert(const std::string& path)
     {
         storage::tDataFile file;
-        if (path != m_options.path && file.open(path) && file.kind() != m_direction.from)
+        if (path != m_options.path && file.open(path) && file.isCompressed() != m_direction.fromCompressed)
         {
             ++m_already;
             return;

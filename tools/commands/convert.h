@@ -3,7 +3,6 @@
 #define KESTOVA_TOOLS_COMMANDS_CONVERT_H
 
 #include "KestovaStorage/datafileconverter.h"
-#include "KestovaStorage/filehead.h"
 #include "tools/shell/command.h"
 
 namespace tool
@@ -11,11 +10,11 @@ namespace tool
 // The differences between the two commands.
 struct tDirection
 {
-    const char* name;    // of the command
-    const char* doing;   // in the progress line
-    const char* what;    // in the help
-    const char* footer;  // of the help
-    storage::tFileHeadSymbol from;
+    const char* name;     // of the command
+    const char* doing;    // in the progress line
+    const char* what;     // in the help
+    const char* footer;   // of the help
+    bool fromCompressed;  // which files it converts; the others have its form already
     decltype(&storage::tDataFileConverter::Compress) convert;
 };
 

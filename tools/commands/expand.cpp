@@ -12,7 +12,7 @@ void addExpand(CLI::App& app, tRun& chosen)
         "Expand compressed recordings",
         "NAME.data takes the place of NAME.tar.data when it is verified and on the disk.\n"
         "Example: kestova expand recordings/Data_000000_2024.05.17",
-        storage::cHuffmanFileHead,
+        true,
         &storage::tDataFileConverter::Expand};
     addConvert(app, chosen, cExpand);
 }

@@ -1,5 +1,7 @@
 #include "KestovaStorage/internal/codec/segmentdecoder.h"
 
+#include <numeric>
+
 #include "KestovaStorage/internal/codec/huffmanformat.h"
 #include "KestovaStorage/internal/codec/lanedecoder.h"
 #include "KestovaStorage/internal/codec/symboldecoder.h"
@@ -24,6 +26,7 @@ bool tSegmentDecoder::setHead(const void* head)
         return false;
     m_table.build(freqs, UINT64_MAX);
     m_countedBits = hasCodes() ? bitsOf(m_table.tree()) : 0;
+    m_countedBytes = std::accumulate(freqs.counts.begin(), freqs.counts.end(), std::uint64_t{0});
     return true;
 }
 

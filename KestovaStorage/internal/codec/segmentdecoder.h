@@ -9,11 +9,12 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "KestovaStorage/internal/codec/segmentcodec.h"
 #include "KestovaStorage/internal/codec/symboltable.h"
 
 namespace huffman
 {
-class tSegmentDecoder
+class tSegmentDecoder final : public storage::iSegmentDecoder
 {
 public:
     // Reads the tFileHead at `head`; returns false, and changes nothing, if its magic is not that of a Huffman file.
@@ -22,19 +23,24 @@ public:
     bool hasCodes() const { return m_table.hasCodes(); }
     // Returns the bits of the codes of everything that the head counted: no segment of the file can have more.
     std::uint64_t countedBits() const { return m_countedBits; }
+    std::uint64_t countedBytes() const override { return m_countedBytes; }
 
     // Decodes the `bits` bits that begin `firstBit` bits (any number) behind the start of `data`; bits of an unfinished
     // code at the end are dropped. Returns the number of bytes decoded: 0 if `out` is smaller than roomFor(bits).
     // Behind them bytes of `out` may change.
     std::size_t decode(const char* data, std::uint64_t firstBit, std::uint64_t bits, char* out,
-                       std::size_t outSize) const;
+                       std::size_t outSize) const override;
     std::size_t roomFor(std::uint64_t bits) const;
+    std::size_t room(std::uint64_t bits) const override { return isPossible(bits) ? roomFor(bits) : 0; }
 
     const tSymbolTable& table() const { return m_table; }
 
 private:
+    bool isPossible(std::uint64_t bits) const { return hasCodes() && bits <= m_countedBits; }
+
     tSymbolTable m_table;
     std::uint64_t m_countedBits = 0;
+    std::uint64_t m_countedBytes = 0;
 };
 }  // namespace huffman
 

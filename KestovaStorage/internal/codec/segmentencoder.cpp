@@ -23,11 +23,12 @@ void tSegmentEncoder::clear()
     m_encodedSegments = 0;
 }
 
-void tSegmentEncoder::count(tSegmentEncoder& other)
+void tSegmentEncoder::count(storage::iSegmentEncoder& other)
 {
-    m_counter.add(other.m_counter.counts());
-    m_countedBytes += other.m_countedBytes;
-    m_countedSegments += other.m_countedSegments;
+    auto& aside = static_cast<tSegmentEncoder&>(other);
+    m_counter.add(aside.m_counter.counts());
+    m_countedBytes += aside.m_countedBytes;
+    m_countedSegments += aside.m_countedSegments;
 }
 
 bool tSegmentEncoder::makeCodes()
@@ -69,6 +70,11 @@ std::string tSegmentEncoder::head()
     useCodes(freqs);
     m_ready = true;
     return head;
+}
+
+std::string tSegmentEncoder::begin()
+{
+    return makeCodes() && isRestorable() ? head() : std::string();
 }
 
 tEncodedBits tSegmentEncoder::encode(const void* bytes, std::uint32_t len, char* out)

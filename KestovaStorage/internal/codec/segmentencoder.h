@@ -15,38 +15,28 @@
 #include "KestovaStorage/internal/codec/bytecounter.h"
 #include "KestovaStorage/internal/codec/codeemitter.h"
 #include "KestovaStorage/internal/codec/codetree.h"
+#include "KestovaStorage/internal/codec/segmentcodec.h"
 
 namespace huffman
 {
-// The place of a segment's codes, from the first byte that encode() wrote on.
-struct tEncodedBits
-{
-    std::uint32_t firstBit = 0;  // bits of earlier segments in front of them, 0 to 63
-    std::uint32_t bits = 0;
-    std::uint32_t stored = 0;  // bytes of complete units that were written
-};
+using storage::tEncodedBits;
+using storage::tEncodedRest;
 
-struct tEncodedRest
-{
-    char bytes[sizeof(std::uint64_t)];
-    std::uint32_t size;
-};
-
-class tSegmentEncoder
+class tSegmentEncoder final : public storage::iSegmentEncoder
 {
 public:
     void clear();
 
     // ---- Counting ----
 
-    void count(const void* bytes, std::size_t len)
+    void count(const void* bytes, std::size_t len) override
     {
         m_counter.add(bytes, len);
         m_countedBytes += len;
         ++m_countedSegments;
     }
-    void count(tSegmentEncoder& other);  // adds what `other` has counted
-    std::uint64_t countedBytes() const { return m_countedBytes; }
+    void count(storage::iSegmentEncoder& other) override;
+    std::uint64_t countedBytes() const override { return m_countedBytes; }
 
     // Returns false if nothing was counted.
     bool makeCodes();
@@ -58,15 +48,17 @@ public:
 
     // Returns the bytes of a tFileHead and gets ready to encode; prints one line. Empty if nothing was counted.
     std::string head();
+    // Calls makeCodes() and head(). Returns nothing if the stored form cannot be decoded.
+    std::string begin() override;
     bool isReady() const { return m_ready; }  // head() was called
     // Returns the number of bytes that encode() may write for a segment of this length.
-    std::size_t room(std::size_t len) const { return m_emitter.room(len); }
+    std::size_t room(std::size_t len) const override { return m_emitter.room(len); }
     // Appends the codes of a segment; `out` has room(len) bytes. If a byte has no code, the codes before it are in the
     // stream.
-    tEncodedBits encode(const void* bytes, std::uint32_t len, char* out);
+    tEncodedBits encode(const void* bytes, std::uint32_t len, char* out) override;
     // Ends the stream; prints one line. Returns the bytes of the unit that is not complete, one more than needed if it
     // holds whole bytes. The unit stays: call it once.
-    tEncodedRest rest();
+    tEncodedRest rest() override;
 
     // ---- For files and byte arrays, which are no segments ----
 

@@ -25,8 +25,8 @@ bool tConversionOutput::tPayloadOutput::flush()
     return true;
 }
 
-tConversionOutput::tConversionOutput(tOutputFile& out, tFileHeadSymbol kind, const tStored& stored)
-    : m_kind(kind), m_stored(stored), m_payload(out, cPayloadPos),
+tConversionOutput::tConversionOutput(tOutputFile& out, const tFileForm& form, const tStored& stored)
+    : m_form(form), m_stored(stored), m_payload(out, cPayloadPos),
       m_index([&out](const void* data, std::size_t len, std::uint64_t pos) { return out.writeAt(data, len, pos); })
 {}
 
@@ -40,7 +40,7 @@ char* tConversionOutput::room(std::size_t size)
 void tConversionOutput::add(const tSegmentRecord& record, std::size_t size)
 {
     m_payload.used(size);
-    m_slots.push_back(slotOf(m_kind, record));
+    m_slots.push_back(m_form.slot(record));
 }
 
 bool tConversionOutput::finish(std::string_view rest)

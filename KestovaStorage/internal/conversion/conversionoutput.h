@@ -1,8 +1,8 @@
-// tConversionOutput: the data file that a conversion writes, of either kind, from front to back: payload and index
+// tConversionOutput: the data file that a conversion writes, of any form, from front to back: payload and index
 // together, in large writes.
 //
 // Shapes   for each segment: room(), the bytes into it, add(). finish() writes what is left and the index head. The
-//          caller writes the start of the file: the magic or the coder's head.
+//          caller writes the start of the file: the magic or the encoder's head.
 // Owner    the output file outlives it; memory is two buffers of a MiB, or what one segment takes.
 // Threads  starts none and locks nothing.
 // Errors   operations return null or false if a write fails; the output file keeps the reason.
@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "KestovaStorage/internal/datafile/fileforms.h"
 #include "KestovaStorage/internal/datafile/indexoutput.h"
 #include "KestovaStorage/internal/datafile/segmentrecord.h"
 #include "KestovaStorage/internal/disk/outputfile.h"
@@ -27,7 +28,7 @@ using tStored = std::function<void(std::size_t records)>;
 class tConversionOutput
 {
 public:
-    tConversionOutput(tOutputFile& out, tFileHeadSymbol kind, const tStored& stored);
+    tConversionOutput(tOutputFile& out, const tFileForm& form, const tStored& stored);
 
     // Returns room for `size` bytes behind the payload; null if flushing the full buffer fails.
     char* room(std::size_t size);
@@ -62,7 +63,7 @@ private:
     bool flushIndex();
     void report(std::uint32_t records) const;
 
-    const tFileHeadSymbol m_kind;
+    const tFileForm& m_form;
     const tStored& m_stored;
     tPayloadOutput m_payload;
     std::vector<tIndexSlot> m_slots;  // records since the last flush

@@ -51,14 +51,13 @@ private:
     std::uint64_t m_done = 0, m_reported = 0;
 };
 
-bool appendEncoded(tConversionOutput& out, huffman::tSegmentEncoder& encoder, std::uint64_t time,
-                   std::string_view segment)
+bool appendEncoded(tConversionOutput& out, iSegmentEncoder& encoder, std::uint64_t time, std::string_view segment)
 {
     const auto len = static_cast<std::uint32_t>(segment.size());
     char* const to = out.room(encoder.room(len));
     if (to == nullptr)
         return false;
-    const huffman::tEncodedBits codes = encoder.encode(segment.data(), len, to);
+    const tEncodedBits codes = encoder.encode(segment.data(), len, to);
     const auto firstBit = static_cast<std::uint8_t>(codes.firstBit % 8);
     out.add({time, out.position() + codes.firstBit / 8, codes.bits, firstBit}, codes.stored);
     return true;
@@ -78,7 +77,7 @@ bool appendPlain(tConversionOutput& out, std::uint64_t time, std::string_view se
 class tCounting
 {
 public:
-    tCounting(tDataFileReader& plain, huffman::tSegmentEncoder& encoder) : m_plain(plain), m_encoder(encoder) {}
+    tCounting(tDataFileReader& plain, iSegmentEncoder& encoder) : m_plain(plain), m_encoder(encoder) {}
 
     tSharedPieces::tPieceFunction piece()
     {
@@ -101,7 +100,7 @@ private:
     }
 
     tDataFileReader& m_plain;
-    huffman::tSegmentEncoder& m_encoder;
+    iSegmentEncoder& m_encoder;
     tSegmentReader m_segments;
 };
 
@@ -126,34 +125,34 @@ tStatus eachSegment(tDataFileReader& file, const tProgressFunction& report, tApp
 }
 
 // Bits of a segment are counted in 32 bits.
-bool isStorable(const huffman::tSegmentEncoder& encoder, std::size_t len)
+bool isStorable(const iSegmentEncoder& encoder, std::size_t len)
 {
     return encoder.room(len) < UINT32_MAX / 8;
 }
 }  // namespace
 
-tStatus countSegments(tDataFileReader& plain, huffman::tSegmentEncoder& encoder, const tProgressFunction& report)
+tStatus countSegments(tDataFileReader& plain, iSegmentEncoder& encoder, const tProgressFunction& report)
 {
-    huffman::tSegmentEncoder aside;
-    tCounting callerCounting(plain, encoder), workerCounting(plain, aside);
+    const auto aside = cCompressedForm.newEncoder();
+    tCounting callerCounting(plain, encoder), workerCounting(plain, *aside);
     tSharedPieces work(plain, workerCounting.piece());
     work.available(plain.count());
     tStatus status = work.finish(callerCounting.piece(), report);
     if (status)
-        encoder.count(aside);
+        encoder.count(*aside);
     return status;
 }
 
-tStatus encodeFile(tDataFileReader& plain, huffman::tSegmentEncoder& encoder, tOutputFile& out,
-                   const tProgressFunction& report, const tStored& stored)
+tStatus encodeFile(tDataFileReader& plain, iSegmentEncoder& encoder, tOutputFile& out, const tProgressFunction& report,
+                   const tStored& stored)
 try
 {
-    if (!encoder.makeCodes() || !encoder.isRestorable())
+    const std::string head = encoder.begin();
+    if (head.empty())
         return refused("its bytes have no code that could be read back");
-    const std::string head = encoder.head();
     if (!out.writeAt(head.data(), head.size(), 0))
         return writeFailed(out);
-    tConversionOutput encoded(out, cHuffmanFileHead, stored);
+    tConversionOutput encoded(out, cCompressedForm, stored);
     tStatus status = eachSegment(plain, report, [&](std::uint64_t time, std::string_view segment) {
         if (!isStorable(encoder, segment.size()))
             return refused("a segment is too long for a compressed file");
@@ -161,7 +160,7 @@ try
     });
     if (!status)
         return status;
-    const huffman::tEncodedRest rest = encoder.rest();
+    const tEncodedRest rest = encoder.rest();
     return encoded.finish({rest.bytes, rest.size}) ? tStatus() : writeFailed(out);
 }
 catch (const std::out_of_range&)
@@ -172,11 +171,10 @@ catch (const std::out_of_range&)
 tStatus decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& out, const tProgressFunction& report,
                    const tStored& stored)
 {
-    unsigned char magic[4];
-    le::store(magic, static_cast<std::uint32_t>(cDataFileHead));
-    if (!out.writeAt(magic, sizeof magic, 0))
+    const std::uint32_t magic = fileOrder(static_cast<std::uint32_t>(cPlainForm.number));
+    if (!out.writeAt(&magic, sizeof magic, 0))
         return writeFailed(out);
-    tConversionOutput plain(out, cDataFileHead, stored);
+    tConversionOutput plain(out, cPlainForm, stored);
     tStatus status = eachSegment(encoded, report, [&](std::uint64_t time, std::string_view segment) {
         return appendPlain(plain, time, segment) ? tStatus() : writeFailed(out);
     });
@@ -185,18 +183,5 @@ tStatus decodeFile(tDataFileReader& encoded, std::uint64_t bytes, tOutputFile& o
     if (plain.position() != cPayloadPos + bytes)
         return damaged("its codes do not give as many bytes as its head says");
     return plain.finish({}) ? tStatus() : writeFailed(out);
-}
-
-std::string encodedName(const std::string& plainPath, const std::string& suffix)
-{
-    const std::size_t name = plainPath.rfind('/') == std::string::npos ? 0 : plainPath.rfind('/') + 1;
-    return plainPath.substr(0, suffix.empty() ? std::string::npos : plainPath.find(suffix, name)) + ".tar" + suffix;
-}
-
-std::string plainName(const std::string& encodedPath, const std::string& suffix)
-{
-    const std::string ending = ".tar" + suffix;
-    return encodedPath.ends_with(ending) ? encodedPath.substr(0, encodedPath.size() - ending.size()) + suffix
-                                         : encodedPath;
 }
 }  // namespace storage

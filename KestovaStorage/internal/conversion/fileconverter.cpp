@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <utility>
 
-#include "KestovaStorage/huffmanhead.h"
 #include "KestovaStorage/internal/conversion/filecoding.h"
 #include "KestovaStorage/internal/conversion/verification.h"
+#include "KestovaStorage/internal/datafile/naming.h"
 #include "KestovaStorage/internal/disk/paths.h"
 
 namespace storage
@@ -18,16 +18,6 @@ std::uint64_t payloadOf(const tDataFileReader& plain)
     std::uint64_t bytes = 0;
     for (std::size_t i = 0; i < plain.count(); ++i)
         bytes += plain.record(i).bytes();
-    return bytes;
-}
-
-std::uint64_t countedBytes(tDataFileReader& encoded)
-{
-    huffman::tFileHead head{};
-    std::uint64_t bytes = 0;
-    if (encoded.read(0, sizeof head, reinterpret_cast<char*>(&head)))
-        for (const huffman::tAlphaFreq& alpha : head.alphaFreqs)
-            bytes += alpha.freq;
     return bytes;
 }
 
@@ -50,44 +40,74 @@ tFileConverter::tFileConverter(const std::string& path, iConversionObserver* obs
 
 tStatus tFileConverter::compress(const std::string& suffix)
 {
-    if (tStatus status = open(cDataFileHead, "it is compressed already"); !status)
+    if (tStatus status = open(false, "it is compressed already"); !status)
         return status;
     m_total = payloadOf(*m_source);
     if (m_source->size() != cPayloadPos + m_total || m_source->count() == 0)
         return refused("it holds no segments, or bytes that belong to none");
-    if (tStatus status = openOutput(encodedName(m_path, suffix)); !status)
+    if (tStatus status = openOutput(naming::compressedName(m_path, suffix)); !status)
         return status;
-    huffman::tSegmentEncoder encoder;
-    if (tStatus status = countSegments(*m_source, encoder, progress(eCounting)); !status)
+    const auto encoder = cCompressedForm.newEncoder();
+    if (tStatus status = countSegments(*m_source, *encoder, progress(eCounting)); !status)
         return status;
-    return write(
-        [&](const tStored& stored) { return encodeFile(*m_source, encoder, *m_out, progress(eWriting), stored); });
+    return write([&](const tStored& stored) { return encode(*encoder, stored); });
+}
+
+tStatus tFileConverter::compressRecorded(const std::string& suffix, iSegmentEncoder& counted)
+{
+    if (tStatus status = openRecorded(counted.countedBytes()); !status)
+        return status;
+    m_result = naming::compressedName(m_path, suffix);
+    m_out = std::make_unique<tOutputFile>(m_result);
+    if (!m_out->isOpen())
+        return giveUpRecorded();
+    if (tStatus status = encode(counted, nullptr); !status)
+        return status;
+    if (!m_out->commit(m_result))
+        return m_out->status();
+    std::remove(m_path.c_str());
+    return {};
 }
 
 tStatus tFileConverter::expand(const std::string& suffix)
 {
-    if (tStatus status = open(cHuffmanFileHead, "it is not compressed"); !status)
+    if (tStatus status = open(true, "it is not compressed"); !status)
         return status;
-    m_total = countedBytes(*m_source);
-    if (tStatus status = openOutput(plainName(m_path, suffix)); !status)
+    const iSegmentDecoder* const decoder = m_source->decoder();
+    m_total = decoder != nullptr ? decoder->countedBytes() : 0;
+    if (tStatus status = openOutput(naming::plainName(m_path, suffix)); !status)
         return status;
     return write(
         [&](const tStored& stored) { return decodeFile(*m_source, m_total, *m_out, progress(eWriting), stored); });
 }
 
-tStatus tFileConverter::open(tFileHeadSymbol kind, const char* otherwise)
+tStatus tFileConverter::open(bool compressed, const char* otherwise)
 {
     tStatus status;
     m_source = tDataFileReader::open(m_path, &status);
     if (!m_source)
         return status;
-    if (m_source->symbol() != kind)
+    if (m_source->form().isCompressed() != compressed)
         return refused(otherwise);
     if (!m_source->finished())
         return refused("it is unfinished: it is being recorded, or its recorder died");
     if (m_source->damaged() != 0)
         return {tStatus::eCode::eDamaged, std::to_string(m_source->damaged()) + " of its records are damaged"};
     return {};
+}
+
+// A recorded file is complete when its last segment ends where all that was counted ends.
+tStatus tFileConverter::openRecorded(std::uint64_t bytes)
+{
+    if (bytes == 0)
+        return refused("it holds no segments");
+    tStatus status;
+    m_source = tDataFileReader::open(m_path, &status);
+    if (!m_source)
+        return status;
+    m_total = bytes;
+    const bool complete = m_source->finished() && m_source->damaged() == 0 && m_source->size() == cPayloadPos + bytes;
+    return complete ? tStatus() : refused("it is not complete");
 }
 
 tStatus tFileConverter::openOutput(const std::string& result)
@@ -97,6 +117,21 @@ tStatus tFileConverter::openOutput(const std::string& result)
         return refused("there is a " + m_result + " already");
     m_out = std::make_unique<tOutputFile>(m_path);
     return m_out->isOpen() ? tStatus() : tStatus::system(m_out->error(), m_out->path());
+}
+
+// Kept: removes the recording if the output cannot even be opened. One that opens but cannot be locked is another's.
+tStatus tFileConverter::giveUpRecorded()
+{
+    tStatus status = tStatus(m_out->status()).of(m_out->path());
+    if (m_out->wasOpened())
+        return status;
+    std::remove(m_path.c_str());
+    return std::move(status).of("it is removed, for no output could be made");
+}
+
+tStatus tFileConverter::encode(iSegmentEncoder& counted, const tStored& stored)
+{
+    return encodeFile(*m_source, counted, *m_out, progress(eWriting), stored);
 }
 
 // Writes the result and compares it at the same time. Replaces the source only if all records are equal and on the

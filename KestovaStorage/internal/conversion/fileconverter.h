@@ -1,8 +1,8 @@
 // tFileConverter: one finished data file on its way from one form to the other. The result is written beside it,
-// compared, synced, and renamed over it.
+// compared, synced, and renamed over it. A file that was just recorded is not compared.
 //
 // Threads  starts a second one while it works; the observer is called on the calling thread.
-// Errors   a failure leaves the source untouched; the tStatus does not name it.
+// Errors   a failure leaves the source untouched, but see compressRecorded(); the tStatus does not name it.
 #ifndef KESTOVA_STORAGE_CONVERSION_FILECONVERTER_H
 #define KESTOVA_STORAGE_CONVERSION_FILECONVERTER_H
 
@@ -11,6 +11,7 @@
 #include <string>
 
 #include "KestovaStorage/conversionobserver.h"
+#include "KestovaStorage/internal/conversion/conversionoutput.h"
 #include "KestovaStorage/internal/conversion/sharedpieces.h"
 #include "KestovaStorage/internal/datafile/datafilereader.h"
 #include "KestovaStorage/internal/disk/outputfile.h"
@@ -25,13 +26,21 @@ public:
     tFileConverter(const std::string& path, iConversionObserver* observer);
 
     tStatus compress(const std::string& suffix);
+    // A file that was just recorded: `counted` has counted all of its segments. The result takes its own name, whatever
+    // had it before, and then the source is removed. The source is also removed where the output could not be opened;
+    // an output that opens but cannot be locked, for another process has it or the file system has no locks, leaves it
+    // as it is, at once.
+    tStatus compressRecorded(const std::string& suffix, iSegmentEncoder& counted);
     tStatus expand(const std::string& suffix);
     const std::string& path() const { return m_path; }      // of the source
     const std::string& result() const { return m_result; }  // its path
 
 private:
-    tStatus open(tFileHeadSymbol kind, const char* otherwise);
+    tStatus open(bool compressed, const char* otherwise);
+    tStatus openRecorded(std::uint64_t bytes);
     tStatus openOutput(const std::string& result);
+    tStatus giveUpRecorded();
+    tStatus encode(iSegmentEncoder& counted, const tStored& stored);
     template <typename tWork>
     tStatus write(tWork work);
     tProgressFunction progress(tConversionStep step);

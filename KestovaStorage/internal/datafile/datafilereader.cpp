@@ -9,8 +9,6 @@
 #include <unistd.h>
 #include <utility>
 
-#include "KestovaStorage/huffmanhead.h"
-#include "KestovaStorage/internal/codec/segmentdecoder.h"
 #include "common/byteorder.h"
 
 namespace storage
@@ -62,8 +60,8 @@ try
 
     unsigned char magic[4] = {};
     m_file.readAt(magic, sizeof magic, 0);
-    m_symbol = static_cast<tFileHeadSymbol>(le::load<std::uint32_t>(magic));
-    if (!isDataFileHead(m_symbol))
+    m_form = formOf(le::load<std::uint32_t>(magic));
+    if (m_form == nullptr)
         return {eCode::eRefused, "not a data file"};
     if (!withIndex)
         return {};
@@ -97,7 +95,7 @@ bool tDataFileReader::readRecords(std::size_t first, std::size_t count, std::vec
         return false;
     records.clear();
     for (const tIndexSlot& slot : slots)
-        records.push_back(recordOf(m_symbol, slot));
+        records.push_back(m_form->record(slot));
     return true;
 }
 
@@ -111,20 +109,11 @@ bool tDataFileReader::reopenFile()
     return false;
 }
 
-const huffman::tSegmentDecoder* tDataFileReader::decoder()
+const iSegmentDecoder* tDataFileReader::decoder()
 {
-    if (!isEncoded(m_symbol))
-        return nullptr;
-    if (!m_decoder)
-    {
-        huffman::tFileHead head{};
-        if (!read(0, sizeof head, reinterpret_cast<char*>(&head)))
-            return nullptr;
-        auto decoder = std::make_unique<huffman::tSegmentDecoder>();
-        decoder->setHead(&head);
-        m_decoder = std::move(decoder);
-    }
-    return m_decoder->hasCodes() ? m_decoder.get() : nullptr;
+    if (!m_decoder && m_form->isCompressed())
+        m_decoder = m_form->newDecoder(*this);
+    return m_decoder.get();
 }
 
 void tDataFileReader::closeFile()
@@ -138,6 +127,7 @@ void tDataFileReader::readIndex(std::uint32_t indexNum)
 {
     // So does that of a file finished without a segment, but such a file ends behind its index head.
     m_finished = indexNum != 0 || m_size == cIndexHeadPos + sizeof(tIndexHead);
+    m_emptyEnds = !m_finished && m_form->emptyRecordEnds;
     const std::uint64_t claimed = m_finished ? indexNum : cIndexCapacity;
     const std::uint64_t room = m_size > cIndexPos ? (m_size - cIndexPos) / cIndexSlotSize : 0;
     const auto count = static_cast<std::size_t>(std::min({claimed, room, std::uint64_t{cIndexCapacity}}));
@@ -154,12 +144,13 @@ void tDataFileReader::readIndex(std::uint32_t indexNum)
 // order needs. Returns false at the end of the index.
 bool tDataFileReader::readPiece(std::size_t place, std::size_t count)
 {
+    const tFileForm form = *m_form;
     tIndexSlot* const piece = &m_index[place];
     const std::size_t got =
         m_file.readAt(piece, count * cIndexSlotSize, cIndexPos + place * cIndexSlotSize) / cIndexSlotSize;
     for (std::size_t i = 0; i < got; ++i)
     {
-        const tSegmentRecord record = recordOf(m_symbol, piece[i]);
+        const tSegmentRecord record = form.record(piece[i]);
         if (isEnd(record))
             return false;
         if (isWhole(record))
@@ -180,13 +171,6 @@ void tDataFileReader::keep(const tIndexSlot& slot)
     if (&m_index[m_count] != &slot)
         m_index[m_count] = slot;
     ++m_count;
-}
-
-// A record without a time ends every index. In an unfinished plain file a record without a length was cut when its
-// writer died.
-bool tDataFileReader::isEnd(const tSegmentRecord& record) const
-{
-    return record.time == 0 || (!m_finished && m_symbol == cDataFileHead && record.bits == 0);
 }
 
 bool tDataFileReader::isWhole(const tSegmentRecord& record) const

@@ -1,7 +1,7 @@
 // tDataFileReader: one data file, opened for reading, whole or damaged, finished or not.
 //
 // Shapes   index() is an array of the file's records as they stand on disk, record() gives one of them in the form that
-//          is the same for both kinds; every one of them lies inside the file and has a possible time.
+//          is the same for every form; every one of them lies inside the file and has a possible time.
 // Owner    owns the index; opens the file when it reads and closes it on closeFile(), so that thousands of files can be
 //          held at once.
 // Threads  starts none and locks nothing.
@@ -18,16 +18,11 @@
 #include <vector>
 
 #include "KestovaStorage/datafileformat.h"
-#include "KestovaStorage/filehead.h"
+#include "KestovaStorage/internal/datafile/fileforms.h"
 #include "KestovaStorage/internal/datafile/indexarray.h"
 #include "KestovaStorage/internal/datafile/segmentrecord.h"
 #include "common/descriptor.h"
 #include "common/status.h"
-
-namespace huffman
-{
-class tSegmentDecoder;
-}
 
 namespace storage
 {
@@ -43,13 +38,13 @@ public:
     tDataFileReader& operator=(const tDataFileReader&) = delete;
 
     const std::string& path() const { return m_path; }
-    tFileHeadSymbol symbol() const { return m_symbol; }
+    const tFileForm& form() const { return *m_form; }
     bool finished() const { return m_finished; }  // the index head was written
     std::uint64_t size() const { return m_size; }
     std::size_t damaged() const { return m_damaged; }
 
     std::size_t count() const { return m_count; }  // of records
-    tSegmentRecord record(std::size_t i) const { return recordOf(m_symbol, m_index[i]); }
+    tSegmentRecord record(std::size_t i) const { return m_form->record(m_index[i]); }
     std::span<tIndexSlot> index() { return {m_index.get(), m_count}; }
     std::span<const tIndexSlot> index() const { return {m_index.get(), m_count}; }
     bool sorted() const { return m_sorted; }                 // by time
@@ -59,9 +54,8 @@ public:
     bool read(std::uint64_t pos, std::size_t len, char* to);
     // Replaces `records` by `count` records from number `first` on as they stand on disk now, unchecked.
     bool readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records);
-    // Reads the codes of a Huffman file. Returns null for a plain file, and if the codes cannot be used; valid until
-    // closeFile().
-    const huffman::tSegmentDecoder* decoder();
+    // Reads the head of a compressed file. Returns null for other forms, and if that fails; valid until closeFile().
+    const iSegmentDecoder* decoder();
     void closeFile();
 
 private:
@@ -73,16 +67,18 @@ private:
     void readIndex(std::uint32_t indexNum);
     bool readPiece(std::size_t place, std::size_t count);
     void keep(const tIndexSlot& slot);
-    bool isEnd(const tSegmentRecord& record) const;
+    // A record without a time ends every index.
+    bool isEnd(const tSegmentRecord& record) const { return record.time == 0 || (m_emptyEnds && record.bits == 0); }
     bool isWhole(const tSegmentRecord& record) const;
 
     std::string m_path;
     tDescriptor m_file;
     std::uint64_t m_device = 0, m_inode = 0;  // of the file that was opened first
-    std::unique_ptr<huffman::tSegmentDecoder> m_decoder;
+    std::unique_ptr<iSegmentDecoder> m_decoder;
     std::uint64_t m_size = 0;
-    tFileHeadSymbol m_symbol = cDataFileHead;
+    const tFileForm* m_form = nullptr;  // never null once the file is open
     bool m_finished = false;
+    bool m_emptyEnds = false;  // a record without length ends the index
     bool m_sorted = true;
     std::size_t m_longestRun = 0;
     std::size_t m_damaged = 0;

@@ -5,7 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "KestovaStorage/internal/codec/segmentencoder.h"
+#include "KestovaStorage/internal/codec/segmentcodec.h"
 
 namespace storage
 {

@@ -23,13 +23,10 @@
 #include "KestovaStorage/internal/datafile/indexoutput.h"
 #include "common/descriptor.h"
 
-namespace huffman
-{
-class tSegmentEncoder;
-}
-
 namespace storage
 {
+class iSegmentEncoder;
+
 // A place in a block: segments before it have been processed.
 struct tBlockCursor
 {
@@ -55,7 +52,7 @@ public:
     bool isFull() const;
 
     // Counts the segments recorded from now on for their code; null stops counting. Not owned.
-    void countInto(huffman::tSegmentEncoder* encoder) { m_encoder = encoder; }
+    void countInto(iSegmentEncoder* encoder) { m_encoder = encoder; }
 
     void finish();  // writes the index head
     void sync();    // to the disk
@@ -76,7 +73,7 @@ private:
 
     tDescriptor m_file;
     std::string m_path;
-    huffman::tSegmentEncoder* m_encoder = nullptr;
+    iSegmentEncoder* m_encoder = nullptr;
     tIndexOutput m_output;
     std::uint64_t m_payloadEnd = cPayloadPos;
     std::uint64_t m_lastStart = 0;    // start of the last segment

@@ -22,7 +22,8 @@ public:
     using tWriteAt = std::function<bool(const void* data, std::size_t len, std::uint64_t pos)>;
     explicit tIndexOutput(tWriteAt writeAt) : m_writeAt(std::move(writeAt)) {}
 
-    // Writes the magic of a plain file; a Huffman head begins with its own. Does nothing once that has succeeded.
+    // Writes the magic of a plain file; a compressed file's head begins with its own. Does nothing once that has
+    // succeeded.
     bool writeMagic();
     // Writes the first `count` of `slots` behind the records that are there, and zeros behind them: `slots` is left
     // with `count` records and one of zeros. Readers see them in order, whole or not at all, even if the process dies

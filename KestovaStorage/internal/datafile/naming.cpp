@@ -11,6 +11,7 @@ constexpr char cFolderPrefix[] = "Data_";
 constexpr std::size_t cFolderPrefixLen = sizeof cFolderPrefix - 1;
 constexpr std::size_t cFolderDigits = 6;
 constexpr std::size_t cFileDigits = 4;
+constexpr char cCompressedMark[] = ".tar";  // before the suffix
 
 std::string lastComponent(const std::string& path)
 {
@@ -77,6 +78,20 @@ std::string fileName(unsigned int number, const std::string& timeLabel, const st
     if (!extFileName.empty())
         name += "_" + extFileName;
     return name + suffix;
+}
+
+std::string compressedName(const std::string& plainPath, const std::string& suffix)
+{
+    const std::size_t name = plainPath.rfind('/') + 1;
+    return plainPath.substr(0, suffix.empty() ? std::string::npos : plainPath.find(suffix, name)) + cCompressedMark +
+           suffix;
+}
+
+std::string plainName(const std::string& compressedPath, const std::string& suffix)
+{
+    const std::string ending = cCompressedMark + suffix;
+    return compressedPath.ends_with(ending) ? compressedPath.substr(0, compressedPath.size() - ending.size()) + suffix
+                                            : compressedPath;
 }
 
 std::string timeYmdHMSToString(std::time_t seconds)

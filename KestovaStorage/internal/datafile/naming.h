@@ -23,6 +23,12 @@ std::string folderName(unsigned int number, const std::string& dateLabel);  // w
 std::string fileName(unsigned int number, const std::string& timeLabel, const std::string& extFileName,
                      const std::string& suffix);
 
+// "rec/0003_2024-05-17_10-01-12_radar.data" with the suffix ".data" gives "...radar.tar.data". Only the last component
+// of the path is changed: a folder may have the suffix in its name.
+std::string compressedName(const std::string& plainPath, const std::string& suffix);
+// The reverse; returns the path itself if it does not end so.
+std::string plainName(const std::string& compressedPath, const std::string& suffix);
+
 // Labels in local time.
 std::string timeYmdHMSToString(std::time_t seconds);  // 2024-05-17_08-30-00
 std::string timeYmToString(std::time_t seconds);      // 2024.05

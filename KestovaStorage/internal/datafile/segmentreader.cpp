@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <new>
 
-#include "KestovaStorage/internal/codec/segmentdecoder.h"
-
 namespace storage
 {
 namespace
@@ -28,7 +26,7 @@ void tSegmentReader::readAhead(tDataFileReader& file, const tSegmentRecord& firs
 std::optional<std::string_view> tSegmentReader::read(tDataFileReader& file, const tSegmentRecord& record)
 try
 {
-    if (isEncoded(file.symbol()))
+    if (file.form().isCompressed())
         return decode(file, record);
     const auto len = static_cast<std::size_t>(record.bytes());
     const char* const bytes = bytesAt(file, record.firstByte, len);
@@ -45,13 +43,14 @@ std::optional<std::string_view> tSegmentReader::decode(tDataFileReader& file, co
 {
     if (record.bits == 0)
         return std::string_view();  // a segment all of whose bytes have a code of no bits
-    const huffman::tSegmentDecoder* const decoder = file.decoder();
-    if (decoder == nullptr || record.bits > decoder->countedBits())
+    const iSegmentDecoder* const decoder = file.decoder();
+    const std::size_t room = decoder != nullptr ? decoder->room(record.bits) : 0;
+    if (room == 0)
         return std::nullopt;
     const char* const codes = bytesAt(file, record.firstByte, static_cast<std::size_t>(record.bytes()));
     if (codes == nullptr)
         return std::nullopt;
-    char* const out = m_decoded.need(decoder->roomFor(record.bits));
+    char* const out = m_decoded.need(room);
     return std::string_view(out, decoder->decode(codes, record.firstBit, record.bits, out, m_decoded.size()));
 }
 

@@ -1,4 +1,4 @@
-// tSegmentReader: the bytes of recorded segments, from plain and from Huffman files.
+// tSegmentReader: the bytes of recorded segments, from files of every form.
 //
 // Shapes   reads `window` bytes at once while segments are read in file order. Buffers grow to the longest segment
 //          read.

@@ -15,7 +15,8 @@ constexpr char cEnding[] = ".part";
 }
 
 tOutputFile::tOutputFile(const std::string& name)
-    : m_path(name + cEnding), m_file(::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666))
+    : m_path(name + cEnding), m_file(::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666)),
+      m_wasOpened(m_file.valid())
 {
     if (isOpen() && claim())
         return;

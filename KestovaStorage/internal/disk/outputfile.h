@@ -26,6 +26,7 @@ public:
     tOutputFile& operator=(const tOutputFile&) = delete;
 
     bool isOpen() const { return m_file.valid(); }
+    bool wasOpened() const { return m_wasOpened; }      // even if somebody else is writing it, or it cannot be locked
     const std::string& path() const { return m_path; }  // while it is written
     const tStatus& status() const { return m_status; }
     int error() const { return m_status.error(); }
@@ -42,6 +43,7 @@ private:
     const std::string m_path;
     tDescriptor m_file;
     tStatus m_status;
+    bool m_wasOpened = false;
     bool m_committed = false;
 };
 

@@ -5,8 +5,8 @@
 #include <system_error>
 #include <utility>
 
-#include "KestovaStorage/internal/conversion/filecoding.h"
-#include "KestovaStorage/internal/disk/paths.h"
+#include "KestovaStorage/internal/conversion/fileconverter.h"
+#include "KestovaStorage/internal/datafile/fileforms.h"
 
 namespace storage
 {
@@ -16,11 +16,25 @@ void report(const std::string& path, const std::string& reason)
 {
     std::fprintf(stderr, "%s: not compressed: %s\n", path.c_str(), reason.c_str());
 }
+
+// Ends a conversion once cancel() was called.
+class tUntilCancelled : public iConversionObserver
+{
+public:
+    tUntilCancelled(const std::atomic<unsigned int>& cancelled, unsigned int before)
+        : m_cancelled(cancelled), m_before(before)
+    {}
+    bool UpdateConversion(tConversionStep, uint64_t, uint64_t) override { return m_cancelled == m_before; }
+
+private:
+    const std::atomic<unsigned int>& m_cancelled;
+    const unsigned int m_before;
+};
 }  // namespace
 
-std::unique_ptr<huffman::tSegmentEncoder> tCompressionQueue::newEncoder()
+std::unique_ptr<iSegmentEncoder> tCompressionQueue::newEncoder()
 {
-    return std::make_unique<huffman::tSegmentEncoder>();
+    return cCompressedForm.newEncoder();
 }
 
 tCompressionQueue::~tCompressionQueue()
@@ -32,7 +46,7 @@ tCompressionQueue::~tCompressionQueue()
     m_worker.stop();
 }
 
-void tCompressionQueue::add(const std::string& path, std::unique_ptr<huffman::tSegmentEncoder> encoder)
+void tCompressionQueue::add(const std::string& path, std::unique_ptr<iSegmentEncoder> encoder)
 try
 {
     m_worker.wake([&] { m_jobs.push_back({path, std::move(encoder)}); });
@@ -90,37 +104,9 @@ catch (const std::bad_alloc&)
     report(job.path, "not enough memory");
 }
 
-// Removes the plain file once every byte of the compressed one is on the disk.
-// Kept: removes it also if the output cannot be created.
 tStatus tCompressionQueue::compress(tJob& job, unsigned int cancelled)
 {
-    tStatus failure;
-    const auto plain = isComplete(job) ? tDataFileReader::open(job.path, &failure) : nullptr;
-    if (!plain || !plain->finished() || plain->damaged() != 0)
-    {
-        const char* const why = job.encoder->countedBytes() == 0 ? "it holds no segments" : "it is not complete";
-        return failure ? tStatus(tStatus::eCode::eRefused, why) : std::move(failure).of(job.path);
-    }
-    const std::string name = encodedName(job.path, m_specifySuffix);
-    tOutputFile out(name);
-    if (!out.isOpen())
-    {
-        std::remove(job.path.c_str());
-        return tStatus(out.status()).of("it is removed, for no output could be made");
-    }
-    const tProgressFunction progress = [&](std::uint64_t) { return m_cancelled == cancelled; };
-    if (tStatus status = encodeFile(*plain, *job.encoder, out, progress, nullptr); !status)
-        return status;
-    if (!out.commit(name))
-        return out.status();
-    std::remove(job.path.c_str());
-    return {};
-}
-
-// A file is complete if its payload has as many bytes as were counted.
-bool tCompressionQueue::isComplete(const tJob& job) const
-{
-    return paths::exists(job.path) &&
-           static_cast<std::uint64_t>(paths::fileSize(job.path.c_str())) == cPayloadPos + job.encoder->countedBytes();
+    tUntilCancelled untilCancelled(m_cancelled, cancelled);
+    return tFileConverter(job.path, &untilCancelled).compressRecorded(m_specifySuffix, *job.encoder);
 }
 }  // namespace storage

@@ -1,9 +1,11 @@
-// tCompressionQueue: rewrites the finished files of one storage object in Huffman form, one after the other.
+// tCompressionQueue: compresses the finished files of one storage object, one after the other.
 //
 // Shapes   a job is one file and the encoder that has counted its segments while it was recorded.
 // Owner    owns the jobs. Its destruction waits until all are done.
 // Threads  one, from the first job on. Every operation may be called from any thread.
-// Errors   a file that cannot be compressed stays plain, and the reason is reported on standard error.
+// Errors   a file that cannot be compressed stays plain, also where its output opens but cannot be locked; it is
+// removed
+//          where its output could not be opened. The reason is reported on standard error.
 #ifndef KESTOVA_STORAGE_RECORDING_COMPRESSIONQUEUE_H
 #define KESTOVA_STORAGE_RECORDING_COMPRESSIONQUEUE_H
 
@@ -13,7 +15,7 @@
 #include <memory>
 #include <string>
 
-#include "KestovaStorage/internal/codec/segmentencoder.h"
+#include "KestovaStorage/internal/codec/segmentcodec.h"
 #include "common/status.h"
 #include "common/worker.h"
 
@@ -28,10 +30,10 @@ public:
     tCompressionQueue& operator=(const tCompressionQueue&) = delete;
 
     // Returns an encoder for the segments of a file that is about to be recorded.
-    static std::unique_ptr<huffman::tSegmentEncoder> newEncoder();
+    static std::unique_ptr<iSegmentEncoder> newEncoder();
 
     // Queues the file at `path`, which is finished and all of whose segments `encoder` has counted.
-    void add(const std::string& path, std::unique_ptr<huffman::tSegmentEncoder> encoder);
+    void add(const std::string& path, std::unique_ptr<iSegmentEncoder> encoder);
     std::uint32_t pending() const;  // files that wait or are being compressed
     // Cancels the compression under way and drops the waiting jobs: these files stay plain.
     void cancel();
@@ -40,13 +42,12 @@ private:
     struct tJob
     {
         std::string path;
-        std::unique_ptr<huffman::tSegmentEncoder> encoder;
+        std::unique_ptr<iSegmentEncoder> encoder;
     };
 
     void work();
     void tryCompress(tJob& job, unsigned int cancelled);
     tStatus compress(tJob& job, unsigned int cancelled);
-    bool isComplete(const tJob& job) const;
 
     const std::string m_specifySuffix;
     std::deque<tJob> m_jobs;                   // guarded by m_worker's lock

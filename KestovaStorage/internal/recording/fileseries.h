@@ -10,7 +10,7 @@
 #include <memory>
 #include <string>
 
-#include "KestovaStorage/internal/codec/segmentencoder.h"
+#include "KestovaStorage/internal/codec/segmentcodec.h"
 #include "KestovaStorage/internal/datafile/datafilewriter.h"
 #include "KestovaStorage/internal/disk/diskreclaimer.h"
 #include "KestovaUtils/timeparser.h"
@@ -22,7 +22,7 @@ struct tWritingFile
     std::string path;
     tDiskReclaimer::tWritingMark mark;
     std::unique_ptr<tDataFileWriter> writer;
-    std::unique_ptr<huffman::tSegmentEncoder> encoder;  // counts what is recorded; null without compression
+    std::unique_ptr<iSegmentEncoder> encoder;  // counts what is recorded; null without compression
 };
 
 class tFileSeries
