@@ -181,10 +181,10 @@ void tHuffmanEncode::PreReadClear()
 
 bool tHuffmanEncode::PreReadSrcFileSegment(const std::string& segment)
 {
-    return PreReadSrcFileSegment(segment.data(), segment.size());
+    return PreReadBytes(segment.data(), segment.size());
 }
 
-bool tHuffmanEncode::PreReadSrcFileSegment(const char* data, size_t len)
+bool tHuffmanEncode::PreReadBytes(const char* data, size_t len)
 {
     if (d->m_mode != eSegmentMode)
         return false;

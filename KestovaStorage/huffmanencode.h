@@ -49,7 +49,7 @@ public:
     void PreReadClear();
     // Counts the bytes of a record; returns false in another mode.
     bool PreReadSrcFileSegment(const std::string& segment);
-    bool PreReadSrcFileSegment(const char* data, size_t len);
+    bool PreReadBytes(const char* data, size_t len);
     uint32_t GetPreReadSize();  // bytes counted, modulo 2^32
     // Makes the codes; returns false in another mode or if nothing was counted. tHuffmanDecode restores what they
     // encode if there are at least two byte values, no code is longer than 31 bits and no count exceeds 32 bits.

@@ -50,7 +50,7 @@ public:
     // live as long as the tree.
     void deleteTree(const tNode* node);
     // Adds the codes of all leaves below `node`, each beginning with `prefix`; a byte that has one keeps it.
-    static void huffmanCode(const tNode* node, const std::string& prefix, tHuffmanCodeMap& codes);
+    void huffmanCode(const tNode* node, const std::string& prefix, tHuffmanCodeMap& codes);
 
     // Replaces `encode` by the packed codes: the first bit of a code is bit 0 of its number. Up to 31 bits that is the
     // code itself. Longer ones cannot be restored from the number: position 31 sets all of bits 31 to 63, and later

@@ -9,7 +9,7 @@
 //                  the stream and from several, and zlib inflating what it deflated.
 //   records        the same bytes as records of 542 and of 16 bytes, one table for all
 //   byte arrays    sentences of 100 B to 10 KB, tables included, beside the plain codec
-//   counting       what PreReadSrcFileSegment costs a record of 542 bytes, beside copying it
+//   counting       what PreReadBytes costs a record of 542 bytes, beside copying it
 //   size           of what was stored, beside what the plain codec makes of the first 256 KiB
 // Every figure is the median of seven runs, in turn with what it is compared with, all on one core; seconds are those
 // of the processor, so that other work on the machine counts less. The library's own console lines go to /dev/null.
@@ -338,18 +338,17 @@ void counting(const tData& data)
     tHuffmanEncode encoder(eSegmentMode);
     std::vector<char> copy(cSpokeLen);
     constexpr std::size_t number = 200, cTimes = 100;  // as they come: still in the cache
-    const auto took =
-        inTurn({[&] {
-                    for (std::size_t i = 0; i < number * cTimes; ++i)
-                        encoder.PreReadSrcFileSegment(data.bytes.data() + i % number * cSpokeLen, cSpokeLen);
-                },
-                [&] {
-                    for (std::size_t i = 0; i < number * cTimes; ++i)
-                    {
-                        std::memcpy(copy.data(), data.bytes.data() + i % number * cSpokeLen, cSpokeLen);
-                        asm volatile("" : : "r"(copy.data()) : "memory");
-                    }
-                }});
+    const auto took = inTurn({[&] {
+                                  for (std::size_t i = 0; i < number * cTimes; ++i)
+                                      encoder.PreReadBytes(data.bytes.data() + i % number * cSpokeLen, cSpokeLen);
+                              },
+                              [&] {
+                                  for (std::size_t i = 0; i < number * cTimes; ++i)
+                                  {
+                                      std::memcpy(copy.data(), data.bytes.data() + i % number * cSpokeLen, cSpokeLen);
+                                      asm volatile("" : : "r"(copy.data()) : "memory");
+                                  }
+                              }});
     const auto each = [&](double seconds) { return seconds / (number * cTimes) * 1e9; };
     std::fprintf(s_out, "%-10s counting 542 B: %.0f ns (wanted: 150), memcpy %.0f ns\n", data.name, each(took[0]),
                  each(took[1]));

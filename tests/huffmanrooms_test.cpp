@@ -144,13 +144,27 @@ TEST(tHuffmanTreeTest, givesTheCodesOfThePlainTree)
         if (i % 50 == 0)
             freqs[1] = ~std::uint64_t{0};  // sums wrap
         ASSERT_EQ(codesOf(freqs), plain::codesOf(freqs));
-        const tHuffmanTree tree(freqs);
+        tHuffmanTree tree(freqs);
         ASSERT_EQ(tree.GetHuffmanTree().freq, plain::treeOf(freqs).freq);
         ASSERT_EQ(tree.GetHuffmanTree().left == nullptr, freqs.size() == 1);
     }
     EXPECT_EQ(codesOf({{0x41, 5}, {0x42, 2}, {0x43, 2}}), (tHuffmanCodeMap{{0x41, "0"}, {0x42, "11"}, {0x43, "10"}}));
     EXPECT_EQ(codesOf({}), tHuffmanCodeMap());
     EXPECT_EQ(tHuffmanTree({}).GetHuffmanTree().left, nullptr);
+}
+
+TEST(tHuffmanTreeTest, deletesSubtreesOfTheCallerAndNoneOfItsOwn)
+{
+    tHuffmanTree tree({{0x41, 5}, {0x42, 2}, {0x43, 2}});
+    const tNode own = tree.GetHuffmanTree();
+    tNode* const leaf = new tNode{1, 1, nullptr, nullptr};
+    tree.deleteTree(new tNode{'*', 1, leaf, nullptr});  // a leak, if it stays, for the address sanitizer
+    tree.deleteTree(own.left);
+    tree.deleteTree(nullptr);
+
+    tHuffmanCodeMap codes;
+    tree.huffmanCode(&own, "1", codes);
+    EXPECT_EQ(codes, (tHuffmanCodeMap{{0x41, "10"}, {0x42, "111"}, {0x43, "110"}}));
 }
 
 TEST(tHuffmanTreeTest, packsCodesFromBitZeroAndWrapsAt32)
