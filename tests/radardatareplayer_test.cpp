@@ -72,7 +72,7 @@ TEST_F(tRadarDataReplayerTest, sendsEveryRecordToItsGroupInOrder)
             replayer->CloseReadingFile();
         replayer->OpenReadDataFileorFolder(waiting("next.data"), nullptr);
         ASSERT_TRUE(a.heard(before + 1));
-        EXPECT_EQ(a.all()[before].fromPort != a.all()[0].fromPort, closed);
+        EXPECT_EQ(a.all()[before].from != a.all()[0].from, closed);
     }
     EXPECT_FALSE(storage::tDataStorageIO::DiskCheckThreadEnable);
 }

@@ -23,6 +23,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     records.replay(1000, *data % 2, bytes.data(), static_cast<std::uint32_t>(bytes.size()), "f", &told);
     require(bytes == before && (records.damagedCnt() != 0) == told.text().empty());
     for (const auto& segment : told.segments())
-        require(segment.bytes == std::string(bytes.size() - 41, 'e'));
+    {
+        const std::size_t msgLen = static_cast<unsigned char>(bytes[31]) + 256U * static_cast<unsigned char>(bytes[32]);
+        require(msgLen <= bytes.size() - 33 && segment.bytes == std::string(msgLen, 'e'));
+    }
     return 0;
 }
