@@ -21,10 +21,10 @@ class tRadarDataReplayerPrivate;
 // A replay contains the stream kinds asked for and, always, negotiation messages, radar check records, and the very
 // last record of the span. User control messages (sender 2) are counted and neither reported nor sent. Image state
 // messages (129 bytes, beginning 03 C4) carry the replay time at offset 114. In network replay mode the service
-// messages of the recording are repeated to 236.6.7.5:6878 every 3 s until they have not been replayed anew for 9 s, so
-// that displays keep the service alive; repetitions are marked "_R" at offset 14 if they are 222 bytes long. A recorder
-// on the same network records them as it does every service message. Records that are no whole package are skipped and
-// counted.
+// messages of the recording are repeated to 236.6.7.5:6878 every 3 s, each for 9 s from its first replay and again from
+// its next one on, so that displays keep the service alive; repetitions are marked "_R" at offset 14 if they are 222
+// bytes long. A recorder on the same network records them as it does every service message. Records that do not hold
+// their whole message are skipped and counted.
 //
 // Operations may be called from any thread; from inside a callback see storage::tDataStorageIO: Stop, Jump, Close and
 // Open are carried out right after the callback has returned. A socket that the network refuses is reported on standard
