@@ -51,7 +51,7 @@ TEST(tDeliveryWorkerTest, handsPackagesOverInTheOrderOfTheirNumbers)
     tPackageBuilder builder(queue);
     std::vector<std::uint32_t> numbers;
     queue.start([&](const char* package, std::size_t len, std::size_t) {
-        numbers.push_back(asPackage(package, len)->packCnt);
+        numbers.push_back(std::uint32_t{asPackage(package, len)->packCnt});
     });
     std::vector<std::thread> producers;
     for (int i = 0; i < 3; ++i)
