@@ -1,7 +1,9 @@
 #include "KestovaRecordings/archive.h"
 
+#include <cerrno>
 #include <fmt/format.h>
 #include <set>
+#include <unistd.h>
 
 #include "KestovaRecordings/failure.h"
 
@@ -18,8 +20,12 @@ std::vector<std::string> findRecordings(const std::string& path, const std::stri
     case storage::eFolder:
         break;
     default:
-        throw tFailure(fmt::format("{}: no such file or folder", path));
+        throw tFailure(access(path.c_str(), F_OK) != 0 && errno == EACCES
+                           ? path + ": a folder on its way may not be searched by this user"
+                           : path + ": no such file or folder");
     }
+    if (access(path.c_str(), R_OK | X_OK) != 0)
+        throw tFailure(path + ": this folder may not be searched by this user");
     std::set<std::string> found;
     tDataStorageIO::GetFileFolderInDir(path, found, true, suffix);
     if (found.empty())

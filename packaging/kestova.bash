@@ -14,7 +14,7 @@ _kestova()
 {
     local current="${COMP_WORDS[COMP_CWORD]}"
     local previous="${COMP_WORDS[COMP_CWORD - 1]}"
-    local common="--help --json"
+    local common="--help --json --quiet --verbose"
     local radar="--radars --radar --id --local-ip --duration"
     local options
 
@@ -28,12 +28,13 @@ _kestova()
     esac
 
     if ((COMP_CWORD == 1)); then
-        COMPREPLY=($(compgen -W "simulate record replay info dump compress expand pcap export --help --version" -- "$current"))
+        COMPREPLY=($(compgen -W "simulate record replay info dump compress expand pcap export help --help --version" -- "$current"))
         return
     fi
     case "${COMP_WORDS[1]}" in
+    help) COMPREPLY=($(compgen -W "simulate record replay info dump compress expand pcap export" -- "$current")); return ;;
     simulate) options="$common $radar --rate --spokes --seed --start-time" ;;
-    record) options="$common $radar --group --streams --root --compress" ;;
+    record) options="$common $radar --group --streams --root --compress --reclaim" ;;
     replay) options="$common --suffix --speed --start --streams --loop --net --local-ip --map" ;;
     info) options="$common --suffix --gap --digest" ;;
     compress | expand) options="$common --suffix" ;;

@@ -26,7 +26,7 @@ tGroupRecorder::tGroupRecorder(const std::vector<NetAddress>& groups, std::uint3
         auto& receiver = m_receivers[group];
         receiver = net::defaultTransport().openSource(this, group, localIp, cReceiveBuffer);
         if (!receiver->joined())
-            throw tFailure("a group could not be joined: see the line above");
+            throw tFailure("a group could not be joined: --verbose shows the reason");
     }
 }
 

@@ -51,11 +51,11 @@ bool tReplayRun::waitForOpening()
     if (m_session.startMs() > state.lastMs)
         throw tFailure(fmt::format("--start {} lies behind the end: the recording lasts {}", m_start,
                                    durationText(state.lastMs - state.firstMs)));
-    m_console.note(fmt::format("playing {} to {} at {:.2g}x{}", localTimeText(m_session.startMs()),
-                               localTimeText(state.lastMs), m_session.pace().factor(),
-                               m_options.net ? " onto the network" : ""));
+    m_console.inform(fmt::format("playing {} to {} at {:.2g}x{}", localTimeText(m_session.startMs()),
+                                 localTimeText(state.lastMs), m_session.pace().factor(),
+                                 m_options.net ? " onto the network" : ""));
     if (m_keyboard.active())
-        m_console.note(
+        m_console.inform(
             "space pauses, left and right jump 10 s, up and down a minute, + and - change the speed, q ends");
     return true;
 }

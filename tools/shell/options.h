@@ -3,11 +3,13 @@
 #define KESTOVA_TOOLS_SHELL_OPTIONS_H
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <exception>
 #include <string>
 #include <vector>
 
 #include "sessions/radarchoice.h"
+#include "tools/shell/console.h"
 
 namespace tool
 {
@@ -52,6 +54,21 @@ CLI::Option* addRadar(CLI::App& command, session::tRadarChoice& radar);
 
 // Adds --duration.
 void addDuration(CLI::App& command, std::string& text);
+
+// Return checks of a number's text for an option: the errors are sentences in plain words.
+CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t greatest = UINT64_MAX);
+CLI::Validator decimalNumber(double least, double greatest);
+
+// What every command takes.
+struct tVolumeOptions
+{
+    bool verbose = false;
+    bool quiet = false;
+
+    eVolume chosen() const;
+};
+// Adds --verbose and --quiet.
+void addVolume(CLI::App& command, tVolumeOptions& volume);
 
 // Adds --json for results as one object.
 void addJson(CLI::App& command, bool& json);
