@@ -8,6 +8,11 @@ namespace storage
 {
 bool tDataStorageIO::DiskCheckThreadEnable = true;
 
+void tDataStorageIO::SetReclaimObserver(iReclaimObserver* observer)
+{
+    tDataStorageIOPrivate::setReclaimObserver(observer);
+}
+
 tDataStorageIO::tDataStorageIO(const std::string& storageBasePath, const char* specifySuffix)
     : d(new tDataStorageIOPrivate(storageBasePath, specifySuffix))
 {}

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "KestovaStorage/filehead.h"
+#include "KestovaStorage/reclaimobserver.h"
 #include "KestovaStorage/replayobserver.h"
 #include "KestovaUtils/timeparser.h"
 #include "UdpSocket/kestovaapi.h"
@@ -38,6 +39,9 @@ public:
     // Kestova::tRadarDataReplayer clears it when it is constructed: a process that records beside a replayer and wants
     // reclaiming sets it again. Read atomically; may be set at any time.
     static bool DiskCheckThreadEnable;
+    // Sets the observer of what is deleted in this process to make room; null for none. Not owned. When this returns no
+    // call to an earlier observer is under way, except the one that it is called from. Any thread.
+    static void SetReclaimObserver(iReclaimObserver* observer);
 
     // `storageBasePath` is the storage root: its folders are created if missing; "./RadarDataStorage" takes its place
     // if that fails. Recordings go into folders Data_NNNNNN_YYYY.MM.DD/ below it, and from then on the oldest ".data"

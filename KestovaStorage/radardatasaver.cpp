@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -14,6 +13,7 @@
 #include "KestovaStorage/internal/radar/servicequery.h"
 #include "KestovaStorage/packagerecorder.h"
 #include "KestovaUtils/multiradarclient.h"
+#include "UdpSocket/consoleprint.h"
 #include "UdpSocket/udpsocket.h"
 #include "common/observers.h"
 
@@ -109,7 +109,7 @@ bool tRadarDataSaverPrivate::connect(const char* serial, unsigned short id, bool
     const RadarAddress* const address = client->getAddress(radar.c_str(), id);
     if (address == nullptr)
     {
-        std::printf("radar[%s,id = %d] doesn't exist!\n", radar.c_str(), int{id});
+        Kestova::console::print("radar[%s,id = %d] doesn't exist!\n", radar.c_str(), int{id});
         return false;
     }
     m_radarAddress = *address;
@@ -138,10 +138,11 @@ void tRadarDataSaverPrivate::SocketClear()
 
 void tRadarDataSaverPrivate::startRecording(const std::string& name, bool compress)
 {
-    std::printf("Save %s\r\n", name.c_str());
+    Kestova::console::print("Save %s\r\n", name.c_str());
     finishFile();  // one that was started by hand
     if (!CreateNewWritingFile(0UL, name, compress))
-        std::fprintf(stderr, "Radar data saver: no file for %s could be created, nothing is recorded\n", name.c_str());
+        Kestova::console::printError("Radar data saver: no file for %s could be created, nothing is recorded\n",
+                                     name.c_str());
 }
 
 // Ends a connection in every state, before the first report of an address too. Returns whether sockets were open.
@@ -166,7 +167,7 @@ void tRadarDataSaverPrivate::finishFile()
 {
     const std::string file = GetCurrentWriteDataFileName();
     if (!WaitWriteIdle(cEndTimeout_ms) && !file.empty())
-        std::fprintf(stderr, "Radar data saver: not everything received is in %s\n", file.c_str());
+        Kestova::console::printError("Radar data saver: not everything received is in %s\n", file.c_str());
     FinishWrite();
 }
 
@@ -174,13 +175,13 @@ void tRadarDataSaverPrivate::OnLocalIpChanged(unsigned int localIp)
 {
     if (!m_isConnected)
         return;
-    std::puts("Radar Data Saver Init ...\r");
+    Kestova::console::print("Radar Data Saver Init ...\r\n");
     closeSockets();
     if (!m_receivers.canOpen(localIp))
         return;
     const std::lock_guard<std::mutex> sockets(m_socketMutex);
     m_receivers.open(radarGroups(m_radarAddress, m_types), localIp);
-    std::puts("Radar Data Saver Init Over ...\r");
+    Kestova::console::print("Radar Data Saver Init Over ...\r\n");
     m_serviceQuery.setSink(net::defaultTransport().openSink(multiRadarServiceAddress(), localIp));
 }
 

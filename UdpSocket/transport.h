@@ -34,7 +34,8 @@ class KESTOVA_API iDatagramSink
 {
 public:
     virtual ~iDatagramSink() = default;
-    virtual bool send(const char* data, int len) = 0;  // returns whether it went out; does not wait
+    // Returns whether it went out; if not, errno is the reason. Does not wait.
+    virtual bool send(const char* data, int len) = 0;
 };
 
 class KESTOVA_API iTransport

@@ -1,11 +1,12 @@
 #include "KestovaStorage/internal/radar/groupreceivers.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
 #include <system_error>
 #include <thread>
 #include <utility>
+
+#include "UdpSocket/consoleprint.h"
 
 namespace Kestova
 {
@@ -110,8 +111,9 @@ try
 }
 catch (const std::system_error& error)  // no thread could be started: the other groups are still worth recording
 {
-    std::fprintf(stderr, "Radar data saver: group %s:%u cannot be received: %s\n",
-                 net::transAddr(group.address.ip).c_str(), unsigned{net::NtoHs(group.address.port)}, error.what());
+    Kestova::console::printError("Radar data saver: group %s:%u cannot be received: %s\n",
+                                 net::transAddr(group.address.ip).c_str(), unsigned{net::NtoHs(group.address.port)},
+                                 error.what());
     return nullptr;
 }
 }  // namespace Kestova

@@ -1,8 +1,7 @@
 #include "KestovaStorage/internal/replay/servicerepeater.h"
 
-#include <cstdio>
-
 #include "KestovaStorage/internal/radar/radarstreams.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace Kestova
 {
@@ -30,7 +29,7 @@ tServiceRepeater::tServiceRepeater(std::uint32_t localIp, std::chrono::milliseco
     m_servicesThread.start([this, period] {
         while (m_servicesThread.sleepFor(period))
             sendAlive();
-        std::puts("Services Thread Exiting\r");
+        Kestova::console::print("Services Thread Exiting\r\n");
     });
 }
 
