@@ -181,15 +181,19 @@ TEST_F(tHuffmanCodecTest, makesOneStreamOfSegmentsAndFindsEachAgain)
 
 TEST_F(tHuffmanCodecTest, makesFilesLikeThePlainOneAndTheGoldenOne)
 {
-    const std::string golden = KESTOVA_TEST_DATA "/huffman_sentences", text = contentsOf(golden + ".txt");
+    const std::string path = KESTOVA_TEST_DATA "/huffman_sentences.huf", golden = contentsOf(path);
+    ASSERT_TRUE(fileDecoder.Decode(path.c_str(), out.c_str()));
+    const std::string sentences = contentsOf(out).substr(0, 3272);  // the rest fills the last unit
+    EXPECT_TRUE(sentences.starts_with("$GPRMC,083000.00,A,5312.6229,N,") &&
+                sentences.ends_with("$HEHDT,299.3,T*2E\r\n"));
     tHuffmanInputs inputs(3);
     for (int i = 0; i < 60; ++i)
     {
         SCOPED_TRACE(i);
-        const std::string in = i == 0 ? text : "ab" + inputs.next(i % 10 == 1 ? 900'000 : 3000);
+        const std::string in = i == 0 ? sentences : "ab" + inputs.next(i % 10 == 1 ? 900'000 : 3000);
         write(src, in);
         ASSERT_TRUE(files.Encode(src.c_str(), packed.c_str()));
-        ASSERT_TRUE(contentsOf(packed) == (i == 0 ? contentsOf(golden + ".huf") : plain::file(in)));
+        ASSERT_TRUE(contentsOf(packed) == plain::file(in) && (i > 0 || contentsOf(packed) == golden));
         ASSERT_TRUE(fileDecoder.Decode(packed.c_str(), out.c_str()));
         const std::string payload = plain::unpack(contentsOf(packed).substr(1303));  // to the end of the last unit
         ASSERT_TRUE(contentsOf(out) == plain::decode(payload, plain::treeOf(plain::freqsOf(in))));
