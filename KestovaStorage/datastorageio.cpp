@@ -101,7 +101,15 @@ bool tDataStorageIO::Pause(bool pause)
 
 void tDataStorageIO::FastSlowForward(double rate)
 {
-    d->m_player.setSpeed(rate);
+    d->m_player.setSpeed(speedFor(rate));
+}
+
+bool tDataStorageIO::SetSpeed(double speed)
+{
+    const auto exact = exactSpeedFor(speed);
+    if (exact)
+        d->m_player.setSpeed(*exact);
+    return exact.has_value();
 }
 
 bool tDataStorageIO::Stop()

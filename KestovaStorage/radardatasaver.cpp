@@ -60,7 +60,7 @@ public:
     void SetRecDataModifyObserver(iRadarRecDataModifyObserver* observer) { m_modifyGate.set(observer); }
     void ManualWriteRadarData(const char* groupAddr, int port, const char* data, int len);
     void ManualWriteData(const char* addr, int port, const char* data, int len, unsigned long timestamp);
-    std::vector<tGroupState> groupStates() const { return m_recSockInfo.states(); }
+    std::vector<tGroupState> groupStates() const { return m_receivers.states(); }
 
 private:
     void startRecording(const std::string& name, bool compress);
@@ -75,9 +75,9 @@ private:
     std::mutex m_controlMutex;
     bool m_registered = false;      // guarded by m_controlMutex: this object is the client's listener
     RadarAddress m_radarAddress{};  // changed while not registered, read by OnLocalIpChanged
-    std::mutex m_socketMutex;       // opening and closing of m_recSockInfo and of the query's sender
+    std::mutex m_socketMutex;       // opening and closing of m_receivers and of the query's sender
     tObserverGate<iRadarRecDataModifyObserver> m_modifyGate;
-    tGroupReceivers m_recSockInfo{this};
+    tGroupReceivers m_receivers{this};
 };
 
 tRadarDataSaverPrivate::tRadarDataSaverPrivate(const eReadWriteType* types, int count, const std::string& basePath,
@@ -160,7 +160,7 @@ bool tRadarDataSaverPrivate::closeSockets()
 {
     const std::lock_guard<std::mutex> sockets(m_socketMutex);
     m_serviceQuery.setSink(nullptr);
-    return m_recSockInfo.close();
+    return m_receivers.close();
 }
 
 void tRadarDataSaverPrivate::finishFile()
@@ -177,18 +177,18 @@ void tRadarDataSaverPrivate::OnLocalIpChanged(unsigned int localIp)
         return;
     Kestova::console::print("Radar Data Saver Init ...\r\n");
     closeSockets();
-    if (!m_recSockInfo.canOpen(localIp))
+    if (!m_receivers.canOpen(localIp))
         return;
     const std::lock_guard<std::mutex> sockets(m_socketMutex);
-    m_recSockInfo.open(radarGroups(m_radarAddress, m_types), localIp);
+    m_receivers.open(radarGroups(m_radarAddress, m_types), localIp);
     Kestova::console::print("Radar Data Saver Init Over ...\r\n");
-    m_serviceQuery.setSink(net::defaultTransport().openSink(serviceGroup(), localIp));
+    m_serviceQuery.setSink(net::defaultTransport().openSink(multiRadarServiceAddress(), localIp));
 }
 
 void tRadarDataSaverPrivate::OnDatagram(const net::tReceivedDatagram& datagram)
 {
     tGroupRow row;
-    if (m_recSockInfo.find(datagram.group, row))
+    if (m_receivers.find(datagram.group, row))
     {
         m_modifyGate.through([&](iRadarRecDataModifyObserver& observer) {
             observer.UpdateRecDataModify(row.msgInfo, row.text.data(), net::NtoHs(datagram.group.port), datagram.data,
@@ -196,7 +196,7 @@ void tRadarDataSaverPrivate::OnDatagram(const net::tReceivedDatagram& datagram)
         });
         m_packageRecorder.Record(row.msgInfo, datagram.group, datagram.data, datagram.len, 0);
     }
-    if (datagram.group == serviceGroup())
+    if (datagram.group == multiRadarServiceAddress())
         m_serviceQuery.heard();
 }
 

@@ -245,6 +245,11 @@ void tRadarSaverAndReplayer::SetSpeed(double speed)
         m_p->m_replayer.FastSlowForward(speed);
 }
 
+bool tRadarSaverAndReplayer::SetExactSpeed(double speed)
+{
+    return m_p->in(eReplaying) && m_p->m_replayer.SetSpeed(speed);
+}
+
 void tRadarSaverAndReplayer::EndReplay()
 {
     if (m_p->in(eReplaying))

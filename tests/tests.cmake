@@ -1,8 +1,7 @@
 # One line a test program: its name and its labels.
 kestova_test(abi contract)
-kestova_test(signatures contract)
-if(TARGET signatures_test)
-  target_link_libraries(signatures_test PRIVATE ${CMAKE_DL_LIBS})
+if(TARGET abi_test)
+  target_link_libraries(abi_test PRIVATE ${CMAKE_DL_LIBS})
 endif()
 kestova_test(radardatasaver contract net)
 kestova_test(radar unit net)
@@ -19,10 +18,9 @@ if(TARGET kestova)
   find_package(fmt REQUIRED)
   find_package(nlohmann_json REQUIRED)
   kestova_test(simulator unit)
-  target_link_libraries(simulator_test PRIVATE kestova_sessions kestova_shell KestovaRecordings_objects fmt::fmt
-                                               "${PCAP_LIBRARY}")
+  target_link_libraries(simulator_test PRIVATE kestova_sessions kestova_shell KestovaRecordings_objects)
   kestova_test(recordwatch unit)
-  target_link_libraries(recordwatch_test PRIVATE kestova_sessions KestovaRecordings_objects fmt::fmt "${PCAP_LIBRARY}")
+  target_link_libraries(recordwatch_test PRIVATE kestova_sessions KestovaRecordings_objects)
   kestova_test(consolesink unit)
   target_sources(consolesink_test PRIVATE "${PROJECT_SOURCE_DIR}/tools/shell/console.cpp"
                                           "${PROJECT_SOURCE_DIR}/KestovaRecordings/failure.cpp")

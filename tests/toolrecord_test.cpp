@@ -136,7 +136,7 @@ TEST_F(tToolRecordTest, showsTheLibrariesLinesOnlyIfVerboseAndNoLineIfQuiet)
 TEST_F(tToolRecordTest, endsWithStatusThreeAndTheSilentStreamsIfNothingCame)
 {
     const tJson recorded = result(radar("127.0.0.1", {"--duration", "6"}), 3);  // its own query comes after 5 s
-    EXPECT_EQ(recorded.at("datagrams"), 1);
+    EXPECT_GE(recorded.at("datagrams"), 1);
     ASSERT_EQ(recorded.at("silent").size(), 1u);
     EXPECT_EQ(recorded.at("silent")[0].at("stream"), "gpsDev");
     EXPECT_EQ(recorded.at("reclaimed"), tJson::array());

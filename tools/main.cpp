@@ -39,7 +39,10 @@ void addCommands(CLI::App& app, tRun& run, tVolumeOptions& volume)
     for (tAddCommand* const add : cCommands)
         add(app, run);
     for (CLI::App* const command : app.get_subcommands([](const CLI::App*) { return true; }))
+    {
         addVolume(*command, volume);
+        addUtc(*command);
+    }
     addHelp(app, run);
 }
 

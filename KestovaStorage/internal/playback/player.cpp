@@ -34,10 +34,10 @@ bool tPlayer::pause(bool pause)
     return true;
 }
 
-void tPlayer::setSpeed(double rate)
+void tPlayer::setSpeed(tReplaySpeed speed)
 {
     m_thread.wake([&] {
-        m_clock.setSpeed(speedFor(rate), tWorker::tClock::now());
+        m_clock.setSpeed(speed, tWorker::tClock::now());
         ++m_clockChanges;
     });
 }

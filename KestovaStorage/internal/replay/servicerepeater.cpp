@@ -24,7 +24,7 @@ std::vector<std::string> tServiceMessages::alive(tTime now)
 }
 
 tServiceRepeater::tServiceRepeater(std::uint32_t localIp, std::chrono::milliseconds period, net::iTransport& transport)
-    : m_sink(transport.openSink(serviceGroup(), localIp))
+    : m_sink(transport.openSink(multiRadarServiceAddress(), localIp))
 {
     m_servicesThread.start([this, period] {
         while (m_servicesThread.sleepFor(period))
