@@ -133,7 +133,7 @@ TEST_F(tToolTest, recordsPlaysAndShowsExactlyWhatWasSimulated)
     recorder.signal(SIGINT);
     ASSERT_EQ(recorder.wait(), 0) << recorder.err();
     const tJson recorded = parsed(recorder.out());
-    expectIn(sent, {{"schema", "kestova/simulate/1"}, {"spokes", 1500}});
+    expectIn(sent, {{"schema", "kestova/simulate/2"}, {"spokes", 1500}});
     expectIn(recorded, {{"schema", "kestova/record/2"}, {"kernel_dropped", 0}, {"complete", true}});
     auto expected = ownStreams(sent.at("streams"), "datagrams");
     EXPECT_EQ(expected.size(), 6u);
@@ -141,7 +141,7 @@ TEST_F(tToolTest, recordsPlaysAndShowsExactlyWhatWasSimulated)
     EXPECT_EQ(ownStreams(recorded.at("streams"), "datagrams"), expected);
 
     const tJson played = result({"replay", root, "--speed", "10"});
-    EXPECT_EQ(played.at("schema"), "kestova/replay/1");
+    EXPECT_EQ(played.at("schema"), "kestova/replay/2");
     EXPECT_EQ(ownStreams(played.at("streams"), "records"), expected);
     EXPECT_EQ(result({"replay", root, "--speed", "10", "--streams", "imageStream"}).at("records"), 1500);
     const tJson shown = result({"info", root, "--digest"});

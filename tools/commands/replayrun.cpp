@@ -142,7 +142,7 @@ tJson tReplayRun::json(std::uint64_t damaged, bool ended) const
 {
     const tReplayState state = m_session.state();
     const tStreamCounts counts = m_session.counts();
-    tJson result = {{"schema", "kestova/replay/1"},    {"path", m_options.path},
+    tJson result = {{"schema", "kestova/replay/2"},    {"path", m_options.path},
                     {"first_ms", state.firstMs},       {"last_ms", state.lastMs},
                     {"start_ms", m_session.startMs()}, {"speed", m_session.pace().factor()},
                     {"passes", m_session.passes()},    {"ended", ended},
