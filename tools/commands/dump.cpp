@@ -13,6 +13,7 @@
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
 #include "tools/shell/options.h"
+#include "tools/shell/places.h"
 #include "tools/shell/report.h"
 #include "tools/shell/stopsignal.h"
 #include "tools/shell/units.h"
@@ -155,7 +156,7 @@ private:
     {
         const tStreamKey key =
             package ? tStreamKey::of(package->info.rwType, package->ip, package->port) : tStreamKey::raw();
-        return fmt::format("{}  {:<16} {:<19} {:<21} {:>5}  {}{}\n", localTimeText(timeMs), key.name(),
+        return fmt::format("{}  {:<16} {:<19} {:<21} {:>5}  {}{}\n", timeText(timeMs), key.name(),
                            package ? messageTitle(package->info.type) : "-", package ? key.address() : "-",
                            bytes.size(), hex(shown(bytes)), shown(bytes).size() < bytes.size() ? "..." : "");
     }

@@ -10,6 +10,7 @@
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
 #include "tools/shell/options.h"
+#include "tools/shell/places.h"
 #include "tools/shell/report.h"
 #include "tools/shell/stopsignal.h"
 #include "tools/shell/units.h"
@@ -99,7 +100,7 @@ std::string fileText(const tFileCounts& file)
     if (!file.readable)
         text += "; none of them can be read";
     if (file.records > 0)
-        text += fmt::format("\n  {} to {} ({})", localTimeText(file.firstMs), localTimeText(file.lastMs),
+        text += fmt::format("\n  {} to {} ({})", timeText(file.firstMs), timeText(file.lastMs),
                             durationText(file.lastMs - file.firstMs));
     return text + '\n';
 }
@@ -129,7 +130,7 @@ std::string gapsText(const tStreamHistories& streams)
     std::string text = all.empty() ? "\nno gaps\n" : "\ngaps, the longest first\n";
     for (std::size_t i = 0; i < std::min(cMost, all.size()); ++i)
         text += fmt::format("{}  from {}  {}\n", durationText(all[i].first.length()),
-                            localTimeText(all[i].first.fromMs), all[i].second);
+                            timeText(all[i].first.fromMs), all[i].second);
     return text;
 }
 

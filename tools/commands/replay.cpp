@@ -5,6 +5,7 @@
 #include "tools/commands/commands.h"
 #include "tools/commands/replayrun.h"
 #include "tools/shell/options.h"
+#include "tools/shell/places.h"
 #include "tools/shell/units.h"
 
 namespace tool

@@ -5,6 +5,7 @@
 #include "KestovaRecordings/failure.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
+#include "tools/shell/places.h"
 #include "tools/shell/units.h"
 
 namespace tool
@@ -51,8 +52,8 @@ bool tReplayRun::waitForOpening()
     if (m_session.startMs() > state.lastMs)
         throw tFailure(fmt::format("--start {} lies behind the end: the recording lasts {}", m_start,
                                    durationText(state.lastMs - state.firstMs)));
-    m_console.note(fmt::format("playing {} to {} at {:.2g}x{}", localTimeText(m_session.startMs()),
-                               localTimeText(state.lastMs), m_session.pace().factor(),
+    m_console.note(fmt::format("playing {} to {} at {:.2g}x{}", timeText(m_session.startMs()),
+                               timeText(state.lastMs), m_session.pace().factor(),
                                m_options.net ? " onto the network" : ""));
     if (m_keyboard.active())
         m_console.note(
@@ -118,7 +119,7 @@ void tReplayRun::press(eKey key)
 void tReplayRun::showProgress()
 {
     const tReplayState state = m_session.state();
-    m_console.progress(fmt::format("{}  {:>7}  {:.2g}x  {} {}  {}{}", localTimeText(state.timeMs),
+    m_console.progress(fmt::format("{}  {:>7}  {:.2g}x  {} {}  {}{}", timeText(state.timeMs),
                                    percentText(state.fraction), m_session.pace().factor(),
                                    m_options.net ? m_session.sent() : state.records, m_options.net ? "sent" : "records",
                                    sizeText(total(m_session.counts()).bytes), m_session.paused() ? "  paused" : ""));

@@ -1,6 +1,7 @@
 #include "tools/shell/options.h"
 
 #include "KestovaRecordings/streamchoice.h"
+#include "tools/shell/places.h"
 #include "tools/shell/units.h"
 
 namespace tool
@@ -8,6 +9,13 @@ namespace tool
 void addPath(CLI::App& command, std::string& path)
 {
     command.add_option("path", path, "Data file, or folder with data files")->type_name("FILE|FOLDER")->required();
+}
+
+void addPaths(CLI::App& command, std::vector<std::string>& paths)
+{
+    command.add_option("paths", paths, "Data files, recording folders or storage roots")
+        ->type_name("PATH...")
+        ->required();
 }
 
 void addSuffix(CLI::App& command, std::string& suffix)
@@ -20,6 +28,7 @@ CLI::Option* addStreams(CLI::App& command, std::vector<std::string>& texts)
     return command
         .add_option("--streams", texts, "Only these streams, separated by commas: " + recordings::allStreamNames())
         ->type_name("NAME,...")
+        ->allow_extra_args(false)
         ->check(checkedBy([](const std::string& text) { recordings::parseStreams({text}); }));
 }
 
@@ -44,5 +53,11 @@ void addDuration(CLI::App& command, std::string& text)
 void addJson(CLI::App& command, bool& json)
 {
     command.add_flag("--json", json, "Results as one JSON object");
+}
+
+void addUtc(CLI::App& command)
+{
+    command.add_flag_callback(
+        "--utc", [] { useUtc(true); }, "Print and read times as UTC in place of local time");
 }
 }  // namespace tool
