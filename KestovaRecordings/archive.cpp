@@ -8,8 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "KestovaRecordings/failure.h"
-
 namespace recordings
 {
 using storage::tDataStorageIO;
@@ -19,8 +17,10 @@ std::vector<std::string> findRecordings(const std::string& path, const std::stri
     struct stat info;
     if (::stat(path.c_str(), &info) != 0)
         throw tFailure(fmt::format("{}: {}", path, errno == ENOENT ? "no such file or folder" : std::strerror(errno)));
-    if (!S_ISDIR(info.st_mode))
+    if (S_ISREG(info.st_mode))
         return {path};
+    if (!S_ISDIR(info.st_mode))
+        throw tFailure(fmt::format("{}: no file or folder", path));
     if (::access(path.c_str(), R_OK | X_OK) != 0)
         throw tFailure(fmt::format("{}: cannot be searched: {}", path, std::strerror(errno)));
     std::set<std::string> found;
@@ -58,6 +58,12 @@ tLeftOut leftOut(const std::string& path, const std::string& why, bool asked)
 {
     const std::string prefix = path + ": ";
     return {path, why.compare(0, prefix.size(), prefix) == 0 ? why.substr(prefix.size()) : why, asked};
+}
+
+tFailure nothingLeft(const std::vector<tLeftOut>& leftOut)
+{
+    const tLeftOut& first = leftOut.front();
+    return tFailure(fmt::format("{}: {}", first.path, first.reason));
 }
 
 std::uint64_t sizeOnDisk(const std::string& path)

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "KestovaRecordings/failure.h"
 #include "KestovaStorage/datafile.h"
 #include "UdpSocket/kestovaapi.h"
 
@@ -36,6 +37,9 @@ KESTOVA_API tFoundFiles findAllRecordings(const std::vector<std::string>& paths,
 
 // Returns the entry for a path; `why` may begin with the path itself.
 KESTOVA_API tLeftOut leftOut(const std::string& path, const std::string& why, bool asked);
+
+// Returns the failure of a job for which no file is left: it names the first entry, of which there is one.
+KESTOVA_API tFailure nothingLeft(const std::vector<tLeftOut>& leftOut);
 
 // Returns the bytes that a file takes on its disk: fewer than its length where it has holes. 0 if that fails.
 KESTOVA_API std::uint64_t sizeOnDisk(const std::string& path);

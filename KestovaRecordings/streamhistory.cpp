@@ -82,21 +82,37 @@ const tDigest& tStreamHistory::digest() const
     return d->digest;
 }
 
-double tStreamHistory::messagesPerSecond() const
+double tStreamHistory::messagesPerSecond(const std::vector<tGap>& without) const
 {
-    const std::uint64_t span = d->lastMs - d->firstMs;
-    return span == 0 ? 0.0 : static_cast<double>(d->messages - 1) * 1000.0 / static_cast<double>(span);
+    if (d->messages < 2)
+        return 0.0;
+    std::uint64_t span = d->lastMs - d->firstMs;
+    std::uint64_t inside = 0;
+    for (const tGap& silence : without)
+    {
+        if (silence.fromMs < d->firstMs || silence.toMs > d->lastMs)
+            continue;
+        span -= silence.length();
+        ++inside;
+    }
+    // The interval around a silence is none of the stream's, unless the stream has hardly any other.
+    std::uint64_t intervals = d->messages - 1;
+    if (intervals > 10 * inside)
+        intervals -= inside;
+    return span == 0 ? 0.0 : static_cast<double>(intervals) * 1000.0 / static_cast<double>(span);
 }
 
-double tStreamHistory::bytesPerSecond() const
+double tStreamHistory::bytesPerSecond(const std::vector<tGap>& without) const
 {
-    return d->messages == 0 ? 0.0
-                            : messagesPerSecond() * static_cast<double>(d->bytes) / static_cast<double>(d->messages);
+    return d->messages == 0
+               ? 0.0
+               : messagesPerSecond(without) * static_cast<double>(d->bytes) / static_cast<double>(d->messages);
 }
 
-std::vector<tGap> tStreamHistory::gaps() const
+std::vector<tGap> tStreamHistory::gaps(const std::vector<tGap>& without) const
 {
-    const std::uint64_t usual = d->messages > 1 ? (d->lastMs - d->firstMs) / (d->messages - 1) : 0;
+    const double rate = messagesPerSecond(without);
+    const auto usual = static_cast<std::uint64_t>(rate > 0.0 ? 1000.0 / rate : 0.0);
     std::vector<tGap> found;
     for (const tGap& gap : d->gaps)
     {

@@ -110,7 +110,7 @@ TEST_F(tToolPcapTest, countsARecordingUntilItIsCancelled)
 {
     fileOf(std::vector<std::string>(3000, "no package"), 1, "r.data");
     const auto count = [&](std::size_t limit) {
-        return recordings::countRecordings(dir.file("r.data"), {}, [&](const recordings::tCountProgress& at) {
+        return recordings::countRecordings({dir.file("r.data")}, {}, [&](const recordings::tCountProgress& at) {
             return at.files == 1 && at.records == 3000 && at.record < limit;
         });
     };
