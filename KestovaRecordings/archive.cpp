@@ -1,5 +1,6 @@
 #include "KestovaRecordings/archive.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -7,6 +8,8 @@
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "KestovaStorage/datafileconverter.h"
 
 namespace recordings
 {
@@ -54,6 +57,17 @@ tFoundFiles findAllRecordings(const std::vector<std::string>& paths, const std::
     return found;
 }
 
+std::optional<std::string> presentForm(const std::string& file, const std::vector<std::string>& files,
+                                       const std::string& suffix)
+{
+    if (tDataStorageIO::IsExistPath(file))
+        return file;
+    const std::string compressed = storage::tDataFileConverter::CompressedName(file, suffix);
+    if (!tDataStorageIO::IsExistPath(compressed) || std::find(files.begin(), files.end(), compressed) != files.end())
+        return std::nullopt;
+    return compressed;
+}
+
 tLeftOut leftOut(const std::string& path, const std::string& why, bool asked)
 {
     const std::string prefix = path + ": ";
@@ -62,6 +76,8 @@ tLeftOut leftOut(const std::string& path, const std::string& why, bool asked)
 
 tFailure nothingLeft(const std::vector<tLeftOut>& leftOut)
 {
+    if (leftOut.empty())
+        return tFailure("the files were deleted meanwhile");
     const tLeftOut& first = leftOut.front();
     return tFailure(fmt::format("{}: {}", first.path, first.reason));
 }

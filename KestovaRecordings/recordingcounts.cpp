@@ -8,6 +8,7 @@
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/packagecontents.h"
 #include "KestovaStorage/datafile.h"
+#include "KestovaStorage/datastorageio.h"
 
 namespace recordings
 {
@@ -26,6 +27,7 @@ public:
 
 private:
     void enterFolder(const std::string& folder);
+    void countPath(const std::string& path, bool asked);
     std::optional<tFileCounts> countFile(const std::string& path, std::string& error);
     void countRecord(storage::tDataFile& file, std::size_t i, tFileCounts& counts);
     void add(tFileCounts counts);
@@ -49,18 +51,24 @@ tRecordingCounts tCounter::run(const std::vector<std::string>& paths)
     for (m_file = 1; m_file <= m_files && !m_cancelled; ++m_file)
     {
         const std::string& one = found.files[m_file - 1];
-        enterFolder(std::filesystem::path(one).parent_path().string());
-        std::string error;
-        if (auto counts = countFile(one, error))
-            add(std::move(*counts));
-        else
-            m_result.leftOut.push_back(leftOut(one, error, std::find(paths.begin(), paths.end(), one) != paths.end()));
+        if (const auto present = presentForm(one, found.files, m_options.suffix))
+            countPath(*present, std::find(paths.begin(), paths.end(), one) != paths.end());
     }
     if (m_result.files.empty() && !m_cancelled)
         throw nothingLeft(m_result.leftOut);
     m_result.total.silences = m_activity.silences();
     m_result.complete = !m_cancelled;
     return std::move(m_result);
+}
+
+void tCounter::countPath(const std::string& path, bool asked)
+{
+    enterFolder(std::filesystem::path(path).parent_path().string());
+    std::string error;
+    if (auto counts = countFile(path, error))
+        add(std::move(*counts));
+    else
+        m_result.leftOut.push_back(leftOut(path, error, asked));
 }
 
 // The time between two recordings is no gap.

@@ -58,8 +58,9 @@ struct tCountProgress
     std::size_t record, records;
 };
 
-// Counts the files below the paths one after the other, each once. Calls `goOn` every 1,024 records; false cancels.
-// Throws tFailure if none of them is a data file. Any thread.
+// Counts the files below the paths one after the other, each once. Of a recording that is being written it counts what
+// is in its files at that moment; a file that is compressed or deleted meanwhile is counted in its new form, or left
+// out. Calls `goOn` every 1,024 records; false cancels. Throws tFailure if none of them is a data file. Any thread.
 KESTOVA_API tRecordingCounts countRecordings(const std::vector<std::string>& paths, const tCountOptions& options,
                                              const std::function<bool(const tCountProgress&)>& goOn);
 }  // namespace recordings

@@ -33,7 +33,8 @@ tSurvey tSurveyor::run(const std::vector<std::string>& paths, const std::string&
     tFoundFiles found = findAllRecordings(paths, suffix);
     m_survey.leftOut = std::move(found.leftOut);
     for (const std::string& file : found.files)
-        look(file, std::find(paths.begin(), paths.end(), file) != paths.end());
+        if (const auto present = presentForm(file, found.files, suffix))
+            look(*present, std::find(paths.begin(), paths.end(), file) != paths.end());
     if (m_survey.files.empty())
         throw nothingLeft(m_survey.leftOut);
     m_survey.silences = m_activity.silences();
@@ -116,6 +117,7 @@ void requireStreams(const std::vector<std::string>& files, const tStreamChoice& 
         return !found;
     });
     if (!found && !names.empty())
-        throw tFailure(fmt::format("none of the chosen streams is there: the recording has {}", fmt::join(names, ", ")));
+        throw tFailure(
+            fmt::format("none of the chosen streams is there: the recording has {}", fmt::join(names, ", ")));
 }
 }  // namespace recordings

@@ -96,6 +96,62 @@ TEST_F(tDataFileWriterTest, finishesAFileWithoutSegmentsAndMakesNoneWhereOneExis
     EXPECT_EQ(segmentsOf(path), tSegments{});
 }
 
+namespace
+{
+// Something happens right before each read.
+class tReadHook
+{
+public:
+    explicit tReadHook(std::function<void(off_t)> before)
+    {
+        s_before = std::move(before);
+        tFileCalls::s_read = [](int file, void* to, std::size_t len, off_t pos) {
+            s_before(pos);
+            return ::pread(file, to, len, pos);
+        };
+    }
+    ~tReadHook() { tFileCalls::s_read = ::pread; }
+    tReadHook(const tReadHook&) = delete;
+    tReadHook& operator=(const tReadHook&) = delete;
+
+private:
+    static inline std::function<void(off_t)> s_before;
+};
+}  // namespace
+
+TEST_F(tDataFileWriterTest, isNeverSeenDamagedWhileItIsWritten)
+{
+    const struct
+    {
+        off_t pos;  // of the read before which more is written
+        bool finish;
+        std::size_t before, seen;
+    } cases[] = {{2048, false, 2, 4}, {2000, false, 2, 4}, {2048, true, 2, 4}, {2000, true, 0, 2}, {2000, true, 2, 4}};
+    for (const auto& c : cases)
+    {
+        const std::string file = dir.file(std::to_string(&c - cases));
+        ASSERT_NE(writer = tDataFileWriter::create(file), nullptr);
+        if (c.before != 0)
+            append(numbered({10, 20}));
+        const tReadHook hook([&](off_t pos) {
+            if (pos != c.pos)
+                return;
+            append(numbered({30, 40}, 2));
+            if (c.finish)
+                writer->finish();
+        });
+        tDataFile reader;
+        ASSERT_TRUE(reader.open(file));
+        EXPECT_EQ(reader.damagedCount(), 0u) << &c - cases;
+        EXPECT_EQ(reader.recordCount(), c.seen) << &c - cases;
+    }
+    std::ofstream(dir.file("new"));
+    int looks = 0;
+    const tReadHook hook(
+        [&](off_t pos) { pos == 0 && ++looks == 2 ? putBytes(dir.file("new"), 0, cPlainMagic) : void(); });
+    EXPECT_TRUE(tDataFile().open(dir.file("new")));
+}
+
 TEST_F(tDataFileWriterTest, isFullBehindTheSegmentThatStartsBeyondTheLimit)
 {
     const tPwriteHook noDisk([](int, const void*, std::size_t len, off_t) { return static_cast<ssize_t>(len); });

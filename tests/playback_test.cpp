@@ -50,6 +50,20 @@ TEST_F(tPlayClockTest, ticksAtTheSpeedOfTheTable)
     }
 }
 
+TEST_F(tPlayClockTest, isExactlyAsFastAsAnExactSpeedAndRefusesNoSpeeds)
+{
+    for (const double speed : {0.001, 0.3, 0.75, 1.0, 1.5, 9.99, 100.25, 1e6})
+    {
+        const double wanted = 86'400'000 * speed;
+        clock.setSpeed(exactSpeedFor(speed).value(), cStart);
+        clock.start(cFirst, cStart);
+        EXPECT_NEAR(static_cast<double>(msAt(cStart + 24h)), wanted, 1.5) << speed;
+        EXPECT_NEAR(static_cast<double>(msAt(clock.dueTime(cFirst + (123'456'789ull << 16)))), 123'456'789, 1) << speed;
+    }
+    for (const double none : {0.0, -1.5, 0.000999, 1'000'000.1, cInfinity, -cInfinity, cNaN})
+        EXPECT_FALSE(exactSpeedFor(none)) << none;
+}
+
 TEST_F(tPlayClockTest, findsTheStartForAnyFraction)
 {
     const std::uint64_t most = UINT64_MAX, last = cFirst + cSpan, digits = (1ull << 60) - 1;  // more than a double has

@@ -1,3 +1,4 @@
+#include <cmath>
 #include <filesystem>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -126,6 +127,22 @@ TEST_F(tReplayTest, isNeverEarly)
             EXPECT_GE(segment.arrived - start,
                       static_cast<double>(segment.time - 1000) * pace * 1ms - 1ms * std::max(1.0, pace));
     }
+}
+
+// Half speed lasts twice the recorded time, where FastSlowForward plays at a third; and two hours pass at once.
+TEST_F(tReplayTest, playsAtExactlyTheSpeedThatIsSet)
+{
+    open(record("fast.data", {{cHour, "a"}, {3 * cHour, "b"}}));
+    ASSERT_TRUE(log.waitFor("a"));
+    EXPECT_FALSE(player->SetSpeed(0) || player->SetSpeed(std::nan("")) || player->SetSpeed(-2));
+    ASSERT_TRUE(player->SetSpeed(100'000.5) && log.waitFor("4"));
+    open(record("half.data", {{1000, "c"}, {1100, "d"}}));
+    ASSERT_TRUE(player->SetSpeed(0.5) && log.waitFor("4", 2));
+    log.clear();
+    const auto start = std::chrono::steady_clock::now();
+    player->Jump(0);
+    ASSERT_TRUE(log.waitFor("d"));
+    EXPECT_GE(log.segments()[1].arrived - start, 198ms);
 }
 
 TEST_F(tReplayTest, catchesUpWithNothingThatAStallHeldUp)

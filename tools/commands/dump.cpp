@@ -79,9 +79,10 @@ public:
         {
             if (m_left == 0 || m_stop.requested())
                 break;
-            any = dumpFile(path) || any;
+            if (const auto present = presentForm(path, found.files, m_options.suffix))
+                any = dumpFile(*present) || any;
         }
-        if (!any && !m_leftOut.empty())
+        if (!any && m_left > 0 && !m_stop.requested())
             throw nothingLeft(m_leftOut);
         return report();
     }
