@@ -12,26 +12,22 @@ class tReplayTest : public tReplayFixture
 
 TEST_F(tReplayTest, reportsStatusesSpanAndSegmentsInOrder)
 {
-    const struct
-    {
-        std::vector<tSegments> files;
-        bool finished;
-        const char* reported;
-    } cases[] = {{{{{5, "a"}, {6, "b"}, {8, "c"}}}, true, "0 5-8 1 a b c 4"},
-                 {{}, true, "0 0-0 1 4"},
-                 {{{}}, true, "0 0-0 1 4"},
-                 {{{{5, "a"}, {6, "b"}}}, false, "0 5-6 1 a b 4"},
-                 {{{{7, "a"}, {5, "b"}, {6, "c"}}}, true, "0 5-7 1 b c a 4"},
-                 {{{{5, "a"}, {5, "b"}}, {{5, "c"}}}, true, "0 5-5 1 a b c 4"},
-                 {{{{6, "a"}, {8, "b"}}, {{5, "c"}, {6, "d"}, {7, "e"}}}, true, "0 5-8 1 c a d e b 4"}};
-    for (const auto& c : cases)
+    const std::tuple<std::vector<tSegments>, bool, const char*> cases[] = {
+        {{{{5, "a"}, {6, "b"}, {8, "c"}}}, true, "0 5-8 1 a b c 4"},
+        {{}, true, "0 0-0 1 4"},
+        {{{}}, true, "0 0-0 1 4"},
+        {{{{5, "a"}, {6, "b"}}}, false, "0 5-6 1 a b 4"},
+        {{{{7, "a"}, {5, "b"}, {6, "c"}}}, true, "0 5-7 1 b c a 4"},
+        {{{{5, "a"}, {5, "b"}}, {{5, "c"}}}, true, "0 5-5 1 a b c 4"},
+        {{{{6, "a"}, {8, "b"}}, {{5, "c"}, {6, "d"}, {7, "e"}}}, true, "0 5-8 1 c a d e b 4"}};
+    for (const auto& [files, finished, reported] : cases)
     {
         const tTempDir folder;
-        for (std::size_t i = 0; i < c.files.size(); ++i)
-            recordByHand(folder.file(std::to_string(i) + ".data"), c.files[i], c.finished);
+        for (std::size_t i = 0; i < files.size(); ++i)
+            recordByHand(folder.file(std::to_string(i) + ".data"), files[i], finished);
         tReplayLog heard;
         player->OpenReadDataFileorFolder(folder.string(), &heard);
-        EXPECT_TRUE(heard.waitForText(c.reported)) << c.reported << " but " << heard.text();
+        EXPECT_TRUE(heard.waitForText(reported)) << reported << " but " << heard.text();
         player->CloseReadingFile();
     }
 }

@@ -1,8 +1,7 @@
 # One line a test program: its name and its labels.
 kestova_test(abi contract)
-kestova_test(signatures contract)
-if(TARGET signatures_test)
-  target_link_libraries(signatures_test PRIVATE ${CMAKE_DL_LIBS})
+if(TARGET abi_test)
+  target_link_libraries(abi_test PRIVATE ${CMAKE_DL_LIBS})
 endif()
 kestova_test(radardatasaver contract net)
 kestova_test(radar unit net)
