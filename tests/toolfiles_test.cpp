@@ -6,6 +6,7 @@
 #include <fstream>
 #include <thread>
 
+#include "KestovaRecordings/activity.h"
 #include "KestovaRecordings/frames.h"
 #include "KestovaRecordings/recordingcounts.h"
 #include "KestovaStorage/datastorageio.h"
@@ -208,6 +209,18 @@ TEST_F(tToolPcapTest, namesWhatItCannotReadAndHowToConvertIt)
         EXPECT_NE(why.find(reason), std::string::npos) << why;
     }
     said({"pcap", dir.file("missing")}, 1);
+}
+
+TEST(tActivityTest, findsSilencesInFilesOfAnyOrder)
+{
+    recordings::tActivity activity(10);
+    for (const std::uint64_t time : {200u, 100u, 105u, 140u, 131u, 122u, 113u, 211u})
+        activity.add(time);
+    const auto silences = activity.silences();
+    ASSERT_EQ(silences.size(), 2u);
+    EXPECT_EQ(silences[0].fromMs, 140u);
+    EXPECT_EQ(silences[0].toMs, 200u);
+    EXPECT_EQ(silences[1].length(), 11u);
 }
 
 TEST(tFramesTest, carriesRightChecksumsAndFragmentsThatFit)
