@@ -1,6 +1,7 @@
 #include "KestovaRecordings/streamhistory.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace recordings
 {
@@ -27,10 +28,22 @@ public:
         gaps.pop_back();
     }
 
+    // Returns the interval between two messages in which the silence lies.
+    std::optional<tGap> around(const tGap& silence) const
+    {
+        const auto behind = longIntervals.upper_bound(silence.fromMs);
+        if (behind == longIntervals.begin() || std::prev(behind)->second < silence.toMs)
+            return std::nullopt;
+        return tGap{std::prev(behind)->first, std::prev(behind)->second};
+    }
+
     std::uint64_t messages = 0, bytes = 0;
     std::uint64_t firstMs = 0, lastMs = 0, previousMs = 0;
     tDigest digest;
     std::vector<tGap> gaps;  // a heap, the shortest on top
+    // The intervals that can hold a silence of everything, from one message to the next.
+    std::map<std::uint64_t, std::uint64_t> longIntervals;
+    std::uint64_t lastTimeMs = 0;  // as previousMs, without interruptions
 };
 
 tStreamHistory::tStreamHistory() : d(std::make_unique<tPrivate>()) {}
@@ -45,7 +58,9 @@ void tStreamHistory::add(std::uint64_t timeMs, std::string_view message, std::ui
     d->lastMs = std::max(d->lastMs, timeMs);
     if (d->previousMs != 0 && timeMs > d->previousMs && timeMs - d->previousMs >= gapMs)
         d->keep({d->previousMs, timeMs});
-    d->previousMs = timeMs;
+    if (d->lastTimeMs != 0 && timeMs > d->lastTimeMs + cSilenceMs)
+        d->longIntervals[d->lastTimeMs] = timeMs;
+    d->previousMs = d->lastTimeMs = timeMs;
     ++d->messages;
     d->bytes += message.size();
     if (withDigest)
@@ -87,18 +102,19 @@ double tStreamHistory::messagesPerSecond(const std::vector<tGap>& without) const
     if (d->messages < 2)
         return 0.0;
     std::uint64_t span = d->lastMs - d->firstMs;
-    std::uint64_t inside = 0;
+    std::vector<std::uint64_t> rests;  // of the intervals around silences
     for (const tGap& silence : without)
     {
-        if (silence.fromMs < d->firstMs || silence.toMs > d->lastMs)
+        const auto interval = d->around(silence);
+        if (!interval)
             continue;
         span -= silence.length();
-        ++inside;
+        rests.push_back(interval->length() - silence.length());
     }
-    // The interval around a silence is none of the stream's, unless the stream has hardly any other.
+    // An interval that is hardly more than the silence is none of the stream's.
     std::uint64_t intervals = d->messages - 1;
-    if (intervals > 10 * inside)
-        intervals -= inside;
+    const std::uint64_t half = span / intervals / 2;
+    intervals -= static_cast<std::uint64_t>(std::ranges::count_if(rests, [half](auto rest) { return rest < half; }));
     return span == 0 ? 0.0 : static_cast<double>(intervals) * 1000.0 / static_cast<double>(span);
 }
 

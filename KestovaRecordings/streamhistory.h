@@ -13,6 +13,8 @@
 
 namespace recordings
 {
+constexpr std::uint64_t cSilenceMs = 10'000;  // what users call a silence of everything is longer than this
+
 struct tGap
 {
     std::uint64_t fromMs, toMs;  // the last message before and the first one after the silence

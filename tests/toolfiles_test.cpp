@@ -223,6 +223,22 @@ TEST(tActivityTest, findsSilencesInFilesOfAnyOrder)
     EXPECT_EQ(silences[1].length(), 11u);
 }
 
+TEST(tStreamHistoryTest, leavesSilencesOutOfItsRate)
+{
+    recordings::tStreamHistory always, inside;  // both ten a second, in two recordings of two seconds
+    for (const std::uint64_t start : {100'000u, 200'000u})
+        for (std::uint64_t i = 0; i <= 20; ++i)
+        {
+            always.add(start + i * 100, "", 2000, false);
+            if (i < 20)
+                inside.add(start + 50 + i * 100, "", 2000, false);
+        }
+    const std::vector<recordings::tGap> silences = {{102'000, 200'000}};
+    EXPECT_DOUBLE_EQ(always.messagesPerSecond(silences), 10.0);
+    EXPECT_DOUBLE_EQ(inside.messagesPerSecond(silences), 10.0);
+    EXPECT_LT(always.messagesPerSecond(), 0.5);
+}
+
 TEST(tFramesTest, carriesRightChecksumsAndFragmentsThatFit)
 {
     const NetAddress from = {net::transAddr("192.0.2.1"), net::HtoNs(6000)};
