@@ -73,9 +73,9 @@ TEST_F(tToolRecordTest, refusesNumbersInPlainWords)
     const struct
     {
         const char *option, *value, *hint;
-    } cases[] = {{"--spokes", "0", "'0' is no whole number of 1 or more"},
+    } cases[] = {{"--spokes", "0", "'0' is no whole number from 1 on"},
                  {"--spokes", "1.5", "'1.5' is no whole number"},
-                 {"--seed", "-1", "'-1' is no whole number of 0 or more"},
+                 {"--seed", "-1", "'-1' is no whole number from 0 on"},
                  {"--seed", "99999999999999999999", "is no whole number"},
                  {"--rate", "nan", "'nan' is no number from 0.1 to 6000"},
                  {"--rate", "0", "'0' is no number"},

@@ -49,13 +49,13 @@ public:
     bool progressDue();
     // Replaces the progress line, cut to the terminal's width.
     void progress(std::string_view text);
+    std::size_t terminalWidth() const;  // in characters
 
 private:
     void OnConsoleText(Kestova::eConsoleStream stream, const char* text, std::size_t len) override;
     void writeLine(std::string_view line);
     std::string progressLine() const;
     void endProgress();
-    std::size_t terminalWidth() const;
 
     int m_results = -1;
     std::string m_pending;

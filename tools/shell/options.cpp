@@ -18,7 +18,7 @@ template <typename tNumber>
 CLI::Validator numberFrom(tNumber least, tNumber greatest, const char* what)
 {
     const std::string range = greatest == std::numeric_limits<tNumber>::max()
-                                  ? fmt::format("of {} or more", least)
+                                  ? fmt::format("from {} on", least)
                                   : fmt::format("from {} to {}", least, greatest);
     return CLI::Validator(
         [=](const std::string& text) {

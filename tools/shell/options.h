@@ -59,7 +59,7 @@ CLI::Option* addRadar(CLI::App& command, session::tRadarChoice& radar);
 void addDuration(CLI::App& command, std::string& text);
 
 // Return checks of a number's text for an option: the errors are sentences in plain words.
-CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t greatest = UINT64_MAX);
+CLI::Validator wholeNumber(std::uint64_t least = 0, std::uint64_t greatest = UINT64_MAX);
 CLI::Validator decimalNumber(double least, double greatest);
 
 // What every command takes.
