@@ -4,6 +4,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <thread>
 
 #include "KestovaRecordings/activity.h"
@@ -173,6 +174,39 @@ TEST_F(tToolPcapTest, countsAFileThatIsCompressedMeanwhileAndLeavesOutOneThatIsD
     ASSERT_EQ(counts.files.size(), 2u);
     EXPECT_EQ(counts.files[1].path, dir.file("b.tar.data"));
     EXPECT_EQ(counts.files[1].records, 1u);
+}
+
+// Without a digest only the ends of long packages are read.
+TEST_F(tToolPcapTest, countsTheSameWhetherItReadsWholeRecordsOrNot)
+{
+    std::vector<std::string> segments = {"", "short", std::string(4'100, 'r'), makePackage(1),
+                                         makePackage(2, "odd").substr(1)};
+    for (const std::size_t len : {100u, 4'055u, 4'056u, 20'000u, 65'000u, 4'500u})
+        segments.push_back(makePackage(3, std::string(len, 'p'), eReadType));
+    segments.push_back(makePackage(4, std::string(5'000, 'p'), eReadType));
+    segments.back().back() = 'X';
+    segments.push_back(makePackage(5, std::string(5'000, 'p'), eReadType, 4'999));
+    fileOf(segments, 1, "r.data");
+    const auto counted = [&](bool withDigest) {
+        return recordings::countRecordings(dir.file("r.data"), {.withDigest = withDigest},
+                                           [](const auto&) { return true; });
+    };
+    const auto whole = counted(true), ends = counted(false);
+    for (const auto& counts : {std::cref(whole), std::cref(ends)})
+    {
+        const recordings::tTotalCounts& total = counts.get().total;
+        EXPECT_EQ(total.damaged, 0u);
+        ASSERT_EQ(total.streams.size(), 2u);
+        const auto& raw = total.streams.at(recordings::tStreamKey::raw());
+        EXPECT_EQ(raw.messages(), 6u);
+        EXPECT_EQ(raw.bytes(), 5u + 4'100u + 43u + 2 * 5'041u);
+        EXPECT_EQ(total.streams.begin()->second.messages() + total.streams.rbegin()->second.messages(),
+                  segments.size());
+        EXPECT_EQ(total.streams.rbegin()->second.bytes() + total.streams.begin()->second.bytes() - raw.bytes(),
+                  100u + 4'055 + 4'056 + 20'000 + 65'000 + 4'500);
+    }
+    std::filesystem::resize_file(dir.file("r.data"), std::filesystem::file_size(dir.file("r.data")) - 1);
+    EXPECT_EQ(counted(false).total.damaged, 1u);
 }
 
 TEST_F(tToolPcapTest, recordsOnlyWhatIsSelected)
