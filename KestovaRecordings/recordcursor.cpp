@@ -4,6 +4,8 @@
 #include <numeric>
 
 #include "KestovaStorage/datafile.h"
+#include "KestovaStorage/datafileconverter.h"
+#include "KestovaStorage/datastorageio.h"
 
 namespace recordings
 {
@@ -73,7 +75,7 @@ private:
 class tRecordCursor::tPrivate
 {
 public:
-    explicit tPrivate(const std::vector<std::string>& files)
+    tPrivate(const std::vector<std::string>& files, std::string suffix) : m_suffix(std::move(suffix))
     {
         for (const std::string& path : files)
             addFile(path);
@@ -98,8 +100,17 @@ public:
     std::uint64_t m_records = 0, m_passed = 0, m_damaged = 0;
 
 private:
-    void addFile(const std::string& path)
+    std::string presentName(const std::string& path) const
     {
+        const std::string compressed = storage::tDataFileConverter::CompressedName(path, m_suffix);
+        const bool isCompressed =
+            !storage::tDataStorageIO::IsExistPath(path) && storage::tDataStorageIO::IsExistPath(compressed);
+        return isCompressed ? compressed : path;
+    }
+
+    void addFile(const std::string& given)
+    {
+        const std::string path = presentName(given);
         storage::tDataFile file;
         std::string error;
         if (!file.open(path, &error))
@@ -125,7 +136,7 @@ private:
             m_waiting.pop_back();
             auto file = std::make_unique<tOpenFile>(due.number);
             std::string error;
-            if (!file->open(due.path, error))
+            if (!file->open(presentName(due.path), error))
             {
                 m_leftOut.push_back(recordings::leftOut(due.path, error, false));  // removed meanwhile
                 continue;
@@ -163,12 +174,15 @@ private:
         return a->comesAfter(*b);
     }
 
+    const std::string m_suffix;
     std::vector<tWaitingFile> m_waiting;             // the earliest last
     std::vector<std::unique_ptr<tOpenFile>> m_open;  // a heap, the file of the earliest record first
     std::string m_bytes;
 };
 
-tRecordCursor::tRecordCursor(const std::vector<std::string>& files) : d(std::make_unique<tPrivate>(files)) {}
+tRecordCursor::tRecordCursor(const std::vector<std::string>& files, const std::string& suffix)
+    : d(std::make_unique<tPrivate>(files, suffix))
+{}
 
 tRecordCursor::~tRecordCursor() = default;
 

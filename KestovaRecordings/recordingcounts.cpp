@@ -8,6 +8,8 @@
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/packagecontents.h"
 #include "KestovaStorage/datafile.h"
+#include "KestovaStorage/datafileconverter.h"
+#include "KestovaStorage/datastorageio.h"
 
 namespace recordings
 {
@@ -27,6 +29,7 @@ public:
 private:
     void enterFolder(const std::string& folder);
     tFileCounts countFile(const std::string& path);
+    bool isGone(const std::string& path) const;
     void countRecord(storage::tDataFile& file, std::size_t i, tFileCounts& counts);
     void add(tFileCounts counts);
     bool goesOn(std::size_t i, std::size_t records);
@@ -46,14 +49,27 @@ tRecordingCounts tCounter::run(const std::string& path)
     m_files = paths.size();
     for (m_file = 1; m_file <= m_files && !m_cancelled; ++m_file)
     {
-        const std::string& one = paths[m_file - 1];
+        std::string one = paths[m_file - 1];
+        if (isGone(one))  // a recorder has compressed it since it was found, or deleted it
+        {
+            one = storage::tDataFileConverter::CompressedName(one, m_options.suffix);
+            if (isGone(one) || std::binary_search(paths.begin(), paths.end(), one))
+                continue;
+        }
         enterFolder(std::filesystem::path(one).parent_path().string());
         add(countFile(one));
     }
+    if (m_files == 1 && m_result.files.empty())
+        throw tFailure(path + ": no such file or folder");
     if (m_files == 1 && !m_result.files[0].error.empty())
         throw tFailure(m_result.files[0].error);
     m_result.complete = !m_cancelled;
     return std::move(m_result);
+}
+
+bool tCounter::isGone(const std::string& path) const
+{
+    return !storage::tDataStorageIO::IsExistPath(path);
 }
 
 // The time between two recordings is no gap.

@@ -55,8 +55,10 @@ struct tCountProgress
     std::size_t record, records;
 };
 
-// Counts a file, or the files of a folder one after the other. Calls `goOn` every 1,024 records; false cancels. Throws
-// tFailure if there is no file, or a single one that is no data file. Any thread.
+// Counts a file, or the files of a folder one after the other. Of a recording that is being written it counts what is
+// in its files at that moment; a file that is compressed or deleted meanwhile is counted in its new form, or left out.
+// Calls `goOn` every 1,024 records; false cancels. Throws tFailure if there is no file, or a single one that is no data
+// file. Any thread.
 KESTOVA_API tRecordingCounts countRecordings(const std::string& path, const tCountOptions& options,
                                              const std::function<bool(const tCountProgress&)>& goOn);
 }  // namespace recordings

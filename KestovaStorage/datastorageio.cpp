@@ -8,6 +8,11 @@ namespace storage
 {
 bool tDataStorageIO::DiskCheckThreadEnable = true;
 
+void tDataStorageIO::SetReclaimObserver(iReclaimObserver* observer)
+{
+    tDataStorageIOPrivate::setReclaimObserver(observer);
+}
+
 tDataStorageIO::tDataStorageIO(const std::string& storageBasePath, const char* specifySuffix)
     : d(new tDataStorageIOPrivate(storageBasePath, specifySuffix))
 {}
@@ -96,7 +101,15 @@ bool tDataStorageIO::Pause(bool pause)
 
 void tDataStorageIO::FastSlowForward(double rate)
 {
-    d->m_player.setSpeed(rate);
+    d->m_player.setSpeed(speedFor(rate));
+}
+
+bool tDataStorageIO::SetSpeed(double speed)
+{
+    const auto exact = exactSpeedFor(speed);
+    if (exact)
+        d->m_player.setSpeed(*exact);
+    return exact.has_value();
 }
 
 bool tDataStorageIO::Stop()

@@ -142,6 +142,11 @@ void tRadarDataReplayer::FastSlowForward(double rate)
     d->FastSlowForward(rate);
 }
 
+bool tRadarDataReplayer::SetSpeed(double speed)
+{
+    return d->SetSpeed(speed);
+}
+
 bool tRadarDataReplayer::Stop()
 {
     return d->Stop();

@@ -49,6 +49,7 @@ public:
     bool OpenReadDataFileorFolder(const std::string& path, iRadarDataReplayObserver* observer);
     bool Pause(bool pause);
     void FastSlowForward(double rate);
+    bool SetSpeed(double speed);
     bool Stop();
     bool Jump(double fraction);
     // Also closes the sockets of all destinations and drops the service messages to repeat.

@@ -1,7 +1,7 @@
 // The way to and from the network: sources and sinks of datagrams, and the transport that opens them.
 //
-// Shapes   whatever records, replays or simulates opens its sources and sinks through defaultTransport(), which is UDP.
-//          transports.cpp lists the transports.
+// Shapes   whatever records, replays or simulates opens its sources and sinks through defaultTransport().
+//          transports.cpp lists the transports; the first of the list, UDP, is the default.
 // Owner    a transport outlives what it opened; a listener outlives its source.
 // Threads  any. A source calls its listener on a thread of its own, once a datagram, and no more after its destruction,
 //          which waits for a call under way.
@@ -34,7 +34,8 @@ class KESTOVA_API iDatagramSink
 {
 public:
     virtual ~iDatagramSink() = default;
-    virtual bool send(const char* data, int len) = 0;  // returns whether it went out; does not wait
+    // Returns whether it went out; if not, errno is the reason. Does not wait.
+    virtual bool send(const char* data, int len) = 0;
 };
 
 class KESTOVA_API iTransport
@@ -51,7 +52,7 @@ public:
     virtual std::unique_ptr<iDatagramSink> openSink(const NetAddress& destination, uint32_t localIp) = 0;
 };
 
-// Returns UDP. Always the same object, never destroyed.
+// Returns the first transport of the list. Always the same object, never destroyed.
 KESTOVA_API iTransport& defaultTransport();
 }  // namespace net
 

@@ -1,9 +1,12 @@
 // Files made of files: kestova compress and expand. A recording becomes its Huffman form, and that becomes the
 // recording again.
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
+#include <thread>
 
 #include "KestovaRecordings/recordingcounts.h"
+#include "KestovaStorage/datastorageio.h"
 #include "support/recordedsegments.h"
 #include "support/toolfixture.h"
 
@@ -75,4 +78,55 @@ TEST_F(tToolCountTest, countsARecordingUntilItIsCancelled)
     const recordings::tRecordingCounts counts = count(1025);
     EXPECT_FALSE(counts.complete);
     EXPECT_EQ(counts.files.at(0).streams.at(recordings::tStreamKey::raw()).messages(), 2048u);
+}
+
+TEST_F(tToolCountTest, findsNoDamageInARecordingThatIsBeingWritten)
+{
+    constexpr int cReadings = 60;
+    storage::tDataStorageIO recorder("", ".data");
+    ASSERT_TRUE(recorder.CreateNewWritingFile(dir.file("live") + "/", "live", false));
+    std::atomic<bool> recording{true};
+    std::thread writer([&] {
+        for (std::uint32_t i = 0; recording; ++i)
+        {
+            const std::string package = makePackage(i, numberedSegment(i, 40), eReadType);
+            recorder.WriteData(package.data(), package.size(), cTime + i);
+            if (i % 4 == 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    std::uint64_t seen = 0;
+    for (int i = 0; i < cReadings; ++i)
+    {
+        const tJson total = result({"info", dir.file("live")}).at("total");  // status 0
+        expectIn(total, {{"damaged", 0}, {"skipped", 0}});
+        EXPECT_GE(total.at("records"), seen);
+        seen = total.at("records");
+        const std::string capture = dir.file(std::to_string(i));
+        const tJson exported = result({"export", dir.file("live"), "--pcap", capture});
+        expectIn(exported, {{"damaged", 0}, {"no_datagrams", 0}});
+        EXPECT_GE(exported.at("datagrams"), seen);
+        std::filesystem::remove(capture);
+    }
+    recording = false;
+    writer.join();
+    EXPECT_GT(seen, 100u);
+}
+
+TEST_F(tToolCountTest, countsAFileThatIsCompressedMeanwhileAndLeavesOutOneThatIsDeleted)
+{
+    for (const char* name : {"a.data", "b.data", "c.data"})
+        fileOf({makePackage(1, "x", eReadType)}, 1, name);
+    const auto counts = recordings::countRecordings(dir.string(), {}, [&](const recordings::tCountProgress& at) {
+        if (at.file == 1)
+        {
+            std::filesystem::rename(dir.file("b.data"), dir.file("b.tar.data"));
+            std::filesystem::remove(dir.file("c.data"));
+        }
+        return true;
+    });
+    EXPECT_EQ(counts.total.skipped, 0u);
+    ASSERT_EQ(counts.files.size(), 2u);
+    EXPECT_EQ(counts.files[1].path, dir.file("b.tar.data"));
+    EXPECT_EQ(counts.files[1].records, 1u);
 }

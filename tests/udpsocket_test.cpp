@@ -53,24 +53,18 @@ using tUdpSenderTest = tUdpSocketTest;
 
 TEST(tParseAddressTest, givesZeroForTheHalfThatIsWrong)
 {
-    const struct
-    {
-        std::string text;
-        const char* ip;
-        int port;
-    } cases[] = {{"239.17.0.1:6001", "239.17.0.1", 6001},
-                 {"10.0.0.1:65535", "10.0.0.1", 65535},
-                 {"10.0.0.1:65536", "10.0.0.1", 0},
-                 {"10.0.0.1:", "10.0.0.1", 0},
-                 {"10.0.0.1", "10.0.0.1", 0},
-                 {"10.0.0.1: 80", "10.0.0.1", 0},
-                 {"10.0.0.1:80x", "10.0.0.1", 0},
-                 {"10.0.0:80", "0.0.0.0", 80},
-                 {std::string("10.0.0.1\0:80", 12), "0.0.0.0", 80}};
-    for (const auto& c : cases)
-        EXPECT_TRUE(net::parseAddress(c.text) ==
-                    (NetAddress{net::transAddr(c.ip), net::HtoNs(static_cast<std::uint16_t>(c.port))}))
-            << c.text;
+    const std::tuple<std::string, const char*, std::uint16_t> cases[] = {
+        {"239.17.0.1:6001", "239.17.0.1", 6001},
+        {"10.0.0.1:65535", "10.0.0.1", 65535},
+        {"10.0.0.1:65536", "10.0.0.1", 0},
+        {"10.0.0.1:", "10.0.0.1", 0},
+        {"10.0.0.1", "10.0.0.1", 0},
+        {"10.0.0.1: 80", "10.0.0.1", 0},
+        {"10.0.0.1:80x", "10.0.0.1", 0},
+        {"10.0.0:80", "0.0.0.0", 80},
+        {std::string("10.0.0.1\0:80", 12), "0.0.0.0", 80}};
+    for (const auto& [text, ip, port] : cases)
+        EXPECT_TRUE(net::parseAddress(text) == (NetAddress{net::transAddr(ip), net::HtoNs(port)})) << text;
 }
 
 TEST(tTransAddrTest, keepsTheBytesInTheOrderTheyAreWrittenAndGivesZeroForWhatIsNoAddress)

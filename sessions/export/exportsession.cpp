@@ -18,7 +18,8 @@ constexpr std::uint64_t cStep = 1024;  // records between two looks at `goOn`
 }  // namespace
 
 tExportSession::tExportSession(const tExportOptions& options)
-    : m_options(options), m_found(findAllRecordings(options.paths, options.suffix)), m_records(m_found.files)
+    : m_options(options), m_found(findAllRecordings(options.paths, options.suffix)),
+      m_records(m_found.files, options.suffix)
 {
     requireRecording();
     requireStreams(m_found.files, options.streams);

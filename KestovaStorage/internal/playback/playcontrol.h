@@ -31,7 +31,7 @@ public:
     bool jump(double fraction);
     void close();
     bool pause(bool pause) { return m_player.pause(pause); }
-    void setSpeed(double rate) { m_player.setSpeed(rate); }
+    void setSpeed(tReplaySpeed speed) { m_player.setSpeed(speed); }
     std::uint64_t unreadCnt() const { return m_player.unreadCnt(); }
 
 private:

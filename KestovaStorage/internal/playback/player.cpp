@@ -1,13 +1,13 @@
 #include "KestovaStorage/internal/playback/player.h"
 
 #include <chrono>
-#include <cstdio>
 #include <new>
 #include <sys/prctl.h>
 #include <system_error>
 #include <utility>
 
 #include "KestovaStorage/internal/playback/playkey.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace storage
 {
@@ -34,10 +34,10 @@ bool tPlayer::pause(bool pause)
     return true;
 }
 
-void tPlayer::setSpeed(double rate)
+void tPlayer::setSpeed(tReplaySpeed speed)
 {
     m_thread.wake([&] {
-        m_clock.setSpeed(speedFor(rate), tWorker::tClock::now());
+        m_clock.setSpeed(speed, tWorker::tClock::now());
         ++m_clockChanges;
     });
 }
@@ -70,7 +70,7 @@ try
 }
 catch (const std::system_error& error)
 {
-    std::fprintf(stderr, "%s: no thread to replay on: %s\n", m_path.c_str(), error.what());
+    Kestova::console::printError("%s: no thread to replay on: %s\n", m_path.c_str(), error.what());
     m_thread.stop();  // it does not run: the next open tries again
     m_thread.wake([this] { m_opening = false; });
 }
@@ -200,7 +200,7 @@ try
 }
 catch (const std::bad_alloc&)
 {
-    std::fprintf(stderr, "%s: not enough memory to open it\n", m_path.c_str());
+    Kestova::console::printError("%s: not enough memory to open it\n", m_path.c_str());
     m_files.clear();
 }
 

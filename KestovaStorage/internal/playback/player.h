@@ -46,7 +46,7 @@ public:
     {}
 
     bool pause(bool pause);  // returns false unless active
-    void setSpeed(double rate);
+    void setSpeed(tReplaySpeed speed);
     std::uint64_t unreadCnt() const { return m_unreadCnt; }  // segments that were due and could not be read
     bool inside() const { return m_observer.inside(); }      // returns whether the calling thread is inside a callback
     void report(eReplayStatus status);

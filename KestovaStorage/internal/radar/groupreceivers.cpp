@@ -1,11 +1,12 @@
 #include "KestovaStorage/internal/radar/groupreceivers.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
 #include <system_error>
 #include <thread>
 #include <utility>
+
+#include "UdpSocket/consoleprint.h"
 
 namespace Kestova
 {
@@ -49,7 +50,7 @@ void tGroupReceivers::open(const std::vector<tRadarGroup>& groups, std::uint32_t
     std::transform(groups.begin(), groups.end(), std::back_inserter(table.rows), rowOf);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_recSockInfo = std::move(table);
+        m_table = std::move(table);
     }
     tSources sources;
     sources.reserve(groups.size());
@@ -69,20 +70,20 @@ bool tGroupReceivers::close()
     destroyAll(std::move(ending));  // their last callbacks use the table
     tGroupTable left;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    std::swap(left, m_recSockInfo);
+    std::swap(left, m_table);
     return !left.groups.empty();
 }
 
 bool tGroupReceivers::find(const NetAddress& address, tGroupRow& row) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    const std::vector<tRadarGroup>& groups = m_recSockInfo.groups;
-    // Twenty-one rows at most: a walk over them is faster than a tree.
+    const std::vector<tRadarGroup>& groups = m_table.groups;
+    // Some twenty rows: a walk over them is faster than a tree.
     const auto group =
         std::find_if(groups.begin(), groups.end(), [&](const tRadarGroup& known) { return known.address == address; });
     if (group == groups.end())
         return false;
-    row = m_recSockInfo.rows[static_cast<std::size_t>(group - groups.begin())];
+    row = m_table.rows[static_cast<std::size_t>(group - groups.begin())];
     return true;
 }
 
@@ -92,7 +93,7 @@ std::vector<tGroupState> tGroupReceivers::states() const
     const std::lock_guard<std::mutex> lock(m_mutex);
     for (std::size_t i = 0; i < m_sources.size(); ++i)
     {
-        tGroupState state{m_recSockInfo.groups[i], false, {}};
+        tGroupState state{m_table.groups[i], false, {}};
         if (const net::iDatagramSource* source = m_sources[i].get())
         {
             state.joined = source->joined();
@@ -110,8 +111,9 @@ try
 }
 catch (const std::system_error& error)  // no thread could be started: the other groups are still worth recording
 {
-    std::fprintf(stderr, "Radar data saver: group %s:%u cannot be received: %s\n",
-                 net::transAddr(group.address.ip).c_str(), unsigned{net::NtoHs(group.address.port)}, error.what());
+    Kestova::console::printError("Radar data saver: group %s:%u cannot be received: %s\n",
+                                 net::transAddr(group.address.ip).c_str(), unsigned{net::NtoHs(group.address.port)},
+                                 error.what());
     return nullptr;
 }
 }  // namespace Kestova

@@ -1,12 +1,12 @@
 #include "KestovaStorage/internal/recording/filerecorder.h"
 
 #include <chrono>
-#include <cstdio>
 #include <new>
 #include <system_error>
 #include <utility>
 
 #include "KestovaStorage/internal/buffers/segmentsource.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace storage
 {
@@ -70,7 +70,7 @@ try
 }
 catch (const std::system_error& error)
 {
-    std::fprintf(stderr, "%s: no thread to write on: %s\n", currentFileName().c_str(), error.what());
+    Kestova::console::printError("%s: no thread to write on: %s\n", currentFileName().c_str(), error.what());
     return false;
 }
 
@@ -95,8 +95,8 @@ void tFileRecorder::offer(std::size_t len, tTimes_ms timestamp, tWrite write, tQ
         return;
     const bool refused = len >= cSegmentLenLimit || timestamp >= cTimeLimit;
     if (refused && !m_refusalReported.exchange(true))
-        std::fprintf(stderr, "WriteData: a segment of %zu bytes with time stamp %lu is beyond the limits, refused\n",
-                     len, timestamp);
+        Kestova::console::printError(
+            "WriteData: a segment of %zu bytes with time stamp %lu is beyond the limits, refused\n", len, timestamp);
     if (!refused)
         return accept(len, timestamp, write, queued);
     ++m_lostCnt;
