@@ -117,12 +117,13 @@ struct tClose
 
 bool isPlainCapture(const std::string& path)
 {
-    const tDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status = {};
+    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return false;  // not opened: a pipe's writer would lose its reader again
+    const tDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     std::array<char, cHeadSize> head;
-    return file.valid() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
-           file.readAllAt(head.data(), head.size(), 0) && le::load<std::uint32_t>(head.data()) == cPlainMagic &&
-           le::load<std::uint32_t>(&head[20]) == cEthernet;
+    return file.valid() && file.readAllAt(head.data(), head.size(), 0) &&
+           le::load<std::uint32_t>(head.data()) == cPlainMagic && le::load<std::uint32_t>(&head[20]) == cEthernet;
 }
 
 class tCaptureFrames::tPrivate

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <thread>
 
 #include "KestovaRecordings/frames.h"
 #include "support/capturekinds.h"
@@ -138,9 +139,10 @@ TEST_F(tToolCaptureTest, readsStandardInputAndPipes)
         expectFrames("standard input", root, child);
     }
     ASSERT_EQ(::mkfifo(dir.file("fifo").c_str(), 0600), 0);
+    std::thread writer([&] { put("fifo", plainCapture()); });  // opens it before the reader does
     tChildProcess child(tool(importing(dir.file("fifo"), dir.file("fifo-rec"))));
-    put("fifo", plainCapture());
     expectFrames("fifo", dir.file("fifo-rec"), child);
+    writer.join();
 }
 
 TEST_F(tToolCaptureTest, endsASilentPipeAtCtrlC)

@@ -5,10 +5,9 @@
 #include <fmt/format.h>
 #include <sstream>
 
-#include "tools/commands/commands.h"
+#include "tools/commands/commandline.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
-#include "tools/shell/options.h"
 
 namespace
 {
@@ -32,22 +31,14 @@ int explain(const CLI::App& app, const CLI::ParseError& error, tConsole& console
 
 int runCommandLine(int argc, char** argv, tConsole& console)
 {
-    CLI::App app{"Records a marine radar's UDP multicast traffic and plays it back."};
-    app.name("kestova");
-    app.set_version_flag("--version", "kestova " KESTOVA_VERSION);
-    app.require_subcommand(1);
-    app.footer("Exit status: 0 done, 1 failed, 2 wrong usage, 3 done but something was lost or damaged.\n"
-               "Example: kestova record --radars radars.json --radar A1:2 --id 1 --root recordings");
+    CLI::App app;
+    tRun run;
+    addCommands(app, run);
     app.failure_message([argc, argv](const CLI::App* self, const CLI::Error& error) {
         if (self->get_subcommands().empty() && argc > 1 && argv[1][0] != '-')
             return fmt::format("kestova: '{}' is no command (see kestova --help)\n", argv[1]);
         return fmt::format("kestova: {} (see kestova --help)\n", error.what());
     });
-    tRun run;
-    for (tAddCommand* const add : cCommands)
-        add(app, run);
-    for (CLI::App* const command : app.get_subcommands({}))
-        addUtc(*command);
     try
     {
         app.parse(argc, argv);
