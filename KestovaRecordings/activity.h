@@ -10,8 +10,6 @@
 
 namespace recordings
 {
-constexpr std::uint64_t cSilenceMs = 10'000;  // what users call a silence of everything: longer than this
-
 // One thread at a time.
 class KESTOVA_API tActivity
 {

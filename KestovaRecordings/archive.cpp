@@ -1,5 +1,6 @@
 #include "KestovaRecordings/archive.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -8,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "KestovaRecordings/failure.h"
+#include "KestovaStorage/datafileconverter.h"
 
 namespace recordings
 {
@@ -19,8 +20,10 @@ std::vector<std::string> findRecordings(const std::string& path, const std::stri
     struct stat info;
     if (::stat(path.c_str(), &info) != 0)
         throw tFailure(fmt::format("{}: {}", path, errno == ENOENT ? "no such file or folder" : std::strerror(errno)));
-    if (!S_ISDIR(info.st_mode))
+    if (S_ISREG(info.st_mode))
         return {path};
+    if (!S_ISDIR(info.st_mode))
+        throw tFailure(fmt::format("{}: no file or folder", path));
     if (::access(path.c_str(), R_OK | X_OK) != 0)
         throw tFailure(fmt::format("{}: cannot be searched: {}", path, std::strerror(errno)));
     std::set<std::string> found;
@@ -54,10 +57,29 @@ tFoundFiles findAllRecordings(const std::vector<std::string>& paths, const std::
     return found;
 }
 
+std::optional<std::string> presentForm(const std::string& file, const std::vector<std::string>& files,
+                                       const std::string& suffix)
+{
+    if (tDataStorageIO::IsExistPath(file))
+        return file;
+    const std::string compressed = storage::tDataFileConverter::CompressedName(file, suffix);
+    if (!tDataStorageIO::IsExistPath(compressed) || std::find(files.begin(), files.end(), compressed) != files.end())
+        return std::nullopt;
+    return compressed;
+}
+
 tLeftOut leftOut(const std::string& path, const std::string& why, bool asked)
 {
     const std::string prefix = path + ": ";
     return {path, why.compare(0, prefix.size(), prefix) == 0 ? why.substr(prefix.size()) : why, asked};
+}
+
+tFailure nothingLeft(const std::vector<tLeftOut>& leftOut)
+{
+    if (leftOut.empty())
+        return tFailure("the files were deleted meanwhile");
+    const tLeftOut& first = leftOut.front();
+    return tFailure(fmt::format("{}: {}", first.path, first.reason));
 }
 
 std::uint64_t sizeOnDisk(const std::string& path)

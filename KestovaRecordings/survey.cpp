@@ -33,12 +33,10 @@ tSurvey tSurveyor::run(const std::vector<std::string>& paths, const std::string&
     tFoundFiles found = findAllRecordings(paths, suffix);
     m_survey.leftOut = std::move(found.leftOut);
     for (const std::string& file : found.files)
-        look(file, std::find(paths.begin(), paths.end(), file) != paths.end());
+        if (const auto present = presentForm(file, found.files, suffix))
+            look(*present, std::find(paths.begin(), paths.end(), file) != paths.end());
     if (m_survey.files.empty())
-    {
-        const tLeftOut& first = m_survey.leftOut.front();
-        throw tFailure(fmt::format("{}: {}", first.path, first.reason));
-    }
+        throw nothingLeft(m_survey.leftOut);
     m_survey.silences = m_activity.silences();
     return std::move(m_survey);
 }
@@ -118,8 +116,8 @@ void requireStreams(const std::vector<std::string>& files, const tStreamChoice& 
         names.insert(key.name());
         return !found;
     });
-    if (!found)
-        throw tFailure(fmt::format("none of the chosen streams is there: the recording has {}",
-                                   names.empty() ? "no records" : fmt::format("{}", fmt::join(names, ", "))));
+    if (!found && !names.empty())
+        throw tFailure(
+            fmt::format("none of the chosen streams is there: the recording has {}", fmt::join(names, ", ")));
 }
 }  // namespace recordings

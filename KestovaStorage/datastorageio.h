@@ -9,6 +9,7 @@
 #include <set>
 #include <stdint.h>
 #include <string>
+#include <vector>
 
 #include "KestovaStorage/filehead.h"
 #include "KestovaStorage/reclaimobserver.h"
@@ -106,6 +107,8 @@ public:
     // segments in order of time, status 4. Files that cannot be read or are no data files are skipped; damaged index
     // records cost only themselves. `observer` may be null, is not owned, and must live until CloseReadingFile returns.
     bool OpenReadDataFileorFolder(const std::string& path, iDataReadReplayObserver* observer);
+    // The same with several files and folders, which are played as one. Returns false, and does nothing, for no path.
+    bool OpenReadPaths(const std::vector<std::string>& paths, iDataReadReplayObserver* observer);
     // Pauses (status 2) or continues (status 1). Returns false before playing has begun.
     bool Pause(bool pause);
     // Sets the speed: above 1 to 10 fast by the whole part of `rate`, below 1 slow by 1 / (the whole part of 1 / rate
@@ -149,9 +152,10 @@ public:
                                    const std::string& suffix);
 
 protected:
-    // OpenReadDataFileorFolder for a derived class: keeps the observer and releases it once everything is closed or
+    // OpenReadPaths for a derived class: keeps the observer and releases it once everything is closed or
     // another path is opened, on the thread that does so, with no lock held.
-    bool OpenReadingFor(const std::string& path, const std::shared_ptr<iDataReadReplayObserver>& observer);
+    bool OpenReadingFor(const std::vector<std::string>& paths,
+                        const std::shared_ptr<iDataReadReplayObserver>& observer);
 
 private:
     friend class Kestova::tPackageRecorderPrivate;  // writes packages into the queue's memory

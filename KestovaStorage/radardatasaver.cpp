@@ -57,6 +57,7 @@ public:
     bool disconnect();
     void SocketClear();
     bool isConnected() { return m_isConnected; }
+    void SetSharedReception(bool shared) { m_shareNext = shared; }
     void SetRecDataModifyObserver(iRadarRecDataModifyObserver* observer) { m_modifyGate.set(observer); }
     void ManualWriteRadarData(const char* groupAddr, int port, const char* data, int len);
     void ManualWriteData(const char* addr, int port, const char* data, int len, unsigned long timestamp);
@@ -73,9 +74,11 @@ private:
     const std::vector<eReadWriteType> m_types;
     std::atomic<bool> m_isConnected{false};
     std::mutex m_controlMutex;
-    bool m_registered = false;      // guarded by m_controlMutex: this object is the client's listener
-    RadarAddress m_radarAddress{};  // changed while not registered, read by OnLocalIpChanged
-    std::mutex m_socketMutex;       // opening and closing of m_receivers and of the query's sender
+    bool m_registered = false;             // guarded by m_controlMutex: this object is the client's listener
+    RadarAddress m_radarAddress{};         // changed while not registered, read by OnLocalIpChanged
+    std::mutex m_socketMutex;              // opening and closing of m_receivers and of the query's sender
+    std::atomic<bool> m_shareNext{false};  // when the sockets open next
+    std::atomic<bool> m_shared{false};     // the sockets that are open; changed under m_socketMutex, without sockets
     tObserverGate<iRadarRecDataModifyObserver> m_modifyGate;
     tGroupReceivers m_receivers{this};
 };
@@ -180,7 +183,8 @@ void tRadarDataSaverPrivate::OnLocalIpChanged(unsigned int localIp)
     if (!m_receivers.canOpen(localIp))
         return;
     const std::lock_guard<std::mutex> sockets(m_socketMutex);
-    m_receivers.open(radarGroups(m_radarAddress, m_types), localIp);
+    m_shared = m_shareNext.load();
+    m_receivers.open(radarGroups(m_radarAddress, m_types), localIp, m_shared);
     Kestova::console::print("Radar Data Saver Init Over ...\r\n");
     m_serviceQuery.setSink(net::defaultTransport().openSink(multiRadarServiceAddress(), localIp));
 }
@@ -194,7 +198,9 @@ void tRadarDataSaverPrivate::OnDatagram(const net::tReceivedDatagram& datagram)
             observer.UpdateRecDataModify(row.msgInfo, row.text.data(), net::NtoHs(datagram.group.port), datagram.data,
                                          datagram.len);
         });
-        m_packageRecorder.Record(row.msgInfo, datagram.group, datagram.data, datagram.len, 0);
+        // Threads of their own record in the order of the present time, not quite in that of the times of arrival.
+        m_packageRecorder.Record(row.msgInfo, datagram.group, datagram.data, datagram.len,
+                                 m_shared ? datagram.arrived_ms : 0);
     }
     if (datagram.group == multiRadarServiceAddress())
         m_serviceQuery.heard();
@@ -204,7 +210,7 @@ void tRadarDataSaverPrivate::ManualWriteRadarData(const char* groupAddr, int por
 {
     const std::size_t size = data && len > 0 ? static_cast<std::size_t>(len) : 0;
     std::vector<char> editable(data, data + size);  // the observer may write, the caller's bytes are const
-    OnDatagram({{}, groupOf(groupAddr, port), editable.data(), static_cast<int>(size)});
+    OnDatagram({{}, groupOf(groupAddr, port), editable.data(), static_cast<int>(size), 0});
 }
 
 void tRadarDataSaverPrivate::ManualWriteData(const char* addr, int port, const char* data, int len,
@@ -242,6 +248,11 @@ void tRadarDataSaver::SocketClear()
 bool tRadarDataSaver::isConnected()
 {
     return d->isConnected();
+}
+
+void tRadarDataSaver::SetSharedReception(bool shared)
+{
+    d->SetSharedReception(shared);
 }
 
 void tRadarDataSaver::SetRecDataModifyObserver(iRadarRecDataModifyObserver* observer)

@@ -139,7 +139,8 @@ TEST(tAbiTest, keepsTheSlotsOfEveryObserverOperation)
     EXPECT_TRUE(stand(&pcap::iPcapDatagramObserver::UpdatePcapDatagram));
     EXPECT_TRUE(stand(&net::iUdpDataListener::OnUdpGroupDataReceived));
     EXPECT_TRUE(stand(&net::iDatagramListener::OnDatagram));
-    EXPECT_TRUE(stand(&net::iTransport::needsLocalAddress, &net::iTransport::openSource, &net::iTransport::openSink));
+    EXPECT_TRUE(stand(&net::iTransport::needsLocalAddress, &net::iTransport::openSource, &net::iTransport::openSink,
+                      &net::iTransport::openSources));
     EXPECT_TRUE(stand(&net::iDatagramSource::joined, &net::iDatagramSource::counters));
     EXPECT_TRUE(stand(&net::iDatagramSink::send));
     EXPECT_TRUE(stand(&iMultiRadarCheckerListener::OnLocalIpChanged));

@@ -123,6 +123,7 @@ TEST(tTransportTest, carriesReceptionQueriesAndReplayOverAnyTransport)
     tServiceQuery query;
     query.setSink(wire.openSink({1, 1}, 0));
     EXPECT_FALSE(query.queryIfSilent(std::chrono::steady_clock::now()));
+    EXPECT_EQ(wire.openSources({{&listener, {2, 2}}, {&listener, {3, 3}}}, 0, 0).size(), 2u);
     EXPECT_EQ(wire.sent, (std::vector<std::string>{"spoke", "lost", "\x01\xB1"}));
 }
 

@@ -1,5 +1,6 @@
 // A recorder of a radar: what it records, and how its connections begin, change and end.
 #include <gmock/gmock.h>
+#include <set>
 #include <thread>
 
 #include "support/addresslistener.h"
@@ -43,6 +44,26 @@ TEST_F(tRadarDataSaverTest, recordsEverythingReceivedBeforeItDisconnectsInOrder)
     EXPECT_TRUE(saver->disconnect());
     EXPECT_EQ(payloads(), sent);
     EXPECT_EQ(saver->GetWriteLostCnt(), 0u);
+}
+
+TEST_F(tRadarDataSaverTest, receivesItsGroupsOnOneThreadIfItIsToAndRecordsThemInOrder)
+{
+    std::set<std::thread::id> threads;
+    tObserver observer([&](auto&&...) { threads.insert(std::this_thread::get_id()); });
+    enter("A1:2", 1, {eImageStream, eGpsDev});
+    auto saver = makeSaver({eImageStream, eGpsDev});
+    saver->SetSharedReception(true);
+    saver->SetRecDataModifyObserver(&observer);
+    ASSERT_TRUE(saver->connect("A1:2", 1, false) && socketsOpen(*saver));
+    std::vector<std::string> sent;
+    for (int i = 0; i < 200; ++i)
+    {
+        sent.push_back(std::to_string(i));
+        send(i % 3 == 0 ? eGpsDev : eImageStream, sent.back());
+    }
+    EXPECT_TRUE(saver->disconnect());
+    EXPECT_EQ(payloads(), sent) << "what had arrived is recorded, without waiting for it";
+    EXPECT_EQ(threads.size(), 1u);
 }
 
 TEST_F(tRadarDataSaverTest, printsItsProgressAndNamesTheRecordingAfterTheRadar)

@@ -71,6 +71,16 @@ TEST_F(tReplayTest, takesEveryDataFileBelowAFolderAndNothingElse)
     EXPECT_EQ(log.segments().at(1).file, dir.file("b/c/0.data"));
 }
 
+TEST_F(tReplayTest, playsSeveralPathsAsOneAndEachFileOnce)
+{
+    std::filesystem::create_directory(dir.file("folder"));
+    const std::string last = record("a.data", {{5, "a"}, {8, "c"}});
+    record("folder/b.data", {{6, "b"}});
+    EXPECT_FALSE(player->OpenReadPaths({}, &log));
+    EXPECT_TRUE(player->OpenReadPaths({last, dir.file("folder") + "/", last}, &log));
+    EXPECT_TRUE(log.waitForText("0 5-8 1 a b c 4")) << log.text();
+}
+
 TEST_F(tReplayTest, jumpsToAFractionOfTheSpan)
 {
     const std::pair<double, const char*> cases[] = {{0.0, "1 a"},   {0.5, "1 m"}, {0.500001, "1"},

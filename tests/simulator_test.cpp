@@ -3,8 +3,12 @@
 #include <cmath>
 #include <gtest/gtest.h>
 #include <map>
+#include <set>
 #include <sstream>
+#include <string>
+#include <vector>
 
+#include "KestovaRecordings/streamcounts.h"
 #include "sessions/simulate/nmea.h"
 #include "sessions/simulate/simulatedradar.h"
 #include "sessions/simulate/spoke.h"
@@ -138,6 +142,22 @@ TEST(tSimulatorTest, packsAisPositionsInSixBits)
     EXPECT_NEAR(static_cast<double>(aisField(report, 89, 27)) / 600'000.0, 54.10 + 2000.0 / 111'320.0, 1e-4);
     EXPECT_EQ(aisField(report, 116, 12), 1234u);
     EXPECT_EQ(aisField(report, 128, 9), 124u);
+}
+
+TEST(tDigestTest, isTheHashOfAMessageSeededByThoseBeforeIt)
+{
+    const auto of = [](const std::vector<std::string>& messages) {
+        recordings::tDigest digest;
+        for (const std::string& message : messages)
+            digest.add(message);
+        return digest.text();
+    };
+    EXPECT_EQ(of({}), "0000000000000000");
+    EXPECT_EQ(of({""}), "2d06800538d394c2");  // known values of the hash
+    EXPECT_EQ(of({"abc"}), "78af5f94892f3950");
+    const std::set<std::string> different{of({"abc"}), of({"ab", "c"}), of({"c", "ab"}), of({"abc", ""}),
+                                          of({"", "abc"})};
+    EXPECT_EQ(different.size(), 5u);
 }
 
 TEST(tUnitsTest, readsPlacesInEveryFormAndDurationsInSecondsByDefault)

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "KestovaRecordings/activity.h"
 #include "KestovaRecordings/recordingcounts.h"
 #include "KestovaStorage/datastorageio.h"
 #include "support/recordedsegments.h"
@@ -70,7 +71,7 @@ TEST_F(tToolCountTest, countsARecordingUntilItIsCancelled)
 {
     fileOf(std::vector<std::string>(3000, "no package"), 1, "r.data");
     const auto count = [&](std::size_t limit) {
-        return recordings::countRecordings(dir.file("r.data"), {}, [&](const recordings::tCountProgress& at) {
+        return recordings::countRecordings({dir.file("r.data")}, {}, [&](const recordings::tCountProgress& at) {
             return at.files == 1 && at.records == 3000 && at.record < limit;
         });
     };
@@ -98,8 +99,8 @@ TEST_F(tToolCountTest, findsNoDamageInARecordingThatIsBeingWritten)
     std::uint64_t seen = 0;
     for (int i = 0; i < cReadings; ++i)
     {
-        const tJson total = result({"info", dir.file("live")}).at("total");  // status 0
-        expectIn(total, {{"damaged", 0}, {"skipped", 0}});
+        const tJson total = result({"info", dir.file("live")}).at("total");  // status 0: nothing is skipped
+        expectIn(total, {{"damaged", 0}});
         EXPECT_GE(total.at("records"), seen);
         seen = total.at("records");
         const std::string capture = dir.file(std::to_string(i));
@@ -117,7 +118,7 @@ TEST_F(tToolCountTest, countsAFileThatIsCompressedMeanwhileAndLeavesOutOneThatIs
 {
     for (const char* name : {"a.data", "b.data", "c.data"})
         fileOf({makePackage(1, "x", eReadType)}, 1, name);
-    const auto counts = recordings::countRecordings(dir.string(), {}, [&](const recordings::tCountProgress& at) {
+    const auto counts = recordings::countRecordings({dir.string()}, {}, [&](const recordings::tCountProgress& at) {
         if (at.file == 1)
         {
             std::filesystem::rename(dir.file("b.data"), dir.file("b.tar.data"));
@@ -125,8 +126,36 @@ TEST_F(tToolCountTest, countsAFileThatIsCompressedMeanwhileAndLeavesOutOneThatIs
         }
         return true;
     });
-    EXPECT_EQ(counts.total.skipped, 0u);
+    EXPECT_TRUE(counts.leftOut.empty());
     ASSERT_EQ(counts.files.size(), 2u);
     EXPECT_EQ(counts.files[1].path, dir.file("b.tar.data"));
     EXPECT_EQ(counts.files[1].records, 1u);
+}
+
+TEST(tActivityTest, findsSilencesInFilesOfAnyOrder)
+{
+    recordings::tActivity activity(10);
+    for (const std::uint64_t time : {200u, 100u, 105u, 140u, 131u, 122u, 113u, 211u})
+        activity.add(time);
+    const auto silences = activity.silences();
+    ASSERT_EQ(silences.size(), 2u);
+    EXPECT_EQ(silences[0].fromMs, 140u);
+    EXPECT_EQ(silences[0].toMs, 200u);
+    EXPECT_EQ(silences[1].length(), 11u);
+}
+
+TEST(tStreamHistoryTest, leavesSilencesOutOfItsRate)
+{
+    recordings::tStreamHistory always, inside;  // both ten a second, in two recordings of two seconds
+    for (const std::uint64_t start : {100'000u, 200'000u})
+        for (std::uint64_t i = 0; i <= 20; ++i)
+        {
+            always.add(start + i * 100, "", 2000, false);
+            if (i < 20)
+                inside.add(start + 50 + i * 100, "", 2000, false);
+        }
+    const std::vector<recordings::tGap> silences = {{102'000, 200'000}};
+    EXPECT_DOUBLE_EQ(always.messagesPerSecond(silences), 10.0);
+    EXPECT_DOUBLE_EQ(inside.messagesPerSecond(silences), 10.0);
+    EXPECT_LT(always.messagesPerSecond(), 0.5);
 }

@@ -41,7 +41,7 @@ void printResult(const tOptions& options, const session::tExportSession& session
     if (!options.json)
         return console.print(streamsText(session.counts(), "datagrams") +
                              fmt::format("{}  {} frames\n", options.capture, session.frames()));
-    printJson(console, {{"schema", "kestova/export/3"},
+    printJson(console, {{"schema", "kestova/export/2"},
                         {"paths", options.paths},
                         {"capture", options.capture},
                         {"datagrams", total(session.counts()).messages},

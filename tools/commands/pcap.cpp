@@ -75,7 +75,7 @@ public:
                 status = worseStatus(status, read(path));
         }
         if (m_options.json)
-            printJson(m_console, {{"schema", "kestova/pcap/3"}, {"captures", m_captures}});
+            printJson(m_console, {{"schema", "kestova/pcap/2"}, {"captures", m_captures}});
         return status;
     }
 

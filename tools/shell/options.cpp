@@ -1,11 +1,25 @@
 #include "tools/shell/options.h"
 
+#include <charconv>
+#include <fmt/format.h>
+#include <stdexcept>
+
 #include "KestovaRecordings/streamchoice.h"
 #include "tools/shell/places.h"
 #include "tools/shell/units.h"
 
 namespace tool
 {
+CLI::Validator wholeNumber(std::uint64_t least)
+{
+    return checkedBy([least](const std::string& text) {
+        std::uint64_t value = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+        if (error != std::errc() || end != text.data() + text.size() || value < least)
+            throw std::invalid_argument(fmt::format("'{}' is no whole number from {} on", text, least));
+    });
+}
+
 void addPath(CLI::App& command, std::string& path)
 {
     command.add_option("path", path, "Data file, or folder with data files")->type_name("FILE|FOLDER")->required();

@@ -3,6 +3,7 @@
 #define KESTOVA_TOOLS_SHELL_OPTIONS_H
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <exception>
 #include <string>
 #include <vector>
@@ -30,6 +31,9 @@ CLI::Validator checkedBy(tParser parse)
         },
         "");
 }
+
+// Returns a check for a whole number of at least `least`.
+CLI::Validator wholeNumber(std::uint64_t least = 0);
 
 // What every command that reads recordings takes: those that read several at once have `paths`.
 struct tRecordingOptions

@@ -43,7 +43,7 @@ tGroupRow rowOf(const tRadarGroup& group)
 }
 }  // namespace
 
-void tGroupReceivers::open(const std::vector<tRadarGroup>& groups, std::uint32_t localIp)
+void tGroupReceivers::open(const std::vector<tRadarGroup>& groups, std::uint32_t localIp, bool shared)
 {
     close();
     tGroupTable table{groups, {}};
@@ -52,10 +52,9 @@ void tGroupReceivers::open(const std::vector<tRadarGroup>& groups, std::uint32_t
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_table = std::move(table);
     }
-    tSources sources;
-    sources.reserve(groups.size());
-    for (const tRadarGroup& group : groups)
-        sources.push_back(sourceOf(group, localIp));
+    tSources sources = shared ? sharedSources(groups, localIp) : tSources();
+    for (std::size_t i = 0; !shared && i < groups.size(); ++i)
+        sources.push_back(sourceOf(groups[i], localIp));
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_sources = std::move(sources);
 }
@@ -102,6 +101,23 @@ std::vector<tGroupState> tGroupReceivers::states() const
         states.push_back(state);
     }
     return states;
+}
+
+tGroupReceivers::tSources tGroupReceivers::sharedSources(const std::vector<tRadarGroup>& groups,
+                                                         std::uint32_t localIp) const
+try
+{
+    // Holds what arrives while datagrams of all groups gather and are recorded.
+    constexpr int cReceiveBuffer = 16 * 1024 * 1024;
+    std::vector<net::tSourceRequest> requests;
+    for (const tRadarGroup& group : groups)
+        requests.push_back({m_listener, group.address});
+    return m_transport.openSources(requests, localIp, cReceiveBuffer);
+}
+catch (const std::system_error& error)
+{
+    Kestova::console::printError("Radar data saver: no group can be received: %s\n", error.what());
+    return tSources(groups.size());
 }
 
 std::unique_ptr<net::iDatagramSource> tGroupReceivers::sourceOf(const tRadarGroup& group, std::uint32_t localIp) const

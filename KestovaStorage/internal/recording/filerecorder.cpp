@@ -16,9 +16,9 @@ using namespace std::chrono_literals;
 using utils::time::tTimeParser;
 
 constexpr auto cFlushPeriod = 30s;
-// After a batch the writer lets segments gather, so that a steady stream costs its producer no wake-up; a backlog of
-// cGatherBytes ends that early.
-constexpr auto cGatherTime = 1ms;
+// After a batch the writer lets segments gather, so that a steady stream costs its producer no wake-up, and a slow one
+// few writes; a backlog of cGatherBytes ends that early.
+constexpr auto cGatherTime = 10ms;
 constexpr std::size_t cGatherBytes = tSegmentBlock::cDefaultSize / 2;
 constexpr std::size_t cWarmBlocks = 4;
 // Longer segments are copied before the queue is locked, so that producers do not delay each other.
