@@ -315,6 +315,24 @@ TEST_F(tCompressedStorageTest, convertsThereAndBackByteForByte)
     EXPECT_EQ(entriesIn(dir.string()), 1);
 }
 
+TEST_F(tCompressedStorageTest, convertsRecordsThatDoNotFollowEachOther)
+{
+    const tSegments segments = unevenSegments(300);
+    const std::string path = plainFile(segments), index = contentsOf(path).substr(2048, 300 * 21);
+    tSegments turned = segments;
+    std::string turnedIndex;
+    for (std::size_t i = 0; i < 300; ++i)
+    {
+        const std::size_t other = i % 7 == 0 ? i + 1 : i % 7 == 1 ? i - 1 : i;
+        turnedIndex += index.substr(other * 21, 21);
+        turned[i] = segments[other];
+    }
+    putBytes(path, 2048, turnedIndex);
+    ASSERT_EQ(segmentsOf(path), turned);
+    ASSERT_TRUE(compress(path)) << error;
+    EXPECT_EQ(segmentsOf(result), turned);
+}
+
 TEST_F(tCompressedStorageTest, refusesToConvertAndSaysWhy)
 {
     const tSegments segments = unevenSegments(10);
