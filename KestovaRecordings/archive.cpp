@@ -1,9 +1,15 @@
 #include "KestovaRecordings/archive.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
 #include <fmt/format.h>
 #include <set>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include "KestovaRecordings/failure.h"
+#include "KestovaStorage/datafileconverter.h"
 
 namespace recordings
 {
@@ -11,20 +17,76 @@ using storage::tDataStorageIO;
 
 std::vector<std::string> findRecordings(const std::string& path, const std::string& suffix)
 {
-    switch (tDataStorageIO::IsFileOrFolder(path))
-    {
-    case storage::eFile:
+    struct stat info;
+    if (::stat(path.c_str(), &info) != 0)
+        throw tFailure(fmt::format("{}: {}", path, errno == ENOENT ? "no such file or folder" : std::strerror(errno)));
+    if (S_ISREG(info.st_mode))
         return {path};
-    case storage::eFolder:
-        break;
-    default:
-        throw tFailure(fmt::format("{}: no such file or folder", path));
-    }
+    if (!S_ISDIR(info.st_mode))
+        throw tFailure(fmt::format("{}: no file or folder", path));
+    if (::access(path.c_str(), R_OK | X_OK) != 0)
+        throw tFailure(fmt::format("{}: cannot be searched: {}", path, std::strerror(errno)));
     std::set<std::string> found;
     tDataStorageIO::GetFileFolderInDir(path, found, true, suffix);
     if (found.empty())
-        throw tFailure(fmt::format("{} holds no {} files: is it the storage root? (see --suffix)", path, suffix));
+        throw tFailure(fmt::format("{}: holds no {} files: is it the storage root? (see --suffix)", path, suffix));
     return {found.begin(), found.end()};
+}
+
+tFoundFiles findAllRecordings(const std::vector<std::string>& paths, const std::string& suffix)
+{
+    tFoundFiles found;
+    std::set<std::string> known;
+    for (const std::string& path : paths)
+    {
+        try
+        {
+            for (std::string& file : findRecordings(path, suffix))
+            {
+                std::error_code error;
+                const std::string real = std::filesystem::canonical(file, error).string();
+                if (error || known.insert(real).second)
+                    found.files.push_back(std::move(file));
+            }
+        }
+        catch (const tFailure& failure)
+        {
+            found.leftOut.push_back(leftOut(path, failure.what(), true));
+        }
+    }
+    return found;
+}
+
+std::optional<std::string> presentForm(const std::string& file, const std::vector<std::string>& files,
+                                       const std::string& suffix)
+{
+    if (tDataStorageIO::IsExistPath(file))
+        return file;
+    const std::string compressed = storage::tDataFileConverter::CompressedName(file, suffix);
+    if (!tDataStorageIO::IsExistPath(compressed) || std::find(files.begin(), files.end(), compressed) != files.end())
+        return std::nullopt;
+    return compressed;
+}
+
+tLeftOut leftOut(const std::string& path, const std::string& why, bool asked)
+{
+    const std::string prefix = path + ": ";
+    return {path, why.compare(0, prefix.size(), prefix) == 0 ? why.substr(prefix.size()) : why, asked};
+}
+
+tFailure nothingLeft(const std::vector<tLeftOut>& leftOut)
+{
+    if (leftOut.empty())
+        return tFailure("the files were deleted meanwhile");
+    const tLeftOut& first = leftOut.front();
+    return tFailure(fmt::format("{}: {}", first.path, first.reason));
+}
+
+std::uint64_t sizeOnDisk(const std::string& path)
+{
+    constexpr std::uint64_t cBlock = 512;  // of st_blocks, whatever the file system's own is
+    struct stat info;
+    return ::stat(path.c_str(), &info) == 0 ? static_cast<std::uint64_t>(info.st_blocks) * cBlock : 0;
 }
 
 bool isReadable(storage::tDataFile& file)

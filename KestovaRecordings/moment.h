@@ -14,7 +14,8 @@ struct KESTOVA_API tMoment
     {
         eFraction,  // of the span, 0 to 1
         eOffset,    // ms after the first record
-        eAbsolute   // ms since the Unix epoch
+        eAbsolute,  // ms since the Unix epoch
+        eFromEnd    // ms before the last record
     };
     eKind kind = eFraction;
     double value = 0.0;

@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <utility>
 
-#include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/packagecontents.h"
 #include "KestovaStorage/datafile.h"
+#include "KestovaStorage/datastorageio.h"
 
 namespace recordings
 {
@@ -22,11 +23,12 @@ public:
         : m_options(options), m_goOn(goOn)
     {}
 
-    tRecordingCounts run(const std::string& path);
+    tRecordingCounts run(const std::vector<std::string>& paths);
 
 private:
     void enterFolder(const std::string& folder);
-    tFileCounts countFile(const std::string& path);
+    void countPath(const std::string& path, bool asked);
+    std::optional<tFileCounts> countFile(const std::string& path, std::string& error);
     void countRecord(storage::tDataFile& file, std::size_t i, tFileCounts& counts);
     void add(tFileCounts counts);
     bool goesOn(std::size_t i, std::size_t records);
@@ -37,23 +39,36 @@ private:
     std::size_t m_file = 0, m_files = 0;
     std::string m_folder;  // of the present file
     std::string m_segment;
+    tActivity m_activity;
     tRecordingCounts m_result;
 };
 
-tRecordingCounts tCounter::run(const std::string& path)
+tRecordingCounts tCounter::run(const std::vector<std::string>& paths)
 {
-    const auto paths = findRecordings(path, m_options.suffix);
-    m_files = paths.size();
+    tFoundFiles found = findAllRecordings(paths, m_options.suffix);
+    m_result.leftOut = std::move(found.leftOut);
+    m_files = found.files.size();
     for (m_file = 1; m_file <= m_files && !m_cancelled; ++m_file)
     {
-        const std::string& one = paths[m_file - 1];
-        enterFolder(std::filesystem::path(one).parent_path().string());
-        add(countFile(one));
+        const std::string& one = found.files[m_file - 1];
+        if (const auto present = presentForm(one, found.files, m_options.suffix))
+            countPath(*present, std::find(paths.begin(), paths.end(), one) != paths.end());
     }
-    if (m_files == 1 && !m_result.files[0].error.empty())
-        throw tFailure(m_result.files[0].error);
+    if (m_result.files.empty() && !m_cancelled)
+        throw nothingLeft(m_result.leftOut);
+    m_result.total.silences = m_activity.silences();
     m_result.complete = !m_cancelled;
     return std::move(m_result);
+}
+
+void tCounter::countPath(const std::string& path, bool asked)
+{
+    enterFolder(std::filesystem::path(path).parent_path().string());
+    std::string error;
+    if (auto counts = countFile(path, error))
+        add(std::move(*counts));
+    else
+        m_result.leftOut.push_back(leftOut(path, error, asked));
 }
 
 // The time between two recordings is no gap.
@@ -66,17 +81,17 @@ void tCounter::enterFolder(const std::string& folder)
     m_folder = folder;
 }
 
-tFileCounts tCounter::countFile(const std::string& path)
+std::optional<tFileCounts> tCounter::countFile(const std::string& path, std::string& error)
 {
+    storage::tDataFile file;
+    if (!file.open(path, &error))
+        return std::nullopt;
     tFileCounts counts;
     counts.path = path;
-    storage::tDataFile file;
-    if (!file.open(path, &counts.error))
-        return counts;
-    counts.error.clear();
     counts.kind = file.kind();
     counts.finished = file.finished();
     counts.size = file.size();
+    counts.diskSize = sizeOnDisk(path);
     counts.records = file.recordCount();
     counts.bytes = file.payloadBytes();
     counts.damaged = file.damagedCount();
@@ -98,6 +113,7 @@ void tCounter::countRecord(storage::tDataFile& file, std::size_t i, tFileCounts&
     const std::uint64_t timeMs = file.record(i).timeMs;
     counts.firstMs = counts.firstMs == 0 ? timeMs : std::min(counts.firstMs, timeMs);
     counts.lastMs = std::max(counts.lastMs, timeMs);
+    m_activity.add(timeMs);
     if (!counts.readable)
         return;
     if (!file.read(i, m_segment))
@@ -116,8 +132,8 @@ void tCounter::countRecord(storage::tDataFile& file, std::size_t i, tFileCounts&
 void tCounter::add(tFileCounts counts)
 {
     tTotalCounts& total = m_result.total;
-    total.skipped += counts.error.empty() ? 0 : 1;
     total.size += counts.size;
+    total.diskSize += counts.diskSize;
     total.records += counts.records;
     total.bytes += counts.bytes;
     total.damaged += counts.damaged;
@@ -128,9 +144,9 @@ void tCounter::add(tFileCounts counts)
 }
 }  // namespace
 
-tRecordingCounts countRecordings(const std::string& path, const tCountOptions& options,
+tRecordingCounts countRecordings(const std::vector<std::string>& paths, const tCountOptions& options,
                                  const std::function<bool(const tCountProgress&)>& goOn)
 {
-    return tCounter(options, goOn).run(path);
+    return tCounter(options, goOn).run(paths);
 }
 }  // namespace recordings

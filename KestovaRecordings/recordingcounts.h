@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "KestovaRecordings/activity.h"
+#include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/streamhistory.h"
 #include "KestovaStorage/filehead.h"
 #include "UdpSocket/kestovaapi.h"
@@ -17,26 +19,27 @@ namespace recordings
 struct tFileCounts
 {
     std::string path;
-    std::string error;  // why it is no data file; empty for a data file
     storage::tFileHeadSymbol kind = storage::cDataFileHead;
     bool readable = true;  // its segments can be read
     bool finished = false;
-    std::uint64_t size = 0, records = 0, bytes = 0, damaged = 0;
+    std::uint64_t size = 0, diskSize = 0;  // the file's length, and what it takes on the disk
+    std::uint64_t records = 0, bytes = 0, damaged = 0;
     std::uint64_t firstMs = 0, lastMs = 0;
     tStreamHistories streams;
 };
 
 struct tTotalCounts
 {
-    std::uint64_t size = 0, records = 0, bytes = 0, damaged = 0;
-    std::uint64_t skipped = 0;  // files that are no data files
+    std::uint64_t size = 0, diskSize = 0, records = 0, bytes = 0, damaged = 0;
     std::uint64_t firstMs = 0, lastMs = 0;
+    std::vector<tGap> silences;  // of everything, longer than cSilenceMs, in order of time
     tStreamHistories streams;
 };
 
 struct tRecordingCounts
 {
     std::vector<tFileCounts> files;
+    std::vector<tLeftOut> leftOut;  // paths without data files, and files that are none
     tTotalCounts total;
     bool complete = false;  // false: cancelled before the last record
 };
@@ -55,9 +58,10 @@ struct tCountProgress
     std::size_t record, records;
 };
 
-// Counts a file, or the files of a folder one after the other. Calls `goOn` every 1,024 records; false cancels. Throws
-// tFailure if there is no file, or a single one that is no data file. Any thread.
-KESTOVA_API tRecordingCounts countRecordings(const std::string& path, const tCountOptions& options,
+// Counts the files below the paths one after the other, each once. Of a recording that is being written it counts what
+// is in its files at that moment; a file that is compressed or deleted meanwhile is counted in its new form, or left
+// out. Calls `goOn` every 1,024 records; false cancels. Throws tFailure if none of them is a data file. Any thread.
+KESTOVA_API tRecordingCounts countRecordings(const std::vector<std::string>& paths, const tCountOptions& options,
                                              const std::function<bool(const tCountProgress&)>& goOn);
 }  // namespace recordings
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <tuple>
+#include <xxhash.h>
 
 #include "KestovaRecordings/streamchoice.h"
 #include "UdpSocket/udpsocket.h"
@@ -11,8 +12,6 @@ namespace recordings
 {
 namespace
 {
-constexpr std::uint64_t cPrime = 1099511628211u;
-
 auto ordered(const tStreamKey& key)
 {
     return std::tie(key.package, key.kind, key.addressOrder, key.port);
@@ -21,12 +20,7 @@ auto ordered(const tStreamKey& key)
 
 void tDigest::add(std::string_view message)
 {
-    std::uint64_t value = hash;
-    for (unsigned int shift = 0; shift < 32; shift += 8)
-        value = (value ^ (message.size() >> shift & 0xff)) * cPrime;
-    for (const char byte : message)
-        value = (value ^ static_cast<unsigned char>(byte)) * cPrime;
-    hash = value;
+    hash = XXH3_64bits_withSeed(message.data(), message.size(), hash);
 }
 
 std::string tDigest::text() const

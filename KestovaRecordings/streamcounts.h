@@ -12,11 +12,11 @@
 
 namespace recordings
 {
-// 64-bit FNV-1a over each message's length (four bytes, little-endian) and bytes, in order: equal digests mean equal
-// messages in equal order.
+// The digest of no messages is 0; each message replaces it by the message's XXH3 hash of 64 bits with the digest before
+// it as the seed. Equal digests mean equal messages in equal order.
 struct KESTOVA_API tDigest
 {
-    std::uint64_t hash = 14695981039346656037u;
+    std::uint64_t hash = 0;
 
     void add(std::string_view message);
     std::string text() const;  // 16 hex digits

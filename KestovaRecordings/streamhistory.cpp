@@ -1,6 +1,7 @@
 #include "KestovaRecordings/streamhistory.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace recordings
 {
@@ -27,10 +28,22 @@ public:
         gaps.pop_back();
     }
 
+    // Returns the interval between two messages in which the silence lies.
+    std::optional<tGap> around(const tGap& silence) const
+    {
+        const auto behind = longIntervals.upper_bound(silence.fromMs);
+        if (behind == longIntervals.begin() || std::prev(behind)->second < silence.toMs)
+            return std::nullopt;
+        return tGap{std::prev(behind)->first, std::prev(behind)->second};
+    }
+
     std::uint64_t messages = 0, bytes = 0;
     std::uint64_t firstMs = 0, lastMs = 0, previousMs = 0;
     tDigest digest;
     std::vector<tGap> gaps;  // a heap, the shortest on top
+    // The intervals that can hold a silence of everything, from one message to the next.
+    std::map<std::uint64_t, std::uint64_t> longIntervals;
+    std::uint64_t lastTimeMs = 0;  // as previousMs, without interruptions
 };
 
 tStreamHistory::tStreamHistory() : d(std::make_unique<tPrivate>()) {}
@@ -45,7 +58,9 @@ void tStreamHistory::add(std::uint64_t timeMs, std::string_view message, std::ui
     d->lastMs = std::max(d->lastMs, timeMs);
     if (d->previousMs != 0 && timeMs > d->previousMs && timeMs - d->previousMs >= gapMs)
         d->keep({d->previousMs, timeMs});
-    d->previousMs = timeMs;
+    if (d->lastTimeMs != 0 && timeMs > d->lastTimeMs + cSilenceMs)
+        d->longIntervals[d->lastTimeMs] = timeMs;
+    d->previousMs = d->lastTimeMs = timeMs;
     ++d->messages;
     d->bytes += message.size();
     if (withDigest)
@@ -82,21 +97,38 @@ const tDigest& tStreamHistory::digest() const
     return d->digest;
 }
 
-double tStreamHistory::messagesPerSecond() const
+double tStreamHistory::messagesPerSecond(const std::vector<tGap>& without) const
 {
-    const std::uint64_t span = d->lastMs - d->firstMs;
-    return span == 0 ? 0.0 : static_cast<double>(d->messages - 1) * 1000.0 / static_cast<double>(span);
+    if (d->messages < 2)
+        return 0.0;
+    std::uint64_t span = d->lastMs - d->firstMs;
+    std::vector<std::uint64_t> rests;  // of the intervals around silences
+    for (const tGap& silence : without)
+    {
+        const auto interval = d->around(silence);
+        if (!interval)
+            continue;
+        span -= silence.length();
+        rests.push_back(interval->length() - silence.length());
+    }
+    // An interval that is hardly more than the silence is none of the stream's.
+    std::uint64_t intervals = d->messages - 1;
+    const std::uint64_t half = span / intervals / 2;
+    intervals -= static_cast<std::uint64_t>(std::ranges::count_if(rests, [half](auto rest) { return rest < half; }));
+    return span == 0 ? 0.0 : static_cast<double>(intervals) * 1000.0 / static_cast<double>(span);
 }
 
-double tStreamHistory::bytesPerSecond() const
+double tStreamHistory::bytesPerSecond(const std::vector<tGap>& without) const
 {
-    return d->messages == 0 ? 0.0
-                            : messagesPerSecond() * static_cast<double>(d->bytes) / static_cast<double>(d->messages);
+    return d->messages == 0
+               ? 0.0
+               : messagesPerSecond(without) * static_cast<double>(d->bytes) / static_cast<double>(d->messages);
 }
 
-std::vector<tGap> tStreamHistory::gaps() const
+std::vector<tGap> tStreamHistory::gaps(const std::vector<tGap>& without) const
 {
-    const std::uint64_t usual = d->messages > 1 ? (d->lastMs - d->firstMs) / (d->messages - 1) : 0;
+    const double rate = messagesPerSecond(without);
+    const auto usual = static_cast<std::uint64_t>(rate > 0.0 ? 1000.0 / rate : 0.0);
     std::vector<tGap> found;
     for (const tGap& gap : d->gaps)
     {

@@ -13,6 +13,8 @@
 
 namespace recordings
 {
+constexpr std::uint64_t cSilenceMs = 10'000;  // what users call a silence of everything is longer than this
+
 struct tGap
 {
     std::uint64_t fromMs, toMs;  // the last message before and the first one after the silence
@@ -37,11 +39,12 @@ public:
     std::uint64_t firstMs() const;
     std::uint64_t lastMs() const;
     // Returns one over the mean interval, exactly 1 for a stream of one message a second; 0 below two messages.
-    double messagesPerSecond() const;
-    double bytesPerSecond() const;
+    // Silences of everything, `without`, do not count as time.
+    double messagesPerSecond(const std::vector<tGap>& without = {}) const;
+    double bytesPerSecond(const std::vector<tGap>& without = {}) const;
     const tDigest& digest() const;
     // Returns the silences of at least three mean intervals of the stream. Longest first.
-    std::vector<tGap> gaps() const;
+    std::vector<tGap> gaps(const std::vector<tGap>& without = {}) const;
 
 private:
     class tPrivate;

@@ -8,6 +8,11 @@ namespace storage
 {
 bool tDataStorageIO::DiskCheckThreadEnable = true;
 
+void tDataStorageIO::SetReclaimObserver(iReclaimObserver* observer)
+{
+    tDataStorageIOPrivate::setReclaimObserver(observer);
+}
+
 tDataStorageIO::tDataStorageIO(const std::string& storageBasePath, const char* specifySuffix)
     : d(new tDataStorageIOPrivate(storageBasePath, specifySuffix))
 {}
@@ -81,12 +86,18 @@ void tDataStorageIO::CancelCompressing()
 bool tDataStorageIO::OpenReadDataFileorFolder(const std::string& path, iDataReadReplayObserver* observer)
 {
     // An empty owner: the observer is not deleted.
-    return d->m_player.open(path, {std::shared_ptr<void>(), observer});
+    return d->m_player.open({path}, {std::shared_ptr<void>(), observer});
 }
 
-bool tDataStorageIO::OpenReadingFor(const std::string& path, const std::shared_ptr<iDataReadReplayObserver>& observer)
+bool tDataStorageIO::OpenReadPaths(const std::vector<std::string>& paths, iDataReadReplayObserver* observer)
 {
-    return d->m_player.open(path, observer);
+    return !paths.empty() && d->m_player.open(paths, {std::shared_ptr<void>(), observer});
+}
+
+bool tDataStorageIO::OpenReadingFor(const std::vector<std::string>& paths,
+                                    const std::shared_ptr<iDataReadReplayObserver>& observer)
+{
+    return !paths.empty() && d->m_player.open(paths, observer);
 }
 
 bool tDataStorageIO::Pause(bool pause)
@@ -96,7 +107,15 @@ bool tDataStorageIO::Pause(bool pause)
 
 void tDataStorageIO::FastSlowForward(double rate)
 {
-    d->m_player.setSpeed(rate);
+    d->m_player.setSpeed(speedFor(rate));
+}
+
+bool tDataStorageIO::SetSpeed(double speed)
+{
+    const auto exact = exactSpeedFor(speed);
+    if (exact)
+        d->m_player.setSpeed(*exact);
+    return exact.has_value();
 }
 
 bool tDataStorageIO::Stop()

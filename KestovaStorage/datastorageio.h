@@ -9,8 +9,10 @@
 #include <set>
 #include <stdint.h>
 #include <string>
+#include <vector>
 
 #include "KestovaStorage/filehead.h"
+#include "KestovaStorage/reclaimobserver.h"
 #include "KestovaStorage/replayobserver.h"
 #include "KestovaUtils/timeparser.h"
 #include "UdpSocket/kestovaapi.h"
@@ -38,6 +40,9 @@ public:
     // Kestova::tRadarDataReplayer clears it when it is constructed: a process that records beside a replayer and wants
     // reclaiming sets it again. Read atomically; may be set at any time.
     static bool DiskCheckThreadEnable;
+    // Sets the observer of what is deleted in this process to make room; null for none. Not owned. When this returns no
+    // call to an earlier observer is under way, except the one that it is called from. Any thread.
+    static void SetReclaimObserver(iReclaimObserver* observer);
 
     // `storageBasePath` is the storage root: its folders are created if missing; "./RadarDataStorage" takes its place
     // if that fails. Recordings go into folders Data_NNNNNN_YYYY.MM.DD/ below it, and from then on the oldest ".data"
@@ -95,18 +100,23 @@ public:
     // ---- Replay. Any thread. Stop, Jump, CloseReadingFile and OpenReadDataFileorFolder wait for the replay thread:
     // do not call them while you hold a lock that your observer takes. Called from inside a callback of this object,
     // these four do not wait: they are carried out as soon as that callback has returned, in the order of the calls.
-    // Pause and FastSlowForward act at once everywhere. ----
+    // Pause, FastSlowForward and SetSpeed act at once everywhere. ----
 
     // Closes what is open, then opens one data file, or every data file below a folder, and plays it from the start.
     // Returns at once, always true; opening and playing go on on the replay thread: status 0, the span, status 1,
     // segments in order of time, status 4. Files that cannot be read or are no data files are skipped; damaged index
     // records cost only themselves. `observer` may be null, is not owned, and must live until CloseReadingFile returns.
     bool OpenReadDataFileorFolder(const std::string& path, iDataReadReplayObserver* observer);
+    // The same with several files and folders, which are played as one. Returns false, and does nothing, for no path.
+    bool OpenReadPaths(const std::vector<std::string>& paths, iDataReadReplayObserver* observer);
     // Pauses (status 2) or continues (status 1). Returns false before playing has begun.
     bool Pause(bool pause);
     // Sets the speed: above 1 to 10 fast by the whole part of `rate`, below 1 slow by 1 / (the whole part of 1 / rate
     // + 1), down to 1/11; exactly 1.0 or NaN is the recorded pace. Opening sets the pace back to 1.0.
     void FastSlowForward(double rate);
+    // Sets exactly this speed, recorded time over playing time: 1.5 plays three seconds in two. 0.001 to 1,000,000;
+    // returns false, and changes nothing, for any other. It and FastSlowForward replace each other's speed.
+    bool SetSpeed(double speed);
     // Stops playing: statuses 1, 4 (if it was still playing), 3. One segment that was already due may still come.
     // Returns false, and reports nothing, before playing has begun or after a stop.
     bool Stop();
@@ -142,9 +152,10 @@ public:
                                    const std::string& suffix);
 
 protected:
-    // OpenReadDataFileorFolder for a derived class: keeps the observer and releases it once everything is closed or
+    // OpenReadPaths for a derived class: keeps the observer and releases it once everything is closed or
     // another path is opened, on the thread that does so, with no lock held.
-    bool OpenReadingFor(const std::string& path, const std::shared_ptr<iDataReadReplayObserver>& observer);
+    bool OpenReadingFor(const std::vector<std::string>& paths,
+                        const std::shared_ptr<iDataReadReplayObserver>& observer);
 
 private:
     friend class Kestova::tPackageRecorderPrivate;  // writes packages into the queue's memory

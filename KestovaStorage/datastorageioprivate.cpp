@@ -16,6 +16,11 @@ tDiskReclaimer& reclaimer()
 }
 }  // namespace
 
+void tDataStorageIOPrivate::setReclaimObserver(iReclaimObserver* observer)
+{
+    reclaimer().setObserver(observer);
+}
+
 tDataStorageIOPrivate::tDataStorageIOPrivate(const std::string& storageBasePath, const char* specifySuffix)
     : m_player(specifySuffix), m_writer(storageBasePath, specifySuffix, reclaimer())
 {}

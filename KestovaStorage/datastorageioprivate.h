@@ -15,6 +15,8 @@ public:
     tDataStorageIOPrivate(const std::string& storageBasePath, const char* specifySuffix);
     virtual ~tDataStorageIOPrivate();
 
+    static void setReclaimObserver(iReclaimObserver* observer);
+
     tPlayControl m_player;
     tFileRecorder m_writer;  // ends first
 };

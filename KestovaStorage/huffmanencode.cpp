@@ -1,7 +1,6 @@
 #include "KestovaStorage/huffmanencode.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +10,7 @@
 
 #include "KestovaStorage/internal/codec/huffmanformat.h"
 #include "KestovaStorage/internal/codec/segmentencoder.h"
+#include "UdpSocket/consoleprint.h"
 #include "common/byteorder.h"
 
 namespace huffman
@@ -128,8 +128,8 @@ tEncodedResult tHuffmanEncodePrivate::encodeByteArray(const char* src, std::uint
     char* const payload = writeByteArrayHead(freqs, bits, out);
     const std::size_t written = static_cast<std::size_t>(payload - out) + emitByteArray(src, len, payload);
     if (written != needed)
-        std::printf("%s: err out len %d != %d\r\n", "EncodeByteArray", static_cast<int>(written),
-                    static_cast<int>(needed));
+        Kestova::console::print("%s: err out len %d != %d\r\n", "EncodeByteArray", static_cast<int>(written),
+                                static_cast<int>(needed));
     allocated.release();
     return {{out, static_cast<std::uint32_t>(written)}, allocate};
 }
@@ -267,6 +267,6 @@ void tHuffmanEncode::PrintBuffBinary(const char* buf, int len)
             line += (static_cast<unsigned char>(buf[i]) >> bit & 1) != 0 ? '1' : '0';
         line += ' ';
     }
-    std::printf("%s\r\n", line.c_str());
+    Kestova::console::print("%s\r\n", line.c_str());
 }
 }  // namespace huffman

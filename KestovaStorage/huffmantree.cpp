@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "KestovaStorage/internal/codec/codetree.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace huffman
 {
@@ -120,7 +121,7 @@ void tHuffmanTree::PrintAlphaFreq(const tAlphaFreqMap& alphaFreq)
         total += freq;
     }
     append(text, "\r\n************  TotalFreq: 0x%08" PRIX64 " ************", total);
-    std::printf("%s\r\n", text.c_str());
+    Kestova::console::print("%s\r\n", text.c_str());
 }
 
 void tHuffmanTree::PrintHuffmanCodeMap(const tHuffmanCodeMap& codes, const tHuffmanEncodeMap& encode)
@@ -134,6 +135,6 @@ void tHuffmanTree::PrintHuffmanCodeMap(const tHuffmanCodeMap& codes, const tHuff
         text += code + "\r\n";
     }
     text += "************ HuffmanCode ************";
-    std::printf("%s\r\n", text.c_str());
+    Kestova::console::print("%s\r\n", text.c_str());
 }
 }  // namespace huffman

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <charconv>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <optional>
@@ -15,6 +14,7 @@
 #include "KestovaStorage/internal/package/packagesplitter.h"
 #include "KestovaStorage/internal/package/parseworker.h"
 #include "KestovaUtils/timeparser.h"
+#include "UdpSocket/consoleprint.h"
 #include "UdpSocket/udpsocket.h"
 #include "common/byteorder.h"
 #include "common/observers.h"
@@ -40,7 +40,7 @@ void printWaiting(std::size_t waiting)
     end = std::to_chars(end, std::end(line) - 2, static_cast<int>(waiting)).ptr;
     *end++ = '\r';
     *end++ = '\n';
-    std::fwrite(line, 1, static_cast<std::size_t>(end - line), stdout);
+    Kestova::console::write({line, static_cast<std::size_t>(end - line)});
 }
 
 bool isForPopThread(const tRadarMsgPackage& package)
@@ -147,7 +147,7 @@ void tPackageBuilderAndSplitterPrivate::OnPackage(const char* package, std::size
 void tPackageBuilderAndSplitterPrivate::OnLine(const char* text)
 {
     endPopBatch();
-    std::fputs(text, stdout);
+    Kestova::console::write(text);
 }
 
 // Called before anything that may block, so that neither the pop thread nor Clear waits for it. Releases the batch to

@@ -1,11 +1,11 @@
 #include "KestovaStorage/pcapreader.h"
 
 #include <atomic>
-#include <cstdio>
 #include <memory>
 
 #include "KestovaStorage/internal/capture/capturefile.h"
 #include "KestovaStorage/internal/capture/capturepass.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace pcap
 {
@@ -73,10 +73,10 @@ bool tPcapReaderPrivate::readFile()
     const std::unique_ptr<tCaptureFile> file = tCaptureFile::open(m_path);
     if (!file)
     {
-        std::printf("Read Pcap File: %s, open failed!\r\n", m_path.c_str());
+        Kestova::console::print("Read Pcap File: %s, open failed!\r\n", m_path.c_str());
         return false;
     }
-    std::printf("Pcap: head %08X linktype %d\r\n\r\n", file->magic(), static_cast<int>(file->linkType()));
+    Kestova::console::print("Pcap: head %08X linktype %d\r\n\r\n", file->magic(), static_cast<int>(file->linkType()));
     m_result.opened = true;
     m_result.fileBytes = file->size();
     tCapturePass(*file, m_request, m_statistics, m_notifier, m_result).read(m_stop);

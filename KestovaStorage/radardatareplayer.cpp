@@ -79,14 +79,14 @@ public:
     // First the callbacks end, then the network with all its threads, then the engine.
     ~tRadarDataReplayerPrivate() override { CloseReadingFile(); }
 
-    bool open(const std::string& path, iRadarDataReplayObserver* observer)
+    bool open(const std::vector<std::string>& paths, iRadarDataReplayObserver* observer)
     {
         const auto opening = std::make_shared<tOpening>(m_records, m_network.get(), observer);
         {
             const std::lock_guard<std::mutex> lock(m_openingMutex);
             m_opening = opening;
         }
-        return OpenReadingFor(path, opening);
+        return OpenReadingFor(paths, opening);
     }
     void close()
     {
@@ -129,7 +129,12 @@ tRadarDataReplayer::~tRadarDataReplayer()
 
 bool tRadarDataReplayer::OpenReadDataFileorFolder(const std::string& path, iRadarDataReplayObserver* observer)
 {
-    return d->open(path, observer);
+    return d->open({path}, observer);
+}
+
+bool tRadarDataReplayer::OpenReadPaths(const std::vector<std::string>& paths, iRadarDataReplayObserver* observer)
+{
+    return !paths.empty() && d->open(paths, observer);
 }
 
 bool tRadarDataReplayer::Pause(bool pause)
@@ -140,6 +145,11 @@ bool tRadarDataReplayer::Pause(bool pause)
 void tRadarDataReplayer::FastSlowForward(double rate)
 {
     d->FastSlowForward(rate);
+}
+
+bool tRadarDataReplayer::SetSpeed(double speed)
+{
+    return d->SetSpeed(speed);
 }
 
 bool tRadarDataReplayer::Stop()

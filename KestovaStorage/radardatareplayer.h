@@ -4,6 +4,7 @@
 
 #include <stdint.h>
 #include <string>
+#include <vector>
 
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/radarmsgpackage.h"
@@ -47,8 +48,10 @@ public:
     // As in storage::tDataStorageIO. `observer` may be null, is not owned, and must live until CloseReadingFile has
     // returned or another was opened.
     bool OpenReadDataFileorFolder(const std::string& path, iRadarDataReplayObserver* observer);
+    bool OpenReadPaths(const std::vector<std::string>& paths, iRadarDataReplayObserver* observer);
     bool Pause(bool pause);
     void FastSlowForward(double rate);
+    bool SetSpeed(double speed);
     bool Stop();
     bool Jump(double fraction);
     // Also closes the sockets of all destinations and drops the service messages to repeat.

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -14,6 +13,7 @@
 #include "KestovaStorage/internal/radar/servicequery.h"
 #include "KestovaStorage/packagerecorder.h"
 #include "KestovaUtils/multiradarclient.h"
+#include "UdpSocket/consoleprint.h"
 #include "UdpSocket/udpsocket.h"
 #include "common/observers.h"
 
@@ -57,10 +57,11 @@ public:
     bool disconnect();
     void SocketClear();
     bool isConnected() { return m_isConnected; }
+    void SetSharedReception(bool shared) { m_shareNext = shared; }
     void SetRecDataModifyObserver(iRadarRecDataModifyObserver* observer) { m_modifyGate.set(observer); }
     void ManualWriteRadarData(const char* groupAddr, int port, const char* data, int len);
     void ManualWriteData(const char* addr, int port, const char* data, int len, unsigned long timestamp);
-    std::vector<tGroupState> groupStates() const { return m_recSockInfo.states(); }
+    std::vector<tGroupState> groupStates() const { return m_receivers.states(); }
 
 private:
     void startRecording(const std::string& name, bool compress);
@@ -73,11 +74,13 @@ private:
     const std::vector<eReadWriteType> m_types;
     std::atomic<bool> m_isConnected{false};
     std::mutex m_controlMutex;
-    bool m_registered = false;      // guarded by m_controlMutex: this object is the client's listener
-    RadarAddress m_radarAddress{};  // changed while not registered, read by OnLocalIpChanged
-    std::mutex m_socketMutex;       // opening and closing of m_recSockInfo and of the query's sender
+    bool m_registered = false;             // guarded by m_controlMutex: this object is the client's listener
+    RadarAddress m_radarAddress{};         // changed while not registered, read by OnLocalIpChanged
+    std::mutex m_socketMutex;              // opening and closing of m_receivers and of the query's sender
+    std::atomic<bool> m_shareNext{false};  // when the sockets open next
+    std::atomic<bool> m_shared{false};     // the sockets that are open; changed under m_socketMutex, without sockets
     tObserverGate<iRadarRecDataModifyObserver> m_modifyGate;
-    tGroupReceivers m_recSockInfo{this};
+    tGroupReceivers m_receivers{this};
 };
 
 tRadarDataSaverPrivate::tRadarDataSaverPrivate(const eReadWriteType* types, int count, const std::string& basePath,
@@ -109,7 +112,7 @@ bool tRadarDataSaverPrivate::connect(const char* serial, unsigned short id, bool
     const RadarAddress* const address = client->getAddress(radar.c_str(), id);
     if (address == nullptr)
     {
-        std::printf("radar[%s,id = %d] doesn't exist!\n", radar.c_str(), int{id});
+        Kestova::console::print("radar[%s,id = %d] doesn't exist!\n", radar.c_str(), int{id});
         return false;
     }
     m_radarAddress = *address;
@@ -138,10 +141,11 @@ void tRadarDataSaverPrivate::SocketClear()
 
 void tRadarDataSaverPrivate::startRecording(const std::string& name, bool compress)
 {
-    std::printf("Save %s\r\n", name.c_str());
+    Kestova::console::print("Save %s\r\n", name.c_str());
     finishFile();  // one that was started by hand
     if (!CreateNewWritingFile(0UL, name, compress))
-        std::fprintf(stderr, "Radar data saver: no file for %s could be created, nothing is recorded\n", name.c_str());
+        Kestova::console::printError("Radar data saver: no file for %s could be created, nothing is recorded\n",
+                                     name.c_str());
 }
 
 // Ends a connection in every state, before the first report of an address too. Returns whether sockets were open.
@@ -159,14 +163,14 @@ bool tRadarDataSaverPrivate::closeSockets()
 {
     const std::lock_guard<std::mutex> sockets(m_socketMutex);
     m_serviceQuery.setSink(nullptr);
-    return m_recSockInfo.close();
+    return m_receivers.close();
 }
 
 void tRadarDataSaverPrivate::finishFile()
 {
     const std::string file = GetCurrentWriteDataFileName();
     if (!WaitWriteIdle(cEndTimeout_ms) && !file.empty())
-        std::fprintf(stderr, "Radar data saver: not everything received is in %s\n", file.c_str());
+        Kestova::console::printError("Radar data saver: not everything received is in %s\n", file.c_str());
     FinishWrite();
 }
 
@@ -174,28 +178,31 @@ void tRadarDataSaverPrivate::OnLocalIpChanged(unsigned int localIp)
 {
     if (!m_isConnected)
         return;
-    std::puts("Radar Data Saver Init ...\r");
+    Kestova::console::print("Radar Data Saver Init ...\r\n");
     closeSockets();
-    if (!m_recSockInfo.canOpen(localIp))
+    if (!m_receivers.canOpen(localIp))
         return;
     const std::lock_guard<std::mutex> sockets(m_socketMutex);
-    m_recSockInfo.open(radarGroups(m_radarAddress, m_types), localIp);
-    std::puts("Radar Data Saver Init Over ...\r");
-    m_serviceQuery.setSink(net::defaultTransport().openSink(serviceGroup(), localIp));
+    m_shared = m_shareNext.load();
+    m_receivers.open(radarGroups(m_radarAddress, m_types), localIp, m_shared);
+    Kestova::console::print("Radar Data Saver Init Over ...\r\n");
+    m_serviceQuery.setSink(net::defaultTransport().openSink(multiRadarServiceAddress(), localIp));
 }
 
 void tRadarDataSaverPrivate::OnDatagram(const net::tReceivedDatagram& datagram)
 {
     tGroupRow row;
-    if (m_recSockInfo.find(datagram.group, row))
+    if (m_receivers.find(datagram.group, row))
     {
         m_modifyGate.through([&](iRadarRecDataModifyObserver& observer) {
             observer.UpdateRecDataModify(row.msgInfo, row.text.data(), net::NtoHs(datagram.group.port), datagram.data,
                                          datagram.len);
         });
-        m_packageRecorder.Record(row.msgInfo, datagram.group, datagram.data, datagram.len, 0);
+        // Threads of their own record in the order of the present time, not quite in that of the times of arrival.
+        m_packageRecorder.Record(row.msgInfo, datagram.group, datagram.data, datagram.len,
+                                 m_shared ? datagram.arrived_ms : 0);
     }
-    if (datagram.group == serviceGroup())
+    if (datagram.group == multiRadarServiceAddress())
         m_serviceQuery.heard();
 }
 
@@ -203,7 +210,7 @@ void tRadarDataSaverPrivate::ManualWriteRadarData(const char* groupAddr, int por
 {
     const std::size_t size = data && len > 0 ? static_cast<std::size_t>(len) : 0;
     std::vector<char> editable(data, data + size);  // the observer may write, the caller's bytes are const
-    OnDatagram({{}, groupOf(groupAddr, port), editable.data(), static_cast<int>(size)});
+    OnDatagram({{}, groupOf(groupAddr, port), editable.data(), static_cast<int>(size), 0});
 }
 
 void tRadarDataSaverPrivate::ManualWriteData(const char* addr, int port, const char* data, int len,
@@ -241,6 +248,11 @@ void tRadarDataSaver::SocketClear()
 bool tRadarDataSaver::isConnected()
 {
     return d->isConnected();
+}
+
+void tRadarDataSaver::SetSharedReception(bool shared)
+{
+    d->SetSharedReception(shared);
 }
 
 void tRadarDataSaver::SetRecDataModifyObserver(iRadarRecDataModifyObserver* observer)

@@ -77,6 +77,12 @@ public:
     void SocketClear();  // closes the sockets until the next change of the address; the file stays open
     bool isConnected();  // whether connect was called, and not disconnect since; also after a connect that failed
 
+    // With `shared`, groups joined from then on are received on one thread, for a fraction of the processor time that a
+    // thread a group takes. It calls the observer for one group after another, so that a long call delays all of them.
+    // Datagrams gather for up to 10 ms before they are reported; they are recorded in the order of their arrival, with
+    // the time at which the kernel received them. Without it, as by default, each group has a thread.
+    void SetSharedReception(bool shared);
+
     // Null removes the observer. Waits until no call to an earlier one is under way, so hold no lock that it takes;
     // called from inside a call it does not wait. Not owned.
     void SetRecDataModifyObserver(iRadarRecDataModifyObserver* observer);

@@ -3,12 +3,12 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstdio>
 #include <mutex>
 
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/packagerecorder.h"
 #include "KestovaStorage/packageview.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace Kestova
 {
@@ -132,8 +132,8 @@ void tRadarSaverAndReplayerPrivate::save(int dataType, const char* data, int len
 {
     if (len < 0 || len > cMaxLen || (data == nullptr && len != 0))
     {
-        std::fprintf(stderr, "Radar saver and replayer: a message of %d bytes cannot be saved (0 to %d can)\n", len,
-                     cMaxLen);
+        Kestova::console::printError("Radar saver and replayer: a message of %d bytes cannot be saved (0 to %d can)\n",
+                                     len, cMaxLen);
         return;
     }
     if (m_saver.IsWriteEnable())
@@ -145,7 +145,7 @@ void tRadarSaverAndReplayerPrivate::finishFile()
     const std::string file = m_saver.GetCurrentWriteDataFileName();
     const bool saved = m_saver.WaitWriteIdle(cEndTimeout_ms);
     if (!saved && !file.empty())
-        std::fprintf(stderr, "Radar saver and replayer: not everything saved is in %s\n", file.c_str());
+        Kestova::console::printError("Radar saver and replayer: not everything saved is in %s\n", file.c_str());
     m_saver.FinishWrite();
 }
 
@@ -243,6 +243,11 @@ void tRadarSaverAndReplayer::SetSpeed(double speed)
 {
     if (m_p->in(eReplaying))
         m_p->m_replayer.FastSlowForward(speed);
+}
+
+bool tRadarSaverAndReplayer::SetExactSpeed(double speed)
+{
+    return m_p->in(eReplaying) && m_p->m_replayer.SetSpeed(speed);
 }
 
 void tRadarSaverAndReplayer::EndReplay()

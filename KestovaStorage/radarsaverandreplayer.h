@@ -67,7 +67,8 @@ public:
     bool Pause();
     bool Resume();
     bool Jump(double position);
-    void SetSpeed(double speed);
+    void SetSpeed(double speed);       // FastSlowForward
+    bool SetExactSpeed(double speed);  // SetSpeed
     // Replaying: no message is reported after it returns; called from inside a callback, that call is the last.
     void EndReplay();
 

@@ -1,6 +1,5 @@
 #include "KestovaUtils/multiradarclient.h"
 
-#include <cstdio>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -9,6 +8,7 @@
 
 #include "KestovaUtils/internal/addressnotifier.h"
 #include "KestovaUtils/internal/radardirectory.h"
+#include "UdpSocket/consoleprint.h"
 #include "UdpSocket/interfacewatcher.h"
 
 namespace
@@ -86,7 +86,7 @@ bool MultiRadarClient::loadDirectory(const std::string& path, std::string* error
         if (error != nullptr)
             *error = reason;
         else
-            std::fprintf(stderr, "%s\n", reason.c_str());
+            Kestova::console::printError("%s\n", reason.c_str());
         return false;
     }
     const std::lock_guard<std::mutex> guard(d->m_radarsMutex);

@@ -2,29 +2,33 @@
 
 #include <utility>
 
-#include "UdpSocket/internal/groupsocket.h"
+#include "UdpSocket/internal/groupreceiver.h"
 
 namespace net
 {
-class KESTOVA_HIDDEN tDatagramReceiver::tDatagramReceiverPrivate final : public tGroupSocket
+class KESTOVA_HIDDEN tDatagramReceiver::tDatagramReceiverPrivate final : public tGroupReceiver
 {
 public:
-    using tGroupSocket::tGroupSocket;
+    // A loop of its own, which delivers at once.
+    tDatagramReceiverPrivate(std::unique_ptr<tGroupSocket> socket, std::uint32_t localIp, int recBuffSize)
+        : tGroupReceiver(std::move(socket), std::make_shared<tReceiveLoop>(tGathering::tDuration(0)), localIp,
+                         recBuffSize)
+    {}
 };
 
 tDatagramReceiver::tDatagramReceiver(iDatagramListener* listener, uint32_t localIp, const NetAddress& group,
                                      int recBuffSize)
-    : d(new tDatagramReceiverPrivate(listener, localIp, group, recBuffSize))
+    : d(new tDatagramReceiverPrivate(std::make_unique<tGroupSocket>(listener, group), localIp, recBuffSize))
 {}
 
 tDatagramReceiver::tDatagramReceiver(std::unique_ptr<iDatagramListener> listener, uint32_t localIp,
                                      const NetAddress& group, int recBuffSize)
-    : d(new tDatagramReceiverPrivate(std::move(listener), localIp, group, recBuffSize))
+    : d(new tDatagramReceiverPrivate(std::make_unique<tGroupSocket>(std::move(listener), group), localIp, recBuffSize))
 {}
 
 tDatagramReceiver::~tDatagramReceiver()
 {
-    d->destroy();
+    delete d;
 }
 
 bool tDatagramReceiver::valid() const

@@ -18,6 +18,7 @@ struct tReceivedDatagram
     NetAddress group;  // of the receiver
     char* data;
     int len;
+    uint64_t arrived_ms;  // when the kernel received it: ms since the epoch, by the system clock; 0 if it is not known
 };
 
 class KESTOVA_API iDatagramListener

@@ -1,8 +1,8 @@
 #include "UdpSocket/interfacewatcher.h"
 
-#include <cstdio>
 #include <mutex>
 
+#include "UdpSocket/consoleprint.h"
 #include "UdpSocket/internal/interfacetable.h"
 #include "UdpSocket/internal/pollthread.h"
 #include "UdpSocket/internal/rtnetlink.h"
@@ -15,7 +15,7 @@ public:
     tInterfaceWatcherPrivate()
     {
         if (!m_netlink.valid())
-            std::perror("tInterfaceWatcher: cannot ask for the network interfaces");
+            Kestova::console::printSystemError("tInterfaceWatcher: cannot ask for the network interfaces");
     }
 
     bool follow(const std::string& nameOrAddress);
@@ -79,7 +79,7 @@ tInterfaceTable tInterfaceWatcher::tInterfaceWatcherPrivate::interfaces(const tI
     else if (m_netlink.valid() && !m_reported)
     {
         m_reported = true;
-        std::perror("tInterfaceWatcher: the network interfaces cannot be listed");
+        Kestova::console::printSystemError("tInterfaceWatcher: the network interfaces cannot be listed");
     }
     return m_last;
 }

@@ -1,10 +1,10 @@
 // The way to and from the network: sources and sinks of datagrams, and the transport that opens them.
 //
-// Shapes   whatever records, replays or simulates opens its sources and sinks through defaultTransport(), which is UDP.
-//          transports.cpp lists the transports.
+// Shapes   whatever records, replays or simulates opens its sources and sinks through defaultTransport().
+//          transports.cpp lists the transports; the first of the list, UDP, is the default.
 // Owner    a transport outlives what it opened; a listener outlives its source.
-// Threads  any. A source calls its listener on a thread of its own, once a datagram, and no more after its destruction,
-//          which waits for a call under way.
+// Threads  any. A source calls its listener once a datagram, on a thread of its own or, from openSources(), on one that
+//          sources share, and no more after its destruction, which waits for a call under way.
 // Errors   std::system_error leaves openSource() where there is no thread to receive on. Other failures are reported
 //          once on standard error by what could not be opened, which stays silent then.
 #ifndef KESTOVA_TRANSPORT_H
@@ -12,6 +12,7 @@
 
 #include <memory>
 #include <stdint.h>
+#include <vector>
 
 #include "UdpSocket/datagramreceiver.h"
 #include "UdpSocket/kestovaapi.h"
@@ -34,7 +35,15 @@ class KESTOVA_API iDatagramSink
 {
 public:
     virtual ~iDatagramSink() = default;
-    virtual bool send(const char* data, int len) = 0;  // returns whether it went out; does not wait
+    // Returns whether it went out; if not, errno is the reason. Does not wait.
+    virtual bool send(const char* data, int len) = 0;
+};
+
+// A group to receive, and its listener.
+struct tSourceRequest
+{
+    iDatagramListener* listener;
+    NetAddress group;
 };
 
 class KESTOVA_API iTransport
@@ -49,9 +58,15 @@ public:
     virtual std::unique_ptr<iDatagramSource> openSource(iDatagramListener* listener, const NetAddress& group,
                                                         uint32_t localIp, int recBuffSize) = 0;
     virtual std::unique_ptr<iDatagramSink> openSink(const NetAddress& destination, uint32_t localIp) = 0;
+    // Opens a source for each request, in their order, for recorders: with UDP one thread calls all listeners, with
+    // every datagram within about 10 ms of its arrival and in the order of arrival, so that many datagrams cost one
+    // wake-up; their times of arrival never fall unless the system clock is set back. A listener must not wait for
+    // another one. A source that ends has delivered what had arrived before.
+    virtual std::vector<std::unique_ptr<iDatagramSource>> openSources(const std::vector<tSourceRequest>& requests,
+                                                                      uint32_t localIp, int recBuffSize);
 };
 
-// Returns UDP. Always the same object, never destroyed.
+// Returns the first transport of the list. Always the same object, never destroyed.
 KESTOVA_API iTransport& defaultTransport();
 }  // namespace net
 

@@ -91,6 +91,7 @@ private:
     {
         errno = reason;
         reportOnce("UdpSender: cannot send to");
+        errno = reason;
         return false;
     }
     void reportOnce(const char* what)

@@ -22,6 +22,10 @@ KESTOVA_API std::string transAddr(uint32_t ip);
 // Returns address and port of a text such as "239.17.0.1:6001". ip is 0 if the text before the first ":" is no IPv4
 // address, port is 0 if the text after it is no decimal number from 1 to 65535. Any thread.
 KESTOVA_API NetAddress parseAddress(const std::string& text);
+// Returns the local address from which the kernel would send to `destination`, as transAddr returns it; on the
+// interface of that address it joins a group when none is given. Returns 0, with the reason in errno, if there is no
+// route. Sends nothing. Any thread.
+KESTOVA_API uint32_t routeAddress(const NetAddress& destination);
 // Return a port in network byte order, and back in host byte order.
 KESTOVA_API uint16_t HtoNs(uint16_t port);
 KESTOVA_API uint16_t NtoHs(uint16_t port);
@@ -93,7 +97,8 @@ public:
     UdpSender(const UdpSender&) = delete;
     UdpSender& operator=(const UdpSender&) = delete;
 
-    // Sends one datagram of `len` bytes. Returns false if that fails; the first failure is reported through perror.
+    // Sends one datagram of `len` bytes. Returns false if that fails, with the reason in errno; the first failure is
+    // reported through perror.
     bool sendData(const char* data, int len);
     // Sends `count` datagrams in order, with one system call for up to 64 of them: for sources of many thousand a
     // second. Skips one that fails, and reports it as sendData does. Returns the number sent.

@@ -1,20 +1,32 @@
 #include "UdpSocket/transport.h"
 
+#include <chrono>
+#include <utility>
+
+#include "UdpSocket/internal/groupreceiver.h"
+
 namespace net
 {
 namespace
 {
+using namespace std::chrono_literals;
+
+// The longest that datagrams gather for a recorder.
+constexpr auto cLongestPause = 10ms;
+
 class tUdpSource final : public iDatagramSource
 {
 public:
-    tUdpSource(iDatagramListener* listener, const NetAddress& group, std::uint32_t localIp, int recBuffSize)
-        : m_receiver(listener, localIp, group, recBuffSize)
+    tUdpSource(const tSourceRequest& request, std::shared_ptr<tReceiveLoop> loop, std::uint32_t localIp,
+               int recBuffSize)
+        : m_receiver(std::make_unique<tGroupSocket>(request.listener, request.group), std::move(loop), localIp,
+                     recBuffSize)
     {}
     bool joined() const override { return m_receiver.valid(); }
     tUdpReceiverCounters counters() const override { return m_receiver.counters(); }
 
 private:
-    tDatagramReceiver m_receiver;
+    tGroupReceiver m_receiver;
 };
 
 class tUdpSink final : public iDatagramSink
@@ -38,7 +50,18 @@ public:
     std::unique_ptr<iDatagramSource> openSource(iDatagramListener* listener, const NetAddress& group,
                                                 std::uint32_t localIp, int recBuffSize) override
     {
-        return std::make_unique<tUdpSource>(listener, group, localIp, recBuffSize);
+        return std::make_unique<tUdpSource>(tSourceRequest{listener, group},
+                                            std::make_shared<tReceiveLoop>(tGathering::tDuration(0)), localIp,
+                                            recBuffSize);
+    }
+    std::vector<std::unique_ptr<iDatagramSource>> openSources(const std::vector<tSourceRequest>& requests,
+                                                              std::uint32_t localIp, int recBuffSize) override
+    {
+        const auto loop = std::make_shared<tReceiveLoop>(cLongestPause);
+        std::vector<std::unique_ptr<iDatagramSource>> sources;
+        for (const tSourceRequest& request : requests)
+            sources.push_back(std::make_unique<tUdpSource>(request, loop, localIp, recBuffSize));
+        return sources;
     }
     std::unique_ptr<iDatagramSink> openSink(const NetAddress& destination, std::uint32_t localIp) override
     {

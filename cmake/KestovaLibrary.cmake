@@ -1,5 +1,5 @@
 # kestova_library(NAME SOVERSION n VERSION x.y.z HEADERS ... SOURCES ... USES ... [DESCRIPTION text]
-#                 [HEADER_STANDARD 17])
+#                 [LINKS library ...] [HEADER_STANDARD 17])
 #
 # Makes, from one list of sources:
 #   NAME_objects     the object files, for tests of what the library does not export
@@ -7,17 +7,18 @@
 #   Kestova::NAME    its alias, exported for find_package(KestovaStorage)
 #   NAME.pc          its pkg-config file
 # HEADERS are the public headers, installed below include/kestova/NAME/ and collected, as NAME/header, in the global
-# property KESTOVA_PUBLIC_HEADERS. USES names other libraries of this project. HEADER_STANDARD is the C++ standard that
+# property KESTOVA_PUBLIC_HEADERS. USES names other libraries of this project, LINKS those of the system
+# that the library needs inside; whoever links NAME_objects gets them, too. HEADER_STANDARD is the C++ standard that
 # the public headers need, 11 where it is not given; global property KESTOVA_HEADER_STANDARD_NAME.
 set(KESTOVA_INCLUDE_DIR "${CMAKE_INSTALL_INCLUDEDIR}/kestova")
 
 function(kestova_library name)
-  cmake_parse_arguments(arg "" "SOVERSION;VERSION;DESCRIPTION;HEADER_STANDARD" "HEADERS;SOURCES;USES" ${ARGN})
+  cmake_parse_arguments(arg "" "SOVERSION;VERSION;DESCRIPTION;HEADER_STANDARD" "HEADERS;SOURCES;USES;LINKS" ${ARGN})
 
   add_library(${name}_objects OBJECT ${arg_SOURCES} ${arg_HEADERS})
   set_target_properties(${name}_objects PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden
                                                    VISIBILITY_INLINES_HIDDEN ON)
-  target_link_libraries(${name}_objects PRIVATE kestova_flags Threads::Threads)
+  target_link_libraries(${name}_objects PRIVATE kestova_flags Threads::Threads ${arg_LINKS})
 
   add_library(${name} SHARED $<TARGET_OBJECTS:${name}_objects>)
   add_library(Kestova::${name} ALIAS ${name})
@@ -31,6 +32,9 @@ function(kestova_library name)
   if(NOT KESTOVA_SANITIZE AND NOT KESTOVA_FUZZ)
     target_link_options(${name} PRIVATE -Wl,--no-undefined)
   endif()
+  foreach(linked IN LISTS arg_LINKS)
+    target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:${linked}>)
+  endforeach()
   foreach(used IN LISTS arg_USES)
     target_link_libraries(${name} PUBLIC ${used})
   endforeach()

@@ -6,10 +6,12 @@
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
 #include <thread>
 #include <vector>
 
 #include "KestovaStorage/radardatasaver.h"
+#include "KestovaStorage/servicegroups.h"
 #include "KestovaUtils/multiradarclient.h"
 #include "UdpSocket/udpsocket.h"
 
@@ -20,7 +22,7 @@ const std::vector<eReadWriteType> cKinds = {eImageStream, eImageState, eArpaStre
 
 std::vector<Kestova::tGroupCounters> groupsOf(const Kestova::tRadarDataSaver& saver)
 {
-    std::vector<Kestova::tGroupCounters> groups(eTotalReadWriteTypes + 3);  // three service groups come with a radar
+    std::vector<Kestova::tGroupCounters> groups(eTotalReadWriteTypes + std::size(cServiceGroups));
     groups.resize(static_cast<std::size_t>(saver.GetGroupCounters(groups.data(), static_cast<int>(groups.size()))));
     return groups;
 }

@@ -1,13 +1,11 @@
 // Recordings that are compressed when they are finished, files converted later, and what a kill leaves of either.
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
-#include <span>
 #include <string>
 #include <sys/file.h>
 #include <sys/prctl.h>
@@ -54,47 +52,32 @@ tSegments unevenSegments(std::size_t count, std::size_t longest = 700)
     return segments;
 }
 
-// Some 20 MB.
-tSegments longSegments()
-{
-    tSegments segments;
-    for (std::uint64_t i = 0; i < 24; ++i)
-        segments.push_back({1000 + i, unevenSegment(i, 900'000)});
-    return segments;
-}
-
-// Work in a process of its own, to be ended by killed().
+// Does `work` in a process of its own and kills it after `time`; whether it was still at work.
 template <typename tWork>
-pid_t inItsOwnProcess(tWork work)
+bool killed(std::chrono::milliseconds time, tWork work)
 {
     const pid_t process = ::fork();
-    if (process != 0)
-        return process;
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    work();
-    ::_exit(0);
-}
-
-// Whether it was still at work.
-bool killed(pid_t process)
-{
+    if (process == 0)
+    {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        work();
+        ::_exit(0);
+    }
+    std::this_thread::sleep_for(time);
     int status = 0;
     ::kill(process, SIGKILL);
     ::waitpid(process, &status, 0);
     return WIFSIGNALED(status);
 }
 
-// A disk without room for a write that covers byte `place` of a file, or one that writes another byte there.
-tPwriteHook::tHandler damaging(std::uint64_t place, bool full)
+// A disk that puts another byte at `place` of a file.
+tPwriteHook::tHandler spoiling(std::uint64_t place)
 {
-    return [place, full](int file, const void* data, std::size_t len, off_t pos) -> ssize_t {
-        const auto begin = static_cast<std::uint64_t>(pos);
-        if (place < begin || place >= begin + len)
-            return tPwriteHook::write(file, data, len, pos);
-        errno = ENOSPC;
+    return [place](int file, const void* data, std::size_t len, off_t pos) {
         std::string bytes(static_cast<const char*>(data), len);
-        bytes[place - begin] ^= 1;
-        return full ? -1 : tPwriteHook::write(file, bytes.data(), len, pos);
+        if (place - static_cast<std::uint64_t>(pos) < len)
+            bytes[place - static_cast<std::uint64_t>(pos)] ^= 1;
+        return tPwriteHook::write(file, bytes.data(), len, pos);
     };
 }
 
@@ -251,45 +234,19 @@ TEST_F(tCompressedStorageTest, keepsThePlainFileWhereTheOutputIsAnothers)
     EXPECT_FALSE(fs::exists(encoded(path)));
 }
 
-// What a death within one write leaves is a matter of tDyingWriterTest.
-TEST_F(tCompressedStorageTest, leavesAllThatWasWrittenWheneverItsRecorderIsKilled)
-{
-    const tSegments segments = longSegments();
-    for (int round = 0; round < 12; ++round)
-    {
-        const bool early = round % 4 == 0;  // while it records; otherwise while it compresses
-        const std::string own = dir.file(std::to_string(round)) + "/";
-        fs::create_directories(own);
-        const pid_t recorder = inItsOwnProcess([&] { record(segments, own); });
-        EXPECT_TRUE(waitUntil(
-            [&] {
-                const auto files = dataFilesIn(own);
-                std::error_code gone;
-                return early ? !files.empty() && fs::file_size(*files.begin(), gone) > 12'000'000 : entriesIn(own) > 1;
-            },
-            std::chrono::seconds(20)));
-        std::this_thread::sleep_for(std::chrono::milliseconds(round * 6));
-        killed(recorder);
-        const std::set<std::string> left = dataFilesIn(own);
-        ASSERT_EQ(left.size(), 1u);
-        const tSegments found = segmentsOf(*left.begin());
-        EXPECT_TRUE(early || found.size() == 24);
-        EXPECT_TRUE(std::ranges::equal(found, std::span(segments).first(std::min(found.size(), segments.size()))));
-    }
-}
-
 TEST_F(tCompressedStorageTest, leavesOneWholeFileWhereverItsConversionIsKilled)
 {
-    const tSegments segments = longSegments();
+    tSegments segments;  // some 20 MB
+    for (std::uint64_t i = 0; i < 24; ++i)
+        segments.push_back({1000 + i, unevenSegment(i, 900'000)});
     plainFile(segments);
     int kills = 0;
     for (int round = 0; round < 30; ++round)
     {
         const std::string path = *dataFilesIn(dir.string()).begin();
         const auto convert = path == dir.file("p.data") ? tDataFileConverter::Compress : tDataFileConverter::Expand;
-        const pid_t converter = inItsOwnProcess([&] { convert(path, ".data", nullptr, nullptr, nullptr); });
-        std::this_thread::sleep_for(std::chrono::milliseconds(round * 7 % 125));
-        kills += killed(converter) ? 1 : 0;
+        const auto time = std::chrono::milliseconds(round * 7 % 125);
+        kills += killed(time, [&] { convert(path, ".data", nullptr, nullptr, nullptr); }) ? 1 : 0;
         const std::set<std::string> files = dataFilesIn(dir.string());
         ASSERT_EQ(files.size(), 1u);
         ASSERT_TRUE(segmentsOf(*files.begin()) == segments) << *files.begin();
@@ -425,7 +382,7 @@ TEST_F(tCompressedStorageTest, keepsTheOriginalWhereverTheResultIsSpoiltOrTheDis
             for (const bool full : {false, true})
             {
                 SCOPED_TRACE(place);
-                const tPwriteHook hook(damaging(place, full));
+                const tPwriteHook hook(full ? tPwriteHook::noRoom(place, place + 1) : spoiling(place));
                 EXPECT_FALSE(convert(path, ".data", nullptr, nullptr, &error));
                 expectError(full ? "No space left" : "the result");
                 EXPECT_TRUE(segmentsOf(path) == segments);

@@ -1,7 +1,7 @@
 // One data file: what its writer leaves, whole, on a full disk and when it dies, and what its reader believes.
-#include <cerrno>
 #include <fcntl.h>
 #include <optional>
+#include <tuple>
 
 #include "KestovaStorage/internal/datafile/datafilewriter.h"
 #include "support/filebytes.h"
@@ -43,19 +43,6 @@ protected:
         for (const std::size_t len : lengths)
             segments.push_back({cNow + first + segments.size(), numberedSegment(first + segments.size(), len)});
         return segments;
-    }
-    // A disk without room for what lies from `from` to `to` in a file.
-    static tPwriteHook::tHandler noRoom(std::uint64_t from, std::uint64_t to)
-    {
-        return [from, to](int file, const void* data, std::size_t len, off_t pos) -> ssize_t {
-            const auto begin = static_cast<std::uint64_t>(pos);
-            if (begin + len <= from || begin >= to)
-                return tPwriteHook::write(file, data, len, pos);
-            if (begin < from)
-                return tPwriteHook::write(file, data, from - begin, pos);
-            errno = ENOSPC;
-            return -1;
-        };
     }
     std::string bytesAt(std::uint64_t pos, std::size_t len) const { return bytesOf(path, pos, len); }
 
@@ -123,6 +110,62 @@ TEST_F(tDataFileWriterTest, finishesAFileWithoutSegmentsAndMakesNoneWhereOneExis
     EXPECT_EQ(segmentsOf(path), tSegments{});
 }
 
+namespace
+{
+// Something happens right before each read.
+class tReadHook
+{
+public:
+    explicit tReadHook(std::function<void(off_t)> before)
+    {
+        s_before = std::move(before);
+        tFileCalls::s_read = [](int file, void* to, std::size_t len, off_t pos) {
+            s_before(pos);
+            return ::pread(file, to, len, pos);
+        };
+    }
+    ~tReadHook() { tFileCalls::s_read = ::pread; }
+    tReadHook(const tReadHook&) = delete;
+    tReadHook& operator=(const tReadHook&) = delete;
+
+private:
+    static inline std::function<void(off_t)> s_before;
+};
+}  // namespace
+
+TEST_F(tDataFileWriterTest, isNeverSeenDamagedWhileItIsWritten)
+{
+    const struct
+    {
+        off_t pos;  // of the read before which more is written
+        bool finish;
+        std::size_t before, seen;
+    } cases[] = {{2048, false, 2, 4}, {2000, false, 2, 4}, {2048, true, 2, 4}, {2000, true, 0, 2}, {2000, true, 2, 4}};
+    for (const auto& c : cases)
+    {
+        const std::string file = dir.file(std::to_string(&c - cases));
+        ASSERT_NE(writer = tDataFileWriter::create(file), nullptr);
+        if (c.before != 0)
+            append(numbered({10, 20}));
+        const tReadHook hook([&](off_t pos) {
+            if (pos != c.pos)
+                return;
+            append(numbered({30, 40}, 2));
+            if (c.finish)
+                writer->finish();
+        });
+        tDataFile reader;
+        ASSERT_TRUE(reader.open(file));
+        EXPECT_EQ(reader.damagedCount(), 0u) << &c - cases;
+        EXPECT_EQ(reader.recordCount(), c.seen) << &c - cases;
+    }
+    std::ofstream(dir.file("new"));
+    int looks = 0;
+    const tReadHook hook(
+        [&](off_t pos) { pos == 0 && ++looks == 2 ? putBytes(dir.file("new"), 0, cPlainMagic) : void(); });
+    EXPECT_TRUE(tDataFile().open(dir.file("new")));
+}
+
 TEST_F(tDataFileWriterTest, isFullBehindTheSegmentThatStartsBeyondTheLimit)
 {
     const tPwriteHook noDisk([](int, const void*, std::size_t len, off_t) { return static_cast<ssize_t>(len); });
@@ -145,36 +188,33 @@ TEST_F(tDataFileWriterTest, isFullBehindTheSegmentThatStartsBeyondTheLimit)
 
 TEST_F(tDataFileWriterTest, givesUpOnlyWhatTheDiskRefusesAndGoesOnWhenThereIsRoom)
 {
-    const struct
+    using tKept = std::set<std::size_t>;  // of the segments given meanwhile
+    const std::tuple<const char*, std::uint64_t, std::uint64_t, tKept> cases[] = {
+        {"behind 370 bytes", 10'000'000 + 19 + 370, UINT64_MAX, {0, 1, 3, 5}},
+        {"for index records", 2048, 10'000'000, {}},
+        {"for the magic", 0, UINT64_MAX, {}}};
+    for (const auto& [noRoom, from, to, kept] : cases)
     {
-        const char* noRoom;
-        std::uint64_t from, to;
-        std::set<std::size_t> kept;  // of the segments given meanwhile
-    } cases[] = {{"behind 370 bytes", 10'000'000 + 19 + 370, UINT64_MAX, {0, 1, 3, 5}},
-                 {"for index records", 2048, 10'000'000, {}},
-                 {"for the magic", 0, UINT64_MAX, {}}};
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(c.noRoom);
-        const std::string file = dir.file(c.noRoom);
-        tSegments expected = c.from == 0 ? tSegments() : numbered({9, 10});
+        SCOPED_TRACE(noRoom);
+        const std::string file = dir.file(noRoom);
+        tSegments expected = from == 0 ? tSegments() : numbered({9, 10});
         const tSegments given = numbered({100, 200, 300, 50, 70, 20, 10, 90}, 2), later = numbered({1000, 8}, 20);
         testing::internal::CaptureStderr();
         std::optional<tPwriteHook> full;
-        if (c.from == 0)
-            full.emplace(noRoom(c.from, c.to));
+        if (from == 0)
+            full.emplace(tPwriteHook::noRoom(from, to));
         ASSERT_NE(writer = tDataFileWriter::create(file), nullptr);
         append(expected);
         if (!full)
-            full.emplace(noRoom(c.from, c.to));
+            full.emplace(tPwriteHook::noRoom(from, to));
         append(given);
         full.reset();
-        EXPECT_EQ(writer->lost(), given.size() - c.kept.size());
+        EXPECT_EQ(writer->lost(), given.size() - kept.size());
         append(later);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), file + ": No space left on device\n");
         writer->finish();
-        for (const std::size_t kept : c.kept)
-            expected.push_back(given[kept]);
+        for (const std::size_t number : kept)
+            expected.push_back(given[number]);
         expected.insert(expected.end(), later.begin(), later.end());
         EXPECT_EQ(segmentsOf(file), expected);
         EXPECT_EQ(bytesOf(file, 2000, 8), (std::string{static_cast<char>(expected.size()), 0, 0, 0, '\xE8', 3, 0, 0}));
@@ -290,7 +330,7 @@ protected:
     void restore()
     {
         ::unlink(path.c_str());
-        writePieces(KESTOVA_TEST_DATA "/plain_three_segments.txt", path);
+        recordByHand(path, {{cNow, first}, {cNow, second}, {cNow + 1, third + " 12.5 m"}});
     }
     // "count+damaged" and the payloads that can be read; "-" for a file that does not open.
     std::string seen()
@@ -306,13 +346,13 @@ protected:
     }
 
     tTempDir dir;
-    const std::string path = dir.file("0000_golden.data");
+    const std::string path = dir.file("0000.data");
     const std::string first = "spoke", second{"\x00\x01\x02\xff", 4}, third = "depth";
     const std::string whole = "3+0 " + first + " " + second + " " + third;
 };
 }  // namespace
 
-TEST_F(tDataFileReaderTest, readsTheGoldenFile)
+TEST_F(tDataFileReaderTest, readsWhatWasMadeByHand)
 {
     tDataFile file;
     ASSERT_TRUE(file.open(path));
@@ -336,26 +376,21 @@ TEST_F(tDataFileReaderTest, readsTheGoldenFile)
 
 TEST_F(tDataFileReaderTest, takesFromACutFileWhatIsStillWhole)
 {
-    const struct
+    const std::pair<std::uint64_t, std::string> cases[] = {{0, "-"},
+                                                           {3, "-"},
+                                                           {4, "0+0"},
+                                                           {2003, "0+3"},  // says three records and holds none
+                                                           {2048 + 20, "0+3"},
+                                                           {cIndexEnd, "0+3"},
+                                                           {10'000'004, "0+3"},
+                                                           {10'000'005, "1+2 " + first},
+                                                           {cFileEnd - 1, "2+1 " + first + " " + second},
+                                                           {cFileEnd, whole}};
+    for (const auto& [size, expected] : cases)
     {
-        std::uint64_t size;
-        std::string seen;
-    } cases[] = {{0, "-"},
-                 {3, "-"},
-                 {4, "0+0"},
-                 {2003, "0+3"},  // says three records and holds none
-                 {2048 + 20, "0+3"},
-                 {cIndexEnd, "0+3"},
-                 {10'000'004, "0+3"},
-                 {10'000'005, "1+2 " + first},
-                 {cFileEnd - 1, "2+1 " + first + " " + second},
-                 {cFileEnd, whole}};
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(c.size);
         restore();
-        ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(c.size)), 0);
-        EXPECT_EQ(seen(), c.seen);
+        ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(size)), 0);
+        EXPECT_EQ(seen(), expected) << size;
     }
 }
 
@@ -363,30 +398,26 @@ TEST_F(tDataFileReaderTest, believesNothingThatCannotBe)
 {
     const std::uint64_t record2 = 2048 + 21, limit = 1ull << 48;
     const std::string withoutSecond = "2+1 " + first + " " + third;
-    const struct
+    using tText = std::string;
+    const std::tuple<const char*, std::uint64_t, tText, tText> cases[] = {
+        {"foreign magic", 0, "RIFF", "-"},
+        {"a Huffman file's records cannot be read yet", 0, cHuffmanMagic, "3+0 ? ? ?"},
+        {"fewer records than there are", 2000, indexHead(2), "2+0 " + first + " " + second},
+        {"more records, whose times are zero", 2000, indexHead(5), whole},
+        {"not finished", 2000, indexHead(0), whole},
+        {"a longest segment of 4 GiB", 2000, indexHead(3, 0xFFFFFFFF), whole},
+        {"time zero ends the index", record2, indexRecord(0, 10'000'005, 4), "1+0 " + first},
+        {"the last possible time", record2, indexRecord(limit - 1, 10'000'005, 4), whole},
+        {"an impossible time", record2, indexRecord(limit, 10'000'005, 4), withoutSecond},
+        {"empty at the end of the file", record2, indexRecord(cNow, cFileEnd, 0), "3+0 spoke  depth"},
+        {"one byte too long", record2, indexRecord(cNow, cFileEnd - 5, 6), withoutSecond},
+        {"an end that overflows", record2, indexRecord(cNow, UINT64_MAX - 2, 0xFFFFFFFF), withoutSecond},
+        {"overlapping another", record2, indexRecord(cNow, 10'000'001, 4), "3+0 spoke poke depth"}};
+    for (const auto& [what, offset, bytes, expected] : cases)
     {
-        const char* what;
-        std::uint64_t offset;
-        std::string bytes, seen;
-    } cases[] = {{"foreign magic", 0, "RIFF", "-"},
-                 {"a Huffman file's records cannot be read yet", 0, cHuffmanMagic, "3+0 ? ? ?"},
-                 {"fewer records than there are", 2000, indexHead(2), "2+0 " + first + " " + second},
-                 {"more records, whose times are zero", 2000, indexHead(5), whole},
-                 {"not finished", 2000, indexHead(0), whole},
-                 {"a longest segment of 4 GiB", 2000, indexHead(3, 0xFFFFFFFF), whole},
-                 {"time zero ends the index", record2, indexRecord(0, 10'000'005, 4), "1+0 " + first},
-                 {"the last possible time", record2, indexRecord(limit - 1, 10'000'005, 4), whole},
-                 {"an impossible time", record2, indexRecord(limit, 10'000'005, 4), withoutSecond},
-                 {"empty at the end of the file", record2, indexRecord(cNow, cFileEnd, 0), "3+0 spoke  depth"},
-                 {"one byte too long", record2, indexRecord(cNow, cFileEnd - 5, 6), withoutSecond},
-                 {"an end that overflows", record2, indexRecord(cNow, UINT64_MAX - 2, 0xFFFFFFFF), withoutSecond},
-                 {"overlapping another", record2, indexRecord(cNow, 10'000'001, 4), "3+0 spoke poke depth"}};
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(c.what);
         restore();
-        putBytes(path, c.offset, c.bytes);
-        EXPECT_EQ(seen(), c.seen);
+        putBytes(path, offset, bytes);
+        EXPECT_EQ(seen(), expected) << what;
     }
 }
 

@@ -66,30 +66,28 @@ TEST_F(tNetworkInterfacesTest, clientTellsEveryChangeOfTheChosenInterfaceAndItsA
     const std::string add1 = "addr add 10.77.0.1/24 dev radar0", add2 = "addr add 10.77.0.2/24 dev radar0";
     const std::string del1 = "addr del 10.77.0.1/24 dev radar0", del2 = "addr del 10.77.0.2/24 dev radar0";
     const std::string none = "0.0.0.0", one = "10.77.0.1", two = "10.77.0.2", gone = "link del radar0";
-    const struct
+    // Commands before, what is chosen, changes, and what is reported, the first of it before the changes.
+    const std::tuple<std::string, std::string, tTexts, tTexts> cases[] = {
+        {"link show", "radar0", {add1, del1, add2, gone}, {none, one, none, two, none}},
+        {add1, "radar0", {gone, "new radar0", add1}, {one, none, one}},  // the same on another interface
+        {add1 + " && ip " + add2, two, {del2}, {two, one}},
+        {"link show", two, {add2, del2}, {two, two, none}}};  // strange at first
+    for (const auto& [before, chosen, changes, expected] : cases)
     {
-        std::string before, chosen;
-        tTexts changes, told;  // the first word comes before the changes
-    } cases[] = {{"link show", "radar0", {add1, del1, add2, gone}, {none, one, none, two, none}},
-                 {add1, "radar0", {gone, "new radar0", add1}, {one, none, one}},  // the same on another interface
-                 {add1 + " && ip " + add2, two, {del2}, {two, one}},
-                 {"link show", two, {add2, del2}, {two, two, none}}};  // strange at first
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(testing::PrintToString(c.told));
-        ASSERT_TRUE(ip(c.before) && client().setLocalInterface(c.chosen));
+        SCOPED_TRACE(testing::PrintToString(expected));
+        ASSERT_TRUE(ip(before) && client().setLocalInterface(chosen));
         tAddressListener listener;
         client().addListener(&listener);
         std::size_t told = 0;
         ASSERT_TRUE(waitUntil([&] { return listener.count() == told + 1; }));
-        for (const std::string& change : c.changes)
+        for (const std::string& change : changes)
         {
             const bool isNew = change == "new radar0";  // has no address yet, so nothing is told
             ASSERT_TRUE(isNew ? network().addInterface("radar0") : ip(change)) << change;
             told += isNew ? 0 : 1;
             ASSERT_TRUE(waitUntil([&] { return listener.count() == told + 1; })) << change;
         }
-        EXPECT_EQ(listener.all(), c.told);
+        EXPECT_EQ(listener.all(), expected);
         renew();
     }
 }

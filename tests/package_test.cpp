@@ -202,39 +202,36 @@ TEST_F(tPackageSplitterTest, findsItsWayAgainAfterDamage)
     const std::string good = makePackage(0), beat = "... Client ID:17 HeartBeat!\r\n", dots(70, '.');
     const std::string wrongEnd = good.substr(0, 40) + 'R', wrongHead = 'q' + good.substr(1);
     const std::string dotsRead = "head 2E2E2E2E2E2E2E2E:........";
-    const struct
+    // Bytes, the lines printed for them, the packages found, the bytes that stay.
+    const std::tuple<std::string, tTexts, std::size_t, std::size_t> cases[] = {
+        {good.substr(0, 40), {}, 0, 40},
+        {"0123456789", {}, 0, 10},  // too short to be judged
+        {"0123456789" + good, {bad("head 3736353433323130:01234567", 51), deleted(10, 41)}, 1, 0},
+        {dots, {bad(dotsRead, 70), deleted(70, 0)}, 0, 0},
+        {dots + good.substr(0, 7), {bad(dotsRead, 77), deleted(77, 0)}, 0, 0},  // a head cut in two
+        {wrongHead + good, {bad("head 656C6176726F7571:quorvale", 82), deleted(41, 41)}, 1, 0},
+        {std::string("ab\0defgh", 8) + good, {bad("head 6867666564006261:ab", 49), deleted(8, 41)}, 1, 0},
+        {wrongEnd + good, {bad("end 52616461525F515A", 82)}, 1, 0},
+        // A wrong end loses 41 bytes, not the package.
+        {makePackage(0, "ten bytes!", eIdentify, 9) + good,
+         {bad("end 616461525F515A21", 92), bad("head 6461525F515A2173:s!ZQ_Rad", 51), deleted(10, 41)},
+         1,
+         0},
+        {makePackage(0, "", eIdentify, 65535), {bad("end 0", 41)}, 0, 0},  // an end that is not there
+        {"check1" + std::string(34, '.'), {}, 0, 40},
+        {"check1" + good, {beat}, 1, 0},
+        {std::string("check\0", 6) + "checkQ" + good, {beat, beat}, 1, 0}};
+    for (const auto& [bytes, lines, packages, rest] : cases)
     {
-        std::string bytes;
-        tTexts lines;
-        std::size_t packages, rest;
-    } cases[] = {{good.substr(0, 40), {}, 0, 40},
-                 {"0123456789", {}, 0, 10},  // too short to be judged
-                 {"0123456789" + good, {bad("head 3736353433323130:01234567", 51), deleted(10, 41)}, 1, 0},
-                 {dots, {bad(dotsRead, 70), deleted(70, 0)}, 0, 0},
-                 {dots + good.substr(0, 7), {bad(dotsRead, 77), deleted(77, 0)}, 0, 0},  // a head cut in two
-                 {wrongHead + good, {bad("head 656C6176726F7571:quorvale", 82), deleted(41, 41)}, 1, 0},
-                 {std::string("ab\0defgh", 8) + good, {bad("head 6867666564006261:ab", 49), deleted(8, 41)}, 1, 0},
-                 {wrongEnd + good, {bad("end 52616461525F515A", 82)}, 1, 0},
-                 // A wrong end loses 41 bytes, not the package.
-                 {makePackage(0, "ten bytes!", eIdentify, 9) + good,
-                  {bad("end 616461525F515A21", 92), bad("head 6461525F515A2173:s!ZQ_Rad", 51), deleted(10, 41)},
-                  1,
-                  0},
-                 {makePackage(0, "", eIdentify, 65535), {bad("end 0", 41)}, 0, 0},  // an end that is not there
-                 {"check1" + std::string(34, '.'), {}, 0, 40},
-                 {"check1" + good, {beat}, 1, 0},
-                 {std::string("check\0", 6) + "checkQ" + good, {beat, beat}, 1, 0}};
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(c.bytes);
+        SCOPED_TRACE(bytes);
         m_packages.clear();
         m_lines.clear();
         m_rest.clear();
         m_splitter.resetCount();
-        feed(c.bytes);
-        EXPECT_EQ(m_lines, c.lines);
-        EXPECT_EQ(m_packages, tTexts(c.packages, good));
-        EXPECT_EQ(m_rest.size(), c.rest);
+        feed(bytes);
+        EXPECT_EQ(m_lines, lines);
+        EXPECT_EQ(m_packages, tTexts(packages, good));
+        EXPECT_EQ(m_rest.size(), rest);
     }
 }
 

@@ -1,10 +1,13 @@
 #include "KestovaStorage/packagebuilderandsplitter.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
+#include <thread>
 
-#include "support/packagecollector.h"
+#include "support/collector.h"
+#include "support/gate.h"
 #include "support/radarpackages.h"
 #include "support/waituntil.h"
 
@@ -13,6 +16,43 @@ using namespace std::chrono_literals;
 namespace
 {
 const tUdpMsgInfo cInfo{1, 2, eRadarClientType, 3, 4};
+
+struct tPackageCall
+{
+    std::string bytes;
+    int id;
+    unsigned long timestamp;
+    std::thread::id thread;
+};
+
+// An observer that keeps every call.
+class tPackageCollector : public iPackageObserver
+{
+public:
+    void UpdateSplittedPackage(const tRadarMsgPackage* package, unsigned size, int id) override
+    {
+        keep(m_splitted, {{reinterpret_cast<const char*>(package), size}, id, 0, std::this_thread::get_id()});
+    }
+    void UpdateBuildedPackage(const char* package, unsigned size, int id, unsigned long timestamp) override
+    {
+        keep(m_builded, {{package, size}, id, timestamp, std::this_thread::get_id()});
+    }
+    std::vector<tPackageCall> splitted() const { return m_splitted.all(); }
+    std::vector<tPackageCall> builded() const { return m_builded.all(); }
+    std::size_t count() const { return m_splitted.count() + m_builded.count(); }
+
+    std::function<void()> m_onCall;  // set before packages flow; called without a lock
+
+private:
+    void keep(tCollector<tPackageCall>& calls, tPackageCall call)
+    {
+        calls.add(std::move(call));
+        if (m_onCall)
+            m_onCall();
+    }
+
+    tCollector<tPackageCall> m_splitted, m_builded;
+};
 
 class tPackageBuilderAndSplitterTest : public testing::Test
 {

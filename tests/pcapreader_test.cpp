@@ -161,40 +161,36 @@ TEST_F(tPcapReaderTest, deliversWhatTheIpHeaderClaims)
 TEST_F(tPcapReaderTest, tellsKindsByAddressAndBeginning)
 {
     const std::string mark = "ab\xE0", radar = "\xA0\x04";
-    const struct
-    {
-        std::string address, payload, kind;
-        unsigned port = 1;
-    } cases[] = {{"239.1.1.1", spoke(542, mark + cZero), "Spoke"},
-                 {"239.1.1.1", spoke(542, mark), "Unknow"},
-                 {"239.1.1.1", spoke(2078, mark + "\x01"), "OriSpoke"},
-                 {"239.1.1.1", spoke(2078, mark + cZero), "Unknow"},
-                 {"239.1.1.1", spoke(2620, mark + cZero), "Spoke OriSpoke"},
-                 {"239.1.1.1", spoke(541, mark + cZero), "Unknow"},
-                 {"239.1.1.1", spoke(542, "ab" + cZero), "Unknow"},
-                 {"234.5.8.24", "x", "RadarCtrl", 35096},
-                 {"234.5.8.24", "x", "Unknow", 35097},
-                 {"234.5.8.25", radar + "$RATTM", "RadarState", 35097},
-                 {"234.5.8.24", spoke(542, mark + cZero), "Spoke", 35096},
-                 {"239.1.1.1", radar + "$RATTM,1", "RATTM"},
-                 {"239.1.1.1", radar + "$RHTTM", "RHTTM"},
-                 {"239.1.1.1", radar + "$RHTT", "Unknow"},
-                 {"239.1.1.1", "$HEHD", "Unknow"},
-                 {"239.1.1.1", "$GPGGA,1", "Unknow"},
-                 {"239.1.1.1", "$HEROT,", "INS"},
-                 {"239.1.1.1", "$SNATT", "INS"},
-                 {"239.1.1.1", "$GNZDA,", "INS"},
-                 {"239.1.1.1", "$GNGLL,", "INS"},
-                 {"239.1.1.1", "$GNVTG,", "INS"},
-                 {"239.1.1.1", "$HEHDT", "INS"}};
-    for (const auto& c : cases)
-        capture.add(to(c.address, c.port, c.payload));
+    const std::tuple<std::string, unsigned, std::string, std::string> cases[] = {
+        {"239.1.1.1", 1, spoke(542, mark + cZero), "Spoke"},
+        {"239.1.1.1", 1, spoke(542, mark), "Unknow"},
+        {"239.1.1.1", 1, spoke(2078, mark + "\x01"), "OriSpoke"},
+        {"239.1.1.1", 1, spoke(2078, mark + cZero), "Unknow"},
+        {"239.1.1.1", 1, spoke(2620, mark + cZero), "Spoke OriSpoke"},
+        {"239.1.1.1", 1, spoke(541, mark + cZero), "Unknow"},
+        {"239.1.1.1", 1, spoke(542, "ab" + cZero), "Unknow"},
+        {"234.5.8.24", 35096, "x", "RadarCtrl"},
+        {"234.5.8.24", 35097, "x", "Unknow"},
+        {"234.5.8.25", 35097, radar + "$RATTM", "RadarState"},
+        {"234.5.8.24", 35096, spoke(542, mark + cZero), "Spoke"},
+        {"239.1.1.1", 1, radar + "$RATTM,1", "RATTM"},
+        {"239.1.1.1", 1, radar + "$RHTTM", "RHTTM"},
+        {"239.1.1.1", 1, radar + "$RHTT", "Unknow"},
+        {"239.1.1.1", 1, "$HEHD", "Unknow"},
+        {"239.1.1.1", 1, "$GPGGA,1", "Unknow"},
+        {"239.1.1.1", 1, "$HEROT,", "INS"},
+        {"239.1.1.1", 1, "$SNATT", "INS"},
+        {"239.1.1.1", 1, "$GNZDA,", "INS"},
+        {"239.1.1.1", 1, "$GNGLL,", "INS"},
+        {"239.1.1.1", 1, "$GNVTG,", "INS"},
+        {"239.1.1.1", 1, "$HEHDT", "INS"}};
+    for (const auto& [address, port, payload, kind] : cases)
+        capture.add(to(address, port, payload));
     read({});
     ASSERT_EQ(log.datagrams.size(), std::size(cases));
-    for (std::size_t i = 0; i < std::size(cases); ++i)
-        EXPECT_THAT(log.datagrams[i],
-                    HasSubstr(':' + std::to_string(cases[i].port) + ' ' + cases[i].kind + ' ' + cases[i].payload))
-            << i;
+    auto datagram = log.datagrams.begin();
+    for (const auto& [address, port, payload, kind] : cases)
+        EXPECT_THAT(*datagram++, HasSubstr(':' + std::to_string(port) + ' ' + kind + ' ' + payload));
 }
 
 TEST_F(tPcapReaderTest, endsAtASpokeThatBeginsWithZero)

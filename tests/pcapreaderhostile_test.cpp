@@ -28,19 +28,15 @@ std::size_t peakMebibytes()
 TEST_F(tPcapReaderHostileTest, keepsRowsUpToDateAsIfComposedAtTheEnd)
 {
     std::mt19937 random(7);
-    for (const int count : {1, 3, 10, 100, 500, 3000})
-    {
-        capture = {};
-        for (int i = 0; i < count; ++i)
-            capture.add(to("239.0.0." + std::to_string(random() % 40), static_cast<unsigned>(1 + random() % 3),
-                           (random() % 4 == 0 ? "$HEHDT" : "abcdef") + std::string(random() % 5, 'x')));
-        read({});
-        const tLines stepByStep = log.reports.back();
-        pcap::tPcapReader atOnce(write(), &log);
-        atOnce.ReportAtEndOnly(true);
-        read(atOnce, {});
-        EXPECT_EQ(stepByStep, log.reports.back());
-    }
+    for (int i = 0; i < 3000; ++i)
+        capture.add(to("239.0.0." + std::to_string(random() % 40), static_cast<unsigned>(1 + random() % 3),
+                       (random() % 4 == 0 ? "$HEHDT" : "abcdef") + std::string(random() % 5, 'x')));
+    read({});
+    const tLines stepByStep = log.reports.back();
+    pcap::tPcapReader atOnce(write(), &log);
+    atOnce.ReportAtEndOnly(true);
+    read(atOnce, {});
+    EXPECT_EQ(stepByStep, log.reports.back());
 }
 
 TEST_F(tPcapReaderHostileTest, showsTheLatestOfEqualsFirst)

@@ -32,44 +32,52 @@ protected:
 
 TEST_F(tPlayClockTest, ticksAtTheSpeedOfTheTable)
 {
-    const struct
+    const std::tuple<double, std::uint64_t, std::uint64_t> cases[] = {
+        {10.001, 10, 0}, {20, 10, 0},         {cInfinity, 10, 0}, {0.0999, 0, 10}, {0.01, 0, 10}, {0, 0, 10},
+        {-3, 0, 10},     {-cInfinity, 0, 10}, {1.0001, 1, 0},     {1.5, 1, 0},     {2, 2, 0},     {9.99, 9, 0},
+        {10.0, 10, 0},   {1.0, 0, 0},         {cNaN, 0, 0},       {0.1, 0, 10},    {0.25, 0, 4},  {0.3, 0, 3},
+        {0.5, 0, 2},     {0.51, 0, 1},        {0.999, 0, 1}};
+    for (const auto& [rate, fast, slow] : cases)
     {
-        double rate;
-        std::uint64_t fast, slow;
-    } cases[] = {{10.001, 10, 0}, {20, 10, 0},         {cInfinity, 10, 0}, {0.0999, 0, 10}, {0.01, 0, 10}, {0, 0, 10},
-                 {-3, 0, 10},     {-cInfinity, 0, 10}, {1.0001, 1, 0},     {1.5, 1, 0},     {2, 2, 0},     {9.99, 9, 0},
-                 {10.0, 10, 0},   {1.0, 0, 0},         {cNaN, 0, 0},       {0.1, 0, 10},    {0.25, 0, 4},  {0.3, 0, 3},
-                 {0.5, 0, 2},     {0.51, 0, 1},        {0.999, 0, 1}};
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE(c.rate);
-        clock.setSpeed(speedFor(c.rate), cStart);
+        SCOPED_TRACE(rate);
+        clock.setSpeed(speedFor(rate), cStart);
         clock.start(cFirst, cStart);
         for (const std::uint64_t passed : {0u, 110u, 1'100'000u})  // the first tick comes at once
-            EXPECT_EQ(msAt(cStart + passed * 1ms), (passed / (1 + c.slow) + 1) * std::max<std::uint64_t>(c.fast, 1));
+            EXPECT_EQ(msAt(cStart + passed * 1ms), (passed / (1 + slow) + 1) * std::max<std::uint64_t>(fast, 1));
     }
+}
+
+TEST_F(tPlayClockTest, isExactlyAsFastAsAnExactSpeedAndRefusesNoSpeeds)
+{
+    for (const double speed : {0.001, 0.3, 0.75, 1.0, 1.5, 9.99, 100.25, 1e6})
+    {
+        const double wanted = 86'400'000 * speed;
+        clock.setSpeed(exactSpeedFor(speed).value(), cStart);
+        clock.start(cFirst, cStart);
+        EXPECT_NEAR(static_cast<double>(msAt(cStart + 24h)), wanted, 1.5) << speed;
+        EXPECT_NEAR(static_cast<double>(msAt(clock.dueTime(cFirst + (123'456'789ull << 16)))), 123'456'789, 1) << speed;
+    }
+    for (const double none : {0.0, -1.5, 0.000999, 1'000'000.1, cInfinity, -cInfinity, cNaN})
+        EXPECT_FALSE(exactSpeedFor(none)) << none;
 }
 
 TEST_F(tPlayClockTest, findsTheStartForAnyFraction)
 {
-    const std::uint64_t most = UINT64_MAX, last = cFirst + cSpan, digits = (1ull << 60) - 1;  // more than a double has
-    const struct
-    {
-        double fraction;
-        std::uint64_t first, last, start;
-    } cases[] = {{0, cFirst, last, cFirst},
-                 {0.5, cFirst, last, cFirst + cSpan / 2},
-                 {2, cFirst, last, cFirst + 2 * cSpan},
-                 {-0.1, cFirst, last, cFirst - cSpan / 10},
-                 {-1e30, cFirst, last, 0},
-                 {-cInfinity, cFirst, last, 0},
-                 {cInfinity, cFirst, last, most},
-                 {cNaN, cFirst, last, cFirst},
-                 {1, cFirst, cFirst + digits, cFirst + digits},
-                 {0.7, cFirst, cFirst, cFirst},
-                 {1, 1, most, most}};
-    for (const auto& c : cases)
-        EXPECT_EQ(startKeyFor(c.fraction, c.first, c.last), c.start) << c.fraction;
+    const std::uint64_t most = UINT64_MAX, end = cFirst + cSpan, digits = (1ull << 60) - 1;  // more than a double has
+    const std::tuple<double, std::uint64_t, std::uint64_t, std::uint64_t> cases[] = {
+        {0, cFirst, end, cFirst},
+        {0.5, cFirst, end, cFirst + cSpan / 2},
+        {2, cFirst, end, cFirst + 2 * cSpan},
+        {-0.1, cFirst, end, cFirst - cSpan / 10},
+        {-1e30, cFirst, end, 0},
+        {-cInfinity, cFirst, end, 0},
+        {cInfinity, cFirst, end, most},
+        {cNaN, cFirst, end, cFirst},
+        {1, cFirst, cFirst + digits, cFirst + digits},
+        {0.7, cFirst, cFirst, cFirst},
+        {1, 1, most, most}};
+    for (const auto& [fraction, first, last, start] : cases)
+        EXPECT_EQ(startKeyFor(fraction, first, last), start) << fraction;
 }
 
 TEST_F(tPlayClockTest, isDueWhenThePositionIsReachedAndNotBefore)

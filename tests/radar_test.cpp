@@ -52,17 +52,12 @@ TEST(tRadarStreamsTest, joinsTheWantedStreamsInOrderThenTheFixedGroupsAndEachGro
 
 TEST(tRecordingNameTest, isSerialAndLetter)
 {
-    const struct
-    {
-        const char* serial;
-        unsigned short id;
-        const char* name;
-    } cases[] = {
+    const std::tuple<const char*, unsigned short, const char*> cases[] = {
         {"A1:2", 1, "A1_2_B"},   {"A1:2:3", 0, "A1_2:3_A"},   {":A1:2", 2, ":A1:2_C"}, {"A1", 25, "A1_Z"},
         {"A1", 26, "A1_26"},     {"A1", 191, "A1_191"},       {"A1", 238, "A1_238"},   {"A1", 65535, "A1_65535"},
         {"../x", 0, "..%2Fx_A"}, {"a\\b\n", 0, "a%5Cb%0A_A"}, {"", 0, "_A"},           {"\xC3\xA9", 0, "\xC3\xA9_A"}};
-    for (const auto& c : cases)
-        EXPECT_EQ(recordingName(c.serial, c.id), c.name);
+    for (const auto& [serial, id, name] : cases)
+        EXPECT_EQ(recordingName(serial, id), name);
 }
 
 namespace
@@ -128,6 +123,7 @@ TEST(tTransportTest, carriesReceptionQueriesAndReplayOverAnyTransport)
     tServiceQuery query;
     query.setSink(wire.openSink({1, 1}, 0));
     EXPECT_FALSE(query.queryIfSilent(std::chrono::steady_clock::now()));
+    EXPECT_EQ(wire.openSources({{&listener, {2, 2}}, {&listener, {3, 3}}}, 0, 0).size(), 2u);
     EXPECT_EQ(wire.sent, (std::vector<std::string>{"spoke", "lost", "\x01\xB1"}));
 }
 

@@ -126,17 +126,15 @@ TEST_F(tRadarDirectoryTest, refusesFilesThatCannotBeReadOrAreTooLarge)
     const tTempDir folder;
     const std::string large = folder.file("large.json");
     std::ofstream(large) << R"({"radars":[]})" << std::string(utils::cLargestDirectory, ' ');
-    const struct
-    {
-        std::string path, reason;
-    } cCases[] = {{folder.file("none.json"), "cannot be opened: No such file or directory"},
-                  {folder.string(), "cannot be read: Is a directory"},
-                  {large, "larger than 4194304 bytes"},
-                  {"/dev/zero", "larger than 4194304 bytes"}};
-    for (const auto& c : cCases)
+    const std::pair<std::string, const char*> cases[] = {
+        {folder.file("none.json"), "cannot be opened: No such file or directory"},
+        {folder.string(), "cannot be read: Is a directory"},
+        {large, "larger than 4194304 bytes"},
+        {"/dev/zero", "larger than 4194304 bytes"}};
+    for (const auto& [path, reason] : cases)
     {
         std::string error;
-        EXPECT_FALSE(utils::readRadarDirectory(c.path, m_radars, error));
-        EXPECT_EQ(error, c.path + ": " + c.reason);
+        EXPECT_FALSE(utils::readRadarDirectory(path, m_radars, error));
+        EXPECT_EQ(error, path + ": " + reason);
     }
 }

@@ -98,6 +98,7 @@ TEST_F(tStorageNamingTest, numbersAFolderBehindTheGreatestOfTheRoot)
                             {{"/Data_r/"}, 0}};
     for (const auto& [entries, number] : cases)
         EXPECT_EQ(naming::nextFolderNumber(entries), number) << testing::PrintToString(entries);
+    EXPECT_EQ(naming::folderName(1000000, "2024.05.17"), "Data_1000000_2024.05.17");
 }
 
 TEST_F(tStorageNamingTest, numbersAFileBehindTheGreatestOfTheFolder)
@@ -115,15 +116,7 @@ TEST_F(tStorageNamingTest, numbersAFileBehindTheGreatestOfTheFolder)
                             {{"0005_in the working folder.data"}, 6}};
     for (const auto& [files, number] : cases)
         EXPECT_EQ(naming::nextFileNumber(files, ".data"), number) << testing::PrintToString(files);
-}
-
-TEST_F(tStorageNamingTest, composesNamesOfPaddedNumbersAndLabelsInLocalTime)
-{
-    EXPECT_EQ(naming::folderName(1000000, "2024.05.17"), "Data_1000000_2024.05.17");
     EXPECT_EQ(naming::fileName(10000, "2024-05-17_09-12-41", "", ".d"), "10000_2024-05-17_09-12-41.d");
-    EXPECT_EQ(naming::timeYmToString(cMoment), "2024.05");
-    EXPECT_EQ(naming::timeYmdToString(cMoment + 13 * 3600), "2024.05.18");
-    EXPECT_EQ(naming::timeSecToString(12345 * 3600 + 59 * 60 + 59), "12345_59_59");
 }
 
 TEST_F(tStorageNamingTest, labelsWithTheGivenTimeElseWithElapsedTimeUntilTheClockIsSet)

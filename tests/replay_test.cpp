@@ -1,3 +1,4 @@
+#include <cmath>
 #include <filesystem>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -11,26 +12,22 @@ class tReplayTest : public tReplayFixture
 
 TEST_F(tReplayTest, reportsStatusesSpanAndSegmentsInOrder)
 {
-    const struct
-    {
-        std::vector<tSegments> files;
-        bool finished;
-        const char* reported;
-    } cases[] = {{{{{5, "a"}, {6, "b"}, {8, "c"}}}, true, "0 5-8 1 a b c 4"},
-                 {{}, true, "0 0-0 1 4"},
-                 {{{}}, true, "0 0-0 1 4"},
-                 {{{{5, "a"}, {6, "b"}}}, false, "0 5-6 1 a b 4"},
-                 {{{{7, "a"}, {5, "b"}, {6, "c"}}}, true, "0 5-7 1 b c a 4"},
-                 {{{{5, "a"}, {5, "b"}}, {{5, "c"}}}, true, "0 5-5 1 a b c 4"},
-                 {{{{6, "a"}, {8, "b"}}, {{5, "c"}, {6, "d"}, {7, "e"}}}, true, "0 5-8 1 c a d e b 4"}};
-    for (const auto& c : cases)
+    const std::tuple<std::vector<tSegments>, bool, const char*> cases[] = {
+        {{{{5, "a"}, {6, "b"}, {8, "c"}}}, true, "0 5-8 1 a b c 4"},
+        {{}, true, "0 0-0 1 4"},
+        {{{}}, true, "0 0-0 1 4"},
+        {{{{5, "a"}, {6, "b"}}}, false, "0 5-6 1 a b 4"},
+        {{{{7, "a"}, {5, "b"}, {6, "c"}}}, true, "0 5-7 1 b c a 4"},
+        {{{{5, "a"}, {5, "b"}}, {{5, "c"}}}, true, "0 5-5 1 a b c 4"},
+        {{{{6, "a"}, {8, "b"}}, {{5, "c"}, {6, "d"}, {7, "e"}}}, true, "0 5-8 1 c a d e b 4"}};
+    for (const auto& [files, finished, reported] : cases)
     {
         const tTempDir folder;
-        for (std::size_t i = 0; i < c.files.size(); ++i)
-            recordByHand(folder.file(std::to_string(i) + ".data"), c.files[i], c.finished);
+        for (std::size_t i = 0; i < files.size(); ++i)
+            recordByHand(folder.file(std::to_string(i) + ".data"), files[i], finished);
         tReplayLog heard;
         player->OpenReadDataFileorFolder(folder.string(), &heard);
-        EXPECT_TRUE(heard.waitForText(c.reported)) << c.reported << " but " << heard.text();
+        EXPECT_TRUE(heard.waitForText(reported)) << reported << " but " << heard.text();
         player->CloseReadingFile();
     }
 }
@@ -72,6 +69,16 @@ TEST_F(tReplayTest, takesEveryDataFileBelowAFolderAndNothingElse)
     open(dir.string() + "/");
     EXPECT_TRUE(log.waitForText("0 5-5 1 first second third second 4")) << log.text();
     EXPECT_EQ(log.segments().at(1).file, dir.file("b/c/0.data"));
+}
+
+TEST_F(tReplayTest, playsSeveralPathsAsOneAndEachFileOnce)
+{
+    std::filesystem::create_directory(dir.file("folder"));
+    const std::string last = record("a.data", {{5, "a"}, {8, "c"}});
+    record("folder/b.data", {{6, "b"}});
+    EXPECT_FALSE(player->OpenReadPaths({}, &log));
+    EXPECT_TRUE(player->OpenReadPaths({last, dir.file("folder") + "/", last}, &log));
+    EXPECT_TRUE(log.waitForText("0 5-8 1 a b c 4")) << log.text();
 }
 
 TEST_F(tReplayTest, jumpsToAFractionOfTheSpan)
@@ -126,6 +133,22 @@ TEST_F(tReplayTest, isNeverEarly)
             EXPECT_GE(segment.arrived - start,
                       static_cast<double>(segment.time - 1000) * pace * 1ms - 1ms * std::max(1.0, pace));
     }
+}
+
+// Half speed lasts twice the recorded time, where FastSlowForward plays at a third; and two hours pass at once.
+TEST_F(tReplayTest, playsAtExactlyTheSpeedThatIsSet)
+{
+    open(record("fast.data", {{cHour, "a"}, {3 * cHour, "b"}}));
+    ASSERT_TRUE(log.waitFor("a"));
+    EXPECT_FALSE(player->SetSpeed(0) || player->SetSpeed(std::nan("")) || player->SetSpeed(-2));
+    ASSERT_TRUE(player->SetSpeed(100'000.5) && log.waitFor("4"));
+    open(record("half.data", {{1000, "c"}, {1100, "d"}}));
+    ASSERT_TRUE(player->SetSpeed(0.5) && log.waitFor("4", 2));
+    log.clear();
+    const auto start = std::chrono::steady_clock::now();
+    player->Jump(0);
+    ASSERT_TRUE(log.waitFor("d"));
+    EXPECT_GE(log.segments()[1].arrived - start, 198ms);
 }
 
 TEST_F(tReplayTest, catchesUpWithNothingThatAStallHeldUp)

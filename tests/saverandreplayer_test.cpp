@@ -32,7 +32,9 @@ protected:
 
 TEST_F(tSaverAndReplayerTest, allowsEachCallInItsStateOnlyAndReportsEveryState)
 {
-    const auto steers = [&] { return facade->Pause() || facade->Resume() || facade->Jump(0.5); };
+    const auto steers = [&] {
+        return facade->Pause() || facade->Resume() || facade->Jump(0.5) || facade->SetExactSpeed(2);
+    };
     save("not saved"), facade->EndSave(), facade->EndReplay();
     EXPECT_FALSE(steers() || facade->StartSaving("/proc/nowhere/"));
     ASSERT_TRUE(startSaving());
@@ -45,6 +47,7 @@ TEST_F(tSaverAndReplayerTest, allowsEachCallInItsStateOnlyAndReportsEveryState)
     facade->EndSave();
     ASSERT_TRUE(log.waitFor("b"));
     EXPECT_TRUE(facade->Pause() && facade->Resume() && facade->Jump(1.0) && log.waitFor("b", 2));
+    EXPECT_TRUE(facade->SetExactSpeed(1.5) && !facade->SetExactSpeed(0));
     facade->EndReplay();
     EXPECT_EQ(log.text(), "0 1 1 0 2 a b b 0");
 }

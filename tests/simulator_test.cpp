@@ -3,11 +3,17 @@
 #include <cmath>
 #include <gtest/gtest.h>
 #include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
 
+#include "KestovaRecordings/streamcounts.h"
 #include "sessions/simulate/nmea.h"
 #include "sessions/simulate/simulatedradar.h"
 #include "sessions/simulate/spoke.h"
 #include "support/radarpackages.h"
+#include "tools/shell/places.h"
 #include "tools/shell/units.h"
 
 namespace
@@ -37,21 +43,14 @@ std::map<tReadWriteType, std::vector<std::string>> simulate(std::uint64_t endNs,
     return sent;
 }
 
-// Worked out here a second way: every sentence in `text` ends in "*", two hex digits and CR LF that fit it.
-bool checksumsHold(const std::string& text)
+// Every sentence of a datagram, made again from its words.
+std::string closedAgain(const std::string& datagram)
 {
-    std::size_t begin = 0;
-    for (std::size_t end; (end = text.find("\r\n", begin)) != std::string::npos; begin = end + 2)
-    {
-        const std::size_t star = text.rfind('*', end);
-        int sum = 0;
-        for (std::size_t i = begin + 1; i < star; ++i)
-            sum ^= text[i];
-        if ((text[begin] != '$' && text[begin] != '!') || end != star + 3 ||
-            std::stoi(text.substr(star + 1, 2), nullptr, 16) != sum)
-            return false;
-    }
-    return begin == text.size() && begin > 0;
+    std::string sentences;
+    std::istringstream lines(datagram);
+    for (std::string line; std::getline(lines, line);)
+        sentences += nmeaSentence(line[0], line.substr(1, line.rfind('*') - 1));
+    return sentences;
 }
 
 // `width` bits of an AIS report from bit `first` on.
@@ -115,7 +114,7 @@ TEST(tSimulatorTest, closesEverySentenceWithItsChecksum)
     {
         ASSERT_GT(sentences.size(), 3u) << "kind " << int(kind);
         for (const std::string& text : sentences)
-            ASSERT_TRUE(checksumsHold(text)) << text;
+            ASSERT_EQ(closedAgain(text), text);
     }
 }
 
@@ -145,6 +144,22 @@ TEST(tSimulatorTest, packsAisPositionsInSixBits)
     EXPECT_EQ(aisField(report, 128, 9), 124u);
 }
 
+TEST(tDigestTest, isTheHashOfAMessageSeededByThoseBeforeIt)
+{
+    const auto of = [](const std::vector<std::string>& messages) {
+        recordings::tDigest digest;
+        for (const std::string& message : messages)
+            digest.add(message);
+        return digest.text();
+    };
+    EXPECT_EQ(of({}), "0000000000000000");
+    EXPECT_EQ(of({""}), "2d06800538d394c2");  // known values of the hash
+    EXPECT_EQ(of({"abc"}), "78af5f94892f3950");
+    const std::set<std::string> different{of({"abc"}), of({"ab", "c"}), of({"c", "ab"}), of({"abc", ""}),
+                                          of({"", "abc"})};
+    EXPECT_EQ(different.size(), 5u);
+}
+
 TEST(tUnitsTest, readsPlacesInEveryFormAndDurationsInSecondsByDefault)
 {
     const auto at = [](const char* text) { return parseMoment(text).resolve(2'000'000, 4'000'000); };
@@ -152,14 +167,36 @@ TEST(tUnitsTest, readsPlacesInEveryFormAndDurationsInSecondsByDefault)
     EXPECT_DOUBLE_EQ(at("90s"), 2'090'000.0);
     EXPECT_DOUBLE_EQ(at("250ms"), 2'000'250.0);
     EXPECT_DOUBLE_EQ(at("00:01:30.5"), 2'090'500.0);
+    EXPECT_DOUBLE_EQ(at("+90s"), 2'090'000.0);
+    EXPECT_DOUBLE_EQ(at("-1:30"), 3'910'000.0);
+    EXPECT_DOUBLE_EQ(at("25%"), 2'500'000.0);
     EXPECT_DOUBLE_EQ(at("1715940000250"), 1'715'940'000'250.0);
+    for (const char* zoned : {"2024-05-17T10:00:00.25Z", "2024-05-17 12:00:00.250+02", "2024-05-17T06:30:00.25-03:30"})
+        EXPECT_DOUBLE_EQ(at(zoned), 1'715'940'000'250.0) << zoned;
     EXPECT_EQ(parseDuration("2.5"), 2500u);
     EXPECT_EQ(parseDuration("2h"), 7'200'000u);
     EXPECT_EQ(parseDuration("01:00:00"), 3'600'000u);
-    for (const char* wrong : {"", "7", "-1", "nan", "1e99", "10x", "1:2:3:4", "2024-05-17", "soon"})
+    for (const char* wrong : {"", "7", "+", "-x", "101%", "nan", "1e99", "10x", "1:2:3:4", "2024-05-17",
+                              "2024-05-17T10:00:00+15:00", "2024-02-30 10:00:00", "2024-05-17 10:00:0055", "soon"})
         EXPECT_THROW(parseMoment(wrong), std::invalid_argument) << wrong;
     for (const char* wrong : {"", "-3", "inf", "1e300", "5 s", "x"})
         EXPECT_THROW(parseDuration(wrong), std::invalid_argument) << wrong;
+}
+
+TEST(tPlacesTest, readsAndWritesTimesInUtc)
+{
+    const char* const before = std::getenv("TZ");
+    const std::string zone = before != nullptr ? before : "";
+    ::setenv("TZ", "XYZ-5:30", 1);
+    ::tzset();
+    EXPECT_EQ(tool::timeText(1'715'940'000'250), "2024-05-17 15:30:00.250");
+    EXPECT_DOUBLE_EQ(parseMoment("2024-05-17 15:30:00.25").value, 1'715'940'000'250.0);
+    tool::useUtc(true);
+    EXPECT_EQ(tool::timeText(1'715'940'000'250), "2024-05-17 10:00:00.250");
+    EXPECT_DOUBLE_EQ(parseMoment("2024-05-17 10:00:00.25").value, 1'715'940'000'250.0);
+    tool::useUtc(false);
+    before != nullptr ? ::setenv("TZ", zone.c_str(), 1) : ::unsetenv("TZ");
+    ::tzset();
 }
 
 }  // namespace

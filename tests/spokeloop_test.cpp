@@ -137,11 +137,8 @@ TEST_F(tSpokeLoopTest, keepsSpokesWhileItStandsOnly)
 TEST_F(tSpokeLoopTest, startsAndStopsQuicklyAndTakesAnyNumberUpToALimitOfLoops)
 {
     tSpokeLoops loops(&log);
-    testing::internal::CaptureStderr();
     for (const int number : {-1, 0, INT_MAX})
         loops.feed(number, {number < 0 ? 2u : 1u, 0, 0, "s"});
-    const std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
     for (int i = 0; i < 300; ++i)  // a pass takes 2 s: waiting for its end would take longer than a test may
         loops.run(i % 3 != 2);
     loops.run(true);

@@ -107,22 +107,20 @@ TEST_F(tPathUtilsTest, writesPathsInOneWayAndTellsFilesFromFolders)
 
 TEST_F(tPathUtilsTest, wrapsDiskSizesFromTwoTebibytesOn)
 {
-    constexpr std::uint64_t cTebibyte = 1ull << 28;  // in blocks of 4096 bytes
-    const struct
+    constexpr std::uint64_t cTebibyte = 1ull << 28;       // in blocks of 4096 bytes
+    using tSize = std::pair<std::int32_t, std::int32_t>;  // total and free
+    const std::tuple<std::uint64_t, std::uint64_t, std::uint64_t, tSize> cases[] = {
+        {4096, cTebibyte, 261888, {1 << 20, 1023}},
+        {4096, 2 * cTebibyte - 1, 262144, {(2 << 20) - 1, 1024}},
+        {4096, 2 * cTebibyte, 2 * cTebibyte, {-(2 << 20), -(2 << 20)}},
+        {4096, 5 * cTebibyte, 4 * cTebibyte + 128000, {1 << 20, 500}},
+        {512, 4 * 1024 * 1024, 2 * 1024 * 1024, {2048, 1024}},
+        {512, 1023, 0, {0, 0}},
+        {65536, 1 << 20, 16, {65536, 1}}};
+    for (const auto& [blockSize, blocks, available, expected] : cases)
     {
-        std::uint64_t blockSize, blocks, available;
-        std::int32_t total, free;
-    } cases[] = {{4096, cTebibyte, 261888, 1 << 20, 1023},
-                 {4096, 2 * cTebibyte - 1, 262144, (2 << 20) - 1, 1024},
-                 {4096, 2 * cTebibyte, 2 * cTebibyte, -(2 << 20), -(2 << 20)},
-                 {4096, 5 * cTebibyte, 4 * cTebibyte + 128000, 1 << 20, 500},
-                 {512, 4 * 1024 * 1024, 2 * 1024 * 1024, 2048, 1024},
-                 {512, 1023, 0, 0, 0},
-                 {65536, 1 << 20, 16, 65536, 1}};
-    for (const auto& c : cases)
-    {
-        const disk::tSize_MB size = disk::wrappedSize(c.blockSize, c.blocks, c.available);
-        EXPECT_EQ(std::pair(size.total, size.free), std::pair(c.total, c.free)) << c.blocks;
+        const disk::tSize_MB size = disk::wrappedSize(blockSize, blocks, available);
+        EXPECT_EQ(tSize(size.total, size.free), expected) << blocks;
     }
 }
 

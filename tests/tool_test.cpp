@@ -80,8 +80,12 @@ TEST_F(tToolTest, answersWrongUsageWithStatusTwo)
         {"simulate", "--radars", radars, "--radar", "T1:1", "--rate", "0"},
         {"replay"},
         {"replay", root, "--start", "7"},
-        {"replay", root, "--speed", "11"},
+        {"replay", root, "--speed", "nan"},
+        {"replay", root, "--speed", "fast"},
+        {"replay", root, "--speed", "0"},
         {"replay", root, "--loop", "0"},
+        {"replay", root, "--skip-silence", "0"},
+        {"dump", root, "--limit", "-1"},
         {"dump", root, "--bytes", "3", "--all"}};
     for (const tArguments& arguments : wrong)
         EXPECT_THAT(said(arguments, 2), HasSubstr("--help"));
@@ -133,7 +137,7 @@ TEST_F(tToolTest, recordsPlaysAndShowsExactlyWhatWasSimulated)
     recorder.signal(SIGINT);
     ASSERT_EQ(recorder.wait(), 0) << recorder.err();
     const tJson recorded = parsed(recorder.out());
-    expectIn(sent, {{"schema", "kestova/simulate/1"}, {"spokes", 1500}});
+    expectIn(sent, {{"schema", "kestova/simulate/2"}, {"spokes", 1500}});
     expectIn(recorded, {{"schema", "kestova/record/2"}, {"kernel_dropped", 0}, {"complete", true}});
     auto expected = ownStreams(sent.at("streams"), "datagrams");
     EXPECT_EQ(expected.size(), 6u);
@@ -141,7 +145,7 @@ TEST_F(tToolTest, recordsPlaysAndShowsExactlyWhatWasSimulated)
     EXPECT_EQ(ownStreams(recorded.at("streams"), "datagrams"), expected);
 
     const tJson played = result({"replay", root, "--speed", "10"});
-    EXPECT_EQ(played.at("schema"), "kestova/replay/1");
+    EXPECT_EQ(played.at("schema"), "kestova/replay/2");
     EXPECT_EQ(ownStreams(played.at("streams"), "records"), expected);
     EXPECT_EQ(result({"replay", root, "--speed", "10", "--streams", "imageStream"}).at("records"), 1500);
     const tJson shown = result({"info", root, "--digest"});
@@ -190,7 +194,7 @@ TEST_F(tToolTest, dumpsARecordToTheByte)
     EXPECT_THAT(whole, HasSubstr("gpsDev           readType            239.17.0.9:6009           5  61626301ff\n"));
     const std::string out = said({"dump", path, "--json", "--bytes", "2", "--limit", "2"});
     ASSERT_EQ(std::count(out.begin(), out.end(), '\n'), 2);
-    const tJson expected = {{"schema", "kestova/dump/1"},
+    const tJson expected = {{"schema", "kestova/dump/2"},
                             {"file", path},
                             {"time_ms", cTime},
                             {"stream", "gpsDev"},
@@ -214,6 +218,8 @@ TEST_F(tToolTest, dumpsOnlyWhatWasAskedFor)
     const std::pair<tArguments, const char*> cases[] = {{{"--streams", "gpsDev"}, "30 32 33 "},
                                                         {{"--from", "1s", "--to", "00:00:02"}, "31 32 "},
                                                         {{"--from", std::to_string(cTime + 2500)}, "33 "},
+                                                        {{"--from", "-1s"}, "32 33 "},
+                                                        {{"--to", "50%"}, "30 31 "},
                                                         {{"--limit", "1"}, "30 "}};
     for (const auto& [asked, payloads] : cases)
     {
@@ -261,6 +267,49 @@ TEST_F(tToolTest, findsTheGapInAStream)
     const tJson one = info(path).at("total").at("streams")[0];
     EXPECT_TRUE(one.at("gaps").empty());
     EXPECT_DOUBLE_EQ(one.at("records_per_second"), 10.0);
+}
+
+TEST_F(tToolTest, namesWhatItSkipsAndDoesTheRest)
+{
+    const std::string path = steadyFile(3, 1), bad = dir.file("bad.data"), missing = dir.file("missing");
+    std::ofstream(bad) << "neither plain nor Huffman";
+    for (const char* verb : {"info", "replay", "dump"})
+    {
+        SCOPED_TRACE(verb);
+        const auto lastLine = [](std::string out) {
+            out.pop_back();
+            return parsed(out.substr(out.find_last_of('\n') + 1));
+        };
+        const tJson below = lastLine(said({verb, dir.string(), "--json"}, 3)).at("skipped");
+        ASSERT_EQ(below.size(), 1u);
+        EXPECT_EQ(below[0].at("path"), bad);
+        EXPECT_THAT(below[0].at("reason"), testing::Not(HasSubstr("bad.data")));
+        tChildProcess child(tool({verb, missing, path, path, "--json"}));
+        EXPECT_EQ(child.wait(), 1) << "the worst of all paths";
+        EXPECT_THAT(child.err(), HasSubstr("skipped " + missing + ": no such file"));
+        EXPECT_EQ(lastLine(child.out()).at("skipped").at(0).at("path"), missing);
+        EXPECT_EQ(std::count(child.out().begin(), child.out().end(), '\n'), verb == std::string("dump") ? 4 : 1);
+    }
+}
+
+TEST_F(tToolTest, showsWhenNothingWasRecordedAndRatesWithoutIt)
+{
+    const std::string path = steadyFile(20, 100);
+    steadyFile(20, 100, "later.data", cTime + 60'000);
+    const tJson total = info(dir.string()).at("total");
+    EXPECT_EQ(total.at("gaps"), (tJson{{{"from_ms", cTime + 1900}, {"to_ms", cTime + 60'000}, {"length_ms", 58'100}}}));
+    EXPECT_DOUBLE_EQ(total.at("streams")[0].at("records_per_second"), 10.0);
+    EXPECT_LT(total.at("disk_size"), total.at("size")) << "there is a hole before the payload";
+    EXPECT_THAT(said({"info", dir.string(), "--utc"}), HasSubstr("00:00:58.100  from 2024-05-17 10:00:02.150"));
+}
+
+TEST_F(tToolTest, dumpsSentencesAsText)
+{
+    const std::string path =
+        fileOf({packageOf(eGpsDev, std::string("\x04$GPRMC,1\\*0A\r\n\0\0", 17)), packageOf(eImageStream, "$")}, 1);
+    const std::string out = said({"dump", path, "--text"});
+    EXPECT_THAT(out, HasSubstr("   17  \\x04$GPRMC,1\\\\*0A\\r\\n\n"));
+    EXPECT_THAT(out, HasSubstr("    1  24\n"));
 }
 
 TEST_F(tToolTest, playsFromAPlaceSeveralTimesAndEndsALoopAtCtrlC)

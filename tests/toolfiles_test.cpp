@@ -1,11 +1,15 @@
 // Files made of files: kestova compress and expand, kestova export and pcap. A recording becomes its Huffman form or a
 // capture, and that becomes the recording again.
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
+#include "KestovaRecordings/activity.h"
 #include "KestovaRecordings/frames.h"
 #include "KestovaRecordings/recordingcounts.h"
+#include "KestovaStorage/datastorageio.h"
 #include "support/recordedpackages.h"
 #include "support/toolfixture.h"
 
@@ -122,7 +126,7 @@ TEST_F(tToolPcapTest, countsARecordingUntilItIsCancelled)
 {
     fileOf(std::vector<std::string>(3000, "no package"), 1, "r.data");
     const auto count = [&](std::size_t limit) {
-        return recordings::countRecordings(dir.file("r.data"), {}, [&](const recordings::tCountProgress& at) {
+        return recordings::countRecordings({dir.file("r.data")}, {}, [&](const recordings::tCountProgress& at) {
             return at.files == 1 && at.records == 3000 && at.record < limit;
         });
     };
@@ -130,6 +134,57 @@ TEST_F(tToolPcapTest, countsARecordingUntilItIsCancelled)
     const recordings::tRecordingCounts counts = count(1025);
     EXPECT_FALSE(counts.complete);
     EXPECT_EQ(counts.files.at(0).streams.at(recordings::tStreamKey::raw()).messages(), 2048u);
+}
+
+TEST_F(tToolPcapTest, findsNoDamageInARecordingThatIsBeingWritten)
+{
+    constexpr int cReadings = 60;
+    storage::tDataStorageIO recorder("", ".data");
+    ASSERT_TRUE(recorder.CreateNewWritingFile(dir.file("live") + "/", "live", false));
+    std::atomic<bool> recording{true};
+    std::thread writer([&] {
+        for (std::uint32_t i = 0; recording; ++i)
+        {
+            const std::string package = makePackage(i, numberedSegment(i, 40), eReadType);
+            recorder.WriteData(package.data(), package.size(), cTime + i);
+            if (i % 4 == 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    std::uint64_t seen = 0;
+    for (int i = 0; i < cReadings; ++i)
+    {
+        const tJson total = result({"info", dir.file("live")}).at("total");  // status 0: nothing is skipped
+        expectIn(total, {{"damaged", 0}});
+        EXPECT_GE(total.at("records"), seen);
+        seen = total.at("records");
+        const std::string capture = dir.file(std::to_string(i));
+        const tJson exported = result({"export", dir.file("live"), "--pcap", capture});
+        expectIn(exported, {{"damaged", 0}, {"no_datagrams", 0}});
+        EXPECT_GE(exported.at("datagrams"), seen);
+        std::filesystem::remove(capture);
+    }
+    recording = false;
+    writer.join();
+    EXPECT_GT(seen, 100u);
+}
+
+TEST_F(tToolPcapTest, countsAFileThatIsCompressedMeanwhileAndLeavesOutOneThatIsDeleted)
+{
+    for (const char* name : {"a.data", "b.data", "c.data"})
+        fileOf({makePackage(1, "x", eReadType)}, 1, name);
+    const auto counts = recordings::countRecordings({dir.string()}, {}, [&](const recordings::tCountProgress& at) {
+        if (at.file == 1)
+        {
+            std::filesystem::rename(dir.file("b.data"), dir.file("b.tar.data"));
+            std::filesystem::remove(dir.file("c.data"));
+        }
+        return true;
+    });
+    EXPECT_TRUE(counts.leftOut.empty());
+    ASSERT_EQ(counts.files.size(), 2u);
+    EXPECT_EQ(counts.files[1].path, dir.file("b.tar.data"));
+    EXPECT_EQ(counts.files[1].records, 1u);
 }
 
 TEST_F(tToolPcapTest, recordsOnlyWhatIsSelected)
@@ -166,6 +221,34 @@ TEST_F(tToolPcapTest, namesWhatItCannotReadAndHowToConvertIt)
         EXPECT_NE(why.find(reason), std::string::npos) << why;
     }
     said({"pcap", dir.file("missing")}, 1);
+}
+
+TEST(tActivityTest, findsSilencesInFilesOfAnyOrder)
+{
+    recordings::tActivity activity(10);
+    for (const std::uint64_t time : {200u, 100u, 105u, 140u, 131u, 122u, 113u, 211u})
+        activity.add(time);
+    const auto silences = activity.silences();
+    ASSERT_EQ(silences.size(), 2u);
+    EXPECT_EQ(silences[0].fromMs, 140u);
+    EXPECT_EQ(silences[0].toMs, 200u);
+    EXPECT_EQ(silences[1].length(), 11u);
+}
+
+TEST(tStreamHistoryTest, leavesSilencesOutOfItsRate)
+{
+    recordings::tStreamHistory always, inside;  // both ten a second, in two recordings of two seconds
+    for (const std::uint64_t start : {100'000u, 200'000u})
+        for (std::uint64_t i = 0; i <= 20; ++i)
+        {
+            always.add(start + i * 100, "", 2000, false);
+            if (i < 20)
+                inside.add(start + 50 + i * 100, "", 2000, false);
+        }
+    const std::vector<recordings::tGap> silences = {{102'000, 200'000}};
+    EXPECT_DOUBLE_EQ(always.messagesPerSecond(silences), 10.0);
+    EXPECT_DOUBLE_EQ(inside.messagesPerSecond(silences), 10.0);
+    EXPECT_LT(always.messagesPerSecond(), 0.5);
 }
 
 TEST(tFramesTest, carriesRightChecksumsAndFragmentsThatFit)

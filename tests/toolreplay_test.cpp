@@ -1,25 +1,65 @@
 // kestova replay --net as its users meet it, and the classes behind its options and keys.
 #include <array>
+#include <csignal>
+#include <cstdio>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include "sessions/replay/addressmap.h"
 #include "sessions/replay/pace.h"
+#include "sessions/replay/recordedclock.h"
 #include "support/toolfixture.h"
 #include "tools/shell/keys.h"
 
 namespace
 {
+// What a shell does for its job: puts it into the foreground, takes the terminal back when it stops, and goes on with
+// it. Returns its exit status.
+int superviseJob(pid_t job)
+{
+    std::signal(SIGTTOU, SIG_IGN);
+    int status = 0;
+    while (::waitpid(job, &status, WUNTRACED) == job && WIFSTOPPED(status))
+    {
+        ::tcsetpgrp(0, ::getpgrp());
+        termios mode{};
+        ::tcgetattr(0, &mode);
+        std::printf("stopped, lines %s\r\n", (mode.c_lflag & ICANON) != 0 ? "whole" : "raw");
+        std::fflush(stdout);
+        mode.c_lflag |= ICANON | ECHO;
+        ::tcsetattr(0, TCSANOW, &mode);
+        ::tcsetpgrp(0, job);
+        ::kill(-job, SIGCONT);
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 255;
+}
+
+// Returns in a job of this process's own, in the foreground; this process supervises it and ends with it.
+void becomeJob()
+{
+    const pid_t job = ::fork();
+    if (job != 0)
+        ::_exit(superviseJob(job));
+    ::setpgid(0, 0);
+    std::signal(SIGTTOU, SIG_IGN);
+    ::tcsetpgrp(0, ::getpid());
+    std::signal(SIGTTOU, SIG_DFL);
+}
+
 // A program at a terminal of its own: what it shows, and keys for it.
 class tTerminalProcess
 {
 public:
-    explicit tTerminalProcess(const std::vector<std::string>& arguments)
+    explicit tTerminalProcess(const std::vector<std::string>& arguments, unsigned short columns = 120)
     {
-        m_pid = ::forkpty(&m_terminal, nullptr, nullptr, nullptr);
+        const winsize size{24, columns, 0, 0};
+        m_pid = ::forkpty(&m_terminal, nullptr, nullptr, &size);
         if (m_pid != 0)
             return;
+        becomeJob();
         std::vector<char*> argv;
         for (const std::string& argument : arguments)
             argv.push_back(const_cast<char*>(argument.c_str()));
@@ -29,9 +69,9 @@ public:
     }
     ~tTerminalProcess()
     {
+        ::close(m_terminal);  // hangs up: the job ends
         ::kill(m_pid, SIGKILL);
         ::waitpid(m_pid, nullptr, 0);
-        ::close(m_terminal);
     }
     // Reads until `text` is shown; false if the program ends without it.
     bool shows(const std::string& text)
@@ -97,7 +137,50 @@ TEST_F(tToolReplayTest, reportsWhatTheNetworkRefused)
 {
     const tJson json =
         result({"replay", record(3, 1), "--net", "--local-ip", "127.0.0.1", "--map", "239.17.0.1:6001=8.8.8.8:9"}, 3);
-    EXPECT_EQ(json.at("refused"), 3);
+    expectIn(json, {{"refused", 3}, {"sent", 0}, {"records", 3}, {"bytes", 0}});
+    expectIn(json.at("streams").at(0), {{"address", "8.8.8.8:9"}, {"datagrams", 0}});
+}
+
+TEST_F(tToolReplayTest, refusesWhatMatchesNothingBeforeAnythingIsSent)
+{
+    const tGroupListener display;
+    const std::string path = record(20, 100), to = addressText(display.group);
+    const tArguments net = {"replay", path, "--net", "--local-ip", "127.0.0.1", "--map", "239.17.0.1:6001=" + to};
+    const std::vector<std::pair<tArguments, std::string>> refusals = {
+        {{"--map", "239.17.0.2=239.17.0.3"}, "nothing was recorded from 239.17.0.2; the recording has 239.17.0.1:6001"},
+        {{"--streams", "arpaCtrl"}, "the recording has "},
+        {{"--start", "+2s"}, "behind the end: the recording goes from "},
+        {{"--start", "-2s"}, "before the beginning"}};
+    for (const auto& [more, reason] : refusals)
+    {
+        tArguments arguments = net;
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const std::string why = said(arguments, 1);
+        EXPECT_NE(why.find(reason), std::string::npos) << why;
+    }
+    EXPECT_EQ(result({"replay", path, "--start", "-500ms"}).at("records"), 6);
+    EXPECT_TRUE(display.all().empty());
+}
+
+TEST_F(tToolReplayTest, skipsSilencesAndPlaysSeveralPathsAsOne)
+{
+    const std::string first = record(20, 100);
+    const std::string second =
+        fileOf(std::vector<std::string>(20, makePackage(1, "later", eReadType)), 100, "later.data", cTime + 3'600'000);
+    const tJson played = result({"replay", second, first, "--speed", "10", "--skip-silence"});
+    expectIn(played, {{"records", 40}, {"played_ms", 2 * 1900}, {"first_ms", cTime}, {"ended", true}});
+    EXPECT_EQ(played.at("paths"), (tJson{second, first}));
+}
+
+TEST_F(tToolReplayTest, playsFractionalSpeedsExactly)
+{
+    const std::string path = record(30, 50);
+    const auto pace = [&](const char* speed) {
+        const tJson json = result({"replay", path, "--speed", speed});
+        EXPECT_EQ(json.at("speed"), std::stod(speed));
+        return json.at("pace").get<double>();
+    };
+    EXPECT_GT(pace("1.9"), 1.3 * pace("1"));
 }
 
 TEST_F(tToolReplayTest, isSteeredWithKeys)
@@ -106,9 +189,61 @@ TEST_F(tToolReplayTest, isSteeredWithKeys)
     ASSERT_TRUE(terminal.shows("q ends"));
     terminal.press(" ");
     EXPECT_TRUE(terminal.shows("paused"));
-    terminal.press("-\x1b[A");  // slower, and a minute on: playing
+    terminal.press("-\x1b[A");  // slower, and a minute on
+    EXPECT_TRUE(terminal.shows("00:01:0"));
+    EXPECT_TRUE(terminal.shows("of 00:06:39  15."));  // per cent
     EXPECT_TRUE(terminal.shows(" 1x"));
-    EXPECT_TRUE(terminal.shows("  15."));  // per cent
+    EXPECT_TRUE(terminal.shows("paused"));
+    terminal.press("q");
+    EXPECT_EQ(terminal.wait(), 0);
+}
+
+TEST_F(tToolReplayTest, sendsNothingAfterAJumpWhilePaused)
+{
+    tGroupListener display;
+    tTerminalProcess terminal(tool({"replay", record(400, 1000), "--net", "--local-ip", "127.0.0.1", "--map",
+                                    "239.17.0.1:6001=" + addressText(display.group)}));
+    ASSERT_TRUE(terminal.shows("q ends"));
+    ASSERT_TRUE(display.heard(1));
+    terminal.press(" ");
+    ASSERT_TRUE(terminal.shows("paused"));
+    const std::size_t before = display.all().size();
+    terminal.press("\x1b[A\x1b[C");
+    EXPECT_TRUE(terminal.shows("00:01:1"));
+    EXPECT_TRUE(terminal.shows("paused"));
+    EXPECT_EQ(display.all().size(), before);
+    terminal.press(" ");
+    ASSERT_TRUE(display.heard(before + 1));
+    EXPECT_EQ(display.all()[before].payload.substr(0, 7), "spoke 7");  // a minute and ten seconds on
+    terminal.press("q");
+    EXPECT_EQ(terminal.wait(), 0);
+}
+
+TEST_F(tToolReplayTest, showsUntilWhenNothingWasRecordedAndSkipsIt)
+{
+    record(2, 100);
+    fileOf(std::vector<std::string>(400, makePackage(1, "later", eReadType)), 1000, "later.data", cTime + 3'600'000);
+    tTerminalProcess terminal(tool({"replay", dir.string(), "--utc"}), 60);
+    ASSERT_TRUE(terminal.shows("q ends"));
+    EXPECT_TRUE(terminal.shows("00:00:00 of 01:06:39  silence until 11:00:00, g skips it"));
+    terminal.press("\x1b[A");  // the clock of the recording goes on in a silence
+    EXPECT_TRUE(terminal.shows("00:01:0"));
+    terminal.press("g");
+    EXPECT_TRUE(terminal.shows("01:00:0"));
+    terminal.press("q");
+    EXPECT_EQ(terminal.wait(), 0);
+}
+
+TEST_F(tToolReplayTest, takesKeysAgainAfterItWasStopped)
+{
+    tTerminalProcess terminal(tool({"replay", record(400, 1000)}));
+    ASSERT_TRUE(terminal.shows("q ends"));
+    ASSERT_TRUE(terminal.shows("1x"));
+    terminal.press("\x1a");  // Ctrl-Z
+    EXPECT_TRUE(terminal.shows("stopped, lines whole"));
+    EXPECT_TRUE(terminal.shows("1x"));
+    terminal.press(" ");
+    EXPECT_TRUE(terminal.shows("paused"));
     terminal.press("q");
     EXPECT_EQ(terminal.wait(), 0);
 }
@@ -121,16 +256,29 @@ TEST(tKeyDecoderTest, joinsSequencesAndLeavesOutTheRest)
     EXPECT_EQ(decoder.decode("C\x1bOD\x1b[Zq"), (tKeys{tool::eKey::eForward, tool::eKey::eBack, tool::eKey::eQuit}));
 }
 
-TEST(tPaceTest, stepsThroughTheSpeedsThatArePlayed)
+TEST(tPaceTest, stepsFromAnySpeedToTheNextOne)
 {
     using session::tPace;
-    EXPECT_EQ(tPace::of(3.7).factor(), 3.0);
-    EXPECT_EQ(tPace::of(0.5).factor(), 1.0 / 3.0);
-    EXPECT_EQ(tPace::of(0.1).factor(), 1.0 / 11.0);
-    EXPECT_EQ(tPace::of(0.1).slower().factor(), 1.0 / 11.0);
-    EXPECT_EQ(tPace::of(1.0).slower().factor(), 0.5);
-    EXPECT_EQ(tPace::of(1.0).slower().faster().factor(), 1.0);
-    EXPECT_EQ(tPace::of(10.0).faster().factor(), 10.0);
+    EXPECT_EQ(tPace(3.7).faster().factor(), 4.0);
+    EXPECT_EQ(tPace(3.7).slower().factor(), 3.0);
+    EXPECT_EQ(tPace(1.0).slower().factor(), 0.5);
+    EXPECT_EQ(tPace(1.0).slower().faster().factor(), 1.0);
+    EXPECT_EQ(tPace(0.05).slower().factor(), 0.05);
+    EXPECT_EQ(tPace(5000.0).faster().factor(), 5000.0);
+}
+
+TEST(tRecordedClockTest, followsSpeedAndPauses)
+{
+    using namespace std::chrono_literals;
+    const session::tRecordedClock::tTime start{};
+    session::tRecordedClock clock;
+    clock.set(1000, start);
+    clock.setSpeed(2.5, start + 100ms);
+    EXPECT_EQ(clock.at(start + 200ms), 1350u);
+    clock.setPaused(true, start + 200ms);
+    EXPECT_EQ(clock.at(start + 1h), 1350u);
+    clock.setPaused(false, start + 1h);
+    EXPECT_EQ(clock.at(start + 1h + 4ms), 1360u);
 }
 
 TEST(tAddressMapTest, prefersTheRuleWithAPortAndRefusesWhatMapsNothing)

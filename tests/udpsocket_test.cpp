@@ -5,9 +5,12 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <memory>
+#include <set>
 #include <thread>
 
 #include "UdpSocket/datagramreceiver.h"
+#include "UdpSocket/internal/gathering.h"
+#include "UdpSocket/transport.h"
 #include "support/datagramcollector.h"
 #include "support/processentries.h"
 
@@ -47,30 +50,59 @@ protected:
     tDatagramCollector m_collector;
 };
 
+// Sources that share a thread, each with a sender; `during` runs in every call.
+class tSourcesTest : public testing::Test, protected net::iDatagramListener
+{
+protected:
+    explicit tSourcesTest(std::size_t count = 3)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+        {
+            m_requests.push_back({this, testGroup()});
+            m_senders.push_back(std::make_unique<net::UdpSender>(m_requests[i].group, loopbackIp(), 0));
+        }
+        m_sources = net::defaultTransport().openSources(m_requests, loopbackIp(), 0);
+    }
+    ~tSourcesTest() override { m_sources.clear(); }
+    void OnDatagram(const net::tReceivedDatagram& got) override
+    {
+        during(got);
+        m_payloads.add(std::string(got.data, static_cast<std::size_t>(got.len)));
+    }
+    void send(std::size_t source, const std::string& payload) const
+    {
+        ASSERT_TRUE(m_senders[source]->sendData(payload.data(), static_cast<int>(payload.size())));
+    }
+    bool heard(std::size_t number) const
+    {
+        return waitUntil([&] { return m_payloads.count() == number; });
+    }
+
+    std::function<void(const net::tReceivedDatagram&)> during = [](const auto&) {};
+    tCollector<std::string> m_payloads;
+    std::vector<net::tSourceRequest> m_requests;
+    std::vector<std::unique_ptr<net::UdpSender>> m_senders;
+    std::vector<std::unique_ptr<net::iDatagramSource>> m_sources;
+};
+
 using tUdpReceiverTest = tUdpSocketTest;
 using tUdpSenderTest = tUdpSocketTest;
 }  // namespace
 
 TEST(tParseAddressTest, givesZeroForTheHalfThatIsWrong)
 {
-    const struct
-    {
-        std::string text;
-        const char* ip;
-        int port;
-    } cases[] = {{"239.17.0.1:6001", "239.17.0.1", 6001},
-                 {"10.0.0.1:65535", "10.0.0.1", 65535},
-                 {"10.0.0.1:65536", "10.0.0.1", 0},
-                 {"10.0.0.1:", "10.0.0.1", 0},
-                 {"10.0.0.1", "10.0.0.1", 0},
-                 {"10.0.0.1: 80", "10.0.0.1", 0},
-                 {"10.0.0.1:80x", "10.0.0.1", 0},
-                 {"10.0.0:80", "0.0.0.0", 80},
-                 {std::string("10.0.0.1\0:80", 12), "0.0.0.0", 80}};
-    for (const auto& c : cases)
-        EXPECT_TRUE(net::parseAddress(c.text) ==
-                    (NetAddress{net::transAddr(c.ip), net::HtoNs(static_cast<std::uint16_t>(c.port))}))
-            << c.text;
+    const std::tuple<std::string, const char*, std::uint16_t> cases[] = {
+        {"239.17.0.1:6001", "239.17.0.1", 6001},
+        {"10.0.0.1:65535", "10.0.0.1", 65535},
+        {"10.0.0.1:65536", "10.0.0.1", 0},
+        {"10.0.0.1:", "10.0.0.1", 0},
+        {"10.0.0.1", "10.0.0.1", 0},
+        {"10.0.0.1: 80", "10.0.0.1", 0},
+        {"10.0.0.1:80x", "10.0.0.1", 0},
+        {"10.0.0:80", "0.0.0.0", 80},
+        {std::string("10.0.0.1\0:80", 12), "0.0.0.0", 80}};
+    for (const auto& [text, ip, port] : cases)
+        EXPECT_TRUE(net::parseAddress(text) == (NetAddress{net::transAddr(ip), net::HtoNs(port)})) << text;
 }
 
 TEST(tTransAddrTest, keepsTheBytesInTheOrderTheyAreWrittenAndGivesZeroForWhatIsNoAddress)
@@ -217,6 +249,102 @@ TEST_F(tUdpReceiverTest, mayBeDestroyedFromInsideItsOwnCall)
         send(m_group, "last");
     EXPECT_TRUE(waitUntil([&] { return runningThreads() == threadsBefore; }));
     EXPECT_EQ(calls, 1);
+}
+
+TEST(tGatheringTest, pausesForABatchASocketAtTheRateOfTheLastPass)
+{
+    const struct
+    {
+        std::size_t received, sockets;
+        std::chrono::nanoseconds elapsed, pause;
+    } cases[] = {{0, 1, 1ms, 0ms},      {64, 1, 1ms, 1ms},   {64, 4, 1ms, 4ms},      {128, 1, 1ms, 500us},
+                 {6400, 1, 1ms, 100us}, {20, 1, 10ms, 10ms}, {1, 1, 500us, 10ms},    {1, 1, 5ms, 10ms},
+                 {1, 1, 6ms, 0ms},      {3, 1, 1s, 0ms},     {64, 64, 1280us, 10ms}, {1, 1, 0ns, 100us}};
+    net::tGathering gathering(10ms);
+    for (const auto& c : cases)
+        EXPECT_EQ(gathering.pauseAfter(c.received, c.sockets, c.elapsed), c.pause) << c.received << " " << c.sockets;
+    gathering.limit(4'000'000);
+    gathering.limit(8'000'000);
+    EXPECT_EQ(gathering.pauseAfter(20, 1, 10ms), 4ms) << "a pause that the smallest receive buffer can hold";
+    gathering.limit(99'999);
+    EXPECT_FALSE(gathering.enabled());
+    EXPECT_EQ(gathering.pauseAfter(64, 1, 1ms), 0ms);
+}
+
+// The thread is held in the first call while more than a batch a group arrives.
+TEST_F(tSourcesTest, deliverOnOneThreadInTheOrderOfArrivalWithItsTime)
+{
+    std::atomic<bool> go{false};
+    std::set<std::thread::id> threads;
+    std::uint64_t latest_ms = 0;
+    bool rising = true;
+    during = [&](const net::tReceivedDatagram& got) {
+        EXPECT_TRUE(waitUntil([&] { return go.load(); }));
+        threads.insert(std::this_thread::get_id());
+        rising = rising && got.arrived_ms >= latest_ms;
+        latest_ms = got.arrived_ms;
+    };
+    const auto now_ms = [] {
+        return static_cast<std::uint64_t>(
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
+                .count());
+    };
+    const std::uint64_t before_ms = now_ms();
+    std::vector<std::string> sent;
+    for (std::size_t i = 0; i < 500; ++i)
+    {
+        sent.push_back(std::to_string(i));
+        send(i * i % 7 % 3, sent.back());
+    }
+    const std::uint64_t after_ms = now_ms();
+    std::this_thread::sleep_for(20ms);  // the time of delivery is another one
+    go = true;
+    ASSERT_TRUE(heard(sent.size()));
+    EXPECT_EQ(m_payloads.all(), sent);
+    EXPECT_EQ(threads.size(), 1u);
+    EXPECT_TRUE(rising && latest_ms >= before_ms && latest_ms <= after_ms) << latest_ms << " " << after_ms;
+}
+
+TEST_F(tSourcesTest, haveDeliveredWhatHadArrivedBeforeTheyEnd)
+{
+    for (int i = 0; i < 100; ++i)  // at a rate for which the thread pauses
+    {
+        send(0, "before");
+        send(1, "before");
+        std::this_thread::sleep_for(500us);
+    }
+    m_sources[0].reset();
+    EXPECT_EQ(m_payloads.count(), 200u) << "of the others too: the order of arrival holds";
+    send(0, "after");
+    send(1, "another one");
+    EXPECT_TRUE(heard(201));
+    EXPECT_EQ(m_payloads.all().back(), "another one");
+}
+
+TEST_F(tSourcesTest, mayBeDestroyedFromInsideACallOfAnyOfThem)
+{
+    std::atomic<bool> ready{false};
+    during = [&](const net::tReceivedDatagram&) {
+        EXPECT_TRUE(waitUntil([&] { return ready.load(); }));
+        m_sources[0].reset();
+        m_sources[1].reset();
+    };
+    for (const std::size_t source : {0u, 1u, 0u, 1u})
+        send(source, "one call at most");
+    ready = true;
+    ASSERT_TRUE(heard(1));
+    during = [](const auto&) {};
+    send(0, "gone");
+    send(2, "still here");
+    ASSERT_TRUE(heard(2));
+    EXPECT_EQ(m_payloads.all().back(), "still here");
+    std::atomic<bool> ended{false};
+    during = [&](const net::tReceivedDatagram&) {
+        m_sources.clear();  // the last of them, and the thread
+        ended = true;
+    };
+    send(2, "the last one");
+    EXPECT_TRUE(waitUntil([&] { return ended && m_payloads.count() == 3; }));
 }
 
 TEST_F(tUdpSocketTest, saysOnceWhatCannotBeJoinedOrSentFromWhereAndWhy)

@@ -8,6 +8,7 @@
 #include "tools/commands/commands.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
+#include "tools/shell/options.h"
 
 namespace
 {
@@ -45,6 +46,8 @@ int runCommandLine(int argc, char** argv, tConsole& console)
     tRun run;
     for (tAddCommand* const add : cCommands)
         add(app, run);
+    for (CLI::App* const command : app.get_subcommands({}))
+        addUtc(*command);
     try
     {
         app.parse(argc, argv);

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <system_error>
+
+#include "UdpSocket/consoleprint.h"
 
 namespace utils
 {
@@ -52,7 +53,7 @@ void tAddressNotifier::startThread()
     catch (const std::system_error& refused)
     {
         errno = refused.code().value();
-        std::perror("MultiRadarClient: cannot start its thread");
+        Kestova::console::printSystemError("MultiRadarClient: cannot start its thread");
     }
 }
 

@@ -57,7 +57,9 @@ tDescriptor openReceiveSocket(std::uint32_t localIp, const NetAddress& group, in
         return socket;
     const int on = 1;
     requestReceiveBuffer(socket.get(), std::max(recBuffSize, cLeastReceiveBuffer));
-    setOption(socket.get(), SOL_SOCKET, SO_RXQ_OVFL, on);  // if it fails, counters() still queries the count
+    // Without them counters() still queries the count, and times of arrival are not known.
+    setOption(socket.get(), SOL_SOCKET, SO_RXQ_OVFL, on);
+    setOption(socket.get(), SOL_SOCKET, SO_TIMESTAMPNS, on);
     if (bindToGroup(socket.get(), localIp, group))
         return socket;
     const int reason = errno;
@@ -73,91 +75,72 @@ void add(std::atomic<std::uint64_t>& counter, std::uint64_t by)
 }
 }  // namespace
 
-tGroupSocket::tGroupSocket(iDatagramListener* listener, std::uint32_t localIp, const NetAddress& group, int recBuffSize)
-    : m_listener(listener), m_group(group), m_socket(openReceiveSocket(localIp, group, recBuffSize))
+tGroupSocket::tGroupSocket(iDatagramListener* listener, const NetAddress& group) : m_listener(listener), m_group(group)
+{}
+
+tGroupSocket::tGroupSocket(std::unique_ptr<iDatagramListener> listener, const NetAddress& group)
+    : m_own(std::move(listener)), m_listener(m_own.get()), m_group(group)
+{}
+
+bool tGroupSocket::open(std::uint32_t localIp, int recBuffSize)
 {
-    start(localIp);
+    if (!m_batch.valid())
+        return false;
+    m_socket = openReceiveSocket(localIp, m_group, recBuffSize);
+    return m_socket.valid();
 }
 
-tGroupSocket::tGroupSocket(std::unique_ptr<iDatagramListener> listener, std::uint32_t localIp, const NetAddress& group,
-                           int recBuffSize)
-    : m_own(std::move(listener)), m_listener(m_own.get()), m_group(group),
-      m_socket(openReceiveSocket(localIp, group, recBuffSize))
+bool tGroupSocket::receive()
 {
-    start(localIp);
+    const int received = m_batch.receive(m_socket.get());
+    m_next = 0;
+    m_received = static_cast<std::size_t>(std::max(received, 0));
+    look();
+    return received > 0;
 }
 
-void tGroupSocket::start(std::uint32_t localIp)
+void tGroupSocket::look()
 {
-    m_valid = m_socket.valid() && m_batch.valid() && m_thread.start("kestova-udp", [this] { receiveUntilStopped(); });
-    if (m_valid)
+    if (!pending())
         return;
-    reportFailure("UdpReceiver: cannot receive", m_group, localIp);
-    m_socket.reset();
+    m_report = m_batch.report(m_next);
+    if (m_report.dropped)
+        m_dropped.update(*m_report.dropped);
 }
 
-void tGroupSocket::destroy()
+bool tGroupSocket::ended() const
 {
-    if (m_thread.isSelf())
+    constexpr auto cNever = tClock::time_point::max().time_since_epoch().count();
+    const auto end = m_end.load(std::memory_order_acquire);
+    return end != cNever && tClock::now().time_since_epoch().count() >= end;
+}
+
+// Checks for the end before every call, so that no call follows it, whatever the size of the batch.
+void tGroupSocket::deliverNext(std::int64_t arrived_ns)
+{
+    if (ended())
     {
-        m_deleteAtEnd = true;
-        m_thread.stop();
+        m_next = m_received = 0;
         return;
     }
-    delete this;
-}
-
-void tGroupSocket::receiveUntilStopped()
-{
-    while (m_thread.wait(m_socket.get()) != tPollThread::eWake::eStopped)
-        receiveBurst();
-    if (m_deleteAtEnd)
-        delete this;
-}
-
-// A full batch means that more datagrams wait: the next call needs no poll.
-void tGroupSocket::receiveBurst()
-{
-    int received = 0;
-    do
-    {
-        received = m_batch.receive(m_socket.get());
-        if (received < 0)
-            return pauseAfterError();
-        deliver(static_cast<std::size_t>(received));
-    } while (received == static_cast<int>(tReceiveBatch::cCapacity) && !m_thread.stopping());
-}
-
-// Checks for a stop before every call, so that no call follows the destruction, whatever the size of the batch.
-void tGroupSocket::deliver(std::size_t received)
-{
-    for (std::size_t i = 0; i < received && !m_thread.stopping(); ++i)
-    {
-        if (const auto dropped = m_batch.droppedBefore(i))
-            m_dropped.update(*dropped);
-        const sockaddr_in& sender = m_batch.sender(i);
-        const int len = m_batch.length(i);
-        m_listener->OnDatagram({{sender.sin_addr.s_addr, sender.sin_port}, m_group, m_batch.data(i), len});
-        add(m_bytes, static_cast<std::uint64_t>(len));
-        add(m_datagrams, 1);
-    }
-}
-
-// No error of the kernel ends reception. An error that persists, such as a lack of memory, must not become a busy
-// loop.
-void tGroupSocket::pauseAfterError()
-{
-    constexpr int cPause_ms = 5;
-    const bool passing = errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
-    if (!passing)
-        m_thread.wait(-1, cPause_ms);
+    const sockaddr_in& sender = m_batch.sender(m_next);
+    const int len = m_batch.length(m_next);
+    m_listener->OnDatagram({{sender.sin_addr.s_addr, sender.sin_port},
+                            m_group,
+                            m_batch.data(m_next),
+                            len,
+                            static_cast<std::uint64_t>(arrived_ns / 1'000'000)});
+    add(m_bytes, static_cast<std::uint64_t>(len));
+    add(m_datagrams, 1);
+    ++m_next;
+    look();
 }
 
 int tGroupSocket::receiveBufferSize() const
 {
     int size = 0;
     socklen_t width = sizeof size;
-    if (!m_valid || ::getsockopt(m_socket.get(), SOL_SOCKET, SO_RCVBUF, &size, &width) != 0)
+    if (!m_socket.valid() || ::getsockopt(m_socket.get(), SOL_SOCKET, SO_RCVBUF, &size, &width) != 0)
         return 0;
     return size / 2;  // the kernel doubles the requested size, for its own bookkeeping
 }
@@ -167,7 +150,7 @@ tUdpReceiverCounters tGroupSocket::counters()
     // No datagram has reported the drops behind the last received one yet.
     std::uint32_t memory[SK_MEMINFO_VARS] = {};
     socklen_t width = sizeof memory;
-    if (m_valid && ::getsockopt(m_socket.get(), SOL_SOCKET, SO_MEMINFO, memory, &width) == 0 &&
+    if (m_socket.valid() && ::getsockopt(m_socket.get(), SOL_SOCKET, SO_MEMINFO, memory, &width) == 0 &&
         width > SK_MEMINFO_DROPS * sizeof memory[0])
         m_dropped.update(memory[SK_MEMINFO_DROPS]);
     return {m_datagrams.load(std::memory_order_relaxed), m_bytes.load(std::memory_order_relaxed), m_dropped.total()};

@@ -1,58 +1,70 @@
-// tGroupSocket: the socket on a group and the thread that receives from it. Both kinds of receiver derive from it.
+// tGroupSocket: the socket on a group, its listener and its counters. A tReceiveLoop receives from it.
 //
-// Owner    created with new; destroy() frees it. From inside a call to the listener, destroy() defers that until the
-//          call has returned. The listener outlives the socket, or the socket owns it.
-// Threads  the receive thread calls the listener; everything else may be called from any thread.
-// Errors   a group that cannot be joined is reported once through perror; valid() returns false then.
+// Owner    owns the listener only if it was given it as a unique_ptr; otherwise the listener outlives the socket.
+// Threads  open() comes first. receive() and deliverNext() belong to the loop; everything else to any thread.
 #ifndef KESTOVA_NET_GROUPSOCKET_H
 #define KESTOVA_NET_GROUPSOCKET_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 
 #include "UdpSocket/datagramreceiver.h"
 #include "UdpSocket/internal/dropcounter.h"
-#include "UdpSocket/internal/pollthread.h"
 #include "UdpSocket/internal/receivebatch.h"
+#include "common/descriptor.h"
 
 namespace net
 {
 class KESTOVA_HIDDEN tGroupSocket
 {
 public:
-    tGroupSocket(iDatagramListener* listener, std::uint32_t localIp, const NetAddress& group, int recBuffSize);
-    tGroupSocket(std::unique_ptr<iDatagramListener> listener, std::uint32_t localIp, const NetAddress& group,
-                 int recBuffSize);
+    using tClock = std::chrono::steady_clock;
+
+    tGroupSocket(iDatagramListener* listener, const NetAddress& group);
+    tGroupSocket(std::unique_ptr<iDatagramListener> listener, const NetAddress& group);
     tGroupSocket(const tGroupSocket&) = delete;
     tGroupSocket& operator=(const tGroupSocket&) = delete;
-    void destroy();
 
-    bool valid() const { return m_valid; }
+    // Joins the group. Returns false, with errno set, if that fails.
+    bool open(std::uint32_t localIp, int recBuffSize);
+    void close() { m_socket.reset(); }
+    int descriptor() const { return m_socket.get(); }
+    const NetAddress& group() const { return m_group; }
     int receiveBufferSize() const;
     tUdpReceiverCounters counters();
 
-protected:
-    virtual ~tGroupSocket() = default;  // m_thread goes first and joins
+    // Ends the calls to the listener at this time, whatever waits to be delivered. Any thread, once.
+    void endAt(tClock::time_point time) { m_end.store(time.time_since_epoch().count(), std::memory_order_release); }
+    void end() { m_end.store(0, std::memory_order_release); }
+
+    // Receives the datagrams that wait, up to a batch. Returns false, with errno set, if there are none or that fails.
+    bool receive();
+    bool pending() const { return m_next < m_received; }  // datagrams were received and are not yet delivered
+    bool mayHaveMore() const { return m_received == tReceiveBatch::cCapacity; }  // the last batch was full
+    std::int64_t nextArrived_ns() const { return m_report.arrived_ns; }          // of the next one; requires pending()
+    // Calls the listener with the next one, as if it had arrived then; requires pending().
+    void deliverNext(std::int64_t arrived_ns);
+
+    bool active = false;  // the loop's mark
 
 private:
-    void start(std::uint32_t localIp);
-    void receiveUntilStopped();
-    void receiveBurst();
-    void deliver(std::size_t received);
-    void pauseAfterError();
+    bool ended() const;
+    void look();
 
     const std::unique_ptr<iDatagramListener> m_own;  // null if the application owns the listener
     iDatagramListener* const m_listener;
     const NetAddress m_group;
     tDescriptor m_socket;
-    tReceiveBatch m_batch;       // receive thread
-    bool m_deleteAtEnd = false;  // receive thread
-    bool m_valid = false;        // never changed after construction
+    tReceiveBatch m_batch;            // the loop's, as the next three
+    tReceiveBatch::tReport m_report;  // of the next datagram
+    std::size_t m_next = 0;
+    std::size_t m_received = 0;
+    std::atomic<tClock::rep> m_end{tClock::time_point::max().time_since_epoch().count()};
     std::atomic<std::uint64_t> m_datagrams{0};
     std::atomic<std::uint64_t> m_bytes{0};
     tDropCounter m_dropped;
-    tPollThread m_thread;
 };
 }  // namespace net
 

@@ -31,10 +31,16 @@ private:
 };
 }  // namespace
 
+bool tPollThread::prepare()
+{
+    if (!m_wakeUp.valid())
+        m_wakeUp = tDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    return m_wakeUp.valid();
+}
+
 bool tPollThread::start(const char* name, std::function<void()> body)
 {
-    m_wakeUp = tDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!m_wakeUp.valid())
+    if (!prepare())
         return false;
     try
     {
@@ -60,10 +66,21 @@ void tPollThread::stop()
         m_thread.detach();
         return;
     }
+    wake();
+    m_thread.join();
+}
+
+void tPollThread::wake() const
+{
     const std::uint64_t once = 1;
     // The write to an eventfd fails only if its counter is full, and then it is readable anyway.
     [[maybe_unused]] const ssize_t written = ::write(m_wakeUp.get(), &once, sizeof once);
-    m_thread.join();
+}
+
+void tPollThread::takeWakeUp() const
+{
+    std::uint64_t count = 0;
+    [[maybe_unused]] const ssize_t taken = ::read(m_wakeUp.get(), &count, sizeof count);  // does not wait
 }
 
 tPollThread::eWake tPollThread::wait(int fd, int timeout_ms)

@@ -49,14 +49,25 @@ int tReceiveBatch::receive(int socket)
     return received;
 }
 
-std::optional<std::uint32_t> tReceiveBatch::droppedBefore(std::size_t i) const
+tReceiveBatch::tReport tReceiveBatch::report(std::size_t i) const
 {
-    const msghdr& head = m_messages[i].msg_hdr;
-    const cmsghdr* control = CMSG_FIRSTHDR(&head);
-    if (control == nullptr || control->cmsg_level != SOL_SOCKET || control->cmsg_type != SO_RXQ_OVFL)
-        return std::nullopt;
-    std::uint32_t count = 0;
-    std::memcpy(&count, CMSG_DATA(control), sizeof count);
-    return count;
+    tReport report;
+    msghdr head = m_messages[i].msg_hdr;
+    for (cmsghdr* control = CMSG_FIRSTHDR(&head); control != nullptr; control = CMSG_NXTHDR(&head, control))
+    {
+        if (control->cmsg_level == SOL_SOCKET && control->cmsg_type == SO_RXQ_OVFL)
+        {
+            std::uint32_t count = 0;
+            std::memcpy(&count, CMSG_DATA(control), sizeof count);
+            report.dropped = count;
+        }
+        if (control->cmsg_level == SOL_SOCKET && control->cmsg_type == SCM_TIMESTAMPNS)
+        {
+            timespec stamp{};
+            std::memcpy(&stamp, CMSG_DATA(control), sizeof stamp);
+            report.arrived_ns = std::int64_t{stamp.tv_sec} * 1'000'000'000 + stamp.tv_nsec;
+        }
+    }
+    return report;
 }
 }  // namespace net

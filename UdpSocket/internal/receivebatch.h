@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <netinet/in.h>
 #include <optional>
 #include <sys/socket.h>
@@ -33,8 +34,13 @@ public:
     char* data(std::size_t i) const { return m_arena + i * cStride; }
     int length(std::size_t i) const { return static_cast<int>(m_messages[i].msg_len); }
     const sockaddr_in& sender(std::size_t i) const { return m_senders[i]; }
-    // Returns the kernel's running count of discarded datagrams when this one was queued; nothing while it is 0.
-    std::optional<std::uint32_t> droppedBefore(std::size_t i) const;
+    // What the kernel reports beside a datagram, if the socket asks for it.
+    struct tReport
+    {
+        std::optional<std::uint32_t> dropped;  // its running count of discarded datagrams; nothing while it is 0
+        std::int64_t arrived_ns = 0;           // since the epoch, by the system clock; 0: not known
+    };
+    tReport report(std::size_t i) const;
 
 private:
     static constexpr std::size_t cSlotSize = 65536;  // more than the 65507 bytes that fit a datagram
@@ -43,7 +49,7 @@ private:
 
     struct tControl
     {
-        alignas(cmsghdr) char bytes[CMSG_SPACE(sizeof(std::uint32_t))];
+        alignas(cmsghdr) char bytes[CMSG_SPACE(sizeof(std::uint32_t)) + CMSG_SPACE(sizeof(timespec))];
     };
     void prepare(std::size_t i);
 

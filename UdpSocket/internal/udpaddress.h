@@ -3,11 +3,11 @@
 #define KESTOVA_NET_UDPADDRESS_H
 
 #include <cerrno>
-#include <cstdio>
 #include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
 
+#include "UdpSocket/consoleprint.h"
 #include "UdpSocket/udpsocket.h"
 
 namespace net
@@ -50,7 +50,7 @@ inline void reportFailure(const char* what, const NetAddress& address, std::uint
     const int reason = errno;
     const std::string line = std::string(what) + " " + describe(address, localIp);
     errno = reason;
-    std::perror(line.c_str());
+    Kestova::console::printSystemError(line.c_str());
 }
 }  // namespace net
 

@@ -55,7 +55,6 @@ void tExportSession::UpdateReplayData(std::uint64_t timeMs, double fraction, con
 try
 {
     m_progress.passed(timeMs, fraction);
-    ++m_played;
     const auto package = viewPackage({data, len});
     if (!package || package->ip == 0 || package->port == 0 || package->payload.size() > cMaxDatagram)
         ++m_noDatagram;
@@ -88,15 +87,12 @@ std::string tExportSession::failure() const
 
 std::uint64_t tExportSession::countDamaged() const
 {
-    std::uint64_t damaged = 0, records = 0;
+    std::uint64_t damaged = m_storage.GetUnreadCnt();
     for (const std::string& path : m_files)
     {
         storage::tDataFile file;
-        if (!file.open(path))
-            continue;
-        damaged += file.damagedCount();
-        records += file.recordCount();
+        damaged += file.open(path) ? file.damagedCount() : 0;
     }
-    return damaged + (records > m_played ? records - m_played : 0);
+    return damaged;
 }
 }  // namespace session

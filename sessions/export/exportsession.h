@@ -59,7 +59,7 @@ private:
     std::unique_ptr<recordings::tCaptureWriter> m_writer;
     // The replay thread writes them; run() reads them after its end.
     std::uint16_t m_id = 0;
-    std::uint64_t m_played = 0, m_noDatagram = 0, m_frames = 0;
+    std::uint64_t m_noDatagram = 0, m_frames = 0;
     mutable std::mutex m_mutex;
     std::string m_failure;  // guarded by m_mutex
     tReplayProgress m_progress;

@@ -1,5 +1,7 @@
 #include "sessions/record/grouprecorder.h"
 
+#include <algorithm>
+
 #include "KestovaRecordings/failure.h"
 #include "sessions/record/recordingchecks.h"
 
@@ -9,7 +11,8 @@ using namespace recordings;
 
 namespace
 {
-constexpr int cReceiveBuffer = 4 * 1024 * 1024;
+// Holds what arrives while datagrams gather, and longer stalls of this machine; used only as far as it fills.
+constexpr int cReceiveBuffer = 16 * 1024 * 1024;
 constexpr tUdpMsgInfo cInfo = {0, 0, eReadType, eOtherType, 0};
 }  // namespace
 
@@ -18,22 +21,38 @@ tGroupRecorder::tGroupRecorder(const std::vector<NetAddress>& groups, std::uint3
     : m_root(prepareRecording(groups, localIp, folder)), m_storage(m_root, ".data")
 {
     for (const NetAddress& group : groups)
-        m_received.expect(group, eOtherType);
+        addGroup(group);
     m_storage.CreateNewWritingFile(0ul, "groups", compress);
     requireFileBelow(m_root, m_storage.GetCurrentWriteDataFileName());
-    for (const NetAddress& group : groups)
+    join(localIp);
+}
+
+// A group that is named twice is recorded once.
+void tGroupRecorder::addGroup(const NetAddress& address)
+{
+    const auto same = [&](const std::unique_ptr<tGroup>& group) { return group->m_address == address; };
+    if (std::none_of(m_groups.begin(), m_groups.end(), same))
+        m_groups.push_back(
+            std::make_unique<tGroup>(address, m_received.expect(address, eOtherType), m_packageRecorder));
+}
+
+void tGroupRecorder::join(std::uint32_t localIp)
+{
+    std::vector<net::tSourceRequest> requests;
+    for (const auto& group : m_groups)
+        requests.push_back({group.get(), group->m_address});
+    m_sources = net::defaultTransport().openSources(requests, localIp, cReceiveBuffer);
+    for (const auto& source : m_sources)
     {
-        auto& receiver = m_receivers[group];
-        receiver = net::defaultTransport().openSource(this, group, localIp, cReceiveBuffer);
-        if (!receiver->joined())
+        if (!source->joined())
             throw tFailure("a group could not be joined: see the line above");
     }
 }
 
 void tGroupRecorder::updateDiscarded()
 {
-    for (const auto& [group, receiver] : m_receivers)
-        m_discarded[m_received.keyOf(group)] = receiver->counters().kernelDropped;
+    for (std::size_t i = 0; i < m_sources.size(); ++i)
+        m_discarded[m_received.keyOf(m_groups[i]->m_address)] = m_sources[i]->counters().kernelDropped;
 }
 
 tRecorderState tGroupRecorder::state()
@@ -51,7 +70,7 @@ tRecorderState tGroupRecorder::state()
 void tGroupRecorder::closeSockets()
 {
     updateDiscarded();
-    m_receivers.clear();
+    m_sources.clear();
 }
 
 bool tGroupRecorder::waitWritten(unsigned int timeoutMs)
@@ -64,9 +83,9 @@ void tGroupRecorder::closeFile()
     m_storage.FinishWrite();
 }
 
-void tGroupRecorder::OnDatagram(const net::tReceivedDatagram& datagram)
+void tGroupRecorder::tGroup::OnDatagram(const net::tReceivedDatagram& datagram)
 {
-    m_received.add(datagram.group, datagram.data, datagram.len);
-    m_packageRecorder.Record(cInfo, datagram.group, datagram.data, datagram.len, 0);
+    m_count.add(datagram.data, datagram.len);
+    m_recorder.Record(cInfo, datagram.group, datagram.data, datagram.len, datagram.arrived_ms);
 }
 }  // namespace session

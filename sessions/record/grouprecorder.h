@@ -16,7 +16,7 @@
 
 namespace session
 {
-class tGroupRecorder : public iRecorder, private net::iDatagramListener
+class tGroupRecorder : public iRecorder
 {
 public:
     // localIp 0: the kernel chooses the interface. `folder` is the storage root. Throws tFailure.
@@ -31,7 +31,20 @@ public:
     void cancelCompressing() override { m_storage.CancelCompressing(); }
 
 private:
-    void OnDatagram(const net::tReceivedDatagram& datagram) override;
+    // The listener of one group.
+    struct tGroup : net::iDatagramListener
+    {
+        tGroup(const NetAddress& address, tReceivedCount& count, Kestova::tPackageRecorder& recorder)
+            : m_address(address), m_count(count), m_recorder(recorder)
+        {}
+        void OnDatagram(const net::tReceivedDatagram& datagram) override;
+
+        const NetAddress m_address;
+        tReceivedCount& m_count;
+        Kestova::tPackageRecorder& m_recorder;
+    };
+    void addGroup(const NetAddress& address);
+    void join(std::uint32_t localIp);
     void updateDiscarded();
 
     std::string m_root;
@@ -39,8 +52,8 @@ private:
     std::map<recordings::tStreamKey, std::uint64_t> m_discarded;
     storage::tDataStorageIO m_storage;
     Kestova::tPackageRecorder m_packageRecorder{m_storage};
-    std::map<NetAddress, std::unique_ptr<net::iDatagramSource>, tNetAddress_less>
-        m_receivers;  // last: their threads use m_packageRecorder
+    std::vector<std::unique_ptr<tGroup>> m_groups;
+    std::vector<std::unique_ptr<net::iDatagramSource>> m_sources;  // last: their thread uses the members above
 };
 }  // namespace session
 

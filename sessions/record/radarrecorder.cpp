@@ -43,6 +43,7 @@ tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& s
     const std::string root = prepareRecording(m_groups, ip, folder);
     m_saver =
         std::make_unique<Kestova::tRadarDataSaver>(m_kinds.data(), static_cast<int>(m_kinds.size()), root, ".data", "");
+    m_saver->SetSharedReception(true);
     m_saver->SetRecDataModifyObserver(this);
     m_saver->connect(radar.serial.c_str(), radar.id, compress);
     requireFileBelow(root, m_saver->GetCurrentWriteDataFileName());
@@ -139,6 +140,7 @@ void tRadarRecorder::closeFile()
 
 void tRadarRecorder::UpdateRecDataModify(const tUdpMsgInfo&, const char* groupAddr, int port, char* data, int len)
 {
-    m_received.add({net::transAddr(groupAddr), net::HtoNs(static_cast<std::uint16_t>(port))}, data, len);
+    if (tReceivedCount* const count = m_received.find(groupAddr, port))
+        count->add(data, len);
 }
 }  // namespace session

@@ -1,5 +1,6 @@
 #include "sessions/replay/addressmap.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "KestovaRecordings/groupaddress.h"
@@ -44,6 +45,18 @@ void tAddressMap::add(const std::string& rule)
     }
     if (!isNew)
         throw wrong(rule, from + " is mapped already");
+}
+
+std::vector<std::string> tAddressMap::unmatched(const std::set<tGroup>& groups) const
+{
+    std::vector<std::string> rules;
+    for (const auto& [from, to] : m_groups)
+        if (!groups.contains(from))
+            rules.push_back(net::transAddr(from.first) + ':' + std::to_string(from.second));
+    for (const auto& [from, to] : m_addresses)
+        if (std::ranges::none_of(groups, [ip = from](const tGroup& group) { return group.first == ip; }))
+            rules.push_back(net::transAddr(from));
+    return rules;
 }
 
 void tAddressMap::apply(std::uint32_t& ip, std::uint16_t& port) const

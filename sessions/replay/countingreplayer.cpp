@@ -17,9 +17,9 @@ public:
     {}
     ~tCountingReplayer() override { m_storage.CloseReadingFile(); }
 
-    void open(const std::string& path) override { m_storage.OpenReadDataFileorFolder(path, this); }
+    void open(const std::vector<std::string>& files) override { m_storage.OpenReadPaths(files, this); }
     bool pause(bool on) override { return m_storage.Pause(on); }
-    void setSpeed(double rate) override { m_storage.FastSlowForward(rate); }
+    void setSpeed(double factor) override { m_storage.SetSpeed(factor); }
     bool jump(double fraction) override { return m_storage.Jump(fraction); }
     void close() override { m_storage.CloseReadingFile(); }
     std::uint64_t unplayed() const override { return m_storage.GetUnreadCnt(); }

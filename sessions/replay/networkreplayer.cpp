@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <utility>
 
 #include "KestovaStorage/radardatareplayer.h"
 #include "UdpSocket/udpsocket.h"
@@ -50,11 +51,15 @@ public:
     }
     ~tNetworkReplayer() override { m_replayer.CloseReadingFile(); }
 
-    void open(const std::string& path) override { m_replayer.OpenReadDataFileorFolder(path, this); }
+    void open(const std::vector<std::string>& files) override { m_replayer.OpenReadPaths(files, this); }
     bool pause(bool on) override { return m_replayer.Pause(on); }
-    void setSpeed(double rate) override { m_replayer.FastSlowForward(rate); }
+    void setSpeed(double factor) override { m_replayer.SetSpeed(factor); }
     bool jump(double fraction) override { return m_replayer.Jump(fraction); }
-    void close() override { m_replayer.CloseReadingFile(); }
+    void close() override
+    {
+        m_replayer.CloseReadingFile();
+        settle();
+    }
     std::uint64_t sent() const override { return m_replayer.GetSentCnt(); }
     std::uint64_t refused() const override { return m_replayer.GetSendRefusedCnt(); }
     std::uint64_t unplayed() const override { return m_replayer.GetDamagedCnt() + m_replayer.GetUnreadCnt(); }
@@ -66,6 +71,7 @@ private:
     void UpdateReplayData(tTimes_ms replayTime, tTimes_ms, tMsgType, tReadWriteType rwType, double fraction,
                           const char* groupAddr, int port, const char* data, int len) override
     {
+        settle();
         m_progress.passed(replayTime, fraction);
         m_progress.count(tStreamKey::of(rwType, net::transAddr(groupAddr), static_cast<std::uint16_t>(port)),
                          {data, static_cast<std::size_t>(len)});
@@ -83,7 +89,16 @@ private:
         return false;  // the offset of the azimuth in a spoke is the radar's own format
     }
 
+    // A record is reported before it is sent: what became of it is known at the next one.
+    void settle()
+    {
+        const std::uint64_t refused = m_replayer.GetSendRefusedCnt();
+        if (std::exchange(m_settled, refused) != refused)
+            m_progress.uncountLast();
+    }
+
     tReplayProgress& m_progress;
+    std::uint64_t m_settled = 0;  // of the refused records, those that are not counted any more
     const tAddressMap m_map;
     const tNoRecordingFolder m_noFolder;
     Kestova::tRadarDataReplayer m_replayer;  // last: its threads call this object

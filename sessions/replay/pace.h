@@ -1,30 +1,40 @@
-// tPace: the speeds of the storage engine: whole multiples up to 10, and 1/2 down to 1/11.
+// tPace: how fast a recording is played, and the next speeds for keys.
 #ifndef KESTOVA_SESSIONS_REPLAY_PACE_H
 #define KESTOVA_SESSIONS_REPLAY_PACE_H
-
-#include <algorithm>
 
 namespace session
 {
 class tPace
 {
 public:
-    // Returns the pace that the engine plays for `speed`, which is more than 0.
-    static tPace of(double speed)
+    static constexpr double cSlowest = 0.001, cFastest = 1e6;  // of the storage engine
+
+    explicit tPace(double factor) : m_factor(factor) {}
+    double factor() const { return m_factor; }  // recorded time over playing time
+
+    // Return the next one of 1/10 to 1/2, 1 to 10, 20, 50, ..., 1000; the same beyond both ends.
+    tPace faster() const
     {
-        return tPace(speed >= 1.0 ? static_cast<int>(std::min(speed, 10.0)) - 1
-                                  : -static_cast<int>(std::min(1.0 / speed, 10.0)));
+        for (const double step : cSteps)
+            if (step > m_factor * (1.0 + cSame))
+                return tPace(step);
+        return *this;
     }
-    tPace faster() const { return tPace(std::min(m_step + 1, 9)); }
-    tPace slower() const { return tPace(std::max(m_step - 1, -10)); }
-    // Returns recorded time over playing time.
-    double factor() const { return m_step >= 0 ? m_step + 1.0 : 1.0 / (1.0 - m_step); }
-    // Returns the argument of FastSlowForward for this pace, in the middle of the range that rounds to it.
-    double rate() const { return m_step >= 0 ? m_step + 1.0 : 1.0 / (0.5 - m_step); }
+    tPace slower() const
+    {
+        double found = m_factor;
+        for (const double step : cSteps)
+            if (step < m_factor * (1.0 - cSame))
+                found = step;
+        return tPace(found);
+    }
 
 private:
-    explicit tPace(int step) : m_step(step) {}
-    int m_step;  // 0: the recorded pace, 9: ten times, -1: a half, -10: an eleventh
+    static constexpr double cSame = 1e-9;
+    static constexpr double cSteps[] = {
+        1.0 / 10, 1.0 / 9, 1.0 / 8, 1.0 / 7, 1.0 / 6, 1.0 / 5, 1.0 / 4, 1.0 / 3, 1.0 / 2, 1,   2,   3,   4,
+        5,        6,       7,       8,       9,       10,      20,      50,      100,     200, 500, 1000};
+    double m_factor;
 };
 }  // namespace session
 

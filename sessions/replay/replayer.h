@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "KestovaRecordings/streamchoice.h"
 #include "sessions/replay/addressmap.h"
@@ -17,9 +18,9 @@ class iReplayer
 {
 public:
     virtual ~iReplayer() = default;
-    virtual void open(const std::string& path) = 0;
+    virtual void open(const std::vector<std::string>& files) = 0;  // one at least
     virtual bool pause(bool on) = 0;
-    virtual void setSpeed(double rate) = 0;
+    virtual void setSpeed(double factor) = 0;
     virtual bool jump(double fraction) = 0;
     virtual void close() = 0;
     // Returns how many records were due and could not be played: unreadable, or, on the network, no package.

@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <set>
 
-#include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/failure.h"
-#include "KestovaStorage/datafile.h"
 #include "UdpSocket/udpsocket.h"
+#include "common/byteorder.h"
 #include "sessions/localaddress.h"
 
 namespace session
@@ -15,21 +16,53 @@ using namespace recordings;
 
 namespace
 {
-// Returns the files to play. Throws tFailure if none of them has a readable record.
-std::vector<std::string> playableFiles(const tReplayOptions& options)
+// What a silence must have lasted before it is skipped: the records before it are on their way until then.
+constexpr std::chrono::milliseconds cSettled{20};
+constexpr std::chrono::milliseconds cSettledUnseen{1000};  // the last of them may be one that is not reported
+constexpr std::chrono::milliseconds cAtOnce{0};            // a jump led there
+
+tSurvey surveyOf(const tReplayOptions& options)
+try
 {
-    std::string reason = "it holds no records";
-    std::vector<std::string> files = findRecordings(options.path, options.suffix);
-    for (const std::string& path : files)
-    {
-        storage::tDataFile file;
-        if (!file.open(path, &reason))
-            continue;
-        if (isReadable(file))
-            return files;
-        reason = path + " holds no records";
-    }
-    throw tFailure(fmt::format("nothing to play in {}: {}", options.path, reason));
+    tSurvey survey = surveyRecordings(options.paths, options.suffix,
+                                      std::min(cSilenceMs, options.skippedSilenceMs.value_or(cSilenceMs)));
+    if (survey.records == 0)
+        throw tFailure(survey.files.front() + ": it holds no records");
+    return survey;
+}
+catch (const tFailure& failure)
+{
+    throw tFailure(std::string("nothing to play: ") + failure.what());
+}
+
+void requireMapped(const std::vector<std::string>& files, const tAddressMap& map)
+{
+    std::set<tAddressMap::tGroup> groups;
+    std::set<std::string> names;
+    if (map.empty())
+        return;
+    findStreams(files, [&](const tStreamKey& key) {
+        if (!key.package)
+            return true;
+        std::uint32_t ip = 0;
+        be::store(&ip, key.addressOrder);
+        groups.insert({ip, key.port});
+        names.insert(key.address());
+        return !map.unmatched(groups).empty();
+    });
+    const auto rest = map.unmatched(groups);
+    if (!rest.empty())
+        throw tFailure(fmt::format("--map: nothing was recorded from {}; the recording has {}", fmt::join(rest, ", "),
+                                   fmt::join(names, ", ")));
+}
+
+// Throws tFailure for options that match nothing.
+tSurvey checkedSurvey(const tReplayOptions& options)
+{
+    tSurvey survey = surveyOf(options);
+    requireStreams(survey.files, options.streams);
+    requireMapped(survey.files, options.map);
+    return survey;
 }
 
 std::unique_ptr<iReplayer> createReplayer(tReplayProgress& progress, const tReplayOptions& options,
@@ -51,14 +84,16 @@ double fractionOf(std::uint64_t timeMs, const tReplayState& state)
 
 tReplaySession::tReplaySession(const tReplayOptions& options)
     : m_options(options), m_localIp(options.localIp.empty() ? "" : net::transAddr(localAddress(options.localIp))),
-      m_files(playableFiles(options)), m_pace(tPace::of(options.speed)),
-      m_progress([this](const tReplayState& state) { begin(state); }),
+      m_survey(checkedSurvey(options)),
+      m_startMs(options.start ? options.start->resolve(m_survey.firstMs, m_survey.lastMs)
+                              : static_cast<double>(m_survey.firstMs)),
+      m_pace(options.speed), m_progress([this](const tReplayState& state) { begin(state); }),
       m_replayer(createReplayer(m_progress, options, m_localIp))
 {}
 
 void tReplaySession::open()
 {
-    m_replayer->open(m_options.path);
+    m_replayer->open(m_survey.files);
 }
 
 void tReplaySession::close()
@@ -70,19 +105,13 @@ void tReplaySession::close()
 void tReplaySession::begin(const tReplayState& state)
 {
     m_passes = 1;
-    m_startMs = state.firstMs;
-    if (m_options.start)
-        m_startMs =
-            std::max(m_startMs,
-                     static_cast<std::uint64_t>(std::max(0.0, m_options.start->resolve(state.firstMs, state.lastMs))));
-    m_replayer->setSpeed(m_pace.rate());
-    if (m_startMs > state.lastMs)
-        m_replayer->close();  // nothing to play
-    else if (m_startMs > state.firstMs)
-    {
-        m_progress.beginJump();
-        m_replayer->jump(fractionOf(m_startMs, state));
-    }
+    m_replayer->setSpeed(m_pace.factor());
+    m_progress.setSpeed(m_pace.factor());
+    const auto start = static_cast<std::uint64_t>(m_startMs);
+    if (start <= state.firstMs)
+        return;
+    m_progress.beginJump(start);
+    m_replayer->jump(fractionOf(start, state));
 }
 
 void tReplaySession::togglePause()
@@ -90,23 +119,60 @@ void tReplaySession::togglePause()
     if (!m_replayer->pause(!m_paused))
         return;
     m_paused = !m_paused;
-    m_progress.beginStretch();
+    m_progress.setPaused(m_paused);
 }
 
 void tReplaySession::setPace(tPace pace)
 {
     m_pace = pace;
-    m_replayer->setSpeed(m_pace.rate());
+    m_replayer->setSpeed(m_pace.factor());
+    m_progress.setSpeed(m_pace.factor());
 }
 
+// A jump of the engine plays on. It pauses again before anything is played.
 void tReplaySession::jumpTo(std::int64_t timeMs)
 {
     const tReplayState state = m_progress.state();
     const std::uint64_t target =
         std::clamp(static_cast<std::uint64_t>(std::max<std::int64_t>(timeMs, 0)), state.firstMs, state.lastMs);
-    m_progress.beginJump();
-    if (m_replayer->jump(fractionOf(target, state)))
-        m_paused = false;
+    m_progress.beginJump(target, [this] {
+        if (m_paused)
+            m_replayer->pause(true);
+    });
+    m_replayer->jump(fractionOf(target, state));
+}
+
+std::optional<tGap> tReplaySession::silence() const
+{
+    const std::uint64_t now = m_progress.state().clockMs;
+    const auto behind = std::ranges::upper_bound(m_survey.silences, now, {}, &tGap::fromMs);
+    if (behind == m_survey.silences.begin() || now >= std::prev(behind)->toMs || now == std::prev(behind)->fromMs)
+        return std::nullopt;
+    return *std::prev(behind);
+}
+
+void tReplaySession::skipSilence()
+{
+    if (const auto gap = silence())
+        jumpTo(static_cast<std::int64_t>(gap->toMs));
+}
+
+void tReplaySession::skipLong()
+{
+    const auto gap = silence();
+    if (!m_options.skippedSilenceMs || m_paused || !gap || gap->length() <= *m_options.skippedSilenceMs)
+    {
+        m_silentSince.reset();
+        return;
+    }
+    const auto now = tSteady::now();
+    m_silentSince = m_silentSince.value_or(now);
+    const tReplayState state = m_progress.state();
+    const auto settled = state.timeMs < gap->fromMs ? cSettledUnseen : state.atRecord ? cSettled : cAtOnce;
+    if (now - *m_silentSince < settled)
+        return;
+    m_silentSince.reset();
+    skipSilence();
 }
 
 bool tReplaySession::nextPass()
@@ -116,16 +182,5 @@ bool tReplaySession::nextPass()
     ++m_passes;
     jumpTo(static_cast<std::int64_t>(m_startMs));
     return true;
-}
-
-std::uint64_t tReplaySession::countDamaged() const
-{
-    std::uint64_t damaged = m_replayer->unplayed();
-    for (const std::string& path : m_files)
-    {
-        storage::tDataFile file;
-        damaged += file.open(path) ? file.damagedCount() : 0;
-    }
-    return damaged;
 }
 }  // namespace session

@@ -1,7 +1,5 @@
 # Builds the small applications against PREFIX by find_package, and runs them.
-include("${CMAKE_CURRENT_LIST_DIR}/run.cmake")
-set(build "${SCRATCH}/${NAME}/build")
-file(REMOVE_RECURSE "${build}")
+set(build "${SCRATCH}/build")
 run(${CMAKE_COMMAND} -S "${CMAKE_CURRENT_LIST_DIR}/application" -B "${build}" -G "${GENERATOR}"
     "-DCMAKE_CXX_COMPILER=${CXX}" "-DCMAKE_PREFIX_PATH=${PREFIX}" -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF)
 file(STRINGS "${build}/CMakeCache.txt" found REGEX "^KestovaStorage_DIR")

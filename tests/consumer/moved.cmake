@@ -1,12 +1,19 @@
-# An installed tree that was moved still serves both ways, and its command line still starts: the place where it was
-# installed first is gone, so nothing can hold on to it.
+# Installs the build and moves it: the public headers are there, all of them and no others, both ways of finding the
+# libraries serve, and the command line starts. The place where it was installed first is gone, so nothing can hold on
+# to it.
 include("${CMAKE_CURRENT_LIST_DIR}/run.cmake")
-set(first "${SCRATCH}/${NAME}/first")
-set(PREFIX "${SCRATCH}/${NAME}/elsewhere/moved")
-file(REMOVE_RECURSE "${first}" "${PREFIX}")
+set(first "${SCRATCH}/first")
+set(PREFIX "${SCRATCH}/elsewhere/moved")
+file(REMOVE_RECURSE "${SCRATCH}")
 run(${CMAKE_COMMAND} --install "${BUILD}" --prefix "${first}")
-file(MAKE_DIRECTORY "${SCRATCH}/${NAME}/elsewhere")
+file(MAKE_DIRECTORY "${SCRATCH}/elsewhere")
 file(RENAME "${first}" "${PREFIX}")
+file(GLOB_RECURSE installed RELATIVE "${PREFIX}/${INCLUDE}" "${PREFIX}/include/*")
+list(SORT installed)
+list(SORT HEADERS)
+if(NOT installed STREQUAL HEADERS)
+  message(FATAL_ERROR "installed: ${installed}\nexpected:  ${HEADERS}")
+endif()
 include("${CMAKE_CURRENT_LIST_DIR}/find_package.cmake")
 include("${CMAKE_CURRENT_LIST_DIR}/pkg_config.cmake")
 if(TOOL)

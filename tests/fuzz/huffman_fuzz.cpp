@@ -11,42 +11,25 @@
 #include <string_view>
 #include <vector>
 
-#include "KestovaStorage/huffmandecode.h"
-#include "KestovaStorage/huffmanencode.h"
 #include "KestovaStorage/internal/codec/segmentdecoder.h"
 #include "tests/fuzz/fuzz.h"
+#include "tests/support/huffmaninputs.h"
 #include "tests/support/plainhuffman.h"
 
 namespace
 {
 constexpr std::size_t cMostSize = 65535;  // no count exceeds 16 bits
 
-std::string decoded(const std::string& array)
-{
-    huffman::tHuffmanDecode decoder(huffman::eByteArrayMode);
-    const std::vector<char> exact(array.begin(), array.end());  // so that reading on is noticed
-    return decoder.DecodeByteArray(exact.data(), static_cast<std::uint32_t>(exact.size()));
-}
-
-std::string encoded(const std::string& bytes)
-{
-    huffman::tHuffmanEncode encoder(huffman::eByteArrayMode);
-    std::vector<char> exact(plain::byteArray(bytes).size());
-    const auto result = encoder.EncodeByteArray(bytes.data(), static_cast<std::uint32_t>(bytes.size()), exact.data(),
-                                                static_cast<std::uint32_t>(exact.size()));
-    require(!result.second);
-    return {result.first.first, result.first.second};
-}
-
 void checkArray(const std::string& bytes)
 {
-    require(decoded(bytes).size() <= bytes.size() * 8);
+    require(decodedArray(bytes).size() <= bytes.size() * 8);
     if (bytes.empty() || bytes.size() > cMostSize)
         return;
-    const std::string array = encoded(bytes);
-    require(array == plain::byteArray(bytes));
+    huffman::tHuffmanEncode encoder(huffman::eByteArrayMode);
+    const std::string array = plain::byteArray(bytes);
+    require(encodedArray(encoder, bytes, array.size()) == std::pair(array, false));
     const bool oneValue = bytes.find_first_not_of(bytes[0]) == std::string::npos;
-    require(decoded(array) == (oneValue ? "" : bytes));
+    require(decodedArray(array) == (oneValue ? "" : bytes));
 }
 
 huffman::tFileHead headOf(std::string_view& bytes)

@@ -1,11 +1,16 @@
-// Inputs for a codec, of many shapes, the same ones for the same seed.
+// Inputs for a codec, of many shapes, the same ones for the same seed; and byte arrays through it.
 #ifndef KESTOVA_TESTS_HUFFMANINPUTS_H
 #define KESTOVA_TESTS_HUFFMANINPUTS_H
 
 #include <cmath>
+#include <memory>
 #include <random>
 #include <string>
 #include <utility>
+#include <vector>
+
+#include "KestovaStorage/huffmandecode.h"
+#include "KestovaStorage/huffmanencode.h"
 
 class tHuffmanInputs
 {
@@ -46,5 +51,23 @@ private:
     std::mt19937 m_random;
     std::size_t m_shuffle = 0;
 };
+
+// An array encoded into `size` bytes of the caller's; whether they were too few.
+inline std::pair<std::string, bool> encodedArray(huffman::tHuffmanEncode& encoder, const std::string& bytes,
+                                                 std::size_t size = 0)
+{
+    const std::unique_ptr<char[]> dst(size != 0 ? new char[size] : nullptr);
+    const huffman::tEncodedResult result = encoder.EncodeByteArray(bytes.data(), static_cast<uint32_t>(bytes.size()),
+                                                                   dst.get(), static_cast<uint32_t>(size));
+    const std::unique_ptr<char[]> made(result.second ? result.first.first : nullptr);
+    return {{result.first.first, result.first.second}, result.second};
+}
+
+inline std::string decodedArray(const std::string& array)
+{
+    huffman::tHuffmanDecode decoder(huffman::eByteArrayMode);
+    const std::vector<char> exact(array.begin(), array.end());  // so that reading on is noticed
+    return decoder.DecodeByteArray(exact.data(), static_cast<uint32_t>(exact.size()));
+}
 
 #endif

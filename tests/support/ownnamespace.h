@@ -82,8 +82,6 @@ public:
     tTinyDisk(const tTinyDisk&) = delete;
     tTinyDisk& operator=(const tTinyDisk&) = delete;
 
-    bool mounted() const { return m_mounted; }
-
 private:
     const std::string m_folder;
     bool m_mounted = false;

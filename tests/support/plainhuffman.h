@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/radarpackages.h"
+
 namespace plain
 {
 using tFreqs = std::map<std::uint8_t, std::uint64_t>;
@@ -110,23 +112,15 @@ inline std::string unpack(const std::string& bytes)
     return bits;
 }
 
-inline std::string number(std::uint64_t value, std::size_t width)
-{
-    std::string bytes;
-    for (std::size_t i = 0; i < width; ++i)
-        bytes += static_cast<char>(value >> (8 * i));
-    return bytes;
-}
-
 // A head with one entry a byte value, its count `width` bytes wide; `valid` is never 0.
 inline std::string head(const tFreqs& freqs, std::size_t bits, std::size_t unit, std::size_t width)
 {
-    std::string bytes =
-        number(0xE0C0DE00, 4) + number(freqs.size(), 2) + number(bits % unit == 0 ? unit : bits % unit, 1);
+    std::string bytes = littleEndian(0xE0C0DE00, 4) + littleEndian(freqs.size(), 2) +
+                        littleEndian(bits % unit == 0 ? unit : bits % unit, 1);
     if (width == 4)
         bytes.append(16, '\0');
     for (const auto& [value, freq] : freqs)
-        bytes += number(value, 1) + number(freq, width);
+        bytes += littleEndian(value, 1) + littleEndian(freq, width);
     return bytes;
 }
 
@@ -151,18 +145,6 @@ inline std::string byteArray(const std::string& bytes)
     const tFreqs freqs = freqsOf(bytes);
     const std::string bits = encode(bytes, codesOf(freqs));
     return head(freqs, bits.size(), 8, 2) + pack(bits);
-}
-
-// Of counts that fit in 16 bits.
-inline std::string fromByteArray(const std::string& array)
-{
-    const auto at = [&](std::size_t i) { return std::uint64_t{static_cast<std::uint8_t>(array[i])}; };
-    const std::size_t variety = at(4) | at(5) << 8;
-    tFreqs freqs;
-    for (std::size_t i = 7; i < 7 + 3 * variety; i += 3)
-        freqs[static_cast<std::uint8_t>(at(i))] = at(i + 1) | at(i + 2) << 8;
-    const std::string bits = unpack(array.substr(7 + 3 * variety));
-    return decode(bits.substr(0, bits.size() - 8 + at(6)), treeOf(freqs));
 }
 }  // namespace plain
 

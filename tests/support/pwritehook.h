@@ -6,6 +6,7 @@
 #ifndef KESTOVA_TESTS_PWRITEHOOK_H
 #define KESTOVA_TESTS_PWRITEHOOK_H
 
+#include <cerrno>
 #include <functional>
 #include <mutex>
 #include <shared_mutex>
@@ -36,6 +37,19 @@ public:
     static ssize_t write(int file, const void* data, std::size_t len, off_t pos)
     {
         return ::pwrite(file, data, len, pos);
+    }
+    // A disk without room for what lies from `from` to `to` in a file.
+    static tHandler noRoom(std::uint64_t from, std::uint64_t to)
+    {
+        return [from, to](int file, const void* data, std::size_t len, off_t pos) -> ssize_t {
+            const auto begin = static_cast<std::uint64_t>(pos);
+            if (begin + len <= from || begin >= to)
+                return write(file, data, len, pos);
+            if (begin < from)
+                return write(file, data, from - begin, pos);
+            errno = ENOSPC;
+            return -1;
+        };
     }
 
 private:

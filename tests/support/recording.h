@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <fstream>
 #include <system_error>
 #include <unistd.h>
 
@@ -50,20 +49,6 @@ inline void recordByHand(const std::string& path, const tSegments& segments, boo
         putBytes(path, 2000, indexHead(static_cast<std::uint32_t>(segments.size())));
     putBytes(path, 2048, index);
     putBytes(path, payloadPos, payload);
-}
-
-// Writes a file of the test data that is kept as a list of its pieces: lines of an offset and bytes in hexadecimal.
-inline void writePieces(const std::string& list, const std::string& path)
-{
-    std::ifstream in(list);
-    std::string hex;
-    for (std::uint64_t offset = 0; in >> offset >> hex;)
-    {
-        std::string bytes;
-        for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-            bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
-        putBytes(path, offset, bytes);
-    }
 }
 
 #endif

@@ -4,18 +4,19 @@
 #include <limits>
 #include <memory>
 #include <numeric>
+#include <optional>
 
-#include "KestovaRecordings/archive.h"
-#include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/packagecontents.h"
 #include "KestovaRecordings/streamchoice.h"
+#include "KestovaRecordings/survey.h"
 #include "tools/commands/commands.h"
+#include "tools/commands/payloadtext.h"
 #include "tools/shell/console.h"
-#include "tools/shell/exitstatus.h"
+#include "tools/shell/leftout.h"
 #include "tools/shell/options.h"
+#include "tools/shell/places.h"
 #include "tools/shell/report.h"
 #include "tools/shell/stopsignal.h"
-#include "tools/shell/units.h"
 
 namespace tool
 {
@@ -28,17 +29,12 @@ struct tOptions : tRecordingOptions
     std::vector<std::string> streams;
     std::string from, to;
     std::uint64_t limit = std::numeric_limits<std::uint64_t>::max();
-    std::uint64_t bytes = 32;
+    std::optional<std::uint64_t> bytes;  // of each payload
     bool all = false;
+    bool text = false;
 };
 
-tMoment parsePlace(const std::string& text)
-{
-    const tMoment moment = parseMoment(text);
-    if (moment.kind == tMoment::eFraction)
-        throw std::invalid_argument("'" + text + "' is no time: write 90s, 00:01:30 or \"2024-05-17 08:30:00\"");
-    return moment;
-}
+constexpr std::uint64_t cBytesShown = 32;  // of payloads that are not shown as text
 
 std::string hex(std::string_view bytes)
 {
@@ -73,64 +69,79 @@ public:
 
     int run()
     {
-        const auto paths = findRecordings(m_options.path, m_options.suffix);
-        for (const std::string& path : paths)
+        tFoundFiles found = findAllRecordings(m_options.paths, m_options.suffix);
+        m_leftOut = std::move(found.leftOut);
+        requireStreams(found.files, m_streams);
+        m_fromMs = timeOf(m_options.from, 0.0);
+        m_toMs = timeOf(m_options.to, std::numeric_limits<double>::max());
+        bool any = false;
+        for (const std::string& path : found.files)
         {
-            storage::tDataFile file;
-            std::string error;
-            if (file.open(path, &error))
-                dumpFile(file);
-            else if (paths.size() == 1)
-                throw tFailure(error);
-            else
-                skip(error);
             if (m_left == 0 || m_stop.requested())
                 break;
+            if (const auto present = presentForm(path, found.files, m_options.suffix))
+                any = dumpFile(*present) || any;
         }
-        m_console.flush();
-        if (m_damaged > 0)
-            m_console.note(fmt::format("kestova dump: {} damaged records were skipped", m_damaged));
-        return m_damaged > 0 || m_skipped > 0 ? eDamaged : eDone;
+        if (!any && m_left > 0 && !m_stop.requested())
+            throw nothingLeft(m_leftOut);
+        return report();
     }
 
 private:
-    void skip(const std::string& why)
+    // Places that count from an end of the recording need its span.
+    double timeOf(const std::string& place, double otherwise)
     {
-        ++m_skipped;
-        m_console.note("kestova dump: skipped: " + why);
+        if (place.empty())
+            return otherwise;
+        const tMoment moment = parseMoment(place);
+        if (moment.kind != tMoment::eAbsolute && !m_survey)
+            m_survey = surveyRecordings(m_options.paths, m_options.suffix);
+        return m_survey ? moment.resolve(m_survey->firstMs, m_survey->lastMs) : moment.value;
     }
 
-    void dumpFile(storage::tDataFile& file)
+    int report()
+    {
+        if (m_options.json && !m_leftOut.empty())
+            printJson(m_console, {{"schema", "kestova/dump/2"}, {"skipped", leftOutJson(m_leftOut)}});
+        m_console.flush();
+        if (m_damaged > 0)
+            m_console.note(fmt::format("kestova dump: {} damaged records were skipped", m_damaged));
+        return worseStatus(m_damaged > 0 ? eDamaged : eDone, reportLeftOut(m_console, "dump", m_leftOut));
+    }
+
+    // Returns false for a file that is left out.
+    bool dumpFile(const std::string& path)
+    {
+        storage::tDataFile file;
+        std::string error;
+        if (file.open(path, &error) && file.recordCount() > 0 && !isReadable(file))
+            error = "none of its records can be read";
+        if (!error.empty())
+        {
+            const bool asked = std::ranges::find(m_options.paths, path) != m_options.paths.end();
+            m_leftOut.push_back(leftOut(path, error, asked));
+            return false;
+        }
+        dumpRecords(file);
+        return true;
+    }
+
+    void dumpRecords(storage::tDataFile& file)
     {
         m_damaged += file.damagedCount();
-        if (file.recordCount() > 0 && !isReadable(file))
-            return skip(file.path() + ": none of its records can be read");
         for (const std::size_t i : timeOrder(file))
         {
             if (m_left == 0 || m_stop.requested())
                 return;
-            const storage::tDataFileRecord record = file.record(i);
-            if (!inSpan(record.timeMs))
+            const std::uint64_t timeMs = file.record(i).timeMs;
+            const double time = static_cast<double>(timeMs);
+            if (time < m_fromMs || time > m_toMs)
                 continue;
             if (file.read(i, m_segment))
-                dumpRecord(file, record.timeMs);
+                dumpRecord(file, timeMs);
             else
                 ++m_damaged;
         }
-    }
-
-    // Offsets count from the first record of the dump.
-    bool inSpan(std::uint64_t timeMs)
-    {
-        if (!m_spanKnown)
-        {
-            m_spanKnown = true;
-            m_fromMs = m_options.from.empty() ? 0.0 : parsePlace(m_options.from).resolve(timeMs, timeMs);
-            m_toMs = m_options.to.empty() ? std::numeric_limits<double>::max()
-                                          : parsePlace(m_options.to).resolve(timeMs, timeMs);
-        }
-        const double time = static_cast<double>(timeMs);
-        return time >= m_fromMs && time <= m_toMs;
     }
 
     void dumpRecord(const storage::tDataFile& file, std::uint64_t timeMs)
@@ -146,24 +157,30 @@ private:
         --m_left;
     }
 
+    bool asText(std::string_view bytes) const { return m_options.text && holdsSentence(bytes); }
+
     std::string_view shown(std::string_view bytes) const
     {
-        return m_options.all ? bytes : bytes.substr(0, m_options.bytes);
+        if (m_options.all || (!m_options.bytes && asText(bytes)))
+            return bytes;
+        return bytes.substr(0, m_options.bytes.value_or(cBytesShown));
     }
 
     std::string text(std::uint64_t timeMs, const std::optional<tPackageContents>& package, std::string_view bytes) const
     {
         const tStreamKey key =
             package ? tStreamKey::of(package->info.rwType, package->ip, package->port) : tStreamKey::raw();
-        return fmt::format("{}  {:<16} {:<19} {:<21} {:>5}  {}{}\n", localTimeText(timeMs), key.name(),
+        const std::string_view part = shown(bytes);
+        return fmt::format("{}  {:<16} {:<19} {:<21} {:>5}  {}{}\n", timeText(timeMs), key.name(),
                            package ? messageTitle(package->info.type) : "-", package ? key.address() : "-",
-                           bytes.size(), hex(shown(bytes)), shown(bytes).size() < bytes.size() ? "..." : "");
+                           bytes.size(), asText(bytes) ? escapedText(part) : hex(part),
+                           part.size() < bytes.size() ? "..." : "");
     }
 
     tJson json(const storage::tDataFile& file, std::uint64_t timeMs, const std::optional<tPackageContents>& package,
                std::string_view bytes) const
     {
-        tJson line = {{"schema", "kestova/dump/1"}, {"file", file.path()}, {"time_ms", timeMs}};
+        tJson line = {{"schema", "kestova/dump/2"}, {"file", file.path()}, {"time_ms", timeMs}};
         if (package)
         {
             const tStreamKey key = tStreamKey::of(package->info.rwType, package->ip, package->port);
@@ -179,6 +196,8 @@ private:
             line["stream"] = "raw";
         line["length"] = bytes.size();
         line["payload"] = hex(shown(bytes));
+        if (asText(bytes))
+            line["text"] = escapedText(shown(bytes));
         line["truncated"] = shown(bytes).size() < bytes.size();
         return line;
     }
@@ -188,10 +207,11 @@ private:
     tStopSignal m_stop;
     tStreamChoice m_streams;
     std::uint64_t m_left;
-    bool m_spanKnown = false;
     double m_fromMs = 0.0, m_toMs = 0.0;
+    std::optional<tSurvey> m_survey;  // only if a place needs it
     std::string m_segment;
-    std::uint64_t m_damaged = 0, m_skipped = 0;
+    std::uint64_t m_damaged = 0;
+    std::vector<tLeftOut> m_leftOut;
 };
 }  // namespace
 
@@ -200,18 +220,21 @@ void addDump(CLI::App& app, tRun& chosen)
     auto options = std::make_shared<tOptions>();
     CLI::App& command = *app.add_subcommand("dump", "Show records one by one");
     command.footer("One line a record: time, stream, kind of message, group, length, payload as hex.\n"
-                   "Example: kestova dump recordings --streams gpsDev --from 00:01:00 --limit 10 --all");
-    addPath(command, options->path);
+                   "Example: kestova dump recordings --streams gpsDev --from +00:01:00 --limit 10 --text");
+    addPaths(command, options->paths);
     addSuffix(command, options->suffix);
     addStreams(command, options->streams);
     for (const auto& [name, text, help] :
-         {std::tuple{"--from", &options->from, "Not before this time: 90s, 00:01:30 or \"2024-05-17 08:30:00\""},
-          std::tuple{"--to", &options->to, "Not after this time"}})
-        command.add_option(name, *text, help)->type_name("TIME")->check(checkedBy(parsePlace));
-    command.add_option("--limit", options->limit, "At most so many records");
+         {std::tuple{"--from", &options->from, "Not before this place: +90s, -90s, 50% or \"2024-05-17 08:30:00\""},
+          std::tuple{"--to", &options->to, "Not after this place"}})
+        command.add_option(name, *text, help)->type_name("PLACE")->check(checkedBy(parseMoment));
+    command.add_option("--limit", options->limit, "At most so many records")->type_name("N")->check(wholeNumber());
     CLI::Option* const bytes =
-        command.add_option("--bytes", options->bytes, "Bytes of each payload to show")->capture_default_str();
+        command.add_option("--bytes", options->bytes, "Bytes of each payload to show (32; sentences whole)")
+            ->type_name("N")
+            ->check(wholeNumber());
     command.add_flag("--all", options->all, "Show whole payloads")->excludes(bytes);
+    command.add_flag("--text", options->text, "Show payloads with sentences ($GPRMC,..., !AIVDM,...) as escaped text");
     command.add_flag("--json", options->json, "One JSON object a line");
     command.callback(
         [options, &chosen] { chosen = [options](tConsole& console) { return tDump(*options, console).run(); }; });

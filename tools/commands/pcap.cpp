@@ -10,6 +10,7 @@
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
 #include "tools/shell/options.h"
+#include "tools/shell/places.h"
 #include "tools/shell/report.h"
 #include "tools/shell/stopsignal.h"
 #include "tools/shell/units.h"
@@ -59,7 +60,7 @@ public:
         m_session.run([this](const session::tImportProgress& progress) {
             if (m_console.progressDue())
                 m_console.progress(fmt::format("{:>7}  {}  {} streams", percentText(progress.fraction),
-                                               localTimeText(progress.timeMs), progress.streams));
+                                               timeText(progress.timeMs), progress.streams));
             return !m_stop.requested();
         });
         if (m_options.json)
@@ -147,8 +148,8 @@ private:
         out += fmt::format("{} records, {} of them no UDP or too short to tell", m_result.records,
                            m_result.skippedRecords);
         if (m_result.firstTime_us != 0)
-            out += fmt::format("; {} to {}", localTimeText(m_result.firstTime_us / 1000),
-                               localTimeText(m_result.lastTime_us / 1000));
+            out += fmt::format("; {} to {}", timeText(m_result.firstTime_us / 1000),
+                               timeText(m_result.lastTime_us / 1000));
         out += '\n';
         if (const auto* const recorder = m_session.recorder())
         {

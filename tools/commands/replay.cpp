@@ -1,10 +1,12 @@
-// kestova replay: plays a recording, counting its records at the terminal or sending them onto the network.
+// kestova replay: plays recordings, counting its records at the terminal or sending them onto the network.
+#include <charconv>
 #include <memory>
 #include <stdexcept>
 
 #include "tools/commands/commands.h"
 #include "tools/commands/replayrun.h"
 #include "tools/shell/options.h"
+#include "tools/shell/places.h"
 #include "tools/shell/units.h"
 
 namespace tool
@@ -16,9 +18,38 @@ struct tOptions
     session::tReplayOptions replay;
     std::vector<std::string> streams;
     std::string start;
+    std::string skipSilence;
     std::vector<std::string> maps;
     bool json = false;
 };
+
+double parseSpeed(const std::string& text)
+{
+    using session::tPace;
+    const auto speed = plainNumber(text);
+    if (!speed || *speed < tPace::cSlowest || *speed > tPace::cFastest)
+        throw std::invalid_argument("'" + text +
+                                    "' is no speed: write a number from 0.001 to 1000000, such as 0.5 or 4");
+    return *speed;
+}
+
+std::uint64_t parsePasses(const std::string& text)
+{
+    std::uint64_t passes = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), passes);
+    if (error != std::errc() || end != text.data() + text.size() || passes == 0)
+        throw std::invalid_argument("'" + text +
+                                    "' is no number of times: write 1 or more, or --loop alone behind the paths");
+    return passes;
+}
+
+std::uint64_t parseSilence(const std::string& text)
+{
+    const std::uint64_t ms = parseDuration(text);
+    if (ms == 0)
+        throw std::invalid_argument("'" + text + "' is no silence: write 1 ms or more");
+    return ms;
+}
 
 int replay(const tOptions& given, tConsole& console)
 {
@@ -26,6 +57,8 @@ int replay(const tOptions& given, tConsole& console)
     options.streams = recordings::parseStreams(given.streams);
     if (!given.start.empty())
         options.start = parseMoment(given.start);
+    if (!given.skipSilence.empty())
+        options.skippedSilenceMs = parseSilence(given.skipSilence);
     for (const std::string& rule : given.maps)
         options.map.add(rule);
     return tReplayRun(options, given.start, given.json, console).run();
@@ -46,14 +79,21 @@ catch (const std::invalid_argument& error)
 
 void addPlaying(CLI::App& command, tOptions& options)
 {
-    addPath(command, options.replay.path);
+    addPaths(command, options.replay.paths);
     addSuffix(command, options.replay.suffix);
-    command.add_option("--speed", options.replay.speed, "2 to 10 fast; 0.5 plays a third, 0.1 an eleventh of the pace")
-        ->check(CLI::Range(0.1, 10.0))
+    command.add_option("--speed", options.replay.speed, "Recorded time over playing time, 0.001 to 1000000")
+        ->type_name("N")
+        ->check(checkedBy(parseSpeed))
         ->capture_default_str();
-    command.add_option("--start", options.start, "Where to begin: 0.5, 90s, 00:01:30 or \"2024-05-17 08:30:00\"")
+    command.add_option("--start", options.start, "Where to begin: +90s, -90s, 50% or \"2024-05-17 08:30:00\"")
         ->type_name("PLACE")
         ->check(checkedBy(parseMoment));
+    command
+        .add_option("--skip-silence", options.skipSilence,
+                    "Skip times longer than this when nothing was recorded (10 s)")
+        ->type_name("[DUR]")
+        ->expected(0, 1)
+        ->check(checkedBy(parseSilence));
     addStreams(command, options.streams);
     addJson(command, options.json);
 }
@@ -75,11 +115,13 @@ void addNetwork(CLI::App& command, tOptions& options)
 void addReplay(CLI::App& app, tRun& chosen)
 {
     auto options = std::make_shared<tOptions>();
-    CLI::App& command = *app.add_subcommand("replay", "Play a recording to the terminal or onto the network");
+    CLI::App& command = *app.add_subcommand("replay", "Play recordings to the terminal or onto the network");
     command.footer(
-        "Plays at the recorded pace and ends with a table of what was played. At a terminal, keys steer it: space\n"
-        "pauses, left and right jump 10 s, up and down a minute, + and - change the speed, q ends.\n"
-        "Examples: kestova replay recordings --start 00:10:00 --speed 4 --streams imageStream,arpaStream\n"
+        "Plays at the recorded pace and ends with a table of what was played; several paths are played as one\n"
+        "recording. At a terminal, keys steer it: space pauses, left and right jump 10 s, up and down a minute, + and "
+        "-\n"
+        "change the speed, g skips a time when nothing was recorded, q ends.\n"
+        "Examples: kestova replay recordings --start +00:10:00 --speed 4 --streams imageStream,arpaStream\n"
         "          kestova replay recordings --net --local-ip eth0 --map 239.17.0.1:6001=239.99.0.1:6001");
     addPlaying(command, *options);
     addNetwork(command, *options);
@@ -87,11 +129,14 @@ void addReplay(CLI::App& app, tRun& chosen)
         command.add_option("--loop", options->replay.passes, "Play so many times; until Ctrl-C without a number")
             ->type_name("[N]")
             ->expected(0, 1)
-            ->check(CLI::PositiveNumber);
-    command.callback([options, loop, &chosen] {
+            ->check(checkedBy(parsePasses));
+    CLI::Option* const silence = command.get_option("--skip-silence");
+    command.callback([options, loop, silence, &chosen] {
         checkMaps(options->maps);
         if (!loop->empty() && loop->results().front().empty())
             options->replay.passes = 0;
+        if (!silence->empty() && options->skipSilence.empty())
+            options->skipSilence = std::to_string(recordings::cSilenceMs) + "ms";
         chosen = [options](tConsole& console) { return replay(*options, console); };
     });
 }

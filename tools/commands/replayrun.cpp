@@ -1,10 +1,12 @@
 #include "tools/commands/replayrun.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 #include "KestovaRecordings/failure.h"
 #include "tools/shell/console.h"
-#include "tools/shell/exitstatus.h"
+#include "tools/shell/leftout.h"
+#include "tools/shell/places.h"
 #include "tools/shell/units.h"
 
 namespace tool
@@ -23,6 +25,32 @@ double meanPace(const tReplayState& state)
 {
     return state.tookMs == 0 ? 0.0 : static_cast<double>(state.playedMs) / static_cast<double>(state.tookMs);
 }
+
+std::string withoutMs(const std::string& text)
+{
+    return text.substr(0, text.rfind('.'));
+}
+
+struct tPart
+{
+    std::string text;
+    int rank;  // the smallest is the last to be dropped
+};
+
+// Returns the parts on one line of at most `width` characters, without those that find no room.
+std::string fitted(std::vector<tPart> parts, std::size_t width)
+{
+    for (;;)
+    {
+        std::string line;
+        for (const tPart& part : parts)
+            if (!part.text.empty())
+                line += (line.empty() ? "" : "  ") + part.text;
+        if (line.size() <= width || parts.size() == 1)
+            return line;
+        parts.erase(std::ranges::max_element(parts, {}, &tPart::rank));
+    }
+}
 }  // namespace
 
 tReplayRun::tReplayRun(const session::tReplayOptions& options, std::string start, bool json, tConsole& console)
@@ -31,12 +59,24 @@ tReplayRun::tReplayRun(const session::tReplayOptions& options, std::string start
 
 int tReplayRun::run()
 {
+    checkStart();
+    const int skipped = reportLeftOut(m_console, "replay", m_session.survey().leftOut);
     m_session.open();
     if (waitForOpening())
         playAll();
     const bool ended = m_session.state().ended;
     m_session.close();
-    return report(ended);
+    return worseStatus(skipped, report(ended));
+}
+
+void tReplayRun::checkStart() const
+{
+    const tSurvey& survey = m_session.survey();
+    const bool before = m_session.startMs() < static_cast<double>(survey.firstMs);
+    if (before || m_session.startMs() > static_cast<double>(survey.lastMs))
+        throw tFailure(fmt::format("--start {} lies {}: the recording goes from {} to {} ({})", m_start,
+                                   before ? "before the beginning" : "behind the end", timeText(survey.firstMs),
+                                   timeText(survey.lastMs), durationText(survey.lastMs - survey.firstMs)));
 }
 
 // Returns false if the user ends it early.
@@ -47,16 +87,12 @@ bool tReplayRun::waitForOpening()
         if (m_stop.wait(milliseconds(2)))
             return false;
     }
-    const tReplayState state = m_session.state();
-    if (m_session.startMs() > state.lastMs)
-        throw tFailure(fmt::format("--start {} lies behind the end: the recording lasts {}", m_start,
-                                   durationText(state.lastMs - state.firstMs)));
-    m_console.note(fmt::format("playing {} to {} at {:.2g}x{}", localTimeText(m_session.startMs()),
-                               localTimeText(state.lastMs), m_session.pace().factor(),
-                               m_options.net ? " onto the network" : ""));
+    m_console.note(fmt::format(
+        "playing {} to {} at {:.4g}x{}", timeText(static_cast<std::uint64_t>(m_session.startMs())),
+        timeText(m_session.state().lastMs), m_session.pace().factor(), m_options.net ? " onto the network" : ""));
     if (m_keyboard.active())
-        m_console.note(
-            "space pauses, left and right jump 10 s, up and down a minute, + and - change the speed, q ends");
+        m_console.note("space pauses, left and right jump 10 s, up and down a minute, + and - change the speed, "
+                       "g skips a silence, q ends");
     return true;
 }
 
@@ -73,8 +109,9 @@ bool tReplayRun::playToEnd()
     {
         if (m_stop.wait(milliseconds(20)) || !handleKeys())
             return false;
+        m_session.skipLong();
         if (m_console.progressDue())
-            showProgress();
+            m_console.progress(progressLine());
     }
     return true;
 }
@@ -93,7 +130,7 @@ bool tReplayRun::handleKeys()
 
 void tReplayRun::press(eKey key)
 {
-    const auto now = static_cast<std::int64_t>(m_session.state().timeMs);
+    const auto now = static_cast<std::int64_t>(m_session.state().clockMs);
     switch (key)
     {
     case eKey::ePause:
@@ -110,25 +147,47 @@ void tReplayRun::press(eKey key)
         return m_session.setPace(m_session.pace().faster());
     case eKey::eSlower:
         return m_session.setPace(m_session.pace().slower());
+    case eKey::eSkip:
+        return m_session.skipSilence();
     case eKey::eQuit:
         return;
     }
 }
 
-void tReplayRun::showProgress()
+std::string tReplayRun::progressLine() const
 {
     const tReplayState state = m_session.state();
-    m_console.progress(fmt::format("{}  {:>7}  {:.2g}x  {} {}  {}{}", localTimeText(state.timeMs),
-                                   percentText(state.fraction), m_session.pace().factor(),
-                                   m_options.net ? m_session.sent() : state.records, m_options.net ? "sent" : "records",
-                                   sizeText(total(m_session.counts()).bytes), m_session.paused() ? "  paused" : ""));
+    const std::uint64_t elapsed = state.clockMs - state.firstMs, whole = state.lastMs - state.firstMs;
+    const double fraction = whole == 0 ? 1.0 : static_cast<double>(elapsed) / static_cast<double>(whole);
+    return fitted(
+        {{withoutMs(timeText(state.clockMs)), 3},
+         {withoutMs(durationText(elapsed)) + " of " + withoutMs(durationText(whole)), 1},
+         {percentText(fraction), 5},
+         {fmt::format("{:.4g}x", m_session.pace().factor()), 4},
+         {m_options.net ? fmt::format("{} sent", m_session.sent()) : fmt::format("{} records", state.records), 6},
+         {sizeText(total(m_session.counts()).bytes), 7},
+         {silenceText(state), 2},
+         {m_session.paused() ? "paused" : "", 0}},
+        m_console.terminalWidth() - 1);
+}
+
+// Returns until when nothing was recorded, with the day if it is another one.
+std::string tReplayRun::silenceText(const tReplayState& state) const
+{
+    constexpr std::size_t cDaySize = 11;  // "2024-05-17 "
+    const auto silence = m_session.silence();
+    if (!silence)
+        return "";
+    const std::string end = withoutMs(timeText(silence->toMs));
+    const bool sameDay = timeText(state.clockMs).starts_with(end.substr(0, cDaySize));
+    return "silence until " + end.substr(sameDay ? cDaySize : 0) + ", g skips it";
 }
 
 int tReplayRun::report(bool ended)
 {
-    const std::uint64_t damaged = m_session.countDamaged();
+    const std::uint64_t damaged = m_session.damaged();
     if (m_asJson)
-        printJson(m_console, json(damaged, ended));
+        printJson(m_console, json(ended));
     else
         m_console.print(text());
     if (damaged != 0)
@@ -138,23 +197,31 @@ int tReplayRun::report(bool ended)
     return damaged == 0 && m_session.refused() == 0 ? eDone : eDamaged;
 }
 
-tJson tReplayRun::json(std::uint64_t damaged, bool ended) const
+tJson tReplayRun::json(bool ended) const
 {
     const tReplayState state = m_session.state();
     const tStreamCounts counts = m_session.counts();
-    tJson result = {{"schema", "kestova/replay/1"},    {"path", m_options.path},
-                    {"first_ms", state.firstMs},       {"last_ms", state.lastMs},
-                    {"start_ms", m_session.startMs()}, {"speed", m_session.pace().factor()},
-                    {"passes", m_session.passes()},    {"ended", ended},
-                    {"played_ms", state.playedMs},     {"took_ms", state.tookMs},
-                    {"pace", meanPace(state)},         {"records", state.records},
-                    {"bytes", total(counts).bytes},    {"damaged", damaged}};
+    tJson result = {{"schema", "kestova/replay/2"},
+                    {"paths", m_options.paths},
+                    {"skipped", leftOutJson(m_session.survey().leftOut)},
+                    {"first_ms", state.firstMs},
+                    {"last_ms", state.lastMs},
+                    {"start_ms", static_cast<std::uint64_t>(m_session.startMs())},
+                    {"speed", m_session.pace().factor()},
+                    {"passes", m_session.passes()},
+                    {"ended", ended},
+                    {"played_ms", state.playedMs},
+                    {"took_ms", state.tookMs},
+                    {"pace", meanPace(state)},
+                    {"records", state.records},
+                    {"bytes", total(counts).bytes},
+                    {"damaged", m_session.damaged()}};
     if (m_options.net)
     {
         result["sent"] = m_session.sent();
         result["refused"] = m_session.refused();
     }
-    result["streams"] = streamsJson(counts, "records");
+    result["streams"] = streamsJson(counts, m_options.net ? "datagrams" : "records");
     return result;
 }
 

@@ -22,14 +22,16 @@ public:
     int run();
 
 private:
+    void checkStart() const;
     bool waitForOpening();
     void playAll();
     bool playToEnd();
     bool handleKeys();
     void press(eKey key);
-    void showProgress();
+    std::string progressLine() const;
+    std::string silenceText(const session::tReplayState& state) const;
     int report(bool ended);
-    tJson json(std::uint64_t damaged, bool ended) const;
+    tJson json(bool ended) const;
     std::string text() const;
 
     const session::tReplayOptions& m_options;

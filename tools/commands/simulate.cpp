@@ -38,7 +38,7 @@ void report(const tOptions& options, const tSimulateSession& simulation, tConsol
                                   rateText(perSecond(sum.bytes, tookMs))));
         return;
     }
-    printJson(console, {{"schema", "kestova/simulate/1"},
+    printJson(console, {{"schema", "kestova/simulate/2"},
                         {"radar", options.simulate.radar.serial},
                         {"id", options.simulate.radar.id},
                         {"seed", options.simulate.seed},

@@ -33,10 +33,10 @@ public:
     bool progressDue();
     // Replaces the progress line, cut to the terminal's width.
     void progress(std::string_view text);
+    std::size_t terminalWidth() const;  // in characters
 
 private:
     void clearProgress();
-    std::size_t terminalWidth() const;
 
     int m_results = -1;
     std::string m_pending;

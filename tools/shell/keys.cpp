@@ -1,6 +1,9 @@
 #include "tools/shell/keys.h"
 
 #include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <optional>
 #include <poll.h>
 #include <string_view>
@@ -12,8 +15,9 @@ namespace tool
 {
 namespace
 {
-constexpr std::array<std::pair<std::string_view, eKey>, 14> cSequences{{
+constexpr std::array<std::pair<std::string_view, eKey>, 15> cSequences{{
     {" ", eKey::ePause},
+    {"g", eKey::eSkip},
     {"+", eKey::eFaster},
     {"=", eKey::eFaster},
     {"-", eKey::eSlower},
@@ -44,6 +48,65 @@ bool beginsKey(std::string_view bytes)
             return true;
     return false;
 }
+
+termios s_before;                 // the terminal's mode outside ours
+std::atomic<bool> s_ours{false};  // the terminal is in our mode
+
+// The kernel stops a background job that reads from its terminal or changes it.
+bool inForeground()
+{
+    return tcgetpgrp(STDIN_FILENO) == getpgrp();
+}
+
+void takeTerminal()
+{
+    if (s_ours || !inForeground() || tcgetattr(STDIN_FILENO, &s_before) != 0)
+        return;
+    termios mode = s_before;
+    mode.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    mode.c_cc[VMIN] = 0;
+    mode.c_cc[VTIME] = 0;
+    s_ours = tcsetattr(STDIN_FILENO, TCSANOW, &mode) == 0;
+}
+
+// Also called by a signal handler.
+void returnTerminal()
+{
+    if (s_ours.exchange(false) && inForeground())
+        tcsetattr(STDIN_FILENO, TCSANOW, &s_before);
+}
+
+void handle(int signal, void (*handler)(int))
+{
+    struct sigaction action
+    {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, nullptr);
+}
+
+// Ctrl-Z: stops the process as if there were no handler, and returns when it goes on.
+void onStop(int)
+{
+    const int error = errno;
+    returnTerminal();
+    handle(SIGTSTP, SIG_DFL);
+    sigset_t stop;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGTSTP);
+    raise(SIGTSTP);
+    pthread_sigmask(SIG_UNBLOCK, &stop, nullptr);  // stops here
+    pthread_sigmask(SIG_BLOCK, &stop, nullptr);
+    handle(SIGTSTP, onStop);
+    errno = error;
+}
+
+// The shell has set the terminal to its own mode meanwhile; pressed() takes it again.
+void onContinue(int)
+{
+    s_ours = false;
+}
 }  // namespace
 
 std::vector<eKey> tKeyDecoder::decode(const std::string& bytes)
@@ -67,31 +130,31 @@ std::vector<eKey> tKeyDecoder::decode(const std::string& bytes)
     return keys;
 }
 
-tKeyboard::tKeyboard()
+tKeyboard::tKeyboard() : m_active(isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1)
 {
-    auto before = std::make_unique<termios>();
-    // The kernel stops a background job that changes its terminal: leaves it unchanged then.
-    if (isatty(STDERR_FILENO) == 0 || tcgetattr(STDIN_FILENO, before.get()) != 0 ||
-        tcgetpgrp(STDIN_FILENO) != getpgrp())
+    if (!m_active)
         return;
-    termios raw = *before;
-    raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-    raw.c_cc[VMIN] = 0;
-    raw.c_cc[VTIME] = 0;
-    if (tcsetattr(STDIN_FILENO, TCSANOW, &raw) == 0)
-        m_before = std::move(before);
+    takeTerminal();
+    handle(SIGTSTP, onStop);
+    handle(SIGCONT, onContinue);
 }
 
 tKeyboard::~tKeyboard()
 {
-    if (active())
-        tcsetattr(STDIN_FILENO, TCSANOW, m_before.get());
+    if (!m_active)
+        return;
+    handle(SIGTSTP, SIG_DFL);
+    handle(SIGCONT, SIG_DFL);
+    returnTerminal();
 }
 
 std::vector<eKey> tKeyboard::pressed()
 {
+    if (!m_active)
+        return {};
+    takeTerminal();
     pollfd input{STDIN_FILENO, POLLIN, 0};
-    if (!active() || poll(&input, 1, 0) != 1)
+    if (!s_ours || !inForeground() || poll(&input, 1, 0) != 1)
         return {};
     std::array<char, 64> bytes;
     const ssize_t got = read(STDIN_FILENO, bytes.data(), bytes.size());

@@ -2,11 +2,8 @@
 #ifndef KESTOVA_TOOLS_SHELL_KEYS_H
 #define KESTOVA_TOOLS_SHELL_KEYS_H
 
-#include <memory>
 #include <string>
 #include <vector>
-
-struct termios;
 
 namespace tool
 {
@@ -19,6 +16,7 @@ enum class eKey
     eFarBack,     // down arrow
     eFaster,
     eSlower,
+    eSkip,
     eQuit
 };
 
@@ -32,7 +30,8 @@ private:
     std::string m_rest;
 };
 
-// While it exists, the terminal delivers keys at once and does not show them. Ctrl-C still interrupts.
+// While it exists, the terminal delivers keys at once and does not show them. Ctrl-C still interrupts, and Ctrl-Z
+// stops: the terminal is as before while the command is stopped or in the background. One object a process, one thread.
 class tKeyboard
 {
 public:
@@ -41,11 +40,11 @@ public:
     tKeyboard(const tKeyboard&) = delete;
     tKeyboard& operator=(const tKeyboard&) = delete;
 
-    bool active() const { return m_before != nullptr; }
+    bool active() const { return m_active; }
     std::vector<eKey> pressed();  // returns those since the last call; never waits
 
 private:
-    std::unique_ptr<termios> m_before;
+    bool m_active = false;
     tKeyDecoder m_decoder;
 };
 }  // namespace tool

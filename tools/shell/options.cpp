@@ -1,13 +1,35 @@
 #include "tools/shell/options.h"
 
+#include <charconv>
+#include <fmt/format.h>
+#include <stdexcept>
+
 #include "KestovaRecordings/streamchoice.h"
+#include "tools/shell/places.h"
 #include "tools/shell/units.h"
 
 namespace tool
 {
+CLI::Validator wholeNumber(std::uint64_t least)
+{
+    return checkedBy([least](const std::string& text) {
+        std::uint64_t value = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+        if (error != std::errc() || end != text.data() + text.size() || value < least)
+            throw std::invalid_argument(fmt::format("'{}' is no whole number from {} on", text, least));
+    });
+}
+
 void addPath(CLI::App& command, std::string& path)
 {
     command.add_option("path", path, "Data file, or folder with data files")->type_name("FILE|FOLDER")->required();
+}
+
+void addPaths(CLI::App& command, std::vector<std::string>& paths)
+{
+    command.add_option("paths", paths, "Data files, recording folders or storage roots")
+        ->type_name("PATH...")
+        ->required();
 }
 
 void addSuffix(CLI::App& command, std::string& suffix)
@@ -20,6 +42,7 @@ CLI::Option* addStreams(CLI::App& command, std::vector<std::string>& texts)
     return command
         .add_option("--streams", texts, "Only these streams, separated by commas: " + recordings::allStreamNames())
         ->type_name("NAME,...")
+        ->allow_extra_args(false)
         ->check(checkedBy([](const std::string& text) { recordings::parseStreams({text}); }));
 }
 
@@ -44,5 +67,11 @@ void addDuration(CLI::App& command, std::string& text)
 void addJson(CLI::App& command, bool& json)
 {
     command.add_flag("--json", json, "Results as one JSON object");
+}
+
+void addUtc(CLI::App& command)
+{
+    command.add_flag_callback(
+        "--utc", [] { useUtc(true); }, "Print and read times as UTC in place of local time");
 }
 }  // namespace tool

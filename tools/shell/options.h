@@ -3,6 +3,7 @@
 #define KESTOVA_TOOLS_SHELL_OPTIONS_H
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <exception>
 #include <string>
 #include <vector>
@@ -31,9 +32,13 @@ CLI::Validator checkedBy(tParser parse)
         "");
 }
 
-// What every command that reads recordings takes.
+// Returns a check for a whole number of at least `least`.
+CLI::Validator wholeNumber(std::uint64_t least = 0);
+
+// What every command that reads recordings takes: those that read several at once have `paths`.
 struct tRecordingOptions
 {
+    std::vector<std::string> paths;
     std::string path;
     std::string suffix = ".data";
     bool json = false;
@@ -41,6 +46,8 @@ struct tRecordingOptions
 
 // Adds the argument FILE|FOLDER.
 void addPath(CLI::App& command, std::string& path);
+// Adds the arguments PATH...: files, recording folders or storage roots.
+void addPaths(CLI::App& command, std::vector<std::string>& paths);
 // Adds --suffix.
 void addSuffix(CLI::App& command, std::string& suffix);
 
@@ -55,6 +62,9 @@ void addDuration(CLI::App& command, std::string& text);
 
 // Adds --json for results as one object.
 void addJson(CLI::App& command, bool& json);
+
+// Adds --utc, which acts at once.
+void addUtc(CLI::App& command);
 }  // namespace tool
 
 #endif

@@ -4,21 +4,12 @@
 #include <charconv>
 #include <cmath>
 #include <fmt/format.h>
-#include <optional>
 #include <stdexcept>
-#include <string_view>
-
-#include "KestovaUtils/timeparser.h"
 
 namespace tool
 {
-using recordings::tMoment;
-
 namespace
 {
-using utils::time::tTimeParser;
-
-constexpr double cEarliestEpochMs = 1e9;         // a plain number is a time from here on, an error below
 constexpr double cLatestMs = 281474976710655.0;  // time stamps have 48 bits
 
 std::string scaled(double value, std::string_view unit)
@@ -33,20 +24,11 @@ std::string scaled(double value, std::string_view unit)
     return i == 0 ? fmt::format("{:.0f} {}", value, unit) : fmt::format("{:.1f} {}{}", value, cPrefixes[i], unit);
 }
 
-std::optional<double> number(std::string_view text)
-{
-    double value = 0.0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value) || value < 0.0)
-        return std::nullopt;
-    return value;
-}
-
 std::optional<double> withSuffix(std::string_view text, std::string_view suffix, double factor)
 {
     if (!text.ends_with(suffix))
         return std::nullopt;
-    const auto value = number(text.substr(0, text.size() - suffix.size()));
+    const auto value = plainNumber(text.substr(0, text.size() - suffix.size()));
     return value ? std::optional(*value * factor) : std::nullopt;
 }
 
@@ -58,7 +40,7 @@ std::optional<double> clockMs(std::string_view text)
     for (bool more = true; more; ++fields)
     {
         const std::size_t colon = text.find(':');
-        const auto field = number(text.substr(0, colon));
+        const auto field = plainNumber(text.substr(0, colon));
         if (!field || fields == 3)
             return std::nullopt;
         seconds = seconds * 60.0 + *field;
@@ -78,16 +60,6 @@ std::optional<double> offsetMs(std::string_view text)
     }
     return clockMs(text);
 }
-
-std::optional<double> calendarMs(const std::string& text)
-{
-    const std::size_t dot = text.find('.');
-    const tTimes_s seconds = tTimeParser::String2Time_s(text.substr(0, dot));
-    const auto fraction = dot == std::string::npos ? std::optional(0.0) : number("0" + text.substr(dot));
-    if (seconds == 0 || !fraction)
-        return std::nullopt;
-    return static_cast<double>(seconds) * 1000.0 + std::round(*fraction * 1000.0);
-}
 }  // namespace
 
 std::string sizeText(std::uint64_t bytes)
@@ -105,11 +77,6 @@ std::string durationText(std::uint64_t ms)
     return fmt::format("{:02}:{:02}:{:02}.{:03}", ms / 3'600'000, ms / 60'000 % 60, ms / 1000 % 60, ms % 1000);
 }
 
-std::string localTimeText(std::uint64_t ms)
-{
-    return tTimeParser::Time_ms2String(ms);
-}
-
 std::string percentText(double fraction)
 {
     return fmt::format("{:.1f} %", fraction * 100.0);
@@ -120,30 +87,22 @@ double perSecond(std::uint64_t n, std::uint64_t ms)
     return ms == 0 ? 0.0 : static_cast<double>(n) * 1000.0 / static_cast<double>(ms);
 }
 
+std::optional<double> plainNumber(std::string_view text)
+{
+    double value = 0.0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value) || value < 0.0)
+        return std::nullopt;
+    return value;
+}
+
 std::uint64_t parseDuration(const std::string& text)
 {
     auto ms = offsetMs(text);
-    if (const auto seconds = number(text))
+    if (const auto seconds = plainNumber(text))
         ms = *seconds * 1000.0;
     if (!ms || *ms > cLatestMs)
         throw std::invalid_argument("'" + text + "' is no duration: write 10, 2.5, 250ms, 5m, 2h or 00:01:30");
     return static_cast<std::uint64_t>(std::llround(*ms));
-}
-
-tMoment parseMoment(const std::string& text)
-{
-    if (const auto value = number(text))
-    {
-        if (*value <= 1.0)
-            return {tMoment::eFraction, *value};
-        if (*value >= cEarliestEpochMs && *value <= cLatestMs)
-            return {tMoment::eAbsolute, *value};
-    }
-    else if (const auto offset = offsetMs(text); offset && *offset <= cLatestMs)
-        return {tMoment::eOffset, *offset};
-    else if (const auto absolute = calendarMs(text))
-        return {tMoment::eAbsolute, *absolute};
-    throw std::invalid_argument("'" + text +
-                                "' is no place in a recording: write 0.5, 90s, 00:01:30 or \"2024-05-17 08:30:00\"");
 }
 }  // namespace tool

@@ -1,6 +1,6 @@
 #include "KestovaStorage/internal/capture/traffictotals.h"
 
-#include <cstdio>
+#include "UdpSocket/consoleprint.h"
 
 namespace pcap
 {
@@ -41,9 +41,10 @@ bool tTrafficTotals::addSpoke(std::size_t length)
 void tTrafficTotals::print(int subErr) const
 {
     // Kept: RHTTM messages are not counted apart, their place shows the count of RATTM.
-    std::printf("\r\nread over: lhctrl %d lhttm %d rattm %d rhttm %d\n", m_lhCtrl, m_lhTtm, m_raTtm, m_raTtm);
-    std::printf("           ori %d spoke %d\r\n", m_ori, m_spoke);
-    std::printf("           lhins %d ins %d\r\n", m_lhIns, m_ins);
-    std::printf("           suberr %d \r\n", subErr);
+    Kestova::console::print("\r\nread over: lhctrl %d lhttm %d rattm %d rhttm %d\n", m_lhCtrl, m_lhTtm, m_raTtm,
+                            m_raTtm);
+    Kestova::console::print("           ori %d spoke %d\r\n", m_ori, m_spoke);
+    Kestova::console::print("           lhins %d ins %d\r\n", m_lhIns, m_ins);
+    Kestova::console::print("           suberr %d \r\n", subErr);
 }
 }  // namespace pcap

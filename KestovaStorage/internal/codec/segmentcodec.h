@@ -37,8 +37,8 @@ public:
     virtual void count(iSegmentEncoder& other) = 0;  // adds what `other`, of the same class, has counted
     virtual std::uint64_t countedBytes() const = 0;
 
-    // Ends the counting. Returns what stands at the start of the file, magic first; empty if the file could not give
-    // the segments back.
+    // Ends the counting. Returns what stands at the start of the file, magic first: cIndexHeadPos bytes of
+    // datafileformat.h at most, since the index begins there. Empty if the file could not give the segments back.
     virtual std::string begin() = 0;
     // Bytes that encode() may write for a segment of this length.
     virtual std::size_t room(std::size_t len) const = 0;

@@ -1,5 +1,5 @@
-// tSegmentDecoder: the tables of one Huffman file, and the decoding of any stretch of its bits. The storage engine's
-// interface to the codec; tHuffmanDecode is a handle over it.
+// tSegmentDecoder: the tables of one Huffman file, and the decoding of any stretch of its bits. The storage engine uses
+// it as an iSegmentDecoder; tHuffmanDecode is a handle over it.
 //
 // Bounds   reads no byte outside those that hold the bits and writes none outside `out`, whatever the head claims.
 // Threads  decode() may run in several threads at once; setHead() runs alone.

@@ -1,11 +1,11 @@
 #include "KestovaStorage/internal/codec/segmentencoder.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <numeric>
 #include <stdexcept>
 
 #include "KestovaStorage/internal/codec/huffmanformat.h"
+#include "UdpSocket/consoleprint.h"
 #include "common/byteorder.h"
 
 namespace huffman
@@ -64,8 +64,9 @@ std::string tSegmentEncoder::head()
     const std::uint64_t bytes = std::accumulate(freqs.counts.begin(), freqs.counts.end(), std::uint64_t{0});
     const std::uint64_t bits = codeBits(freqs);
     std::string head = fileHeadBytes(freqs, bits);
-    std::printf("==> Huffman PreRead Segments %d Compression Ratio %.3lf\r\n", static_cast<int>(m_countedSegments),
-                static_cast<double>(bits) / (static_cast<double>(bytes) * 8));
+    Kestova::console::print("==> Huffman PreRead Segments %d Compression Ratio %.3lf\r\n",
+                            static_cast<int>(m_countedSegments),
+                            static_cast<double>(bits) / (static_cast<double>(bytes) * 8));
     m_countedSegments = 0;
     useCodes(freqs);
     m_ready = true;
@@ -90,9 +91,10 @@ tEncodedBits tSegmentEncoder::encode(const void* bytes, std::uint32_t len, char*
 
 tEncodedRest tSegmentEncoder::rest()
 {
-    std::printf("==> Huffman Encoded Segments %u Bits %llu(64*%u...%u), LastValidBits %u\r\n", m_encodedSegments,
-                static_cast<unsigned long long>(m_encodedBits), static_cast<unsigned>(m_encodedBits / 64),
-                static_cast<unsigned>(m_encodedBits % 64), m_partial.count);
+    Kestova::console::print("==> Huffman Encoded Segments %u Bits %llu(64*%u...%u), LastValidBits %u\r\n",
+                            m_encodedSegments, static_cast<unsigned long long>(m_encodedBits),
+                            static_cast<unsigned>(m_encodedBits / 64), static_cast<unsigned>(m_encodedBits % 64),
+                            m_partial.count);
     m_encodedBits = 0;
     m_encodedSegments = 0;
     tEncodedRest rest;

@@ -1,5 +1,5 @@
 // tSegmentEncoder: counts the bytes of segments, makes their code, and appends the codes of one segment after the other
-// to a bit stream. The storage engine's interface to the codec; tHuffmanEncode is a handle over it.
+// to a bit stream. The storage engine uses it as an iSegmentEncoder; tHuffmanEncode is a handle over it.
 //
 // Order    count() every segment; makeCodes(); head(); encode() every segment; rest(). clear() begins anew.
 // Stream   encode() writes complete units of 64 bits; the bits of an incomplete one are carried into the next call.

@@ -150,6 +150,8 @@ try
     const std::string head = encoder.begin();
     if (head.empty())
         return refused("its bytes have no code that could be read back");
+    if (head.size() > cIndexHeadPos)
+        return refused("its code needs more room than the file has in front of its index");
     if (!out.writeAt(head.data(), head.size(), 0))
         return writeFailed(out);
     tConversionOutput encoded(out, cCompressedForm, stored);

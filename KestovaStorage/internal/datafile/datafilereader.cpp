@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <new>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -15,8 +17,11 @@ namespace storage
 {
 namespace
 {
+using namespace std::chrono_literals;
+
 constexpr std::size_t cPiece = 12'288;  // records read at once: a quarter of a MiB
-}
+constexpr int cLooksAtEmptyFile = 4;    // its writer may have created it a moment ago
+}  // namespace
 
 tDataFileReader::tDataFileReader(const std::string& path) : m_path(path) {}
 
@@ -46,34 +51,57 @@ std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, 
 tStatus tDataFileReader::load(bool withIndex)
 try
 {
-    using eCode = tStatus::eCode;
     if (!openFile())
         return tStatus::system(errno);
-    struct stat info;
-    if (::fstat(m_file.get(), &info) != 0)
-        return tStatus::system(errno);
-    if (!S_ISREG(info.st_mode))
-        return {eCode::eRefused, "not a regular file"};
-    m_size = static_cast<std::uint64_t>(info.st_size);
-    m_device = info.st_dev;
-    m_inode = info.st_ino;
-
-    unsigned char magic[4] = {};
-    m_file.readAt(magic, sizeof magic, 0);
-    m_form = formOf(le::load<std::uint32_t>(magic));
+    if (tStatus status = examine(); !status)
+        return status;
+    m_form = readForm();
+    for (int look = 1; m_form == nullptr && m_size == 0 && look < cLooksAtEmptyFile; ++look)
+    {
+        std::this_thread::sleep_for(1ms);
+        m_form = readForm();
+    }
     if (m_form == nullptr)
-        return {eCode::eRefused, "not a data file"};
+        return {tStatus::eCode::eRefused, "not a data file"};
     if (!withIndex)
         return {};
 
     unsigned char head[sizeof(tIndexHead)] = {};
     m_file.readAt(head, sizeof head, cIndexHeadPos);
+    takeSize();  // what the head counts is in the file by now
     readIndex(le::load<std::uint32_t>(head + offsetof(tIndexHead, indexNum)));
     return {};
 }
 catch (const std::bad_alloc&)
 {
     return {tStatus::eCode::eNoMemory, "not enough memory for its index"};
+}
+
+tStatus tDataFileReader::examine()
+{
+    struct stat info;
+    if (::fstat(m_file.get(), &info) != 0)
+        return tStatus::system(errno);
+    if (!S_ISREG(info.st_mode))
+        return {tStatus::eCode::eRefused, "not a regular file"};
+    m_size = static_cast<std::uint64_t>(info.st_size);
+    m_device = info.st_dev;
+    m_inode = info.st_ino;
+    return {};
+}
+
+const tFileForm* tDataFileReader::readForm() const
+{
+    unsigned char magic[4] = {};
+    m_file.readAt(magic, sizeof magic, 0);
+    return formOf(le::load<std::uint32_t>(magic));
+}
+
+void tDataFileReader::takeSize()
+{
+    struct stat info;
+    if (::fstat(m_file.get(), &info) == 0)
+        m_size = static_cast<std::uint64_t>(info.st_size);
 }
 
 // O_NONBLOCK: opening a pipe or a device that is named like a data file does not wait.
@@ -148,11 +176,17 @@ bool tDataFileReader::readPiece(std::size_t place, std::size_t count)
     tIndexSlot* const piece = &m_index[place];
     const std::size_t got =
         m_file.readAt(piece, count * cIndexSlotSize, cIndexPos + place * cIndexSlotSize) / cIndexSlotSize;
+    bool sizeIsNewer = false;  // than the piece
     for (std::size_t i = 0; i < got; ++i)
     {
         const tSegmentRecord record = form.record(piece[i]);
         if (isEnd(record))
             return false;
+        if (!isWhole(record) && !sizeIsNewer)
+        {
+            takeSize();
+            sizeIsNewer = true;
+        }
         if (isWhole(record))
             keep(piece[i]);
         else

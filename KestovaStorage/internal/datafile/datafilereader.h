@@ -5,6 +5,8 @@
 // Owner    owns the index; opens the file when it reads and closes it on closeFile(), so that thousands of files can be
 //          held at once.
 // Threads  starts none and locks nothing.
+// Growth   a file that is being written shows what is in it when its index is read: its size is taken again if a record
+//          lies behind it, since segments are in the file before their records.
 // Errors   nothing read from the file is trusted: impossible records are left out and counted. A tStatus does not name
 //          the file.
 #ifndef KESTOVA_STORAGE_DATAFILE_DATAFILEREADER_H
@@ -64,6 +66,9 @@ private:
     tStatus load(bool withIndex);
     bool openFile();
     bool reopenFile();
+    tStatus examine();
+    const tFileForm* readForm() const;
+    void takeSize();
     void readIndex(std::uint32_t indexNum);
     bool readPiece(std::size_t place, std::size_t count);
     void keep(const tIndexSlot& slot);

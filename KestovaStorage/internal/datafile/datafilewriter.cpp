@@ -1,11 +1,11 @@
 #include "KestovaStorage/internal/datafile/datafilewriter.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include "KestovaStorage/internal/codec/segmentcodec.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace storage
 {
@@ -69,7 +69,7 @@ void tDataFileWriter::finish()
 void tDataFileWriter::sync()
 {
     if (::fdatasync(m_file.get()) != 0)
-        std::perror(m_path.c_str());
+        Kestova::console::printSystemError(m_path.c_str());
 }
 
 // Fills m_slots with the records of the segments that go into this file next.
@@ -123,7 +123,7 @@ std::size_t tDataFileWriter::writeAt(const void* data, std::size_t len, std::uin
     if (done < len && !m_failureReported)
     {
         m_failureReported = true;
-        std::perror(m_path.c_str());
+        Kestova::console::printSystemError(m_path.c_str());
     }
     return done;
 }

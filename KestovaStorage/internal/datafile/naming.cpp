@@ -99,11 +99,6 @@ std::string timeYmdHMSToString(std::time_t seconds)
     return formatted("%Y-%m-%d_%H-%M-%S", seconds);
 }
 
-std::string timeYmToString(std::time_t seconds)
-{
-    return formatted("%Y.%m", seconds);
-}
-
 std::string timeYmdToString(std::time_t seconds)
 {
     return formatted("%Y.%m.%d", seconds);

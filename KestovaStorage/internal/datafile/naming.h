@@ -31,7 +31,6 @@ std::string plainName(const std::string& compressedPath, const std::string& suff
 
 // Labels in local time.
 std::string timeYmdHMSToString(std::time_t seconds);  // 2024-05-17_08-30-00
-std::string timeYmToString(std::time_t seconds);      // 2024.05
 std::string timeYmdToString(std::time_t seconds);     // 2024.05.17
 std::string timeSecToString(std::time_t seconds);     // elapsed time: 0001_05_09
 

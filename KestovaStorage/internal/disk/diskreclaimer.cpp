@@ -5,11 +5,13 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
 
 #include "KestovaStorage/internal/disk/paths.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace storage
 {
@@ -24,6 +26,15 @@ bool isSameFile(const std::string& a, const std::string& b)
 {
     std::error_code ignored;  // a file that no longer exists equals no other
     return std::filesystem::equivalent(a, b, ignored);
+}
+
+// What deleting the file gives back: of a file with holes less than its size.
+std::uint64_t bytesOnDisk(const std::string& path)
+{
+    constexpr std::uint64_t cStatBlock = 512;
+    struct stat info
+    {};
+    return ::stat(path.c_str(), &info) == 0 ? static_cast<std::uint64_t>(info.st_blocks) * cStatBlock : 0;
 }
 
 std::string absolute(std::string path)
@@ -94,11 +105,13 @@ bool tDiskReclaimer::deleteOldest(const std::string& root)
     if (files.empty() || isWriting(*files.begin()))
         return false;
     std::string path = *files.begin();  // numbers and dates make the byte order of paths the order of age
+    const std::uint64_t bytes = bytesOnDisk(path);
     if (std::remove(path.c_str()) != 0)
     {
-        std::perror(path.c_str());
+        Kestova::console::printSystemError(path.c_str());
         return false;
     }
+    m_observer.through([&](iReclaimObserver& observer) { observer.UpdateReclaimed(path, bytes); });
     // Kept: this does not stop at the root; an emptied root and empty folders above it are deleted too. rmdir() fails
     // on a root that is a link, which remove() would delete however full its folder is.
     do

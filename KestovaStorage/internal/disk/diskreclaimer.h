@@ -6,6 +6,7 @@
 // Owner    one with a thread must live until the process ends: its thread does.
 // Threads  the operations from any thread; a pass on the reclaimer's own. m_mutex is held while a root is picked and
 //          while a candidate is compared with the files being written, never while listing or deleting.
+// Calls    the observer, on the thread of the pass, for every file that is deleted.
 // Errors   a file that cannot be deleted ends the pass, and is reported through perror.
 #ifndef KESTOVA_STORAGE_DISK_DISKRECLAIMER_H
 #define KESTOVA_STORAGE_DISK_DISKRECLAIMER_H
@@ -18,6 +19,9 @@
 #include <string>
 #include <utility>
 
+#include "KestovaStorage/reclaimobserver.h"
+#include "common/observers.h"
+
 namespace storage
 {
 class tDiskReclaimer
@@ -28,6 +32,8 @@ public:
     // Unless `enabled` is null, a thread makes the passes from the first root on, and skips them while the flag is
     // false. The flag is read atomically.
     explicit tDiskReclaimer(tIsLow isLow, bool* enabled = nullptr) : m_isLow(std::move(isLow)), m_enabled(enabled) {}
+
+    void setObserver(iReclaimObserver* observer) { m_observer.set(observer); }
 
     void addRoot(const void* owner, const std::string& root);  // also restarts the rotation
     void removeRoot(const void* owner);
@@ -59,6 +65,7 @@ private:
 
     const tIsLow m_isLow;
     bool* const m_enabled;
+    tObserverGate<iReclaimObserver> m_observer;
     std::mutex m_mutex;
     std::map<const void*, std::string> m_storagePathes;  // guarded by m_mutex
     const void* m_lastVisited = nullptr;                 // guarded by m_mutex: the rotation's place

@@ -5,6 +5,7 @@
 #include <sys/vfs.h>
 
 #include "KestovaStorage/internal/disk/paths.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace storage::disk
 {
@@ -36,7 +37,7 @@ std::int32_t freeSize_MB(const char* path)
     if (::statfs(path, &info) != 0)
         return -1;
     const tSize_MB size = wrappedSize(static_cast<std::uint64_t>(info.f_bsize), info.f_blocks, info.f_bavail);
-    std::printf("Disk Total Size: %dMB, Free Size: %dMB\r\n", size.total, size.free);
+    Kestova::console::print("Disk Total Size: %dMB, Free Size: %dMB\r\n", size.total, size.free);
     return size.free;
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
@@ -11,6 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
+
+#include "UdpSocket/consoleprint.h"
 
 namespace storage::paths
 {
@@ -39,7 +40,7 @@ void makeAbsolute(std::string& path)
     const std::unique_ptr<char, void (*)(void*)> folder(::getcwd(nullptr, 0), std::free);
     if (!folder)
     {
-        std::perror("getcwd error");
+        Kestova::console::printSystemError("getcwd error");
         return;
     }
     if (path.starts_with('/') || (path.size() > 1 && path[1] == ':'))
@@ -59,7 +60,7 @@ bool makeFolders(const std::string& path)
             continue;
         if (::mkdir(prefix.c_str(), 0700) != 0 && errno != EEXIST)
         {
-            std::perror("Failed to create directory.");
+            Kestova::console::printSystemError("Failed to create directory.");
             break;
         }
     }
@@ -132,7 +133,7 @@ private:
         const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(dir.c_str()), ::closedir);
         if (!folder)
         {
-            std::printf("%s: open %s error %s\n", "GetFileFolderInDir", dir.c_str(), std::strerror(errno));
+            Kestova::console::print("%s: open %s error %s\n", "GetFileFolderInDir", dir.c_str(), std::strerror(errno));
             return false;
         }
         if (!pushFolder(folder.get()))

@@ -13,14 +13,17 @@ namespace
 constexpr std::size_t cMaxOpenFiles = 64;
 }  // namespace
 
-void tOpenedFiles::open(const std::string& path, const std::string& suffix, const tCancelled& cancelled)
+void tOpenedFiles::open(const std::vector<std::string>& opened, const std::string& suffix, const tCancelled& cancelled)
 {
-    const paths::ePathKind kind = paths::kindOf(path);
     std::set<std::string> found;
-    if (kind == paths::ePathKind::eFile)
-        found.insert(path);
-    else if (kind == paths::ePathKind::eFolder)
-        paths::listFolder(path, found, true, suffix);
+    for (const std::string& path : opened)
+    {
+        const paths::ePathKind kind = paths::kindOf(path);
+        if (kind == paths::ePathKind::eFile)
+            found.insert(path);
+        else if (kind == paths::ePathKind::eFolder)
+            paths::listFolder(path, found, true, suffix);
+    }
     for (const std::string& file : found)
     {
         if (cancelled())

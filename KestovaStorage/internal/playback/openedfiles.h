@@ -28,9 +28,9 @@ class tOpenedFiles
 public:
     using tCancelled = std::function<bool()>;
 
-    // Adds a data file, or every file below a folder whose name ends in `suffix`, and puts all segments in order.
-    // Stops early, with an unusable state, once `cancelled` returns true.
-    void open(const std::string& path, const std::string& suffix, const tCancelled& cancelled);
+    // Adds each of `opened`, a data file, or every file below a folder whose name ends in `suffix`, and puts all
+    // segments in order. Stops early, with an unusable state, once `cancelled` returns true.
+    void open(const std::vector<std::string>& opened, const std::string& suffix, const tCancelled& cancelled);
     void clear();
 
     const tTimeline& timeline() const { return m_timeline; }

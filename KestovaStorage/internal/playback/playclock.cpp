@@ -9,10 +9,8 @@ namespace storage
 {
 namespace
 {
-using namespace std::chrono_literals;
-
-constexpr auto cTick = 1ms;
-constexpr std::uint64_t cFarTicks = 90'000'000'000;  // years: limits the wait
+constexpr std::chrono::duration<double, std::nano> cFar{1e18};  // 31 years: limits the wait
+constexpr double cSlowest = 0.001, cFastest = 1e6;
 
 std::uint64_t saturatedAdd(std::uint64_t a, std::uint64_t b)
 {
@@ -30,12 +28,19 @@ tReplaySpeed speedFor(double rate)
     if (std::isnan(rate) || rate == 1.0)
         return {};
     if (rate > 10.0)
-        return {10, 0};
+        return {10, 1.0};
     if (rate < 0.1)
-        return {0, 10};
+        return {1, 1.0 + 10};
     if (rate > 1.0)
-        return {static_cast<std::uint16_t>(rate), 0};
-    return {0, static_cast<std::uint16_t>(1.0 / rate)};
+        return {static_cast<std::uint64_t>(rate), 1.0};
+    return {1, 1.0 + std::trunc(1.0 / rate)};
+}
+
+std::optional<tReplaySpeed> exactSpeedFor(double speed)
+{
+    if (!(speed >= cSlowest && speed <= cFastest))
+        return std::nullopt;
+    return tReplaySpeed{1, 1.0 / speed};
 }
 
 // The fraction becomes a whole number of keys before it is added: a double has too few digits for the sum.
@@ -70,7 +75,7 @@ void tPlayClock::setSpeed(tReplaySpeed speed, tTime now)
 {
     rebase(now);
     m_speed = speed;
-    m_tickTime = std::max(m_tickTime, now - period());  // what passed of a longer tick counts as one at most
+    m_tickTime = std::max(m_tickTime, after(now, -period()));  // what passed of a longer tick counts as one at most
 }
 
 void tPlayClock::setPaused(bool paused, tTime now)
@@ -97,8 +102,7 @@ tPlayClock::tTime tPlayClock::dueTime(std::uint64_t key) const
         return m_tickTime;
     const std::uint64_t missing = key - m_position;
     const std::uint64_t ticks = missing / step() + (missing % step() != 0 ? 1 : 0);
-    const tDuration wait = period() * static_cast<tDuration::rep>(std::min(ticks, cFarTicks));
-    return m_tickTime + wait;
+    return after(m_tickTime, std::min(period() * static_cast<double>(ticks), cFar));
 }
 
 void tPlayClock::forgetDelay(tTime now, tTime due)
@@ -108,12 +112,18 @@ void tPlayClock::forgetDelay(tTime now, tTime due)
 
 std::uint64_t tPlayClock::step() const
 {
-    return cKeysPerMs * std::max<std::uint64_t>(1, m_speed.fast);
+    return cKeysPerMs * m_speed.step_ms;
 }
 
-tPlayClock::tDuration tPlayClock::period() const
+tPlayClock::tPeriod tPlayClock::period() const
 {
-    return cTick * (1 + m_speed.slow);
+    return std::chrono::duration<double, std::milli>(m_speed.period_ms);
+}
+
+// Rounded up: what is due has come.
+tPlayClock::tTime tPlayClock::after(tTime time, tPeriod wait)
+{
+    return time + std::chrono::ceil<tTime::duration>(wait);
 }
 
 std::uint64_t tPlayClock::ticksSince(tTime now) const
@@ -126,6 +136,6 @@ void tPlayClock::rebase(tTime now)
 {
     const std::uint64_t ticks = ticksSince(now);
     m_position = position(now);
-    m_tickTime += period() * static_cast<tDuration::rep>(ticks);
+    m_tickTime = after(m_tickTime, period() * static_cast<double>(ticks));
 }
 }  // namespace storage

@@ -1,8 +1,9 @@
 // tPlayClock: the play position as a function of time.
 //
 // The play position counts in segment keys (65,536 a millisecond). It moves in ticks: each adds one millisecond of the
-// recording (a fast factor N: N milliseconds) and lasts one millisecond (a slow divisor M: 1 + M milliseconds). Tick
-// times are absolute, however late a tick is noticed: playing neither drifts nor falls behind.
+// recording (a fast factor N: N milliseconds) and lasts one millisecond (a slow divisor M: 1 + M milliseconds; an exact
+// speed S: 1 / S milliseconds). Tick times are absolute, however late a tick is noticed: playing neither drifts nor
+// falls behind.
 //
 // Threads  none; the owner's lock guards it. Times are steady and given from outside.
 #ifndef KESTOVA_STORAGE_PLAYBACK_PLAYCLOCK_H
@@ -10,15 +11,19 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 
 namespace storage
 {
 struct tReplaySpeed
 {
-    std::uint16_t fast = 0;  // factor, 0 for none
-    std::uint16_t slow = 0;  // divisor, 0 for none
+    std::uint64_t step_ms = 1;  // of the recording, that a tick adds
+    double period_ms = 1.0;     // that a tick lasts
 };
+// Returns the speed in whole factors and divisors, 10 to 1/11.
 tReplaySpeed speedFor(double rate);
+// Returns exactly this speed, 0.001 to 1,000,000; nothing for any other.
+std::optional<tReplaySpeed> exactSpeedFor(double speed);
 
 // Returns the key at which to start for a fraction of the span from `first` to `last`. Fractions below 0 and above 1
 // lead outside the span; NaN counts as 0.
@@ -43,9 +48,10 @@ public:
     void forgetDelay(tTime now, tTime due);
 
 private:
-    using tDuration = std::chrono::nanoseconds;
+    using tPeriod = std::chrono::duration<double, std::nano>;
     std::uint64_t step() const;
-    tDuration period() const;
+    tPeriod period() const;
+    static tTime after(tTime time, tPeriod wait);
     std::uint64_t ticksSince(tTime now) const;
     void rebase(tTime now);
 

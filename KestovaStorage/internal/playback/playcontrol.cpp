@@ -38,9 +38,9 @@ tPlayControl::~tPlayControl()
     m_player.end();
 }
 
-bool tPlayControl::open(const std::string& path, tObserver observer)
+bool tPlayControl::open(const tPaths& paths, tObserver observer)
 {
-    return carryOut({tCommand::eOpen, path, std::move(observer)});
+    return carryOut({tCommand::eOpen, paths, std::move(observer)});
 }
 
 bool tPlayControl::stop()
@@ -86,7 +86,7 @@ bool tPlayControl::execute(const tCommand& command)
     {
     case tCommand::eOpen:
         doClose();
-        m_player.startOpening(command.path, command.observer);
+        m_player.startOpening(command.paths, command.observer);
         return true;
     case tCommand::eStop:
         return doStop();

@@ -19,19 +19,20 @@ class tPlayControl final : private iDeferredCommands
 {
 public:
     using tObserver = tPlayer::tObserver;
+    using tPaths = tPlayer::tPaths;
 
     explicit tPlayControl(const std::string& specifySuffix) : m_player(specifySuffix, *this) {}
     ~tPlayControl();
     tPlayControl(const tPlayControl&) = delete;
     tPlayControl& operator=(const tPlayControl&) = delete;
 
-    // Keeps the observer until another path is opened or everything is closed.
-    bool open(const std::string& path, tObserver observer);
+    // Keeps the observer until other paths are opened or everything is closed.
+    bool open(const tPaths& paths, tObserver observer);
     bool stop();
     bool jump(double fraction);
     void close();
     bool pause(bool pause) { return m_player.pause(pause); }
-    void setSpeed(double rate) { m_player.setSpeed(rate); }
+    void setSpeed(tReplaySpeed speed) { m_player.setSpeed(speed); }
     std::uint64_t unreadCnt() const { return m_player.unreadCnt(); }
 
 private:
@@ -44,7 +45,7 @@ private:
             eJump,
             eClose
         } kind;
-        std::string path{};
+        tPaths paths{};
         tObserver observer{};
         double fraction = 0.0;
     };

@@ -1,13 +1,13 @@
 #include "KestovaStorage/internal/playback/player.h"
 
 #include <chrono>
-#include <cstdio>
 #include <new>
 #include <sys/prctl.h>
 #include <system_error>
 #include <utility>
 
 #include "KestovaStorage/internal/playback/playkey.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace storage
 {
@@ -34,10 +34,10 @@ bool tPlayer::pause(bool pause)
     return true;
 }
 
-void tPlayer::setSpeed(double rate)
+void tPlayer::setSpeed(tReplaySpeed speed)
 {
     m_thread.wake([&] {
-        m_clock.setSpeed(speedFor(rate), tWorker::tClock::now());
+        m_clock.setSpeed(speed, tWorker::tClock::now());
         ++m_clockChanges;
     });
 }
@@ -49,12 +49,12 @@ void tPlayer::report(eReplayStatus status)
 
 // ---- steps of control ----
 
-void tPlayer::startOpening(const std::string& path, const tObserver& observer)
+void tPlayer::startOpening(const tPaths& paths, const tObserver& observer)
 {
     m_openedFor = observer;
     m_observer.set(observer.get());
     m_thread.wake([&] {
-        m_path = path;
+        m_paths = paths;
         m_cancel = false;
         m_opening = true;
         m_job = eJob::eOpen;
@@ -70,7 +70,7 @@ try
 }
 catch (const std::system_error& error)
 {
-    std::fprintf(stderr, "%s: no thread to replay on: %s\n", m_path.c_str(), error.what());
+    Kestova::console::printError("%s: no thread to replay on: %s\n", m_paths.front().c_str(), error.what());
     m_thread.stop();  // it does not run: the next open tries again
     m_thread.wake([this] { m_opening = false; });
 }
@@ -196,11 +196,11 @@ bool tPlayer::openingIsOver() const
 void tPlayer::openPath()
 try
 {
-    m_files.open(m_path, m_specifySuffix, [this] { return openingIsOver(); });
+    m_files.open(m_paths, m_specifySuffix, [this] { return openingIsOver(); });
 }
 catch (const std::bad_alloc&)
 {
-    std::fprintf(stderr, "%s: not enough memory to open it\n", m_path.c_str());
+    Kestova::console::printError("%s: not enough memory to open it\n", m_paths.front().c_str());
     m_files.clear();
 }
 

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "KestovaStorage/internal/playback/openedfiles.h"
 #include "KestovaStorage/internal/playback/playclock.h"
@@ -40,13 +41,14 @@ class tPlayer
 {
 public:
     using tObserver = std::shared_ptr<iDataReadReplayObserver>;
+    using tPaths = std::vector<std::string>;  // one at least
 
     tPlayer(const std::string& specifySuffix, iDeferredCommands& deferred)
         : m_specifySuffix(specifySuffix), m_deferred(deferred)
     {}
 
     bool pause(bool pause);  // returns false unless active
-    void setSpeed(double rate);
+    void setSpeed(tReplaySpeed speed);
     std::uint64_t unreadCnt() const { return m_unreadCnt; }  // segments that were due and could not be read
     bool inside() const { return m_observer.inside(); }      // returns whether the calling thread is inside a callback
     void report(eReplayStatus status);
@@ -60,8 +62,8 @@ public:
 
     // ---- steps of control, in the order of their use; the caller has the turn ----
 
-    // Opens `path` and plays it from the start. Keeps the observer until close().
-    void startOpening(const std::string& path, const tObserver& observer);
+    // Opens everything at `paths` and plays it from the start. Keeps the observer until close().
+    void startOpening(const tPaths& paths, const tObserver& observer);
     void cancelOpening();            // returns when opening has ended
     bool hold();                     // stops delivery; returns false unless active
     void endPlaying();               // reports the end of playing, unless it has ended already
@@ -101,7 +103,7 @@ private:
 
     // guarded by the lock
     eJob m_job = eJob::eNone;      // what the thread is to do next
-    std::string m_path;            // what to open
+    tPaths m_paths;                // what to open
     bool m_cancel = false;         // opening is to end early
     bool m_opening = false;        // the thread opens, or is about to
     bool m_opened = false;         // opening has finished

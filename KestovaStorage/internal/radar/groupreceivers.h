@@ -1,4 +1,5 @@
-// tGroupReceivers: the groups a recorder has joined, one source of datagrams a group.
+// tGroupReceivers: the groups a recorder has joined, one source of datagrams a group, on threads of their own or on
+// one.
 //
 // Shapes   the table of groups is built whole and in place before the first source opens, and cleared after the last
 //          one has ended, so that every datagram finds its row.
@@ -47,8 +48,9 @@ public:
 
     // Whether groups can be joined with this local address: UDP would join on any interface if it were 0.
     bool canOpen(std::uint32_t localIp) const { return localIp != 0 || !m_transport.needsLocalAddress(); }
-    // Joins `groups`, each address once in it, on the interface with this address. What was open is closed first.
-    void open(const std::vector<tRadarGroup>& groups, std::uint32_t localIp);
+    // Joins `groups`, each address once in it, on the interface with this address; with `shared` on one thread. What
+    // was open is closed first.
+    void open(const std::vector<tRadarGroup>& groups, std::uint32_t localIp, bool shared = false);
     // Leaves all groups; returns whether there were any. No call to the listener is under way afterwards.
     bool close();
 
@@ -64,12 +66,13 @@ private:
         std::vector<tRadarGroup> groups;
         std::vector<tGroupRow> rows;  // one a group
     };
+    tSources sharedSources(const std::vector<tRadarGroup>& groups, std::uint32_t localIp) const;
     std::unique_ptr<net::iDatagramSource> sourceOf(const tRadarGroup& group, std::uint32_t localIp) const;
 
     net::iDatagramListener* const m_listener;
     net::iTransport& m_transport;
     mutable std::mutex m_mutex;
-    tGroupTable m_recSockInfo;  // guarded by m_mutex
+    tGroupTable m_table;  // guarded by m_mutex
     tSources m_sources;         // guarded by m_mutex; one a group, null if it could not be opened
 };
 }  // namespace Kestova

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "KestovaUtils/streamnames.h"
+
 namespace Kestova
 {
 const std::array<tUdpSocketInfo, eTotalReadWriteTypes> RadarMsgSocketInfos{{
@@ -25,6 +27,8 @@ const std::array<tUdpSocketInfo, eTotalReadWriteTypes> RadarMsgSocketInfos{{
     {{0, 0, 0, 0, 0}, 0},                             // row of eRadarClientState
 }};
 
+static_assert(utils::cStreamKinds == eTotalReadWriteTypes, "every kind with an address has a name");
+
 namespace
 {
 void addOnce(std::vector<tRadarGroup>& groups, const tRadarGroup& wanted)
@@ -36,7 +40,7 @@ void addOnce(std::vector<tRadarGroup>& groups, const tRadarGroup& wanted)
 }
 }  // namespace
 
-const NetAddress& serviceGroup()
+const NetAddress& multiRadarServiceAddress()
 {
     static const NetAddress s_group = serviceAddress(eMultiRadarServiceGroup);
     return s_group;

@@ -31,7 +31,7 @@ struct tRadarGroup
 };
 
 // The address of eMultiRadarServiceGroup, made once: compared with every datagram's.
-const NetAddress& serviceGroup();
+const NetAddress& multiRadarServiceAddress();
 
 // Returns the groups to join for the stream kinds `types` of a radar, in their order, then the service groups. A kind
 // without an address is left out, and so is a group that another kind has already.

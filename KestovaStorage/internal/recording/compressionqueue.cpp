@@ -1,12 +1,12 @@
 #include "KestovaStorage/internal/recording/compressionqueue.h"
 
-#include <cstdio>
 #include <new>
 #include <system_error>
 #include <utility>
 
 #include "KestovaStorage/internal/conversion/fileconverter.h"
 #include "KestovaStorage/internal/datafile/fileforms.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace storage
 {
@@ -14,7 +14,7 @@ namespace
 {
 void report(const std::string& path, const std::string& reason)
 {
-    std::fprintf(stderr, "%s: not compressed: %s\n", path.c_str(), reason.c_str());
+    Kestova::console::printError("%s: not compressed: %s\n", path.c_str(), reason.c_str());
 }
 
 // Ends a conversion once cancel() was called.

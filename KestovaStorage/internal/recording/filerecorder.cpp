@@ -1,13 +1,13 @@
 #include "KestovaStorage/internal/recording/filerecorder.h"
 
 #include <chrono>
-#include <cstdio>
 #include <new>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 #include "KestovaStorage/internal/buffers/segmentsource.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace storage
 {
@@ -17,8 +17,8 @@ using namespace std::chrono_literals;
 using utils::time::tTimeParser;
 
 constexpr auto cFlushPeriod = 30s;
-// After a batch the writer lets segments gather, so that a steady stream costs its producer no wake-up, and few calls
-// find the queue in the cache of the writer's core; a backlog of cGatherBytes ends that early.
+// After a batch the writer lets segments gather, so that a steady stream costs its producer no wake-up, a slow one few
+// writes, and few calls find the queue in the cache of the writer's core; a backlog of cGatherBytes ends that early.
 constexpr auto cGatherTime = 10ms;
 constexpr std::size_t cGatherBytes = tSegmentBlock::cDefaultSize / 2;
 constexpr std::size_t cWarmBlocks = 4;
@@ -115,7 +115,7 @@ try
 }
 catch (const std::system_error& error)
 {
-    std::fprintf(stderr, "%s: no thread to write on: %s\n", currentFileName().c_str(), error.what());
+    Kestova::console::printError("%s: no thread to write on: %s\n", currentFileName().c_str(), error.what());
     return false;
 }
 
@@ -141,8 +141,8 @@ void tFileRecorder::offer(std::size_t len, tTimes_ms timestamp, tSource source)
     if (!refused)
         return accept(len, timestamp, source);
     if (!m_refusalReported.exchange(true))
-        std::fprintf(stderr, "WriteData: a segment of %zu bytes with time stamp %lu is beyond the limits, refused\n",
-                     len, timestamp);
+        Kestova::console::printError(
+            "WriteData: a segment of %zu bytes with time stamp %lu is beyond the limits, refused\n", len, timestamp);
     drop(source);
 }
 

@@ -1,11 +1,11 @@
 #include "KestovaStorage/internal/recording/fileseries.h"
 
 #include <cerrno>
-#include <cstdio>
 
 #include "KestovaStorage/internal/datafile/naming.h"
 #include "KestovaStorage/internal/disk/paths.h"
 #include "KestovaStorage/internal/recording/compressionqueue.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace storage
 {
@@ -63,12 +63,12 @@ std::unique_ptr<tDataFileWriter> tFileSeries::newWriter(const std::string& folde
     if (paths::exists(path))
     {
         errno = EEXIST;
-        std::perror("newfile already exist!\r\n");
+        Kestova::console::printSystemError("newfile already exist!\r\n");
         return nullptr;
     }
     if (!paths::makeFolders(folder))
     {
-        std::perror("newfile path mkdir failed!\r\n");
+        Kestova::console::printSystemError("newfile path mkdir failed!\r\n");
         return nullptr;
     }
     std::unique_ptr<tDataFileWriter> writer = tDataFileWriter::create(path);
@@ -76,7 +76,7 @@ std::unique_ptr<tDataFileWriter> tFileSeries::newWriter(const std::string& folde
     if (!writer && errno == ENOENT && paths::makeFolders(folder))
         writer = tDataFileWriter::create(path);
     if (!writer)
-        std::perror(path.c_str());
+        Kestova::console::printSystemError(path.c_str());
     return writer;
 }
 

@@ -66,7 +66,7 @@ void tReplayPipeline::process(const tReplayContext& context)
     if (m_network != nullptr)
         send();
     // Kept: a service message on the service group is counted here and once more for its kind.
-    if (m_record.udpAddr == serviceGroup().ip)
+    if (m_record.udpAddr == multiRadarServiceAddress().ip)
         countService(context.observer);
 }
 

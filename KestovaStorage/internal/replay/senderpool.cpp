@@ -1,7 +1,8 @@
 #include "KestovaStorage/internal/replay/senderpool.h"
 
 #include <algorithm>
-#include <cstdio>
+
+#include "UdpSocket/consoleprint.h"
 
 namespace Kestova
 {
@@ -41,8 +42,8 @@ void tSenderPool::makeRoom()
     if (m_sendSockInfo.size() < cMaxSenders)
         return;
     if (!m_limitReported)
-        std::fprintf(stderr, "Radar data replayer: more than %zu destinations, sockets are opened again and again\n",
-                     cMaxSenders);
+        Kestova::console::printError(
+            "Radar data replayer: more than %zu destinations, sockets are opened again and again\n", cMaxSenders);
     m_limitReported = true;
     m_sendSockInfo.erase(
         std::min_element(m_sendSockInfo.begin(), m_sendSockInfo.end(),

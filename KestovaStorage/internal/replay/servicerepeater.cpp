@@ -1,8 +1,7 @@
 #include "KestovaStorage/internal/replay/servicerepeater.h"
 
-#include <cstdio>
-
 #include "KestovaStorage/internal/radar/radarstreams.h"
+#include "UdpSocket/consoleprint.h"
 
 namespace Kestova
 {
@@ -25,12 +24,12 @@ std::vector<std::string> tServiceMessages::alive(tTime now)
 }
 
 tServiceRepeater::tServiceRepeater(std::uint32_t localIp, std::chrono::milliseconds period, net::iTransport& transport)
-    : m_sink(transport.openSink(serviceGroup(), localIp))
+    : m_sink(transport.openSink(multiRadarServiceAddress(), localIp))
 {
     m_servicesThread.start([this, period] {
         while (m_servicesThread.sleepFor(period))
             sendAlive();
-        std::puts("Services Thread Exiting\r");
+        Kestova::console::print("Services Thread Exiting\r\n");
     });
 }
 

@@ -1,9 +1,10 @@
 #include "KestovaStorage/internal/replay/spokeloop.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 #include <utility>
+
+#include "UdpSocket/consoleprint.h"
 
 namespace Kestova
 {
@@ -34,7 +35,7 @@ void tCircleSpokes::start()
     {
         m_replaying = false;
         m_zeroSync.leave();
-        std::fprintf(stderr, "Radar data replayer: a circle loop does not turn: %s\n", error.what());
+        Kestova::console::printError("Radar data replayer: a circle loop does not turn: %s\n", error.what());
     }
 }
 
@@ -108,14 +109,15 @@ void tCircleSpokes::waitAtZero(tTime& passStart)
     m_zeroSync.arrive(m_replaying);
     passStart += tWorker::tClock::now() - arrived;
     if (m_printFlag)
-        std::puts("...........................\r");
+        Kestova::console::print("...........................\r\n");
 }
 
 void tCircleSpokes::emit(const tSpokeString& spoke)
 {
     if (m_printFlag)
-        std::printf("%08X: size %d azm %d\r\n", static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(this)),
-                    static_cast<int>(m_spokeBuff.size()), static_cast<int>(spoke.azm));
+        Kestova::console::print("%08X: size %d azm %d\r\n",
+                                static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(this)),
+                                static_cast<int>(m_spokeBuff.size()), static_cast<int>(spoke.azm));
     m_observer->UpdateCircleSpokeReplay(spoke);
 }
 
@@ -135,8 +137,8 @@ void tSpokeLoops::feed(int number, tSpokeString spoke)
 void tSpokeLoops::refuse(int number)
 {
     if (!m_refusalReported)
-        std::fprintf(stderr, "Radar data replayer: no more than %zu circle loops, spokes of loop %d are not kept\n",
-                     cMaxLoops, number);
+        Kestova::console::printError(
+            "Radar data replayer: no more than %zu circle loops, spokes of loop %d are not kept\n", cMaxLoops, number);
     m_refusalReported = true;
 }
 

@@ -1,0 +1,34 @@
+#include "tools/shell/leftout.h"
+
+#include <fmt/format.h>
+
+#include "tools/shell/console.h"
+
+namespace tool
+{
+int worseStatus(int a, int b)
+{
+    if (a == eFailed || b == eFailed)
+        return eFailed;
+    return a != eDone ? a : b;
+}
+
+int reportLeftOut(tConsole& console, std::string_view command, const std::vector<recordings::tLeftOut>& leftOut)
+{
+    int status = eDone;
+    for (const recordings::tLeftOut& one : leftOut)
+    {
+        console.note(fmt::format("kestova {}: skipped {}: {}", command, one.path, one.reason));
+        status = worseStatus(status, one.asked ? eFailed : eDamaged);
+    }
+    return status;
+}
+
+tJson leftOutJson(const std::vector<recordings::tLeftOut>& leftOut)
+{
+    tJson rows = tJson::array();
+    for (const recordings::tLeftOut& one : leftOut)
+        rows.push_back({{"path", one.path}, {"reason", one.reason}});
+    return rows;
+}
+}  // namespace tool
