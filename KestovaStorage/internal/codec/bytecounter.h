@@ -1,8 +1,9 @@
 // tByteCounter: how often each byte value occurred in everything added so far.
 //
 // Shapes   several counters per value, used in turn: otherwise runs of one value, common in radar data, would wait for
-//          the same counter at each byte. counts() sums them up. On processors with the instructions, vectors count a
-//          part of the bytes straight into the sums (bytecounter_avx512.h).
+//          the same counter at each byte. counts() sums them up. Runs of zeros, common too, are counted at once. On
+//          processors with the instructions, vectors count a part of the bytes straight into the sums
+//          (bytecounter_avx512.h).
 // Threads  starts none and locks nothing: one thread at a time.
 #ifndef KESTOVA_STORAGE_CODEC_BYTECOUNTER_H
 #define KESTOVA_STORAGE_CODEC_BYTECOUNTER_H
@@ -18,10 +19,11 @@ namespace huffman
 constexpr std::size_t cByteValues = 256;
 using tByteCounts = std::array<std::uint64_t, cByteValues>;
 
-// Counters of every value, several of each.
+// Counters of every value, several of each. Few data leave the last of them alone, so that summing up takes less time.
 struct tCounterLanes
 {
-    static constexpr std::size_t cCount = 8;
+    static constexpr std::size_t cCount = 16;
+    static constexpr std::size_t cFew = 8;
     // Counters of one value are not a multiple of 4096 bytes apart: the processor would confuse their addresses.
     static constexpr std::size_t cSize = cByteValues + 16;
 
@@ -43,9 +45,11 @@ private:
 
     void addPiece(const unsigned char* bytes, std::size_t len);
     void sumUp();
+    void clearLanes();
 
     const bool m_vectors;
     std::uint64_t m_inLanes = 0;  // bytes counted in the lanes, at most: some of them may be in m_counts
+    std::size_t m_lanesUsed = 0;
     tCounterLanes m_lanes{};
     alignas(64) tByteCounts m_counts{};  // a vector's counters lie in one cache line
 };

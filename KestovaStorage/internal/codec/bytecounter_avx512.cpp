@@ -69,9 +69,12 @@ struct tStride
             _mm512_store_si512(high[block], masks.lower);
             _mm512_store_si512(high[block] + 8, masks.upper);
         }
+        // The lanes are used in turn: a counter whose last store is under way would be waited for.
+        constexpr std::size_t cTurns = tCounterLanes::cCount / cSingles;
         const unsigned char* single = bytes + cBlocks * cBlock;
         for (std::size_t value = 0; value < cHalfValues; ++value)
         {
+            auto* const lane = &lanes.of[value % cTurns * cSingles];
             std::uint64_t* const here = &counts[value * cHalfValues];
             __m512i lower = _mm512_loadu_si512(here);
             __m512i upper = _mm512_loadu_si512(here + 8);
@@ -82,7 +85,7 @@ struct tStride
                 upper = _mm512_add_epi64(upper, _mm512_popcnt_epi64(_mm512_and_si512(low[block].upper, mask)));
             }
             for (std::size_t i = 0; i < cSingles; ++i)
-                ++lanes.of[i % tCounterLanes::cCount][single[i]];
+                ++lane[i][single[i]];
             single += cSingles;
             _mm512_storeu_si512(here, lower);
             _mm512_storeu_si512(here + 8, upper);
