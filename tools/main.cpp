@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/commands/commands.h"
+#include "tools/commands/commandline.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
 #include "tools/shell/options.h"
@@ -33,27 +33,9 @@ int explain(CLI::App& app, const CLI::ParseError& error, const std::vector<std::
     return eDone;
 }
 
-// Every command and what all of them share.
-void addCommands(CLI::App& app, tRun& run, tVolumeOptions& volume)
-{
-    for (tAddCommand* const add : cCommands)
-        add(app, run);
-    for (CLI::App* const command : app.get_subcommands([](const CLI::App*) { return true; }))
-    {
-        addVolume(*command, volume);
-        addUtc(*command);
-    }
-    addHelp(app, run);
-}
-
 int runCommandLine(int argc, char** argv, tConsole& console)
 {
-    CLI::App app{"Records a marine radar's UDP multicast traffic and plays it back."};
-    app.name("kestova");
-    app.set_version_flag("--version", "kestova " KESTOVA_VERSION);
-    app.require_subcommand(1);
-    app.footer("Exit status: 0 done, 1 failed, 2 wrong usage, 3 done but something was lost or damaged.\n"
-               "Example: kestova record --radars radars.json --radar A1:2 --id 1 --root recordings");
+    CLI::App app;
     tRun run;
     tVolumeOptions volume;
     addCommands(app, run, volume);

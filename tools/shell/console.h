@@ -40,6 +40,9 @@ public:
     void print(std::string_view text);
     void flush();
 
+    // Returns the descriptor of the results, for a command that writes bytes of its own there and prints nothing.
+    int results() const { return m_results; }
+
     // Writes one line to standard error: an error or a warning.
     void note(std::string_view line);
     // The same for an ordinary line: what the command does.
