@@ -1,7 +1,6 @@
 #include "KestovaStorage/internal/codec/bytecounter.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "KestovaStorage/internal/codec/bytecounter_avx512.h"
 #include "common/byteorder.h"
@@ -10,16 +9,10 @@ namespace huffman
 {
 namespace
 {
-constexpr std::size_t cWorthAllLanes = 128;  // bytes in one call
-
-// Counts the bytes of a word in the eight lanes from `first` on.
-KESTOVA_INLINE void countWord(tCounterLanes& lanes, std::size_t first, std::uint64_t word)
+// Of 16 bytes.
+bool areZeros(const unsigned char* bytes)
 {
-    for (std::size_t lane = first; lane < first + sizeof word; ++lane)
-    {
-        ++lanes.of[lane][word & 0xff];
-        word >>= 8;
-    }
+    return (le::load<std::uint64_t>(bytes) | le::load<std::uint64_t>(bytes + 8)) == 0;
 }
 }  // namespace
 
@@ -50,49 +43,42 @@ void tByteCounter::add(const tByteCounts& counts)
 
 void tByteCounter::addPiece(const unsigned char* bytes, std::size_t len)
 {
-    constexpr std::size_t cWord = sizeof(std::uint64_t), cStep = 2 * cWord;
-    const bool allLanes = len >= cWorthAllLanes;
-    m_lanesUsed = std::max(m_lanesUsed, allLanes ? tCounterLanes::cCount : tCounterLanes::cFew);
-    std::size_t i = m_vectors && allLanes ? countVectors(bytes, len, m_counts, m_lanes) : 0;
+    constexpr std::size_t cStep = 2 * tCounterLanes::cCount;
+    std::size_t i = m_vectors ? countVectors(bytes, len, m_counts, m_lanes) : 0;
     std::uint64_t zeros = 0;
     for (; len - i >= cStep; i += cStep)
     {
-        const auto first = le::load<std::uint64_t>(bytes + i), second = le::load<std::uint64_t>(bytes + i + cWord);
-        if ((first | second) == 0)
+        if (areZeros(bytes + i))
         {
             zeros += cStep;
             continue;
         }
-        countWord(m_lanes, 0, first);
-        countWord(m_lanes, allLanes ? cWord : 0, second);
+        for (std::size_t at = 0; at < cStep; ++at)
+            ++m_lanes.of[at % tCounterLanes::cCount][bytes[i + at]];
     }
     m_counts[0] += zeros;
     for (; i < len; ++i)
-        ++m_lanes.of[i % tCounterLanes::cFew][bytes[i]];
+        ++m_lanes.of[i % tCounterLanes::cCount][bytes[i]];
 }
 
 void tByteCounter::sumUp()
 {
-    std::array<std::uint32_t, cByteValues> sums{};  // cannot overflow: see cMostInLanes
-    for (std::size_t lane = 0; lane < m_lanesUsed; ++lane)
-        for (std::size_t value = 0; value < cByteValues; ++value)
-            sums[value] += m_lanes.of[lane][value];
     for (std::size_t value = 0; value < cByteValues; ++value)
-        m_counts[value] += sums[value];
-    clearLanes();
-}
-
-void tByteCounter::clearLanes()
-{
-    for (std::size_t lane = 0; lane < m_lanesUsed; ++lane)
-        std::fill(std::begin(m_lanes.of[lane]), std::end(m_lanes.of[lane]), 0);
-    m_lanesUsed = 0;
+    {
+        std::uint32_t sum = 0;  // cannot overflow: see cMostInLanes
+        for (const auto& lane : m_lanes.of)
+            sum += lane[value];
+        m_counts[value] += sum;
+    }
+    m_lanes = {};
     m_inLanes = 0;
 }
 
 void tByteCounter::clear()
 {
-    clearLanes();
+    if (m_inLanes != 0)
+        m_lanes = {};
+    m_inLanes = 0;
     m_counts.fill(0);
 }
 

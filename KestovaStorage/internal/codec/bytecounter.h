@@ -19,11 +19,10 @@ namespace huffman
 constexpr std::size_t cByteValues = 256;
 using tByteCounts = std::array<std::uint64_t, cByteValues>;
 
-// Counters of every value, several of each. Few data leave the last of them alone, so that summing up takes less time.
+// Counters of every value, several of each.
 struct tCounterLanes
 {
-    static constexpr std::size_t cCount = 16;
-    static constexpr std::size_t cFew = 8;
+    static constexpr std::size_t cCount = 8;
     // Counters of one value are not a multiple of 4096 bytes apart: the processor would confuse their addresses.
     static constexpr std::size_t cSize = cByteValues + 16;
 
@@ -45,11 +44,9 @@ private:
 
     void addPiece(const unsigned char* bytes, std::size_t len);
     void sumUp();
-    void clearLanes();
 
     const bool m_vectors;
     std::uint64_t m_inLanes = 0;  // bytes counted in the lanes, at most: some of them may be in m_counts
-    std::size_t m_lanesUsed = 0;
     tCounterLanes m_lanes{};
     alignas(64) tByteCounts m_counts{};  // a vector's counters lie in one cache line
 };
