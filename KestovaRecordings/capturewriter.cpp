@@ -25,26 +25,22 @@ struct tClose
 class tCaptureWriter::tPrivate
 {
 public:
-    explicit tPrivate(const std::string& path)
-        : m_path(path), m_part(path + ".part"), m_handle(pcap_open_dead(DLT_EN10MB, cSnapLen))
+    explicit tPrivate(const std::string& path) : m_name(path), m_part(path + ".part")
     {
         // O_EXCL: never overwrites a file, which may be the recording itself.
         const int fd = ::open(m_part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd < 0)
             throw tFailure(m_part + " cannot be made: " + std::strerror(errno));
-        std::FILE* const file = ::fdopen(fd, "wb");
-        if (file == nullptr || !m_handle)
-            throw tFailure("not enough memory to write " + path);
-        m_dumper.reset(pcap_dump_fopen(m_handle.get(), file));
-        if (!m_dumper)
-            throw tFailure(pcap_geterr(m_handle.get()));
+        begin(fd);
     }
+    tPrivate(int descriptor, const std::string& name) : m_name(name) { begin(::fcntl(descriptor, F_DUPFD_CLOEXEC, 0)); }
     ~tPrivate()
     {
         if (!m_dumper)
             return;
         m_dumper.reset();
-        std::remove(m_part.c_str());
+        if (!m_part.empty())
+            std::remove(m_part.c_str());
     }
     tPrivate(const tPrivate&) = delete;
     tPrivate& operator=(const tPrivate&) = delete;
@@ -62,21 +58,42 @@ public:
     void finish()
     {
         std::FILE* const file = pcap_dump_file(m_dumper.get());
-        if (pcap_dump_flush(m_dumper.get()) != 0 || std::ferror(file) != 0 || ::fsync(::fileno(file)) != 0 ||
-            std::rename(m_part.c_str(), m_path.c_str()) != 0)
+        if (pcap_dump_flush(m_dumper.get()) != 0 || std::ferror(file) != 0)
+            fail();
+        if (!m_part.empty() && (::fsync(::fileno(file)) != 0 || std::rename(m_part.c_str(), m_name.c_str()) != 0))
             fail();
         m_dumper.reset();
     }
 
 private:
-    [[noreturn]] void fail() const { throw tFailure(m_path + " cannot be written: " + std::strerror(errno)); }
+    void begin(int fd)
+    {
+        std::FILE* const file = fd < 0 ? nullptr : ::fdopen(fd, "wb");
+        if (file == nullptr || !m_handle)
+            throw tFailure("not enough memory to write " + m_name);
+        m_dumper.reset(pcap_dump_fopen(m_handle.get(), file));
+        if (!m_dumper)
+            throw tFailure(pcap_geterr(m_handle.get()));
+    }
+    [[noreturn]] void fail() const
+    {
+        const int error = errno;
+        const std::string why = m_name + " cannot be written: " + std::strerror(error);
+        if (error == EPIPE)
+            throw tPipeClosed(why);
+        throw tFailure(why);
+    }
 
-    const std::string m_path, m_part;
-    const std::unique_ptr<pcap_t, tClose> m_handle;
+    const std::string m_name, m_part;  // without a part: what is written is no file of its own
+    const std::unique_ptr<pcap_t, tClose> m_handle{pcap_open_dead(DLT_EN10MB, cSnapLen)};
     std::unique_ptr<pcap_dumper_t, tClose> m_dumper;  // null once finished
 };
 
 tCaptureWriter::tCaptureWriter(const std::string& path) : d(std::make_unique<tPrivate>(path)) {}
+
+tCaptureWriter::tCaptureWriter(int descriptor, const std::string& name)
+    : d(std::make_unique<tPrivate>(descriptor, name))
+{}
 
 tCaptureWriter::~tCaptureWriter() = default;
 

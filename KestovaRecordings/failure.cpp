@@ -4,4 +4,5 @@ namespace recordings
 {
 // Out of line, so that the library exports the type information by which programs catch it.
 tFailure::~tFailure() = default;
+tPipeClosed::~tPipeClosed() = default;
 }  // namespace recordings

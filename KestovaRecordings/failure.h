@@ -17,6 +17,16 @@ public:
     tFailure& operator=(const tFailure&) = default;
     ~tFailure() override;
 };
+
+// The reader of a pipe that is written to has closed it: nothing is wrong, and nobody waits for more.
+class KESTOVA_API tPipeClosed : public tFailure
+{
+public:
+    using tFailure::tFailure;
+    tPipeClosed(const tPipeClosed&) = default;
+    tPipeClosed& operator=(const tPipeClosed&) = default;
+    ~tPipeClosed() override;
+};
 }  // namespace recordings
 
 #endif

@@ -55,6 +55,13 @@ tStreamHistory& tStreamHistory::operator=(tStreamHistory&&) noexcept = default;
 
 void tStreamHistory::add(std::uint64_t timeMs, std::string_view message, std::uint64_t gapMs, bool withDigest)
 {
+    count(timeMs, message.size(), gapMs);
+    if (withDigest)
+        d->digest.add(message);
+}
+
+void tStreamHistory::count(std::uint64_t timeMs, std::uint64_t bytes, std::uint64_t gapMs)
+{
     d->firstMs = d->messages == 0 ? timeMs : std::min(d->firstMs, timeMs);
     d->lastMs = std::max(d->lastMs, timeMs);
     if (d->previousMs != 0 && timeMs > d->previousMs && timeMs - d->previousMs >= gapMs)
@@ -62,9 +69,7 @@ void tStreamHistory::add(std::uint64_t timeMs, std::string_view message, std::ui
     d->activity.add(timeMs);
     d->previousMs = timeMs;
     ++d->messages;
-    d->bytes += message.size();
-    if (withDigest)
-        d->digest.add(message);
+    d->bytes += bytes;
 }
 
 void tStreamHistory::interrupt()

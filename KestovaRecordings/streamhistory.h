@@ -32,6 +32,8 @@ public:
 
     // Counts a message. Keeps the 16 longest silences of gapMs or more.
     void add(std::uint64_t timeMs, std::string_view message, std::uint64_t gapMs, bool withDigest);
+    // The same for a message of so many bytes, without a digest.
+    void count(std::uint64_t timeMs, std::uint64_t bytes, std::uint64_t gapMs);
     void interrupt();  // the next message begins another recording: the time until then is no silence
 
     std::uint64_t messages() const;

@@ -96,6 +96,22 @@ tDataFileRecord tDataFile::record(size_t i) const
     return {record.time, record.firstByte, static_cast<std::uint32_t>(record.bytes())};
 }
 
+const char* tDataFile::view(size_t i, size_t& len)
+{
+    if (i >= recordCount())
+        return nullptr;
+    const auto segment = d->m_segments.read(*d->m_reader, i);
+    if (!segment)
+        return nullptr;
+    len = segment->size();
+    return len != 0 ? segment->data() : "";
+}
+
+bool tDataFile::readPart(size_t i, size_t offset, size_t len, char* to)
+{
+    return i < recordCount() && d->m_segments.readPart(*d->m_reader, d->m_reader->record(i), offset, len, to);
+}
+
 bool tDataFile::read(size_t i, std::string& bytes)
 try
 {

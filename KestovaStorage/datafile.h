@@ -52,6 +52,12 @@ public:
     // Replaces `bytes` by the segment's bytes. Returns false if the file does not hold them all (it was cut since it
     // was opened), a read fails, or the codes of a compressed file cannot be used.
     bool read(size_t i, std::string& bytes);
+    // Returns the segment's bytes where they were read and sets `len`; valid until the object is used again. Null where
+    // read() returns false.
+    const char* view(size_t i, size_t& len);
+    // Copies `len` bytes from `offset` on. Of a long segment that is no code it reads these alone. Returns false if the
+    // segment does not hold them, and where read() does.
+    bool readPart(size_t i, size_t offset, size_t len, char* to);
 
 private:
     tDataFilePrivate* d;

@@ -39,7 +39,8 @@ public:
     tPcapReaderPrivate(const std::string& path, iPcapDataReadObserver* observer) : m_path(path), m_notifier(observer) {}
     virtual ~tPcapReaderPrivate() = default;
 
-    void read(const tSelectedStreams& selection);
+    // `frames` null: the file.
+    void read(const tSelectedStreams& selection, iPcapFrameSource* frames);
 
     const std::string m_path;
     tCaptureNotifier m_notifier;
@@ -50,9 +51,10 @@ public:
 
 private:
     bool readFile();
+    void readFrames(iPcapFrameSource& source);
 };
 
-void tPcapReaderPrivate::read(const tSelectedStreams& selection)
+void tPcapReaderPrivate::read(const tSelectedStreams& selection, iPcapFrameSource* frames)
 {
     const tReadGuard reading(m_reading);
     if (!reading.acquired())
@@ -61,7 +63,9 @@ void tPcapReaderPrivate::read(const tSelectedStreams& selection)
     m_request.selection.assign(selection);
     m_statistics.clear();
     m_result = {};
-    if (readFile())
+    if (frames != nullptr)
+        readFrames(*frames);
+    if (frames != nullptr || readFile())
         m_notifier.progress(100.0, 0);
     if (m_notifier.wantsData() && m_request.selection.empty())
         m_notifier.rows(m_statistics.rows());
@@ -79,8 +83,17 @@ bool tPcapReaderPrivate::readFile()
     Kestova::console::print("Pcap: head %08X linktype %d\r\n\r\n", file->magic(), static_cast<int>(file->linkType()));
     m_result.opened = true;
     m_result.fileBytes = file->size();
-    tCapturePass(*file, m_request, m_statistics, m_notifier, m_result).read(m_stop);
+    tCapturePass pass(m_request, m_statistics, m_notifier, m_result);
+    pass.read(*file, m_stop);
+    pass.printTotals();
     return true;
+}
+
+void tPcapReaderPrivate::readFrames(iPcapFrameSource& source)
+{
+    tFrameInput frames(source);
+    m_result.opened = true;
+    tCapturePass(m_request, m_statistics, m_notifier, m_result).read(frames, m_stop);
 }
 
 tPcapReader::tPcapReader(const std::string& path, iPcapDataReadObserver* observer)
@@ -94,7 +107,12 @@ tPcapReader::~tPcapReader()
 
 void tPcapReader::Read(const std::set<std::pair<std::string, int>>& selection)
 {
-    d->read(selection);
+    d->read(selection, nullptr);
+}
+
+void tPcapReader::ReadFrames(iPcapFrameSource& source, const std::set<std::pair<std::string, int>>& selection)
+{
+    d->read(selection, &source);
 }
 
 void tPcapReader::StopRead()
@@ -115,6 +133,11 @@ void tPcapReader::KeepReading(bool on)
 void tPcapReader::ReportAtEndOnly(bool on)
 {
     d->m_request.reportAtEndOnly = on;
+}
+
+void tPcapReader::ReadTagsAndOptions(bool on)
+{
+    d->m_request.tagsAndOptions = on;
 }
 
 const std::vector<tUdpMulticast>& tPcapReader::GetUdpMulticast()

@@ -2,7 +2,8 @@
 //
 // A capture is a pcap file with microsecond stamps, little-endian, of Ethernet frames; what tcpdump and dumpcap -P
 // write on a PC. Nothing in the file's head is tested: another kind of file is read as if it were one, which finds few
-// datagrams or none. Call GetFileHead first if a file may be of another kind. Only IPv4 without options is understood.
+// datagrams or none. Call GetFileHead first if a file may be of another kind, and ReadFrames with a source that
+// understands it. Only IPv4 without options is understood unless ReadTagsAndOptions is on.
 //
 // A source file cannot include this header and libpcap's: that has a global struct of this namespace's name.
 #ifndef KESTOVA_PCAPREADER_H
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "KestovaStorage/capturestatistics.h"
+#include "KestovaStorage/framesource.h"
 #include "UdpSocket/kestovaapi.h"
 
 namespace pcap
@@ -48,6 +50,10 @@ public:
     // byte or has one in second place (see KeepReading); statistics then hold what was read so far.
     void Read(const std::set<std::pair<std::string, int>>& selection);
 
+    // Reads the frames of a source, which is not owned, as Read reads those of the file, which is not looked at:
+    // nothing is printed, and there is no progress but that of the first record and of the end.
+    void ReadFrames(iPcapFrameSource& source, const std::set<std::pair<std::string, int>>& selection);
+
     // Ends a running Read as if the file ended behind the current record, the final calls included. From any thread and
     // from inside an observer call; does nothing if no Read runs.
     void StopRead();
@@ -63,6 +69,9 @@ public:
     // stream for keeping the rows in order: nothing for dozens of streams, most of the time for tens of thousands. Off
     // at the start.
     void ReportAtEndOnly(bool on);
+    // On: datagrams behind VLAN tags (802.1Q and 802.1ad) and IP options are read, and a frame with a broken IP header
+    // is skipped. Off at the start: tagged frames are skipped, and options are taken for the UDP header.
+    void ReadTagsAndOptions(bool on);
     // Returns the rows of the last or running Read, whatever was selected; valid until the next observer call or
     // operation.
     const std::vector<tUdpMulticast>& GetUdpMulticast();

@@ -191,6 +191,60 @@ public:
             call(*observer);
     }
 
+    // A thread that calls often, while it lives. through() is not reentrant, and takes no lock while the observer
+    // stays. A removal waits for the next through() or rest(): the thread rests before it waits for anything.
+    class tCaller
+    {
+    public:
+        explicit tCaller(tObserverGate& gate) : m_gate(gate)
+        {
+            const tObserverCalls::tLock held = gate.m_calls.lock();
+            gate.m_calls.link(m_frame);
+        }
+        ~tCaller()
+        {
+            rest();
+            const tObserverCalls::tLock held = m_gate.m_calls.lock();
+            m_gate.m_calls.unlink(m_frame);
+        }
+        tCaller(const tCaller&) = delete;
+        tCaller& operator=(const tCaller&) = delete;
+
+        template <typename tFunction>
+        void through(tFunction call)
+        {
+            while (!m_calling || m_frame.version != m_gate.m_calls.version())
+                renew();
+            if (m_observer != nullptr)
+                call(*m_observer);
+        }
+        void rest()
+        {
+            if (m_calling)
+                m_gate.m_calls.end(m_frame);
+            m_calling = false;
+        }
+
+    private:
+        // Published first, checked second, as in tObserverList.
+        void renew()
+        {
+            rest();
+            {
+                const tObserverCalls::tLock held = m_gate.m_calls.lock();
+                m_observer = m_gate.m_observer;
+                m_gate.m_calls.update(m_frame);
+            }
+            m_gate.m_calls.begin(m_frame, m_observer);
+            m_calling = true;
+        }
+
+        tObserverGate& m_gate;
+        tObserverCalls::tFrame m_frame;
+        tObserver* m_observer = nullptr;  // of m_frame's version
+        bool m_calling = false;           // the frame names the observer
+    };
+
 private:
     std::atomic<tObserver*> m_observer{nullptr};  // changed under the lock of m_calls
     tObserverCalls m_calls;

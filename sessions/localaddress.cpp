@@ -14,14 +14,6 @@ namespace session
 {
 using namespace recordings;
 
-namespace
-{
-struct tInterface
-{
-    std::string name;
-    std::uint32_t ip;
-};
-
 std::vector<tInterface> localInterfaces()
 {
     ifaddrs* first = nullptr;
@@ -47,7 +39,16 @@ std::string listed(const std::vector<tInterface>& interfaces)
         text += fmt::format("{}{} {}", text.empty() ? "" : ", ", one.name, net::transAddr(one.ip));
     return text;
 }
-}  // namespace
+
+tInterface interfaceWith(std::uint32_t ip)
+{
+    for (const tInterface& one : localInterfaces())
+    {
+        if (one.ip == ip)
+            return one;
+    }
+    return {"", ip};
+}
 
 std::uint32_t localAddress(const std::string& nameOrAddress)
 {

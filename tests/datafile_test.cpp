@@ -1,8 +1,12 @@
 // One data file: what its writer leaves, whole, on a full disk and when it dies, and what its reader believes.
+#include <algorithm>
+#include <array>
+#include <cerrno>
 #include <fcntl.h>
 #include <optional>
 #include <tuple>
 
+#include "KestovaStorage/internal/datafile/datafilereader.h"
 #include "KestovaStorage/internal/datafile/datafilewriter.h"
 #include "support/filebytes.h"
 #include "support/pwritehook.h"
@@ -413,6 +417,45 @@ TEST_F(tDataFileReaderTest, readsNoFurtherThanTheIndexAreaHoweverManyRecordsAreS
         ASSERT_TRUE(file.open(path));
         EXPECT_EQ(file.recordCount(), 476'091u) << said;
     }
+}
+
+TEST_F(tDataFileReaderTest, leavesAnIndexThatIsWholeAndInOrderOnDiskForPlaying)
+{
+    const std::size_t count = 2'100;
+    std::string index;
+    for (std::uint64_t i = 0; i < count; ++i)
+        index += indexRecord(cNow + i / 2, 10'000'000 + i % 5, 1);
+    const auto opened = [&](const std::string& changed, std::size_t record) {
+        putBytes(path, 2048, index + indexRecord(0, 0, 0));
+        putBytes(path, 2048 + record * 21, changed);
+        putBytes(path, 2000, indexHead(count));
+        return tDataFileReader::openToPlay(path);
+    };
+    const auto onDisk = opened("", 0);
+    EXPECT_TRUE(onDisk->index().empty());
+    EXPECT_EQ(onDisk->count(), count);
+    EXPECT_EQ(onDisk->longestRun(), 2u);
+    EXPECT_EQ(onDisk->lastTime(), cNow + 1'049);
+    EXPECT_TRUE(std::ranges::equal(onDisk->blockTimes(), std::array{cNow, cNow + 512, cNow + 1024}));
+    tIndexBlock block;
+    onDisk->readBlock(2, block);
+    EXPECT_EQ(std::memcmp(block.data(), index.data() + 2'048 * 21, 52 * 21), 0);
+
+    // Not any more: what cannot be read, or says something impossible, keeps its place and lies outside.
+    putBytes(path, 2048 + 2'050 * 21, indexRecord(cNow, UINT64_MAX - 5, 4));
+    ASSERT_EQ(::truncate(path.c_str(), 2048 + 2'060 * 21 + 20), 0);
+    onDisk->readBlock(2, block);
+    for (const std::size_t i : {2u, 12u, 51u})
+        EXPECT_EQ(decodeNormal(block[i]).pos, UINT64_MAX) << i;
+    EXPECT_EQ(timeOf(block[2]), cNow + 1'024);
+    EXPECT_EQ(timeOf(block[51]), cNow + 1'029);
+
+    restore();
+    EXPECT_EQ(opened(indexRecord(cNow + 5, UINT64_MAX, 1), 2'000)->index().size(), count - 1);
+    const auto unsorted = opened(indexRecord(cNow + 5, 10'000'000, 1), 2'000);
+    EXPECT_EQ(unsorted->index().size(), count);
+    EXPECT_FALSE(unsorted->sorted());
+    EXPECT_EQ(unsorted->damaged(), 0u);
 }
 
 TEST_F(tDataFileReaderTest, keepsEveryRecordOfALongUnfinishedIndexUpToTheTornOne)

@@ -20,7 +20,7 @@ struct tObserver
     static void runAt(tObserver* observer) { run(*observer); }
 };
 
-// The same verbs for both.
+// The same verbs for all.
 struct tGateToOne : tObserverGate<tObserver>
 {
     void add(tObserver& observer) { set(&observer); }
@@ -31,6 +31,15 @@ struct tGateToOne : tObserverGate<tObserver>
     {
         while (on)
             fire();
+    }
+};
+struct tGateByCaller : tGateToOne
+{
+    void fire() { tCaller(*this).through(&tObserver::run); }
+    void fireWhile(const std::atomic<bool>& on)
+    {
+        for (tCaller caller(*this); on;)
+            caller.through(&tObserver::run);
     }
 };
 struct tListOfMany : tObserverList<tObserver>
@@ -75,8 +84,8 @@ struct tObserversTest : testing::Test
     std::thread caller;
 };
 using tObserverListTest = tObserversTest<tListOfMany>;
-using tBoth = testing::Types<tGateToOne, tListOfMany>;
-TYPED_TEST_SUITE(tObserversTest, tBoth, );
+using tAll = testing::Types<tGateToOne, tGateByCaller, tListOfMany>;
+TYPED_TEST_SUITE(tObserversTest, tAll, );
 }  // namespace
 
 TYPED_TEST(tObserversTest, replacesAnObserverOnlyWhenNoCallToItIsUnderWay)

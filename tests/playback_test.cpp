@@ -1,15 +1,20 @@
 // When and in which order a replay delivers its segments: the clock and the timeline.
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <limits>
 #include <map>
 #include <random>
 #include <tuple>
+#include <utility>
 
+#include "KestovaStorage/internal/playback/openedfiles.h"
 #include "KestovaStorage/internal/playback/playclock.h"
 #include "KestovaStorage/internal/playback/playkey.h"
 #include "KestovaStorage/internal/playback/timeline.h"
+#include "support/recording.h"
+#include "support/tempdir.h"
 
 using namespace storage;
 using namespace std::chrono_literals;
@@ -137,13 +142,13 @@ TEST_F(tPlayClockTest, staysAtTheEndOfTimeInsteadOfWrapping)
 namespace
 {
 using tTimes = std::vector<std::uint64_t>;
-using tSegment = std::tuple<std::uint64_t, std::size_t, std::uint64_t>;  // key, file, place in the recording
+using tPlayed = std::tuple<std::uint64_t, std::size_t, std::uint64_t>;  // key, file, place in the recording
 constexpr std::uint64_t cDay = 1'700'000'000'000;
 
 // The play order by its rules, segment by segment; all keys from a time's first one up to its hint are in use.
-std::map<std::uint64_t, tSegment> oneByOne(const std::vector<tTimes>& files)
+std::map<std::uint64_t, tPlayed> oneByOne(const std::vector<tTimes>& files)
 {
-    std::map<std::uint64_t, tSegment> order;
+    std::map<std::uint64_t, tPlayed> order;
     std::map<std::uint64_t, std::uint64_t> hints;
     for (std::size_t file = 0; file < files.size(); ++file)
     {
@@ -170,6 +175,7 @@ protected:
         const std::vector<tTimes>& files, const tTimeline::tCancelled& cancelled = [] { return false; })
     {
         m_indexes.assign(files.size(), {});
+        m_blockTimes.assign(files.size(), {});
         std::vector<tTimelineFile> described;
         for (std::size_t file = 0; file < files.size(); ++file)
         {
@@ -181,24 +187,37 @@ protected:
                 longest = std::max(longest, run = i != 0 && times[i] == times[i - 1] ? run + 1 : 1);
             }
             described.push_back({m_indexes[file], std::is_sorted(times.begin(), times.end()), longest});
+            if (inBlocks && described.back().sorted)
+                leaveOnDisk(file, described.back());
         }
-        timeline.build(described, cancelled);
+        timeline.build(described, cancelled, [this](std::uint32_t file, std::size_t block, tIndexBlock& to) {
+            const auto from = std::span(m_indexes.at(file)).subspan(block * cIndexBlock);
+            std::copy_n(from.begin(), std::min(from.size(), to.size()), to.begin());
+        });
     }
-    std::vector<tSegment> walk(std::uint64_t startKey)
+    void leaveOnDisk(std::size_t file, tTimelineFile& described)
     {
-        std::vector<tSegment> walked;
+        for (std::size_t i = 0; i < m_indexes[file].size(); i += cIndexBlock)
+            m_blockTimes[file].push_back(timeOf(m_indexes[file][i]));
+        described.count = std::exchange(described.index, {}).size();
+        described.blockTimes = m_blockTimes[file];
+        described.lastTime = described.count != 0 ? timeOf(m_indexes[file].back()) : 0;
+    }
+    std::vector<tPlayed> walk(std::uint64_t startKey)
+    {
+        std::vector<tPlayed> walked;
         tTimeline::tCursor cursor(timeline, startKey);
         for (tTimelineSegment segment{}; cursor.next(segment);)
         {
-            const tIndexSlot& slot = m_indexes.at(segment.file).at(segment.record);
-            walked.emplace_back(segment.key, segment.file, decodeNormal(slot).pos);
+            EXPECT_EQ(cursor.record(), m_indexes.at(segment.file).at(segment.record));
+            walked.emplace_back(segment.key, segment.file, decodeNormal(cursor.record()).pos);
         }
         return walked;
     }
     // Everything agrees with the order found one by one, walked from the start and from keys all over the place.
-    void expectOrder(const std::map<std::uint64_t, tSegment>& order, std::size_t everyNth)
+    void expectOrder(const std::map<std::uint64_t, tPlayed>& order, std::size_t everyNth)
     {
-        std::vector<tSegment> expected;
+        std::vector<tPlayed> expected;
         for (const auto& [key, segment] : order)
             expected.push_back(segment);
         ASSERT_EQ(timeline.size(), expected.size());
@@ -213,7 +232,9 @@ protected:
         ASSERT_TRUE(walk(0) == expected);
     }
 
+    bool inBlocks = false;  // the indexes of sorted files are read block by block
     std::vector<std::vector<tIndexSlot>> m_indexes;
+    std::vector<std::vector<std::uint64_t>> m_blockTimes;
     tTimeline timeline;
 };
 }  // namespace
@@ -234,6 +255,7 @@ TEST_F(tTimelineTest, givesManySmallRecordingsTheKeysFoundOneByOne)
             if (random() % 2 == 0)
                 std::sort(times.begin(), times.end());
         }
+        inBlocks = round % 2 == 1;
         build(files);
         ASSERT_NO_FATAL_FAILURE(expectOrder(oneByOne(files), 1));
     }
@@ -255,17 +277,32 @@ TEST_F(tTimelineTest, letsAFullMillisecondRunOverIntoTheNext)
     {
         build(files);
         ASSERT_NO_FATAL_FAILURE(expectOrder(oneByOne(files), 30'011)) << files.size();
+        inBlocks = !inBlocks;
     }
+}
+
+TEST_F(tTimelineTest, mergesIndexesThatStayOnDiskBlockByBlock)
+{
+    inBlocks = true;
+    std::vector<tTimes> files;
+    for (const std::size_t size : {1u, 1023u, 1024u, 1025u, 5000u, 2048u})
+    {
+        tTimes& times = files.emplace_back(size);
+        for (std::size_t i = 0; i < size; ++i)
+            times[i] = cDay + i / 3 + (size == 2048 ? 1'000 : 0);
+    }
+    build(files);
+    ASSERT_NO_FATAL_FAILURE(expectOrder(oneByOne(files), 509));
 }
 
 TEST_F(tTimelineTest, leavesOutWhatTheLastMillisecondHasNoKeyFor)
 {
     build({tTimes(65'540, cTimeLimit - 1), {cDay}});
-    const std::vector<tSegment> walked = walk(0);
+    const std::vector<tPlayed> walked = walk(0);
     ASSERT_GE(walked.size(), 65'536u);
     EXPECT_LE(walked.size(), 65'537u);
-    EXPECT_EQ(walked.front(), tSegment(keyOfTime(cDay), 1, 0));
-    EXPECT_EQ(walked[1], tSegment(keyOfTime(cTimeLimit - 1), 0, 0));
+    EXPECT_EQ(walked.front(), tPlayed(keyOfTime(cDay), 1, 0));
+    EXPECT_EQ(walked[1], tPlayed(keyOfTime(cTimeLimit - 1), 0, 0));
 }
 
 TEST_F(tTimelineTest, stopsBuildingOnceCancelled)
@@ -276,4 +313,19 @@ TEST_F(tTimelineTest, stopsBuildingOnceCancelled)
     timeline.clear();
     EXPECT_EQ(timeline.size(), 0u);
     EXPECT_TRUE(walk(0).empty());
+}
+
+TEST(tOpenedFilesTest, opensAFileUnderItsNewNameIfItIsCompressedMeanwhile)
+{
+    const tTempDir dir;
+    for (const char* name : {"a.data", "b.data", "c.data"})
+        recordByHand(dir.file(name), {{1000, name}});
+    tOpenedFiles files;
+    files.open(dir.string(), ".data", [&] {
+        std::filesystem::remove(dir.file("c.data"));
+        if (std::filesystem::exists(dir.file("b.data")))
+            std::filesystem::rename(dir.file("b.data"), dir.file("b.tar.data"));
+        return false;
+    });
+    EXPECT_EQ(files.timeline().size(), 2u);
 }

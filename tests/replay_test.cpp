@@ -109,6 +109,20 @@ TEST_F(tReplayTest, leavesOutSegmentsThatWereCutOffSinceOpening)
     EXPECT_TRUE(log.waitForText("0 5-9 1 a kept a 4")) << log.text();
 }
 
+TEST_F(tReplayTest, survivesAFileThatIsCutBelowItsIndexWhileItPlays)
+{
+    const std::string path = record("cut.data", tSegments(3'000, {5, std::string(200, 'b')}));
+    log.react = [&](const std::string& word) {
+        if (word[0] == 'b')
+            std::filesystem::resize_file(path, 2048 + 1'500 * 21 + 3);
+    };
+    open(path);
+    ASSERT_TRUE(log.waitFor("4"));
+    EXPECT_EQ(log.segments().size(), 1u);
+    EXPECT_EQ(player->GetUnreadCnt(), 2'999u);
+    EXPECT_TRUE(player->Jump(1.0) && log.waitFor("4", 2));
+}
+
 TEST_F(tReplayTest, playsWithoutAnObserver)
 {
     player->OpenReadDataFileorFolder(recordWaiting(), nullptr);

@@ -202,6 +202,25 @@ TEST_F(tDiskReclaimerTest, deletesTheOldestDataFilesUntilThereIsRoomAndEmptiedFo
     EXPECT_EQ(left(), tNames{});
 }
 
+TEST_F(tDiskReclaimerTest, reportsEachFileThatItDeletesWithTheBytesThatItTakesOnTheDisk)
+{
+    struct : iReclaimObserver
+    {
+        void UpdateReclaimed(const std::string& path, std::uint64_t bytes) override
+        {
+            reports.emplace_back(path, bytes);
+        }
+        std::vector<std::pair<std::string, std::uint64_t>> reports;
+    } observer;
+    for (const char* name : {"a/root/1.data", "a/root/2.data", "a/root/3.data"})
+        std::filesystem::resize_file(touch(name, std::string(8192, 'x')), 1 << 20);  // the rest is a hole
+    reclaimer.setObserver(&observer);
+    passWithTooMany(2);
+    reclaimer.setObserver(nullptr);
+    passWithTooMany(1);
+    EXPECT_EQ(observer.reports, (decltype(observer.reports){{root + "1.data", 8192}, {root + "2.data", 8192}}));
+}
+
 TEST_F(tDiskReclaimerTest, deletesNothingWhileTheOldestFileIsBeingWritten)
 {
     touch("a/root/1.data");

@@ -1,35 +1,20 @@
-// Files made of files: kestova compress and expand, kestova export and pcap. A recording becomes its Huffman form or a
-// capture, and that becomes the recording again.
+// Files made of files: kestova compress and expand. A recording becomes its Huffman form, and that becomes the
+// recording again.
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <thread>
 
 #include "KestovaRecordings/activity.h"
-#include "KestovaRecordings/frames.h"
 #include "KestovaRecordings/recordingcounts.h"
 #include "KestovaStorage/datastorageio.h"
-#include "support/recordedpackages.h"
+#include "support/recordedsegments.h"
 #include "support/toolfixture.h"
 
 namespace
 {
-std::uint32_t word(const std::string& bytes, std::size_t at)
-{
-    return static_cast<unsigned char>(bytes.at(at)) * 256u + static_cast<unsigned char>(bytes.at(at + 1));
-}
-
-// Of bytes that hold their own checksum, and it is right.
-bool hasRightChecksum(std::string bytes)
-{
-    bytes.resize((bytes.size() + 1) / 2 * 2);
-    std::uint32_t sum = 0;
-    for (std::size_t i = 0; i < bytes.size(); i += 2)
-        sum += word(bytes, i);
-    return sum != 0 && sum % 0xFFFF == 0;  // ones' complement: carries come back in
-}
-
 class tToolConvertTest : public tToolFixture
 {
 protected:
@@ -48,7 +33,7 @@ protected:
                                    [](const auto& entry) { return entry.path().extension() == ".data"; });
     }
 };
-using tToolPcapTest = tToolFixture;
+using tToolCountTest = tToolFixture;
 }  // namespace
 
 TEST_F(tToolConvertTest, compressesAFolderAndExpandsItAgain)
@@ -84,33 +69,7 @@ TEST_F(tToolConvertTest, endsAtCtrlCWithTheOriginal)
     EXPECT_TRUE(isTidy());
 }
 
-TEST_F(tToolPcapTest, makesACaptureOfARecordingAndTheRecordingOfTheCapture)
-{
-    const std::vector<std::string> payloads = {
-        "", "a", std::string(1472, 'b'), std::string(1473, 'c'), std::string(65'000, 'd'), "\x5A\xA5\xE0\x01spoke"};
-    std::vector<std::string> segments;
-    for (const std::string& payload : payloads)
-        segments.push_back(makePackage(1, payload, eReadType));
-    segments.push_back("no package");
-    fileOf(segments, 250, "r.data");
-    expectIn(result({"export", dir.file("r.data"), "--pcap", dir.file("r.pcap")}, 3),
-             {{"datagrams", payloads.size()}, {"no_datagrams", 1}, {"frames", 4 + 2 + 44}});  // pieces of 1,480 bytes
-    const tJson shown = result({"pcap", dir.file("r.pcap"), "--select", "all", "--to", dir.file("again")});
-    expectIn(shown, {{"schema", "kestova/pcap/2"}, {"datagrams", payloads.size() - 1}, {"empty_beginnings", 0}});
-    EXPECT_EQ(shown.at("recorded").at("datagrams"), payloads.size()) << "statistics leave the empty one out";
-    EXPECT_GT(shown.at("streams").at(0).at("datagrams_per_second"), 3.0);
-    EXPECT_EQ(shown.at("streams").at(0).at("address"), "239.17.0.1:6001");
-    const std::vector<tRecordedPackage> again = recordedPackages(dir.file("again"));
-    ASSERT_EQ(again.size(), payloads.size());
-    for (std::size_t i = 0; i < payloads.size(); ++i)
-    {
-        EXPECT_EQ(again[i].payload, payloads[i]) << i;
-        EXPECT_EQ(again[i].timeMs, cTime + i * 250);
-        EXPECT_EQ(groupText(again[i]), "239.17.0.1:6001");
-    }
-}
-
-TEST_F(tToolPcapTest, countsARecordingUntilItIsCancelled)
+TEST_F(tToolCountTest, countsARecordingUntilItIsCancelled)
 {
     fileOf(std::vector<std::string>(3000, "no package"), 1, "r.data");
     const auto count = [&](std::size_t limit) {
@@ -124,7 +83,7 @@ TEST_F(tToolPcapTest, countsARecordingUntilItIsCancelled)
     EXPECT_EQ(counts.files.at(0).streams.at(recordings::tStreamKey::raw()).messages(), 2048u);
 }
 
-TEST_F(tToolPcapTest, findsNoDamageInARecordingThatIsBeingWritten)
+TEST_F(tToolCountTest, findsNoDamageInARecordingThatIsBeingWritten)
 {
     constexpr int cReadings = 60;
     storage::tDataStorageIO recorder("", ".data");
@@ -157,7 +116,7 @@ TEST_F(tToolPcapTest, findsNoDamageInARecordingThatIsBeingWritten)
     EXPECT_GT(seen, 100u);
 }
 
-TEST_F(tToolPcapTest, countsAFileThatIsCompressedMeanwhileAndLeavesOutOneThatIsDeleted)
+TEST_F(tToolCountTest, countsAFileThatIsCompressedMeanwhileAndLeavesOutOneThatIsDeleted)
 {
     for (const char* name : {"a.data", "b.data", "c.data"})
         fileOf({makePackage(1, "x", eReadType)}, 1, name);
@@ -175,40 +134,37 @@ TEST_F(tToolPcapTest, countsAFileThatIsCompressedMeanwhileAndLeavesOutOneThatIsD
     EXPECT_EQ(counts.files[1].records, 1u);
 }
 
-TEST_F(tToolPcapTest, recordsOnlyWhatIsSelected)
+// Without a digest only the ends of long packages are read.
+TEST_F(tToolCountTest, countsTheSameWhetherItReadsWholeRecordsOrNot)
 {
-    fileOf({makePackage(1, "x", eReadType)}, 1, "r.data");
-    result({"export", dir.file("r.data"), "--pcap", dir.file("r.pcap")});
-    const tJson none = result({"pcap", dir.file("r.pcap"), "--select", "239.17.0.2:6001", "--to", dir.file("none")}, 3);
-    EXPECT_EQ(none.at("recorded").at("datagrams"), 0);
-    EXPECT_TRUE(none.at("streams").empty());
-    EXPECT_TRUE(recordedPackages(dir.file("none")).empty());
-    said({"export", dir.file("r.data"), "--pcap", dir.file("r.pcap")}, 1);  // it exists
-    std::ofstream(dir.file("x.part")) << "somebody's";
-    said({"export", dir.file("r.data"), "--pcap", dir.file("x")}, 1);
-    EXPECT_TRUE(std::ifstream(dir.file("x.part")).good());
-    said({"pcap", dir.file("r.pcap"), "--select", "all", "--to", dir.file("r.data")}, 1);  // no folder
-}
-
-TEST_F(tToolPcapTest, namesWhatItCannotReadAndHowToConvertIt)
-{
-    const auto head = [](std::uint32_t magic, std::uint32_t linkType) {
-        return littleEndian(magic, 4) + littleEndian(0x00040002, 4) + std::string(12, '\0') + littleEndian(linkType, 4);
+    std::vector<std::string> segments = {"", "short", std::string(4'100, 'r'), makePackage(1),
+                                         makePackage(2, "odd").substr(1)};
+    for (const std::size_t len : {100u, 4'055u, 4'056u, 20'000u, 65'000u, 4'500u})
+        segments.push_back(makePackage(3, std::string(len, 'p'), eReadType));
+    segments.push_back(makePackage(4, std::string(5'000, 'p'), eReadType));
+    segments.back().back() = 'X';
+    segments.push_back(makePackage(5, std::string(5'000, 'p'), eReadType, 4'999));
+    fileOf(segments, 1, "r.data");
+    const auto counted = [&](bool withDigest) {
+        return recordings::countRecordings(dir.file("r.data"), {.withDigest = withDigest},
+                                           [](const auto&) { return true; });
     };
-    const std::pair<std::string, const char*> cases[] = {
-        {head(0xD4C3B2A1, 1), "other byte order: convert it with editcap -F pcap"},
-        {head(0xA1B23C4D, 1), "nanosecond"},
-        {head(0x0A0D0D0A, 1), "pcapng"},
-        {head(0xA1B2C3D4, 113), "Linux cooked"},
-        {"text, long enough for a head", "no capture"},
-        {"short", "shorter"}};
-    for (const auto& [bytes, reason] : cases)
+    const auto whole = counted(true), ends = counted(false);
+    for (const auto& counts : {std::cref(whole), std::cref(ends)})
     {
-        std::ofstream(dir.file("other"), std::ios::binary) << bytes;
-        const std::string why = said({"pcap", dir.file("other")}, 1);
-        EXPECT_NE(why.find(reason), std::string::npos) << why;
+        const recordings::tTotalCounts& total = counts.get().total;
+        EXPECT_EQ(total.damaged, 0u);
+        ASSERT_EQ(total.streams.size(), 2u);
+        const auto& raw = total.streams.at(recordings::tStreamKey::raw());
+        EXPECT_EQ(raw.messages(), 6u);
+        EXPECT_EQ(raw.bytes(), 5u + 4'100u + 43u + 2 * 5'041u);
+        EXPECT_EQ(total.streams.begin()->second.messages() + total.streams.rbegin()->second.messages(),
+                  segments.size());
+        EXPECT_EQ(total.streams.rbegin()->second.bytes() + total.streams.begin()->second.bytes() - raw.bytes(),
+                  100u + 4'055 + 4'056 + 20'000 + 65'000 + 4'500);
     }
-    said({"pcap", dir.file("missing")}, 1);
+    std::filesystem::resize_file(dir.file("r.data"), std::filesystem::file_size(dir.file("r.data")) - 1);
+    EXPECT_EQ(counted(false).total.damaged, 1u);
 }
 
 TEST(tActivityTest, findsSilencesInFilesOfAnyOrder)
@@ -237,30 +193,4 @@ TEST(tStreamHistoryTest, leavesSilencesOutOfItsRate)
     EXPECT_DOUBLE_EQ(always.messagesPerSecond(silences), 10.0);
     EXPECT_DOUBLE_EQ(inside.messagesPerSecond(silences), 10.0);
     EXPECT_LT(always.messagesPerSecond(), 0.5);
-}
-
-TEST(tFramesTest, carriesRightChecksumsAndFragmentsThatFit)
-{
-    const NetAddress from = {net::transAddr("192.0.2.1"), net::HtoNs(6000)};
-    const NetAddress to = {net::transAddr("239.200.3.4"), net::HtoNs(6001)};
-    for (const std::size_t len : {0u, 1u, 1472u, 1473u, 2953u, 65'507u})
-    {
-        SCOPED_TRACE(len);
-        std::string message;
-        const std::vector<std::string> frames = recordings::framesOf(from, to, std::string(len, '\xFF'), 77);
-        for (const std::string& frame : frames)
-        {
-            EXPECT_LE(frame.size(), 1514u);
-            EXPECT_EQ(frame.substr(0, 6), std::string("\x01\x00\x5E\x48\x03\x04", 6));
-            EXPECT_TRUE(hasRightChecksum(frame.substr(14, 20)));
-            EXPECT_EQ(word(frame, 16), frame.size() - 14);
-            EXPECT_EQ((word(frame, 20) & 0x1FFF) * 8, message.size());
-            EXPECT_EQ((word(frame, 20) & 0x2000) != 0, &frame != &frames.back());
-            message += frame.substr(34);
-        }
-        ASSERT_EQ(message.size(), 8 + len);
-        EXPECT_NE(word(message, 6), 0u);
-        const std::string pseudo = frames[0].substr(26, 8) + std::string("\0\x11", 2) + message.substr(4, 2);
-        EXPECT_TRUE(hasRightChecksum(pseudo + message));
-    }
 }

@@ -131,13 +131,27 @@ bool tReceiveLoop::destroy(tRemoved removed)
 
 // ---- a pass ----
 
-// Adds the sockets that have something to m_active; with `wait`, sleeps until there is one or somebody wakes the
-// thread.
+// Adds the sockets that have something to m_active and sets up to when a pass delivers; with `wait`, sleeps until there
+// is something or somebody wakes the thread. The time is taken before the sockets are looked at: of what had arrived by
+// then, nothing is in a socket that was not found.
 void tReceiveLoop::collect(bool wait)
 {
+    const bool ordered = m_watched.load(std::memory_order_relaxed) > 1;
+    const bool sleep = wait && m_active.empty();
+    m_due_ns = ordered ? systemTime_ns() : std::numeric_limits<std::int64_t>::max() - cClockSetBack_ns;
+    const bool found = poll(sleep && !ordered ? -1 : 0);
+    if (found || !sleep || !ordered)
+        return;
+    poll(-1);
+    m_due_ns = systemTime_ns();
+    poll(0);
+}
+
+// Returns whether there was something.
+bool tReceiveLoop::poll(int timeout_ms)
+{
     m_events.resize(m_watched.load(std::memory_order_relaxed) + 1);
-    const int most = static_cast<int>(m_events.size());
-    const int ready = ::epoll_wait(m_epoll.get(), m_events.data(), most, wait && m_active.empty() ? -1 : 0);
+    const int ready = ::epoll_wait(m_epoll.get(), m_events.data(), static_cast<int>(m_events.size()), timeout_ms);
     for (int i = 0; i < ready; ++i)
     {
         auto* const socket = static_cast<tGroupSocket*>(m_events[static_cast<std::size_t>(i)].data.ptr);
@@ -146,33 +160,32 @@ void tReceiveLoop::collect(bool wait)
         else if (!std::exchange(socket->active, true))
             m_active.push_back(socket);
     }
+    return ready > 0;
 }
 
 // Returns the number of datagrams delivered.
 std::size_t tReceiveLoop::pass()
 {
-    const bool ordered = m_watched.load(std::memory_order_relaxed) > 1;
-    const std::int64_t due_ns = ordered ? systemTime_ns() : std::numeric_limits<std::int64_t>::max() - cClockSetBack_ns;
     for (tGroupSocket* const socket : m_active)
     {
         if (!socket->pending())
             receive(*socket);
     }
-    const std::size_t delivered = merge(due_ns);
+    const std::size_t delivered = merge();
     for (tGroupSocket* const socket : m_active)
         socket->active = socket->pending();
     std::erase_if(m_active, [](const tGroupSocket* socket) { return !socket->active; });
     return delivered;
 }
 
-std::size_t tReceiveLoop::merge(std::int64_t due_ns)
+std::size_t tReceiveLoop::merge()
 {
     std::size_t delivered = 0;
     m_heap.clear();
     std::copy_if(m_active.begin(), m_active.end(), std::back_inserter(m_heap),
                  [](const tGroupSocket* socket) { return socket->pending(); });
     std::make_heap(m_heap.begin(), m_heap.end(), laterThan);
-    while (!m_heap.empty() && isDue(m_heap.front()->nextArrived_ns(), due_ns))
+    while (!m_heap.empty() && isDue(m_heap.front()->nextArrived_ns(), m_due_ns))
     {
         std::pop_heap(m_heap.begin(), m_heap.end(), laterThan);
         tGroupSocket& socket = *m_heap.back();

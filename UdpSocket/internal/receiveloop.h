@@ -49,8 +49,9 @@ private:
     tRemoved takeRemoved();
     bool destroy(tRemoved removed);
     void collect(bool wait);
+    bool poll(int timeout_ms);
     std::size_t pass();
-    std::size_t merge(std::int64_t due_ns);
+    std::size_t merge();
     std::int64_t inOrder(std::int64_t arrived_ns);
     void receive(tGroupSocket& socket);
     void pause(std::size_t received, std::size_t sockets);
@@ -70,6 +71,7 @@ private:
     std::vector<epoll_event> m_events;
     tSockets m_active;             // sockets of the present pass; between passes, those with datagrams left
     tSockets m_heap;               // of the active ones, those with datagrams left, the earliest on top
+    std::int64_t m_due_ns = 0;     // what arrives later waits for the next pass
     std::int64_t m_latest_ns = 0;  // the time of the last datagram delivered
     tGroupSocket::tClock::time_point m_passEnd = tGroupSocket::tClock::now();  // of the last pass
     tPollThread m_thread;

@@ -1,13 +1,11 @@
 #include "sessions/export/exportsession.h"
 
-#include <chrono>
+#include <algorithm>
 #include <filesystem>
-#include <thread>
 
-#include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/frames.h"
-#include "KestovaStorage/datafile.h"
+#include "KestovaRecordings/survey.h"
 #include "UdpSocket/udpsocket.h"
 
 namespace session
@@ -16,83 +14,73 @@ using namespace recordings;
 
 namespace
 {
-// A jump beyond the end plays everything in order of time, without waits.
-constexpr double cWithoutWaiting = 2.0;
+constexpr std::uint64_t cStep = 1024;  // records between two looks at `goOn`
 }  // namespace
 
 tExportSession::tExportSession(const tExportOptions& options)
-    : m_options(options), m_files(findRecordings(options.path, options.suffix)),
-      m_progress([this](const tReplayState&) {
-          m_progress.beginJump();
-          m_storage.Jump(cWithoutWaiting);
-      }),
-      m_storage("", options.suffix.c_str())
+    : m_options(options), m_found(findAllRecordings(options.paths, options.suffix)),
+      m_records(m_found.files, options.suffix)
 {
-    if (std::filesystem::exists(options.capture))
+    requireRecording();
+    requireStreams(m_found.files, options.streams);
+    if (options.output < 0 && std::filesystem::exists(options.capture))
         throw tFailure(options.capture + " exists already: remove it, or choose another name");
-    m_writer = std::make_unique<tCaptureWriter>(options.capture);
+    m_writer = options.output < 0 ? std::make_unique<tCaptureWriter>(options.capture)
+                                  : std::make_unique<tCaptureWriter>(options.output, options.capture);
 }
 
-void tExportSession::run(const std::function<bool()>& goOn)
+// A file among others that is none is left out; where there is no other, nothing can be done.
+void tExportSession::requireRecording() const
 {
-    m_storage.OpenReadDataFileorFolder(m_options.path, this);
-    bool cancelled = false;
-    while (!m_progress.state().ended && !cancelled && failure().empty())
+    if (m_records.files() != 0)
+        return;
+    const std::vector<tLeftOut> all = leftOut();
+    if (all.size() == 1)
+        throw tFailure(all.front().path + ": " + all.front().reason);
+    throw tFailure("none of " + std::to_string(all.size()) + " files and folders holds a recording; the first is " +
+                   all.front().path + ": " + all.front().reason);
+}
+
+std::vector<tLeftOut> tExportSession::leftOut() const
+{
+    std::vector<tLeftOut> all = m_found.leftOut;
+    for (tLeftOut file : m_records.leftOut())
     {
-        cancelled = !goOn();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        file.asked = std::find(m_options.paths.begin(), m_options.paths.end(), file.path) != m_options.paths.end();
+        all.push_back(std::move(file));
     }
-    m_storage.CloseReadingFile();
-    if (!failure().empty())
-        throw tFailure(failure());
-    if (cancelled)
-        throw tFailure("interrupted; " + m_options.capture + " was not written");
+    return all;
+}
+
+void tExportSession::run(const std::function<bool(double)>& goOn)
+{
+    tRecordingRecord record{};
+    for (std::uint64_t i = 0; m_records.next(record); ++i)
+    {
+        if (i % cStep == 0 && !goOn(static_cast<double>(i) / static_cast<double>(m_records.records())))
+            throw tFailure("interrupted; " + m_options.capture +
+                           (m_options.output < 0 ? " was not written" : " has a part of the recording only"));
+        write(record.timeMs, record.bytes);
+    }
     m_writer->finish();
 }
 
-void tExportSession::UpdateReplayData(std::uint64_t timeMs, double fraction, const char* data, unsigned int len,
-                                      std::string)
-try
+void tExportSession::write(std::uint64_t timeMs, std::string_view segment)
 {
-    m_progress.passed(timeMs, fraction);
-    const auto package = viewPackage({data, len});
+    const auto package = viewPackage(segment);
     if (!package || package->ip == 0 || package->port == 0 || package->payload.size() > cMaxDatagram)
+    {
         ++m_noDatagram;
-    else if (m_options.streams.includes(package->info.rwType))
-        write(timeMs, *package);
-}
-catch (const tFailure& failure)
-{
-    const std::lock_guard lock(m_mutex);
-    if (m_failure.empty())
-        m_failure = failure.what();
-}
-
-void tExportSession::write(std::uint64_t timeMs, const tPackageContents& package)
-{
-    const NetAddress to{package.ip, net::HtoNs(package.port)};
-    for (const std::string& frame : framesOf(m_options.source, to, package.payload, m_id++))
+        return;
+    }
+    if (!m_options.streams.includes(package->info.rwType))
+        return;
+    const NetAddress to{package->ip, net::HtoNs(package->port)};
+    for (const std::string& frame : framesOf(m_options.source, to, package->payload, m_id++))
     {
         m_writer->add(timeMs, frame);
         ++m_frames;
     }
-    m_progress.count(tStreamKey::of(package.info.rwType, package.ip, package.port), package.payload);
-}
-
-std::string tExportSession::failure() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_failure;
-}
-
-std::uint64_t tExportSession::countDamaged() const
-{
-    std::uint64_t damaged = m_storage.GetUnreadCnt();
-    for (const std::string& path : m_files)
-    {
-        storage::tDataFile file;
-        damaged += file.open(path) ? file.damagedCount() : 0;
-    }
-    return damaged;
+    m_counts[tStreamKey::of(package->info.rwType, package->ip, package->port)].add(package->payload);
 }
 }  // namespace session

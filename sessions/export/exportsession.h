@@ -1,69 +1,62 @@
-// tExportSession: writes the datagrams of a recording into a capture.
+// tExportSession: writes the datagrams of recordings into a capture.
 #ifndef KESTOVA_SESSIONS_EXPORT_EXPORTSESSION_H
 #define KESTOVA_SESSIONS_EXPORT_EXPORTSESSION_H
 
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "KestovaRecordings/capturewriter.h"
 #include "KestovaRecordings/packagecontents.h"
+#include "KestovaRecordings/recordcursor.h"
 #include "KestovaRecordings/streamchoice.h"
-#include "KestovaStorage/datastorageio.h"
+#include "KestovaRecordings/streamcounts.h"
 #include "UdpSocket/netaddress.h"
-#include "sessions/replay/replayprogress.h"
 
 namespace session
 {
 struct tExportOptions
 {
-    std::string path;  // data file, or folder with data files
+    std::vector<std::string> paths;  // data files, and folders with data files
     std::string suffix = ".data";
     recordings::tStreamChoice streams;
-    NetAddress source;    // sender of every datagram: recordings do not hold it
-    std::string capture;  // to write; must not exist
+    NetAddress source{};  // sender of every datagram: recordings do not hold it
+    std::string capture;  // to write; must not exist. In messages the name of `output`
+    int output = -1;      // a descriptor to write the capture to, in place of a file
 };
 
 // One thread at a time.
-class tExportSession : private storage::iDataReadReplayObserver
+class tExportSession
 {
 public:
-    // Throws tFailure if there is nothing to export, or the capture exists or cannot be made.
+    // Throws tFailure if there is nothing to export, none of the chosen streams either, or the capture exists or cannot
+    // be made.
     explicit tExportSession(const tExportOptions& options);
 
-    // Writes the whole capture. Calls `goOn` every few milliseconds; false cancels. Throws tFailure if it is cancelled
-    // or the capture cannot be written; no capture is left then.
-    void run(const std::function<bool()>& goOn);
+    // Writes the whole capture. Calls `goOn` with the part that is done, every 1,024 records; false cancels. Throws
+    // tFailure if it is cancelled or the capture cannot be written, and leaves no capture in a file then; tPipeClosed
+    // if nobody reads the output any more.
+    void run(const std::function<bool(double fraction)>& goOn);
 
-    tReplayState state() const { return m_progress.state(); }
-    recordings::tStreamCounts counts() const { return m_progress.counts(); }
-    // After run().
+    const recordings::tStreamCounts& counts() const { return m_counts; }
     std::uint64_t frames() const { return m_frames; }
     std::uint64_t withoutDatagram() const { return m_noDatagram; }  // records left out: they are no datagrams
-    std::uint64_t countDamaged() const;                             // records left out; reads the files' indexes
+    std::uint64_t damaged() const { return m_records.damaged(); }   // records left out
+    std::vector<recordings::tLeftOut> leftOut() const;              // paths and files
 
 private:
-    void UpdateReplayStatus(std::uint8_t status) override { m_progress.status(status); }
-    void UpdateDataTimeSpan(std::uint64_t first, std::uint64_t last) override { m_progress.span(first, last); }
-    void UpdateReplayData(std::uint64_t timeMs, double fraction, const char* data, unsigned int len,
-                          std::string fileName) override;
-
-    void write(std::uint64_t timeMs, const recordings::tPackageContents& package);
-    std::string failure() const;
+    void requireRecording() const;
+    void write(std::uint64_t timeMs, std::string_view segment);
 
     const tExportOptions m_options;
-    const std::vector<std::string> m_files;
+    const recordings::tFoundFiles m_found;
+    recordings::tRecordCursor m_records;
     std::unique_ptr<recordings::tCaptureWriter> m_writer;
-    // The replay thread writes them; run() reads them after its end.
+    recordings::tStreamCounts m_counts;
     std::uint16_t m_id = 0;
     std::uint64_t m_noDatagram = 0, m_frames = 0;
-    mutable std::mutex m_mutex;
-    std::string m_failure;  // guarded by m_mutex
-    tReplayProgress m_progress;
-    storage::tDataStorageIO m_storage;  // last: its threads call this object
 };
 }  // namespace session
 

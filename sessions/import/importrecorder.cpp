@@ -63,7 +63,7 @@ void tImportRecorder::startFile(std::uint64_t timeMs)
     updateFiles();
 }
 
-void tImportRecorder::add(const pcap::tPcapDatagram& datagram)
+void tImportRecorder::add(const pcap::tPcapDatagram& datagram, const tUdpMsgInfo* info)
 {
     if (datagram.len > static_cast<int>(cMaxDatagram))  // false fragment offsets can exceed it
     {
@@ -74,7 +74,8 @@ void tImportRecorder::add(const pcap::tPcapDatagram& datagram)
     if (m_recorded == 0)
         startFile(timeMs);
     const NetAddress group{net::transAddr(datagram.address), net::HtoNs(static_cast<std::uint16_t>(datagram.port))};
-    m_packageRecorder.Record(infoOf(datagram.kind), group, datagram.payload, datagram.len, timeMs);
+    m_packageRecorder.Record(info != nullptr ? *info : infoOf(datagram.kind), group, datagram.payload, datagram.len,
+                             timeMs);
     ++m_recorded;
     m_queuedBytes += static_cast<std::uint64_t>(datagram.len);
     if (m_queuedBytes >= cQueueBytes)

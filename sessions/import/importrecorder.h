@@ -20,8 +20,9 @@ public:
     // the deletion of old data files for this process. Throws tFailure if `root` is no folder or not writable.
     tImportRecorder(const std::string& root, std::string name);
 
-    // Throws tFailure if no file can be created.
-    void add(const pcap::tPcapDatagram& datagram);
+    // Records with this info block; null: one by the kind of message, if it is known. Throws tFailure if no file can be
+    // created.
+    void add(const pcap::tPcapDatagram& datagram, const tUdpMsgInfo* info);
     // Waits until everything is in the files. Throws tFailure if something could not be written.
     void finish();
     const std::vector<std::string>& files() const { return m_files; }

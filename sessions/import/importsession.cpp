@@ -2,34 +2,37 @@
 
 #include <filesystem>
 
-#include "KestovaRecordings/capturekind.h"
-
 namespace session
 {
 namespace
 {
-const tImportOptions& requireReadable(const tImportOptions& options)
+// Files of the recording are named after the capture.
+std::string nameOf(const std::string& path)
 {
-    recordings::requireReadableCapture(options.path);
-    return options;
+    return path == recordings::cStandardInput ? "capture" : std::filesystem::path(path).stem().string();
 }
 }  // namespace
 
-tImportSession::tImportSession(const tImportOptions& options)
-    : m_options(requireReadable(options)), m_reader(options.path, this)
+tImportSession::tImportSession(const tImportOptions& options, tGoOn goOn)
+    : m_options(options), m_goOn(std::move(goOn)), m_reader(options.path, this)
 {
+    if (!recordings::isPlainCapture(options.path))
+        m_frames =
+            std::make_unique<tFrameReader>(options.path, [this](std::uint64_t bytes) { return bytesRead(bytes); });
     if (!options.root.empty())
-        m_recorder =
-            std::make_unique<tImportRecorder>(options.root, std::filesystem::path(options.path).stem().string());
+        m_recorder = std::make_unique<tImportRecorder>(options.root, nameOf(options.path));
 }
 
-void tImportSession::run(std::function<bool(const tImportProgress&)> goOn)
+void tImportSession::run()
 {
-    m_goOn = std::move(goOn);
     m_reader.SetDatagramObserver(this);
     m_reader.ReportAtEndOnly(true);
     m_reader.KeepReading(true);
-    m_reader.Read({});
+    m_reader.ReadTagsAndOptions(true);
+    if (m_frames)
+        m_reader.ReadFrames(*m_frames, {});
+    else
+        m_reader.Read({});
     m_result = m_reader.GetReadResult();
     for (const pcap::tUdpMulticast& stream : m_reader.GetUdpMulticast())
         if (isSelected({stream.address, stream.port}) || (m_options.all && stream.address.empty()))
@@ -58,23 +61,32 @@ bool tImportSession::isSelected(const tCaptureGroup& group) const
     return m_options.all || m_options.selection.count(group) != 0;
 }
 
+bool tImportSession::bytesRead(std::uint64_t bytes)
+{
+    const std::uint64_t size = m_frames ? m_frames->size() : 0;
+    const double fraction = size != 0 ? static_cast<double>(bytes) / static_cast<double>(size) : -1.0;
+    const bool goesOn = m_goOn({fraction, bytes, m_timeMs, m_spans.size()});
+    if (!goesOn)
+        m_reader.StopRead();
+    return goesOn;
+}
+
 void tImportSession::UpdatePcapReadProgress(double percent, tTimes_ms time)
 {
-    if (!m_goOn({percent / 100, time, m_spans.size()}))
+    if (!m_frames && !m_goOn({percent / 100, 0, time, m_spans.size()}))
         m_reader.StopRead();
 }
 
 void tImportSession::UpdatePcapDatagram(const pcap::tPcapDatagram& datagram)
 {
     const tCaptureGroup group(datagram.address, datagram.port);
+    m_timeMs = datagram.time_us / 1000;
     if (!isSelected(group))
         return;
-    tCaptureSpan& span = m_spans[group];
-    if (span.firstUs == 0)
-        span.firstUs = datagram.time_us;
-    span.lastUs = datagram.time_us;
-    span.bytes += static_cast<std::uint64_t>(datagram.len);
-    if (m_recorder)
-        m_recorder->add(datagram);
+    m_spans[group].add(datagram.time_us, static_cast<std::uint64_t>(datagram.len));
+    if (!m_recorder)
+        return;
+    const auto stream = m_options.streams.find(group);
+    m_recorder->add(datagram, stream != m_options.streams.end() ? &stream->second : nullptr);
 }
 }  // namespace session

@@ -9,51 +9,51 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "KestovaStorage/pcapreader.h"
+#include "sessions/import/capturestream.h"
+#include "sessions/import/framereader.h"
 #include "sessions/import/importrecorder.h"
 
 namespace session
 {
-using tCaptureGroup = std::pair<std::string, int>;  // address and port, as the reader reports them
-
 struct tImportOptions
 {
-    std::string path;
+    std::string path;                   // "-": standard input
     std::set<tCaptureGroup> selection;  // the streams to report and to record
     bool all = true;                    // all streams; ignores the selection
     std::string root;                   // storage root to record into; empty: no recording
-};
-
-// A stream of the capture over time.
-struct tCaptureSpan
-{
-    std::uint64_t firstUs = 0, lastUs = 0;
-    std::uint64_t bytes = 0;
+    tRadarStreams streams;              // recorded as these; others by their messages alone
 };
 
 // The progress of reading.
 struct tImportProgress
 {
-    double fraction = 0.0;     // of the file
+    double fraction = -1.0;    // of the file; negative if its size is not known
+    std::uint64_t bytes = 0;   // read; 0 if the fraction is known
     std::uint64_t timeMs = 0;  // of the present record of the capture
     std::size_t streams = 0;   // found so far
 };
 
-// One thread at a time.
+// Reads through pcap::tPcapReader alone what that understands, all other captures through tFrameReader. One thread at a
+// time.
 class tImportSession : private pcap::iPcapDataReadObserver, private pcap::iPcapDatagramObserver
 {
 public:
-    // Throws tFailure if the capture cannot be read, or `root` is no folder or not writable.
-    explicit tImportSession(const tImportOptions& options);
+    using tGoOn = std::function<bool(const tImportProgress&)>;
 
-    // Reads to the end or until `goOn`, called in steps of 0.1 per cent, returns false; then finishes the recording.
-    // Throws tFailure if a write fails.
-    void run(std::function<bool(const tImportProgress&)> goOn);
+    // Calls `goOn` in steps of 0.1 per cent or, if the size is not known, whenever bytes come and ten times a second
+    // while none do; false ends the reading. Throws tFailure if the capture cannot be read, or `root` is no folder or
+    // not writable.
+    tImportSession(const tImportOptions& options, tGoOn goOn);
+
+    // Reads to the end or until `goOn` returns false, then finishes the recording. Throws tFailure if a write fails.
+    void run();
 
     const pcap::tPcapReadResult& result() const { return m_result; }
+    // Returns why the capture was not read to its end, if that is known.
+    std::string failure() const { return m_frames ? m_frames->failure() : std::string(); }
     // Returns the selected streams, in the reader's order; with `all`, also a row of fragments without a beginning.
     const std::vector<pcap::tUdpMulticast>& streams() const { return m_streams; }
     tCaptureSpan spanOf(const pcap::tUdpMulticast& stream) const;
@@ -63,18 +63,21 @@ public:
 
 private:
     bool isSelected(const tCaptureGroup& group) const;
+    bool bytesRead(std::uint64_t bytes);
     void UpdatePcapReadData(tTimes_ms, double, const char*, int, const char*, int) override {}
     void UpdatePcapUdpMulticast(const std::vector<pcap::tUdpMulticast>&) override {}
     void UpdatePcapReadProgress(double percent, tTimes_ms time) override;
     void UpdatePcapDatagram(const pcap::tPcapDatagram& datagram) override;
 
     const tImportOptions m_options;
-    std::function<bool(const tImportProgress&)> m_goOn;
+    const tGoOn m_goOn;
     std::map<tCaptureGroup, tCaptureSpan> m_spans;
+    std::uint64_t m_timeMs = 0;  // of the last datagram
     std::vector<pcap::tUdpMulticast> m_streams;
     pcap::tPcapReadResult m_result{};
-    std::unique_ptr<tImportRecorder> m_recorder;
     pcap::tPcapReader m_reader;
+    std::unique_ptr<tFrameReader> m_frames;  // null: m_reader reads the file
+    std::unique_ptr<tImportRecorder> m_recorder;
 };
 }  // namespace session
 

@@ -45,7 +45,7 @@ void tGroupRecorder::join(std::uint32_t localIp)
     for (const auto& source : m_sources)
     {
         if (!source->joined())
-            throw tFailure("a group could not be joined: see the line above");
+            throw tFailure("a group could not be joined: --verbose shows the reason");
     }
 }
 

@@ -48,6 +48,8 @@ tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& s
     m_saver->connect(radar.serial.c_str(), radar.id, compress);
     requireFileBelow(root, m_saver->GetCurrentWriteDataFileName());
     waitForSockets();
+    m_address.emplace();
+    m_address->waitForFirst(5s);
 }
 
 void tRadarRecorder::chooseGroups(const RadarAddress& address, const tStreamChoice& streams)
@@ -85,7 +87,8 @@ void tRadarRecorder::waitForSockets()
     for (const auto& group : groupCounters())
     {
         if (!group.joined)
-            throw tFailure(fmt::format("cannot join {}:{}: see the line above", net::transAddr(group.ip), group.port));
+            throw tFailure(
+                fmt::format("cannot join {}:{}: --verbose shows the reason", net::transAddr(group.ip), group.port));
     }
 }
 
@@ -118,6 +121,11 @@ tRecorderState tRadarRecorder::state()
     state.backlog = m_saver->GetWriteDataFifoSize();
     state.lost = m_saver->GetWriteLostCnt();
     state.file = m_saver->GetCurrentWriteDataFileName();
+    const tAddressFollower::tReport address = m_address->last();
+    state.addressReports = address.count;
+    state.localIp = address.localIp;
+    for (const auto& group : groupCounters())
+        state.notJoined += group.joined ? 0 : 1;
     return state;
 }
 

@@ -5,12 +5,14 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "KestovaRecordings/streamchoice.h"
 #include "KestovaStorage/radardatasaver.h"
 #include "sessions/radarchoice.h"
+#include "sessions/record/addressfollower.h"
 #include "sessions/record/receivedcounts.h"
 #include "sessions/record/recorder.h"
 
@@ -47,7 +49,8 @@ private:
         std::uint64_t before = 0, now = 0;
     };
     std::map<recordings::tStreamKey, tDiscarded> m_discarded;
-    std::unique_ptr<Kestova::tRadarDataSaver> m_saver;  // last: its threads use the members above
+    std::unique_ptr<Kestova::tRadarDataSaver> m_saver;  // behind what its threads use
+    std::optional<tAddressFollower> m_address;          // registered after the saver, see there
 };
 }  // namespace session
 

@@ -17,6 +17,11 @@ struct tRecorderState
     std::uint32_t backlog = 0;                                  // messages in the queue
     std::uint64_t lost = 0;                                     // messages that could not be written
     std::string file;                                           // the present one; empty while none is open
+    // Of a recorder that follows the local interface: how often its address was reported, the last one (0 while there
+    // is none), and the groups that could not be joined there.
+    unsigned int addressReports = 0;
+    std::uint32_t localIp = 0;
+    std::size_t notJoined = 0;
 
     std::uint64_t allDiscarded() const;
 };

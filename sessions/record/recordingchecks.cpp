@@ -10,6 +10,7 @@
 #include "KestovaRecordings/failure.h"
 #include "KestovaStorage/datastorageio.h"
 #include "UdpSocket/transport.h"
+#include "sessions/localaddress.h"
 
 namespace session
 {
@@ -22,6 +23,16 @@ namespace fs = std::filesystem;
 [[noreturn]] void failRoot(const std::string& folder, int error)
 {
     throw tFailure(fmt::format("cannot record into {}: {}; choose another folder", folder, std::strerror(error)));
+}
+
+// The folder `made` of the path to `folder` could neither be made nor found.
+[[noreturn]] void failMaking(const fs::path& folder, const fs::path& made, int error)
+{
+    const fs::path above = made.has_parent_path() ? made.parent_path() : ".";
+    if (error == EACCES && access(above.c_str(), X_OK) != 0)
+        throw tFailure(fmt::format("cannot record into {}: {} may not be searched by this user; choose another folder",
+                                   folder.string(), above.string()));
+    failRoot(folder.string(), error);
 }
 
 // Mode 0700, as the storage engine uses for the folders below them.
@@ -37,7 +48,7 @@ void makeFolders(const fs::path& folder)
             struct stat existing
             {};
             if (stat(made.c_str(), &existing) != 0)
-                failRoot(folder.string(), error);
+                failMaking(folder, made, error);
         }
     }
 }
@@ -48,18 +59,36 @@ public:
     void OnDatagram(const net::tReceivedDatagram&) override {}
 };
 
+std::string addressText(const NetAddress& group)
+{
+    return fmt::format("{}:{}", net::transAddr(group.ip), net::NtoHs(group.port));
+}
+
+// Without an interface the kernel joins where its routes lead.
+void requireRoute(const NetAddress& group)
+{
+    if (net::routeAddress(group) != 0)
+        return;
+    const std::string reason = std::strerror(errno);
+    throw tFailure(fmt::format("cannot receive {}: this machine has no route for it ({}); choose the interface with "
+                               "--local-ip: {}",
+                               addressText(group), reason, listed(localInterfaces())));
+}
+
 void requireJoinable(const std::vector<NetAddress>& groups, std::uint32_t localIp)
 {
     tNullListener listener;
     for (const NetAddress& group : groups)
     {
+        if (localIp == 0)
+            requireRoute(group);
         if (net::defaultTransport().openSource(&listener, group, localIp, 0)->joined())
             continue;
-        const unsigned int port = net::NtoHs(group.port);
         throw tFailure(fmt::format(
-            "cannot receive {}:{} on {}: another program may hold the port for itself (ss -ulpn 'sport = {}'), or "
-            "the interface takes no multicast (choose --local-ip)",
-            net::transAddr(group.ip), port, localIp == 0 ? "the default interface" : net::transAddr(localIp), port));
+            "cannot receive {} on {}: another program may hold the port for itself (ss -ulpn 'sport = {}'); --verbose "
+            "shows the reason",
+            addressText(group), localIp == 0 ? "the default interface" : net::transAddr(localIp),
+            net::NtoHs(group.port)));
     }
 }
 
@@ -70,7 +99,7 @@ std::string prepareRoot(const std::string& folder)
     makeFolders(folder);
     if (!fs::is_directory(folder))
         failRoot(folder, ENOTDIR);
-    if (access(folder.c_str(), W_OK | X_OK) != 0)
+    if (access(folder.c_str(), R_OK | W_OK | X_OK) != 0)
         failRoot(folder, errno);
     std::string root = folder;
     storage::tDataStorageIO::NormalizePath(root);
@@ -86,8 +115,11 @@ std::string prepareRecording(const std::vector<NetAddress>& groups, std::uint32_
 
 void requireFileBelow(const std::string& root, const std::string& file)
 {
-    if (file.empty() || !file.starts_with(root) || !storage::tDataStorageIO::IsExistPath(file))
-        throw tFailure(
-            fmt::format("no file could be made below {}: see the lines above; is the disk full or read-only?", root));
+    if (!file.empty() && file.starts_with(root) && storage::tDataStorageIO::IsExistPath(file))
+        return;
+    std::error_code error;
+    const fs::space_info space = fs::space(root, error);
+    throw tFailure(fmt::format("no file could be made below {}: {}", root,
+                               !error && space.available == 0 ? "the disk is full" : "--verbose shows the reason"));
 }
 }  // namespace session

@@ -1,10 +1,16 @@
 #include "sessions/record/recordsession.h"
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <iterator>
 #include <thread>
 
 #include "KestovaStorage/datafileconverter.h"
+#include "KestovaStorage/datafileformat.h"
+#include "KestovaStorage/packageview.h"
+#include "KestovaStorage/servicegroups.h"
+#include "UdpSocket/udpsocket.h"
 #include "sessions/localaddress.h"
 #include "sessions/record/grouprecorder.h"
 #include "sessions/record/radarrecorder.h"
@@ -19,6 +25,8 @@ using tSteady = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr char cSuffix[] = ".data";
+// What a recorded datagram takes in a file beside its bytes: head and end mark of its package, its index record.
+constexpr std::uint64_t cBytesAround = cPackageOverhead + storage::cIndexSlotSize;
 
 std::unique_ptr<iRecorder> createRecorder(const tRecordOptions& options)
 {
@@ -29,6 +37,27 @@ std::unique_ptr<iRecorder> createRecorder(const tRecordOptions& options)
     return std::make_unique<tGroupRecorder>(options.groups, ip, options.root, options.compress);
 }
 
+// Returns each interface once.
+std::vector<tInterface> interfacesOf(const tRecordOptions& options)
+{
+    std::vector<tInterface> interfaces;
+    for (const NetAddress& group : options.groups)
+    {
+        const std::uint32_t ip = options.localIp.empty() ? net::routeAddress(group) : localAddress(options.localIp);
+        const auto known = [ip](const tInterface& one) { return one.ip == ip; };
+        if (std::none_of(interfaces.begin(), interfaces.end(), known))
+            interfaces.push_back(interfaceWith(ip));
+    }
+    return interfaces;
+}
+
+bool isShared(const tStreamKey& key)
+{
+    return std::any_of(std::begin(cServiceGroups), std::end(cServiceGroups), [&](const tServiceGroup& group) {
+        return key == tStreamKey::of(group.msgInfo.rwType, net::transAddr(group.group), group.port);
+    });
+}
+
 // A file that is gone otherwise, reclaimed for one, keeps its name.
 std::string nameNow(const std::string& file)
 {
@@ -37,16 +66,81 @@ std::string nameNow(const std::string& file)
 }
 }  // namespace
 
-tRecordSession::tRecordSession(const tRecordOptions& options) : m_recorder(createRecorder(options))
+tRecordSession::tRecordSession(const tRecordOptions& options, iRecordObserver& observer)
+    : m_options(options), m_observer(observer), m_reclaimLog(options.reclaim), m_recorder(createRecorder(options)),
+      m_silenceWatch(tSteady::now())
 {
-    updateState();
+    m_state = m_recorder->state();
+    m_files.push_back(m_state.file);
+    m_addressReports = m_state.addressReports;
+    m_interfaces = options.groups.empty() ? std::vector{interfaceWith(m_state.localIp)} : interfacesOf(options);
 }
 
 void tRecordSession::updateState()
 {
     m_state = m_recorder->state();
-    if (!m_state.file.empty() && (m_files.empty() || m_files.back() != m_state.file))
-        m_files.push_back(m_state.file);
+    notifyFile();
+    notifyAddress();
+    for (const tSilence& silence : m_silenceWatch.update(chosenStreams(), tSteady::now()))
+        m_observer.onSilence(silence);
+    notifyDisk();
+    notifyReclaimed();
+}
+
+tStreamCounts tRecordSession::chosenStreams() const
+{
+    tStreamCounts chosen = m_state.streams;
+    if (m_options.groups.empty())
+        std::erase_if(chosen, [](const auto& row) { return isShared(row.first); });
+    return chosen;
+}
+
+std::vector<tStreamKey> tRecordSession::silent() const
+{
+    std::vector<tStreamKey> keys;
+    for (const auto& [key, count] : chosenStreams())
+    {
+        if (count.messages == 0)
+            keys.push_back(key);
+    }
+    return keys;
+}
+
+void tRecordSession::notifyFile()
+{
+    if (m_state.file.empty() || m_files.back() == m_state.file)
+        return;
+    m_files.push_back(m_state.file);
+    m_observer.onNextFile(m_state.file);
+}
+
+void tRecordSession::notifyAddress()
+{
+    if (m_addressReports == m_state.addressReports)
+        return;
+    m_addressReports = m_state.addressReports;
+    m_interfaces = {interfaceWith(m_state.localIp)};
+    m_observer.onAddress(m_interfaces[0], m_state.notJoined);
+}
+
+void tRecordSession::notifyDisk()
+{
+    std::error_code error;
+    const auto space = std::filesystem::space(m_options.root, error);
+    if (error)
+        return;
+    m_freeBytes = space.available;
+    const tStreamCount sum = total(m_state.streams);
+    const std::uint64_t recorded = sum.bytes + sum.messages * cBytesAround;
+    if (const auto left = m_diskWatch.update(m_freeBytes, recorded, tSteady::now()))
+        m_observer.onDiskLeft(*left);
+}
+
+void tRecordSession::notifyReclaimed()
+{
+    const std::vector<tReclaimed> files = reclaimed();
+    for (; m_reclaimedFiles < files.size(); ++m_reclaimedFiles)
+        m_observer.onReclaimed(files[m_reclaimedFiles]);
 }
 
 void tRecordSession::finish(const std::function<bool(eFinishing step)>& waiting)
@@ -99,6 +193,7 @@ void tRecordSession::compress(const std::function<bool(eFinishing step)>& waitin
             m_recorder->cancelCompressing();
         std::this_thread::sleep_for(milliseconds(20));
     }
+    notifyReclaimed();
     for (std::string& file : m_files)
         file = nameNow(file);
 }

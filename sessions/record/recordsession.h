@@ -10,8 +10,12 @@
 
 #include "KestovaRecordings/streamchoice.h"
 #include "UdpSocket/netaddress.h"
+#include "sessions/localaddress.h"
 #include "sessions/radarchoice.h"
+#include "sessions/record/diskwatch.h"
+#include "sessions/record/reclaimlog.h"
 #include "sessions/record/recorder.h"
+#include "sessions/record/silencewatch.h"
 
 namespace session
 {
@@ -23,6 +27,21 @@ struct tRecordOptions
     std::string localIp;                // interface to receive on, by address or name; empty: the system chooses
     std::string root;                   // storage root; created if it is missing
     bool compress = false;              // each file when it is finished
+    bool reclaim = false;               // deletes the oldest data files below the root while its disk is low
+};
+
+// What happens to a recording. Called from inside updateState() and finish().
+class iRecordObserver
+{
+public:
+    virtual ~iRecordObserver() = default;
+    virtual void onNextFile(const std::string& file) = 0;  // after a roll-over
+    // The interface has another address (ip 0: none), or the same one moved: the groups were joined anew, but for
+    // `notJoined` of them.
+    virtual void onAddress(const tInterface& interface, std::size_t notJoined) = 0;
+    virtual void onSilence(const tSilence& silence) = 0;
+    virtual void onDiskLeft(const tDiskLeft& left) = 0;  // less than 1 GiB, or than an hour
+    virtual void onReclaimed(const tReclaimed& file) = 0;
 };
 
 // The steps of finish(), each a wait.
@@ -38,11 +57,20 @@ class tRecordSession
 {
 public:
     // Opens the file and joins every group before it returns. Throws tFailure if that fails, and leaves nothing behind.
-    explicit tRecordSession(const tRecordOptions& options);
+    // The observer is not owned.
+    tRecordSession(const tRecordOptions& options, iRecordObserver& observer);
 
-    // Reads the state of the recorder. Call it several times a second: files() misses a file that begins and ends
-    // between two calls.
+    // Reads the state of the recorder and notifies the observer. Call it several times a second: files() misses a file
+    // that begins and ends between two calls.
     void updateState();
+    // Returns the interfaces that receive: one for a radar, for groups those that the kernel chooses.
+    const std::vector<tInterface>& interfaces() const { return m_interfaces; }
+    // Returns the chosen streams that have had no datagram. Groups that all radars share do not count: they carry other
+    // radars' messages, and queries of this recorder.
+    std::vector<recordings::tStreamKey> silent() const;
+    bool allSilent() const { return total(chosenStreams()).messages == 0; }
+    std::uint64_t freeBytes() const { return m_freeBytes; }  // on the disk of the root
+    std::vector<tReclaimed> reclaimed() const { return m_reclaimLog.files(); }
     const tRecorderState& state() const { return m_state; }  // of the last updateState()
     const std::vector<std::string>& files() const { return m_files; }
     std::uint32_t compressing() const { return m_recorder->compressing(); }
@@ -53,13 +81,27 @@ public:
     void finish(const std::function<bool(eFinishing step)>& waiting);
 
 private:
+    recordings::tStreamCounts chosenStreams() const;
+    void notifyFile();
+    void notifyAddress();
+    void notifyDisk();
+    void notifyReclaimed();
     void drain(const std::function<bool(eFinishing step)>& waiting);
     void write(const std::function<bool(eFinishing step)>& waiting);
     void compress(const std::function<bool(eFinishing step)>& waiting);
 
+    const tRecordOptions m_options;
+    iRecordObserver& m_observer;
+    tReclaimLog m_reclaimLog;  // from before the recorder's storage to behind it
     std::unique_ptr<iRecorder> m_recorder;
     tRecorderState m_state;
     std::vector<std::string> m_files;
+    std::vector<tInterface> m_interfaces;
+    unsigned int m_addressReports = 0;  // notified
+    std::size_t m_reclaimedFiles = 0;   // notified
+    tSilenceWatch m_silenceWatch;
+    tDiskWatch m_diskWatch;
+    std::uint64_t m_freeBytes = 0;
 };
 }  // namespace session
 

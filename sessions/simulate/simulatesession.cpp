@@ -1,6 +1,8 @@
 #include "sessions/simulate/simulatesession.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <thread>
 
 #include "KestovaRecordings/failure.h"
@@ -90,8 +92,8 @@ void tSimulateSession::send(const tSimulatedDatagram& datagram)
         sender = net::defaultTransport().openSink(group, m_localIp);
     if (sender->send(datagram.bytes.data(), static_cast<int>(datagram.bytes.size())))
         m_sent[key].add(datagram.bytes);
-    else
-        ++m_refused;
+    else if (const int error = errno; ++m_refused == 1)
+        m_refusedBecause = std::strerror(error);
 }
 
 NetAddress tSimulateSession::destination(const tSimulatedDatagram& datagram) const

@@ -43,9 +43,10 @@ public:
 
     const recordings::tStreamCounts& sent() const { return m_sent; }
     std::uint64_t spokes() const { return m_spokes; }
-    std::uint64_t refused() const { return m_refused; }    // datagrams that could not be sent
-    std::uint64_t latestMs() const { return m_latestMs; }  // the longest delay of a datagram
-    std::uint64_t elapsedMs() const;                       // since run() began; after its end, of the whole run
+    std::uint64_t refused() const { return m_refused; }                     // datagrams that could not be sent
+    const std::string& refusedBecause() const { return m_refusedBecause; }  // the reason of the first of them
+    std::uint64_t latestMs() const { return m_latestMs; }                   // the longest delay of a datagram
+    std::uint64_t elapsedMs() const;  // since run() began; after its end, of the whole run
 
 private:
     using tSteady = std::chrono::steady_clock;
@@ -60,6 +61,7 @@ private:
     std::map<recordings::tStreamKey, std::unique_ptr<net::iDatagramSink>> m_senders;
     recordings::tStreamCounts m_sent;
     std::uint64_t m_spokes = 0, m_refused = 0, m_latestMs = 0;
+    std::string m_refusedBecause;
     tSteady::time_point m_start;
     std::optional<std::uint64_t> m_tookMs;  // set at the end of run()
 };

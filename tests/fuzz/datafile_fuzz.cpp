@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/huffmanhead.h"
@@ -78,6 +80,39 @@ void readAll(const std::string& path)
     }
 }
 
+// Returns the keys and records of a file as it is played: its index stays on disk if that is possible.
+std::vector<std::pair<std::uint64_t, storage::tIndexSlot>> playedFromDisk(const std::string& path)
+{
+    const auto reader = storage::tDataFileReader::openToPlay(path);
+    storage::tTimeline timeline;
+    timeline.build(
+        {{reader->index(), reader->sorted(), reader->longestRun(), reader->count(), reader->blockTimes(),
+          reader->lastTime()}},
+        [] { return false; },
+        [&](std::uint32_t, std::size_t block, storage::tIndexBlock& to) { reader->readBlock(block, to); });
+    std::vector<std::pair<std::uint64_t, storage::tIndexSlot>> played;
+    storage::tTimelineSegment segment{};
+    for (storage::tTimeline::tCursor cursor(timeline, 0); cursor.next(segment);)
+        played.emplace_back(segment.key, cursor.record());
+    return played;
+}
+
+// The index in memory gives the same order as the one on disk.
+void playTwice(const std::string& path)
+{
+    const auto reader = storage::tDataFileReader::open(path);
+    if (!reader)
+        return;
+    const auto fromDisk = playedFromDisk(path);
+    require(fromDisk.size() == reader->count());
+    storage::tTimeline timeline;
+    timeline.build({{reader->index(), reader->sorted(), reader->longestRun()}}, [] { return false; });
+    storage::tTimelineSegment segment{};
+    storage::tTimeline::tCursor cursor(timeline, 0);
+    for (const auto& [key, record] : fromDisk)
+        require(cursor.next(segment) && segment.key == key && cursor.record() == record);
+}
+
 // Two copies of the file are played, and played again from the middle.
 void playAll(const std::string& path)
 {
@@ -107,6 +142,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const tMemoryFile file;
     layOut(file, {reinterpret_cast<const char*>(data), size});
     readAll(file.path());
+    playTwice(file.path());
     playAll(file.path());
     return 0;
 }

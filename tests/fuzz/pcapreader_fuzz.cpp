@@ -59,16 +59,18 @@ private:
     }
 };
 
-void readAll(const std::string& path)
+void readAll(const std::string& path, bool tagsAndOptions)
 {
     tObserver statistics, data;
     pcap::tPcapReader reader(path, &statistics);
     reader.KeepReading(true);
+    reader.ReadTagsAndOptions(tagsAndOptions);
     reader.Read({});
     const pcap::tPcapReadResult found = reader.GetReadResult();
     require(found.finished && statistics.progress == 100 && statistics.counted == found.datagrams);
     pcap::tPcapReader again(path, &data);
     again.KeepReading(true);
+    again.ReadTagsAndOptions(tagsAndOptions);
     again.SetDatagramObserver(&data);
     again.Read(statistics.selection);
     require(data.watched == found.datagrams - found.orphans || statistics.selection.empty());
@@ -81,6 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     [[maybe_unused]] static const bool s_quiet = std::freopen("/dev/null", "w", stdout) != nullptr;
     const tMemoryFile file;
     file.put(0, data, size);
-    readAll(file.path());
+    readAll(file.path(), false);
+    readAll(file.path(), true);
     return 0;
 }

@@ -19,8 +19,9 @@
 class tChildProcess
 {
 public:
-    // Starts `arguments` (the program first). Its standard output goes to `output` where that is a descriptor.
-    explicit tChildProcess(std::vector<std::string> arguments, int output = -1)
+    // Starts `arguments` (the program first). Its standard output goes to `output` if that is a descriptor; its
+    // standard input comes from `input`, which is empty otherwise.
+    explicit tChildProcess(std::vector<std::string> arguments, int output = -1, int input = -1)
     {
         std::vector<char*> argv;
         for (std::string& argument : arguments)
@@ -28,7 +29,10 @@ public:
         argv.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+        if (input >= 0)
+            posix_spawn_file_actions_adddup2(&actions, input, 0);
+        else
+            posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
         if (output >= 0)
             posix_spawn_file_actions_adddup2(&actions, output, 1);
         else

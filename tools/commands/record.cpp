@@ -1,13 +1,13 @@
 // kestova record: a radar's streams, or any groups, into data files.
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <fmt/format.h>
 #include <memory>
 
 #include "KestovaRecordings/groupaddress.h"
 #include "sessions/record/recordsession.h"
 #include "tools/commands/commands.h"
+#include "tools/commands/recordlines.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
 #include "tools/shell/options.h"
@@ -54,12 +54,13 @@ class tRecord
 {
 public:
     tRecord(const tOptions& options, tConsole& console)
-        : m_options(options), m_console(console), m_session(recordOptions(options))
+        : m_options(options), m_console(console), m_lines(console, options.record),
+          m_session(recordOptions(options), m_lines)
     {}
 
     int run()
     {
-        m_console.note("recording to " + state().file);
+        m_lines.onStart(m_session.interfaces(), state().file);
         const auto started = tSteady::now();
         const std::uint64_t limit = m_options.duration.empty() ? UINT64_MAX : parseDuration(m_options.duration);
         std::uint64_t passed = 0;
@@ -108,10 +109,8 @@ private:
                                        static_cast<double>(sum.messages - m_shown.messages) / seconds);
         m_shown = sum;
         m_shownAt = now;
-        std::error_code error;
-        const auto space = std::filesystem::space(m_options.record.root, error);
         line += fmt::format(" backlog {} | dropped {} | lost {} | free {} |", state().backlog, state().allDiscarded(),
-                            state().lost, error ? "?" : sizeText(space.available));
+                            state().lost, sizeText(m_session.freeBytes()));
         for (const auto& [key, count] : state().streams)
             line += fmt::format(" {} {}", key.name(), count.messages);
         m_console.progress(line);
@@ -129,7 +128,25 @@ private:
                 fmt::format("kestova record: incomplete: the kernel dropped {} datagrams, {} messages were not "
                             "written",
                             state().allDiscarded(), state().lost));
-        return complete ? eDone : eDamaged;
+        if (m_session.allSilent())
+            m_console.note("kestova record: nothing was recorded: no datagram came on any stream");
+        return complete && !m_session.allSilent() ? eDone : eDamaged;
+    }
+
+    tJson silentJson() const
+    {
+        tJson rows = tJson::array();
+        for (const tStreamKey& key : m_session.silent())
+            rows.push_back({{"stream", key.name()}, {"address", key.address()}});
+        return rows;
+    }
+
+    tJson reclaimedJson() const
+    {
+        tJson rows = tJson::array();
+        for (const session::tReclaimed& file : m_session.reclaimed())
+            rows.push_back({{"path", file.path}, {"bytes", file.bytes}});
+        return rows;
     }
 
     tJson json(bool complete) const
@@ -140,9 +157,10 @@ private:
         for (const auto& [key, count] : state().streams)
             streams[row++]["kernel_dropped"] = discarded(key);
         return {
-            {"schema", "kestova/record/2"}, {"files", m_session.files()}, {"duration_ms", m_tookMs},
-            {"datagrams", sum.messages},    {"bytes", sum.bytes},         {"kernel_dropped", state().allDiscarded()},
-            {"lost", state().lost},         {"complete", complete},       {"streams", streams}};
+            {"schema", "kestova/record/2"}, {"files", m_session.files()},  {"duration_ms", m_tookMs},
+            {"datagrams", sum.messages},    {"bytes", sum.bytes},          {"kernel_dropped", state().allDiscarded()},
+            {"lost", state().lost},         {"complete", complete},        {"streams", streams},
+            {"silent", silentJson()},       {"reclaimed", reclaimedJson()}};
     }
 
     std::string text() const
@@ -165,6 +183,7 @@ private:
     const tOptions& m_options;
     tConsole& m_console;
     tStopSignal m_stop;
+    tRecordLines m_lines;
     session::tRecordSession m_session;
     std::uint64_t m_tookMs = 0;
     bool m_lossNoted = false;
@@ -195,7 +214,7 @@ void addRecord(CLI::App& app, tRun& chosen)
     CLI::App& command = *app.add_subcommand("record", "Record a radar, or any groups, into data files");
     command.footer(
         "Records until Ctrl-C or --duration into a new folder below --root and ends with a table of what was\n"
-        "recorded. Exit status 3 if anything was dropped or lost on the way.\n"
+        "recorded. Exit status 3 if anything was dropped or lost on the way, or if no datagram came.\n"
         "Examples: kestova record --radars radars.json --radar A1:2 --id 1 --root recordings\n"
         "          kestova record --group 239.17.0.1:6001 --local-ip eth0 --root recordings --duration 1h");
     addSource(command, *options);
@@ -204,6 +223,8 @@ void addRecord(CLI::App& app, tRun& chosen)
         ->required();
     addDuration(command, options->duration);
     command.add_flag("--compress", options->record.compress, "Compress each file when it is finished");
+    command.add_flag("--reclaim", options->record.reclaim,
+                     "Delete the oldest data files below --root while less than 1 GiB is free");
     addJson(command, options->json);
     command.callback([options, &command, &chosen] {
         if (command.get_option("--radar")->empty() && command.get_option("--group")->empty())

@@ -87,12 +87,12 @@ bool tReplayRun::waitForOpening()
         if (m_stop.wait(milliseconds(2)))
             return false;
     }
-    m_console.note(fmt::format(
+    m_console.inform(fmt::format(
         "playing {} to {} at {:.4g}x{}", timeText(static_cast<std::uint64_t>(m_session.startMs())),
         timeText(m_session.state().lastMs), m_session.pace().factor(), m_options.net ? " onto the network" : ""));
     if (m_keyboard.active())
-        m_console.note("space pauses, left and right jump 10 s, up and down a minute, + and - change the speed, "
-                       "g skips a silence, q ends");
+        m_console.inform("space pauses, left and right jump 10 s, up and down a minute, + and - change the speed, "
+                         "g skips a silence, q ends");
     return true;
 }
 

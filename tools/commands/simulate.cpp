@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <memory>
 
+#include "KestovaStorage/datafileformat.h"
 #include "sessions/simulate/simulatesession.h"
 #include "tools/commands/commands.h"
 #include "tools/shell/console.h"
@@ -68,9 +69,9 @@ int simulate(const tOptions& given, tConsole& console)
         options.simulate.durationMs = parseDuration(options.duration);
     const tStopSignal stop;
     tSimulateSession simulation(options.simulate);
-    console.note(fmt::format("simulating radar {} id {} at {} revolutions a minute on {}",
-                             options.simulate.radar.serial, options.simulate.radar.id, options.simulate.rpm,
-                             options.simulate.localIp));
+    console.inform(fmt::format("simulating radar {} id {} at {} revolutions a minute on {}",
+                               options.simulate.radar.serial, options.simulate.radar.id, options.simulate.rpm,
+                               options.simulate.localIp));
     send(simulation, stop, console);
     report(options, simulation, console);
     if (simulation.latestMs() >= cLateMs)
@@ -78,7 +79,8 @@ int simulate(const tOptions& given, tConsole& console)
                                  simulation.latestMs()));
     if (simulation.refused() == 0)
         return eDone;
-    console.note(fmt::format("kestova: the network refused {} datagrams", simulation.refused()));
+    console.note(fmt::format("kestova: the network refused {} datagrams: {}", simulation.refused(),
+                             simulation.refusedBecause()));
     return eDamaged;
 }
 }  // namespace
@@ -96,13 +98,17 @@ void addSimulate(CLI::App& app, tRun& chosen)
         ->type_name("ADDRESS")
         ->capture_default_str();
     command.add_option("--rate", options->simulate.rpm, "Revolutions a minute, 4096 spokes each")
-        ->check(CLI::Range(0.1, 6000.0))
+        ->check(decimalNumber(0.1, 6000.0))
         ->capture_default_str();
     addDuration(command, options->duration);
-    command.add_option("--spokes", options->simulate.spokes, "End after so many spokes")->check(CLI::PositiveNumber);
-    command.add_option("--seed", options->simulate.seed, "Another number gives other waters")->capture_default_str();
-    command.add_option("--start-time", options->simulate.startMs,
-                       "Time of the first datagram in ms since the epoch, for repeatable bytes; now where not given");
+    command.add_option("--spokes", options->simulate.spokes, "End after so many spokes")->check(wholeNumber(1));
+    command.add_option("--seed", options->simulate.seed, "Another number gives other waters")
+        ->check(wholeNumber(0))
+        ->capture_default_str();
+    command
+        .add_option("--start-time", options->simulate.startMs,
+                    "Time of the first datagram in ms since the epoch, for repeatable bytes; now where not given")
+        ->check(wholeNumber(1, storage::cTimeLimit - 1));
     addJson(command, options->json);
     command.callback(
         [options, &chosen] { chosen = [options](tConsole& console) { return simulate(*options, console); }; });

@@ -29,6 +29,15 @@ void openMissingStandardDescriptors()
     }
 }
 
+constexpr char cClearLine[] = "\r\x1b[K";
+
+// The sink after the end of the command: threads of the libraries run until the process ends.
+class tNoSink : public Kestova::iConsoleSink
+{
+public:
+    void OnConsoleText(Kestova::eConsoleStream, const char*, std::size_t) override {}
+};
+
 // Returns the errno of a failed write, 0 for success.
 int writeAll(int fd, std::string_view text)
 {
@@ -47,16 +56,20 @@ int writeAll(int fd, std::string_view text)
 tConsole::tConsole()
 {
     openMissingStandardDescriptors();
+    // A library of the system that prints to standard output must not write into the results.
     m_results = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
     if (m_results == -1 || dup2(STDERR_FILENO, STDOUT_FILENO) == -1)
         _exit(eFailed);
     setvbuf(stdout, nullptr, _IOLBF, 0);
     m_terminal = isatty(STDERR_FILENO) == 1;
+    Kestova::SetConsoleSink(this);
 }
 
 tConsole::~tConsole()
 {
-    clearProgress();
+    static auto& s_noSink = *new tNoSink;
+    Kestova::SetConsoleSink(&s_noSink);
+    endProgress();
     close(m_results);
 }
 
@@ -69,7 +82,7 @@ void tConsole::print(std::string_view text)
 
 void tConsole::flush()
 {
-    clearProgress();
+    endProgress();
     const int error = writeAll(m_results, m_pending);
     m_pending.clear();
     if (error == EPIPE)
@@ -80,14 +93,20 @@ void tConsole::flush()
 
 void tConsole::note(std::string_view line)
 {
-    clearProgress();
-    writeAll(STDERR_FILENO, std::string(line) + '\n');
+    const std::lock_guard lock(m_mutex);
+    writeLine(line);
+}
+
+void tConsole::inform(std::string_view line)
+{
+    if (m_volume != eVolume::eQuiet)
+        note(line);
 }
 
 bool tConsole::progressDue()
 {
     const auto now = std::chrono::steady_clock::now();
-    if (!m_terminal || now < m_nextProgress)
+    if (!m_terminal || m_volume == eVolume::eQuiet || now < m_nextProgress)
         return false;
     m_nextProgress = now + cProgressPeriod;
     return true;
@@ -95,20 +114,52 @@ bool tConsole::progressDue()
 
 void tConsole::progress(std::string_view text)
 {
-    if (!m_terminal)
+    if (!m_terminal || m_volume == eVolume::eQuiet)
         return;
-    std::string line = "\r";
-    line += text.substr(0, terminalWidth() - 1);
-    line += "\x1b[K";
-    writeAll(STDERR_FILENO, line);
-    m_progressShown = true;
+    const std::lock_guard lock(m_mutex);
+    m_progress = text;
+    writeAll(STDERR_FILENO, progressLine());
 }
 
-void tConsole::clearProgress()
+// Passes whole lines on; a report of the libraries may come in pieces.
+void tConsole::OnConsoleText(Kestova::eConsoleStream, const char* text, std::size_t len)
 {
-    if (m_progressShown)
-        writeAll(STDERR_FILENO, "\r\x1b[K");
-    m_progressShown = false;
+    if (m_volume != eVolume::eVerbose)
+        return;
+    const std::lock_guard lock(m_mutex);
+    m_libraryText.append(text, len);
+    for (std::size_t end = 0; (end = m_libraryText.find('\n')) != std::string::npos;)
+    {
+        std::string line = m_libraryText.substr(0, end);
+        std::erase(line, '\r');
+        writeLine(line);
+        m_libraryText.erase(0, end + 1);
+    }
+}
+
+// In one write, so that no other process's line comes between. m_mutex is held.
+void tConsole::writeLine(std::string_view line)
+{
+    std::string text = m_progress.empty() ? "" : cClearLine;
+    text += line;
+    text += '\n';
+    if (!m_progress.empty())
+        text += progressLine();
+    writeAll(STDERR_FILENO, text);
+}
+
+// m_mutex is held.
+std::string tConsole::progressLine() const
+{
+    return '\r' + m_progress.substr(0, terminalWidth() - 1) + "\x1b[K";
+}
+
+void tConsole::endProgress()
+{
+    const std::lock_guard lock(m_mutex);
+    if (!m_progress.empty())
+        writeAll(STDERR_FILENO, cClearLine);
+    m_progress.clear();
 }
 
 std::size_t tConsole::terminalWidth() const

@@ -1,33 +1,52 @@
 // tConsole: the output of a command: results to standard output, everything else to standard error.
 //
-// The libraries print their own lines to standard output. The console therefore duplicates it for results and points
-// descriptor 1 at standard error before anything else runs.
+// Shapes   a note is always written, an ordinary line only without --quiet. A line clears the progress line, which is
+//          drawn again below it. The libraries' own lines come here, too, and are dropped without --verbose.
+// Owner    one a process. Threads of the libraries may outlive it; their lines are dropped then.
+// Threads  lines from any thread, everything else from one.
 #ifndef KESTOVA_TOOLS_SHELL_CONSOLE_H
 #define KESTOVA_TOOLS_SHELL_CONSOLE_H
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <mutex>
 #include <string>
 #include <string_view>
 
+#include "UdpSocket/consolesink.h"
+
 namespace tool
 {
-// One thread at a time.
-class tConsole
+enum class eVolume
+{
+    eQuiet,   // no progress, no ordinary lines
+    eNormal,  // no lines of the libraries
+    eVerbose
+};
+
+class tConsole : private Kestova::iConsoleSink
 {
 public:
     tConsole();
-    ~tConsole();
+    ~tConsole() override;
     tConsole(const tConsole&) = delete;
     tConsole& operator=(const tConsole&) = delete;
 
+    void setVolume(eVolume volume) { m_volume = volume; }
+
     // Buffers results and writes them in pieces of 64 KiB. Throws tReaderGone for a closed pipe, tFailure for any other
-    // error.
+    // error. flush() also ends the progress line.
     void print(std::string_view text);
     void flush();
 
-    // Writes one line to standard error.
+    // Returns the descriptor of the results, for a command that writes bytes of its own there and prints nothing.
+    int results() const { return m_results; }
+
+    // Writes one line to standard error: an error or a warning.
     void note(std::string_view line);
+    // The same for an ordinary line: what the command does.
+    void inform(std::string_view line);
 
     // Returns true at most five times a second, and only if standard error is a terminal, where progress() writes.
     bool progressDue();
@@ -36,13 +55,21 @@ public:
     std::size_t terminalWidth() const;  // in characters
 
 private:
-    void clearProgress();
+    void OnConsoleText(Kestova::eConsoleStream stream, const char* text, std::size_t len) override;
+    void writeLine(std::string_view line);
+    std::string progressLine() const;
+    void endProgress();
 
     int m_results = -1;
     std::string m_pending;
     bool m_terminal = false;
-    bool m_progressShown = false;
     std::chrono::steady_clock::time_point m_nextProgress{};
+    // Read without m_mutex, which may be held for long while a terminal is stopped: no thread of a library waits for
+    // it.
+    std::atomic<eVolume> m_volume{eVolume::eNormal};
+    std::mutex m_mutex;         // held while writing to standard error
+    std::string m_progress;     // guarded by m_mutex: the line that is shown, empty for none
+    std::string m_libraryText;  // guarded by m_mutex: of a line whose end is still missing
 };
 }  // namespace tool
 

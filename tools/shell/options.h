@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "sessions/radarchoice.h"
+#include "tools/shell/console.h"
 
 namespace tool
 {
@@ -31,9 +32,6 @@ CLI::Validator checkedBy(tParser parse)
         },
         "");
 }
-
-// Returns a check for a whole number of at least `least`.
-CLI::Validator wholeNumber(std::uint64_t least = 0);
 
 // What every command that reads recordings takes: those that read several at once have `paths`.
 struct tRecordingOptions
@@ -59,6 +57,21 @@ CLI::Option* addRadar(CLI::App& command, session::tRadarChoice& radar);
 
 // Adds --duration.
 void addDuration(CLI::App& command, std::string& text);
+
+// Return checks of a number's text for an option: the errors are sentences in plain words.
+CLI::Validator wholeNumber(std::uint64_t least = 0, std::uint64_t greatest = UINT64_MAX);
+CLI::Validator decimalNumber(double least, double greatest);
+
+// What every command takes.
+struct tVolumeOptions
+{
+    bool verbose = false;
+    bool quiet = false;
+
+    eVolume chosen() const;
+};
+// Adds --verbose and --quiet.
+void addVolume(CLI::App& command, tVolumeOptions& volume);
 
 // Adds --json for results as one object.
 void addJson(CLI::App& command, bool& json);

@@ -39,6 +39,7 @@ public:
     std::uint32_t linkType() const { return m_linkType; }
     bool next(tCaptureRecord& record);
     bool atEnd() const { return m_pos == m_size; }  // false after the last record: reading the rest failed
+    bool cut() const { return m_size < sizeof(tPcapFileHeader); }  // within its head
 
 private:
     tCaptureFile(tDescriptor descriptor, std::uint64_t size);

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "KestovaStorage/internal/capture/plainframe.h"
+
 namespace pcap
 {
 namespace
@@ -25,13 +27,27 @@ std::string_view payloadOf(const tDatagram& datagram)
 }
 }  // namespace
 
-void tCapturePass::read(const std::atomic<bool>& stop)
+void tCapturePass::read(tCaptureFile& file, const std::atomic<bool>& stop)
 {
+    readAll(file, stop);
+}
+
+void tCapturePass::read(tFrameInput& frames, const std::atomic<bool>& stop)
+{
+    readAll(frames, stop);
+}
+
+template <typename tCapture>
+void tCapturePass::readAll(tCapture& capture, const std::atomic<bool>& stop)
+{
+    m_size = capture.size();
     try
     {
-        while (!stop.load(std::memory_order_relaxed) && m_file.next(m_record))
+        while (!stop.load(std::memory_order_relaxed) && capture.next(m_record))
         {
             ++m_result.records;
+            if (m_request.tagsAndOptions && !isPlain(m_record))
+                makePlain(m_record);
             if (tDatagramExtractor::concerns(m_record))
                 takeRecord();
             else
@@ -43,12 +59,12 @@ void tCapturePass::read(const std::atomic<bool>& stop)
         storeResult();
         throw;
     }
-    m_result.finished = m_file.atEnd();
+    m_result.finished = capture.atEnd();
     m_result.stopped = stop && !m_result.finished;
     storeResult();
+    m_result.cut = m_result.cut || capture.cut();
     if (!m_request.selection.empty())
         m_notifier.endOfData();
-    m_totals.print(m_extractor.counts().subErr);
 }
 
 void tCapturePass::takeRecord()
@@ -67,7 +83,9 @@ void tCapturePass::notifyProgress()
 {
     if (m_result.records == 1)
         m_notifier.progress(0.0, m_time);
-    const double read = static_cast<double>(m_record.end), size = static_cast<double>(m_file.size());
+    if (m_size == 0)
+        return;
+    const double read = static_cast<double>(m_record.end), size = static_cast<double>(m_size);
     const int permille = static_cast<int>(read / size * 1000.0);
     if (permille == m_permille)
         return;
@@ -116,7 +134,7 @@ catch (const std::out_of_range&)
 void tCapturePass::storeResult()
 {
     const tExtractionCounts& counts = m_extractor.counts();
-    m_result.cut = m_record.cut || m_file.size() < sizeof(tPcapFileHeader);
+    m_result.cut = m_record.cut;
     m_result.droppedRecords = counts.dropped;
     m_result.orphans = counts.orphans;
     m_result.padded = counts.padded;

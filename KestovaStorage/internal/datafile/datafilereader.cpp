@@ -19,8 +19,11 @@ namespace
 {
 using namespace std::chrono_literals;
 
-constexpr std::size_t cPiece = 12'288;  // records read at once: a quarter of a MiB
-constexpr int cLooksAtEmptyFile = 4;    // its writer may have created it a moment ago
+constexpr std::size_t cPiece = 12'288;   // records read at once: a quarter of a MiB
+constexpr int cLooksAtEmptyFile = 4;     // its writer may have created it a moment ago
+constexpr std::size_t cFewRecords = 32;  // an index as small as this is not worth reading again
+
+static_assert(cPiece % cIndexBlock == 0, "blocks begin at the same records in every piece");
 }  // namespace
 
 tDataFileReader::tDataFileReader(const std::string& path) : m_path(path) {}
@@ -29,18 +32,23 @@ tDataFileReader::~tDataFileReader() = default;
 
 std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, tStatus* failure)
 {
-    return open(path, true, failure);
+    return open(path, eIndex::eInMemory, failure);
+}
+
+std::unique_ptr<tDataFileReader> tDataFileReader::openToPlay(const std::string& path, tStatus* failure)
+{
+    return open(path, eIndex::eInBlocks, failure);
 }
 
 std::unique_ptr<tDataFileReader> tDataFileReader::openBare(const std::string& path, tStatus* failure)
 {
-    return open(path, false, failure);
+    return open(path, eIndex::eNone, failure);
 }
 
-std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, bool withIndex, tStatus* failure)
+std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, eIndex index, tStatus* failure)
 {
     std::unique_ptr<tDataFileReader> reader(new tDataFileReader(path));
-    tStatus status = reader->load(withIndex);
+    tStatus status = reader->load(index);
     if (status)
         return reader;
     if (failure != nullptr)
@@ -48,7 +56,7 @@ std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, 
     return nullptr;
 }
 
-tStatus tDataFileReader::load(bool withIndex)
+tStatus tDataFileReader::load(eIndex index)
 try
 {
     if (!openFile())
@@ -63,13 +71,13 @@ try
     }
     if (m_form == nullptr)
         return {tStatus::eCode::eRefused, "not a data file"};
-    if (!withIndex)
+    if (index == eIndex::eNone)
         return {};
 
     unsigned char head[sizeof(tIndexHead)] = {};
     m_file.readAt(head, sizeof head, cIndexHeadPos);
     takeSize();  // what the head counts is in the file by now
-    readIndex(le::load<std::uint32_t>(head + offsetof(tIndexHead, indexNum)));
+    readIndex(le::load<std::uint32_t>(head + offsetof(tIndexHead, indexNum)), index);
     return {};
 }
 catch (const std::bad_alloc&)
@@ -111,9 +119,9 @@ bool tDataFileReader::openFile()
     return m_file.valid();
 }
 
-bool tDataFileReader::read(std::uint64_t pos, std::size_t len, char* to)
+std::size_t tDataFileReader::readUpTo(std::uint64_t pos, std::size_t len, char* to)
 {
-    return (m_file.valid() || reopenFile()) && m_file.readAllAt(to, len, pos);
+    return m_file.valid() || reopenFile() ? m_file.readAt(to, len, pos) : 0;
 }
 
 bool tDataFileReader::readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records)
@@ -151,7 +159,7 @@ void tDataFileReader::closeFile()
 }
 
 // The index head of an unfinished file counts 0 records: the index may hold as many as fit.
-void tDataFileReader::readIndex(std::uint32_t indexNum)
+void tDataFileReader::readIndex(std::uint32_t indexNum, eIndex index)
 {
     // So does that of a file finished without a segment, but such a file ends behind its index head.
     m_finished = indexNum != 0 || m_size == cIndexHeadPos + sizeof(tIndexHead);
@@ -160,20 +168,52 @@ void tDataFileReader::readIndex(std::uint32_t indexNum)
     const std::uint64_t room = m_size > cIndexPos ? (m_size - cIndexPos) / cIndexSlotSize : 0;
     const auto count = static_cast<std::size_t>(std::min({claimed, room, std::uint64_t{cIndexCapacity}}));
     m_damaged = m_finished ? static_cast<std::size_t>(claimed) - count : 0;
+    if (index == eIndex::eInMemory || count <= cFewRecords || !readInBlocks(count))
+        readInMemory(count);
+}
+
+void tDataFileReader::readInMemory(std::size_t count)
+{
+    m_inMemory = true;
     m_index = tIndexArray(count);
     bool more = true;
     for (std::size_t place = 0; more && place < count; place += cPiece)
-        more = readPiece(place, std::min(cPiece, count - place));
+        more = readPiece(&m_index[place], place, std::min(cPiece, count - place));
     if (m_count < count / 2)
         m_index.shrink(m_count);
 }
 
+// Reads the whole index once and keeps the times of its blocks. Returns false, and forgets what it has read, if a
+// record has to be left out or is not in order of time: the index would not be the one on disk.
+bool tDataFileReader::readInBlocks(std::size_t count)
+{
+    const std::size_t missing = m_damaged;
+    const std::unique_ptr<tIndexSlot[]> piece(new tIndexSlot[std::min(cPiece, count)]);
+    m_blockTimes.reserve((count + cIndexBlock - 1) / cIndexBlock);
+    bool more = true, asOnDisk = true;
+    for (std::size_t place = 0; more && asOnDisk && place < count; place += cPiece)
+    {
+        more = readPiece(piece.get(), place, std::min(cPiece, count - place));
+        asOnDisk = m_sorted && m_damaged == missing;
+    }
+    if (asOnDisk)
+    {
+        m_blockTimes.shrink_to_fit();
+        return true;
+    }
+    m_blockTimes = {};
+    m_damaged = missing;
+    m_sorted = true;
+    m_count = m_run = m_longestRun = 0;
+    m_lastTime = 0;
+    return false;
+}
+
 // Reads `count` records from number `place` on and keeps the whole ones while they are in the cache, with what the play
 // order needs. Returns false at the end of the index.
-bool tDataFileReader::readPiece(std::size_t place, std::size_t count)
+bool tDataFileReader::readPiece(tIndexSlot* piece, std::size_t place, std::size_t count)
 {
     const tFileForm form = *m_form;
-    tIndexSlot* const piece = &m_index[place];
     const std::size_t got =
         m_file.readAt(piece, count * cIndexSlotSize, cIndexPos + place * cIndexSlotSize) / cIndexSlotSize;
     bool sizeIsNewer = false;  // than the piece
@@ -198,13 +238,36 @@ bool tDataFileReader::readPiece(std::size_t place, std::size_t count)
 void tDataFileReader::keep(const tIndexSlot& slot)
 {
     const std::uint64_t time = timeOf(slot);
-    const std::uint64_t before = m_count != 0 ? timeOf(m_index[m_count - 1]) : 0;
-    m_run = time == before ? m_run + 1 : 1;
+    m_run = time == m_lastTime ? m_run + 1 : 1;
     m_longestRun = std::max(m_longestRun, m_run);
-    m_sorted &= time >= before;
-    if (&m_index[m_count] != &slot)
+    m_sorted &= time >= m_lastTime;
+    m_lastTime = time;
+    if (!m_inMemory)
+    {
+        if (m_count % cIndexBlock == 0)
+            m_blockTimes.push_back(time);
+    }
+    else if (&m_index[m_count] != &slot)
         m_index[m_count] = slot;
     ++m_count;
+}
+
+void tDataFileReader::readBlock(std::size_t block, tIndexBlock& to)
+{
+    const std::size_t first = block * cIndexBlock;
+    const std::size_t count = std::min(cIndexBlock, m_count - first);
+    const std::size_t got =
+        readUpTo(cIndexPos + first * cIndexSlotSize, count * cIndexSlotSize, reinterpret_cast<char*>(to.data())) /
+        cIndexSlotSize;
+    std::uint64_t time = m_blockTimes[block];
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        const tSegmentRecord record = i < got ? m_form->record(to[i]) : tSegmentRecord{};
+        if (!isEnd(record) && isWhole(record))
+            time = record.time;
+        else
+            to[i] = encode(tEncodedIndexTable{time, UINT64_MAX, 1, 0});
+    }
 }
 
 bool tDataFileReader::isWhole(const tSegmentRecord& record) const

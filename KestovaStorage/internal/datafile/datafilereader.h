@@ -1,7 +1,9 @@
 // tDataFileReader: one data file, opened for reading, whole or damaged, finished or not.
 //
 // Shapes   index() is an array of the file's records as they stand on disk, record() gives one of them in the form that
-//          is the same for every form; every one of them lies inside the file and has a possible time.
+//          is the same for every form; every one of them lies inside the file and has a possible time. Opened for
+//          playing, the index stays on disk: memory holds blockTimes(), and readBlock() reads records again. That
+//          needs records that are all whole and in order of time, as nearly always; otherwise index() is in memory.
 // Owner    owns the index; opens the file when it reads and closes it on closeFile(), so that thousands of files can be
 //          held at once.
 // Threads  starts none and locks nothing.
@@ -22,6 +24,7 @@
 #include "KestovaStorage/datafileformat.h"
 #include "KestovaStorage/internal/datafile/fileforms.h"
 #include "KestovaStorage/internal/datafile/indexarray.h"
+#include "KestovaStorage/internal/datafile/indexblock.h"
 #include "KestovaStorage/internal/datafile/segmentrecord.h"
 #include "common/descriptor.h"
 #include "common/status.h"
@@ -33,6 +36,8 @@ class tDataFileReader
 public:
     // Returns null, and sets `failure` unless it is null, if the file cannot be read or is no data file.
     static std::unique_ptr<tDataFileReader> open(const std::string& path, tStatus* failure = nullptr);
+    // Opens the file for playing.
+    static std::unique_ptr<tDataFileReader> openToPlay(const std::string& path, tStatus* failure = nullptr);
     // Opens the file without reading its index, which may still grow; readRecords() returns what is there.
     static std::unique_ptr<tDataFileReader> openBare(const std::string& path, tStatus* failure = nullptr);
     ~tDataFileReader();
@@ -46,14 +51,22 @@ public:
     std::size_t damaged() const { return m_damaged; }
 
     std::size_t count() const { return m_count; }  // of records
+    // Returns the time of the first record of each block; nothing if the index is in memory.
+    std::span<const std::uint64_t> blockTimes() const { return m_blockTimes; }
+    std::uint64_t lastTime() const { return m_lastTime; }  // of the last record
+    // Reads a block of an index on disk. A record that is not there any more, or changed into an impossible one, is
+    // replaced by one that lies outside the file and has the time before it.
+    void readBlock(std::size_t block, tIndexBlock& to);
+    // With an index in memory.
     tSegmentRecord record(std::size_t i) const { return m_form->record(m_index[i]); }
-    std::span<tIndexSlot> index() { return {m_index.get(), m_count}; }
-    std::span<const tIndexSlot> index() const { return {m_index.get(), m_count}; }
+    std::span<tIndexSlot> index() { return {m_index.get(), m_blockTimes.empty() ? m_count : 0}; }
     bool sorted() const { return m_sorted; }                 // by time
     std::size_t longestRun() const { return m_longestRun; }  // of neighbours with equal times
 
     // Reads `len` bytes at `pos` into `to`; returns false if the file does not hold them all or the read fails.
-    bool read(std::uint64_t pos, std::size_t len, char* to);
+    bool read(std::uint64_t pos, std::size_t len, char* to) { return readUpTo(pos, len, to) == len; }
+    // Returns how many of them the file holds.
+    std::size_t readUpTo(std::uint64_t pos, std::size_t len, char* to);
     // Replaces `records` by `count` records from number `first` on as they stand on disk now, unchecked.
     bool readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records);
     // Reads the head of a compressed file. Returns null for other forms, and if that fails; valid until closeFile().
@@ -62,15 +75,23 @@ public:
 
 private:
     explicit tDataFileReader(const std::string& path);
-    static std::unique_ptr<tDataFileReader> open(const std::string& path, bool withIndex, tStatus* failure);
-    tStatus load(bool withIndex);
+    enum class eIndex
+    {
+        eNone,
+        eInBlocks,
+        eInMemory
+    };
+    static std::unique_ptr<tDataFileReader> open(const std::string& path, eIndex index, tStatus* failure);
+    tStatus load(eIndex index);
     bool openFile();
     bool reopenFile();
     tStatus examine();
     const tFileForm* readForm() const;
     void takeSize();
-    void readIndex(std::uint32_t indexNum);
-    bool readPiece(std::size_t place, std::size_t count);
+    void readIndex(std::uint32_t indexNum, eIndex index);
+    void readInMemory(std::size_t count);
+    bool readInBlocks(std::size_t count);
+    bool readPiece(tIndexSlot* piece, std::size_t place, std::size_t count);
     void keep(const tIndexSlot& slot);
     // A record without a time ends every index.
     bool isEnd(const tSegmentRecord& record) const { return record.time == 0 || (m_emptyEnds && record.bits == 0); }
@@ -87,9 +108,12 @@ private:
     bool m_sorted = true;
     std::size_t m_longestRun = 0;
     std::size_t m_damaged = 0;
-    std::size_t m_run = 0;  // of equal times, up to the last record kept
-    tIndexArray m_index;
+    std::size_t m_run = 0;         // of equal times, up to the last record
+    std::uint64_t m_lastTime = 0;  // of the last record
     std::size_t m_count = 0;
+    bool m_inMemory = false;                  // the index
+    tIndexArray m_index;                      // in memory, or empty
+    std::vector<std::uint64_t> m_blockTimes;  // of an index on disk, or empty
 };
 }  // namespace storage
 

@@ -1,6 +1,7 @@
 #include "KestovaStorage/internal/datafile/segmentreader.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 
 namespace storage
@@ -9,6 +10,7 @@ namespace
 {
 constexpr std::size_t cMinBufferSize = 64 * 1024;
 constexpr std::uint64_t cMostAhead = 4 << 20;
+constexpr std::uint64_t cLongSegment = 4096;  // copying it takes longer than a system call
 }  // namespace
 
 std::optional<std::string_view> tSegmentReader::read(tDataFileReader& file, std::size_t record)
@@ -20,7 +22,7 @@ void tSegmentReader::readAhead(tDataFileReader& file, const tSegmentRecord& firs
 {
     const std::uint64_t begin = first.firstByte, end = last.end();
     if (begin < end && end - begin <= cMostAhead)
-        load(file, begin, static_cast<std::size_t>(end - begin));
+        load(file, begin, static_cast<std::size_t>(end - begin), static_cast<std::size_t>(end - begin));
 }
 
 std::optional<std::string_view> tSegmentReader::read(tDataFileReader& file, const tSegmentRecord& record)
@@ -37,6 +39,37 @@ try
 catch (const std::bad_alloc&)
 {
     return std::nullopt;
+}
+
+bool tSegmentReader::readPart(tDataFileReader& file, const tSegmentRecord& record, std::size_t offset, std::size_t len,
+                              char* to)
+{
+    if (!file.form().isCompressed() && record.bytes() >= cLongSegment)
+        return offset <= record.bytes() && len <= record.bytes() - offset &&
+               copyPart(file, record.firstByte + offset, len, to);
+    const auto segment = read(file, record);
+    if (!segment || offset > segment->size() || len > segment->size() - offset)
+        return false;
+    std::memcpy(to, segment->data() + offset, len);
+    return true;
+}
+
+// The end of a segment is followed by the beginning of the next one: one read is enough for both.
+bool tSegmentReader::copyPart(tDataFileReader& file, std::uint64_t pos, std::size_t len, char* to)
+{
+    if (len > sizeof m_part.bytes)
+        return file.read(pos, len, to);
+    if (&file != m_part.file || pos < m_part.pos || pos > m_part.end || len > m_part.end - pos)
+    {
+        const std::size_t got = file.readUpTo(pos, sizeof m_part.bytes, m_part.bytes);
+        m_part.file = &file;
+        m_part.pos = pos;
+        m_part.end = pos + got;
+        if (got < len)
+            return false;
+    }
+    std::memcpy(to, m_part.bytes + (pos - m_part.pos), len);
+    return true;
 }
 
 std::optional<std::string_view> tSegmentReader::decode(tDataFileReader& file, const tSegmentRecord& record)
@@ -56,25 +89,28 @@ std::optional<std::string_view> tSegmentReader::decode(tDataFileReader& file, co
 
 const char* tSegmentReader::bytesAt(tDataFileReader& file, std::uint64_t pos, std::size_t len)
 {
-    if (&file != m_file || pos < m_pos || pos + len > m_end)
+    if (&file != m_file || pos < m_pos || pos > m_end || len > m_end - pos)
     {
         const std::uint64_t left = file.size() > pos ? file.size() - pos : 0;
-        const bool readsOn = &file == m_file && pos == m_end;
+        const bool readsOn = &file == m_file && pos >= m_readFrom && pos <= m_end;
         const std::uint64_t ahead = readsOn ? std::min<std::uint64_t>(m_windowSize, left) : 0;
-        if (!load(file, pos, std::max(len, static_cast<std::size_t>(ahead))))
+        if (!load(file, pos, std::max(len, static_cast<std::size_t>(ahead)), len))
             return nullptr;
     }
+    m_readFrom = pos;
     return m_read.need(0) + (pos - m_pos);
 }
 
-bool tSegmentReader::load(tDataFileReader& file, std::uint64_t pos, std::size_t size)
+// Reads up to `size` bytes; returns false if the file does not hold the `needed` ones.
+bool tSegmentReader::load(tDataFileReader& file, std::uint64_t pos, std::size_t size, std::size_t needed)
 {
     m_file = nullptr;
-    if (!file.read(pos, size, m_read.need(size)))
+    const std::size_t got = file.readUpTo(pos, size, m_read.need(size));
+    if (got < needed)
         return false;
     m_file = &file;
     m_pos = pos;
-    m_end = pos + size;
+    m_end = pos + got;
     return true;
 }
 

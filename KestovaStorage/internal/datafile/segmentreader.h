@@ -1,7 +1,7 @@
 // tSegmentReader: the bytes of recorded segments, from files of every form.
 //
-// Shapes   reads `window` bytes at once while segments are read in file order. Buffers grow to the longest segment
-//          read.
+// Shapes   reads `window` bytes at once while segments are read in file order, and of one file. Buffers grow to the
+//          longest segment read.
 // Threads  starts none and locks nothing: one thread at a time.
 // Errors   returns no value if the file does not hold the bytes, its codes cannot be used, or memory runs out.
 #ifndef KESTOVA_STORAGE_DATAFILE_SEGMENTREADER_H
@@ -26,6 +26,9 @@ public:
     std::optional<std::string_view> read(tDataFileReader& file, std::size_t record);
     // Returns the segment of any record of this file.
     std::optional<std::string_view> read(tDataFileReader& file, const tSegmentRecord& record);
+    // Copies `len` bytes from `offset` on of a record's segment; of a long one that is no code it reads only these, and
+    // what lies right behind them. Returns false if the segment does not hold them.
+    bool readPart(tDataFileReader& file, const tSegmentRecord& record, std::size_t offset, std::size_t len, char* to);
     // Reads the bytes of the records from `first` to `last`, which follow each other, at once: the next reads find
     // them.
     void readAhead(tDataFileReader& file, const tSegmentRecord& first, const tSegmentRecord& last);
@@ -45,12 +48,20 @@ private:
 
     std::optional<std::string_view> decode(tDataFileReader& file, const tSegmentRecord& record);
     const char* bytesAt(tDataFileReader& file, std::uint64_t pos, std::size_t len);
-    bool load(tDataFileReader& file, std::uint64_t pos, std::size_t size);
+    bool copyPart(tDataFileReader& file, std::uint64_t pos, std::size_t len, char* to);
+    bool load(tDataFileReader& file, std::uint64_t pos, std::size_t size, std::size_t needed);
 
     const std::size_t m_windowSize;
     tBuffer m_read, m_decoded;
     const tDataFileReader* m_file = nullptr;  // whose bytes m_read holds, from m_pos to m_end
     std::uint64_t m_pos = 0, m_end = 0;
+    std::uint64_t m_readFrom = 0;  // where the last segment began
+    struct
+    {
+        const tDataFileReader* file = nullptr;
+        std::uint64_t pos = 0, end = 0;
+        char bytes[512];
+    } m_part;  // read last by readPart()
 };
 }  // namespace storage
 

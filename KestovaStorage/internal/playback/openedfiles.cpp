@@ -4,6 +4,7 @@
 #include <set>
 #include <utility>
 
+#include "KestovaStorage/internal/datafile/naming.h"
 #include "KestovaStorage/internal/disk/paths.h"
 
 namespace storage
@@ -11,6 +12,7 @@ namespace storage
 namespace
 {
 constexpr std::size_t cMaxOpenFiles = 64;
+constexpr std::size_t cWindow = 256 * 1024;
 }  // namespace
 
 void tOpenedFiles::open(const std::vector<std::string>& opened, const std::string& suffix, const tCancelled& cancelled)
@@ -28,7 +30,12 @@ void tOpenedFiles::open(const std::vector<std::string>& opened, const std::strin
     {
         if (cancelled())
             return;
-        addFile(file);
+        // A file that is gone by now may have been compressed meanwhile.
+        if (addFile(file) || paths::exists(file))
+            continue;
+        const std::string compressed = naming::compressedName(file, suffix);
+        if (!found.contains(compressed))
+            addFile(compressed);
     }
     putInOrder(cancelled);
 }
@@ -38,50 +45,72 @@ void tOpenedFiles::clear()
     *this = tOpenedFiles();
 }
 
-void tOpenedFiles::addFile(const std::string& path)
+// Returns false if it cannot be read or is no data file.
+bool tOpenedFiles::addFile(const std::string& path)
 {
-    std::unique_ptr<tDataFileReader> reader = tDataFileReader::open(path);
-    if (!reader)
-        return;
-    m_files.push_back(std::move(reader));
+    tFile file;
+    file.reader = tDataFileReader::openToPlay(path);
+    if (!file.reader)
+        return false;
     // An open file stays readable when it is removed, as by a recorder that has compressed it.
-    if (m_openFiles.size() < cMaxOpenFiles)
-        m_openFiles.push_back(m_files.back().get());
+    file.open = m_open.size() < cMaxOpenFiles;
+    if (file.open)
+        m_open.push_back(static_cast<std::uint32_t>(m_files.size()));
     else
-        m_files.back()->closeFile();
+        file.reader->closeFile();
+    m_files.push_back(std::move(file));
+    return true;
 }
 
 void tOpenedFiles::putInOrder(const tCancelled& cancelled)
 {
     std::vector<tTimelineFile> indexes;
-    for (const auto& file : m_files)
-        indexes.push_back({file->index(), file->sorted(), file->longestRun()});
-    m_timeline.build(std::move(indexes), cancelled);
+    for (const tFile& file : m_files)
+    {
+        tDataFileReader& reader = *file.reader;
+        indexes.push_back({reader.index(), reader.sorted(), reader.longestRun(), reader.count(), reader.blockTimes(),
+                           reader.lastTime()});
+    }
+    m_timeline.build(std::move(indexes), cancelled, [this](std::uint32_t file, std::size_t block, tIndexBlock& to) {
+        use(file).reader->readBlock(block, to);
+    });
 }
 
-std::optional<tOpenedFiles::tSegment> tOpenedFiles::read(const tTimelineSegment& place)
+std::optional<tOpenedFiles::tSegment> tOpenedFiles::read(std::uint32_t file, const tIndexSlot& record)
 {
-    tDataFileReader& file = *m_files[place.file];
-    keepOpen(file);
-    const auto bytes = m_reader->read(file, place.record);
+    tFile& from = use(file);
+    if (!from.segments)
+        from.segments = std::make_unique<tSegmentReader>(cWindow);
+    const auto bytes = from.segments->read(*from.reader, from.reader->form().record(record));
     if (!bytes)
         return std::nullopt;
-    return tSegment{timeOf(file.index()[place.record]), bytes->data(), static_cast<std::uint32_t>(bytes->size()),
-                    file.path()};
+    return tSegment{timeOf(record), bytes->data(), static_cast<std::uint32_t>(bytes->size()), from.reader->path()};
 }
 
-void tOpenedFiles::keepOpen(tDataFileReader& file)
+// The file gets its descriptor when it is read.
+tOpenedFiles::tFile& tOpenedFiles::use(std::uint32_t number)
 {
-    if (!m_openFiles.empty() && m_openFiles.back() == &file)
-        return;
-    const auto place = std::find(m_openFiles.begin(), m_openFiles.end(), &file);
-    if (place != m_openFiles.end())
-        m_openFiles.erase(place);
-    else if (m_openFiles.size() == cMaxOpenFiles)
-    {
-        m_openFiles.front()->closeFile();
-        m_openFiles.pop_front();
-    }
-    m_openFiles.push_back(&file);
+    tFile& file = m_files[number];
+    file.lastUse = ++m_uses;
+    if (file.open)
+        return file;
+    if (m_open.size() == cMaxOpenFiles)
+        closeLongestUnused();
+    file.open = true;
+    m_open.push_back(number);
+    return file;
+}
+
+void tOpenedFiles::closeLongestUnused()
+{
+    const auto longest = std::min_element(m_open.begin(), m_open.end(), [this](std::uint32_t a, std::uint32_t b) {
+        return m_files[a].lastUse < m_files[b].lastUse;
+    });
+    tFile& file = m_files[*longest];
+    file.reader->closeFile();
+    file.segments.reset();
+    file.open = false;
+    *longest = m_open.back();
+    m_open.pop_back();
 }
 }  // namespace storage

@@ -1,7 +1,7 @@
 // tOpenedFiles: the files of one replay, their play order, and the bytes of their segments.
 //
-// Owner    owns the files' indexes, buffers that grow to the longest segment read, and a bounded number of descriptors
-//          and decoders: thousands of files can be open at once.
+// Owner    owns what is kept of the files' indexes, and a bounded number of descriptors, decoders, and windows on the
+//          segments, which grow to the longest segment read: thousands of files can be open at once.
 // Threads  starts none and locks nothing.
 // Errors   files that cannot be read or are no data files are left out; read() returns no value for a segment that
 //          cannot be read.
@@ -10,7 +10,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -42,17 +41,26 @@ public:
         std::uint32_t len;
         const std::string& fileName;
     };
-    std::optional<tSegment> read(const tTimelineSegment& place);
+    // Reads the segment of an index record of file number `file`.
+    std::optional<tSegment> read(std::uint32_t file, const tIndexSlot& record);
 
 private:
-    void addFile(const std::string& path);
+    struct tFile
+    {
+        std::unique_ptr<tDataFileReader> reader;
+        std::unique_ptr<tSegmentReader> segments;  // of an open file that was read from
+        std::uint64_t lastUse = 0;
+        bool open = false;  // has a descriptor
+    };
+    bool addFile(const std::string& path);
     void putInOrder(const tCancelled& cancelled);
-    void keepOpen(tDataFileReader& file);
+    tFile& use(std::uint32_t file);
+    void closeLongestUnused();
 
-    std::vector<std::unique_ptr<tDataFileReader>> m_files;
-    std::deque<tDataFileReader*> m_openFiles;  // those with a descriptor, the longest unused first
+    std::vector<tFile> m_files;
+    std::vector<std::uint32_t> m_open;  // the numbers of the open ones
+    std::uint64_t m_uses = 0;
     tTimeline m_timeline;
-    std::unique_ptr<tSegmentReader> m_reader = std::make_unique<tSegmentReader>();
 };
 }  // namespace storage
 

@@ -75,6 +75,7 @@ bool tPlayControl::defer(const tCommand& command)
             (command.kind == tCommand::eJump && !m_player.opened()))
             return false;
         m_deferred.push_back(command);
+        m_player.interrupt();
     }
     m_player.notify();
     return true;

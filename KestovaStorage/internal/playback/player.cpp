@@ -28,6 +28,7 @@ bool tPlayer::pause(bool pause)
             return false;
         m_clock.setPaused(pause, tWorker::tClock::now());
         ++m_clockChanges;
+        interrupt();
     }
     notify();
     report(pause ? eReplayPaused : eReplayPlaying);
@@ -89,6 +90,7 @@ bool tPlayer::hold()
     if (!m_active)
         return false;
     m_hold = true;
+    interrupt();
     m_clock.setPaused(false, tWorker::tClock::now());
     return true;
 }
@@ -97,6 +99,7 @@ void tPlayer::endPlaying()
 {
     tWorker::tLock held = lock();
     m_stopFlag = true;
+    interrupt();
     if (!isSelf())
     {
         notify();
@@ -218,7 +221,9 @@ void tPlayer::play()
     {
         const tWorker::tLock held = lock();
         m_clock.start(m_startKey, tWorker::tClock::now());
+        interrupt();
     }
+    tCaller caller(m_observer);
     tTimeline::tCursor cursor(m_files.timeline(), m_startKey);
     tTimelineSegment segment{};
     bool more = cursor.next(segment);
@@ -227,8 +232,9 @@ void tPlayer::play()
         cursor = tTimeline::tCursor(m_files.timeline(), 0);
         more = cursor.next(segment);
     }
-    for (; more && waitFor(segment.key); more = cursor.next(segment))
-        deliver(segment);
+    for (; more && (isDue(segment.key) || waitFor(caller, segment.key)); more = cursor.next(segment))
+        deliver(caller, segment, cursor.record());
+    caller.rest();
     leave(more);
 }
 
@@ -254,10 +260,13 @@ void tPlayer::leave(bool more)
 }
 
 // Waits until the segment is due; returns false if playing ends before. Segments of one millisecond are due together:
-// by their keys the first would come a tick before the others.
-bool tPlayer::waitFor(std::uint64_t key)
+// by their keys the first would come a tick before the others. What is due by then needs neither the lock nor the time,
+// until somebody interrupts.
+bool tPlayer::waitFor(tCaller& caller, std::uint64_t key)
 {
+    caller.rest();
     tWorker::tLock held = lock();
+    m_interrupted = false;
     while (m_thread.running() && !mustLeave())
     {
         if (mustHold())
@@ -271,6 +280,7 @@ bool tPlayer::waitFor(std::uint64_t key)
         {
             if (now - due > cLongStall)
                 m_clock.forgetDelay(now, due);
+            m_dueUntil = m_clock.position(now) | (cKeysPerMs - 1);
             return true;
         }
         const unsigned int changes = m_clockChanges;
@@ -279,9 +289,9 @@ bool tPlayer::waitFor(std::uint64_t key)
     return false;
 }
 
-void tPlayer::deliver(const tTimelineSegment& place)
+void tPlayer::deliver(tCaller& caller, const tTimelineSegment& place, const tIndexSlot& record)
 {
-    const auto segment = m_files.read(place);
+    const auto segment = m_files.read(place.file, record);
     if (!segment)
     {
         ++m_unreadCnt;
@@ -289,7 +299,7 @@ void tPlayer::deliver(const tTimelineSegment& place)
     }
     const tTimeline& timeline = m_files.timeline();
     const double progress = progressOf(place.key, timeline.firstKey(), timeline.lastKey());
-    m_observer.through([&](iDataReadReplayObserver& observer) {
+    caller.through([&](iDataReadReplayObserver& observer) {
         observer.UpdateReplayData(segment->time, progress, segment->data, segment->len, segment->fileName);
     });
 }

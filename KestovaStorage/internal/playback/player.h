@@ -57,6 +57,7 @@ public:
     void notify() { m_thread.notify(); }
     bool isSelf() const { return m_thread.isSelf(); }
     // With the lock held.
+    void interrupt() { m_interrupted = true; }  // the next segment waits until everything has been looked at
     bool opened() const { return m_opened; }
     bool active() const { return m_active; }
 
@@ -74,6 +75,7 @@ public:
     void end() { m_thread.stop(); }  // joins the thread
 
 private:
+    using tCaller = tObserverGate<iDataReadReplayObserver>::tCaller;
     enum class eJob
     {
         eNone,
@@ -90,8 +92,9 @@ private:
     bool openingIsOver() const;
     void play();
     void leave(bool more);
-    bool waitFor(std::uint64_t key);
-    void deliver(const tTimelineSegment& place);
+    bool isDue(std::uint64_t key) const { return key <= m_dueUntil && !m_interrupted.load(std::memory_order_acquire); }
+    bool waitFor(tCaller& caller, std::uint64_t key);
+    void deliver(tCaller& caller, const tTimelineSegment& place, const tIndexSlot& record);
     bool mustLeave() const { return m_stopFlag || m_deferred.ready(); }
     bool mustHold() const { return m_hold || m_deferred.waiting() || m_clock.paused(); }
 
@@ -115,6 +118,8 @@ private:
     tPlayClock m_clock;
     unsigned int m_clockChanges = 0;  // how often speed or pause were set
 
+    std::atomic<bool> m_interrupted{false};  // changed under the lock: segments that are due have to wait for it, too
+    std::uint64_t m_dueUntil = 0;            // keys known to be due; the thread's own
     tOpenedFiles m_files;
     std::atomic<std::uint64_t> m_unreadCnt{0};
 

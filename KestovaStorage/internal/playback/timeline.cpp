@@ -13,25 +13,24 @@ namespace
 {
 constexpr std::size_t cCancelPeriod = 4096;
 
-using tIndex = std::span<const tIndexSlot>;
-
 bool earlier(const tIndexSlot& a, const tIndexSlot& b)
 {
     return timeOf(a) < timeOf(b);
 }
 
-std::size_t firstNotBefore(tIndex index, std::uint64_t time)
+// The times of a file, and how many of its records have the same one at most.
+struct tTimes
 {
-    const auto place = std::partition_point(index.begin(), index.end(),
-                                            [time](const tIndexSlot& slot) { return timeOf(slot) < time; });
-    return static_cast<std::size_t>(place - index.begin());
-}
+    std::uint64_t first, last;
+    std::size_t longestRun;
+};
 
-// Returns the largest number of records with equal times in an unsorted index.
-std::size_t longestRunSorted(tIndex index)
+tTimes timesOf(const tTimelineFile& file)
 {
-    std::vector<std::uint64_t> times(index.size());
-    std::transform(index.begin(), index.end(), times.begin(), timeOf);
+    if (file.sorted)
+        return {file.firstTimeSorted(), file.lastTimeSorted(), file.longestRun};
+    std::vector<std::uint64_t> times(file.size());
+    std::transform(file.index.begin(), file.index.end(), times.begin(), timeOf);
     std::sort(times.begin(), times.end());
     std::size_t longest = 0;
     for (auto from = times.begin(); from != times.end();)
@@ -40,7 +39,7 @@ std::size_t longestRunSorted(tIndex index)
         longest = std::max(longest, static_cast<std::size_t>(to - from));
         from = to;
     }
-    return longest;
+    return {times.front(), times.back(), longest};
 }
 
 // Keys in use, as ranges: the first free key from a given one on is the end of the range that holds it.
@@ -73,10 +72,11 @@ private:
 };
 }  // namespace
 
-void tTimeline::build(std::vector<tTimelineFile> files, const tCancelled& cancelled)
+void tTimeline::build(std::vector<tTimelineFile> files, const tCancelled& cancelled, tReadBlock readBlock)
 {
     clear();
     m_files = std::move(files);
+    m_readBlock = std::move(readBlock);
     m_keysWritten = mayOverflow();
     if (m_keysWritten)
         writeKeysOut(cancelled);
@@ -90,15 +90,32 @@ void tTimeline::clear()
     *this = tTimeline();
 }
 
-// Returns whether some millisecond might hold more segments than it has keys.
-bool tTimeline::mayOverflow()
+// Returns whether some millisecond might hold more segments than it has keys: files whose times overlap may have their
+// longest runs in the same one.
+bool tTimeline::mayOverflow() const
 {
-    std::size_t most = 0;
-    for (tTimelineFile& file : m_files)
+    struct tEdge
     {
-        if (!file.sorted)
-            file.longestRun = longestRunSorted(file.index);
-        most += file.longestRun;
+        std::uint64_t time;
+        bool end;
+        std::size_t run;
+    };
+    std::vector<tEdge> edges;
+    for (const tTimelineFile& file : m_files)
+    {
+        if (file.size() == 0)
+            continue;
+        const tTimes times = timesOf(file);
+        edges.push_back({times.first, false, times.longestRun});
+        edges.push_back({times.last, true, times.longestRun});
+    }
+    std::sort(edges.begin(), edges.end(),
+              [](const tEdge& a, const tEdge& b) { return a.time != b.time ? a.time < b.time : a.end < b.end; });
+    std::size_t together = 0, most = 0;
+    for (const tEdge& edge : edges)
+    {
+        together = edge.end ? together - edge.run : together + edge.run;
+        most = std::max(most, together);
     }
     return most > cKeysPerMs;
 }
@@ -117,21 +134,23 @@ void tTimeline::sortFiles()
 void tTimeline::writeKeysOut(const tCancelled& cancelled)
 {
     tUsedKeys used;
+    tTimelineRecords records(m_files, m_readBlock);
     for (std::uint32_t file = 0; file < m_files.size(); ++file)
     {
-        const tIndex index = m_files[file].index;
-        std::uint64_t run = 0;
-        for (std::uint32_t i = 0; i < index.size(); ++i)
+        std::uint64_t run = 0, before = 0;
+        for (std::uint32_t i = 0; i < m_files[file].size(); ++i)
         {
             if (i % cCancelPeriod == 0 && cancelled())
                 return;
-            const std::uint64_t time = timeOf(index[i]);
-            run = i != 0 && time == timeOf(index[i - 1]) ? run + 1 : 0;
+            const std::uint64_t time = timeOf(records.at(file, i));
+            run = i != 0 && time == before ? run + 1 : 0;
+            before = time;
             if (run > UINT64_MAX - keyOfTime(time))
                 continue;  // behind the last millisecond there are no keys
             if (const auto key = used.take(keyOfTime(time) + run))
                 m_keys.push_back({*key, file, i});
         }
+        records.release(file);
     }
     std::sort(m_keys.begin(), m_keys.end(),
               [](const tTimelineSegment& a, const tTimelineSegment& b) { return a.key < b.key; });
@@ -150,22 +169,27 @@ void tTimeline::measure()
     std::uint64_t last = 0;
     for (const tTimelineFile& file : m_files)
     {
-        m_size += file.index.size();
-        if (file.index.empty())
+        m_size += file.size();
+        if (file.size() == 0)
             continue;
-        first = std::min(first, timeOf(file.index.front()));
-        last = std::max(last, timeOf(file.index.back()));
+        first = std::min(first, file.firstTimeSorted());
+        last = std::max(last, file.lastTimeSorted());
     }
     if (m_size == 0)
         return;
     std::uint64_t atLast = 0;
-    for (const tTimelineFile& file : m_files)
-        atLast += file.index.size() - firstNotBefore(file.index, last);
+    tTimelineRecords records(m_files, m_readBlock);
+    for (std::uint32_t file = 0; file < m_files.size(); ++file)
+    {
+        if (m_files[file].size() != 0 && m_files[file].lastTimeSorted() == last)
+            atLast += m_files[file].size() - records.firstNotBefore(file, last);
+    }
     m_firstKey = keyOfTime(first);
     m_lastKey = keyOfTime(last) + atLast - 1;
 }
 
-tTimeline::tCursor::tCursor(const tTimeline& timeline, std::uint64_t startKey) : m_timeline(&timeline)
+tTimeline::tCursor::tCursor(const tTimeline& timeline, std::uint64_t startKey)
+    : m_timeline(&timeline), m_records(timeline.m_files, timeline.m_readBlock)
 {
     if (timeline.m_keysWritten)
     {
@@ -177,11 +201,11 @@ tTimeline::tCursor::tCursor(const tTimeline& timeline, std::uint64_t startKey) :
     const std::uint64_t time = timeOfKey(startKey);
     for (std::uint32_t file = 0; file < timeline.m_files.size(); ++file)
     {
-        const tIndex index = timeline.m_files[file].index;
-        if (index.empty() || timeOf(index.back()) < time)
+        const tTimelineFile& one = timeline.m_files[file];
+        if (one.size() == 0 || one.lastTimeSorted() < time)
             continue;
-        const std::size_t record = firstNotBefore(index, time);
-        m_heads.push_back({timeOf(index[record]), file, static_cast<std::uint32_t>(record)});
+        const std::size_t record = std::min(m_records.firstNotBefore(file, time), one.size() - 1);
+        m_heads.push_back({m_records.timeAt(file, record), file, static_cast<std::uint32_t>(record)});
     }
     std::make_heap(m_heads.begin(), m_heads.end(), std::greater<>());
     // The start may lie behind some segments of its millisecond.
@@ -198,6 +222,7 @@ bool tTimeline::tCursor::next(tTimelineSegment& segment)
     if (m_place == m_timeline->m_keys.size())
         return false;
     segment = m_timeline->m_keys[m_place++];
+    m_record = m_records.at(segment.file, segment.record);
     return true;
 }
 
@@ -209,6 +234,7 @@ bool tTimeline::tCursor::nextMerged(tTimelineSegment& segment)
     m_sameTime = head.time == m_time ? m_sameTime : 0;
     m_time = head.time;
     segment = {keyOfTime(head.time) + m_sameTime++, head.file, head.record};
+    m_record = m_records.at(head.file, head.record);
     advance(head);
     return true;
 }
@@ -217,11 +243,11 @@ bool tTimeline::tCursor::nextMerged(tTimelineSegment& segment)
 // other), the heap is left alone.
 void tTimeline::tCursor::advance(tHead head)
 {
-    const tIndex index = m_timeline->m_files[head.file].index;
+    const std::size_t size = m_timeline->m_files[head.file].size();
     ++head.record;
-    if (head.record < index.size())
+    if (head.record < size)
     {
-        head.time = timeOf(index[head.record]);
+        head.time = m_records.timeAt(head.file, head.record);
         const bool staysLeft = m_heads.size() < 2 || !(head > m_heads[1]);
         const bool staysRight = m_heads.size() < 3 || !(head > m_heads[2]);
         if (staysLeft && staysRight)
@@ -231,8 +257,9 @@ void tTimeline::tCursor::advance(tHead head)
         }
     }
     std::pop_heap(m_heads.begin(), m_heads.end(), std::greater<>());
-    if (head.record == index.size())
+    if (head.record == size)
     {
+        m_records.release(head.file);
         m_heads.pop_back();
         return;
     }

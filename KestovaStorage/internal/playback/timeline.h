@@ -4,9 +4,9 @@
 // time in the order of opening (files in the order given, records in the order of recording). If one millisecond
 // holds more than 65,536 segments, the others get the next free keys.
 //
-// Shapes   the files' indexes stay the arrays they are and are merged while they are walked: nothing is kept per
-//          segment. Only if a millisecond might overflow, every key is written out, in 16 bytes a segment.
-// Owner    refers to the indexes, which it may sort by time; they must stay until clear().
+// Shapes   the files' indexes stay where they are, in memory or on disk, and are merged while they are walked: nothing
+//          is kept per segment. Only if a millisecond might overflow, every key is written out, in 16 bytes a segment.
+// Owner    refers to the indexes; those in memory it may sort by time. They must stay until clear().
 // Threads  none; built by one thread, then read by any.
 #ifndef KESTOVA_STORAGE_PLAYBACK_TIMELINE_H
 #define KESTOVA_STORAGE_PLAYBACK_TIMELINE_H
@@ -14,20 +14,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <span>
 #include <vector>
 
-#include "KestovaStorage/datafileformat.h"
+#include "KestovaStorage/internal/playback/timelinefile.h"
 
 namespace storage
 {
-struct tTimelineFile
-{
-    std::span<tIndexSlot> index;
-    bool sorted = true;          // by time
-    std::size_t longestRun = 0;  // of neighbours with equal times
-};
-
 struct tTimelineSegment
 {
     std::uint64_t key;
@@ -39,9 +31,11 @@ class tTimeline
 {
 public:
     using tCancelled = std::function<bool()>;
+    using tReadBlock = tTimelineRecords::tReadBlock;
 
-    // Replaces the timeline. Stops early, with an unusable one, once `cancelled` returns true.
-    void build(std::vector<tTimelineFile> files, const tCancelled& cancelled);
+    // Replaces the timeline. Stops early, with an unusable one, once `cancelled` returns true. `readBlock` is called
+    // now and by every walk, for files whose index is not in memory.
+    void build(std::vector<tTimelineFile> files, const tCancelled& cancelled, tReadBlock readBlock = nullptr);
     void clear();
 
     std::size_t size() const { return m_size; }
@@ -54,6 +48,8 @@ public:
     public:
         tCursor(const tTimeline& timeline, std::uint64_t startKey);
         bool next(tTimelineSegment& segment);  // false at the end
+        // Returns the index record of the segment that next() has given.
+        const tIndexSlot& record() const { return m_record; }
 
     private:
         struct tHead  // the next record of one file
@@ -70,6 +66,8 @@ public:
         bool nextMerged(tTimelineSegment& segment);
 
         const tTimeline* m_timeline;
+        tTimelineRecords m_records;
+        tIndexSlot m_record{};
         std::size_t m_place = 0;       // in the written-out keys
         std::vector<tHead> m_heads;    // a heap, the earliest on top
         std::uint64_t m_time = 0;      // of the segment before
@@ -77,12 +75,13 @@ public:
     };
 
 private:
-    bool mayOverflow();
+    bool mayOverflow() const;
     void sortFiles();
     void writeKeysOut(const tCancelled& cancelled);
     void measure();
 
     std::vector<tTimelineFile> m_files;
+    tReadBlock m_readBlock;
     std::vector<tTimelineSegment> m_keys;  // written out, in play order; else empty
     bool m_keysWritten = false;
     std::size_t m_size = 0;

@@ -1,0 +1,218 @@
+#include "KestovaRecordings/recordcursor.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "KestovaStorage/datafile.h"
+#include "KestovaStorage/datafileconverter.h"
+#include "KestovaStorage/datastorageio.h"
+
+namespace recordings
+{
+namespace
+{
+// Returns the numbers of a file's records in order of time; none if they are in that order already.
+std::vector<std::uint32_t> timeOrder(const storage::tDataFile& file)
+{
+    std::vector<std::uint32_t> order(file.recordCount());
+    std::iota(order.begin(), order.end(), 0u);
+    const auto earlier = [&](std::uint32_t a, std::uint32_t b) {
+        return file.record(a).timeMs < file.record(b).timeMs;
+    };
+    if (std::is_sorted(order.begin(), order.end(), earlier))
+        return {};
+    std::stable_sort(order.begin(), order.end(), earlier);
+    return order;
+}
+
+std::uint64_t firstTime(const storage::tDataFile& file)
+{
+    std::uint64_t first = file.record(0).timeMs;
+    for (std::size_t i = 1; i < file.recordCount(); ++i)
+        first = std::min(first, file.record(i).timeMs);
+    return first;
+}
+
+// A file to be opened when the time of its first record has come.
+struct tWaitingFile
+{
+    std::uint64_t firstMs;
+    std::size_t number;  // among all files
+    std::string path;
+};
+
+class tOpenFile
+{
+public:
+    explicit tOpenFile(std::size_t number) : m_number(number) {}
+    bool open(const std::string& path, std::string& error)
+    {
+        if (!m_file.open(path, &error))
+            return false;
+        m_order = timeOrder(m_file);
+        return true;
+    }
+    std::size_t damaged() const { return m_file.damagedCount(); }
+    bool atEnd() const { return m_next == m_file.recordCount(); }
+    std::uint64_t timeMs() const { return m_file.record(place()).timeMs; }
+    bool read(std::string& bytes) { return m_file.read(place(), bytes); }
+    void advance() { ++m_next; }
+    bool comesAfter(const tOpenFile& other) const
+    {
+        return timeMs() != other.timeMs() ? timeMs() > other.timeMs() : m_number > other.m_number;
+    }
+
+private:
+    std::size_t place() const { return m_order.empty() ? m_next : m_order[m_next]; }
+
+    storage::tDataFile m_file;
+    std::vector<std::uint32_t> m_order;
+    std::size_t m_next = 0;
+    const std::size_t m_number;
+};
+}  // namespace
+
+class tRecordCursor::tPrivate
+{
+public:
+    tPrivate(const std::vector<std::string>& files, std::string suffix) : m_suffix(std::move(suffix))
+    {
+        for (const std::string& path : files)
+            addFile(path);
+        std::stable_sort(m_waiting.begin(), m_waiting.end(),
+                         [](const tWaitingFile& a, const tWaitingFile& b) { return a.firstMs > b.firstMs; });
+    }
+
+    bool next(tRecordingRecord& record)
+    {
+        for (;;)
+        {
+            openDue();
+            if (m_open.empty())
+                return false;
+            if (take(record))
+                return true;
+        }
+    }
+
+    std::vector<tLeftOut> m_leftOut;
+    std::size_t m_files = 0;
+    std::uint64_t m_records = 0, m_passed = 0, m_damaged = 0;
+
+private:
+    std::string presentName(const std::string& path) const
+    {
+        const std::string compressed = storage::tDataFileConverter::CompressedName(path, m_suffix);
+        const bool isCompressed =
+            !storage::tDataStorageIO::IsExistPath(path) && storage::tDataStorageIO::IsExistPath(compressed);
+        return isCompressed ? compressed : path;
+    }
+
+    void addFile(const std::string& given)
+    {
+        const std::string path = presentName(given);
+        storage::tDataFile file;
+        std::string error;
+        if (!file.open(path, &error))
+            return m_leftOut.push_back(recordings::leftOut(path, error, false));
+        if (file.recordCount() == 0)
+        {
+            ++m_files;
+            m_damaged += file.damagedCount();
+            return;
+        }
+        if (!isReadable(file))
+            return m_leftOut.push_back({path, "none of its records can be read", false});
+        m_records += file.recordCount();
+        m_waiting.push_back({firstTime(file), m_files++, path});
+    }
+
+    // Opens the files that begin before the next record of those that are open.
+    void openDue()
+    {
+        while (!m_waiting.empty() && (m_open.empty() || m_waiting.back().firstMs <= m_open.front()->timeMs()))
+        {
+            const tWaitingFile due = std::move(m_waiting.back());
+            m_waiting.pop_back();
+            auto file = std::make_unique<tOpenFile>(due.number);
+            std::string error;
+            if (!file->open(presentName(due.path), error))
+            {
+                m_leftOut.push_back(recordings::leftOut(due.path, error, false));  // removed meanwhile
+                continue;
+            }
+            m_damaged += file->damaged();
+            push(std::move(file));
+        }
+    }
+
+    bool take(tRecordingRecord& record)
+    {
+        std::pop_heap(m_open.begin(), m_open.end(), laterFirst);
+        std::unique_ptr<tOpenFile> file = std::move(m_open.back());
+        m_open.pop_back();
+        ++m_passed;
+        const bool isRead = file->read(m_bytes);
+        record = {file->timeMs(), m_bytes};
+        if (!isRead)
+            ++m_damaged;
+        file->advance();
+        push(std::move(file));
+        return isRead;
+    }
+
+    void push(std::unique_ptr<tOpenFile> file)
+    {
+        if (file->atEnd())
+            return;
+        m_open.push_back(std::move(file));
+        std::push_heap(m_open.begin(), m_open.end(), laterFirst);
+    }
+
+    static bool laterFirst(const std::unique_ptr<tOpenFile>& a, const std::unique_ptr<tOpenFile>& b)
+    {
+        return a->comesAfter(*b);
+    }
+
+    const std::string m_suffix;
+    std::vector<tWaitingFile> m_waiting;             // the earliest last
+    std::vector<std::unique_ptr<tOpenFile>> m_open;  // a heap, the file of the earliest record first
+    std::string m_bytes;
+};
+
+tRecordCursor::tRecordCursor(const std::vector<std::string>& files, const std::string& suffix)
+    : d(std::make_unique<tPrivate>(files, suffix))
+{}
+
+tRecordCursor::~tRecordCursor() = default;
+
+bool tRecordCursor::next(tRecordingRecord& record)
+{
+    return d->next(record);
+}
+
+std::size_t tRecordCursor::files() const
+{
+    return d->m_files;
+}
+
+const std::vector<tLeftOut>& tRecordCursor::leftOut() const
+{
+    return d->m_leftOut;
+}
+
+std::uint64_t tRecordCursor::records() const
+{
+    return d->m_records;
+}
+
+std::uint64_t tRecordCursor::passed() const
+{
+    return d->m_passed;
+}
+
+std::uint64_t tRecordCursor::damaged() const
+{
+    return d->m_damaged;
+}
+}  // namespace recordings
