@@ -56,6 +56,18 @@ TEST_F(tToolConvertTest, compressesAFolderAndExpandsItAgain)
     EXPECT_TRUE(isTidy());
 }
 
+TEST_F(tToolConvertTest, namesWhatItLeavesOutOfAFileThatAFullDiskCut)
+{
+    make("c.data", 1);
+    putBytes(dir.file("c.data"), std::filesystem::file_size(dir.file("c.data")), "xyz");
+    const tJson cut{{{"path", dir.file("c.data")}, {"records", 0}, {"bytes", 3}}};
+    EXPECT_EQ(result({"compress", dir.string()}).at("left_out"), cut);
+    make("d.data", 1);
+    std::filesystem::resize_file(dir.file("d.data"), std::filesystem::file_size(dir.file("d.data")) - 1);
+    EXPECT_NE(said({"compress", dir.string()}).find("left out, cut by a full disk: 1 records, 499999 bytes"),
+              std::string::npos);
+}
+
 TEST_F(tToolConvertTest, endsAtCtrlCWithTheOriginal)
 {
     const tSegments segments = make("c.data", 60);
