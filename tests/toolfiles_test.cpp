@@ -158,7 +158,7 @@ TEST_F(tToolCountTest, countsTheSameWhetherItReadsWholeRecordsOrNot)
     segments.push_back(makePackage(5, std::string(5'000, 'p'), eReadType, 4'999));
     fileOf(segments, 1, "r.data");
     const auto counted = [&](bool withDigest) {
-        return recordings::countRecordings(dir.file("r.data"), {.withDigest = withDigest},
+        return recordings::countRecordings({dir.file("r.data")}, {.withDigest = withDigest},
                                            [](const auto&) { return true; });
     };
     const auto whole = counted(true), ends = counted(false);
