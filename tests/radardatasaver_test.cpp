@@ -147,6 +147,7 @@ TEST_F(tRadarDataSaverTest, reportsThatItHasNoFileAndCountsWhatIsLost)
 TEST_F(tRadarDataSaverTest, endsByDisconnectingByAnUnknownRadarAndWhenItIsDestroyed)
 {
     CaptureStdout();
+    changeAddress("127.0.0.1");  // begins what stays open with the process
     const auto descriptors = openDescriptors();
     for (const std::string way : {"disconnect", "unknown radar", "destroy"})
         for (const bool recording : {false, true})
