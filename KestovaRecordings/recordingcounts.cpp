@@ -1,6 +1,7 @@
 #include "KestovaRecordings/recordingcounts.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <filesystem>
 #include <optional>
@@ -8,7 +9,6 @@
 #include <utility>
 
 #include "KestovaRecordings/failure.h"
-#include "KestovaRecordings/packagecontents.h"
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/packageview.h"
@@ -18,24 +18,73 @@ namespace recordings
 namespace
 {
 constexpr std::size_t cProgressRecords = 1024;
+constexpr std::size_t cLongSegment = 4096;  // tDataFile::readPart() is faster from here on
 
-// A record's stream and message, without the message's bytes unless they are wanted.
+// A record's stream and message, without the message's bytes unless they were read.
 struct tMessage
 {
-    tStreamKey stream;
     std::size_t size;
+    bool package = false;
+    tReadWriteType kind = eOtherType;
+    std::uint16_t port = 0;
+    std::uint32_t ip = 0;
     std::string_view bytes{};
+
+    bool sameStream(const tMessage& other) const
+    {
+        return package == other.package && kind == other.kind && port == other.port && ip == other.ip;
+    }
+    tStreamKey stream() const { return package ? tStreamKey::of(kind, ip, port) : tStreamKey::raw(); }
 };
 
-// Returns the head of the package that a segment of `len` bytes is, if these are its beginning and its end.
-const tRadarMsgPackage* asPackageEnds(const char* head, const char* end, std::size_t len)
+tMessage messageOf(const tRadarMsgPackage& package)
+{
+    return {package.msgLen, true, package.msgInfo.rwType, package.udpPort, package.udpAddr};
+}
+
+tMessage messageIn(const char* segment, std::size_t len)
+{
+    const tRadarMsgPackage* const package = asWholePackage(segment, len);
+    if (package == nullptr)
+        return {.size = len, .bytes = {segment, len}};
+    tMessage message = messageOf(*package);
+    message.bytes = {segment + cPackageHeadSize, message.size};
+    return message;
+}
+
+// Of a segment of `len` bytes, with its beginning and its end.
+tMessage messageBetween(const char* head, const char* end, std::size_t len)
 {
     const auto* const package = reinterpret_cast<const tRadarMsgPackage*>(head);
-    return len == packageSize(package->msgLen) && std::memcmp(head, cPackageHeadMark, cPackageMarkSize) == 0 &&
-                   std::memcmp(end, cPackageEndMark, cPackageMarkSize) == 0
-               ? package
-               : nullptr;
+    const bool whole = len == packageSize(package->msgLen) &&
+                       std::memcmp(head, cPackageHeadMark, cPackageMarkSize) == 0 &&
+                       std::memcmp(end, cPackageEndMark, cPackageMarkSize) == 0;
+    return whole ? messageOf(*package) : tMessage{.size = len};
 }
+
+// The histories of the streams of the present file, found by the stream of a message.
+class tStreamsAtHand
+{
+public:
+    struct tHistories
+    {
+        tMessage stream{};
+        tStreamHistory* ofFile = nullptr;
+        tStreamHistory* ofTotal = nullptr;
+    };
+    void clear() { m_streams = {}; }
+    tHistories& of(const tMessage& message, tStreamHistories& file, tStreamHistories& total)
+    {
+        tHistories& found = m_streams[(message.kind ^ message.port ^ message.ip >> 24) % cPlaces];
+        if (found.ofFile == nullptr || !found.stream.sameStream(message))
+            found = {message, &file[message.stream()], &total[message.stream()]};
+        return found;
+    }
+
+private:
+    static constexpr std::size_t cPlaces = 16;
+    std::array<tHistories, cPlaces> m_streams;
+};
 
 class tCounter
 {
@@ -51,8 +100,7 @@ private:
     void countPath(const std::string& path, bool asked);
     std::optional<tFileCounts> countFile(const std::string& path, std::string& error);
     void countRecord(storage::tDataFile& file, std::size_t i, tFileCounts& counts);
-    std::optional<tMessage> messageOf(storage::tDataFile& file, std::size_t i, std::size_t len) const;
-    std::optional<tMessage> wholeMessageOf(storage::tDataFile& file, std::size_t i) const;
+    std::optional<tMessage> read(storage::tDataFile& file, std::size_t i, std::size_t len) const;
     void add(const tMessage& message, std::uint64_t timeMs, tFileCounts& counts);
     void add(tFileCounts counts);
     bool goesOn(std::size_t i, std::size_t records);
@@ -63,12 +111,7 @@ private:
     std::size_t m_file = 0, m_files = 0;
     std::string m_folder;  // of the present file
     tActivity m_activity;
-    struct
-    {
-        tStreamKey key;
-        tStreamHistory* ofFile = nullptr;
-        tStreamHistory* ofTotal = nullptr;
-    } m_stream;  // of the message before, in the present file; most messages are of the same one
+    tStreamsAtHand m_streams;
     tRecordingCounts m_result;
 };
 
@@ -124,7 +167,7 @@ std::optional<tFileCounts> tCounter::countFile(const std::string& path, std::str
     counts.records = file.recordCount();
     counts.bytes = file.payloadBytes();
     counts.damaged = file.damagedCount();
-    m_stream.ofFile = nullptr;
+    m_streams.clear();
     counts.readable = counts.records == 0 || isReadable(file) || !file.isCompressed();
     for (std::size_t i = 0; i < file.recordCount() && goesOn(i, file.recordCount()); ++i)
         countRecord(file, i, counts);
@@ -146,45 +189,30 @@ void tCounter::countRecord(storage::tDataFile& file, std::size_t i, tFileCounts&
     m_activity.add(record.timeMs);
     if (!counts.readable)
         return;
-    const bool endsAreEnough = !m_options.withDigest && !file.isCompressed();
-    const auto message = endsAreEnough ? messageOf(file, i, record.len) : wholeMessageOf(file, i);
-    if (message)
+    if (const auto message = read(file, i, record.len))
         add(*message, record.timeMs, counts);
     else
         ++counts.damaged;
 }
 
-// Reads no more of a segment than head and end of its package.
-std::optional<tMessage> tCounter::messageOf(storage::tDataFile& file, std::size_t i, std::size_t len) const
+// Reads no more of a long segment than head and end of its package, unless a digest is wanted.
+std::optional<tMessage> tCounter::read(storage::tDataFile& file, std::size_t i, std::size_t len) const
 {
+    if (len < cLongSegment || m_options.withDigest || file.isCompressed())
+    {
+        const char* const segment = file.view(i, len);
+        return segment != nullptr ? std::optional(messageIn(segment, len)) : std::nullopt;
+    }
     char head[cPackageHeadSize], end[cPackageMarkSize];
-    if (len < cPackageOverhead)
-        return wholeMessageOf(file, i);
     if (!file.readPart(i, 0, sizeof head, head) || !file.readPart(i, len - sizeof end, sizeof end, end))
         return std::nullopt;
-    if (const tRadarMsgPackage* const package = asPackageEnds(head, end, len))
-        return tMessage{tStreamKey::of(package->msgInfo.rwType, package->udpAddr, package->udpPort), package->msgLen};
-    return tMessage{tStreamKey::raw(), len};
-}
-
-std::optional<tMessage> tCounter::wholeMessageOf(storage::tDataFile& file, std::size_t i) const
-{
-    std::size_t len = 0;
-    const char* const bytes = file.view(i, len);
-    if (bytes == nullptr)
-        return std::nullopt;
-    const std::string_view segment(bytes, len);
-    if (const auto package = viewPackage(segment))
-        return tMessage{tStreamKey::of(package->info.rwType, package->ip, package->port), package->payload.size(),
-                        package->payload};
-    return tMessage{tStreamKey::raw(), len, segment};
+    return messageBetween(head, end, len);
 }
 
 void tCounter::add(const tMessage& message, std::uint64_t timeMs, tFileCounts& counts)
 {
-    if (m_stream.ofFile == nullptr || !(m_stream.key == message.stream))
-        m_stream = {message.stream, &counts.streams[message.stream], &m_result.total.streams[message.stream]};
-    for (tStreamHistory* const stream : {m_stream.ofFile, m_stream.ofTotal})
+    const auto& [same, ofFile, ofTotal] = m_streams.of(message, counts.streams, m_result.total.streams);
+    for (tStreamHistory* const stream : {ofFile, ofTotal})
     {
         if (m_options.withDigest)
             stream->add(timeMs, message.bytes, m_options.gapMs, true);

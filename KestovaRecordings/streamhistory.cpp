@@ -1,13 +1,25 @@
 #include "KestovaRecordings/streamhistory.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
+
+#include "KestovaRecordings/activity.h"
 
 namespace recordings
 {
 namespace
 {
 constexpr std::size_t cGapsKept = 16;
+
+// Returns the interval, one of those in order of time, in which the silence lies.
+std::optional<tGap> around(const tGap& silence, const std::vector<tGap>& intervals)
+{
+    const auto behind = std::ranges::upper_bound(intervals, silence.fromMs, {}, &tGap::fromMs);
+    if (behind == intervals.begin() || std::prev(behind)->toMs < silence.toMs)
+        return std::nullopt;
+    return *std::prev(behind);
+}
 
 bool longer(const tGap& a, const tGap& b)
 {
@@ -28,22 +40,11 @@ public:
         gaps.pop_back();
     }
 
-    // Returns the interval between two messages in which the silence lies.
-    std::optional<tGap> around(const tGap& silence) const
-    {
-        const auto behind = longIntervals.upper_bound(silence.fromMs);
-        if (behind == longIntervals.begin() || std::prev(behind)->second < silence.toMs)
-            return std::nullopt;
-        return tGap{std::prev(behind)->first, std::prev(behind)->second};
-    }
-
     std::uint64_t messages = 0, bytes = 0;
     std::uint64_t firstMs = 0, lastMs = 0, previousMs = 0;
     tDigest digest;
     std::vector<tGap> gaps;  // a heap, the shortest on top
-    // The intervals that can hold a silence of everything, from one message to the next.
-    std::map<std::uint64_t, std::uint64_t> longIntervals;
-    std::uint64_t lastTimeMs = 0;  // as previousMs, without interruptions
+    tActivity activity;      // its silences are the intervals that can hold a silence of everything
 };
 
 tStreamHistory::tStreamHistory() : d(std::make_unique<tPrivate>()) {}
@@ -65,9 +66,8 @@ void tStreamHistory::count(std::uint64_t timeMs, std::uint64_t bytes, std::uint6
     d->lastMs = std::max(d->lastMs, timeMs);
     if (d->previousMs != 0 && timeMs > d->previousMs && timeMs - d->previousMs >= gapMs)
         d->keep({d->previousMs, timeMs});
-    if (d->lastTimeMs != 0 && timeMs > d->lastTimeMs + cSilenceMs)
-        d->longIntervals[d->lastTimeMs] = timeMs;
-    d->previousMs = d->lastTimeMs = timeMs;
+    d->activity.add(timeMs);
+    d->previousMs = timeMs;
     ++d->messages;
     d->bytes += bytes;
 }
@@ -107,10 +107,11 @@ double tStreamHistory::messagesPerSecond(const std::vector<tGap>& without) const
     if (d->messages < 2)
         return 0.0;
     std::uint64_t span = d->lastMs - d->firstMs;
+    const std::vector<tGap> longIntervals = d->activity.silences();
     std::vector<std::uint64_t> rests;  // of the intervals around silences
     for (const tGap& silence : without)
     {
-        const auto interval = d->around(silence);
+        const auto interval = around(silence, longIntervals);
         if (!interval)
             continue;
         span -= silence.length();

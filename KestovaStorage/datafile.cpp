@@ -45,9 +45,11 @@ bool tDataFile::open(const std::string& path, std::string* error)
     d->m_reader = tDataFileReader::open(path, &failure);
     if (!failure && error != nullptr)
         *error = std::move(failure).of(path).text();
-    for (std::size_t i = 0; i < recordCount(); ++i)
-        d->m_payloadBytes += record(i).len;
-    return d->m_reader != nullptr;
+    if (!d->m_reader)
+        return false;
+    for (std::size_t i = 0; i < d->m_reader->count(); ++i)
+        d->m_payloadBytes += static_cast<std::uint32_t>(d->m_reader->record(i).bytes());
+    return true;
 }
 
 const std::string& tDataFile::path() const

@@ -11,41 +11,45 @@ namespace
 {
 using tWork = tStatus (tFileConverter::*)(const std::string& suffix);
 
-tStatus converted(const std::string& path, const std::string& suffix, iConversionObserver* observer,
-                  std::string* result, tWork work)
+bool convert(const std::string& path, const std::string& suffix, iConversionObserver* observer, std::string* result,
+             tLeftOut* leftOut, std::string* error, tWork work)
 try
 {
     tFileConverter converter(path, observer);
-    tStatus status = (converter.*work)(suffix);
+    const tStatus status = (converter.*work)(suffix).of(converter.path());
     if (status && result != nullptr)
         *result = converter.result();
-    return std::move(status).of(converter.path());
-}
-catch (const std::bad_alloc&)
-{
-    return {tStatus::eCode::eNoMemory, path + ": not enough memory"};
-}
-
-bool convert(const std::string& path, const std::string& suffix, iConversionObserver* observer, std::string* result,
-             std::string* error, tWork work)
-{
-    const tStatus status = converted(path, suffix, observer, result, work);
+    if (status && leftOut != nullptr)
+        *leftOut = converter.leftOut();
     if (!status && error != nullptr)
         *error = status.text();
     return status.ok();
+}
+catch (const std::bad_alloc&)
+{
+    if (error != nullptr)
+        *error = path + ": not enough memory";
+    return false;
 }
 }  // namespace
 
 bool tDataFileConverter::Compress(const std::string& path, const std::string& specifySuffix,
                                   iConversionObserver* observer, std::string* result, std::string* error)
 {
-    return convert(path, specifySuffix, observer, result, error, &tFileConverter::compress);
+    return convert(path, specifySuffix, observer, result, nullptr, error, &tFileConverter::compress);
+}
+
+bool tDataFileConverter::CompressWhole(const std::string& path, const std::string& specifySuffix,
+                                       iConversionObserver* observer, std::string* result, tLeftOut* leftOut,
+                                       std::string* error)
+{
+    return convert(path, specifySuffix, observer, result, leftOut, error, &tFileConverter::compressWhole);
 }
 
 bool tDataFileConverter::Expand(const std::string& path, const std::string& specifySuffix,
                                 iConversionObserver* observer, std::string* result, std::string* error)
 {
-    return convert(path, specifySuffix, observer, result, error, &tFileConverter::expand);
+    return convert(path, specifySuffix, observer, result, nullptr, error, &tFileConverter::expand);
 }
 
 std::string tDataFileConverter::CompressedName(const std::string& path, const std::string& specifySuffix)

@@ -23,6 +23,11 @@ public:
     // `result` is set to the new path. `observer`, `result` and `error` may be null.
     static bool Compress(const std::string& path, const std::string& specifySuffix, iConversionObserver* observer,
                          std::string* result, std::string* error);
+    // Compresses as Compress does, and also the whole records of a file that a full disk cut: its last records reach
+    // beyond its end, or bytes behind them belong to none. `leftOut`, which may be null, is set to what the result
+    // does not have; zeros for a whole file.
+    static bool CompressWhole(const std::string& path, const std::string& specifySuffix, iConversionObserver* observer,
+                              std::string* result, tLeftOut* leftOut, std::string* error);
     // Expands a compressed file; NAME.data takes the place of NAME.tar.data. As Compress otherwise; fails for a file
     // that does not decode to as many bytes as its head has counted.
     static bool Expand(const std::string& path, const std::string& specifySuffix, iConversionObserver* observer,

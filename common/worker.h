@@ -58,6 +58,28 @@ public:
     // The lock under which the owner reads and changes what the body waits for.
     tLock lock() const { return tLock(m_mutex); }
 
+    // The same if every owner holds it for less time than falling asleep takes. Tries for some microseconds, ever more
+    // rarely: the owner then takes it several times in a row, which is faster for both than taking turns.
+    tLock lockBriefly() const
+    {
+        constexpr int cMostPauses = 128, cYields = 4;
+        tLock held(m_mutex, std::try_to_lock);
+        for (int pauses = 16; !held && pauses <= cMostPauses; pauses *= 2)
+        {
+            for (int i = 0; i < pauses; ++i)
+                pause();
+            (void)held.try_lock();
+        }
+        for (int i = 0; !held && i < cYields; ++i)  // the owner may have been suspended
+        {
+            std::this_thread::yield();
+            (void)held.try_lock();
+        }
+        if (!held)
+            held.lock();
+        return held;
+    }
+
     // Changes what the body waits for, under the lock, and wakes every waiter.
     template <typename tChange>
     void wake(tChange change)
@@ -95,6 +117,12 @@ public:
     }
 
 private:
+    static void pause()
+    {
+#if defined(__x86_64__)
+        __builtin_ia32_pause();
+#endif
+    }
     void startThread(std::function<void()> body)
     try
     {

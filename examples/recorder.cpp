@@ -22,7 +22,8 @@ const std::vector<eReadWriteType> cKinds = {eImageStream, eImageState, eArpaStre
 
 std::vector<Kestova::tGroupCounters> groupsOf(const Kestova::tRadarDataSaver& saver)
 {
-    std::vector<Kestova::tGroupCounters> groups(eTotalReadWriteTypes + std::size(cServiceGroups));
+    const std::size_t most = eTotalReadWriteTypes + sizeof cServiceGroups / sizeof cServiceGroups[0];
+    std::vector<Kestova::tGroupCounters> groups(most);
     groups.resize(static_cast<std::size_t>(saver.GetGroupCounters(groups.data(), static_cast<int>(groups.size()))));
     return groups;
 }

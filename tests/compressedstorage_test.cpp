@@ -272,6 +272,24 @@ TEST_F(tCompressedStorageTest, convertsThereAndBackByteForByte)
     EXPECT_EQ(entriesIn(dir.string()), 1);
 }
 
+TEST_F(tCompressedStorageTest, convertsRecordsThatDoNotFollowEachOther)
+{
+    const tSegments segments = unevenSegments(300);
+    const std::string path = plainFile(segments), index = contentsOf(path).substr(2048, 300 * 21);
+    tSegments turned = segments;
+    std::string turnedIndex;
+    for (std::size_t i = 0; i < 300; ++i)
+    {
+        const std::size_t other = i % 7 == 0 ? i + 1 : i % 7 == 1 ? i - 1 : i;
+        turnedIndex += index.substr(other * 21, 21);
+        turned[i] = segments[other];
+    }
+    putBytes(path, 2048, turnedIndex);
+    ASSERT_EQ(segmentsOf(path), turned);
+    ASSERT_TRUE(compress(path)) << error;
+    EXPECT_EQ(segmentsOf(result), turned);
+}
+
 TEST_F(tCompressedStorageTest, refusesToConvertAndSaysWhy)
 {
     const tSegments segments = unevenSegments(10);
@@ -295,6 +313,43 @@ TEST_F(tCompressedStorageTest, refusesToConvertAndSaysWhy)
         EXPECT_FALSE(fs::exists(path + ".part"));
     }
     EXPECT_FALSE(tDataFileConverter::Expand(longer, ".data", nullptr, nullptr, nullptr));
+}
+
+TEST_F(tCompressedStorageTest, compressesTheWholeRecordsOfAFileThatAFullDiskCut)
+{
+    const tSegments segments = unevenSegments(10);
+    const std::size_t lastTwo = segments[8].bytes.size() + segments[9].bytes.size();
+    const auto whole = [&](int change, std::size_t kept, std::uint64_t records, std::uint64_t bytes) {
+        const std::string path = plainFile(segments, std::to_string(change) + ".data");
+        fs::resize_file(path, static_cast<std::uint64_t>(static_cast<std::int64_t>(fs::file_size(path)) + change));
+        storage::tLeftOut leftOut{9, 9};
+        ASSERT_TRUE(tDataFileConverter::CompressWhole(path, ".data", nullptr, &result, &leftOut, &error)) << error;
+        EXPECT_EQ(segmentsOf(result), tSegments(segments.begin(), segments.begin() + static_cast<long>(kept)));
+        EXPECT_EQ(leftOut.records, records);
+        EXPECT_EQ(leftOut.bytes, bytes);
+    };
+    whole(0, 10, 0, 0);
+    whole(700, 10, 0, 700);
+    whole(1 - static_cast<int>(lastTwo), 8, 2, 1);
+}
+
+// What is lost there is not the end of a file.
+TEST_F(tCompressedStorageTest, refusesToLeaveOutWhatNoFullDiskCut)
+{
+    const std::string slot(storage::cIndexSlotSize, '\0');
+    const std::pair<std::uint64_t, std::string> damages[] = {{storage::cIndexHeadPos, indexHead(9)},
+                                                             {storage::cIndexPos + 9 * 21, slot},
+                                                             {storage::cIndexPos + 4 * 21, slot},
+                                                             {storage::cIndexPos + 9 * 21 + 6, "\x1"},
+                                                             {storage::cIndexPos + 4 * 21 + 15, "\x1"}};
+    for (const auto& [place, bytes] : damages)
+    {
+        SCOPED_TRACE(place);
+        const std::string path = plainFile(unevenSegments(10), std::to_string(place) + ".data");
+        putBytes(path, place, bytes);
+        EXPECT_FALSE(tDataFileConverter::CompressWhole(path, ".data", nullptr, &result, nullptr, &error));
+        EXPECT_TRUE(fs::exists(path));
+    }
 }
 
 TEST_F(tCompressedStorageTest, endsAtEveryStepWithoutATraceAndLetsOnlyOneConvert)

@@ -56,6 +56,33 @@ protected:
 };
 }  // namespace
 
+TEST(tBatchQueueTest, knowsWhatIsFilledAndKeepsFourBlocksInAPage)
+{
+    tBatchQueue queue;
+    queue.reserve(1);
+    tSegmentBlocks taken;
+    std::set<std::uintptr_t> pages;
+    std::vector<tSegmentBlock::tPlace> places;
+    for (int i = 0; i < 4; ++i)
+    {
+        places.push_back(queue.push(400'000, 7));
+        places.push_back(queue.push(100'000, 8));
+        std::memset(places.back().bytes, 1, 100'000);
+        places.back().filled();
+    }
+    for (const auto& place : places)
+        pages.insert(reinterpret_cast<std::uintptr_t>(place.bytes) / tHugePage::cSize);
+    EXPECT_EQ(pages.size(), 1U);
+    queue.take(taken);
+    ASSERT_EQ(taken.size(), 4U);
+    EXPECT_FALSE(taken[3]->isFilled(0));
+    EXPECT_TRUE(taken[3]->isFilled(1));
+    places[6].filled();
+    EXPECT_TRUE(taken[3]->isFilled(0));
+    EXPECT_EQ(taken[3]->entry(0).len, 400'000U);
+    EXPECT_EQ(taken[3]->entry(0).tag, 7U);
+}
+
 TEST_F(tDataFileWriterTest, putsEveryByteAtItsPlace)
 {
     append({{0x0102030405, "first"}, {0, "second!"}});

@@ -11,11 +11,13 @@
 #include "KestovaStorage/internal/codec/lanedecoder.h"
 #include "tests/support/huffmaninputs.h"
 #include "tests/support/plainhuffman.h"
+#include "tests/support/segments.h"
 
 namespace
 {
 using namespace huffman;
 using tBytes = std::vector<unsigned char>;  // of exactly the size that may be touched
+constexpr eInstructions cInstructions[] = {eInstructions::ePortable, eInstructions::eScalar, eInstructions::eBest};
 
 tHuffmanCodeMap codesOf(const tAlphaFreqMap& freqs)
 {
@@ -73,7 +75,7 @@ TEST(tHuffmanRoomsTest, agreeOnEveryProcessorAndForEveryAmount)
         const std::string bytes = i == 200 ? longest : "ab" + inputs.next(i % 20 == 0 ? 200'000 : 4000);
         const std::string stored = plain::pack(plain::encode(bytes, plain::codesOf(plain::freqsOf(bytes))));
         const std::uint64_t amount = i % 3 == 0 ? UINT64_MAX : inputs.below(100'000);  // decides the table's width
-        for (const eInstructions instructions : {eInstructions::ePortable, eInstructions::eBest})
+        for (const eInstructions instructions : cInstructions)
         {
             std::uint64_t bits = 0;
             for (const std::uint64_t worth : {1U, 1'000'000U})  // single bytes or vectors; pairs
@@ -88,6 +90,37 @@ TEST(tHuffmanRoomsTest, agreeOnEveryProcessorAndForEveryAmount)
             ASSERT_TRUE(decoded(tSymbolDecoder(table, instructions), in, bits, room) == bytes);
             tLaneDecoder lanes(table, instructions);
             ASSERT_TRUE(decoded(lanes, in, bits, room + lanes.roomFor(bits)) == bytes);
+        }
+    }
+}
+
+TEST(tHuffmanRoomsTest, agreeForRecordsOfEveryLength)
+{
+    const std::string rare = tHuffmanInputs::fibonacci(24);  // some codes are too long for vectors
+    for (const std::string& bytes :
+         {rare.substr(0, 20'000) + std::string(50'000, rare.back()), noise().substr(0, 40'000)})
+    {
+        const tFreqTable freqs = freqsOf(bytes);
+        tCodeTable codes;
+        codes.set(tCodeTree(freqs));
+        const std::string stored = plain::pack(plain::encode(bytes, plain::codesOf(plain::freqsOf(bytes))));
+        for (const eInstructions instructions : cInstructions)
+        {
+            tCodeEmitter emitter(instructions);
+            emitter.set(codes, freqs.counts);
+            std::string out;
+            tPartialUnit partial;
+            for (std::size_t at = 0, len = 0; at < bytes.size(); at += len, ++len)
+            {
+                len = std::min(len % 300, bytes.size() - at);
+                const tBytes record(bytes.begin() + static_cast<long>(at), bytes.begin() + static_cast<long>(at + len));
+                tBytes room(emitter.room(len));
+                const unsigned before = partial.count;
+                const std::uint64_t bits = emitter.emit(record.data(), len, partial, room.data());
+                out.append(reinterpret_cast<const char*>(room.data()), (before + bits) / 64 * 8);
+            }
+            out.append(reinterpret_cast<const char*>(&partial.bits), (partial.count + 7) / 8);
+            ASSERT_TRUE(out == stored);
         }
     }
 }

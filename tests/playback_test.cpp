@@ -321,7 +321,7 @@ TEST(tOpenedFilesTest, opensAFileUnderItsNewNameIfItIsCompressedMeanwhile)
     for (const char* name : {"a.data", "b.data", "c.data"})
         recordByHand(dir.file(name), {{1000, name}});
     tOpenedFiles files;
-    files.open(dir.string(), ".data", [&] {
+    files.open({dir.string()}, ".data", [&] {
         std::filesystem::remove(dir.file("c.data"));
         if (std::filesystem::exists(dir.file("b.data")))
             std::filesystem::rename(dir.file("b.data"), dir.file("b.tar.data"));

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "support/addresslistener.h"
+#include "support/kernelstamps.h"
 #include "support/processentries.h"
 #include "support/saverfixture.h"
 
@@ -49,18 +50,23 @@ TEST_F(tRadarDataSaverTest, recordsEverythingReceivedBeforeItDisconnectsInOrder)
 TEST_F(tRadarDataSaverTest, receivesItsGroupsOnOneThreadIfItIsToAndRecordsThemInOrder)
 {
     std::set<std::thread::id> threads;
-    tObserver observer([&](auto&&...) { threads.insert(std::this_thread::get_id()); });
+    std::atomic<bool> go{false};
+    tObserver observer([&](auto&&...) {
+        EXPECT_TRUE(waitUntil([&] { return go.load(); }));
+        threads.insert(std::this_thread::get_id());
+    });
     enter("A1:2", 1, {eImageStream, eGpsDev});
     auto saver = makeSaver({eImageStream, eGpsDev});
     saver->SetSharedReception(true);
     saver->SetRecDataModifyObserver(&observer);
-    ASSERT_TRUE(saver->connect("A1:2", 1, false) && socketsOpen(*saver));
+    ASSERT_TRUE(saver->connect("A1:2", 1, false) && socketsOpen(*saver) && waitForKernelStamps());
     std::vector<std::string> sent;
     for (int i = 0; i < 200; ++i)
     {
         sent.push_back(std::to_string(i));
         send(i % 3 == 0 ? eGpsDev : eImageStream, sent.back());
     }
+    go = true;
     EXPECT_TRUE(saver->disconnect());
     EXPECT_EQ(payloads(), sent) << "what had arrived is recorded, without waiting for it";
     EXPECT_EQ(threads.size(), 1u);
@@ -141,6 +147,7 @@ TEST_F(tRadarDataSaverTest, reportsThatItHasNoFileAndCountsWhatIsLost)
 TEST_F(tRadarDataSaverTest, endsByDisconnectingByAnUnknownRadarAndWhenItIsDestroyed)
 {
     CaptureStdout();
+    changeAddress("127.0.0.1");  // begins what stays open with the process
     const auto descriptors = openDescriptors();
     for (const std::string way : {"disconnect", "unknown radar", "destroy"})
         for (const bool recording : {false, true})

@@ -286,9 +286,10 @@ TEST_F(tToolTest, namesWhatItSkipsAndDoesTheRest)
         EXPECT_THAT(below[0].at("reason"), testing::Not(HasSubstr("bad.data")));
         tChildProcess child(tool({verb, missing, path, path, "--json"}));
         EXPECT_EQ(child.wait(), 1) << "the worst of all paths";
+        const std::string out = child.out();
         EXPECT_THAT(child.err(), HasSubstr("skipped " + missing + ": no such file"));
-        EXPECT_EQ(lastLine(child.out()).at("skipped").at(0).at("path"), missing);
-        EXPECT_EQ(std::count(child.out().begin(), child.out().end(), '\n'), verb == std::string("dump") ? 4 : 1);
+        EXPECT_EQ(lastLine(out).at("skipped").at(0).at("path"), missing);
+        EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), verb == std::string("dump") ? 4 : 1);
     }
 }
 

@@ -56,6 +56,18 @@ TEST_F(tToolConvertTest, compressesAFolderAndExpandsItAgain)
     EXPECT_TRUE(isTidy());
 }
 
+TEST_F(tToolConvertTest, namesWhatItLeavesOutOfAFileThatAFullDiskCut)
+{
+    make("c.data", 1);
+    putBytes(dir.file("c.data"), std::filesystem::file_size(dir.file("c.data")), "xyz");
+    const tJson cut{{{"path", dir.file("c.data")}, {"records", 0}, {"bytes", 3}}};
+    EXPECT_EQ(result({"compress", dir.string()}).at("left_out"), cut);
+    make("d.data", 1);
+    std::filesystem::resize_file(dir.file("d.data"), std::filesystem::file_size(dir.file("d.data")) - 1);
+    EXPECT_NE(said({"compress", dir.string()}).find("left out, cut by a full disk: 1 records, 499999 bytes"),
+              std::string::npos);
+}
+
 TEST_F(tToolConvertTest, endsAtCtrlCWithTheOriginal)
 {
     const tSegments segments = make("c.data", 60);
@@ -146,7 +158,7 @@ TEST_F(tToolCountTest, countsTheSameWhetherItReadsWholeRecordsOrNot)
     segments.push_back(makePackage(5, std::string(5'000, 'p'), eReadType, 4'999));
     fileOf(segments, 1, "r.data");
     const auto counted = [&](bool withDigest) {
-        return recordings::countRecordings(dir.file("r.data"), {.withDigest = withDigest},
+        return recordings::countRecordings({dir.file("r.data")}, {.withDigest = withDigest},
                                            [](const auto&) { return true; });
     };
     const auto whole = counted(true), ends = counted(false);

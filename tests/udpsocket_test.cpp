@@ -12,6 +12,7 @@
 #include "UdpSocket/internal/gathering.h"
 #include "UdpSocket/transport.h"
 #include "support/datagramcollector.h"
+#include "support/kernelstamps.h"
 #include "support/processentries.h"
 
 using namespace std::chrono_literals;
@@ -62,6 +63,7 @@ protected:
             m_senders.push_back(std::make_unique<net::UdpSender>(m_requests[i].group, loopbackIp(), 0));
         }
         m_sources = net::defaultTransport().openSources(m_requests, loopbackIp(), 0);
+        EXPECT_TRUE(waitForKernelStamps());
     }
     ~tSourcesTest() override { m_sources.clear(); }
     void OnDatagram(const net::tReceivedDatagram& got) override
@@ -284,19 +286,14 @@ TEST_F(tSourcesTest, deliverOnOneThreadInTheOrderOfArrivalWithItsTime)
         rising = rising && got.arrived_ms >= latest_ms;
         latest_ms = got.arrived_ms;
     };
-    const auto now_ms = [] {
-        return static_cast<std::uint64_t>(
-            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
-                .count());
-    };
-    const std::uint64_t before_ms = now_ms();
+    const std::uint64_t before_ms = systemTime_ms();
     std::vector<std::string> sent;
     for (std::size_t i = 0; i < 500; ++i)
     {
         sent.push_back(std::to_string(i));
         send(i * i % 7 % 3, sent.back());
     }
-    const std::uint64_t after_ms = now_ms();
+    const std::uint64_t after_ms = systemTime_ms();
     std::this_thread::sleep_for(20ms);  // the time of delivery is another one
     go = true;
     ASSERT_TRUE(heard(sent.size()));

@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 using tClock = tGroupSocket::tClock;
 
 // How long a last pass may take.
-constexpr auto cLastPass = 20ms;
+constexpr auto cLastPass = 200ms;
 // A datagram that seems to have arrived later than now arrived before the system clock was set back.
 constexpr std::int64_t cClockSetBack_ns = 20'000'000;
 

@@ -1,7 +1,9 @@
 // tReceiveLoop: a thread that receives from any number of sockets.
 //
 // Order    datagrams of several sockets are delivered in the order of their arrival: a pass receives from every socket
-//          that has some, and merges those that had arrived when it began; the others wait for the next pass.
+//          that has some, and merges those that had arrived when it began; the others wait for the next pass. (The
+//          kernel begins to stamp a moment after the first socket of the machine asks for it; until then a datagram
+//          has the time at which it was read.)
 // Gathers  a loop with a longest pause lets datagrams gather between two passes (gathering.h). A socket that is removed
 //          from it gets a last pass, so that nothing that had arrived before is lost.
 // Owner    held by shared pointers. A removed socket is the loop's, which destroys it on its thread. The last holder

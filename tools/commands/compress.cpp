@@ -12,9 +12,10 @@ void addCompress(CLI::App& app, tRun& chosen)
         "Compress finished recordings",
         "NAME.tar.data takes the place of NAME.data when it is verified and on the disk; it replays the same.\n"
         "Files that are unfinished or damaged stay as they are. Exit status 3 if some could not be compressed.\n"
+        "Of a file that a full disk cut the whole records are compressed; what is left out is printed.\n"
         "Example: kestova compress recordings",
         false,
-        &storage::tDataFileConverter::Compress};
+        &storage::tDataFileConverter::CompressWhole};
     addConvert(app, chosen, cCompress);
 }
 }  // namespace tool

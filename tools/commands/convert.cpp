@@ -42,6 +42,9 @@ private:
     {
         std::string path, result;
         std::uint64_t before, after;
+        storage::tLeftOut leftOut;
+
+        bool isCut() const { return leftOut.records != 0 || leftOut.bytes != 0; }
     };
 
     void convert(const std::string& path)
@@ -52,10 +55,10 @@ private:
             ++m_already;
             return;
         }
-        tDone done{path, "", size(path), 0};
+        tDone done{path, "", size(path), 0, {}};
         std::string error;
         m_stepStart = tSteady::now();
-        if (m_direction.convert(path, m_options.suffix, this, &done.result, &error))
+        if (m_direction.convert(path, m_options.suffix, this, &done.result, &done.leftOut, &error))
         {
             done.after = size(done.result);
             m_done.push_back(done);
@@ -113,7 +116,7 @@ private:
 
     tDone sum() const
     {
-        tDone all{"", "", 0, 0};
+        tDone all{"", "", 0, 0, {}};
         for (const tDone& one : m_done)
         {
             all.before += one.before;
@@ -129,13 +132,18 @@ private:
 
     tJson json() const
     {
-        tJson files = tJson::array();
+        tJson files = tJson::array(), leftOut = tJson::array();
         for (const tDone& one : m_done)
+        {
+            if (one.isCut())
+                leftOut.push_back({{"path", one.path}, {"records", one.leftOut.records}, {"bytes", one.leftOut.bytes}});
             files.push_back(
                 {{"path", one.path}, {"result", one.result}, {"before_bytes", one.before}, {"after_bytes", one.after}});
+        }
         return {{"schema", fmt::format("kestova/{}/1", m_direction.name)},
                 {"path", m_options.path},
                 {"files", files},
+                {"left_out", leftOut},
                 {"already", m_already},
                 {"failed", m_failed},
                 {"before_bytes", sum().before},
@@ -148,8 +156,13 @@ private:
     {
         std::string out;
         for (const tDone& one : m_done)
+        {
             out += fmt::format("{}  {} to {} ({})\n", one.result, sizeText(one.before), sizeText(one.after),
                                percentText(ratio(one)));
+            if (one.isCut())
+                out += fmt::format("  left out, cut by a full disk: {} records, {} bytes behind the last whole one\n",
+                                   one.leftOut.records, one.leftOut.bytes);
+        }
         out += fmt::format("{} files in {}, {} to {}", m_done.size(), durationText(m_tookMs), sizeText(sum().before),
                            sizeText(sum().after));
         return out + (m_already != 0 ? fmt::format("; {} had that form already\n", m_already) : "\n");

@@ -15,7 +15,7 @@ struct tDirection
     const char* what;     // in the help
     const char* footer;   // of the help
     bool fromCompressed;  // which files it converts; the others have its form already
-    decltype(&storage::tDataFileConverter::Compress) convert;
+    decltype(&storage::tDataFileConverter::CompressWhole) convert;
 };
 
 // `direction` must outlive the command line.

@@ -13,7 +13,9 @@ void addExpand(CLI::App& app, tRun& chosen)
         "NAME.data takes the place of NAME.tar.data when it is verified and on the disk.\n"
         "Example: kestova expand recordings/Data_000000_2024.05.17",
         true,
-        &storage::tDataFileConverter::Expand};
+        [](const std::string& path, const std::string& suffix, storage::iConversionObserver* observer,
+           std::string* result, storage::tLeftOut*,
+           std::string* error) { return storage::tDataFileConverter::Expand(path, suffix, observer, result, error); }};
     addConvert(app, chosen, cExpand);
 }
 }  // namespace tool

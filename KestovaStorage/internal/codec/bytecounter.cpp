@@ -3,9 +3,19 @@
 #include <algorithm>
 
 #include "KestovaStorage/internal/codec/bytecounter_avx512.h"
+#include "common/byteorder.h"
 
 namespace huffman
 {
+namespace
+{
+// Of 16 bytes.
+bool areZeros(const unsigned char* bytes)
+{
+    return (le::load<std::uint64_t>(bytes) | le::load<std::uint64_t>(bytes + 8)) == 0;
+}
+}  // namespace
+
 tByteCounter::tByteCounter(eInstructions instructions)
     : m_vectors(instructions == eInstructions::eBest && hasVectorCounter())
 {}
@@ -33,12 +43,20 @@ void tByteCounter::add(const tByteCounts& counts)
 
 void tByteCounter::addPiece(const unsigned char* bytes, std::size_t len)
 {
+    constexpr std::size_t cStep = 2 * tCounterLanes::cCount;
     std::size_t i = m_vectors ? countVectors(bytes, len, m_counts, m_lanes) : 0;
-    for (; len - i >= tCounterLanes::cCount; i += tCounterLanes::cCount)
+    std::uint64_t zeros = 0;
+    for (; len - i >= cStep; i += cStep)
     {
-        for (std::size_t lane = 0; lane < tCounterLanes::cCount; ++lane)
-            ++m_lanes.of[lane][bytes[i + lane]];
+        if (areZeros(bytes + i))
+        {
+            zeros += cStep;
+            continue;
+        }
+        for (std::size_t at = 0; at < cStep; ++at)
+            ++m_lanes.of[at % tCounterLanes::cCount][bytes[i + at]];
     }
+    m_counts[0] += zeros;
     for (; i < len; ++i)
         ++m_lanes.of[i % tCounterLanes::cCount][bytes[i]];
 }

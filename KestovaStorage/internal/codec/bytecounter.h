@@ -1,8 +1,9 @@
 // tByteCounter: how often each byte value occurred in everything added so far.
 //
 // Shapes   several counters per value, used in turn: otherwise runs of one value, common in radar data, would wait for
-//          the same counter at each byte. counts() sums them up. On processors with the instructions, vectors count a
-//          part of the bytes straight into the sums (bytecounter_avx512.h).
+//          the same counter at each byte. counts() sums them up. Runs of zeros, common too, are counted at once. On
+//          processors with the instructions, vectors count a part of the bytes straight into the sums
+//          (bytecounter_avx512.h).
 // Threads  starts none and locks nothing: one thread at a time.
 #ifndef KESTOVA_STORAGE_CODEC_BYTECOUNTER_H
 #define KESTOVA_STORAGE_CODEC_BYTECOUNTER_H

@@ -9,7 +9,8 @@ namespace huffman
 {
 namespace
 {
-constexpr std::size_t cShortLength = 128;  // below it neither vectors nor reading back the last unit pay
+constexpr std::size_t cShortLength = 128;  // below it reading back the last unit does not pay
+constexpr std::size_t cVectorLength = 24;  // below it vectors do not pay
 constexpr std::size_t cPairValues = 1 << 16;
 
 // Looks single bytes up. The sum of eight lengths needs more than a byte; the codes leave room for it.
@@ -70,6 +71,22 @@ KESTOVA_INLINE std::size_t joinRest(const std::uint64_t* singles, const unsigned
     return joinSingles(singles, data, i, len, end);
 }
 
+// Joins a group of six or eight bytes that do not fit together: four and the rest, if these fit. Returns the place at
+// which it stopped, before the end of the group if a byte has no code.
+template <typename tEntries, typename tEnd>
+KESTOVA_INLINE std::size_t joinParts(std::uint64_t codes, std::uint64_t length, std::uint64_t nextCodes,
+                                     std::uint64_t nextLength, const std::uint64_t* singles, const unsigned char* data,
+                                     std::size_t i, std::size_t groupEnd, tEnd& end)
+{
+    length &= tEntries::cLengths;
+    nextLength &= tEntries::cLengths;
+    if (length > cMostBitsJoined || nextLength > cMostBitsJoined)
+        return joinSingles(singles, data, i, groupEnd, end);
+    end.join(codes >> (64 - length), static_cast<unsigned>(length));
+    end.join(nextCodes >> (64 - nextLength), static_cast<unsigned>(nextLength));
+    return groupEnd;
+}
+
 // Emits groups of `cGroup` bytes (6 or 8) while 8 bytes are left, then single ones. Returns the number of bytes
 // emitted: fewer than `len` if one has no code.
 template <std::size_t cGroup, typename tEntries, typename tEnd>
@@ -87,16 +104,16 @@ KESTOVA_INLINE std::size_t emitGroups(const tEntries entries, const std::uint64_
             entries.look(bytes >> 32, nextCodes, nextLength);
         else
             entries.lookTwo(bytes >> 32, nextCodes, nextLength);
-        codes = (codes >> (nextLength & 63)) | nextCodes;
-        length = (length + nextLength) & tEntries::cLengths;
+        const std::uint64_t all = (codes >> (nextLength & 63)) | nextCodes;
+        const std::uint64_t allLength = (length + nextLength) & tEntries::cLengths;
         const std::size_t groupEnd = i + cGroup;
-        if (length <= cMostBitsJoined)
+        if (allLength <= cMostBitsJoined)
         {
-            stream.join(codes >> (64 - length), static_cast<unsigned>(length));
+            stream.join(all >> (64 - allLength), static_cast<unsigned>(allLength));
             i = groupEnd;
             continue;
         }
-        i = joinSingles(singles, data, i, groupEnd, stream);
+        i = joinParts<tEntries>(codes, length, nextCodes, nextLength, singles, data, i, groupEnd, stream);
         if (i != groupEnd)
             break;
     }
@@ -188,7 +205,7 @@ void tCodeEmitter::set(const tCodeTable& codes, const tByteCounts& counts)
     m_longGroups = bits * 2 < bytes * 9;
     m_longVectors = bits * 2 < bytes * 11;
     m_vectors = m_fast && bytes >= cShortLength && m_instructions == eInstructions::eBest && hasVectorEmitter();
-    m_shortLength = m_fast ? cShortLength : 0;
+    m_shortLength = m_vectors ? cVectorLength : m_fast ? cShortLength : 0;
     m_pairs.clear();
     if (m_fast)
         setSingles();
@@ -228,18 +245,26 @@ void tCodeEmitter::raiseNoCode()
     throw std::out_of_range("map::at");
 }
 
-// Whole bytes are stored as they fill, 8 bytes at a time; the last unit is read back from there.
+// Whole bytes are stored as they fill, 8 bytes at a time; the last unit is read back from there. Short inputs for which
+// vectors pay stay in registers.
 tCodeEmitter::tEmitted tCodeEmitter::emitLong(const unsigned char* data, std::size_t len, tPartialUnit& carry,
                                               unsigned char* out) const
 {
     if (!m_fast)
         return emitExact(data, len, carry, out);
+    if (len < cShortLength)
+    {
+        tUnitAppender end{carry.bits, carry.count, out};
+        const std::size_t done = emitVectors(m_vectorTables, m_longVectors, m_singles.data(), data, len, end);
+        carry = {end.bits, end.count};
+        return {done, end.out};
+    }
     le::store(out, carry.bits);
     tByteAppender end{carry.bits >> (carry.count & 56), carry.count & 7, out + carry.count / 8};
-    std::size_t done = m_vectors ? emitVectors(m_vectorTables, m_longVectors, m_singles.data(), data, len, end) : 0;
     const auto emitWith = usesBmi2(m_instructions) ? emitBmi2 : emitPortable;
     const std::uint64_t* const pairs = m_pairs.empty() ? nullptr : m_pairs.data();
-    done += emitWith(pairs, m_longGroups, m_singles.data(), data + done, len - done, end);
+    const std::size_t done = m_vectors ? emitVectors(m_vectorTables, m_longVectors, m_singles.data(), data, len, end)
+                                       : emitWith(pairs, m_longGroups, m_singles.data(), data, len, end);
     le::store(end.out, end.bits);
     const auto bytes = static_cast<std::size_t>(end.out - out);
     unsigned char* const unit = out + bytes / 8 * 8;

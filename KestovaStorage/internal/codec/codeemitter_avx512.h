@@ -26,10 +26,11 @@ struct tVectorTables
 
 // Returns whether this processor has the instructions.
 bool hasVectorEmitter();
-// Emits while 64 bytes are left; returns the number of bytes emitted, fewer if one has no code. `longGroups`: eight
-// codes usually fit in a word.
+// Returns the number of bytes emitted, fewer if one has no code. `longGroups`: eight codes usually fit in a word.
 std::size_t emitVectors(const tVectorTables& tables, bool longGroups, const std::uint64_t* singles,
                         const unsigned char* data, std::size_t len, tByteAppender& end);
+std::size_t emitVectors(const tVectorTables& tables, bool longGroups, const std::uint64_t* singles,
+                        const unsigned char* data, std::size_t len, tUnitAppender& end);
 }  // namespace huffman
 
 #endif

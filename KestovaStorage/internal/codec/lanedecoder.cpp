@@ -139,6 +139,13 @@ void tLaneDecoder::decodeTogether(tLanes& lanes) const
     } while (positions() != before);
 }
 
+void tLaneDecoder::decodeEach(tLanes& lanes) const
+{
+    decodeTogether(lanes);
+    for (tLane& lane : lanes)
+        lane.out = m_decoder.decode(lane.range, lane.out, lane.outEnd);
+}
+
 // Takes what the lanes decoded, up to the first one that does not end at the start of the next.
 unsigned char* tLaneDecoder::decodeRound(tBitRange& range, unsigned char* out, unsigned char* outEnd)
 {

@@ -32,17 +32,19 @@ public:
 
     std::uint64_t discardedLanes() const { return m_discardedLanes; }  // so far
 
-private:
     static constexpr std::size_t cLanes = 4;
-    static constexpr std::uint64_t cMostLaneBits = 32768;
-    static constexpr std::uint64_t cRunIn = 512;  // bits within which a guessed position is assumed to synchronise
-
     struct tLane
     {
         tBitRange range;
         unsigned char *begin, *out, *outEnd;
     };
     using tLanes = std::array<tLane, cLanes>;
+    // Decodes ranges of the same data whose ends are ends of codes, each as tSymbolDecoder::decode does.
+    void decodeEach(tLanes& lanes) const;
+
+private:
+    static constexpr std::uint64_t cMostLaneBits = 32768;
+    static constexpr std::uint64_t cRunIn = 512;  // bits within which a guessed position is assumed to synchronise
 
     // Returns the bits that one lane decodes of a range of so many; laneRoom() returns the most bytes that so many bits
     // decode to.

@@ -19,6 +19,7 @@ namespace huffman
 enum class eInstructions : unsigned char
 {
     ePortable,
+    eScalar,  // those that work on single words
     eBest  // all extensions of this processor
 };
 
@@ -27,7 +28,7 @@ inline bool usesBmi2([[maybe_unused]] eInstructions wanted)
 #if KESTOVA_HAS_BMI2_BUILD
     static const bool s_bmi2 = __builtin_cpu_supports("bmi") != 0 && __builtin_cpu_supports("bmi2") != 0 &&
                                __builtin_cpu_supports("popcnt") != 0;
-    return s_bmi2 && wanted == eInstructions::eBest;
+    return s_bmi2 && wanted != eInstructions::ePortable;
 #else
     return false;
 #endif

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 
 namespace storage
@@ -47,6 +48,15 @@ public:
     virtual tEncodedRest rest() = 0;
 };
 
+// One of several segments whose codes are in the same bytes.
+struct tSegmentCodes
+{
+    std::uint64_t firstBit, bits;  // counted from the start of the bytes
+    char* out;
+    std::size_t outSize;      // at least room(bits)
+    std::size_t decoded = 0;  // bytes; set by decodeSeveral()
+};
+
 // Bounds   reads no byte outside those that hold the bits and writes none outside `out`, whatever the file claims.
 // Threads  every operation may run in several threads at once.
 class iSegmentDecoder
@@ -62,6 +72,8 @@ public:
     // bytes decoded: 0 if `outSize` is below room(bits). Behind them bytes of `out` may change.
     virtual std::size_t decode(const char* data, std::uint64_t firstBit, std::uint64_t bits, char* out,
                                std::size_t outSize) const = 0;
+    // Decodes several segments, faster than one by one.
+    virtual void decodeSeveral(const char* data, std::span<tSegmentCodes> segments) const = 0;
 };
 }  // namespace storage
 

@@ -33,9 +33,7 @@ bool tSegmentDecoder::setHead(const void* head)
 std::size_t tSegmentDecoder::decode(const char* data, std::uint64_t firstBit, std::uint64_t bits, char* out,
                                     std::size_t outSize) const
 {
-    // Enough room: outSize >= roomFor(bits), without a division.
-    if (!hasCodes() || outSize < tSymbolDecoder::cSlack ||
-        (outSize - tSymbolDecoder::cSlack + 1) * m_table.tree().shortest() <= bits)
+    if (!hasRoom(bits, outSize))
         return 0;
     const auto* const codes = reinterpret_cast<const unsigned char*>(data);
     tBitRange range{codes + firstBit / 8, firstBit % 8, firstBit % 8 + bits};
@@ -44,6 +42,39 @@ std::size_t tSegmentDecoder::decode(const char* data, std::uint64_t firstBit, st
         end = tLaneDecoder(m_table).decode(range, end, to + outSize);
     end = tSymbolDecoder(m_table).decode(range, end, to + outSize);
     return static_cast<std::size_t>(end - to);
+}
+
+// Segments whose places are known need no guess at where a lane begins: four of them are four lanes.
+void tSegmentDecoder::decodeSeveral(const char* data, std::span<storage::tSegmentCodes> segments) const
+{
+    const auto* const codes = reinterpret_cast<const unsigned char*>(data);
+    while (segments.size() >= tLaneDecoder::cLanes)
+    {
+        tLaneDecoder::tLanes lanes;
+        bool haveRoom = true;
+        for (std::size_t i = 0; i < tLaneDecoder::cLanes; ++i)
+        {
+            const storage::tSegmentCodes& segment = segments[i];
+            auto* const out = reinterpret_cast<unsigned char*>(segment.out);
+            lanes[i] = {{codes, segment.firstBit, segment.firstBit + segment.bits}, out, out, out + segment.outSize};
+            haveRoom &= hasRoom(segment.bits, segment.outSize);
+        }
+        if (!haveRoom)
+            break;
+        tLaneDecoder(m_table).decodeEach(lanes);
+        for (std::size_t i = 0; i < tLaneDecoder::cLanes; ++i)
+            segments[i].decoded = static_cast<std::size_t>(lanes[i].out - lanes[i].begin);
+        segments = segments.subspan(tLaneDecoder::cLanes);
+    }
+    for (storage::tSegmentCodes& segment : segments)
+        segment.decoded = decode(data, segment.firstBit, segment.bits, segment.out, segment.outSize);
+}
+
+// outSize >= roomFor(bits), without a division.
+bool tSegmentDecoder::hasRoom(std::uint64_t bits, std::size_t outSize) const
+{
+    return hasCodes() && outSize >= tSymbolDecoder::cSlack &&
+           (outSize - tSymbolDecoder::cSlack + 1) * m_table.tree().shortest() > bits;
 }
 
 std::size_t tSegmentDecoder::roomFor(std::uint64_t bits) const

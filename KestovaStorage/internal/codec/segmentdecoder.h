@@ -30,12 +30,14 @@ public:
     // Behind them bytes of `out` may change.
     std::size_t decode(const char* data, std::uint64_t firstBit, std::uint64_t bits, char* out,
                        std::size_t outSize) const override;
+    void decodeSeveral(const char* data, std::span<storage::tSegmentCodes> segments) const override;
     std::size_t roomFor(std::uint64_t bits) const;
     std::size_t room(std::uint64_t bits) const override { return isPossible(bits) ? roomFor(bits) : 0; }
 
     const tSymbolTable& table() const { return m_table; }
 
 private:
+    bool hasRoom(std::uint64_t bits, std::size_t outSize) const;
     bool isPossible(std::uint64_t bits) const { return hasCodes() && bits <= m_countedBits; }
 
     tSymbolTable m_table;

@@ -25,6 +25,10 @@ using storage::tEncodedRest;
 class tSegmentEncoder final : public storage::iSegmentEncoder
 {
 public:
+    explicit tSegmentEncoder(eInstructions instructions = eInstructions::eBest)
+        : m_counter(instructions), m_emitter(instructions)
+    {}
+
     void clear();
 
     // ---- Counting ----

@@ -7,7 +7,7 @@ namespace storage
 {
 namespace
 {
-constexpr std::size_t cBuffer = 1 << 20;
+constexpr std::size_t cBuffer = 256 * 1024;  // stays in a core's cache
 }  // namespace
 
 char* tConversionOutput::tPayloadOutput::room(std::size_t size)

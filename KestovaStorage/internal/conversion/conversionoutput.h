@@ -3,7 +3,7 @@
 //
 // Shapes   for each segment: room(), the bytes into it, add(). finish() writes what is left and the index head. The
 //          caller writes the start of the file: the magic or the encoder's head.
-// Owner    the output file outlives it; memory is two buffers of a MiB, or what one segment takes.
+// Owner    the output file outlives it; memory is a buffer of 256 KiB and the records of it, or what one segment takes.
 // Threads  starts none and locks nothing.
 // Errors   operations return null or false if a write fails; the output file keeps the reason.
 #ifndef KESTOVA_STORAGE_CONVERSION_CONVERSIONOUTPUT_H

@@ -1,8 +1,10 @@
 #include "KestovaStorage/internal/conversion/fileconverter.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <utility>
+#include <vector>
 
 #include "KestovaStorage/internal/conversion/filecoding.h"
 #include "KestovaStorage/internal/conversion/verification.h"
@@ -19,6 +21,30 @@ std::uint64_t payloadOf(const tDataFileReader& plain)
     for (std::size_t i = 0; i < plain.count(); ++i)
         bytes += plain.record(i).bytes();
     return bytes;
+}
+
+// Returns whether the disk had no room for the end of the file: whole records follow each other from the start, those
+// behind them reach beyond the end of the file, and the index ends where its head says.
+bool isCut(tDataFileReader& plain)
+{
+    tIndexHead head;
+    std::vector<tSegmentRecord> behind;
+    const std::size_t whole = plain.count(), cut = plain.damaged();
+    if (whole == 0 || !plain.read(cIndexHeadPos, sizeof head, reinterpret_cast<char*>(&head)) ||
+        fileOrder(head).indexNum != whole + cut || !plain.readRecords(whole, cut + 1, behind))
+        return false;
+    std::uint64_t end = cPayloadPos;
+    const auto follows = [&end](const tSegmentRecord& record) {
+        return record.firstByte == std::exchange(end, record.end());
+    };
+    for (std::size_t i = 0; i < whole; ++i)
+        if (!follows(plain.record(i)))
+            return false;
+    const tSegmentRecord last = behind.back();
+    behind.pop_back();
+    return last.time == 0 && std::all_of(behind.begin(), behind.end(), [&](const tSegmentRecord& record) {
+               return follows(record) && record.time != 0 && record.time < cTimeLimit && end > plain.size();
+           });
 }
 
 std::string realPath(const std::string& path)
@@ -42,9 +68,27 @@ tStatus tFileConverter::compress(const std::string& suffix)
 {
     if (tStatus status = open(false, "it is compressed already"); !status)
         return status;
+    if (tStatus status = checkUndamaged(); !status)
+        return status;
     m_total = payloadOf(*m_source);
     if (m_source->size() != cPayloadPos + m_total || m_source->count() == 0)
         return refused("it holds no segments, or bytes that belong to none");
+    return compressOpened(suffix);
+}
+
+tStatus tFileConverter::compressWhole(const std::string& suffix)
+{
+    if (tStatus status = open(false, "it is compressed already"); !status)
+        return status;
+    if (!isCut(*m_source))
+        return compress(suffix);
+    m_total = payloadOf(*m_source);
+    m_leftOut = {m_source->damaged(), m_source->size() - cPayloadPos - m_total};
+    return compressOpened(suffix);
+}
+
+tStatus tFileConverter::compressOpened(const std::string& suffix)
+{
     if (tStatus status = openOutput(naming::compressedName(m_path, suffix)); !status)
         return status;
     const auto encoder = cCompressedForm.newEncoder();
@@ -73,6 +117,8 @@ tStatus tFileConverter::expand(const std::string& suffix)
 {
     if (tStatus status = open(true, "it is not compressed"); !status)
         return status;
+    if (tStatus status = checkUndamaged(); !status)
+        return status;
     const iSegmentDecoder* const decoder = m_source->decoder();
     m_total = decoder != nullptr ? decoder->countedBytes() : 0;
     if (tStatus status = openOutput(naming::plainName(m_path, suffix)); !status)
@@ -91,9 +137,14 @@ tStatus tFileConverter::open(bool compressed, const char* otherwise)
         return refused(otherwise);
     if (!m_source->finished())
         return refused("it is unfinished: it is being recorded, or its recorder died");
-    if (m_source->damaged() != 0)
-        return {tStatus::eCode::eDamaged, std::to_string(m_source->damaged()) + " of its records are damaged"};
     return {};
+}
+
+tStatus tFileConverter::checkUndamaged() const
+{
+    if (m_source->damaged() == 0)
+        return {};
+    return {tStatus::eCode::eDamaged, std::to_string(m_source->damaged()) + " of its records are damaged"};
 }
 
 // A recorded file is complete when its last segment ends where all that was counted ends.

@@ -26,6 +26,8 @@ public:
     tFileConverter(const std::string& path, iConversionObserver* observer);
 
     tStatus compress(const std::string& suffix);
+    // Compresses also the whole records of a file that a full disk cut; leftOut() describes the rest.
+    tStatus compressWhole(const std::string& suffix);
     // A file that was just recorded: `counted` has counted all of its segments. The result takes its own name, whatever
     // had it before, and then the source is removed. The source is also removed where the output could not be opened;
     // an output that opens but cannot be locked, for another process has it or the file system has no locks, leaves it
@@ -34,9 +36,12 @@ public:
     tStatus expand(const std::string& suffix);
     const std::string& path() const { return m_path; }      // of the source
     const std::string& result() const { return m_result; }  // its path
+    const tLeftOut& leftOut() const { return m_leftOut; }
 
 private:
     tStatus open(bool compressed, const char* otherwise);
+    tStatus checkUndamaged() const;
+    tStatus compressOpened(const std::string& suffix);
     tStatus openRecorded(std::uint64_t bytes);
     tStatus openOutput(const std::string& result);
     tStatus giveUpRecorded();
@@ -54,6 +59,7 @@ private:
     std::unique_ptr<tOutputFile> m_out;
     std::uint64_t m_total = 0;  // bytes of payload
     std::string m_result;
+    tLeftOut m_leftOut{};
 };
 }  // namespace storage
 

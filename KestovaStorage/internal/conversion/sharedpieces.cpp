@@ -8,7 +8,7 @@ namespace storage
 {
 namespace
 {
-constexpr std::uint64_t cPieceBytes = 1 << 20;
+constexpr std::uint64_t cPieceBytes = 256 * 1024;  // stay in a core's cache
 constexpr std::chrono::milliseconds cProgressPeriod{100};
 
 tStatus processPiece(const tSharedPieces::tPieceFunction& piece, std::size_t first, std::size_t last,

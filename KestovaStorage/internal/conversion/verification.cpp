@@ -1,9 +1,22 @@
 #include "KestovaStorage/internal/conversion/verification.h"
 
+#include <array>
+#include <string_view>
+
 namespace storage
 {
 namespace
 {
+// Short segments that follow each other are decoded four by four; the room for long ones would be large.
+constexpr std::size_t cTogether = 4;
+constexpr std::uint64_t cShortBytes = 64 * 1024;
+
+bool belongTogether(const tSegmentRecord& record, const tSegmentRecord& next)
+{
+    return record.bytes() <= cShortBytes && next.bytes() <= cShortBytes && next.firstByte >= record.firstByte &&
+           next.firstByte <= record.end() && next.end() >= record.end();
+}
+
 // Reads the codes now, before two threads use them.
 tDataFileReader& withCodes(tDataFileReader& file)
 {
@@ -38,15 +51,41 @@ tStatus tVerification::compare(tReaders& readers, std::size_t first, std::size_t
     if (!readBack(readers, first, last))
         return damaged("the result cannot be read back");
     readers.source.readAhead(m_source, m_source.record(first), m_source.record(last - 1));
-    for (std::size_t i = first; i < last; ++i)
+    for (std::size_t i = first; i < last; i += readers.together.size())
     {
-        const tSegmentRecord record = m_source.record(i), &again = readers.records[i - first];
-        const auto segment = readers.source.read(m_source, record);
-        if (!segment)
-            return damaged("a segment cannot be read");
-        if (readers.written.read(*readers.file, again) != segment || again.time != record.time)
+        takeTogether(readers.together, i, last);
+        const std::span again = std::span(readers.records).subspan(i - first, readers.together.size());
+        if (tStatus status = compare(readers, again, bytes); !status)
+            return status;
+    }
+    return {};
+}
+
+// Takes the record `first` and those behind it that can be read with it.
+void tVerification::takeTogether(std::vector<tSegmentRecord>& together, std::size_t first, std::size_t last) const
+{
+    together.assign(1, m_source.record(first));
+    for (std::size_t i = first + 1; i < last && together.size() < cTogether; ++i)
+    {
+        const tSegmentRecord next = m_source.record(i);
+        if (!belongTogether(together.back(), next))
+            return;
+        together.push_back(next);
+    }
+}
+
+// Compares the records of `together` with what was written.
+tStatus tVerification::compare(tReaders& readers, std::span<const tSegmentRecord> again, std::uint64_t& bytes)
+{
+    std::array<std::string_view, cTogether> segments, written;
+    if (!readers.source.readSeveral(m_source, readers.together, segments))
+        return damaged("a segment cannot be read");
+    const bool isRead = readers.written.readSeveral(*readers.file, again, written);
+    for (std::size_t i = 0; i < again.size(); ++i)
+    {
+        if (!isRead || written[i] != segments[i] || again[i].time != readers.together[i].time)
             return damaged("the result does not give a record back");
-        bytes += segment->size();
+        bytes += segments[i].size();
     }
     return {};
 }

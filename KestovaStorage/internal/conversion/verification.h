@@ -8,6 +8,7 @@
 #define KESTOVA_STORAGE_CONVERSION_VERIFICATION_H
 
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -35,10 +36,13 @@ private:
         tSegmentReader source, written;
         std::unique_ptr<tDataFileReader> file;  // the written one
         std::vector<tSegmentRecord> records;    // of the piece, as they were written
+        std::vector<tSegmentRecord> together;   // those of the source that are compared at once
     };
 
     tSharedPieces::tPieceFunction pieceFor(tReaders& readers);
     tStatus compare(tReaders& readers, std::size_t first, std::size_t last, std::uint64_t& bytes);
+    void takeTogether(std::vector<tSegmentRecord>& together, std::size_t first, std::size_t last) const;
+    tStatus compare(tReaders& readers, std::span<const tSegmentRecord> again, std::uint64_t& bytes);
     bool readBack(tReaders& readers, std::size_t first, std::size_t last);
 
     tDataFileReader& m_source;

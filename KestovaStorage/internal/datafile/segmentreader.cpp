@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace storage
 {
@@ -85,6 +86,53 @@ std::optional<std::string_view> tSegmentReader::decode(tDataFileReader& file, co
         return std::nullopt;
     char* const out = m_decoded.need(room);
     return std::string_view(out, decoder->decode(codes, record.firstBit, record.bits, out, m_decoded.size()));
+}
+
+bool tSegmentReader::readSeveral(tDataFileReader& file, std::span<const tSegmentRecord> records,
+                                 std::span<std::string_view> segments)
+try
+{
+    const std::uint64_t begin = records.front().firstByte, end = records.back().end();
+    for (const tSegmentRecord& record : records)
+        if (record.firstByte < begin || record.end() > end)
+            return false;
+    const char* const bytes = bytesAt(file, begin, static_cast<std::size_t>(end - begin));
+    if (bytes == nullptr)
+        return false;
+    if (file.form().isCompressed())
+        return decodeSeveral(file, bytes, records, segments);
+    for (std::size_t i = 0; i < records.size(); ++i)
+        segments[i] = {bytes + (records[i].firstByte - begin), static_cast<std::size_t>(records[i].bytes())};
+    return true;
+}
+catch (const std::bad_alloc&)
+{
+    return false;
+}
+
+// `bytes` begin with those of the first record.
+bool tSegmentReader::decodeSeveral(tDataFileReader& file, const char* bytes, std::span<const tSegmentRecord> records,
+                                   std::span<std::string_view> segments)
+{
+    const iSegmentDecoder* const decoder = file.decoder();
+    std::size_t room = 0;
+    m_codes.clear();
+    for (const tSegmentRecord& record : records)
+    {
+        const std::size_t own = decoder != nullptr ? decoder->room(record.bits) : 0;
+        if (own == 0)
+            return false;
+        const std::uint64_t firstBit = (record.firstByte - records.front().firstByte) * 8 + record.firstBit;
+        m_codes.push_back({firstBit, record.bits, nullptr, own});
+        room += own;
+    }
+    char* out = m_decoded.need(room);
+    for (tSegmentCodes& codes : m_codes)
+        codes.out = std::exchange(out, out + codes.outSize);
+    decoder->decodeSeveral(bytes, m_codes);
+    for (std::size_t i = 0; i < records.size(); ++i)
+        segments[i] = {m_codes[i].out, m_codes[i].decoded};
+    return true;
 }
 
 const char* tSegmentReader::bytesAt(tDataFileReader& file, std::uint64_t pos, std::size_t len)

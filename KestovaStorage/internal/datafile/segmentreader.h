@@ -11,7 +11,9 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string_view>
+#include <vector>
 
 #include "KestovaStorage/internal/datafile/datafilereader.h"
 
@@ -29,6 +31,10 @@ public:
     // Copies `len` bytes from `offset` on of a record's segment; of a long one that is no code it reads only these, and
     // what lies right behind them. Returns false if the segment does not hold them.
     bool readPart(tDataFileReader& file, const tSegmentRecord& record, std::size_t offset, std::size_t len, char* to);
+    // Sets `segments` to those of the records, which follow each other; all are valid until the next read. Returns
+    // false if one cannot be read. Compressed ones are decoded faster than one by one.
+    bool readSeveral(tDataFileReader& file, std::span<const tSegmentRecord> records,
+                     std::span<std::string_view> segments);
     // Reads the bytes of the records from `first` to `last`, which follow each other, at once: the next reads find
     // them.
     void readAhead(tDataFileReader& file, const tSegmentRecord& first, const tSegmentRecord& last);
@@ -47,12 +53,15 @@ private:
     };
 
     std::optional<std::string_view> decode(tDataFileReader& file, const tSegmentRecord& record);
+    bool decodeSeveral(tDataFileReader& file, const char* bytes, std::span<const tSegmentRecord> records,
+                       std::span<std::string_view> segments);
     const char* bytesAt(tDataFileReader& file, std::uint64_t pos, std::size_t len);
     bool copyPart(tDataFileReader& file, std::uint64_t pos, std::size_t len, char* to);
     bool load(tDataFileReader& file, std::uint64_t pos, std::size_t size, std::size_t needed);
 
     const std::size_t m_windowSize;
     tBuffer m_read, m_decoded;
+    std::vector<tSegmentCodes> m_codes;
     const tDataFileReader* m_file = nullptr;  // whose bytes m_read holds, from m_pos to m_end
     std::uint64_t m_pos = 0, m_end = 0;
     std::uint64_t m_readFrom = 0;  // where the last segment began

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <new>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "KestovaStorage/internal/buffers/segmentsource.h"
@@ -16,13 +17,57 @@ using namespace std::chrono_literals;
 using utils::time::tTimeParser;
 
 constexpr auto cFlushPeriod = 30s;
-// After a batch the writer lets segments gather, so that a steady stream costs its producer no wake-up, and a slow one
-// few writes; a backlog of cGatherBytes ends that early.
+// After a batch the writer lets segments gather, so that a steady stream costs its producer no wake-up, a slow one few
+// writes, and few calls find the queue in the cache of the writer's core; a backlog of cGatherBytes ends that early.
 constexpr auto cGatherTime = 10ms;
 constexpr std::size_t cGatherBytes = tSegmentBlock::cDefaultSize / 2;
 constexpr std::size_t cWarmBlocks = 4;
-// Longer segments are copied before the queue is locked, so that producers do not delay each other.
-constexpr std::size_t cCopyUnderLock = 16 * 1024;
+// Longer segments are copied before the queue is locked, so that they delay no other producer.
+constexpr std::size_t cCopyInQueue = 16 * 1024;
+constexpr int cSpins = 64;    // of the writer, which waits for a producer that fills a segment
+constexpr int cYields = 256;  // then it passes its core on, and at last it sleeps
+
+// The bytes of a caller: their place is theirs once it is queued, so they are copied without the lock.
+struct tBytes
+{
+    static constexpr bool cUnderLock = false;
+    const char* data;
+    std::size_t len;
+
+    void write(char* place) const { std::memcpy(place, data, len); }
+    void queued(char*) const {}
+};
+
+// A segment that is changed when it is queued, so it is written before.
+struct tWritesItself
+{
+    static constexpr bool cUnderLock = true;
+    iSegmentSource& segment;
+
+    void write(char* place) const { segment.write(place); }
+    void queued(char* place) const { segment.queued(place); }
+};
+
+// A producer may have been suspended while it fills a segment.
+void waitUntilFilled(const tSegmentBlock& block, std::size_t segment)
+{
+    for (int tries = 0; !block.isFilled(segment); ++tries)
+    {
+        if (tries > cYields)
+            std::this_thread::sleep_for(50us);
+        else if (tries > cSpins)
+            std::this_thread::yield();
+    }
+}
+
+void waitUntilFilled(const tSegmentBlocks& blocks)
+{
+    for (const auto& block : blocks)
+    {
+        for (std::size_t i = 0; i < block->count(); ++i)
+            waitUntilFilled(*block, i);
+    }
+}
 }  // namespace
 
 tFileRecorder::tFileRecorder(const std::string& storageBasePath, const std::string& specifySuffix,
@@ -76,60 +121,82 @@ catch (const std::system_error& error)
 
 void tFileRecorder::writeData(const char* data, std::size_t len, tTimes_ms timestamp)
 {
-    offer(
-        len, timestamp, [&](char* place) { std::memcpy(place, data, len); }, [](char*) {});
+    offer(len, timestamp, tBytes{data, len});
 }
 
 void tFileRecorder::writeSegment(iSegmentSource& segment, std::size_t len, tTimes_ms timestamp)
 {
-    offer(
-        len, timestamp, [&](char* place) { segment.write(place); }, [&](char* place) { segment.queued(place); });
+    offer(len, timestamp, tWritesItself{segment});
 }
 
-// write(place) fills the segment; queued(place) follows under the queue's lock, with null if it is dropped.
-template <typename tWrite, typename tQueued>
-void tFileRecorder::offer(std::size_t len, tTimes_ms timestamp, tWrite write, tQueued queued)
+template <typename tSource>
+void tFileRecorder::offer(std::size_t len, tTimes_ms timestamp, tSource source)
 {
-    ++m_saveCnt;
     if (len == 0)
+    {
+        ++m_droppedCnt;
         return;
+    }
     const bool refused = len >= cSegmentLenLimit || timestamp >= cTimeLimit;
-    if (refused && !m_refusalReported.exchange(true))
+    if (!refused)
+        return accept(len, timestamp, source);
+    if (!m_refusalReported.exchange(true))
         Kestova::console::printError(
             "WriteData: a segment of %zu bytes with time stamp %lu is beyond the limits, refused\n", len, timestamp);
-    if (!refused)
-        return accept(len, timestamp, write, queued);
-    ++m_lostCnt;
-    queued(nullptr);
+    drop(source);
 }
 
-template <typename tWrite, typename tQueued>
-void tFileRecorder::accept(std::size_t len, tTimes_ms timestamp, tWrite write, tQueued queued)
+template <typename tSource>
+void tFileRecorder::accept(std::size_t len, tTimes_ms timestamp, tSource& source)
 try
 {
-    std::unique_ptr<tSegmentBlock> own;
-    char* place = nullptr;
-    if (len > cCopyUnderLock)
-    {
-        own = std::make_unique<tSegmentBlock>(len + cCopyUnderLock);  // with room for short ones behind it
-        place = own->push(len, timestamp);
-        write(place);
-    }
+    if (len > cCopyInQueue)
+        return acceptLong(len, timestamp, source);
+    tSegmentBlock::tPlace place;
+    const auto fill = [&] {
+        source.write(place.bytes);
+        place.filled();
+    };
+    const bool queued = enter(source, [&] {
+        place = m_writeDataFifo.push(len, timestamp);
+        if constexpr (tSource::cUnderLock)
+            fill();
+        return place.bytes;
+    });
+    if (!tSource::cUnderLock && queued)
+        fill();
+}
+catch (const std::bad_alloc&)  // before anything was queued
+{
+    drop(source);
+}
+
+template <typename tSource>
+void tFileRecorder::acceptLong(std::size_t len, tTimes_ms timestamp, tSource& source)
+{
+    auto block = std::make_unique<tSegmentBlock>(len + cCopyInQueue);  // with room for short ones behind it
+    char* const place = block->push(len, timestamp);
+    source.write(place);
+    enter(source, [&] {
+        m_writeDataFifo.push(std::move(block));
+        return place;
+    });
+}
+
+// push() queues the segment and returns its place. Returns false if there is no writer.
+template <typename tSource, typename tPush>
+bool tFileRecorder::enter(tSource& source, tPush push)
+{
     bool wake = false;
     {
-        const tWorker::tLock held = m_writeDataThread.lock();
+        const tWorker::tLock held = m_writeDataThread.lockBriefly();
         if (!m_writeDataThread.running())
         {
-            ++m_lostCnt;
-            queued(nullptr);
-            return;
+            drop(source);
+            return false;
         }
-        if (own)
-            m_writeDataFifo.push(std::move(own));
-        else
-            write(place = m_writeDataFifo.push(len, timestamp));
-        queued(place);
-        ++m_acceptedCnt;
+        source.queued(push());
+        m_acceptedCnt.store(m_acceptedCnt.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
         const bool backlog = !m_skipGather && m_writeDataFifo.bytes() >= cGatherBytes;
         wake = m_writerSleeps || backlog;
         m_writerSleeps = false;
@@ -137,11 +204,15 @@ try
     }
     if (wake)
         m_writeDataThread.notify();
+    return true;
 }
-catch (const std::bad_alloc&)  // before anything was queued
+
+template <typename tSource>
+void tFileRecorder::drop(tSource& source)
 {
+    ++m_droppedCnt;
     ++m_lostCnt;
-    queued(nullptr);
+    source.queued(nullptr);
 }
 
 void tFileRecorder::finishWrite()
@@ -220,6 +291,7 @@ void tFileRecorder::writeLoop()
             m_writeDataFifo.take(batch);
             m_writerSleeps = m_skipGather = false;
         }
+        waitUntilFilled(batch);
         if (!writeBatch(batch))
             return;
         m_writeDataThread.wake([&] {
@@ -300,6 +372,7 @@ void tFileRecorder::dropQueue()
         m_processedCnt = m_acceptedCnt;
         m_writeDataFifo.take(dropped);
     });
+    waitUntilFilled(dropped);
     m_writeDataFifoSize = 0;
 }
 

@@ -51,7 +51,7 @@ public:
     bool isWriteEnable() const { return m_state == eWriting; }
     std::string currentFileName() const;
     std::uint32_t fifoSize() const { return m_writeDataFifoSize; }
-    std::uint32_t saveCnt() const { return m_saveCnt; }
+    std::uint32_t saveCnt() const { return static_cast<std::uint32_t>(m_acceptedCnt + m_droppedCnt); }
     std::uint64_t lostCnt() const { return m_lostCnt; }
     tCompressionQueue& compressions() { return m_compressions; }
 
@@ -64,10 +64,16 @@ private:
     void finishFile();
     void finish();
 
-    template <typename tWrite, typename tQueued>
-    void offer(std::size_t len, tTimes_ms timestamp, tWrite write, tQueued queued);
-    template <typename tWrite, typename tQueued>
-    void accept(std::size_t len, tTimes_ms timestamp, tWrite write, tQueued queued);
+    template <typename tSource>
+    void offer(std::size_t len, tTimes_ms timestamp, tSource source);
+    template <typename tSource>
+    void accept(std::size_t len, tTimes_ms timestamp, tSource& source);
+    template <typename tSource>
+    void acceptLong(std::size_t len, tTimes_ms timestamp, tSource& source);
+    template <typename tSource, typename tPush>
+    bool enter(tSource& source, tPush push);
+    template <typename tSource>
+    void drop(tSource& source);
     void writeLoop();
     bool writeBatch(const tSegmentBlocks& batch);
     void writeBlock(const tSegmentBlock& block);
@@ -88,10 +94,10 @@ private:
     // Written by producers, and on other cache lines than the writer's counters.
     // Guarded by m_writeDataThread's lock.
     alignas(64) tBatchQueue m_writeDataFifo;
-    bool m_writerSleeps = false;              // the writer waits for a notification
-    bool m_skipGather = false;                // the writer does not let segments gather
-    std::uint64_t m_acceptedCnt = 0;          // segments ever queued
-    std::atomic<std::uint32_t> m_saveCnt{0};  // segments ever given to writeData
+    bool m_writerSleeps = false;                  // the writer waits for a notification
+    bool m_skipGather = false;                    // the writer does not let segments gather
+    std::atomic<std::uint64_t> m_acceptedCnt{0};  // segments ever queued; changed under the lock only
+    std::atomic<std::uint64_t> m_droppedCnt{0};   // segments given to writeData and not queued
 
     alignas(64) std::uint64_t m_processedCnt = 0;       // guarded by it: of those queued, written or lost
     std::atomic<std::uint32_t> m_writeDataFifoSize{0};  // segments that wait, as of the writer's last update
