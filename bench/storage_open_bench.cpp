@@ -29,7 +29,7 @@ constexpr std::uint64_t cFirstTime = 1'700'000'000'000;
 
 std::string fileName(const std::string& folder, std::size_t file)
 {
-    char name[16];
+    char name[32];
     std::snprintf(name, sizeof name, "%04zu_.data", file);
     return folder + name;
 }
