@@ -71,7 +71,7 @@ public:
     uint64_t GetSentCnt() const;         // replayed records that were sent; repetitions and spoke loops not included
     uint64_t GetSendRefusedCnt() const;  // replayed records whose sending failed
     uint64_t GetUnreadCnt() const;       // as in storage::tDataStorageIO
-    uint64_t GetDamagedCnt() const;      // records that were no whole package
+    uint64_t GetDamagedCnt() const;      // records that did not hold their whole message
 
 private:
     tRadarDataReplayerPrivate* d;

@@ -42,7 +42,7 @@ TEST_F(tToolConvertTest, compressesAFolderAndExpandsItAgain)
     make("b.data", 1);
     recordByHand(dir.file("u.data"), {{1, "unfinished"}}, false);
     const tJson compressed = result({"compress", dir.string()}, 3);
-    EXPECT_EQ(compressed.at("schema"), "kestova/compress/1");
+    EXPECT_EQ(compressed.at("schema"), "kestova/compress/2");
     EXPECT_EQ(compressed.at("files").size(), 2u);
     EXPECT_NE(compressed.at("failed").at(0).get<std::string>().find("unfinished"), std::string::npos);
     EXPECT_LT(compressed.at("after_bytes"), compressed.at("before_bytes").get<std::uint64_t>() * 2 / 3);
@@ -51,7 +51,9 @@ TEST_F(tToolConvertTest, compressesAFolderAndExpandsItAgain)
     EXPECT_EQ(again.wait(), 1);
     EXPECT_EQ(parsed(again.out()).at("already"), 2);
     EXPECT_EQ(result({"info", dir.file("a.tar.data")}).at("total").at("records"), segments.size());
-    EXPECT_EQ(result({"expand", dir.string()}).at("files").size(), 2u);
+    const tJson expanded = result({"expand", dir.file("none"), dir.string()}, 1);
+    EXPECT_EQ(expanded.at("files").size(), 2u);
+    EXPECT_EQ(expanded.at("skipped").at(0).at("path"), dir.file("none"));
     EXPECT_EQ(segmentsOf(dir.file("a.data")), segments);
     EXPECT_TRUE(isTidy());
 }

@@ -1,13 +1,16 @@
 #include "tools/commands/convert.h"
 
+#include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <fmt/format.h>
 #include <memory>
-#include <sys/stat.h>
+#include <utility>
 
 #include "KestovaRecordings/archive.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
+#include "tools/shell/leftout.h"
 #include "tools/shell/options.h"
 #include "tools/shell/report.h"
 #include "tools/shell/stopsignal.h"
@@ -29,7 +32,11 @@ public:
     int run()
     {
         const auto started = tSteady::now();
-        m_paths = recordings::findRecordings(m_options.path, m_options.suffix);
+        recordings::tFoundFiles found = recordings::findAllRecordings(m_options.paths, m_options.suffix);
+        m_paths = std::move(found.files);
+        m_leftOut = std::move(found.leftOut);
+        if (m_paths.empty())
+            throw recordings::nothingLeft(m_leftOut);
         for (m_number = 1; m_number <= m_paths.size() && !m_stop.requested(); ++m_number)
             convert(m_paths[m_number - 1]);
         m_tookMs = static_cast<std::uint64_t>(
@@ -50,17 +57,19 @@ private:
     void convert(const std::string& path)
     {
         storage::tDataFile file;
-        if (path != m_options.path && file.open(path) && file.isCompressed() != m_direction.fromCompressed)
+        const bool asked = std::ranges::find(m_options.paths, path) != m_options.paths.end();
+        if (!asked && file.open(path) && file.isCompressed() != m_direction.fromCompressed)
         {
             ++m_already;
             return;
         }
-        tDone done{path, "", size(path), 0, {}};
+        tDone done{path, "", recordings::sizeOnDisk(path), 0, {}};
         std::string error;
         m_stepStart = tSteady::now();
         if (m_direction.convert(path, m_options.suffix, this, &done.result, &done.leftOut, &error))
         {
-            done.after = size(done.result);
+            done.after = recordings::sizeOnDisk(done.result);
+            done.result = asGiven(path, done.result);
             m_done.push_back(done);
             return;
         }
@@ -70,12 +79,12 @@ private:
         m_console.note("kestova " + std::string(m_direction.name) + ": " + error);
     }
 
-    // Returns the bytes on the disk: fewer than the file's length, because nothing is written between index and
-    // payload.
-    static std::uint64_t size(const std::string& path)
+    // Returns the result, which has the real path of its folder, in the folder as it was given.
+    static std::string asGiven(const std::string& path, const std::string& result)
     {
-        struct stat info;
-        return ::stat(path.c_str(), &info) == 0 ? static_cast<std::uint64_t>(info.st_blocks) * 512 : 0;
+        const auto given = std::filesystem::path(path).parent_path() / std::filesystem::path(result).filename();
+        std::error_code error;
+        return std::filesystem::equivalent(given, result, error) ? given.string() : result;
     }
 
     bool UpdateConversion(storage::tConversionStep step, std::uint64_t done, std::uint64_t total) override
@@ -111,7 +120,8 @@ private:
                            ": interrupted; the files that are not listed are as they were");
         if (m_stop.requested() || (m_done.empty() && !m_failed.empty()))
             return eFailed;
-        return m_failed.empty() ? eDone : eDamaged;
+        const int skipped = reportLeftOut(m_console, m_direction.name, m_leftOut);
+        return worseStatus(skipped, m_failed.empty() ? eDone : eDamaged);
     }
 
     tDone sum() const
@@ -140,8 +150,9 @@ private:
             files.push_back(
                 {{"path", one.path}, {"result", one.result}, {"before_bytes", one.before}, {"after_bytes", one.after}});
         }
-        return {{"schema", fmt::format("kestova/{}/1", m_direction.name)},
-                {"path", m_options.path},
+        return {{"schema", fmt::format("kestova/{}/2", m_direction.name)},
+                {"paths", m_options.paths},
+                {"skipped", leftOutJson(m_leftOut)},
                 {"files", files},
                 {"left_out", leftOut},
                 {"already", m_already},
@@ -149,7 +160,7 @@ private:
                 {"before_bytes", sum().before},
                 {"after_bytes", sum().after},
                 {"took_ms", m_tookMs},
-                {"complete", !m_stop.requested() && m_failed.empty()}};
+                {"complete", !m_stop.requested() && m_failed.empty() && m_leftOut.empty()}};
     }
 
     std::string text() const
@@ -173,6 +184,7 @@ private:
     tConsole& m_console;
     tStopSignal m_stop;
     std::vector<std::string> m_paths;
+    std::vector<recordings::tLeftOut> m_leftOut;
     std::size_t m_number = 0;  // of the present file, from 1
     storage::tConversionStep m_step = storage::eCounting;
     tSteady::time_point m_stepStart;
@@ -188,8 +200,8 @@ void addConvert(CLI::App& app, tRun& chosen, const tDirection& direction)
     auto options = std::make_shared<tRecordingOptions>();
     CLI::App& command = *app.add_subcommand(direction.name, direction.what);
     command.footer(direction.footer);
-    addPath(command, options->path);
-    command.add_option("--suffix", options->suffix, "What names of data files end in")->capture_default_str();
+    addPaths(command, options->paths);
+    addSuffix(command, options->suffix);
     addJson(command, options->json);
     command.callback([options, &direction, &chosen] {
         chosen = [options, &direction](tConsole& console) { return tConvert(direction, *options, console).run(); };

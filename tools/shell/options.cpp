@@ -32,11 +32,6 @@ CLI::Validator numberFrom(tNumber least, tNumber greatest, const char* what)
 }
 }  // namespace
 
-void addPath(CLI::App& command, std::string& path)
-{
-    command.add_option("path", path, "Data file, or folder with data files")->type_name("FILE|FOLDER")->required();
-}
-
 void addPaths(CLI::App& command, std::vector<std::string>& paths)
 {
     command.add_option("paths", paths, "Data files, recording folders or storage roots")

@@ -33,17 +33,14 @@ CLI::Validator checkedBy(tParser parse)
         "");
 }
 
-// What every command that reads recordings takes: those that read several at once have `paths`.
+// What every command that reads recordings takes.
 struct tRecordingOptions
 {
     std::vector<std::string> paths;
-    std::string path;
     std::string suffix = ".data";
     bool json = false;
 };
 
-// Adds the argument FILE|FOLDER.
-void addPath(CLI::App& command, std::string& path);
 // Adds the arguments PATH...: files, recording folders or storage roots.
 void addPaths(CLI::App& command, std::vector<std::string>& paths);
 // Adds --suffix.
