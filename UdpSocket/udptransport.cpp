@@ -59,6 +59,7 @@ public:
     {
         const auto loop = std::make_shared<tReceiveLoop>(cLongestPause);
         std::vector<std::unique_ptr<iDatagramSource>> sources;
+        sources.reserve(requests.size());
         for (const tSourceRequest& request : requests)
             sources.push_back(std::make_unique<tUdpSource>(request, loop, localIp, recBuffSize));
         return sources;

@@ -116,7 +116,7 @@ private:
             m_console.print((several ? path + "\n" : std::string()) + report.text());
         const std::vector<std::string> losses = report.losses();
         for (const std::string& loss : losses)
-            m_console.note("kestova pcap: " + (several ? path + ": " : std::string()) + loss);
+            m_console.note(fmt::format("kestova pcap: {}{}", several ? path + ": " : "", loss));
         return losses.empty() ? eDone : eDamaged;
     }
 

@@ -1,6 +1,7 @@
 // Writes the manual pages and the completion tables of kestova into a folder: kestova-COMMAND.1 for each command, and
 // tables.bash.
 #include <cstdio>
+#include <exception>
 #include <fstream>
 
 #include "tools/commands/commandline.h"
@@ -18,16 +19,10 @@ bool write(const std::string& path, const std::string& text)
         std::fprintf(stderr, "cannot write %s\n", path.c_str());
     return static_cast<bool>(file);
 }
-}  // namespace
 
-int main(int argc, char** argv)
+// Returns whether all of them could be written.
+bool writePages(const std::string& folder)
 {
-    if (argc != 2)
-    {
-        std::fprintf(stderr, "usage: kestova_pages FOLDER\n");
-        return 2;
-    }
-    const std::string folder = argv[1];
     CLI::App app;
     tool::tRun run;
     tool::tVolumeOptions volume;
@@ -37,5 +32,20 @@ int main(int argc, char** argv)
         written =
             write(folder + "/kestova-" + command->get_name() + ".1", tool::manualPage(*command, KESTOVA_VERSION)) &&
             written;
-    return written ? 0 : 1;
+    return written;
+}
+}  // namespace
+
+int main(int argc, char** argv)
+try
+{
+    if (argc == 2)
+        return writePages(argv[1]) ? 0 : 1;
+    std::fprintf(stderr, "usage: kestova_pages FOLDER\n");
+    return 2;
+}
+catch (const std::exception& error)
+{
+    std::fprintf(stderr, "kestova_pages: %s\n", error.what());
+    return 1;
 }

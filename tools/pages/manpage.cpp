@@ -78,7 +78,7 @@ std::string lowered(std::string text)
 
 std::string manualPage(const CLI::App& command, const std::string& version)
 {
-    const std::string name = command.get_name();
+    const std::string& name = command.get_name();
     std::string upper, arguments, options;
     for (const char c : name)
         upper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));

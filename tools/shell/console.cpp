@@ -31,12 +31,18 @@ void openMissingStandardDescriptors()
 
 constexpr char cClearLine[] = "\r\x1b[K";
 
-// The sink after the end of the command: threads of the libraries run until the process ends.
 class tNoSink : public Kestova::iConsoleSink
 {
 public:
     void OnConsoleText(Kestova::eConsoleStream, const char*, std::size_t) override {}
 };
+
+// The sink after the end of the command. Never destroyed: threads of the libraries run until the process ends.
+tNoSink& noSink()
+{
+    static auto& s_noSink = *new tNoSink;
+    return s_noSink;
+}
 
 // Returns the errno of a failed write, 0 for success.
 int writeAll(int fd, std::string_view text)
@@ -67,8 +73,7 @@ tConsole::tConsole()
 
 tConsole::~tConsole()
 {
-    static auto& s_noSink = *new tNoSink;
-    Kestova::SetConsoleSink(&s_noSink);
+    Kestova::SetConsoleSink(&noSink());
     endProgress();
     close(m_results);
 }

@@ -110,6 +110,7 @@ try
     // Holds what arrives while datagrams of all groups gather and are recorded.
     constexpr int cReceiveBuffer = 16 * 1024 * 1024;
     std::vector<net::tSourceRequest> requests;
+    requests.reserve(groups.size());
     for (const tRadarGroup& group : groups)
         requests.push_back({m_listener, group.address});
     return m_transport.openSources(requests, localIp, cReceiveBuffer);
