@@ -25,8 +25,9 @@ struct tRecordingRecord
 class KESTOVA_API tRecordCursor
 {
 public:
-    // Opens every file once, for the time of its first record. Files that cannot be read, or of which no record can, are
-    // left out; one that a recorder has compressed meanwhile is read in that form. Names of plain files end in `suffix`.
+    // Opens every file once, for the time of its first record. Files that cannot be read, or of which no record can,
+    // are left out; one that a recorder has compressed meanwhile is read in that form. Names of plain files end in
+    // `suffix`.
     tRecordCursor(const std::vector<std::string>& files, const std::string& suffix);
     ~tRecordCursor();
     tRecordCursor(const tRecordCursor&) = delete;

@@ -126,9 +126,9 @@ public:
     bool Jump(double fraction);
     // Stops as Stop does, releases the files and the observer. Nothing is reported after it returns.
     void CloseReadingFile();
-    // Segments that were due, since construction, and could not be read: a disk error, the codes cannot be used, the file
-    // was cut or changed since it was opened, or is another one by now (of more than 64, those that have to be opened
-    // again).
+    // Segments that were due, since construction, and could not be read: a disk error, the codes cannot be used, the
+    // file was cut or changed since it was opened, or is another one by now (of more than 64, those that have to be
+    // opened again).
     uint64_t GetUnreadCnt() const;
 
     // ---- Paths and disks. Any thread. ----

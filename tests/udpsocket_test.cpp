@@ -165,16 +165,16 @@ TEST_F(tUdpReceiverTest, sharesItsGroupAndKeepsOtherGroupsOnThePortOut)
 TEST_F(tUdpReceiverTest, truncatesAndMixesNoDatagramsFromEmptyToTheLargest)
 {
     const auto receiver = receive(m_collector, m_group);
-    std::vector<std::string> sent{"", ""};
+    std::vector<std::string> sent{"", "", 'a' + std::string(1470, 'x') + 'b', 'c' + std::string(1471, 'x') + 'd'};
     for (char mark = 'a'; mark <= 'h'; ++mark)
         sent.push_back(mark + std::string(65505, 'x') + mark);
     for (const std::string& payload : sent)
         send(m_group, payload);
-    ASSERT_TRUE(heard(10));
+    ASSERT_TRUE(heard(12));
     for (std::size_t i = 0; i < sent.size(); ++i)
         EXPECT_TRUE(m_collector.all()[i].payload == sent[i]) << i;
-    EXPECT_EQ(receiver->counters().datagrams, 10U);
-    EXPECT_EQ(receiver->counters().bytes, 8 * 65507U);
+    EXPECT_EQ(receiver->counters().datagrams, 12U);
+    EXPECT_EQ(receiver->counters().bytes, 8 * 65507U + 1472U + 1473U);
 }
 
 // The listener is held in its first call while more is sent than any buffer takes; the last datagrams are among the

@@ -7,16 +7,16 @@ namespace net
 {
 tReceiveBatch::tReceiveBatch()
 {
-    void* memory = ::mmap(nullptr, cCapacity * cStride, PROT_READ | PROT_WRITE,
-                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    void* memory =
+        ::mmap(nullptr, cArenaSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (memory == MAP_FAILED)
         return;
     // One small datagram must not make two megabytes resident.
-    ::madvise(memory, cCapacity * cStride, MADV_NOHUGEPAGE);
+    ::madvise(memory, cArenaSize, MADV_NOHUGEPAGE);
     m_arena = static_cast<char*>(memory);
     for (std::size_t i = 0; i < cCapacity; ++i)
     {
-        m_buffers[i] = {data(i), cSlotSize};
+        m_buffers[i] = {iovec{slot(i), cFrameSize}, iovec{longSlot(i) + cFrameSize, cLongSize - cFrameSize}};
         prepare(i);
     }
 }
@@ -24,7 +24,7 @@ tReceiveBatch::tReceiveBatch()
 tReceiveBatch::~tReceiveBatch()
 {
     if (m_arena != nullptr)
-        ::munmap(m_arena, cCapacity * cStride);
+        ::munmap(m_arena, cArenaSize);
 }
 
 // Every call of recvmmsg overwrites the lengths.
@@ -33,8 +33,8 @@ void tReceiveBatch::prepare(std::size_t i)
     msghdr& head = m_messages[i].msg_hdr;
     head.msg_name = &m_senders[i];
     head.msg_namelen = sizeof(sockaddr_in);
-    head.msg_iov = &m_buffers[i];
-    head.msg_iovlen = 1;
+    head.msg_iov = m_buffers[i].data();
+    head.msg_iovlen = m_buffers[i].size();
     head.msg_control = &m_controls[i];
     head.msg_controllen = sizeof(tControl);
 }
@@ -46,7 +46,16 @@ int tReceiveBatch::receive(int socket)
     const int received = ::recvmmsg(socket, m_messages.data(), cCapacity, MSG_DONTWAIT, nullptr);
     // A failed call may have filled in the first message.
     m_used = received > 0 ? static_cast<std::size_t>(received) : 1;
+    for (std::size_t i = 0; received > 0 && i < m_used; ++i)
+        m_data[i] = m_messages[i].msg_len <= cFrameSize ? slot(i) : joined(i);
     return received;
+}
+
+// The part of a long datagram that lies in the first slot, put before the rest.
+char* tReceiveBatch::joined(std::size_t i) const
+{
+    std::memcpy(longSlot(i), slot(i), cFrameSize);
+    return longSlot(i);
 }
 
 tReceiveBatch::tReport tReceiveBatch::report(std::size_t i) const

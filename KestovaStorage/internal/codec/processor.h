@@ -20,7 +20,7 @@ enum class eInstructions : unsigned char
 {
     ePortable,
     eScalar,  // those that work on single words
-    eBest  // all extensions of this processor
+    eBest     // all extensions of this processor
 };
 
 inline bool usesBmi2([[maybe_unused]] eInstructions wanted)

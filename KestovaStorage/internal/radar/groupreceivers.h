@@ -73,7 +73,7 @@ private:
     net::iTransport& m_transport;
     mutable std::mutex m_mutex;
     tGroupTable m_table;  // guarded by m_mutex
-    tSources m_sources;         // guarded by m_mutex; one a group, null if it could not be opened
+    tSources m_sources;   // guarded by m_mutex; one a group, null if it could not be opened
 };
 }  // namespace Kestova
 
