@@ -201,7 +201,7 @@ TEST_F(tToolReplayTest, isSteeredWithKeys)
 TEST_F(tToolReplayTest, sendsNothingAfterAJumpWhilePaused)
 {
     tGroupListener display;
-    tTerminalProcess terminal(tool({"replay", record(400, 1000), "--net", "--local-ip", "127.0.0.1", "--map",
+    tTerminalProcess terminal(tool({"replay", record(8000, 10), "--net", "--local-ip", "127.0.0.1", "--map",
                                     "239.17.0.1:6001=" + addressText(display.group)}));
     ASSERT_TRUE(terminal.shows("q ends"));
     ASSERT_TRUE(display.heard(1));
