@@ -306,9 +306,9 @@ TEST_F(tSourcesTest, haveDeliveredWhatHadArrivedBeforeTheyEnd)
 {
     for (int i = 0; i < 100; ++i)  // at a rate for which the thread pauses
     {
+        std::this_thread::sleep_for(500us);
         send(0, "before");
         send(1, "before");
-        std::this_thread::sleep_for(500us);
     }
     m_sources[0].reset();
     EXPECT_EQ(m_payloads.count(), 200u) << "of the others too: the order of arrival holds";

@@ -94,6 +94,7 @@ bool tGroupSocket::receive()
 {
     const int received = m_batch.receive(m_socket.get());
     m_next = 0;
+    m_left = false;
     m_received = static_cast<std::size_t>(std::max(received, 0));
     look();
     return received > 0;
@@ -121,6 +122,7 @@ void tGroupSocket::deliverNext(std::int64_t arrived_ns)
     if (ended())
     {
         m_next = m_received = 0;
+        m_left = false;
         return;
     }
     const sockaddr_in& sender = m_batch.sender(m_next);

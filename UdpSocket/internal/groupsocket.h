@@ -42,8 +42,11 @@ public:
     // Receives the datagrams that wait, up to a batch. Returns false, with errno set, if there are none or that fails.
     bool receive();
     bool pending() const { return m_next < m_received; }  // datagrams were received and are not yet delivered
-    bool mayHaveMore() const { return m_received == tReceiveBatch::cCapacity; }  // the last batch was full
-    std::int64_t nextArrived_ns() const { return m_report.arrived_ns; }          // of the next one; requires pending()
+    // The kernel may have more of what had arrived when the present pass began: the last batch was full, or is left
+    // from a former pass.
+    bool mayHaveMore() const { return m_received == tReceiveBatch::cCapacity || m_left; }
+    void keep() { m_left = true; }                                       // what is pending for the next pass
+    std::int64_t nextArrived_ns() const { return m_report.arrived_ns; }  // of the next one; requires pending()
     // Calls the listener with the next one, as if it had arrived then; requires pending().
     void deliverNext(std::int64_t arrived_ns);
 
@@ -57,10 +60,11 @@ private:
     iDatagramListener* const m_listener;
     const NetAddress m_group;
     tDescriptor m_socket;
-    tReceiveBatch m_batch;            // the loop's, as the next three
+    tReceiveBatch m_batch;            // the loop's, as the next four
     tReceiveBatch::tReport m_report;  // of the next datagram
     std::size_t m_next = 0;
     std::size_t m_received = 0;
+    bool m_left = false;  // the last batch is of a former pass
     std::atomic<tClock::rep> m_end{tClock::time_point::max().time_since_epoch().count()};
     std::atomic<std::uint64_t> m_datagrams{0};
     std::atomic<std::uint64_t> m_bytes{0};

@@ -173,7 +173,11 @@ std::size_t tReceiveLoop::pass()
     }
     const std::size_t delivered = merge();
     for (tGroupSocket* const socket : m_active)
+    {
         socket->active = socket->pending();
+        if (socket->active)
+            socket->keep();
+    }
     std::erase_if(m_active, [](const tGroupSocket* socket) { return !socket->active; });
     return delivered;
 }
