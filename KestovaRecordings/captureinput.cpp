@@ -39,6 +39,8 @@ tCaptureInput::tCaptureInput(const std::string& path, std::function<bool(std::ui
         throw tFailure(m_name + ": " + std::strerror(errno));
     if (S_ISDIR(status.st_mode))
         throw tFailure(path + " is no capture: it is a folder");
+    if (::isatty(m_fd) == 1)
+        throw tFailure(m_name + " is a terminal: send a capture into it");
     if (S_ISREG(status.st_mode))
         m_size = static_cast<std::uint64_t>(status.st_size);
 }

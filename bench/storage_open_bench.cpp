@@ -133,7 +133,8 @@ tOpening openAll(const std::string& folder)
     for (int i = 1; i <= 9; ++i)
     {
         const double fraction = 0.1 * i;
-        observer.expect(cFirstTime + static_cast<std::uint64_t>(fraction * static_cast<double>(s_files * cRecords - 2)));
+        observer.expect(cFirstTime +
+                        static_cast<std::uint64_t>(fraction * static_cast<double>(s_files * cRecords - 2)));
         const auto jump = tClock::now();
         storage.Jump(fraction);
         observer.waitArrived();

@@ -38,6 +38,7 @@ public:
     // Ends the calls to the listener at this time, whatever waits to be delivered. Any thread, once.
     void endAt(tClock::time_point time) { m_end.store(time.time_since_epoch().count(), std::memory_order_release); }
     void end() { m_end.store(0, std::memory_order_release); }
+    bool ended() const;
 
     // Receives the datagrams that wait, up to a batch. Returns false, with errno set, if there are none or that fails.
     bool receive();
@@ -51,9 +52,9 @@ public:
     void deliverNext(std::int64_t arrived_ns);
 
     bool active = false;  // the loop's mark
+    bool fresh = false;   // the loop's mark: receive() was called in this pass
 
 private:
-    bool ended() const;
     void look();
 
     const std::unique_ptr<iDatagramListener> m_own;  // null if the application owns the listener

@@ -17,7 +17,7 @@ using tClock = tGroupSocket::tClock;
 
 // How long a last pass may take.
 constexpr auto cLastPass = 200ms;
-// A datagram that seems to have arrived later than now arrived before the system clock was set back.
+// A time that is so much before the last one is that of a system clock that was set back.
 constexpr std::int64_t cClockSetBack_ns = 20'000'000;
 
 std::int64_t systemTime_ns()
@@ -27,9 +27,10 @@ std::int64_t systemTime_ns()
     return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
+// What arrived later than now arrived before the system clock was set back.
 bool isDue(std::int64_t arrived_ns, std::int64_t due_ns)
 {
-    return arrived_ns <= due_ns || arrived_ns > due_ns + cClockSetBack_ns;
+    return arrived_ns <= due_ns || arrived_ns > systemTime_ns();
 }
 
 bool watch(int epoll, int descriptor, tGroupSocket* socket)
@@ -93,6 +94,8 @@ void tReceiveLoop::run()
         collect(removed.empty());
         const std::size_t sockets = m_active.size();
         const std::size_t received = pass();
+        for (const auto& socket : removed)
+            drain(*socket);
         if (!destroy(std::move(removed)))
             return;
         pause(received, sockets);
@@ -136,15 +139,19 @@ bool tReceiveLoop::destroy(tRemoved removed)
 // then, nothing is in a socket that was not found.
 void tReceiveLoop::collect(bool wait)
 {
-    const bool ordered = m_watched.load(std::memory_order_relaxed) > 1;
+    const auto ordered = [this] { return m_watched.load(std::memory_order_relaxed) > 1; };
     const bool sleep = wait && m_active.empty();
-    m_due_ns = ordered ? systemTime_ns() : std::numeric_limits<std::int64_t>::max() - cClockSetBack_ns;
-    const bool found = poll(sleep && !ordered ? -1 : 0);
-    if (found || !sleep || !ordered)
-        return;
-    poll(-1);
-    m_due_ns = systemTime_ns();
-    poll(0);
+    if (ordered())
+    {
+        m_due_ns = systemTime_ns();
+        if (poll(0) || !sleep)
+            return;
+    }
+    poll(sleep ? -1 : 0);
+    const bool several = ordered();  // others may have been added meanwhile
+    m_due_ns = several ? systemTime_ns() : std::numeric_limits<std::int64_t>::max();
+    if (several)
+        poll(0);
 }
 
 // Returns whether there was something.
@@ -168,7 +175,8 @@ std::size_t tReceiveLoop::pass()
 {
     for (tGroupSocket* const socket : m_active)
     {
-        if (!socket->pending())
+        socket->fresh = !socket->pending();
+        if (socket->fresh)
             receive(*socket);
     }
     const std::size_t delivered = merge();
@@ -195,7 +203,8 @@ std::size_t tReceiveLoop::merge()
         tGroupSocket& socket = *m_heap.back();
         socket.deliverNext(inOrder(socket.nextArrived_ns()));
         ++delivered;
-        if (!socket.pending() && socket.mayHaveMore())
+        // What was left of the pass before may have filled no batch long ago.
+        if (!socket.pending() && (socket.mayHaveMore() || !std::exchange(socket.fresh, true)))
             receive(socket);
         if (socket.pending())
             std::push_heap(m_heap.begin(), m_heap.end(), laterThan);
@@ -203,6 +212,13 @@ std::size_t tReceiveLoop::merge()
             m_heap.pop_back();
     }
     return delivered;
+}
+
+// Delivers what is left of a socket that ends, whatever its time: until the kernel stamps, that is the time of reading.
+void tReceiveLoop::drain(tGroupSocket& socket)
+{
+    while (!socket.ended() && (socket.pending() || socket.receive()))
+        socket.deliverNext(inOrder(socket.nextArrived_ns()));
 }
 
 // The kernel may have had a datagram in hand, stamped but not yet received, when a pass began that delivered later

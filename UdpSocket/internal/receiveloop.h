@@ -54,6 +54,7 @@ private:
     bool poll(int timeout_ms);
     std::size_t pass();
     std::size_t merge();
+    void drain(tGroupSocket& socket);
     std::int64_t inOrder(std::int64_t arrived_ns);
     void receive(tGroupSocket& socket);
     void pause(std::size_t received, std::size_t sockets);

@@ -106,7 +106,7 @@ bool hasVectorCounter()
 KESTOVA_VECTORS std::size_t countVectors(const unsigned char* bytes, std::size_t len, tByteCounts& counts,
                                          tCounterLanes& lanes)
 {
-    using tLong = tStride<5, 8>;   // 448 bytes
+    using tLong = tStride<6, 8>;   // 512 bytes
     using tShort = tStride<2, 5>;  // 208 bytes
     std::size_t i = 0;
     for (; len - i >= tLong::cSize; i += tLong::cSize)

@@ -1,7 +1,7 @@
 // tFileRecorder: the recording half of a storage object.
 //
 // Shapes   segments go through a queue without bound to the writer thread, which takes the whole queue at once and
-//          writes it, file after file.
+//          writes it, file after file. Plain bytes are copied without the queue's lock; the writer waits for them.
 // Threads  any thread may call any operation. The writer thread writes and rolls over; the flush thread syncs every
 //          30 s. m_controlMutex serialises what starts and finishes files; the writer never takes it.
 //          Files are created (m_series, m_request) by the control side while the writer is stopped, and by the writer
