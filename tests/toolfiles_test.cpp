@@ -101,7 +101,7 @@ TEST_F(tToolCountTest, countsARecordingUntilItIsCancelled)
 
 TEST_F(tToolCountTest, findsNoDamageInARecordingThatIsBeingWritten)
 {
-    constexpr int cReadings = 60;
+    constexpr int cReadings = 20;
     storage::tDataStorageIO recorder("", ".data");
     ASSERT_TRUE(recorder.CreateNewWritingFile(dir.file("live") + "/", "live", false));
     std::atomic<bool> recording{true};
