@@ -159,6 +159,8 @@ void tCut::begin()
     m_extName = first != m_inputs.files.end() ? extNameOf(first->path) : "cut";
     m_about = sheetFrom(
         m_inputs, {m_result.startMs, m_result.endMs, [shift = m_options.shiftMs](const tInputFile&) { return shift; }});
+    if (m_inputs.fineTimes)
+        m_output.keepFineTimes();
     startNextFileAt(m_result.startMs);
 }
 

@@ -63,6 +63,8 @@ tMergeResult tMerge::run()
     m_result.leftOut = m_inputs.leftOut;
     requireTimes();
     const auto shift = [this](const tInputFile& file) { return shiftOf(file); };
+    if (m_inputs.fineTimes)
+        m_output.keepFineTimes();
     m_output.startFileByTime(sheetFrom(m_inputs, {0, UINT64_MAX, shift}), extNameOf(m_inputs.files.front().path));
     m_result.complete = takeRecords();
     if (!m_result.complete)

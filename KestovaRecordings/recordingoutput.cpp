@@ -55,6 +55,11 @@ std::size_t matching(std::string_view pattern, std::string_view name)
                : 0;
 }
 
+bool hasFineTimes(const storage::tDataFile& file)
+{
+    return file.fineTimes() == storage::eFineTimesOurs;
+}
+
 // Records of a file that follow each other and go into the present file.
 struct tStretch
 {
@@ -68,13 +73,13 @@ class tRecordingOutput::tPrivate
 public:
     explicit tPrivate(const std::string& folder) : m_folder(folder) {}
 
-    void begin(const tSheet& about, std::string extName);
-    void create(const std::string& name);
+    void begin(const tSheet& about, std::string name, std::string extName);
     void add(const tNewRecord& record);
     std::uint64_t copy(storage::tDataFile& from, std::size_t first, std::size_t count, std::int64_t shiftMs);
     void finishFile();
     std::vector<tNewFile> commit();
 
+    bool m_fineTimes = false;  // for every file
     tSheet m_about;
     std::uint64_t m_records = 0, m_bytes = 0;
 
@@ -92,7 +97,8 @@ private:
         }
     };
 
-    void makeRoom(std::uint64_t timeMs);
+    void makeRoom(std::uint64_t timeMs, bool fineTimes);
+    void create(const std::string& name, bool fineTimes);
     void append(const tNewRecord& record);
     tStretch gather(storage::tDataFile& from, std::size_t first, std::size_t count, std::int64_t shiftMs);
     void account(std::uint64_t timeMs, int us, std::string_view bytes, std::uint64_t position);
@@ -101,31 +107,33 @@ private:
     [[noreturn]] void fail(const std::string& error) const;
 
     tNewFolder m_folder;
-    std::string m_extName;
-    std::unique_ptr<tPresentFile> m_file;  // null until the first record of a file named by it
+    std::string m_name, m_extName;         // of the next file; without a name it is named by time
+    std::unique_ptr<tPresentFile> m_file;  // null until its first record
     std::vector<tNewFile> m_files;         // finished ones
 };
 
-// A file that was named by time and has no record was never created.
-void tRecordingOutput::tPrivate::begin(const tSheet& about, std::string extName)
+void tRecordingOutput::tPrivate::begin(const tSheet& about, std::string name, std::string extName)
 {
+    tSheet next = about;
     finishFile();
-    m_about = about;
+    m_about = std::move(next);
+    m_name = std::move(name);
     m_extName = std::move(extName);
     m_extName.resize(std::min(m_extName.size(), cExtNameLimit));
 }
 
-void tRecordingOutput::tPrivate::create(const std::string& name)
+void tRecordingOutput::tPrivate::create(const std::string& name, bool fineTimes)
 {
     m_file = std::make_unique<tPresentFile>();
     m_file->name = name;
-    if (!m_file->output.create(inPart(name), true))
+    if (!m_file->output.create(inPart(name), fineTimes || m_fineTimes))
         fail(m_file->output.error());
     m_file->writing.emplace(inPart(name));
+    m_name.clear();
 }
 
 // Creates the file that the next record goes to, if there is none or the present one is full.
-void tRecordingOutput::tPrivate::makeRoom(std::uint64_t timeMs)
+void tRecordingOutput::tPrivate::makeRoom(std::uint64_t timeMs, bool fineTimes)
 {
     if (m_file && m_file->output.isFull())
     {
@@ -134,14 +142,16 @@ void tRecordingOutput::tPrivate::makeRoom(std::uint64_t timeMs)
         m_about.notes.clear();
         m_about.losses = {};
     }
-    if (!m_file)
-        create(fmt::format("{:04}_{}{}{}{}", m_files.size(), timeLabel(timeMs), m_extName.empty() ? "" : "_", m_extName,
-                           cEnding));
+    if (m_file)
+        return;
+    const std::string byTime = fmt::format("{:04}_{}{}{}{}", m_files.size(), timeLabel(timeMs),
+                                           m_extName.empty() ? "" : "_", m_extName, cEnding);
+    create(m_name.empty() ? byTime : m_name, fineTimes);
 }
 
 void tRecordingOutput::tPrivate::add(const tNewRecord& record)
 {
-    makeRoom(record.timeMs);
+    makeRoom(record.timeMs, record.us >= 0);
     append(record);
 }
 
@@ -173,7 +183,7 @@ std::uint64_t tRecordingOutput::tPrivate::copy(storage::tDataFile& from, std::si
     std::uint64_t unread = 0;
     for (const std::size_t end = first + count; first < end;)
     {
-        makeRoom(from.record(first).timeMs + static_cast<std::uint64_t>(shiftMs));
+        makeRoom(from.record(first).timeMs + static_cast<std::uint64_t>(shiftMs), hasFineTimes(from));
         const tStretch stretch = gather(from, first, end - first, shiftMs);
         if (stretch.count != 0 && m_file->output.copy(from, stretch.first, stretch.count, shiftMs) != stretch.count)
             fail(m_file->output.error());
@@ -217,16 +227,22 @@ std::uint64_t tRecordingOutput::tPrivate::copySingly(storage::tDataFile& from, s
     {
         std::size_t len = 0;
         const char* const bytes = from.view(i, len);
-        if (bytes != nullptr && len != 0)
-            add({from.record(i).timeMs + static_cast<std::uint64_t>(shiftMs), from.fineTime(i), {bytes, len}});
-        else
+        if (bytes == nullptr || len == 0)
+        {
             ++unread;
+            continue;
+        }
+        const std::uint64_t timeMs = from.record(i).timeMs + static_cast<std::uint64_t>(shiftMs);
+        makeRoom(timeMs, hasFineTimes(from));
+        append({timeMs, from.fineTime(i), {bytes, len}});
     }
     return unread;
 }
 
 void tRecordingOutput::tPrivate::finishFile()
 {
+    if (!m_file && !m_name.empty())
+        create(m_name, false);
     if (!m_file)
         return;
     if (!m_file->output.finish())
@@ -283,15 +299,19 @@ tRecordingOutput::tRecordingOutput(const std::string& folder) : d(std::make_uniq
 
 tRecordingOutput::~tRecordingOutput() = default;
 
+void tRecordingOutput::keepFineTimes()
+{
+    d->m_fineTimes = true;
+}
+
 void tRecordingOutput::startFile(const tSheet& about, const std::string& name)
 {
-    d->begin(about, extNameOf(name));
-    d->create(name);
+    d->begin(about, name, extNameOf(name));
 }
 
 void tRecordingOutput::startFileByTime(const tSheet& about, const std::string& extName)
 {
-    d->begin(about, extName);
+    d->begin(about, {}, extName);
 }
 
 tSheet& tRecordingOutput::about()

@@ -36,8 +36,7 @@ struct tNewFile
 // for recordings. commit() syncs it and renames it. The destructor removes what was not committed. What a killed
 // process has left there is removed by the constructor of the next output in the same parent folder.
 //
-// Each data file gets its sheet, and its fine times if one of its records has some. Beside the index of the file it
-// reads from, an output takes some 25 MB at most.
+// Each data file gets its sheet. Beside the index of the file that it reads from, an output takes some 25 MB at most.
 //
 // One thread at a time. Operations throw tFailure, with one line that names the file and the reason, if the disk is
 // full or a write fails; the object may then only be destroyed.
@@ -50,12 +49,16 @@ public:
     tRecordingOutput(const tRecordingOutput&) = delete;
     tRecordingOutput& operator=(const tRecordingOutput&) = delete;
 
-    // Finishes the present data file and begins the next one. Of `about` its sheet takes what does not follow from the
-    // records: recorder, radar, interface, losses, clock, notes, kept, cut, carried. `name` is the file's, without a
-    // folder, and ends in ".data".
+    // Lets every file have fine times from now on. Without it a file has them if its first record has some, or comes
+    // from a file that has.
+    void keepFineTimes();
+
+    // Finishes the present data file; the next one begins with the next record. Of `about` its sheet takes what does
+    // not follow from the records: recorder, radar, interface, losses, clock, notes, kept, cut, carried. `name` is the
+    // file's, without a folder, and ends in ".data"; this file is made even if no record comes.
     void startFile(const tSheet& about, const std::string& name);
     // The same for a file that is named as a recorder does it, by its number, the time of its first record and
-    // `extName`, unless that is empty. It is created with its first record: without one there is no such file.
+    // `extName`, unless that is empty. Without a record no such file is made.
     void startFileByTime(const tSheet& about, const std::string& extName);
     // Returns the `about` of the present file. What the caller changes goes into its sheet.
     tSheet& about();

@@ -76,6 +76,7 @@ void tFinder::add(const storage::tDataFile& file, tInputFile input)
     m_inputs.firstMs = m_inputs.records == 0 ? input.firstMs : std::min(m_inputs.firstMs, input.firstMs);
     m_inputs.lastMs = std::max(m_inputs.lastMs, input.lastMs);
     m_inputs.records += input.records;
+    m_inputs.fineTimes |= file.fineTimes() == storage::eFineTimesOurs;
     m_inputs.files.push_back(std::move(input));
 }
 

@@ -31,6 +31,7 @@ struct tInputFiles
     std::uint64_t records = 0;
     std::uint64_t firstMs = 0, lastMs = 0;
     std::size_t recordings = 0;
+    bool fineTimes = false;  // one of the files has some
 };
 
 // Opens each file below the paths once. Throws tFailure if none has a record.

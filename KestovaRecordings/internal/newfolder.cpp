@@ -65,7 +65,7 @@ std::vector<std::string> entriesOf(const std::string& path)
 // Whether it is one of the files that a recording in the making consists of, or the beginning of one.
 bool isPartOfRecording(const std::string& name)
 {
-    constexpr std::array<const char*, 3> cEndings{".data", ".json", ".fine"};
+    constexpr std::array<const char*, 4> cEndings{".data", ".json", ".fine", ".part"};
     for (const char* const ending : cEndings)
         if (name.find(ending) != std::string::npos)
             return true;
