@@ -24,6 +24,8 @@ if(KESTOVA_LIBPCAP)  # the yardstick alone uses it
 endif()
 if(TARGET kestova_sessions)  # the simulated radar makes its data
   find_package(fmt REQUIRED)
+  kestova_bench(sheet)
+  target_link_libraries(sheet_bench PRIVATE kestova_sessions KestovaRecordings fmt::fmt)
   kestova_bench(compress rooms)
   target_link_libraries(compress_bench PRIVATE kestova_sessions)
 endif()
