@@ -26,12 +26,8 @@ bool tRepetitions::next(tCandidate& candidate)
 {
     if (!isDecidable())
         return false;
-    const auto equal = m_equal.find(m_waiting.front().hash);
     if (!m_waiting.front().repeats)
-        decide(equal->second);
-    if (std::all_of(equal->second.begin(), equal->second.end(),
-                    [](const tQueue& each) { return each.numbers.empty(); }))
-        m_equal.erase(equal);
+        decide();
     candidate = std::move(m_waiting.front());
     m_waiting.pop_front();
     ++m_first;
@@ -39,15 +35,19 @@ bool tRepetitions::next(tCandidate& candidate)
 }
 
 // The first one stays; those of other recordings that repeat it are marked. What is marked waits in no queue any more.
-void tRepetitions::decide(std::vector<tQueue>& equal)
+void tRepetitions::decide()
 {
+    const auto equal = m_equal.find(m_waiting.front().hash);
+    std::vector<tQueue>& queues = equal->second;
     const std::size_t recording = m_waiting.front().recording;
     tQueue& own =
-        *std::find_if(equal.begin(), equal.end(), [&](const tQueue& each) { return each.recording == recording; });
-    for (tQueue& other : equal)
+        *std::find_if(queues.begin(), queues.end(), [&](const tQueue& each) { return each.recording == recording; });
+    for (tQueue& other : queues)
         if (&other != &own && isInReach(own, other, 0))
             match(own, other);
     own.numbers.erase(own.numbers.begin());
+    if (std::all_of(queues.begin(), queues.end(), [](const tQueue& each) { return each.numbers.empty(); }))
+        m_equal.erase(equal);
 }
 
 bool tRepetitions::isInReach(const tQueue& own, const tQueue& other, std::size_t place)

@@ -74,7 +74,7 @@ private:
 
     tCandidate& at(std::uint64_t number) { return m_waiting[static_cast<std::size_t>(number - m_first)]; }
     bool isDecidable() const;
-    void decide(std::vector<tQueue>& equal);
+    void decide();
     void match(tQueue& own, tQueue& other);
     bool isInReach(const tQueue& own, const tQueue& other, std::size_t place);
     double apartMs(std::uint64_t a, std::uint64_t b);
