@@ -6,11 +6,13 @@
 
 namespace tool
 {
-tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addCompress, addExpand, addPcap, addExport;
+tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addCompress, addExpand, addPcap, addExport,
+    addVerify, addRecover;
 
 // In the order of the help.
 inline constexpr tAddCommand* cCommands[] = {addSimulate, addRecord, addReplay, addInfo,  addDump,
-                                             addCompress, addExpand, addPcap,   addExport};
+                                             addCompress, addExpand, addPcap,   addExport,
+                                             addVerify,   addRecover};
 }  // namespace tool
 
 #endif

@@ -40,15 +40,17 @@ std::unique_ptr<tDataFileReader> tDataFileReader::openToPlay(const std::string& 
     return open(path, eIndex::eInBlocks, failure);
 }
 
-std::unique_ptr<tDataFileReader> tDataFileReader::openBare(const std::string& path, tStatus* failure)
+std::unique_ptr<tDataFileReader> tDataFileReader::openBare(const std::string& path, tStatus* failure,
+                                                           const tFileForm* assumed)
 {
-    return open(path, eIndex::eNone, failure);
+    return open(path, eIndex::eNone, failure, assumed);
 }
 
-std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, eIndex index, tStatus* failure)
+std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, eIndex index, tStatus* failure,
+                                                       const tFileForm* assumed)
 {
     std::unique_ptr<tDataFileReader> reader(new tDataFileReader(path));
-    tStatus status = reader->load(index);
+    tStatus status = reader->load(index, assumed);
     if (status)
         return reader;
     if (failure != nullptr)
@@ -56,7 +58,7 @@ std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, 
     return nullptr;
 }
 
-tStatus tDataFileReader::load(eIndex index)
+tStatus tDataFileReader::load(eIndex index, const tFileForm* assumed)
 try
 {
     if (!openFile())
@@ -69,6 +71,8 @@ try
         std::this_thread::sleep_for(1ms);
         m_form = readForm();
     }
+    if (m_form == nullptr)
+        m_form = assumed;
     if (m_form == nullptr)
         return {tStatus::eCode::eRefused, "not a data file"};
     if (index == eIndex::eNone)
@@ -107,9 +111,13 @@ const tFileForm* tDataFileReader::readForm() const
 
 void tDataFileReader::takeSize()
 {
+    m_size = presentSize();
+}
+
+std::uint64_t tDataFileReader::presentSize() const
+{
     struct stat info;
-    if (::fstat(m_file.get(), &info) == 0)
-        m_size = static_cast<std::uint64_t>(info.st_size);
+    return ::fstat(m_file.get(), &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : m_size;
 }
 
 // O_NONBLOCK: opening a pipe or a device that is named like a data file does not wait.

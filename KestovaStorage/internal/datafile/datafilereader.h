@@ -38,8 +38,10 @@ public:
     static std::unique_ptr<tDataFileReader> open(const std::string& path, tStatus* failure = nullptr);
     // Opens the file for playing.
     static std::unique_ptr<tDataFileReader> openToPlay(const std::string& path, tStatus* failure = nullptr);
-    // Opens the file without reading its index, which may still grow; readRecords() returns what is there.
-    static std::unique_ptr<tDataFileReader> openBare(const std::string& path, tStatus* failure = nullptr);
+    // Opens the file without reading its index, which may still grow; readRecords() returns what is there. A file whose
+    // magic is that of no form is read as one of the form `assumed`, unless that is null.
+    static std::unique_ptr<tDataFileReader> openBare(const std::string& path, tStatus* failure = nullptr,
+                                                     const tFileForm* assumed = nullptr);
     ~tDataFileReader();
     tDataFileReader(const tDataFileReader&) = delete;
     tDataFileReader& operator=(const tDataFileReader&) = delete;
@@ -48,6 +50,7 @@ public:
     const tFileForm& form() const { return *m_form; }
     bool finished() const { return m_finished; }  // the index head was written
     std::uint64_t size() const { return m_size; }
+    std::uint64_t presentSize() const;  // of the open file, which may have grown
     std::size_t damaged() const { return m_damaged; }
 
     std::size_t count() const { return m_count; }  // of records
@@ -81,8 +84,9 @@ private:
         eInBlocks,
         eInMemory
     };
-    static std::unique_ptr<tDataFileReader> open(const std::string& path, eIndex index, tStatus* failure);
-    tStatus load(eIndex index);
+    static std::unique_ptr<tDataFileReader> open(const std::string& path, eIndex index, tStatus* failure,
+                                                 const tFileForm* assumed = nullptr);
+    tStatus load(eIndex index, const tFileForm* assumed);
     bool openFile();
     bool reopenFile();
     tStatus examine();
