@@ -10,28 +10,33 @@
 #include <vector>
 
 #include "KestovaRecordings/failure.h"
+#include "KestovaRecordings/sheet.h"
 #include "KestovaStorage/datafile.h"
+#include "KestovaStorage/datafileoutput.h"
 #include "UdpSocket/kestovaapi.h"
 
 namespace recordings
 {
-struct tSheet;
-
-constexpr std::uint16_t cUnknownUs = 0xFFFF;
-
 struct tNewRecord
 {
-    std::uint64_t timeMs;    // ms since the Unix epoch, above 0
-    std::uint16_t us;        // microseconds within that millisecond, or cUnknownUs
+    std::uint64_t timeMs;    // ms since the Unix epoch, above 0 and below 2^48
+    int us;                  // microseconds within that millisecond, 0 to 999, or storage::cUnknownFineTime
     std::string_view bytes;  // of the segment, 1 or more
 };
 
+// A data file of a new recording.
+struct tNewFile
+{
+    std::string path;  // FOLDER/NAME
+    std::uint64_t records = 0, bytes = 0;
+    std::uint64_t firstMs = 0, lastMs = 0;
+};
+
 // Files are written into a folder beside, ".NAME.part-XXXXXX" (KestovaStorage/partfolder.h), in which no reader looks
-// for recordings. commit() syncs it and renames it. The destructor removes what was not committed; what a killed
-// process has left is removed by the next output in the same parent folder, and by nothing else.
+// for recordings. commit() syncs it and renames it. The destructor removes what was not committed. What a killed
+// process has left there is removed by the constructor of the next output in the same parent folder.
 //
-// Each data file gets its sheet, and its fine times if one of its records has some; see sheet.h. Memory: a buffer of
-// 1 MiB and the index of the present file.
+// Each data file gets its sheet. Beside the index of the file that it reads from, an output takes some 25 MB at most.
 //
 // One thread at a time. Operations throw tFailure, with one line that names the file and the reason, if the disk is
 // full or a write fails; the object may then only be destroyed.
@@ -44,31 +49,42 @@ public:
     tRecordingOutput(const tRecordingOutput&) = delete;
     tRecordingOutput& operator=(const tRecordingOutput&) = delete;
 
-    // Finishes the present data file and begins the next one. Of `about` the sheet takes what does not follow from the
-    // records: recorder, radar, interface, losses, clock, notes, kept, cut, carried. `name` is the file's, without a
-    // folder, and ends in ".data"; without one the file is named as a recorder does it, with its number, the time of
-    // its first record and `extName`, and begins with that record.
-    void startFile(const tSheet& about, const std::string& name);
-    void startNamedByTime(const tSheet& about, const std::string& extName);
+    // Lets every file have fine times from now on. Without it a file has them if its first record has some, or comes
+    // from a file that has.
+    void keepFineTimes();
 
-    // Append records to the present file. A full file is followed by the next one, with the same `about`; notes,
-    // losses and `carried` stay with the first.
+    // Finishes the present data file; the next one begins with the next record. Of `about` its sheet takes what does
+    // not follow from the records: recorder, radar, interface, losses, clock, notes, kept, cut, carried. `name` is the
+    // file's, without a folder, and ends in ".data"; this file is made even if no record comes.
+    void startFile(const tSheet& about, const std::string& name);
+    // The same for a file that is named as a recorder does it, by its number, the time of its first record and
+    // `extName`, unless that is empty. Without a record no such file is made.
+    void startFileByTime(const tSheet& about, const std::string& extName);
+    // Returns the `about` of the present file. What the caller changes goes into its sheet.
+    tSheet& about();
+
+    // Append records to the present file. A full file is followed by the next one, named by time, with the same
+    // `about` but for notes, losses and `carried`, which the first one has.
     void add(const tNewRecord& record);
-    // `count` records of an opened plain or compressed file from number `first` on, with their fine times, moved by
-    // `shiftMs`. Records that lie back to back in a plain file are copied within the kernel. Returns how many could
-    // not be read and are left out.
+    // `count` records of an opened plain or compressed file from number `first` on, with their fine times; `shiftMs` is
+    // added to their times. Long stretches of a plain file are copied within the kernel. Returns how many could not be
+    // read and are left out.
     std::uint64_t copy(storage::tDataFile& from, std::size_t first, std::size_t count, std::int64_t shiftMs);
 
     std::uint64_t records() const;  // so far, in all files
     std::uint64_t bytes() const;    // of their segments
 
-    // Finishes the last file and makes the recording appear. Returns its data files, as FOLDER/NAME.
-    std::vector<std::string> commit();
+    // Finishes the last file and makes the recording appear. Returns its data files.
+    std::vector<tNewFile> commit();
 
 private:
     class tPrivate;
     std::unique_ptr<tPrivate> d;
 };
+
+// Returns what the name of a data file has behind number and time: "A1_2_B" of "0000_2024-05-17_08-30-00_A1_2_B.data";
+// the whole name without its ending if it is made otherwise.
+KESTOVA_API std::string extNameOf(const std::string& dataFile);
 }  // namespace recordings
 
 #endif

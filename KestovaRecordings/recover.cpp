@@ -17,6 +17,7 @@
 #include "KestovaRecordings/sheet.h"
 #include "KestovaRecordings/sheetbuilder.h"
 #include "KestovaStorage/datafileoutput.h"
+#include "KestovaStorage/finetimesformat.h"
 
 namespace recordings
 {
@@ -236,6 +237,8 @@ std::optional<std::uint64_t> tRecovery::saveRecords(const tExaminedFile& examine
     constexpr std::size_t cLook = 1024;
     tExaminedSegments segments(examined);
     const tFineTimes fine = fineTimesOf(examined);
+    if (fine)
+        m_output->keepFineTimes();
     const std::size_t count = examined.index.count();
     std::uint64_t kept = 0;
     for (std::size_t i = 0; i < count; ++i)
@@ -246,7 +249,8 @@ std::optional<std::uint64_t> tRecovery::saveRecords(const tExaminedFile& examine
         if (examined.index.worth[i] != eWhole || segment.empty())
             continue;
         const std::uint64_t time = examined.file->record(examined.index.slots[i]).timeMs;
-        m_output->add({time, fine ? fine.of(i) : cUnknownUs, segment});
+        const std::uint16_t us = fine ? fine.of(i) : storage::cNoFineTime;
+        m_output->add({time, us != storage::cNoFineTime ? us : storage::cUnknownFineTime, segment});
         ++kept;
     }
     return kept;

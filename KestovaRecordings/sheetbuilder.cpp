@@ -53,10 +53,10 @@ private:
     }
     static tStreamKey keyOf(std::uint64_t number)
     {
-        return number == cRaw ? tStreamKey::raw()
-                              : tStreamKey::of(static_cast<tReadWriteType>(number >> 48),
-                                               static_cast<std::uint32_t>(number),
-                                               static_cast<std::uint16_t>(number >> 32));
+        return number == cRaw
+                   ? tStreamKey::raw()
+                   : tStreamKey::of(static_cast<tReadWriteType>(number >> 48), static_cast<std::uint32_t>(number),
+                                    static_cast<std::uint16_t>(number >> 32));
     }
 
     std::deque<tStreamSheet> m_all;  // they stay in place

@@ -63,7 +63,9 @@ public:
     // Where a file system has no locks another process may write at the same time: what it has not finished stays.
     void rename()
     {
-        struct stat ours{}, there{};
+        struct stat ours
+        {
+        }, there{};
         if (::fstat(m_file.get(), &ours) != 0 || ::lstat(m_path.c_str(), &there) != 0 || !isSame(ours, there))
             failWriting(m_sheet, "another process is writing a sheet there");
         if (std::rename(m_path.c_str(), m_sheet.c_str()) != 0)
@@ -101,7 +103,8 @@ template <typename tChange>
 void changeSheet(const std::string& dataFile, tChange change)
 {
     const tSheetLock lock(dataFile);
-    struct stat file{};
+    struct stat file
+    {};
     if (::stat(dataFile.c_str(), &file) != 0)
         throw tFailure(fmt::format("cannot open {}: {}", shown(dataFile), std::strerror(errno)));
     if (!S_ISREG(file.st_mode))

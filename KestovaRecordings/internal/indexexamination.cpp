@@ -332,6 +332,8 @@ void tIndexExamination::checkEnd()
     if (m_index.size > end && m_index.size > storage::cPayloadPos && !m_isGrowing)
         m_findings.addAt("tail", end, fmt::format("{} bytes behind the last record belong to none",
                                                       m_index.size - end), false);
+    if (m_file.isCompressed() && m_index.size < end)
+        m_findings.addAt("size", m_index.size, "the end of the last unit of codes is missing");
     if (m_file.isCompressed() && m_index.count() != 0)
         checkCodesEnd(endBit, std::min(end, m_index.size));
 }

@@ -64,8 +64,7 @@ bool set(std::optional<double>& to, const tSheetValue& value)
 }
 
 template <typename tNumber>
-    requires(std::is_unsigned_v<tNumber> && !std::is_same_v<tNumber, bool>)
-bool set(tNumber& to, const tSheetValue& value)
+requires(std::is_unsigned_v<tNumber> && !std::is_same_v<tNumber, bool>) bool set(tNumber& to, const tSheetValue& value)
 {
     to = static_cast<tNumber>(value.number);
     return value.kind == tSheetValue::eWhole && value.number <= std::numeric_limits<tNumber>::max();
@@ -303,16 +302,16 @@ tFields streamFields()
 
 tFields sumFields()
 {
-    return {{"head_crc32c",
-             [](tSheetParts& parts, const tSheetValue& value) { return setHex(parts.sheet.headCrc32c, value); }},
-            {"fine_crc32c",
-             [](tSheetParts& parts, const tSheetValue& value) { return setHex(parts.sheet.fineCrc32c, value); }},
-            {"blocks.count", &ofParts<&tSheetParts::blocks>},
-            {"blocks.records", &ofPart<&tSheet::blocks, &tSheetBlocks::records>},
-            {"blocks.payload_crc32c", &ofPart<&tSheet::blocks, &tSheetBlocks::payloadCrc32c>},
-            {"blocks.index_crc32c", &ofPart<&tSheet::blocks, &tSheetBlocks::indexCrc32c>},
-            {"blocks.crc32c",
-             [](tSheetParts& parts, const tSheetValue& value) { return setHex(parts.sumOfSums, value); }}};
+    return {
+        {"head_crc32c",
+         [](tSheetParts& parts, const tSheetValue& value) { return setHex(parts.sheet.headCrc32c, value); }},
+        {"fine_crc32c",
+         [](tSheetParts& parts, const tSheetValue& value) { return setHex(parts.sheet.fineCrc32c, value); }},
+        {"blocks.count", &ofParts<&tSheetParts::blocks>},
+        {"blocks.records", &ofPart<&tSheet::blocks, &tSheetBlocks::records>},
+        {"blocks.payload_crc32c", &ofPart<&tSheet::blocks, &tSheetBlocks::payloadCrc32c>},
+        {"blocks.index_crc32c", &ofPart<&tSheet::blocks, &tSheetBlocks::indexCrc32c>},
+        {"blocks.crc32c", [](tSheetParts& parts, const tSheetValue& value) { return setHex(parts.sumOfSums, value); }}};
 }
 
 tFields allFields()

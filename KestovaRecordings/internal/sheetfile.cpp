@@ -45,7 +45,8 @@ std::string shown(const std::string& path)
 tSheetFile::tSheetFile(const std::string& path)
 {
     open(path);
-    struct stat found{};
+    struct stat found
+    {};
     if (!m_file.valid() || ::fstat(m_file.get(), &found) != 0)
         return;
     if (!S_ISREG(found.st_mode))
@@ -85,8 +86,8 @@ tDataFileBeginning readBeginning(const std::string& dataFile)
 
 tSheetFirst firstOf(const storage::tIndexSlot& slot, storage::tFileHeadSymbol form)
 {
-    const std::uint64_t position = form == storage::cHuffmanFileHead ? storage::decodeEncoded(slot).firstBytePos
-                                                                     : storage::decodeNormal(slot).pos;
+    const std::uint64_t position =
+        form == storage::cHuffmanFileHead ? storage::decodeEncoded(slot).firstBytePos : storage::decodeNormal(slot).pos;
     return {storage::timeOf(slot), position, storage::lengthOf(slot)};
 }
 

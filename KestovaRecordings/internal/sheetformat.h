@@ -10,7 +10,7 @@
 
 namespace recordings
 {
-constexpr char cSheetSchemas[] = "kestova/recording/";  // of all versions
+constexpr char cSheetSchemas[] = "kestova/recording/";     // of all versions
 constexpr char cLaterVersion[] = "is of a later version";  // begins why such a sheet is not read
 constexpr char cSheetSchema[] = "kestova/recording/1";
 

@@ -101,7 +101,7 @@ private:
     std::size_t m_errorAt = 0;
     std::string m_path;                  // of the present value: "streams[].per_second.messages[]"
     std::vector<std::size_t> m_lengths;  // of the paths of what encloses it
-    tSheetField m_field = nullptr;            // of the present path; null: passed over
+    tSheetField m_field = nullptr;       // of the present path; null: passed over
 };
 }  // namespace recordings
 

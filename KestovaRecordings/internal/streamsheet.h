@@ -29,7 +29,7 @@ private:
     // once if times are not in order.
     tSheetStream m_row;
     std::uint64_t m_previousMs = 0;
-    bool m_ordered = true;           // the seconds
+    bool m_ordered = true;             // the seconds
     std::size_t m_mostSeconds = 4096;  // they are put in order when there are more
 };
 }  // namespace recordings

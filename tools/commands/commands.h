@@ -6,13 +6,13 @@
 
 namespace tool
 {
-tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addCompress, addExpand, addPcap, addExport,
-    addVerify, addRecover;
+tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addCompress, addExpand, addPcap, addExport, addCut,
+    addMerge, addVerify, addRecover;
 
 // In the order of the help.
 inline constexpr tAddCommand* cCommands[] = {addSimulate, addRecord, addReplay, addInfo,  addDump,
-                                             addCompress, addExpand, addPcap,   addExport,
-                                             addVerify,   addRecover};
+                                             addCompress, addExpand, addPcap,   addExport, addCut,
+                                             addMerge,    addVerify, addRecover};
 }  // namespace tool
 
 #endif

@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "KestovaStorage/internal/codec/segmentcodec.h"
-#include "KestovaStorage/internal/datafile/segmenttag.h"
+#include "KestovaStorage/internal/datafile/segmenttime.h"
 #include "KestovaStorage/internal/datafile/writinglock.h"
 #include "UdpSocket/consoleprint.h"
 

@@ -3,11 +3,11 @@
 #include <chrono>
 #include <new>
 #include <system_error>
-#include <thread>
 #include <utility>
 
+#include "KestovaStorage/internal/buffers/filledblocks.h"
 #include "KestovaStorage/internal/buffers/segmentsource.h"
-#include "KestovaStorage/internal/datafile/segmenttag.h"
+#include "KestovaStorage/internal/datafile/segmenttime.h"
 #include "UdpSocket/consoleprint.h"
 
 namespace storage
@@ -25,8 +25,6 @@ constexpr std::size_t cGatherBytes = tSegmentBlock::cDefaultSize / 2;
 constexpr std::size_t cWarmBlocks = 4;
 // Longer segments are copied before the queue is locked, so that they delay no other producer.
 constexpr std::size_t cCopyInQueue = 16 * 1024;
-constexpr int cSpins = 64;    // of the writer, which waits for a producer that fills a segment
-constexpr int cYields = 256;  // then it passes its core on, and at last it sleeps
 
 // The bytes of a caller: their place is theirs once it is queued, so they are copied without the lock.
 struct tBytes
@@ -48,38 +46,7 @@ struct tWritesItself
     void write(char* place) const { segment.write(place); }
     void queued(char* place) const { segment.queued(place); }
 };
-
-// A producer may have been suspended while it fills a segment.
-void waitUntilFilled(const tSegmentBlock& block, std::size_t segment)
-{
-    for (int tries = 0; !block.isFilled(segment); ++tries)
-    {
-        if (tries > cYields)
-            std::this_thread::sleep_for(50us);
-        else if (tries > cSpins)
-            std::this_thread::yield();
-    }
-}
-
-void waitUntilFilled(const tSegmentBlocks& blocks)
-{
-    for (const auto& block : blocks)
-    {
-        for (std::size_t i = 0; i < block->count(); ++i)
-            waitUntilFilled(*block, i);
-    }
-}
 }  // namespace
-
-tSegmentTime tSegmentTime::fine(std::uint64_t us)
-{
-    const std::uint64_t time = us != 0
-                                   ? us
-                                   : static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
-                                                                    std::chrono::system_clock::now().time_since_epoch())
-                                                                    .count());
-    return {time / 1000, static_cast<std::uint16_t>(time % 1000)};
-}
 
 tFileRecorder::tFileRecorder(const std::string& storageBasePath, const std::string& specifySuffix,
                              tDiskReclaimer& reclaimer)
@@ -155,7 +122,7 @@ void tFileRecorder::offer(std::size_t len, tSegmentTime time, tSource source)
     }
     const bool refused = len >= cSegmentLenLimit || time.ms >= cTimeLimit;
     if (!refused)
-        return accept(len, tagOf(time.ms, time.us), source);
+        return accept(len, tagOf(time), source);
     if (!m_refusalReported.exchange(true))
         Kestova::console::printError(
             "WriteData: a segment of %zu bytes with time stamp %lu is beyond the limits, refused\n", len, time.ms);

@@ -18,6 +18,7 @@
 #include <string>
 
 #include "KestovaStorage/internal/buffers/batchqueue.h"
+#include "KestovaStorage/internal/datafile/segmenttime.h"
 #include "KestovaStorage/internal/recording/compressionqueue.h"
 #include "KestovaStorage/internal/recording/fileseries.h"
 #include "KestovaStorage/internal/recording/writeobservation.h"
@@ -33,16 +34,6 @@ enum tStorageState : std::uint8_t
     eWriteFree = 0,
     eWriting = 1,
     eWriteFinishing = 2
-};
-
-// When a segment was recorded: 0 ms means the time of writing.
-struct tSegmentTime
-{
-    std::uint64_t ms;
-    std::uint16_t us = cNoFineTime;  // within it, 0 to 999
-
-    // Of the microseconds since the epoch, 0 meaning now.
-    static tSegmentTime fine(std::uint64_t us);
 };
 
 class tFileRecorder
