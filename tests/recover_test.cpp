@@ -15,9 +15,9 @@ namespace fs = std::filesystem;
 class tRecoverTest : public testing::Test
 {
 protected:
-    tRecoveries recover(const std::string& to = "") const
+    tRecoveries recover(const std::string& folder = "") const
     {
-        return recoverRecordings({path}, {".data", to, 2}, [](auto&) { return true; });
+        return recoverRecordings({path}, {".data", folder, 2}, [](auto&) { return true; });
     }
     eFileState state(const std::string& file) const
     {

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
-#include <random>
 #include <thread>
 
 #include "KestovaRecordings/failure.h"
@@ -36,22 +35,23 @@ protected:
     }
     // Flips a bit of each byte from `begin` to `end`; each must be found within the second of `timeOf`, if that is known.
     template <typename tTimeOf>
-    void flipEach(const std::string& path, std::uint64_t begin, std::uint64_t end, tTimeOf timeOf)
+    void flipEach(const std::string& name, std::uint64_t begin, std::uint64_t end, tTimeOf timeOf)
     {
+        const std::string file = dir.file(name);
         for (std::uint64_t byte = begin; byte < end; ++byte)
         {
             SCOPED_TRACE(byte);
-            flipBit(path, byte, byte % 8);
-            const tVerifiedFile file = verify(false, std::filesystem::path(path).filename().string());
-            flipBit(path, byte, byte % 8);
-            ASSERT_EQ(file.state, eFileState::eDamaged);
-            ASSERT_TRUE(file.hasSheet);
+            flipBit(file, byte, byte % 8);
+            const tVerifiedFile verified = verify(false, name);
+            flipBit(file, byte, byte % 8);
+            ASSERT_EQ(verified.state, eFileState::eDamaged);
+            ASSERT_TRUE(verified.hasSheet);
             const std::uint64_t second = timeOf(byte) / 1000;
-            ASSERT_TRUE(second == 0 || std::ranges::any_of(file.findings, [&](const tFinding& finding) {
+            ASSERT_TRUE(second == 0 || std::ranges::any_of(verified.findings, [&](const tFinding& finding) {
                             return finding.damage && finding.timeMs.value_or(0) / 1000 == second;
                         }));
         }
-        EXPECT_EQ(verify(false, std::filesystem::path(path).filename().string()).state, eFileState::eSound);
+        EXPECT_EQ(verify(false, name).state, eFileState::eSound);
     }
 
     tTempDir dir;
@@ -82,14 +82,14 @@ TEST_F(tVerifyTest, findsAFlippedBitInEveryByteOfAPlainFileWithASheet)
     const tSegments segments = packagesOf(14);
     recordWithSheet(path, segments);
     EXPECT_TRUE(verify().findings.empty());
-    flipEach(path, 0, 4, cAnyTime);
-    flipEach(path, 2000, 2008, cAnyTime);
-    flipEach(path, cIndex, cIndex + segments.size() * cSlot,
+    flipEach("r.data", 0, 4, cAnyTime);
+    flipEach("r.data", 2000, 2008, cAnyTime);
+    flipEach("r.data", cIndex, cIndex + segments.size() * cSlot,
              [&](std::uint64_t byte) { return segments[(byte - cIndex) / cSlot].time; });
     std::vector<std::uint64_t> times;
     for (const tSegment& segment : segments)
         times.insert(times.end(), segment.bytes.size(), segment.time);
-    flipEach(path, cPayload, cPayload + times.size(), [&](std::uint64_t byte) { return times[byte - cPayload]; });
+    flipEach("r.data", cPayload, cPayload + times.size(), [&](std::uint64_t byte) { return times[byte - cPayload]; });
 }
 
 TEST_F(tVerifyTest, findsAFlippedBitInEveryByteOfACompressedFileWithASheet)
@@ -98,11 +98,11 @@ TEST_F(tVerifyTest, findsAFlippedBitInEveryByteOfACompressedFileWithASheet)
     recordWithSheet(path, segments);
     const std::string packed = compressWithSheet(path);
     EXPECT_TRUE(verify(false, "r.tar.data").findings.empty());
-    flipEach(packed, 0, sizeof(huffman::tFileHead), cAnyTime);
-    flipEach(packed, 2000, 2008, cAnyTime);
-    flipEach(packed, cIndex, cIndex + segments.size() * cSlot,
+    flipEach("r.tar.data", 0, sizeof(huffman::tFileHead), cAnyTime);
+    flipEach("r.tar.data", 2000, 2008, cAnyTime);
+    flipEach("r.tar.data", cIndex, cIndex + segments.size() * cSlot,
              [&](std::uint64_t byte) { return segments[(byte - cIndex) / cSlot].time; });
-    flipEach(packed, cPayload, std::filesystem::file_size(packed), cAnyTime);
+    flipEach("r.tar.data", cPayload, std::filesystem::file_size(packed), cAnyTime);
 }
 
 TEST_F(tVerifyTest, findsWithoutASheetWhatContradictsItself)

@@ -2,7 +2,7 @@
 #ifndef KESTOVA_TESTS_SHEETEDRECORDING_H
 #define KESTOVA_TESTS_SHEETEDRECORDING_H
 
-#include <filesystem>
+#include <algorithm>
 #include <string>
 
 #include "KestovaRecordings/sheet.h"
@@ -10,6 +10,7 @@
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datafileconverter.h"
 #include "KestovaStorage/finetimesformat.h"
+#include "support/filebytes.h"
 #include "support/recordedsegments.h"
 #include "support/recording.h"
 
