@@ -51,10 +51,7 @@ private:
             bytes += m_examined.index.worth[m_end] != eBroken ? sizeOf(m_end) : 0;
         m_unit.load(first, m_end);
     }
-    std::uint64_t sizeOf(std::size_t i) const
-    {
-        return m_examined.file->record(m_examined.index.slots[i]).bytes();
-    }
+    std::uint64_t sizeOf(std::size_t i) const { return m_examined.file->record(m_examined.index.slots[i]).bytes(); }
 
     const tExaminedFile& m_examined;
     tSegmentUnit m_unit;

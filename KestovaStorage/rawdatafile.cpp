@@ -90,8 +90,8 @@ try
     d->m_records.clear();
     d->m_views.resize(count);
     for (std::size_t i = 0; i < count; ++i)
-        d->m_records.push_back({records[i].timeMs, records[i].firstByte, records[i].bits,
-                                static_cast<std::uint8_t>(records[i].firstBit)});
+        d->m_records.push_back(
+            {records[i].timeMs, records[i].firstByte, records[i].bits, static_cast<std::uint8_t>(records[i].firstBit)});
     if (d->m_records.back().end() < d->m_records.front().firstByte ||
         !d->m_segments.readSeveral(d->m_file, d->m_records, d->m_views))
         return false;

@@ -31,8 +31,8 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr std::size_t cSpokeLen = 542;
-constexpr std::size_t cSpokes = 1 << 15;          // different ones
-constexpr std::uint64_t cSegments = 476'000;      // two spokes each: 1,125 bytes
+constexpr std::size_t cSpokes = 1 << 15;      // different ones
+constexpr std::uint64_t cSegments = 476'000;  // two spokes each: 1,125 bytes
 constexpr std::uint64_t cPerSecond = 819;
 constexpr int cRounds = 5;
 
@@ -70,8 +70,8 @@ void record(const std::string& folder)
     const std::string path = storage.GetCurrentWriteDataFileName();
     for (std::uint64_t i = 0; i < cSegments; ++i)
     {
-        const std::string package = makePackage(static_cast<std::uint32_t>(i),
-                                                spokes.substr(2 * i % (cSpokes - 1) * cSpokeLen, 2 * cSpokeLen));
+        const std::string package =
+            makePackage(static_cast<std::uint32_t>(i), spokes.substr(2 * i % (cSpokes - 1) * cSpokeLen, 2 * cSpokeLen));
         storage.WriteData(package.data(), package.size(), 1'700'000'000'000 + i * 1000 / cPerSecond);
         if (i % 10'000 == 0)
             require(storage.WaitWriteIdle(60'000), "the disk does not follow");
@@ -183,6 +183,53 @@ tRun verify(const std::string& path)
     run.mebibytes = static_cast<double>(usage.ru_maxrss) / 1024;
     return run;
 }
+// Rates in GB/s, a value a round.
+struct tRates
+{
+    std::vector<double> reading, verifying, decoding, verifyingPacked, memory;
+};
+
+tRates measure(const std::string& plain, const std::string& packed)
+{
+    tRates rates;
+    tOnePosition onePosition(plain);
+    const auto size = static_cast<double>(fs::file_size(plain));
+    const double payload = size - 10'000'000;
+    for (int round = 0; round < cRounds; ++round)
+    {
+        rates.reading.push_back(size / secondsToRead(plain) / 1e9);
+        const tRun ofPlain = verify(plain), ofPacked = verify(packed);
+        rates.verifying.push_back(size / ofPlain.seconds / 1e9);
+        rates.verifyingPacked.push_back(payload / ofPacked.seconds / 1e9);
+        rates.memory.push_back(std::max(ofPlain.mebibytes, ofPacked.mebibytes));
+        rates.decoding.push_back(onePosition.bytesPerSecond() / 1e9);
+    }
+    return rates;
+}
+
+double show(const char* name, const std::vector<double>& rates)
+{
+    const bench::tFigures figures = bench::figuresOf(rates);
+    std::printf("  %-34s %6.2f GB/s (%.2f to %.2f)\n", name, figures.median, figures.low, figures.high);
+    return figures.median;
+}
+
+// Returns the path of the recording that is made, in a process whose memory is not ours.
+std::string made(const std::string& folder)
+{
+    if (const pid_t child = ::fork(); child == 0)
+    {
+        record(folder);
+        ::_exit(0);
+    }
+    else
+        ::waitpid(child, nullptr, 0);
+    for (const auto& entry : fs::recursive_directory_iterator(folder))
+        if (entry.path().extension() == ".data")
+            return entry.path().string();
+    require(false, "no recording");
+    return {};
+}
 }  // namespace
 
 int main(int argc, char** argv)
@@ -190,49 +237,15 @@ int main(int argc, char** argv)
     bench::announce("verify_bench: a recording of 1 GB with its sheet, from the page cache");
     std::fflush(stdout);
     const bench::tScratch scratch(argc > 1 ? argv[1] : nullptr);
-    if (const pid_t child = ::fork(); child == 0)  // its memory is not ours
-    {
-        record(scratch.path());
-        ::_exit(0);
-    }
-    else
-        ::waitpid(child, nullptr, 0);
-    const std::string plain = [&] {
-        for (const auto& entry : fs::recursive_directory_iterator(scratch.path()))
-            if (entry.path().extension() == ".data")
-                return entry.path().string();
-        return std::string();
-    }();
-    const std::string packed = compressed(plain, scratch.path() + "packed/");
-    tOnePosition onePosition(plain);
-    const auto size = static_cast<double>(fs::file_size(plain));
-    const double payload = size - 10'000'000;
-    std::vector<double> reading, verifying, decoding, verifyingPacked, memory;
-    for (int round = 0; round < cRounds; ++round)
-    {
-        reading.push_back(size / secondsToRead(plain) / 1e9);
-        for (auto& [path, bytes, rates] :
-             {std::tuple<const std::string&, double, std::vector<double>&>{plain, size, verifying},
-              std::tuple<const std::string&, double, std::vector<double>&>{packed, payload, verifyingPacked}})
-        {
-            const tRun run = verify(path);
-            rates.push_back(bytes / run.seconds / 1e9);
-            memory.push_back(run.mebibytes);
-        }
-        decoding.push_back(onePosition.bytesPerSecond() / 1e9);
-    }
+    const std::string plain = made(scratch.path());
+    const tRates rates = measure(plain, compressed(plain, scratch.path() + "packed/"));
     const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
-    const auto show = [](const char* name, const std::vector<double>& rates) {
-        const bench::tFigures figures = bench::figuresOf(rates);
-        std::printf("  %-34s %6.2f GB/s (%.2f to %.2f)\n", name, figures.median, figures.low, figures.high);
-        return figures.median;
-    };
-    const double read = show("read(2), 1 MiB blocks, one thread", reading);
-    const double verified = show("verify, plain", verifying);
-    const double decoded = show("decoding from one position", decoding);
-    const double unpacked = show("verify, compressed", verifyingPacked);
+    const double read = show("read(2), 1 MiB blocks, one thread", rates.reading);
+    const double verified = show("verify, plain", rates.verifying);
+    const double decoded = show("decoding from one position", rates.decoding);
+    const double unpacked = show("verify, compressed", rates.verifyingPacked);
     std::printf("  plain: %.2f x reading (wanted: 0.4)\n", verified / read);
     std::printf("  compressed: %.2f x decoding a core, %u cores (wanted: 0.8)\n", unpacked / decoded / cores, cores);
-    std::printf("  %.0f MiB at most\n", bench::figuresOf(memory).high);
+    std::printf("  %.0f MiB at most\n", bench::figuresOf(rates.memory).high);
     return 0;
 }

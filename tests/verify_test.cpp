@@ -29,11 +29,11 @@ protected:
     }
     static bool finds(const tVerifiedFile& file, const std::string& kind, std::uint64_t record)
     {
-        return std::ranges::any_of(file.findings, [&](const tFinding& finding) {
-            return finding.kind == kind && finding.record == record;
-        });
+        return std::ranges::any_of(
+            file.findings, [&](const tFinding& finding) { return finding.kind == kind && finding.record == record; });
     }
-    // Flips a bit of each byte from `begin` to `end`; each must be found within the second of `timeOf`, if that is known.
+    // Flips a bit of each byte from `begin` to `end`; each must be found within the second of `timeOf`, if that is
+    // known.
     template <typename tTimeOf>
     void flipEach(const std::string& name, std::uint64_t begin, std::uint64_t end, tTimeOf timeOf)
     {

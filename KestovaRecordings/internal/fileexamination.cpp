@@ -4,6 +4,7 @@
 #include <array>
 #include <bit>
 #include <cstddef>
+#include <cstring>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <string_view>
@@ -121,7 +122,13 @@ void tFileExamination::checkHead()
         return;
     if (const auto bit = flippedBit(difference, head.size()))
         return blameHeadBit(*bit);
-    m_findings.addAt("head", 0, "the checksum of the first 2048 bytes is wrong");
+    const storage::tIndexHead right = storage::fileOrder(
+        storage::tIndexHead{static_cast<std::uint32_t>(m_examined.index.count()), m_examined.index.longest});
+    std::memcpy(&head[storage::cIndexHeadPos], &right, sizeof right);
+    if (crc32c(0, head.data(), head.size()) == *m_sheet->headCrc32c)
+        m_findings.addAt("index_head", storage::cIndexHeadPos, "it is not that of the index");
+    else
+        m_findings.addAt("head", 0, "the checksum of the first 2048 bytes is wrong");
 }
 
 void tFileExamination::blameHeadBit(std::uint64_t bit)
@@ -137,10 +144,10 @@ void tFileExamination::blameHeadBit(std::uint64_t bit)
     else if (byte >= storage::cIndexHeadPos && byte < storage::cIndexHeadPos + sizeof(storage::tIndexHead))
         kind = "index_head";
     const bool isUsed = std::string_view(kind) != "head";
-    m_findings.addAt(kind, byte,
-                         fmt::format("bit {} of this byte is flipped{}", bit % 8,
-                                     isUsed ? "" : "; nothing is there that is needed"),
-                         isUsed);
+    m_findings.addAt(
+        kind, byte,
+        fmt::format("bit {} of this byte is flipped{}", bit % 8, isUsed ? "" : "; nothing is there that is needed"),
+        isUsed);
 }
 
 // What is wrong there is no damage: it costs the microseconds alone.

@@ -8,8 +8,8 @@ constexpr std::uint32_t cPolynomial = 0x82F63B78;  // of CRC32C, lowest bit firs
 constexpr std::uint64_t cMostBytes = std::uint64_t{16} << 20;
 }  // namespace
 
-// A checksum is linear: the difference that a bit makes depends on nothing but the number of bits behind it. That of the
-// last bit is the polynomial; each bit further from the end is one more step of the register.
+// A checksum is linear: the difference that a bit makes depends on nothing but the number of bits behind it. That of
+// the last bit is the polynomial; each bit further from the end is one more step of the register.
 std::optional<std::uint64_t> flippedBit(std::uint32_t difference, std::uint64_t size)
 {
     if (difference == 0 || size > cMostBytes)

@@ -17,7 +17,7 @@ using storage::tRawRecord;
 
 namespace
 {
-constexpr std::size_t cPiece = 12'288;                       // slots read at once
+constexpr std::size_t cPiece = 12'288;                           // slots read at once
 constexpr std::uint64_t cMostDoubtful = std::uint64_t{1} << 20;  // a doubtful record that is longer is not read
 }  // namespace
 
@@ -67,8 +67,7 @@ void tIndexExamination::read()
     const bool counted = m_sheet != nullptr && m_sheet->finished;
     if (counted)
         wanted = std::max(wanted, m_sheet->records);
-    readSlots(static_cast<std::size_t>(std::min<std::uint64_t>(wanted, cIndexCapacity)),
-              !m_index.finished && !counted);
+    readSlots(static_cast<std::size_t>(std::min<std::uint64_t>(wanted, cIndexCapacity)), !m_index.finished && !counted);
 }
 
 // Reads up to `count` slots, those that the file holds; the zeros behind the last one are left out.
@@ -111,7 +110,7 @@ void tIndexExamination::settleCount()
     {
         m_index.missing = m_sheet->records - m_index.count();
         m_findings.addAt("index", slotPos(m_index.count()),
-                             fmt::format("the index has {} records, its sheet {}", m_index.count(), m_sheet->records));
+                         fmt::format("the index has {} records, its sheet {}", m_index.count(), m_sheet->records));
     }
 }
 
@@ -119,8 +118,7 @@ void tIndexExamination::settleBySheet()
 {
     if (m_index.head.indexNum != m_sheet->records)
         m_findings.addAt("index_head", storage::cIndexHeadPos,
-                             fmt::format("it counts {} records, the sheet {}", m_index.head.indexNum,
-                                         m_sheet->records));
+                         fmt::format("it counts {} records, the sheet {}", m_index.head.indexNum, m_sheet->records));
     if (m_index.count() > m_sheet->records)
         m_index.slots.resize(static_cast<std::size_t>(m_sheet->records));
 }
@@ -134,13 +132,13 @@ void tIndexExamination::settleByItself()
     {
         readSlots(cIndexCapacity, true);
         m_findings.addAt("index_head", storage::cIndexHeadPos,
-                             fmt::format("it counts {} records, the index has {}", claimed, m_index.count()));
+                         fmt::format("it counts {} records, the index has {}", claimed, m_index.count()));
     }
     else if (m_index.count() < claimed)
     {
         m_index.missing = endsWithLastRecord() ? 0 : claimed - m_index.count();
         m_findings.addAt("index_head", storage::cIndexHeadPos,
-                             fmt::format("it counts {} records, the index has {}", claimed, m_index.count()));
+                         fmt::format("it counts {} records, the index has {}", claimed, m_index.count()));
     }
 }
 
@@ -158,8 +156,9 @@ bool tIndexExamination::endsWithLastRecord() const
 bool tIndexExamination::follows(std::size_t i) const
 {
     const tRawRecord record = recordAt(i);
-    return i != 0 && !isEnd(m_index.slots[i]) && record.timeMs < storage::cTimeLimit && record.firstByte <= m_index.size &&
-           record.bytes() <= m_index.size - record.firstByte && beginOf(i) == endOf(i - 1);
+    return i != 0 && !isEnd(m_index.slots[i]) && record.timeMs < storage::cTimeLimit &&
+           record.firstByte <= m_index.size && record.bytes() <= m_index.size - record.firstByte &&
+           beginOf(i) == endOf(i - 1);
 }
 
 void tIndexExamination::checkSums()
@@ -276,14 +275,12 @@ void tIndexExamination::checkPlaces()
     }
 }
 
-// Record i does not begin where the one before it ends: finds which of the two is wrong. Returns false if it is i: where
-// it ends means nothing then.
+// Record i does not begin where the one before it ends: finds which of the two is wrong. Returns false if it is i:
+// where it ends means nothing then.
 bool tIndexExamination::blameForPlace(std::size_t before, std::size_t i)
 {
     const std::size_t next = nextPossible(i);
-    const bool isInLine = next == m_index.count()
-                              ? recordAt(i).firstByte + recordAt(i).bytes() == m_index.size && !m_file.isCompressed()
-                              : endOf(i) == beginOf(next);
+    const bool isInLine = next == m_index.count() ? endsWithLastRecord() : endOf(i) == beginOf(next);
     if (before == m_index.count())
     {
         if (!isInLine)
@@ -321,17 +318,16 @@ void tIndexExamination::checkEnd()
 {
     if (m_index.finished && m_index.head.segmentMaxLen != m_index.longest && m_index.count() == m_index.head.indexNum)
         m_findings.addAt("index_head", storage::cIndexHeadPos + offsetof(storage::tIndexHead, segmentMaxLen),
-                             fmt::format("the longest record has {}, not {}", m_index.longest,
-                                         m_index.head.segmentMaxLen),
-                             false);
+                         fmt::format("the longest record has {}, not {}", m_index.longest, m_index.head.segmentMaxLen),
+                         false);
     if (m_index.count() != 0 && m_index.worth.back() >= eDoubtful)
         return;
     const std::uint64_t endBit = m_index.count() != 0 ? endOf(m_index.count() - 1) : storage::cPayloadPos * 8;
     const std::uint64_t payloadBits = endBit > storage::cPayloadPos * 8 ? endBit - storage::cPayloadPos * 8 : 0;
     const std::uint64_t end = m_file.isCompressed() ? storage::cPayloadPos + (payloadBits + 63) / 64 * 8 : endBit / 8;
     if (m_index.size > end && m_index.size > storage::cPayloadPos && !m_isGrowing)
-        m_findings.addAt("tail", end, fmt::format("{} bytes behind the last record belong to none",
-                                                      m_index.size - end), false);
+        m_findings.addAt("tail", end, fmt::format("{} bytes behind the last record belong to none", m_index.size - end),
+                         false);
     if (m_file.isCompressed() && m_index.size < end)
         m_findings.addAt("size", m_index.size, "the end of the last unit of codes is missing");
     if (m_file.isCompressed() && m_index.count() != 0)

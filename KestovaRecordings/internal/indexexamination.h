@@ -87,7 +87,7 @@ private:
     const bool m_isGrowing;
     tFindingList& m_findings;
     tExaminedIndex m_index;
-    std::vector<bool> m_sure;        // the slot is as it was written
+    std::vector<bool> m_sure;         // the slot is as it was written
     std::vector<tBlock> m_unlocated;  // whose index sum is wrong by more than a bit
 };
 }  // namespace recordings

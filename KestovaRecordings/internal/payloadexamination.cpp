@@ -16,7 +16,7 @@ namespace recordings
 {
 namespace
 {
-constexpr std::uint64_t cUnitBytes = 256 * 1024;          // stay in a core's cache
+constexpr std::uint64_t cUnitBytes = 256 * 1024;              // stay in a core's cache
 constexpr std::uint64_t cLongBytes = std::uint64_t{4} << 20;  // such a unit is in memory alone
 }  // namespace
 
@@ -173,8 +173,8 @@ void tPayloadExamination::checkBlock(const tBlock& block, const tSegmentUnit& se
         blameBlock(block, sum ^ block.payload, segments, findings);
 }
 
-// Damage that is wider than a bit mostly takes the mark of a package with it: if none of the block is seen to be damaged
-// the whole block is.
+// Damage that is wider than a bit mostly takes the mark of a package with it: if none of the block is seen to be
+// damaged the whole block is.
 void tPayloadExamination::blameBlock(const tBlock& block, std::uint32_t difference, const tSegmentUnit& segments,
                                      tFindingList& findings)
 {
@@ -237,13 +237,13 @@ void tPayloadExamination::cancel()
 void tPayloadExamination::finish()
 {
     constexpr std::uint64_t cCountRange = std::uint64_t{1} << 32;  // a head has the low 32 bits of its counts
-    const bool isAll = std::all_of(m_index.worth.begin(), m_index.worth.end(),
-                                   [](eWorth worth) { return worth == eWhole; });
+    const bool isAll =
+        std::all_of(m_index.worth.begin(), m_index.worth.end(), [](eWorth worth) { return worth == eWhole; });
     if (m_findings.hasDamage())
         return;
     if (m_file.isCompressed() && isAll && (m_file.countedBytes() - m_decodedBytes) % cCountRange != 0)
-        m_findings.addOfFile("codes", fmt::format("they give {} bytes, the head has counted {}", m_decodedBytes,
-                                                  m_file.countedBytes()));
+        m_findings.addOfFile(
+            "codes", fmt::format("they give {} bytes, the head has counted {}", m_decodedBytes, m_file.countedBytes()));
     m_ordered.finish(m_findings);
 }
 }  // namespace recordings

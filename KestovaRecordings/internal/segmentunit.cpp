@@ -63,9 +63,9 @@ void tSegmentUnit::loadInGroups(std::size_t first, std::size_t last)
         for (std::uint64_t bytes = 0; i < last && isReadable(i) && (bytes < cGroupBytes || i == begin); ++i)
         {
             const tRawRecord record = m_file.record(m_index.slots[i]);
-            const bool isInLine = m_records.empty() || (record.firstByte >= m_records.back().firstByte &&
-                                                        record.firstByte <= m_records.back().firstByte +
-                                                                                m_records.back().bytes());
+            const bool isInLine =
+                m_records.empty() || (record.firstByte >= m_records.back().firstByte &&
+                                      record.firstByte <= m_records.back().firstByte + m_records.back().bytes());
             if (!isInLine)
                 break;
             m_records.push_back(record);

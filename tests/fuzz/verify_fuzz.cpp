@@ -1,5 +1,5 @@
-// A small recording with some bits flipped, verified and recovered. Whatever is flipped, nothing fails. With a sheet the
-// damage is found; what was recovered is sound and, behind one flipped bit, was recorded so.
+// A small recording with some bits flipped, verified and recovered. Whatever is flipped, nothing fails. With a sheet
+// the damage is found; what was recovered is sound and, behind one flipped bit, was recorded so.
 //
 // The first byte: bit 0 compressed, bit 1 without a sheet, bit 2 unfinished, bit 3 cut by as many bytes as the second
 // byte says. Then three bytes a flip: the place among the bytes of head, index and segments, and the bit.
@@ -37,8 +37,8 @@ tSegments segmentsMade()
 {
     tSegments segments;
     for (std::uint32_t i = 0; i < cRecords; ++i)
-        segments.push_back({1'000'000 + 300 * i, i % 5 == 4 ? numberedSegment(i, 30)
-                                                           : makePackage(i, numberedSegment(i, 20 + i % 3))});
+        segments.push_back({1'000'000 + 300 * i,
+                            i % 5 == 4 ? numberedSegment(i, 30) : makePackage(i, numberedSegment(i, 20 + i % 3))});
     return segments;
 }
 

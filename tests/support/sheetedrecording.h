@@ -19,8 +19,8 @@ inline tSegments packagesOf(std::size_t count, std::uint64_t timeMs = 1'715'940'
 {
     tSegments segments;
     for (std::size_t i = 0; i < count; ++i)
-        segments.push_back({timeMs + 250 * i, makePackage(static_cast<std::uint32_t>(i), numberedSegment(i, 20 + i % 3),
-                                                          eReadType)});
+        segments.push_back(
+            {timeMs + 250 * i, makePackage(static_cast<std::uint32_t>(i), numberedSegment(i, 20 + i % 3), eReadType)});
     segments.push_back({timeMs + 250 * count, "no package"});
     return segments;
 }
@@ -50,8 +50,7 @@ inline void recordWithSheet(const std::string& path, const tSegments& segments, 
     for (const tSegment& segment : segments)
         longest = std::max(longest, segment.bytes.size());
     recordByHand(path, segments);
-    putBytes(path, 2000,
-             indexHead(static_cast<std::uint32_t>(segments.size()), static_cast<std::uint32_t>(longest)));
+    putBytes(path, 2000, indexHead(static_cast<std::uint32_t>(segments.size()), static_cast<std::uint32_t>(longest)));
     writeSheetOf(path, segments.size(), true, cut);
 }
 

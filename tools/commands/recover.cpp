@@ -34,12 +34,9 @@ tJson recoverJson(const tOptions& options, const tRecoveries& recoveries)
                          {"kept", file.kept},
                          {"left_out", file.leftOut},
                          {"findings", findingsJson(file.findings)}});
-    return {{"schema", "kestova/recover/1"},
-            {"paths", options.paths},
-            {"files", std::move(files)},
-            {"skipped", leftOutJson(recoveries.leftOut)},
-            {"kept", recoveries.kept},
-            {"left_out", recoveries.recordsLeftOut},
+    return {{"schema", "kestova/recover/1"},  {"paths", options.paths},
+            {"files", std::move(files)},      {"skipped", leftOutJson(recoveries.leftOut)},
+            {"kept", recoveries.kept},        {"left_out", recoveries.recordsLeftOut},
             {"complete", recoveries.complete}};
 }
 
@@ -90,15 +87,15 @@ void addRecover(CLI::App& app, tRun& chosen)
 {
     auto options = std::make_shared<tOptions>();
     CLI::App& command = *app.add_subcommand("recover", "Finish what a crash left, save what is whole in damaged files");
-    command.footer("An unfinished file is finished in place, unless it is being recorded. A damaged one stays as it is: "
-                   "its whole\n"
-                   "records go to a new recording, --to. Results are verified.\n"
-                   "Exit status 0 if everything was kept, 3 if something was left out, 1 if it was not possible.\n"
-                   "Example: kestova recover recordings --to recovered");
+    command.footer(
+        "An unfinished file is finished in place, unless it is being recorded. A damaged one stays as it is: "
+        "its whole\n"
+        "records go to a new recording, --to. Results are verified.\n"
+        "Exit status 0 if everything was kept, 3 if something was left out, 1 if it was not possible.\n"
+        "Example: kestova recover recordings --to recovered");
     addPaths(command, options->paths);
     addSuffix(command, options->suffix);
-    command.add_option("--to", options->to, "The new recording: a folder that does not exist yet")
-        ->type_name("FOLDER");
+    command.add_option("--to", options->to, "The new recording: a folder that does not exist yet")->type_name("FOLDER");
     addJson(command, options->json);
     command.callback(
         [options, &chosen] { chosen = [options](tConsole& console) { return recover(*options, console); }; });

@@ -100,11 +100,12 @@ void addVerify(CLI::App& app, tRun& chosen)
 {
     auto options = std::make_shared<tOptions>();
     CLI::App& command = *app.add_subcommand("verify", "Check that recordings are as they were recorded");
-    command.footer("Reads every byte and says what is wrong, in which record, where in the file and when. With the sheet "
-                   "of a\n"
-                   "recording any flipped bit is found. A recording under way is never damaged. Nothing is changed.\n"
-                   "Exit status 0 if all are sound or being recorded, 3 otherwise, 1 if nothing could be examined.\n"
-                   "Example: kestova verify recordings");
+    command.footer(
+        "Reads every byte and says what is wrong, in which record, where in the file and when. With the sheet "
+        "of a\n"
+        "recording any flipped bit is found. A recording under way is never damaged. Nothing is changed.\n"
+        "Exit status 0 if all are sound or being recorded, 3 otherwise, 1 if nothing could be examined.\n"
+        "Example: kestova verify recordings");
     addPaths(command, options->paths);
     addSuffix(command, options->suffix);
     command.add_flag("--quick", options->quick, "All but the segments: heads, index, sizes and sheets");

@@ -55,8 +55,7 @@ std::string findingsText(const std::vector<recordings::tFinding>& findings, std:
 
 std::string verifyingText(const recordings::tVerifyProgress& at)
 {
-    const double done =
-        at.ofBytes != 0 ? static_cast<double>(at.bytes) / static_cast<double>(at.ofBytes) : 0.0;
+    const double done = at.ofBytes != 0 ? static_cast<double>(at.bytes) / static_cast<double>(at.ofBytes) : 0.0;
     return fmt::format("{} of {} files: {}", at.file, at.files, percentText(done));
 }
 }  // namespace tool
