@@ -11,7 +11,7 @@
 
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/internal/fileexamination.h"
-#include "KestovaRecordings/internal/finetimes.h"
+#include "KestovaRecordings/internal/microseconds.h"
 #include "KestovaRecordings/internal/segmentunit.h"
 #include "KestovaRecordings/recordingoutput.h"
 #include "KestovaRecordings/sheet.h"
@@ -58,7 +58,7 @@ private:
     std::size_t m_end = 0;  // of the records that are in memory
 };
 
-tFineTimes fineTimesOf(const tExaminedFile& examined)
+tMicroseconds fineTimesOf(const tExaminedFile& examined)
 {
     const tExaminedIndex& index = examined.index;
     const storage::tRawRecord first =
@@ -188,7 +188,7 @@ void tRecovery::renewSheet(const tExaminedFile& examined)
 {
     tSheetBuilder builder;
     tExaminedSegments segments(examined);
-    const tFineTimes fine = fineTimesOf(examined);
+    const tMicroseconds fine = fineTimesOf(examined);
     for (std::size_t i = 0; i < examined.index.count(); ++i)
         builder.add(examined.index.slots[i], fine ? fine.of(i) : storage::cNoFineTime, segments.of(i));
     const tSheetLock lock(examined.verified.path);
@@ -233,7 +233,7 @@ std::optional<std::uint64_t> tRecovery::saveRecords(const tExaminedFile& examine
 {
     constexpr std::size_t cLook = 1024;
     tExaminedSegments segments(examined);
-    const tFineTimes fine = fineTimesOf(examined);
+    const tMicroseconds fine = fineTimesOf(examined);
     if (fine)
         m_output->keepFineTimes();
     const std::size_t count = examined.index.count();

@@ -13,7 +13,7 @@
 
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/internal/crc32c.h"
-#include "KestovaRecordings/internal/finetimes.h"
+#include "KestovaRecordings/internal/microseconds.h"
 #include "KestovaRecordings/internal/flippedbit.h"
 #include "KestovaRecordings/internal/payloadexamination.h"
 #include "KestovaStorage/companions.h"
@@ -157,7 +157,7 @@ void tFileExamination::checkFineTimes()
     if (m_sheet == nullptr || !m_sheet->fineCrc32c || !m_sheet->finished || !m_sheet->first || index.count() == 0)
         return;
     const storage::tRawRecord first = m_examined.file->record(index.slots.front());
-    const tFineTimes fine(m_path, first.timeMs, m_sheet->first->position, index.count());
+    const tMicroseconds fine(m_path, first.timeMs, m_sheet->first->position, index.count());
     if (!fine)
         return m_findings.addOfFile("fine_times", "the file of fine times is missing or another file's", false);
     const std::uint32_t difference = fine.checksum() ^ *m_sheet->fineCrc32c;

@@ -1,7 +1,7 @@
-// tFineTimes: the microseconds beside a data file, by the number of the record in its index, for a file that tDataFile
-// cannot open or of which it leaves records out.
-#ifndef KESTOVA_RECORDINGS_FINETIMES_H
-#define KESTOVA_RECORDINGS_FINETIMES_H
+// tMicroseconds: the microseconds beside a data file, by the number of the record in its index, for a file that
+// tDataFile cannot open or of which it leaves records out.
+#ifndef KESTOVA_RECORDINGS_MICROSECONDS_H
+#define KESTOVA_RECORDINGS_MICROSECONDS_H
 
 #include <cstddef>
 #include <cstdint>
@@ -13,11 +13,11 @@
 
 namespace recordings
 {
-class tFineTimes
+class tMicroseconds
 {
 public:
     // Reads those of the first `records` records, if they are the data file's: it has this first record.
-    tFineTimes(const std::string& dataFile, std::uint64_t firstTimeMs, std::uint64_t firstPos, std::size_t records);
+    tMicroseconds(const std::string& dataFile, std::uint64_t firstTimeMs, std::uint64_t firstPos, std::size_t records);
 
     explicit operator bool() const { return m_isOurs; }
     std::uint16_t of(std::size_t record) const;  // storage::cNoFineTime where it is not known

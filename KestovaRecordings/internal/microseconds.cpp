@@ -1,4 +1,4 @@
-#include "KestovaRecordings/internal/finetimes.h"
+#include "KestovaRecordings/internal/microseconds.h"
 
 #include <bit>
 #include <cstring>
@@ -25,8 +25,8 @@ bool isOf(const storage::tFineTimesHead& head, std::uint64_t firstTimeMs, std::u
 }
 }  // namespace
 
-tFineTimes::tFineTimes(const std::string& dataFile, std::uint64_t firstTimeMs, std::uint64_t firstPos,
-                       std::size_t records)
+tMicroseconds::tMicroseconds(const std::string& dataFile, std::uint64_t firstTimeMs, std::uint64_t firstPos,
+                             std::size_t records)
 {
     const std::string name = storage::fineTimesName(dataFile);
     const tDescriptor file(::open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -40,7 +40,7 @@ tFineTimes::tFineTimes(const std::string& dataFile, std::uint64_t firstTimeMs, s
     m_bytes.resize(file.readAt(m_bytes.data(), m_bytes.size(), storage::cFineTimesPos));
 }
 
-std::uint16_t tFineTimes::of(std::size_t record) const
+std::uint16_t tMicroseconds::of(std::size_t record) const
 {
     const std::size_t at = record * storage::cFineTimeSize;
     if (at + storage::cFineTimeSize > m_bytes.size())
@@ -49,7 +49,7 @@ std::uint16_t tFineTimes::of(std::size_t record) const
     return us < storage::cFineTimeLimit ? us : storage::cNoFineTime;
 }
 
-std::uint32_t tFineTimes::checksum() const
+std::uint32_t tMicroseconds::checksum() const
 {
     return crc32c(0, m_bytes.data(), m_bytes.size());
 }
