@@ -127,10 +127,13 @@ tSheetLock::tSheetLock(const std::string& dataFile)
         ;
 }
 
+// A process that was forked meanwhile has the descriptor, too, and would hold the lock.
 tSheetLock::~tSheetLock()
 {
-    if (m_folder >= 0)
-        ::close(m_folder);
+    if (m_folder < 0)
+        return;
+    ::flock(m_folder, LOCK_UN);
+    ::close(m_folder);
 }
 
 void writeSheet(const std::string& dataFile, const tSheet& sheet)

@@ -126,10 +126,17 @@ bool ofParts(tSheetParts& parts, const tSheetValue& value)
     return set(parts.*cMember, value);
 }
 
-template <auto cMember>
+template <auto cMember, auto cHas>
 bool ofFirst(tSheetParts& parts, const tSheetValue& value)
 {
-    return parts.sheet.first && set(*parts.sheet.first.*cMember, value);
+    parts.*cHas = true;
+    return parts.sheet.first && set((*parts.sheet.first).*cMember, value);
+}
+
+bool form(tSheetParts& parts, const tSheetValue& value)
+{
+    parts.hasForm = true;
+    return set(parts.sheet.form, value);
 }
 
 template <typename tList>
@@ -214,15 +221,15 @@ tFields beginningFields()
             {"first_ms", &ofSheet<&tSheet::firstMs>},
             {"last_ms", &ofSheet<&tSheet::lastMs>},
             {"id", &id},
-            {"form", &ofSheet<&tSheet::form>},
+            {"form", &form},
             {"first",
              [](tSheetParts& parts, const tSheetValue& value) {
                  parts.sheet.first.emplace();
                  return value.kind == tSheetValue::eBegins;
              }},
-            {"first.time_ms", &ofFirst<&tSheetFirst::timeMs>},
-            {"first.position", &ofFirst<&tSheetFirst::position>},
-            {"first.length", &ofFirst<&tSheetFirst::length>},
+            {"first.time_ms", &ofFirst<&tSheetFirst::timeMs, &tSheetParts::hasTime>},
+            {"first.position", &ofFirst<&tSheetFirst::position, &tSheetParts::hasPosition>},
+            {"first.length", &ofFirst<&tSheetFirst::length, &tSheetParts::hasLength>},
             {"finished", &ofSheet<&tSheet::finished>},
             {"cut", &ofSheet<&tSheet::cut>},
             {"carried", &ofSheet<&tSheet::carried>},
@@ -349,7 +356,7 @@ tSheetField sheetField(const std::string& path)
 bool endSheetStream(tSheetParts& parts)
 {
     tSheetStream& stream = parts.sheet.streams.back();
-    if (parts.fromSecond >= storage::cTimeLimit)
+    if (parts.fromSecond >= storage::cTimeLimit || parts.fromSecond + parts.nextSecond > storage::cTimeLimit)
         return false;
     for (auto& second : stream.perSecond)
         second.first += parts.fromSecond;

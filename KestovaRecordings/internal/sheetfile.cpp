@@ -14,16 +14,18 @@ namespace recordings
 {
 namespace
 {
-// In the numbers, or in their digits: a sheet has them as text.
-int bitsApart(std::uint64_t a, std::uint64_t b)
+// In the numbers, or in their digits, since a sheet has them as text. A bit makes a blank of a 0 at the end.
+int bitsApart(std::uint64_t stated, std::uint64_t found)
 {
-    const int inNumbers = std::popcount(a ^ b);
-    const std::string textA = std::to_string(a), textB = std::to_string(b);
-    if (textA.size() != textB.size())
+    const int inNumbers = std::popcount(stated ^ found);
+    const std::string right = std::to_string(found);
+    std::string text = std::to_string(stated);
+    if (text.size() > right.size())
         return inNumbers;
+    text.resize(right.size(), ' ');
     int inTexts = 0;
-    for (std::size_t i = 0; i < textA.size(); ++i)
-        inTexts += std::popcount(static_cast<unsigned char>(textA[i] ^ textB[i]));
+    for (std::size_t i = 0; i < text.size(); ++i)
+        inTexts += std::popcount(static_cast<unsigned char>(text[i] ^ right[i]));
     return std::min(inNumbers, inTexts);
 }
 }  // namespace

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <numeric>
 
+#include "KestovaRecordings/internal/sheetfile.h"
 #include "KestovaRecordings/internal/sheetformat.h"
 
 namespace recordings
@@ -28,6 +29,14 @@ bool blocksFit(const tSheetParts& parts)
            (!parts.sumOfSums || *parts.sumOfSums == sumOfSums(parts.sheet));
 }
 
+// Without it nothing tells a damaged sheet from a foreign one.
+bool hasIdentity(const tSheetParts& parts)
+{
+    if (!parts.sheet.first)
+        return parts.hasForm && parts.sheet.records == 0;
+    return parts.hasForm && parts.hasTime && parts.hasPosition && parts.hasLength;
+}
+
 // Where the lists of a sheet begin.
 bool endsBeginning(const std::string& key)
 {
@@ -39,6 +48,8 @@ bool tSheetReader::fits()
 {
     if (!m_problem.empty() || !isOfThisVersion())
         return false;
+    if (!hasIdentity(m_parts))
+        return fail("is damaged: it does not say whose it is");
     const tSheet& sheet = m_parts.sheet;
     if (sheet.firstMs > sheet.lastMs || !areTimes(sheet.silences) ||
         !std::ranges::all_of(sheet.streams, [](const tSheetStream& stream) {
@@ -53,7 +64,7 @@ bool tSheetReader::isOfThisVersion()
     if (m_parts.schema == cSheetSchema)
         return true;
     return fail(m_parts.schema.starts_with(cSheetSchemas)
-                    ? fmt::format("{} ({})", cLaterVersion, m_parts.schema.substr(0, cLongestKey))
+                    ? fmt::format("{} ({})", cLaterVersion, shown(m_parts.schema.substr(0, cLongestKey)))
                     : "is no sheet of a recording");
 }
 
@@ -135,7 +146,7 @@ bool tSheetReader::take(const tSheetValue& value)
         return true;
     const bool whole = value.kind == tSheetValue::eWhole || value.kind == tSheetValue::eNegative;
     const bool possible = !whole || !m_path.ends_with("_ms") || value.number < storage::cTimeLimit;
-    return (possible && m_field(m_parts, value)) || fail("is damaged: it has an impossible value for " + m_path);
+    return (possible && m_field(m_parts, value)) || fail("is damaged: it has an impossible value for " + shown(m_path));
 }
 
 bool tSheetReader::enter()

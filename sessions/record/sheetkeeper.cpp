@@ -90,9 +90,10 @@ void tSheetKeeper::describe(const std::string& interface)
 
 void tSheetKeeper::start()
 {
-    m_started = true;
-    writeWhatIsDue();
-    m_worker.start([this] { writeOn(); });
+    constexpr std::chrono::seconds cLongest{5};
+    m_started = m_worker.start([this] { writeOn(); });
+    auto held = m_worker.lock();
+    m_worker.waitUntil(held, tSteady::now() + cLongest, [this] { return m_firstWritten; });
 }
 
 void tSheetKeeper::update(const tRecorderState& state)
@@ -267,6 +268,7 @@ void tSheetKeeper::writePresent()
     }
     m_next = tSteady::now() + m_period;
     attempt([&] { file->onDisk.write(std::move(sheet), m_kept); });
+    m_worker.wake([this] { m_firstWritten = true; });
 }
 
 // Messages may be lost with the end of the last file, and counted after it.

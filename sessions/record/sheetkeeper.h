@@ -36,8 +36,8 @@ public:
     tSheetKeeper& operator=(const tSheetKeeper&) = delete;
 
     void describe(const std::string& interface);  // from now on
-    // Writes the sheet of the present file before it returns, if there is one, and the others from then on. Until then
-    // nothing is written: a recording that cannot start leaves no sheet.
+    // After the first file has been created: returns when its sheet is written. Before that nothing is written: a
+    // recording that cannot start leaves no sheet.
     void start();
     // Takes the state of the recorder; several times a second, and before a file is finished.
     void update(const tRecorderState& state);
@@ -91,6 +91,7 @@ private:
     tClockSteps m_steps{tClocks::now()};
     std::string m_problem, m_lastProblem;
     std::string m_lastFile;  // that was finished
+    bool m_firstWritten = false;
 
     // Of the worker, and of start() and finish() while it does not run.
     bool m_kept = false;  // the file before is

@@ -55,6 +55,16 @@ std::string realPath(const std::string& path)
     return error ? path : real;
 }
 
+// Names that do not end in ".data" have companions of their own in each form.
+void moveCompanions(const std::string& from, const std::string& to)
+{
+    for (const auto nameOf : {&sheetName, &fineTimesName})
+    {
+        if (nameOf(from) != nameOf(to) && !paths::exists(nameOf(to)))
+            std::rename(nameOf(from).c_str(), nameOf(to).c_str());
+    }
+}
+
 tStatus refused(const std::string& text)
 {
     return {tStatus::eCode::eRefused, text};
@@ -111,6 +121,7 @@ tStatus tFileConverter::compressRecorded(const std::string& suffix, iSegmentEnco
     if (!m_out->commit(m_result))
         return m_out->status();
     std::remove(m_path.c_str());
+    moveCompanions(m_path, m_result);
     return {};
 }
 
@@ -231,6 +242,7 @@ tStatus tFileConverter::replace()
         return tStatus::system(m_out->error());
     if (m_result != m_path && std::rename(m_path.c_str(), m_result.c_str()) != 0)
         m_result = m_path;  // converted, under the name it had
+    moveCompanions(m_path, m_result);
     syncFolderOf(m_result);
     return {};
 }
