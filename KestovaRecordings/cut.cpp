@@ -18,7 +18,7 @@ namespace recordings
 {
 namespace
 {
-constexpr std::size_t cRunLimit = 4096;  // records between two looks at `goOn`
+constexpr std::size_t cRunLimit = 1024;  // records between two looks at `goOn`
 
 struct tCancelled
 {};

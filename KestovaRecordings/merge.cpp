@@ -16,7 +16,7 @@ namespace recordings
 {
 namespace
 {
-constexpr std::size_t cRunLimit = 4096;  // records between two looks at `goOn`
+constexpr std::size_t cRunLimit = 1024;  // records between two looks at `goOn`
 
 // Of group and payload; a segment that is no package is its own payload.
 tContentHash hashOf(std::string_view segment)

@@ -41,7 +41,7 @@ std::string hexText(const storage::tFileId& id)
 
 std::uint16_t storedUs(int us)
 {
-    return us < 0 ? cNoFineTime : static_cast<std::uint16_t>(us);
+    return us < 0 ? storage::cNoFineTime : static_cast<std::uint16_t>(us);
 }
 
 // Returns the length of a text at the beginning of `name` in which a 0 of the pattern is any digit; 0 for none.
@@ -141,6 +141,7 @@ void tRecordingOutput::tPrivate::makeRoom(std::uint64_t timeMs, bool fineTimes)
         m_about.carried = 0;
         m_about.notes.clear();
         m_about.losses = {};
+        m_about.streams.clear();
     }
     if (m_file)
         return;

@@ -14,6 +14,8 @@ endif()
 kestova_bench(network_replay)
 kestova_bench(replay_twice)
 kestova_bench(spoke rooms)
+kestova_bench(cut)
+target_link_libraries(cut_bench PRIVATE KestovaRecordings)
 find_library(KESTOVA_LIBPCAP pcap)
 if(KESTOVA_LIBPCAP)  # the yardstick alone uses it
   kestova_bench(pcap)
