@@ -5,6 +5,7 @@
 
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/internal/fileexamination.h"
+#include "KestovaStorage/datastorageio.h"
 
 namespace recordings
 {
@@ -22,12 +23,13 @@ public:
         tFoundFiles found = findAllRecordings(paths, m_options.suffix);
         m_result.leftOut = std::move(found.leftOut);
         m_result.complete = true;
-        for (std::size_t i = 0; i < found.files.size() && m_result.complete; ++i)
+        m_files = std::move(found.files);
+        for (m_number = 1; m_number <= m_files.size() && m_result.complete; ++m_number)
         {
-            const std::string& file = found.files[i];
+            const std::string& file = m_files[m_number - 1];
             const bool asked = std::find(paths.begin(), paths.end(), file) != paths.end();
-            if (const auto present = presentForm(file, found.files, m_options.suffix))
-                verify(*present, asked, i + 1, found.files.size());
+            if (const auto present = presentForm(file, m_files, m_options.suffix))
+                verify(*present, asked);
         }
         if (m_result.files.empty() && m_result.complete)
             throw nothingLeft(m_result.leftOut);
@@ -35,15 +37,15 @@ public:
     }
 
 private:
-    void verify(const std::string& path, bool asked, std::size_t number, std::size_t files)
+    void verify(const std::string& path, bool asked)
     try
     {
-        if (!m_goOn({number, files, 0, 0}))
+        const auto goOn = [this](std::uint64_t bytes, std::uint64_t ofBytes) {
+            return m_goOn({m_number, m_files.size(), bytes, ofBytes});
+        };
+        if (!goOn(0, 0))
             return cancel();
-        auto examined = examineFile(path, {m_options.quick, threadsFor(m_options.threads)},
-                                    [&](std::uint64_t bytes, std::uint64_t ofBytes) {
-                                        return m_goOn({number, files, bytes, ofBytes});
-                                    });
+        auto examined = examineFile(path, {m_options.quick, threadsFor(m_options.threads)}, goOn);
         if (!examined)
             return cancel();
         ++countOf(examined->verified.state);
@@ -51,7 +53,10 @@ private:
     }
     catch (const tFailure& failure)
     {
-        m_result.leftOut.push_back(leftOut(path, failure.what(), asked));
+        if (storage::tDataStorageIO::IsExistPath(path))
+            m_result.leftOut.push_back(leftOut(path, failure.what(), asked));
+        else if (const auto present = presentForm(path, m_files, m_options.suffix))  // compressed or deleted just now
+            verify(*present, asked);
     }
 
     void cancel() { m_result.complete = false; }
@@ -73,6 +78,8 @@ private:
 
     const tVerifyOptions& m_options;
     const std::function<bool(const tVerifyProgress&)>& m_goOn;
+    std::vector<std::string> m_files;
+    std::size_t m_number = 0;  // of the present one, from 1
     tVerification m_result;
 };
 }  // namespace
