@@ -1,8 +1,8 @@
 // kestova verify and recover, as their users run them: results and exit statuses, full disks, kills.
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
-#include <random>
-#include <thread>
+#include <map>
 
 #include "support/ownnamespace.h"
 #include "support/sheetedrecording.h"
@@ -86,10 +86,7 @@ TEST_F(tToolVerifyTest, isKilledWithoutLoss)
     constexpr int cKills = 24;
     const tSegments segments = longRecording();
     const std::string unfinished = dir.file("u/r.data"), damaged = dir.file("d/r.data"), saved = dir.file("saved");
-    std::mt19937 random(1);
-    int seenBefore = 0, seenAfter = 0;
-    for (int kill = 0; kill < cKills; ++kill)
-    {
+    const auto recoverFor = [&](std::chrono::steady_clock::duration time) {
         for (const char* name : {"u", "d", "saved"})
             fs::remove_all(dir.file(name));
         fs::create_directory(dir.file("u"));
@@ -98,18 +95,23 @@ TEST_F(tToolVerifyTest, isKilledWithoutLoss)
         writeSheetOf(unfinished, cLong / 2, false);
         recordByHand(damaged, segments);
         flipBit(damaged, 10'000'000, 0);
-        {
-            tChildProcess child(tool({"recover", dir.file("u"), dir.file("d"), "--to", saved}));
-            std::this_thread::sleep_for(std::chrono::milliseconds(random() % 200));
-            child.signal(SIGKILL);
-            child.wait();
-        }
+        tChildProcess child(tool({"recover", dir.file("u"), dir.file("d"), "--to", saved}));
+        const auto start = std::chrono::steady_clock::now();
+        child.wait(time);
+        child.signal(SIGKILL);
+        return std::chrono::steady_clock::now() - start;
+    };
+    const auto whole = recoverFor(std::chrono::seconds(30));
+    std::map<std::string, int> states;
+    for (int kill = 0; kill < cKills; ++kill)
+    {
+        recoverFor(whole * kill / cKills);
         const std::string state = stateOf(unfinished);
-        (state == "sound" ? seenAfter : seenBefore) += 1;
-        EXPECT_TRUE(state == "sound" || state == "unfinished") << state;
+        ++states[state + (fs::exists(saved) ? ", saved" : "")];
         EXPECT_TRUE(segmentsOf(unfinished) == segments);
         EXPECT_EQ(fs::exists(saved) ? segmentsBelow(saved).size() : cLong - 1, cLong - 1);
     }
-    EXPECT_GT(seenBefore, 0);
-    EXPECT_GT(seenAfter, 0);
+    EXPECT_GT(states["unfinished"], 0);
+    EXPECT_GT(states["sound"], 0);
+    EXPECT_EQ(states["unfinished"] + states["sound"] + states["sound, saved"], cKills);
 }
