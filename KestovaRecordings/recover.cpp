@@ -66,6 +66,22 @@ tMicroseconds fineTimesOf(const tExaminedFile& examined)
     return {examined.verified.path, first.timeMs, first.firstByte, index.count()};
 }
 
+// What the sheet of saved records takes from that of their file: all but what the records themselves say.
+tSheet aboutSaved(const tFoundSheet& found)
+{
+    tSheet about = found ? found.sheet : tSheet{};
+    about.cut = true;
+    about.silences.clear();
+    for (tSheetStream& stream : about.streams)
+    {
+        tSheetStream bare;
+        bare.key = stream.key;
+        bare.kernelDropped = stream.kernelDropped;
+        stream = std::move(bare);
+    }
+    return about;
+}
+
 class tRecovery
 {
 public:
@@ -219,10 +235,8 @@ void tRecovery::save(tExaminedFile& examined, bool asked)
         return leaveOut(verified.path, "none of its records is whole", asked);
     if (!m_output)
         m_output = std::make_unique<tRecordingOutput>(m_options.to);
-    tSheet about = examined.sheet ? examined.sheet.sheet : tSheet{};
-    about.cut = true;
     const std::string name = freeName(verified.path);
-    m_output->startFile(about, name);
+    m_output->startFile(aboutSaved(examined.sheet), name);
     if (const auto kept = saveRecords(examined))
         m_result.files.push_back({verified.path, eRecovery::eSaved, (fs::path(m_options.to) / name).string(), *kept,
                                   verified.records - *kept + examined.index.missing, std::move(verified.findings)});

@@ -75,6 +75,12 @@ size_t tRawDataFile::read(uint64_t pos, size_t len, void* to) const
     return d->m_reader->readUpTo(pos, len, static_cast<char*>(to));
 }
 
+void tRawDataFile::correctBit(uint64_t pos, unsigned bit)
+{
+    d->m_reader->correctBit(pos, bit);
+    d->m_decoder = d->m_reader->decoder();
+}
+
 tRawSegments::tRawSegments(const tRawDataFile& file) : d(new tRawSegmentsPrivate(file)) {}
 
 tRawSegments::~tRawSegments()

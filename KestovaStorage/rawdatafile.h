@@ -53,6 +53,9 @@ public:
 
     // Copies `len` bytes from `pos` on; returns how many of them the file holds, fewer also after an error.
     size_t read(uint64_t pos, size_t len, void* to) const;
+    // From now on reads as if this bit of the byte at `pos` were the other one: for a bit whose damage is known. Not
+    // while another thread uses the file.
+    void correctBit(uint64_t pos, unsigned bit);
     tRawRecord record(const tIndexSlot& slot) const
     {
         const tEncodedIndexTable stored = decodeEncoded(slot);

@@ -76,6 +76,7 @@ TEST_F(tRecoverTest, savesEveryWholeRecordOfADamagedFile)
         {"place of a record", false, false, 2048 + 4 * cSlot + 8, 1, without(segments, {4})},
         {"magic", true, false, 2, 5, segments},
         {"magic of a compressed file", true, true, 2, 5, segments},
+        {"head of the codes", true, true, 12, 0, segments},
         {"index head", true, false, 2000, 4, segments},
         {"end mark", false, false, 10'000'000 + 60, 0, without(segments, {0})},
     };

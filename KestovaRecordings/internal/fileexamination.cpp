@@ -13,8 +13,8 @@
 
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/internal/crc32c.h"
-#include "KestovaRecordings/internal/microseconds.h"
 #include "KestovaRecordings/internal/flippedbit.h"
+#include "KestovaRecordings/internal/microseconds.h"
 #include "KestovaRecordings/internal/payloadexamination.h"
 #include "KestovaStorage/companions.h"
 #include "KestovaStorage/huffmanhead.h"
@@ -27,6 +27,7 @@ namespace
 {
 constexpr unsigned cMostThreads = 16;
 constexpr int cMostMagicBits = 3;  // by which a damaged magic differs; two magics differ by more than twice as many
+constexpr const char* cCodeHead = "code_head";
 constexpr std::uint32_t cMagics[] = {storage::cDataFileHead, storage::cHuffmanFileHead};
 
 bool isMagic(std::uint32_t magic)
@@ -140,9 +141,11 @@ void tFileExamination::blameHeadBit(std::uint64_t bit)
     if (byte < sizeof(std::uint32_t))
         return;  // open() has reported it
     if (byte < codeHead)
-        kind = "code_head";
+        kind = cCodeHead;
     else if (byte >= storage::cIndexHeadPos && byte < storage::cIndexHeadPos + sizeof(storage::tIndexHead))
         kind = "index_head";
+    if (kind == cCodeHead)
+        m_examined.file->correctBit(byte, static_cast<unsigned>(bit % 8));  // the codes are those of the right head
     const bool isUsed = std::string_view(kind) != "head";
     m_findings.addAt(
         kind, byte,

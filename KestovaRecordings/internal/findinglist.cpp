@@ -27,7 +27,7 @@ void tFindingList::add(tEntry entry)
     if (finding.damage)
     {
         ++m_damages;
-        if (std::find(m_damagingKinds.begin(), m_damagingKinds.end(), finding.kind) == m_damagingKinds.end())
+        if (!hasDamage(finding.kind))
             m_damagingKinds.push_back(finding.kind);
     }
     if (finding.record && !m_entries.empty())
@@ -51,6 +51,11 @@ void tFindingList::append(const tFindingList& later)
     for (const tEntry& entry : later.m_entries)
         add(entry);
     m_more += later.m_more;
+}
+
+bool tFindingList::hasDamage(const std::string& kind) const
+{
+    return std::find(m_damagingKinds.begin(), m_damagingKinds.end(), kind) != m_damagingKinds.end();
 }
 
 bool tFindingList::hasDamageBeside(const std::string& kind) const

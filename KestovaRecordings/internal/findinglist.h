@@ -34,6 +34,7 @@ public:
     void append(const tFindingList& later);
 
     bool hasDamage() const { return m_damages != 0; }
+    bool hasDamage(const std::string& kind) const;
     bool hasDamageBeside(const std::string& kind) const;
     // Moves them out, in order: those of the file as a whole, then by record. Sets `more` to those beyond them.
     std::vector<tFinding> take(std::uint64_t& more);

@@ -22,7 +22,8 @@ constexpr std::uint64_t cLongBytes = std::uint64_t{4} << 20;  // such a unit is 
 
 tPayloadExamination::tPayloadExamination(const storage::tRawDataFile& file, tExaminedIndex& index, const tSheet* sheet,
                                          tFindingList& findings)
-    : m_file(file), m_index(index), m_sheet(sheet), m_findings(findings), m_ordered(sheet)
+    : m_file(file), m_index(index), m_sheet(sheet), m_findings(findings),
+      m_codesAreRight(!file.isCompressed() || !findings.hasDamage("head")), m_ordered(sheet)
 {
     if (m_sheet != nullptr)
         m_blocks = blocksOf(*m_sheet, m_index.count());
@@ -183,7 +184,7 @@ void tPayloadExamination::blameBlock(const tBlock& block, std::uint32_t differen
     for (std::size_t i = block.first; i < block.last; ++i)
     {
         bytes += segments.segment(i).size();
-        isExplained |= m_index.worth[i] >= eDoubtful;
+        isExplained |= m_codesAreRight && m_index.worth[i] >= eDoubtful;
     }
     if (const auto bit = m_file.isCompressed() ? std::nullopt : flippedBit(difference, bytes))
         return blameBit(block, *bit, segments, findings);

@@ -65,6 +65,7 @@ private:
     tExaminedIndex& m_index;
     const tSheet* const m_sheet;
     tFindingList& m_findings;
+    const bool m_codesAreRight;  // of a compressed file: what codes stand for is known
     tOrderedCheck m_ordered;
     std::vector<tBlock> m_blocks;
     std::vector<tUnit> m_units;

@@ -130,7 +130,17 @@ bool tDataFileReader::openFile()
 
 std::size_t tDataFileReader::readUpTo(std::uint64_t pos, std::size_t len, char* to)
 {
-    return m_file.valid() || reopenFile() ? m_file.readAt(to, len, pos) : 0;
+    const std::size_t got = m_file.valid() || reopenFile() ? m_file.readAt(to, len, pos) : 0;
+    for (const auto& [at, bits] : m_corrections)
+        if (at >= pos && at - pos < got)
+            to[at - pos] = static_cast<char>(to[at - pos] ^ bits);
+    return got;
+}
+
+void tDataFileReader::correctBit(std::uint64_t pos, unsigned bit)
+{
+    m_corrections.emplace_back(pos, static_cast<char>(1 << bit % 8));
+    m_decoder.reset();
 }
 
 bool tDataFileReader::readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records)

@@ -19,6 +19,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "KestovaStorage/datafileformat.h"
@@ -72,6 +73,8 @@ public:
     bool read(std::uint64_t pos, std::size_t len, char* to) { return readUpTo(pos, len, to) == len; }
     // Returns how many of them the file holds.
     std::size_t readUpTo(std::uint64_t pos, std::size_t len, char* to);
+    // From now on reads as if this bit of the file were the other one.
+    void correctBit(std::uint64_t pos, unsigned bit);
     // Replaces `records` by `count` records from number `first` on as they stand on disk now, unchecked.
     bool readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records);
     // Returns the descriptor of the file, which it opens again if it was closed; -1 if that fails.
@@ -110,6 +113,7 @@ private:
     tDescriptor m_file;
     std::uint64_t m_device = 0, m_inode = 0;  // of the file that was opened first
     std::unique_ptr<iSegmentDecoder> m_decoder;
+    std::vector<std::pair<std::uint64_t, char>> m_corrections;  // of single bytes: what is changed in them
     std::uint64_t m_size = 0;
     const tFileForm* m_form = nullptr;  // never null once the file is open
     bool m_finished = false;
