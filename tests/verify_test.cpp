@@ -105,6 +105,17 @@ TEST_F(tVerifyTest, findsAFlippedBitInEveryByteOfACompressedFileWithASheet)
     flipEach("r.tar.data", cPayload, std::filesystem::file_size(packed), cAnyTime);
 }
 
+TEST_F(tVerifyTest, findsNothingInCompressedFilesThatEndWithAnyBit)
+{
+    for (std::size_t count = 8; count < 24; ++count)
+    {
+        recordWithSheet(path, packagesOf(count));
+        const std::string packed = compressWithSheet(path);
+        EXPECT_TRUE(verify(false, "r.tar.data").findings.empty()) << count;
+        std::filesystem::remove(packed);
+    }
+}
+
 TEST_F(tVerifyTest, findsWithoutASheetWhatContradictsItself)
 {
     const tSegments segments = packagesOf(6);

@@ -328,13 +328,11 @@ void tIndexExamination::checkEnd()
     if (m_index.size > end && m_index.size > storage::cPayloadPos && !m_isGrowing)
         m_findings.addAt("tail", end, fmt::format("{} bytes behind the last record belong to none", m_index.size - end),
                          false);
-    if (m_file.isCompressed() && m_index.size < end)
-        m_findings.addAt("size", m_index.size, "the end of the last unit of codes is missing");
     if (m_file.isCompressed() && m_index.count() != 0)
         checkCodesEnd(endBit, std::min(end, m_index.size));
 }
 
-// Codes are written in units of 64 bits, the last one filled up with zeros.
+// Codes are written in units of 64 bits, filled up with zeros; of the last one a file need not have more than its codes.
 void tIndexExamination::checkCodesEnd(std::uint64_t endBit, std::uint64_t end)
 {
     unsigned char rest[sizeof(std::uint64_t)] = {};
