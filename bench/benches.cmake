@@ -28,6 +28,8 @@ if(TARGET kestova_sessions)  # the simulated radar makes its data
   target_link_libraries(sheet_bench PRIVATE kestova_sessions KestovaRecordings fmt::fmt)
   kestova_bench(compress rooms)
   target_link_libraries(compress_bench PRIVATE kestova_sessions)
+  kestova_bench(verify rooms)
+  target_link_libraries(verify_bench PRIVATE kestova_sessions KestovaRecordings_objects)
 endif()
 find_package(ZLIB)  # what the codec is compared with (scripts/setup --bench); nothing else links it
 if(ZLIB_FOUND AND TARGET kestova_sessions)  # the simulated radar makes its data

@@ -7,12 +7,12 @@
 namespace tool
 {
 tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addCompress, addExpand, addPcap, addExport, addCut,
-    addMerge;
+    addMerge, addVerify, addRecover;
 
 // In the order of the help.
 inline constexpr tAddCommand* cCommands[] = {addSimulate, addRecord, addReplay, addInfo,  addDump,
                                              addCompress, addExpand, addPcap,   addExport, addCut,
-                                             addMerge};
+                                             addMerge,    addVerify, addRecover};
 }  // namespace tool
 
 #endif

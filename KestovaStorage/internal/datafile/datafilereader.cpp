@@ -41,15 +41,17 @@ std::unique_ptr<tDataFileReader> tDataFileReader::openToPlay(const std::string& 
     return open(path, eIndex::eInBlocks, failure);
 }
 
-std::unique_ptr<tDataFileReader> tDataFileReader::openBare(const std::string& path, tStatus* failure)
+std::unique_ptr<tDataFileReader> tDataFileReader::openBare(const std::string& path, tStatus* failure,
+                                                           const tFileForm* assumed)
 {
-    return open(path, eIndex::eNone, failure);
+    return open(path, eIndex::eNone, failure, assumed);
 }
 
-std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, eIndex index, tStatus* failure)
+std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, eIndex index, tStatus* failure,
+                                                       const tFileForm* assumed)
 {
     std::unique_ptr<tDataFileReader> reader(new tDataFileReader(path));
-    tStatus status = reader->load(index);
+    tStatus status = reader->load(index, assumed);
     if (status)
         return reader;
     if (failure != nullptr)
@@ -57,7 +59,7 @@ std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, 
     return nullptr;
 }
 
-tStatus tDataFileReader::load(eIndex index)
+tStatus tDataFileReader::load(eIndex index, const tFileForm* assumed)
 try
 {
     if (!openFile())
@@ -70,6 +72,8 @@ try
         std::this_thread::sleep_for(1ms);
         m_form = readForm();
     }
+    if (m_form == nullptr)
+        m_form = assumed;
     if (m_form == nullptr)
         return {tStatus::eCode::eRefused, "not a data file"};
     if (index == eIndex::eNone)
@@ -108,9 +112,13 @@ const tFileForm* tDataFileReader::readForm() const
 
 void tDataFileReader::takeSize()
 {
+    m_size = presentSize();
+}
+
+std::uint64_t tDataFileReader::presentSize() const
+{
     struct stat info;
-    if (::fstat(m_file.get(), &info) == 0)
-        m_size = static_cast<std::uint64_t>(info.st_size);
+    return ::fstat(m_file.get(), &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : m_size;
 }
 
 // O_NONBLOCK: opening a pipe or a device that is named like a data file does not wait.
@@ -122,7 +130,17 @@ bool tDataFileReader::openFile()
 
 std::size_t tDataFileReader::readUpTo(std::uint64_t pos, std::size_t len, char* to)
 {
-    return m_file.valid() || reopenFile() ? m_file.readAt(to, len, pos) : 0;
+    const std::size_t got = m_file.valid() || reopenFile() ? m_file.readAt(to, len, pos) : 0;
+    for (const auto& [at, bits] : m_corrections)
+        if (at >= pos && at - pos < got)
+            to[at - pos] = static_cast<char>(to[at - pos] ^ bits);
+    return got;
+}
+
+void tDataFileReader::correctBit(std::uint64_t pos, unsigned bit)
+{
+    m_corrections.emplace_back(pos, static_cast<char>(1 << bit % 8));
+    m_decoder.reset();
 }
 
 bool tDataFileReader::readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records)

@@ -19,6 +19,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "KestovaStorage/datafileformat.h"
@@ -38,8 +39,10 @@ public:
     static std::unique_ptr<tDataFileReader> open(const std::string& path, tStatus* failure = nullptr);
     // Opens the file for playing.
     static std::unique_ptr<tDataFileReader> openToPlay(const std::string& path, tStatus* failure = nullptr);
-    // Opens the file without reading its index, which may still grow; readRecords() returns what is there.
-    static std::unique_ptr<tDataFileReader> openBare(const std::string& path, tStatus* failure = nullptr);
+    // Opens the file without reading its index, which may still grow; readRecords() returns what is there. A file whose
+    // magic is that of no form is read as one of the form `assumed`, unless that is null.
+    static std::unique_ptr<tDataFileReader> openBare(const std::string& path, tStatus* failure = nullptr,
+                                                     const tFileForm* assumed = nullptr);
     ~tDataFileReader();
     tDataFileReader(const tDataFileReader&) = delete;
     tDataFileReader& operator=(const tDataFileReader&) = delete;
@@ -48,6 +51,7 @@ public:
     const tFileForm& form() const { return *m_form; }
     bool finished() const { return m_finished; }  // the index head was written
     std::uint64_t size() const { return m_size; }
+    std::uint64_t presentSize() const;  // of the open file, which may have grown
     std::size_t damaged() const { return m_damaged; }
 
     std::size_t count() const { return m_count; }  // of records
@@ -69,6 +73,8 @@ public:
     bool read(std::uint64_t pos, std::size_t len, char* to) { return readUpTo(pos, len, to) == len; }
     // Returns how many of them the file holds.
     std::size_t readUpTo(std::uint64_t pos, std::size_t len, char* to);
+    // From now on reads as if this bit of the file were the other one.
+    void correctBit(std::uint64_t pos, unsigned bit);
     // Replaces `records` by `count` records from number `first` on as they stand on disk now, unchecked.
     bool readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records);
     // Returns the descriptor of the file, which it opens again if it was closed; -1 if that fails.
@@ -85,8 +91,9 @@ private:
         eInBlocks,
         eInMemory
     };
-    static std::unique_ptr<tDataFileReader> open(const std::string& path, eIndex index, tStatus* failure);
-    tStatus load(eIndex index);
+    static std::unique_ptr<tDataFileReader> open(const std::string& path, eIndex index, tStatus* failure,
+                                                 const tFileForm* assumed = nullptr);
+    tStatus load(eIndex index, const tFileForm* assumed);
     bool openFile();
     bool reopenFile();
     tStatus examine();
@@ -106,6 +113,7 @@ private:
     tDescriptor m_file;
     std::uint64_t m_device = 0, m_inode = 0;  // of the file that was opened first
     std::unique_ptr<iSegmentDecoder> m_decoder;
+    std::vector<std::pair<std::uint64_t, char>> m_corrections;  // of single bytes: what is changed in them
     std::uint64_t m_size = 0;
     const tFileForm* m_form = nullptr;  // never null once the file is open
     bool m_finished = false;
