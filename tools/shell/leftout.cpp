@@ -24,6 +24,12 @@ int reportLeftOut(tConsole& console, std::string_view command, const std::vector
     return status;
 }
 
+void noteIgnoredSheets(tConsole& console, std::string_view command, const std::vector<recordings::tLeftOut>& sheets)
+{
+    for (const recordings::tLeftOut& one : sheets)
+        console.note(fmt::format("kestova {}: ignored {}", command, one.reason));
+}
+
 tJson leftOutJson(const std::vector<recordings::tLeftOut>& leftOut)
 {
     tJson rows = tJson::array();

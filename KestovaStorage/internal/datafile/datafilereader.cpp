@@ -11,6 +11,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "KestovaStorage/internal/datafile/playmark.h"
 #include "common/byteorder.h"
 
 namespace storage
@@ -48,6 +49,7 @@ std::unique_ptr<tDataFileReader> tDataFileReader::openBare(const std::string& pa
 std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, eIndex index, tStatus* failure)
 {
     std::unique_ptr<tDataFileReader> reader(new tDataFileReader(path));
+    reader->m_isPlayed = index == eIndex::eInBlocks;
     tStatus status = reader->load(index);
     if (status)
         return reader;
@@ -116,6 +118,8 @@ void tDataFileReader::takeSize()
 bool tDataFileReader::openFile()
 {
     m_file = tDescriptor(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (m_isPlayed && m_file.valid())
+        markPlayed(m_file.get());
     return m_file.valid();
 }
 
