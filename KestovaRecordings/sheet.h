@@ -199,13 +199,13 @@ private:
     int m_folder = -1;
 };
 
-// Writes the sheet as it is in place of the one that is there. The caller holds a tSheetLock if there may be one. With
-// `synced` false the sheet survives the end of the process, not that of the machine. Throws tFailure, and changes
-// nothing, if that fails.
-KESTOVA_API void writeSheet(const std::string& dataFile, const tSheet& sheet, bool synced = true);
+// Writes the sheet as it is in place of the one that is there, and syncs it. The caller holds the tSheetLock of the
+// folder, unless nobody else knows of the folder yet. Throws tFailure, and changes nothing, if that fails.
+KESTOVA_API void writeSheet(const std::string& dataFile, const tSheet& sheet);
 
-// Changes the sheet under a lock of its own. A file without a sheet, with a foreign or a damaged one, gets one with
-// this alone. Throws tFailure, and changes nothing, if there is no such file or writing fails.
+// Changes the sheet under a lock of its own, also while a recorder writes it. A file without a sheet, with a foreign or
+// a damaged one, gets one with this alone. Throws tFailure, and changes nothing, if there is no such file, writing
+// fails, or the sheet is of a later version.
 KESTOVA_API void addNote(const std::string& dataFile, const tNote& note);
 KESTOVA_API void setKept(const std::string& dataFile, bool kept);
 

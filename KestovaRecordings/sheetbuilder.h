@@ -16,13 +16,11 @@
 
 #include "KestovaRecordings/sheet.h"
 #include "KestovaStorage/datafileformat.h"
+#include "KestovaStorage/finetimesformat.h"
 #include "UdpSocket/kestovaapi.h"
 
 namespace recordings
 {
-// The microseconds of a record that has none.
-constexpr std::uint16_t cNoFineTime = 0xFFFF;
-
 class KESTOVA_API tSheetBuilder
 {
 public:
@@ -31,8 +29,8 @@ public:
     tSheetBuilder(tSheetBuilder&&) noexcept;
     tSheetBuilder& operator=(tSheetBuilder&&) noexcept;
 
-    // Takes a record of a plain file: its segment, the place of its first byte in the file, its time, and the
-    // microseconds within the millisecond.
+    // Takes a record of a plain file: its time, the microseconds within the millisecond (storage::cNoFineTime if they
+    // are not known), its segment, and the place of its first byte in the file.
     void add(std::uint64_t timeMs, std::uint16_t us, std::string_view segment, std::uint64_t position);
     // The same of a file in any form: the slot as the index has it, and the segment decoded.
     void add(const storage::tIndexSlot& slot, std::uint16_t us, std::string_view segment);
@@ -41,8 +39,8 @@ public:
     std::uint64_t bytes() const;
 
     // Sets what is known of the records so far: records, bytes, firstMs, lastMs, first, silences, streams, blocks,
-    // fineCrc32c (while any record has fine times). Keeps kernelDropped of the streams that the sheet has, adds those
-    // that it lacks, and keeps everything else. `form` is the caller's.
+    // fineCrc32c (if a record has fine times), and keeps everything else. Streams that only the sheet has stay, and so
+    // does kernelDropped of all of them. `form` is the caller's.
     void fill(tSheet& sheet) const;
 
 private:
@@ -55,6 +53,8 @@ KESTOVA_API void sealSheet(tSheet& sheet, const std::string& dataFile);
 
 // Returns a new id: 32 hexadecimal digits, random.
 KESTOVA_API std::string newSheetId();
+// Returns the id of the 16 bytes of a storage::tFileId.
+KESTOVA_API std::string sheetId(const storage::tFileId& id);
 }  // namespace recordings
 
 #endif

@@ -17,6 +17,7 @@ namespace recordings
 namespace
 {
 constexpr std::string_view cHidden = ".pruned.";
+constexpr std::string_view cSheetInWriting = ".sheet.part";
 constexpr int cMostHidden = 100;  // folders of one name that wait for removal
 
 // The names of a data file's other form and of its companions.
@@ -47,7 +48,7 @@ std::vector<std::string> ownFiles(const tFolderView& folder, const std::string& 
         addNames(name, suffix, names);
     std::vector<std::string> own;
     for (const std::string& name : folder.otherFiles)
-        if (names.contains(finalName(name)))
+        if (name == cSheetInWriting || names.contains(finalName(name)))
             own.push_back(name);
     own.insert(own.end(), folder.dataFiles.begin(), folder.dataFiles.end());  // last: they name the others
     return own;

@@ -10,6 +10,7 @@
 #include "KestovaRecordings/frames.h"
 #include "UdpSocket/udpsocket.h"
 #include "sessions/record/recordingchecks.h"
+#include "sessions/record/sheetfacts.h"
 
 namespace session
 {
@@ -50,8 +51,11 @@ std::uint64_t milliseconds(std::uint64_t us)
 }  // namespace
 
 tImportRecorder::tImportRecorder(const std::string& root, std::string name)
-    : m_root(prepareRecording({}, 0, root)), m_name(std::move(name)), m_storage(m_root, ".data")
+    : m_root(prepareRecording({}, 0, root)), m_name(std::move(name)), m_sheets(importedSheetFacts()),
+      m_storage(m_root, ".data")
 {
+    m_storage.SetFineTimes(true);
+    m_storage.SetWriteObserver(&m_sheets);
     std::atomic_ref<bool>(storage::tDataStorageIO::DiskCheckThreadEnable).store(false);
 }
 
@@ -60,6 +64,7 @@ void tImportRecorder::startFile(std::uint64_t timeMs)
     if (!m_storage.CreateNewWritingFile(timeMs, m_name, false))
         throw tFailure("cannot record below " + m_root + ": see the line above");
     requireFileBelow(m_root, m_storage.GetCurrentWriteDataFileName());
+    m_sheets.start();
     updateFiles();
 }
 
@@ -103,5 +108,8 @@ void tImportRecorder::finish()
 {
     waitForDisk();
     m_storage.FinishWrite();
+    m_sheets.finish();
+    if (const std::string problem = m_sheets.takeProblem(); !problem.empty())
+        throw tFailure(problem);
 }
 }  // namespace session

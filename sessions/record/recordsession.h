@@ -17,6 +17,7 @@
 #include "sessions/record/reclaimlog.h"
 #include "sessions/record/recorder.h"
 #include "sessions/record/ring.h"
+#include "sessions/record/sheetkeeper.h"
 #include "sessions/record/silencewatch.h"
 
 namespace session
@@ -45,6 +46,7 @@ public:
     virtual void onSilence(const tSilence& silence) = 0;
     virtual void onDiskLeft(const tDiskLeft& left) = 0;  // less than 1 GiB, or than an hour
     virtual void onReclaimed(const tReclaimed& file) = 0;
+    virtual void onSheetProblem(const std::string& problem) = 0;  // a sheet could not be written; each problem once
 };
 
 // The steps of finish(), each a wait.
@@ -89,6 +91,7 @@ private:
     void notifyAddress();
     void notifyDisk();
     void notifyReclaimed();
+    void notifySheets();
     void drain(const std::function<bool(eFinishing step)>& waiting);
     void write(const std::function<bool(eFinishing step)>& waiting);
     void compress(const std::function<bool(eFinishing step)>& waiting);
@@ -96,6 +99,7 @@ private:
     const tRecordOptions m_options;
     iRecordObserver& m_observer;
     tReclaimLog m_reclaimLog;  // from before the recorder's storage to behind it
+    tSheetKeeper m_sheets;     // from before it, too: the storage notifies it to its end
     std::unique_ptr<iRecorder> m_recorder;
     tRecorderState m_state;
     std::vector<std::string> m_files;

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "KestovaStorage/companions.h"
 #include "KestovaStorage/internal/conversion/filecoding.h"
 #include "KestovaStorage/internal/conversion/verification.h"
 #include "KestovaStorage/internal/datafile/naming.h"
@@ -174,9 +175,9 @@ tStatus tFileConverter::openOutput(const std::string& result)
 tStatus tFileConverter::giveUpRecorded()
 {
     tStatus status = tStatus(m_out->status()).of(m_out->path());
-    if (m_out->wasOpened())
+    if (m_out->wasOpened() || isKept(m_path))
         return status;
-    std::remove(m_path.c_str());
+    removeDataFile(m_path);
     return std::move(status).of("it is removed, for no output could be made");
 }
 
