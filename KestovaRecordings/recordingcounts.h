@@ -68,9 +68,9 @@ struct tCountProgress
     std::size_t record, records;
 };
 
-// Counts the files below the paths, each once. A finished file with a sheet is counted from that, unless `gapMs` is less
-// than cSheetGapMs or digests of several files are wanted; the others are read, large ones on several threads, so that
-// damage shows. Of a recording that is being written it counts what is in its files at that moment; a file that is
+// Counts the files below the paths, each once. A finished file with a sheet is counted from that, unless `gapMs` is
+// less than cSheetGapMs or digests of several files are wanted; the others are read, large ones on several threads, so
+// that damage shows. Of a recording that is being written it counts what is in its files at that moment; a file that is
 // compressed or deleted meanwhile is counted in its new form, or left out. Calls `goOn`, on the calling thread, every
 // 1,024 records that it counts; false cancels. Throws tFailure if none of them is a data file. Any thread.
 KESTOVA_API tRecordingCounts countRecordings(const std::vector<std::string>& paths, const tCountOptions& options,

@@ -16,6 +16,7 @@
 
 #include "KestovaRecordings/internal/fileglance.h"
 #include "KestovaRecordings/internal/folderview.h"
+#include "KestovaRecordings/internal/sheetfile.h"
 #include "KestovaRecordings/sheet.h"
 #include "KestovaStorage/companions.h"
 
@@ -88,7 +89,7 @@ public:
         }
         tListedFile file{path, seen->firstMs, seen->lastMs, seen->records, seen->sizeOnDisk, seen->state};
         if (!m_folder.otherFiles.empty())
-            addCompanions(name, file);
+            addCompanions(name, {true, seen->form, seen->first}, file);
         return file;
     }
 
@@ -97,12 +98,11 @@ public:
     std::string m_radar;
 
 private:
-    void addCompanions(const std::string& name, tListedFile& file)
+    void addCompanions(const std::string& name, const tDataFileBeginning& beginning, tListedFile& file)
     {
-        const std::string sheet = storage::sheetName(name);
         addSize(storage::fineTimesName(name), file);
-        if (addSize(sheet, file))
-            addSheet(file);
+        if (addSize(storage::sheetName(name), file))
+            addSheet(readSheetSummaryIn(m_folder.descriptor(), name, beginning), file);
     }
 
     // Returns whether there is such a companion. Both forms of a file have the same.
@@ -117,11 +117,11 @@ private:
         return true;
     }
 
-    void addSheet(tListedFile& file)
+    void addSheet(const tSheetSummary& sheet, tListedFile& file)
     {
-        const tSheetSummary sheet = readSheetSummary(file.path);
         if (sheet.state == eSheetState::eForeign || sheet.state == eSheetState::eDamaged)
-            m_foreignSheets.push_back({storage::sheetName(file.path), sheet.reason, false});
+            m_foreignSheets.push_back(
+                {file.path, m_folder.path() + sheet.reason, false});  // which begins with the name
         if (!sheet)
             return;
         ++m_sheets;
@@ -179,8 +179,8 @@ private:
     void addFile(const std::string& path)
     {
         const std::size_t name = path.rfind('/') + 1;  // npos + 1 is 0
-        const auto folder = tFolderView::open(name == 0 ? "." : path.substr(0, name), m_options.suffix,
-                                              eFolderLinks::eFollow);
+        const auto folder =
+            tFolderView::open(name == 0 ? "." : path.substr(0, name), m_options.suffix, eFolderLinks::eFollow);
         if (!folder)
             return m_list.leftOut.push_back({path, std::strerror(errno), true});
         tFolderLook look(*folder);
@@ -299,9 +299,9 @@ private:
 
     bool isWanted(const tListedRecording& recording, const std::vector<std::string>& names) const
     {
-        const bool isInTime = (m_options.sinceMs == 0 && m_options.untilMs == UINT64_MAX) ||
-                              (recording.records != 0 && recording.lastMs >= m_options.sinceMs &&
-                               recording.firstMs <= m_options.untilMs);
+        const bool isInTime =
+            (m_options.sinceMs == 0 && m_options.untilMs == UINT64_MAX) ||
+            (recording.records != 0 && recording.lastMs >= m_options.sinceMs && recording.firstMs <= m_options.untilMs);
         const auto isOfRadar = [&](const std::string& name) { return isNamedAfter(name, m_options.radar); };
         const bool isRadar = m_options.radar.empty() || recording.radar == m_options.radar ||
                              (recording.radar.empty() && std::any_of(names.begin(), names.end(), isOfRadar));
@@ -311,8 +311,8 @@ private:
     const tListOptions& m_options;
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    std::deque<tFolder> m_folders;        // guarded by m_mutex, as is what follows: still to be looked at
-    unsigned int m_busy = 0;              // threads that look at one, and may find further ones
+    std::deque<tFolder> m_folders;  // guarded by m_mutex, as is what follows: still to be looked at
+    unsigned int m_busy = 0;        // threads that look at one, and may find further ones
     std::set<tFolderView::tId> m_known;
     tRecordingList m_list;
 };

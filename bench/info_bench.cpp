@@ -2,10 +2,10 @@
 //
 //   info_bench [FOLDER [LENGTH [FILES]]]
 //
-// Ten files, or FILES, of 476,091 packages of LENGTH bytes (2,160, which makes 10 GB), counted by the library as kestova
-// info counts them: from their sheets, and with the sheets taken away record by record. The yardstick reads the same
-// files with read(2) in blocks of 1 MiB. Medians of five runs; files go to FOLDER, by default the system's temporary
-// folder, and are in the page cache if they fit.
+// Ten files, or FILES, of 476,091 packages of LENGTH bytes (2,160, which makes 10 GB), counted by the library as
+// kestova info counts them: from their sheets, and with the sheets taken away record by record. The yardstick reads the
+// same files with read(2) in blocks of 1 MiB. Medians of five runs; files go to FOLDER, by default the system's
+// temporary folder, and are in the page cache if they fit.
 #include "KestovaRecordings/recordingcounts.h"
 #include "bench/measure.h"
 #include "bench/recordedfiles.h"

@@ -3,8 +3,8 @@
 //   ls_bench [FOLDER [RECORDINGS]]
 //
 // 1,000 recordings of 10 files with sheets. Both are programs, from start to end: `kestova ls ROOT --json` and the
-// yardstick `find ROOT -name '*.data' -size +0`, results to /dev/null, in turn. Medians of nine runs; files go to FOLDER,
-// by default the system's temporary folder, and are in the page cache.
+// yardstick `find ROOT -name '*.data' -size +0`, results to /dev/null, in turn. Medians of nine runs; files go to
+// FOLDER, by default the system's temporary folder, and are in the page cache.
 #include <cstdlib>
 
 #include "bench/measure.h"

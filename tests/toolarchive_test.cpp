@@ -52,7 +52,8 @@ protected:
         recordByHand(root + "/" + name + "/" + file, packages(firstMs), finished);
         return root + "/" + name;
     }
-    static void makeSheet(const std::string& file, const std::function<void(tSheet&)>& change = [](tSheet&) {})
+    static void makeSheet(
+        const std::string& file, const std::function<void(tSheet&)>& change = [](tSheet&) {})
     {
         recordings::tSheetBuilder builder;
         storage::tDataFile data;
@@ -282,12 +283,27 @@ TEST_F(tToolArchiveTest, keepsARingWithinItsLimits)
     options.inHand = own + "/0002_c.data";
     recordings::tPruneLimits limits;
     limits.maxAgeMs = cDay;
-    const auto result = recordings::pruneRoot(
-        root, limits, options, [&](const recordings::tPruned& one) { deleted.push_back(one.path); });
+    const auto result = recordings::pruneRoot(root, limits, options,
+                                              [&](const recordings::tPruned& one) { deleted.push_back(one.path); });
     EXPECT_THAT(deleted, ElementsAre(root + "/Data_000000_x", own + "/0000_a.data", root + "/Data_000002_x"));
     EXPECT_EQ(dataFilesIn(root).size(), 2u);
     EXPECT_EQ(result.recordings, 1u);
     EXPECT_FALSE(result.reached);
+}
+
+TEST_F(tToolArchiveTest, deletesWhileItRecords)
+{
+    const std::string old = record("Data_000000_x", 1'000'000), kept = record("Data_000001_x", 1'000'000);
+    said({"keep", kept});
+    tChildProcess child(tool({"record", "--group", addressText(testGroup()), "--local-ip", "127.0.0.1", "--root", root,
+                              "--max-age", "1d", "--json"}));
+    EXPECT_TRUE(child.says("deleted " + old));
+    child.signal(SIGINT);
+    EXPECT_EQ(child.wait(), 3) << "nothing came";
+    const tJson reclaimed = parsed(child.out()).at("reclaimed");
+    ASSERT_EQ(reclaimed.size(), 1u);
+    expectIn(reclaimed.at(0), {{"path", old}, {"cause", "max-age"}});
+    EXPECT_TRUE(fs::exists(kept));
 }
 
 TEST_F(tToolArchiveTest, leavesWholeRecordingsWhenItIsKilled)
@@ -412,8 +428,14 @@ TEST(tUnitsTest, parsesSizesAndLongDurations)
     {
         const char* text;
         std::uint64_t bytes;
-    } cases[] = {{"500", 500}, {"1.5K", 1500}, {"2M", 2'000'000}, {"3GB", 3'000'000'000}, {"1T", 1'000'000'000'000},
-                 {"64GiB", std::uint64_t(64) << 30}, {"2Ki", 2048}, {"7B", 7}};
+    } cases[] = {{"500", 500},
+                 {"1.5K", 1500},
+                 {"2M", 2'000'000},
+                 {"3GB", 3'000'000'000},
+                 {"1T", 1'000'000'000'000},
+                 {"64GiB", std::uint64_t(64) << 30},
+                 {"2Ki", 2048},
+                 {"7B", 7}};
     for (const auto& c : cases)
         EXPECT_EQ(tool::parseSize(c.text), c.bytes) << c.text;
     for (const char* text : {"", "G", "1X", "-1G", "1 G", "1iB", "1e30", "nan"})

@@ -211,7 +211,8 @@ void attachSheet(tFoundSheet& found, tFileCounts& counts)
     counts.sheet = std::move(found.sheet);
 }
 
-// Returns false, and sets `error`, if a compressed file cannot be opened: the sheet does not say how long its codes are.
+// Returns false, and sets `error`, if a compressed file cannot be opened: the sheet does not say how long its codes
+// are.
 bool takeSheet(const tFoundSheet& found, const tFileGlance& seen, const tFileCountOptions& options, tCountedFile& to,
                std::string& error)
 {

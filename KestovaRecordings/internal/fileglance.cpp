@@ -84,10 +84,7 @@ private:
             m_found.firstMs = 0;
     }
 
-    bool isLocked() const
-    {
-        return ::flock(m_file.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-    }
+    bool isLocked() const { return ::flock(m_file.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK; }
 
     // The slots of an unfinished index are written in order; behind them the file has zeros.
     std::uint64_t countUnfinished() const
@@ -121,10 +118,11 @@ private:
                                          ? record.huffmanBits
                                          : (std::uint64_t{record.huffmanBits} + (record.firstBitPos & 7u) + 7) / 8;
         struct stat info;
-        const auto fits = [&](std::uint64_t size) { return record.firstBytePos <= size && length <= size - record.firstBytePos; };
-        return isTime(record.tim) &&
-               (fits(m_found.size) ||
-                (::fstat(m_file.get(), &info) == 0 && fits(static_cast<std::uint64_t>(info.st_size))));
+        const auto fits = [&](std::uint64_t size) {
+            return record.firstBytePos <= size && length <= size - record.firstBytePos;
+        };
+        return isTime(record.tim) && (fits(m_found.size) || (::fstat(m_file.get(), &info) == 0 &&
+                                                             fits(static_cast<std::uint64_t>(info.st_size))));
     }
 
     tDescriptor m_file;

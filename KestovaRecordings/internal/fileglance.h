@@ -25,7 +25,8 @@ struct tFileGlance
     std::uint64_t firstMs = 0, lastMs = 0;       // of the first and the last record, the earlier one first
 };
 
-// `name` is relative to the open folder; AT_FDCWD takes a path. Returns nothing for what is no data file and sets `why`.
+// `name` is relative to the open folder; AT_FDCWD takes a path. Returns nothing for what is no data file and sets
+// `why`.
 std::optional<tFileGlance> glanceAt(int folder, const char* name, std::string& why);
 }  // namespace recordings
 

@@ -25,9 +25,8 @@ void addNames(const std::string& dataFile, const std::string& suffix, std::set<s
 {
     const std::string compressed = ".tar" + suffix;
     names.insert(dataFile);
-    names.insert(dataFile.ends_with(compressed)
-                     ? dataFile.substr(0, dataFile.size() - compressed.size()) + suffix
-                     : storage::tDataFileConverter::CompressedName(dataFile, suffix));
+    names.insert(dataFile.ends_with(compressed) ? dataFile.substr(0, dataFile.size() - compressed.size()) + suffix
+                                                : storage::tDataFileConverter::CompressedName(dataFile, suffix));
     names.insert(storage::sheetName(dataFile));
     names.insert(storage::fineTimesName(dataFile));
 }
@@ -126,8 +125,8 @@ tStatus clearLeftover(const std::string& root, const std::string& hidden, const 
         for (const std::string& name : ownFiles(*view, suffix))
             ::unlinkat(view->descriptor(), name.c_str(), 0);
     const bool isLeft = !why.empty() || (::rmdir(path.c_str()) != 0 && (errno == ENOTEMPTY || errno == EEXIST));
-    if (isLeft && ::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, (root + originalName(hidden)).c_str(),
-                              RENAME_NOREPLACE) != 0 &&
+    if (isLeft &&
+        ::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, (root + originalName(hidden)).c_str(), RENAME_NOREPLACE) != 0 &&
         errno != ENOENT)
         return tStatus::system(errno, hidden);
     return why.empty() ? tStatus() : tStatus(tStatus::eCode::eRefused, why);

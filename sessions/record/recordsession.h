@@ -74,9 +74,9 @@ public:
     // radars' messages, and queries of this recorder.
     std::vector<recordings::tStreamKey> silent() const;
     bool allSilent() const { return total(chosenStreams()).messages == 0; }
-    std::uint64_t freeBytes() const { return m_freeBytes; }  // on the disk of the root
+    std::uint64_t freeBytes() const { return m_freeBytes; }                   // on the disk of the root
     const std::vector<tReclaimed>& reclaimed() const { return m_reclaimed; }  // what was deleted
-    const tRecorderState& state() const { return m_state; }  // of the last updateState()
+    const tRecorderState& state() const { return m_state; }                   // of the last updateState()
     const std::vector<std::string>& files() const { return m_files; }
     std::uint32_t compressing() const { return m_recorder->compressing(); }
 
@@ -104,7 +104,7 @@ private:
     tRecorderState m_state;
     std::vector<std::string> m_files;
     std::vector<tInterface> m_interfaces;
-    unsigned int m_addressReports = 0;  // notified
+    unsigned int m_addressReports = 0;    // notified
     std::vector<tReclaimed> m_reclaimed;  // notified
     std::size_t m_reclaimedFiles = 0;     // of them, those of m_reclaimLog
     tSilenceWatch m_silenceWatch;

@@ -21,8 +21,8 @@ public:
     // Does nothing without limits.
     tRing(std::string root, const recordings::tPruneLimits& limits);
 
-    void setFile(const std::string& inHand);   // the file that is recorded, from the first on
-    std::vector<recordings::tPruned> take();   // returns what was deleted since the last call
+    void setFile(const std::string& inHand);  // the file that is recorded, from the first on
+    std::vector<recordings::tPruned> take();  // returns what was deleted since the last call
 
 private:
     void run();

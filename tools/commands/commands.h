@@ -6,13 +6,13 @@
 
 namespace tool
 {
-tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addCompress, addExpand, addPcap, addExport,
-    addLs, addNote, addKeep, addPrune;
+tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addCompress, addExpand, addPcap, addExport, addLs,
+    addNote, addKeep, addPrune;
 
 // In the order of the help.
-inline constexpr tAddCommand* cCommands[] = {addSimulate, addRecord, addReplay, addInfo,  addDump,
-                                             addCompress, addExpand, addPcap,   addExport,
-                                             addLs,       addNote,   addKeep,   addPrune};
+inline constexpr tAddCommand* cCommands[] = {addSimulate, addRecord, addReplay, addInfo,   addDump,
+                                             addCompress, addExpand, addPcap,   addExport, addLs,
+                                             addNote,     addKeep,   addPrune};
 }  // namespace tool
 
 #endif

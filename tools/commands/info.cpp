@@ -34,9 +34,8 @@ int info(const tOptions& options, tConsole& console)
             console.progress(fmt::format("{} of {} files: {} of {} records", at.file, at.files, at.record, at.records));
         return !stop.requested();
     };
-    const tRecordingCounts counts =
-        countRecordings(options.paths, {options.suffix, parseDuration(options.gap), options.digest, options.timeline},
-                        goOn);
+    const tRecordingCounts counts = countRecordings(
+        options.paths, {options.suffix, parseDuration(options.gap), options.digest, options.timeline}, goOn);
     if (options.json)
         printJson(console, infoJson(options.paths, counts, options.digest));
     else

@@ -157,20 +157,11 @@ tJson totalJson(const tRecordingCounts& counts, bool withDigest)
         for (tJson& note : file.sheet ? notesJson(file.sheet->notes) : tJson::array())
             notes.push_back(std::move(note));
     }
-    return {{"files", counts.files.size()},
-            {"sheets", sheetCount(counts)},
-            {"kept", isKept},
-            {"notes", std::move(notes)},
-            {"size", totals.size},
-            {"disk_size", totals.diskSize},
-            {"records", totals.records},
-            {"bytes", totals.bytes},
-            {"damaged", totals.damaged},
-            {"first_ms", totals.firstMs},
-            {"last_ms", totals.lastMs},
-            {"losses", lossesJson(totals.losses)},
-            {"gaps", gapsJson(totals.silences)},
-            {"streams", std::move(streams)}};
+    return {{"files", counts.files.size()},      {"sheets", sheetCount(counts)}, {"kept", isKept},
+            {"notes", std::move(notes)},         {"size", totals.size},          {"disk_size", totals.diskSize},
+            {"records", totals.records},         {"bytes", totals.bytes},        {"damaged", totals.damaged},
+            {"first_ms", totals.firstMs},        {"last_ms", totals.lastMs},     {"losses", lossesJson(totals.losses)},
+            {"gaps", gapsJson(totals.silences)}, {"streams", std::move(streams)}};
 }
 }  // namespace
 

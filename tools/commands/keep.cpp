@@ -101,9 +101,10 @@ void addKeep(CLI::App& app, tRun& chosen)
 {
     auto options = std::make_shared<tOptions>();
     CLI::App& command = *app.add_subcommand("keep", "Let nothing delete recordings");
-    command.footer("prune, record --max-age, --max-size, --min-free and --reclaim pass over what is kept. The files that a\n"
-                   "recording under way still begins are kept, too.\n"
-                   "Example: kestova keep recordings/Data_000003_2024.05.17");
+    command.footer(
+        "prune, record --max-age, --max-size, --min-free and --reclaim pass over what is kept. The files that a\n"
+        "recording under way still begins are kept, too.\n"
+        "Example: kestova keep recordings/Data_000003_2024.05.17");
     addPaths(command, options->paths);
     command.add_flag("--release", options->release, "Let them be deleted again");
     addSuffix(command, options->suffix);

@@ -29,7 +29,8 @@ struct tOptions : tRecordingOptions
 std::uint64_t whenOf(const std::string& text)
 {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return parseWhen(text, static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count()));
+    return parseWhen(text,
+                     static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count()));
 }
 
 tListOptions listOptions(const tOptions& given)
@@ -113,11 +114,12 @@ void addLs(CLI::App& app, tRun& chosen)
 {
     auto options = std::make_shared<tOptions>();
     CLI::App& command = *app.add_subcommand("ls", "List recordings, the newest first");
-    command.footer("One row a recording: a folder with data files in it. Size is what it takes on the disk; lost and notes "
-                   "are\n"
-                   "known from the sheets beside the files. Exit status 3 if something was skipped.\n"
-                   "Examples: kestova ls recordings --since 2d\n"
-                   "          kestova ls /mnt/* --radar A1:2 --since 2024-05-17 --until \"2024-05-17 12:00:00\"");
+    command.footer(
+        "One row a recording: a folder with data files in it. Size is what it takes on the disk; lost and notes "
+        "are\n"
+        "known from the sheets beside the files. Exit status 3 if something was skipped.\n"
+        "Examples: kestova ls recordings --since 2d\n"
+        "          kestova ls /mnt/* --radar A1:2 --since 2024-05-17 --until \"2024-05-17 12:00:00\"");
     addPaths(command, options->paths);
     addSuffix(command, options->suffix);
     const auto checkedTime = checkedBy(whenOf);

@@ -57,18 +57,21 @@ void addNote(CLI::App& app, tRun& chosen)
 {
     auto options = std::make_shared<tOptions>();
     CLI::App& command = *app.add_subcommand("note", "Write a note on a recording");
-    command.footer("A note stands at a time: now on a recording under way, otherwise at its beginning, or --at a place in "
-                   "it.\n"
-                   "info, ls and replay show it.\n"
-                   "Examples: kestova note recordings \"lost target 7\"\n"
-                   "          kestova note recordings/Data_000003_2024.05.17 \"squall\" --at 00:12:30");
+    command.footer(
+        "A note stands at a time: now on a recording under way, otherwise at its beginning, or --at a place in "
+        "it.\n"
+        "info, ls and replay show it.\n"
+        "Examples: kestova note recordings \"lost target 7\"\n"
+        "          kestova note recordings/Data_000003_2024.05.17 \"squall\" --at 00:12:30");
     command
         .add_option("path", options->path,
                     "A recording folder, a data file, or a storage root: its recording under way")
         ->type_name("PATH")
         ->required();
     command.add_option("text", options->text, "The note")->type_name("TEXT")->required()->check(checkedBy(checkText));
-    command.add_option("--at", options->at, "Where in the recording")->type_name("PLACE")->check(checkedBy(parseMoment));
+    command.add_option("--at", options->at, "Where in the recording")
+        ->type_name("PLACE")
+        ->check(checkedBy(parseMoment));
     addSuffix(command, options->suffix);
     addJson(command, options->json);
     command.callback([options, &chosen] { chosen = [options](tConsole& console) { return note(*options, console); }; });

@@ -89,20 +89,16 @@ private:
         for (const tLeftOut& one : result.passedOver)
             m_console.inform(fmt::format("kestova prune: {} stays: it {}", printable(one.path), one.reason));
         if (!result.reached)
-            m_console.note(fmt::format("kestova prune: {}: not within the limits: nothing else may be deleted",
-                                       printable(root)));
+            m_console.note(
+                fmt::format("kestova prune: {}: not within the limits: nothing else may be deleted", printable(root)));
     }
 
     tJson json() const
     {
-        return {{"schema", "kestova/prune/1"},
-                {"roots", m_roots},
-                {"dry_run", m_options.dryRun},
-                {"deleted", m_deleted},
-                {"deleted_bytes", m_deletedBytes},
-                {"passed_over", leftOutJson(m_passedOver)},
-                {"skipped", leftOutJson(m_failed)},
-                {"reached", m_reached}};
+        return {{"schema", "kestova/prune/1"},      {"roots", m_roots},
+                {"dry_run", m_options.dryRun},      {"deleted", m_deleted},
+                {"deleted_bytes", m_deletedBytes},  {"passed_over", leftOutJson(m_passedOver)},
+                {"skipped", leftOutJson(m_failed)}, {"reached", m_reached}};
     }
 
     const tOptions& m_options;
@@ -118,11 +114,12 @@ void addPrune(CLI::App& app, tRun& chosen)
 {
     auto options = std::make_shared<tOptions>();
     CLI::App& command = *app.add_subcommand("prune", "Delete the oldest recordings");
-    command.footer("Deletes recordings, folders Data_NNNNNN_* in a storage root, the one that ended first before the "
-                   "others, until\n"
-                   "the limits hold. Never one that is kept, being recorded or being played. Exit status 3 if one could "
-                   "not be deleted.\n"
-                   "Example: kestova prune recordings --max-age 30d --min-free 50G --dry-run");
+    command.footer(
+        "Deletes recordings, folders Data_NNNNNN_* in a storage root, the one that ended first before the "
+        "others, until\n"
+        "the limits hold. Never one that is kept, being recorded or being played. Exit status 3 if one could "
+        "not be deleted.\n"
+        "Example: kestova prune recordings --max-age 30d --min-free 50G --dry-run");
     command.add_option("roots", options->paths, "Storage roots, each by itself")->type_name("ROOT...")->required();
     addPruneLimits(command, options->limits);
     command.add_flag("--dry-run", options->dryRun, "Show what would be deleted");
