@@ -240,6 +240,7 @@ TEST_F(tToolArchiveTest, deletesNothingButRecordings)
     const std::string shared = record("Data_000004_x", 1'000'000);
     std::ofstream(shared + "/0000_a.json.bak") << "the user's own";
     makeSheet(shared + "/0000_a.data");
+    fs::copy_file(shared + "/0000_a.json", shared + "/0001_gone.json");
     record(".pruned.0.Data_000006_x", 1'000'000);  // left behind
     EXPECT_EQ(prune({"--max-age", "1w"}).at("deleted").size(), 2u);
     std::set<std::string> left;

@@ -9,8 +9,11 @@
 #include <unistd.h>
 
 #include "KestovaRecordings/internal/folderview.h"
+#include "KestovaRecordings/internal/sheetformat.h"
 #include "KestovaStorage/companions.h"
 #include "KestovaStorage/datafileconverter.h"
+#include "KestovaStorage/finetimesformat.h"
+#include "common/descriptor.h"
 
 namespace recordings
 {
@@ -39,6 +42,17 @@ std::string_view finalName(std::string_view name)
     return name.substr(0, name.rfind(".part"));
 }
 
+// Returns whether a file is a sheet or fine times, whatever data file they belonged to.
+bool isCompanion(const tFolderView& folder, const std::string& name)
+{
+    if (!hasSuffix(name, ".json") && !hasSuffix(name, ".fine"))
+        return false;
+    const tDescriptor file(::openat(folder.descriptor(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    char bytes[64];
+    const std::string_view beginning(bytes, file.valid() ? file.readAt(bytes, sizeof bytes, 0) : 0);
+    return beginning.starts_with(storage::cFineTimesMagic) || beginning.find(cSheetSchemas) != std::string_view::npos;
+}
+
 // The data files of a folder and the files that go with them: companions, and what was being written in their place.
 std::vector<std::string> ownFiles(const tFolderView& folder, const std::string& suffix)
 {
@@ -47,7 +61,7 @@ std::vector<std::string> ownFiles(const tFolderView& folder, const std::string& 
         addNames(name, suffix, names);
     std::vector<std::string> own;
     for (const std::string& name : folder.otherFiles)
-        if (name == cSheetInWriting || names.contains(finalName(name)))
+        if (name == cSheetInWriting || names.contains(finalName(name)) || isCompanion(folder, name))
             own.push_back(name);
     own.insert(own.end(), folder.dataFiles.begin(), folder.dataFiles.end());  // last: they name the others
     return own;
