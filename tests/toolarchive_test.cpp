@@ -393,7 +393,7 @@ TEST_F(tToolArchiveTest, showsWhatASheetSays)
     for (const char* part : {"kernel dropped 1, queue lost 2, disk lost 3, joins lost 1", "-12 ms against GPS",
                              "set by -3600000 ms", "a \\x1b note", ", kept\n"})
         EXPECT_THAT(text, HasSubstr(part));
-    fs::copy_file(root + "/Data_000000_x/0000_a.json", record("Data_000001_x", cTime + 1) + "/0000_a.json");
+    fs::copy_file(root + "/Data_000000_x/0000_a.json", record("Data_000001_x", cTime + 12'345) + "/0000_a.json");
     tChildProcess child(tool({"info", root, "--json"}));
     EXPECT_EQ(child.wait(), 0);
     EXPECT_THAT(child.err(), HasSubstr("belongs to another data file"));
