@@ -9,11 +9,41 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "KestovaRecordings/internal/folderview.h"
 #include "KestovaStorage/datafileconverter.h"
 
 namespace recordings
 {
 using storage::tDataStorageIO;
+
+namespace
+{
+class tFinder
+{
+public:
+    explicit tFinder(const std::string& suffix) : m_suffix(suffix) {}
+
+    // Adds every data file below the folder; a folder that links lead back to is entered once on the way down.
+    void find(const std::string& folder)
+    {
+        const auto view = tFolderView::open(folder, m_suffix, eFolderLinks::eFollow);
+        if (!view || std::find(m_above.begin(), m_above.end(), view->id()) != m_above.end())
+            return;
+        m_above.push_back(view->id());
+        for (const std::string& name : view->dataFiles)
+            m_found.insert(view->path() + name);
+        for (const std::string& name : view->folders)
+            find(view->path() + name);
+        m_above.pop_back();
+    }
+
+    std::set<std::string> m_found;
+
+private:
+    const std::string& m_suffix;
+    std::vector<tFolderView::tId> m_above;
+};
+}  // namespace
 
 std::vector<std::string> findRecordings(const std::string& path, const std::string& suffix)
 {
@@ -26,11 +56,11 @@ std::vector<std::string> findRecordings(const std::string& path, const std::stri
         throw tFailure(fmt::format("{}: no file or folder", path));
     if (::access(path.c_str(), R_OK | X_OK) != 0)
         throw tFailure(fmt::format("{}: cannot be searched: {}", path, std::strerror(errno)));
-    std::set<std::string> found;
-    tDataStorageIO::GetFileFolderInDir(path, found, true, suffix);
-    if (found.empty())
+    tFinder finder(suffix);
+    finder.find(path);
+    if (finder.m_found.empty())
         throw tFailure(fmt::format("{}: holds no {} files: is it the storage root? (see --suffix)", path, suffix));
-    return {found.begin(), found.end()};
+    return {finder.m_found.begin(), finder.m_found.end()};
 }
 
 tFoundFiles findAllRecordings(const std::vector<std::string>& paths, const std::string& suffix)

@@ -15,7 +15,8 @@ namespace recordings
 {
 // Returns the path itself for a file, or every file below a folder whose name ends in `suffix` (".data"), in order of
 // their paths. A path below a folder is the folder as given, joined by "/". Throws tFailure if there is no such path or
-// the folder has no such file. Does not open the files. Any thread.
+// the folder has no such file. Leaves out hidden folders: what is being made or removed. Does not open the files. Any
+// thread.
 KESTOVA_API std::vector<std::string> findRecordings(const std::string& path, const std::string& suffix);
 
 // A file, or a path, that is left out.

@@ -103,56 +103,27 @@ void readBeginningOf(const tSheetFile& file, tSheetReader& reader, std::string& 
 
 // Sets the state, and a reason unless the sheet is the file's.
 template <typename tFound>
-void judge(tFound& found, const std::string& dataFile, const tSheet& sheet, const std::string& problem)
+void judge(tFound& found, const std::string& dataFile, const tDataFileBeginning& beginning, const tSheet& sheet,
+           const std::string& problem)
 {
-    const std::string name = shown(storage::sheetName(dataFile));
-    if (!problem.empty())
-    {
-        found.state = eSheetState::eDamaged;
-        found.reason = name + ' ' + problem;
-        return;
-    }
-    const bool ours = belongs(sheet.first, sheet.form, sheet.finished, readBeginning(dataFile));
-    found.state = ours ? eSheetState::eOurs : eSheetState::eForeign;
+    const bool ours = problem.empty() && belongs(sheet.first, sheet.form, sheet.finished, beginning);
+    if (ours)
+        found.state = eSheetState::eOurs;
+    else
+        found.state = problem.empty() ? eSheetState::eForeign : eSheetState::eDamaged;
     if (!ours)
-        found.reason = name + " belongs to another data file";
-}
-}  // namespace
-
-tFoundSheet readSheet(const std::string& dataFile)
-{
-    tFoundSheet found;
-    const tSheetFile file(storage::sheetName(dataFile));
-    if (!file.exists())
-        return found;
-    tSheetReader reader(false);
-    std::string problem;
-    readWhole(file, reader, problem);
-    judge(found, dataFile, reader.parts().sheet, problem);
-    if (found)
-        found.sheet = std::move(reader.parts().sheet);
-    return found;
+        found.reason = shown(storage::sheetName(dataFile)) + ' ' +
+                       (problem.empty() ? std::string("belongs to another data file") : problem);
 }
 
-tSheet parseSheet(const std::string& json)
-{
-    tSheetReader reader(false);
-    if (!parse(json.begin(), json.end(), reader))
-        throw tFailure("the text " + reader.problem());
-    return std::move(reader.parts().sheet);
-}
-
-tSheetSummary readSheetSummary(const std::string& dataFile)
+tSheetSummary summaryOf(const tSheetFile& file, const std::string& dataFile, const tDataFileBeginning& beginning)
 {
     tSheetSummary found;
-    const tSheetFile file(storage::sheetName(dataFile));
-    if (!file.exists())
-        return found;
     tSheetReader reader(true);
     std::string problem;
     readBeginningOf(file, reader, problem);
     const tSheet& sheet = reader.parts().sheet;
-    judge(found, dataFile, sheet, problem);
+    judge(found, dataFile, beginning, sheet, problem);
     if (!found)
         return found;
     found.kept = sheet.kept;
@@ -172,5 +143,41 @@ tSheetSummary readSheetSummary(const std::string& dataFile)
     found.radarSerial = sheet.radarSerial;
     found.radarId = sheet.radarId;
     return found;
+}
+}  // namespace
+
+tFoundSheet readSheet(const std::string& dataFile)
+{
+    tFoundSheet found;
+    const tSheetFile file(storage::sheetName(dataFile));
+    if (!file.exists())
+        return found;
+    tSheetReader reader(false);
+    std::string problem;
+    readWhole(file, reader, problem);
+    judge(found, dataFile, readBeginning(dataFile), reader.parts().sheet, problem);
+    if (found)
+        found.sheet = std::move(reader.parts().sheet);
+    return found;
+}
+
+tSheet parseSheet(const std::string& json)
+{
+    tSheetReader reader(false);
+    if (!parse(json.begin(), json.end(), reader))
+        throw tFailure("the text " + reader.problem());
+    return std::move(reader.parts().sheet);
+}
+
+tSheetSummary readSheetSummary(const std::string& dataFile)
+{
+    const tSheetFile file(storage::sheetName(dataFile));
+    return file.exists() ? summaryOf(file, dataFile, readBeginning(dataFile)) : tSheetSummary();
+}
+
+tSheetSummary readSheetSummaryIn(int folder, const std::string& name, const tDataFileBeginning& beginning)
+{
+    const tSheetFile file(folder, storage::sheetName(name));
+    return file.exists() ? summaryOf(file, name, beginning) : tSheetSummary();
 }
 }  // namespace recordings

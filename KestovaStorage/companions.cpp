@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "KestovaStorage/datafileformat.h"
+#include "KestovaStorage/internal/datafile/playmark.h"
 #include "common/descriptor.h"
 
 namespace storage
@@ -113,6 +114,11 @@ bool isBeingWritten(const std::string& dataFile)
     if (!file.valid() || isFinished(file) || ::flock(file.get(), LOCK_SH | LOCK_NB) == 0)
         return false;
     return errno == EWOULDBLOCK;
+}
+
+bool isBeingPlayed(const std::string& dataFile)
+{
+    return isMarkedPlayed(dataFile);
 }
 
 bool removeDataFile(const std::string& dataFile)

@@ -23,6 +23,10 @@ KESTOVA_API bool isKept(const std::string& dataFile);
 // on a file system without locks.
 KESTOVA_API bool isBeingWritten(const std::string& dataFile);
 
+// Returns whether a process plays the file, or the recording that begins with it. Always false on a file system without
+// locks.
+KESTOVA_API bool isBeingPlayed(const std::string& dataFile);
+
 // Removes the file, then its companions, which stay where the file's other form exists. Returns false, with errno set,
 // if the file cannot be removed; a companion that cannot be removed stays.
 KESTOVA_API bool removeDataFile(const std::string& dataFile);

@@ -1,5 +1,6 @@
 #include "KestovaStorage/datafile.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -118,6 +119,20 @@ const char* tDataFile::view(size_t i, size_t& len)
         return nullptr;
     len = segment->size();
     return len != 0 ? segment->data() : "";
+}
+
+size_t tDataFile::readRun(size_t first, size_t count, tDataFileSegment* segments)
+{
+    const size_t most = first < recordCount() ? std::min(count, recordCount() - first) : 0;
+    if (most == 0 || isCompressed())
+        return 0;
+    const tSegmentReader::tRun run = d->m_segments.readRun(*d->m_reader, first, most);
+    for (size_t i = 0; i < run.records; ++i)
+    {
+        const tSegmentRecord record = d->m_reader->record(first + i);
+        segments[i] = {record.time, run.bytes + (record.firstByte - run.pos), static_cast<size_t>(record.bytes())};
+    }
+    return run.records;
 }
 
 bool tDataFile::readPart(size_t i, size_t offset, size_t len, char* to)

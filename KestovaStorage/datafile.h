@@ -20,6 +20,14 @@ struct tDataFileRecord
     uint32_t len;     // length in bytes; in a compressed file, of what its code takes
 };
 
+// A segment that readRun() has read.
+struct tDataFileSegment
+{
+    uint64_t timeMs;
+    const char* bytes;  // valid until the object is used again
+    size_t len;
+};
+
 // The name that users see for a form of data file: "plain", "huffman"; "unknown" for a number that no form has.
 KESTOVA_API const char* fileFormName(tFileHeadSymbol form);
 
@@ -60,6 +68,10 @@ public:
     // Returns the segment's bytes where they were read and sets `len`; valid until the object is used again. Null where
     // read() returns false.
     const char* view(size_t i, size_t& len);
+    // Sets `segments` to those of up to `count` records from the first one on and returns how many: as many as lie
+    // behind one another in the bytes that one read brings. 0 for a long segment, for a compressed one, and where
+    // read() returns false.
+    size_t readRun(size_t first, size_t count, tDataFileSegment* segments);
     // Copies `len` bytes from `offset` on. Of a long segment that is no code it reads these alone. Returns false if the
     // segment does not hold them, and where read() does.
     bool readPart(size_t i, size_t offset, size_t len, char* to);

@@ -37,3 +37,13 @@ if(ZLIB_FOUND AND TARGET kestova_sessions)  # the simulated radar makes its data
   kestova_bench(huffman rooms)
   target_link_libraries(huffman_bench PRIVATE kestova_sessions ZLIB::ZLIB)
 endif()
+if(TARGET KestovaRecordings)
+  kestova_bench(info)
+  target_link_libraries(info_bench PRIVATE KestovaRecordings)
+endif()
+if(TARGET kestova)  # it runs the tool
+  kestova_bench(ls)
+  target_link_libraries(ls_bench PRIVATE KestovaRecordings)
+  add_dependencies(ls_bench kestova)
+  target_compile_definitions(ls_bench PRIVATE KESTOVA_TOOL="$<TARGET_FILE:kestova>")
+endif()

@@ -44,29 +44,28 @@ std::string shown(const std::string& path)
     return text;
 }
 
-tSheetFile::tSheetFile(const std::string& path)
+tSheetFile::tSheetFile(const std::string& path) : tSheetFile(AT_FDCWD, path) {}
+
+// A pipe that nobody writes to must not hold the reader.
+tSheetFile::tSheetFile(int folder, const std::string& name)
+    : m_file(::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))
 {
-    open(path);
     struct stat found
     {};
-    if (!m_file.valid() || ::fstat(m_file.get(), &found) != 0)
+    if (!m_file.valid())
+    {
+        m_exists = errno != ENOENT && errno != ENOTDIR && errno != ENAMETOOLONG;
+        if (m_exists)
+            m_problem = errno == ELOOP ? "is a link" : fmt::format("cannot be read: {}", std::strerror(errno));
+        return;
+    }
+    if (::fstat(m_file.get(), &found) != 0)
         return;
     if (!S_ISREG(found.st_mode))
         m_problem = "is no regular file";
     else if (static_cast<std::uint64_t>(found.st_size) > cSheetSizeLimit)
         m_problem = fmt::format("is larger than a sheet can be: {} bytes", found.st_size);
     m_size = static_cast<std::size_t>(found.st_size);
-}
-
-// A pipe that nobody writes to must not hold the reader.
-void tSheetFile::open(const std::string& path)
-{
-    m_file = tDescriptor(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (m_file.valid())
-        return;
-    m_exists = errno != ENOENT && errno != ENOTDIR && errno != ENAMETOOLONG;
-    if (m_exists)
-        m_problem = errno == ELOOP ? "is a link" : fmt::format("cannot be read: {}", std::strerror(errno));
 }
 
 tDataFileBeginning readBeginning(const std::string& dataFile)

@@ -21,6 +21,7 @@ class tSheetFile
 {
 public:
     explicit tSheetFile(const std::string& path);
+    tSheetFile(int folder, const std::string& name);  // in an open folder
 
     bool exists() const { return m_exists; }
     const std::string& problem() const { return m_problem; }  // why it may not be read; empty if it may
@@ -28,8 +29,6 @@ public:
     const tDescriptor& file() const { return m_file; }
 
 private:
-    void open(const std::string& path);
-
     tDescriptor m_file;
     bool m_exists = true;
     std::string m_problem;
@@ -44,6 +43,9 @@ struct tDataFileBeginning
     std::optional<storage::tIndexSlot> first;      // nothing for a file without records
 };
 tDataFileBeginning readBeginning(const std::string& dataFile);
+
+// readSheetSummary() of a data file whose folder is open and whose beginning is known.
+tSheetSummary readSheetSummaryIn(int folder, const std::string& name, const tDataFileBeginning& beginning);
 // Returns the first record as the slot has it, in a file of this form.
 tSheetFirst firstOf(const storage::tIndexSlot& slot, storage::tFileHeadSymbol form);
 

@@ -69,10 +69,12 @@ std::string nameNow(const std::string& file)
 
 tRecordSession::tRecordSession(const tRecordOptions& options, iRecordObserver& observer)
     : m_options(options), m_observer(observer), m_reclaimLog(options.reclaim), m_sheets(sheetFacts(options)),
-      m_recorder(createRecorder(options, m_sheets)), m_silenceWatch(tSteady::now())
+      m_recorder(createRecorder(options, m_sheets)), m_silenceWatch(tSteady::now()),
+      m_ring(options.root, options.limits)
 {
     m_state = m_recorder->state();
     m_files.push_back(m_state.file);
+    m_ring.setFile(m_state.file);
     m_addressReports = m_state.addressReports;
     m_interfaces = options.groups.empty() ? std::vector{interfaceWith(m_state.localIp)} : interfacesOf(options);
     m_sheets.describe(listed(m_interfaces));
@@ -117,6 +119,7 @@ void tRecordSession::notifyFile()
     if (m_state.file.empty() || m_files.back() == m_state.file)
         return;
     m_files.push_back(m_state.file);
+    m_ring.setFile(m_state.file);
     m_observer.onNextFile(m_state.file);
 }
 
@@ -145,9 +148,16 @@ void tRecordSession::notifyDisk()
 
 void tRecordSession::notifyReclaimed()
 {
-    const std::vector<tReclaimed> files = reclaimed();
-    for (; m_reclaimedFiles < files.size(); ++m_reclaimedFiles)
-        m_observer.onReclaimed(files[m_reclaimedFiles]);
+    std::vector<tReclaimed> files = m_reclaimLog.files();
+    files.erase(files.begin(), files.begin() + static_cast<std::ptrdiff_t>(m_reclaimedFiles));
+    m_reclaimedFiles += files.size();
+    for (const recordings::tPruned& one : m_ring.take())
+        files.push_back({one.path, one.bytes, causeName(one.cause)});
+    for (tReclaimed& file : files)
+    {
+        m_observer.onReclaimed(file);
+        m_reclaimed.push_back(std::move(file));
+    }
 }
 
 void tRecordSession::notifySheets()

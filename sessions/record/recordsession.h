@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "KestovaRecordings/prune.h"
 #include "KestovaRecordings/streamchoice.h"
 #include "UdpSocket/netaddress.h"
 #include "sessions/localaddress.h"
@@ -15,6 +16,7 @@
 #include "sessions/record/diskwatch.h"
 #include "sessions/record/reclaimlog.h"
 #include "sessions/record/recorder.h"
+#include "sessions/record/ring.h"
 #include "sessions/record/sheetkeeper.h"
 #include "sessions/record/silencewatch.h"
 
@@ -29,6 +31,7 @@ struct tRecordOptions
     std::string root;                   // storage root; created if it is missing
     bool compress = false;              // each file when it is finished
     bool reclaim = false;               // deletes the oldest data files below the root while its disk is low
+    recordings::tPruneLimits limits;    // deletes the oldest below the root until they hold
 };
 
 // What happens to a recording. Called from inside updateState() and finish().
@@ -71,9 +74,9 @@ public:
     // radars' messages, and queries of this recorder.
     std::vector<recordings::tStreamKey> silent() const;
     bool allSilent() const { return total(chosenStreams()).messages == 0; }
-    std::uint64_t freeBytes() const { return m_freeBytes; }  // on the disk of the root
-    std::vector<tReclaimed> reclaimed() const { return m_reclaimLog.files(); }
-    const tRecorderState& state() const { return m_state; }  // of the last updateState()
+    std::uint64_t freeBytes() const { return m_freeBytes; }                   // on the disk of the root
+    const std::vector<tReclaimed>& reclaimed() const { return m_reclaimed; }  // what was deleted
+    const tRecorderState& state() const { return m_state; }                   // of the last updateState()
     const std::vector<std::string>& files() const { return m_files; }
     std::uint32_t compressing() const { return m_recorder->compressing(); }
 
@@ -101,11 +104,13 @@ private:
     tRecorderState m_state;
     std::vector<std::string> m_files;
     std::vector<tInterface> m_interfaces;
-    unsigned int m_addressReports = 0;  // notified
-    std::size_t m_reclaimedFiles = 0;   // notified
+    unsigned int m_addressReports = 0;    // notified
+    std::vector<tReclaimed> m_reclaimed;  // notified
+    std::size_t m_reclaimedFiles = 0;     // of them, those of m_reclaimLog
     tSilenceWatch m_silenceWatch;
     tDiskWatch m_diskWatch;
     std::uint64_t m_freeBytes = 0;
+    tRing m_ring;
 };
 }  // namespace session
 

@@ -11,6 +11,7 @@
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
 #include "tools/shell/options.h"
+#include "tools/shell/prunelimits.h"
 #include "tools/shell/report.h"
 #include "tools/shell/stopsignal.h"
 #include "tools/shell/units.h"
@@ -29,6 +30,7 @@ using std::chrono::milliseconds;
 struct tOptions
 {
     session::tRecordOptions record;
+    tPruneTexts limits;
     std::vector<std::string> streams;
     std::vector<std::string> groups;
     std::string duration;
@@ -43,6 +45,7 @@ std::uint64_t elapsedMs(tSteady::time_point since)
 session::tRecordOptions recordOptions(const tOptions& given)
 {
     session::tRecordOptions options = given.record;
+    options.limits = given.limits.limits();
     options.streams = parseStreams(given.streams);
     for (const std::string& group : given.groups)
         options.groups.push_back(parseGroup(group));
@@ -145,7 +148,7 @@ private:
     {
         tJson rows = tJson::array();
         for (const session::tReclaimed& file : m_session.reclaimed())
-            rows.push_back({{"path", file.path}, {"bytes", file.bytes}});
+            rows.push_back({{"path", file.path}, {"bytes", file.bytes}, {"cause", file.cause}});
         return rows;
     }
 
@@ -225,6 +228,7 @@ void addRecord(CLI::App& app, tRun& chosen)
     command.add_flag("--compress", options->record.compress, "Compress each file when it is finished");
     command.add_flag("--reclaim", options->record.reclaim,
                      "Delete the oldest data files below --root while less than 1 GiB is free");
+    addPruneLimits(command, options->limits);
     addJson(command, options->json);
     command.callback([options, &command, &chosen] {
         if (command.get_option("--radar")->empty() && command.get_option("--group")->empty())

@@ -12,6 +12,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "KestovaStorage/internal/datafile/playmark.h"
 #include "common/byteorder.h"
 
 namespace storage
@@ -51,6 +52,7 @@ std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, 
                                                        const tFileForm* assumed)
 {
     std::unique_ptr<tDataFileReader> reader(new tDataFileReader(path));
+    reader->m_isPlayed = index == eIndex::eInBlocks;
     tStatus status = reader->load(index, assumed);
     if (status)
         return reader;
@@ -125,6 +127,8 @@ std::uint64_t tDataFileReader::presentSize() const
 bool tDataFileReader::openFile()
 {
     m_file = tDescriptor(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (m_isPlayed && m_file.valid())
+        markPlayed(m_file.get());
     return m_file.valid();
 }
 

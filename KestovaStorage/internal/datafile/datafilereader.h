@@ -37,7 +37,7 @@ class tDataFileReader
 public:
     // Returns null, and sets `failure` unless it is null, if the file cannot be read or is no data file.
     static std::unique_ptr<tDataFileReader> open(const std::string& path, tStatus* failure = nullptr);
-    // Opens the file for playing.
+    // Opens the file for playing: while its descriptor is open, others see that it is played (playmark.h).
     static std::unique_ptr<tDataFileReader> openToPlay(const std::string& path, tStatus* failure = nullptr);
     // Opens the file without reading its index, which may still grow; readRecords() returns what is there. A file whose
     // magic is that of no form is read as one of the form `assumed`, unless that is null.
@@ -111,6 +111,7 @@ private:
 
     std::string m_path;
     tDescriptor m_file;
+    bool m_isPlayed = false;                  // the descriptor carries the mark of a file that is played
     std::uint64_t m_device = 0, m_inode = 0;  // of the file that was opened first
     std::unique_ptr<iSegmentDecoder> m_decoder;
     std::vector<std::pair<std::uint64_t, char>> m_corrections;  // of single bytes: what is changed in them

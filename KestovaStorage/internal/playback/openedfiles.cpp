@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "KestovaStorage/internal/datafile/naming.h"
+#include "KestovaStorage/internal/datafile/playmark.h"
 #include "KestovaStorage/internal/disk/paths.h"
 
 namespace storage
@@ -12,6 +13,7 @@ namespace storage
 namespace
 {
 constexpr std::size_t cMaxOpenFiles = 64;
+constexpr std::size_t cMaxMarks = 256;
 constexpr std::size_t cWindow = 256 * 1024;
 
 std::uint64_t firstBitOf(const tSegmentRecord& record)
@@ -66,7 +68,16 @@ bool tOpenedFiles::addFile(const std::string& path)
     else
         file.reader->closeFile();
     m_files.push_back(std::move(file));
+    markFolder(path);
     return true;
+}
+
+// The files that follow are not open all the time.
+void tOpenedFiles::markFolder(const std::string& path)
+{
+    std::string folder = path.substr(0, path.rfind('/') + 1);
+    if (m_marks.size() < cMaxMarks && !m_marks.contains(folder))
+        m_marks.emplace(std::move(folder), markPlayed(path));
 }
 
 void tOpenedFiles::keepNumbers(tFile& file)

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,6 +21,7 @@
 #include "KestovaStorage/internal/datafile/finetimes.h"
 #include "KestovaStorage/internal/datafile/segmentreader.h"
 #include "KestovaStorage/internal/playback/timeline.h"
+#include "common/descriptor.h"
 
 namespace storage
 {
@@ -65,6 +67,7 @@ private:
         bool open = false;  // has a descriptor
     };
     bool addFile(const std::string& path);
+    void markFolder(const std::string& path);
     static void keepNumbers(tFile& file);
     void putInOrder(const tCancelled& cancelled);
     tFile& use(std::uint32_t file);
@@ -73,6 +76,7 @@ private:
     std::vector<tFile> m_files;
     std::vector<std::uint32_t> m_open;  // the numbers of the open ones
     std::uint64_t m_uses = 0;
+    std::map<std::string, tDescriptor> m_marks;  // of folders, on their first files: others see that they are played
     tTimeline m_timeline;
 };
 }  // namespace storage
