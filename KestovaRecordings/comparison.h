@@ -38,9 +38,9 @@ namespace recordings
 {
 struct tCompareOptions
 {
-    std::string a, b;
+    std::string a{}, b{};
     std::string suffix = ".data";
-    tStreamChoice streams;
+    tStreamChoice streams{};
     // Returns the group that one of A is in B; none: the same.
     std::function<NetAddress(const NetAddress&)> mapGroup{};
     // Times are not looked at, nor is the one that a replay puts into image state messages.

@@ -33,7 +33,7 @@ struct tMessageInputOptions
 
 struct tMessageInputResult
 {
-    std::vector<tLeftOut> leftOut;
+    std::vector<tLeftOut> leftOut{};
     std::uint64_t damaged = 0;                        // records that could not be read
     std::map<tStreamNumber, tReadWriteType> kinds{};  // of recorded streams, by address if that was asked for
     std::set<tStreamNumber> notChosen{};              // recorded streams that `streams` does not include, by address
