@@ -21,8 +21,7 @@ public:
     {
         if (m_captureA && m_captureB && !options.streams.includesAll())
             throw tFailure("both are captures, which do not name streams: none can be chosen");
-        m_state.withTime = !options.ignoreTime;
-        m_state.withLate = options.toleranceMs.has_value() && !options.ignoreTime;
+        m_state.withLate = options.toleranceMs.has_value();
     }
 
     tRecordingComparison run();

@@ -43,7 +43,7 @@ struct tCompareOptions
     tStreamChoice streams{};
     // Returns the group that one of A is in B; none: the same.
     std::function<NetAddress(const NetAddress&)> mapGroup{};
-    // Times are not looked at, nor is the one that a replay puts into image state messages.
+    // No time is compared, that which a replay puts into image state messages included. Excludes a tolerance.
     bool ignoreTime = false;
     std::optional<std::uint64_t> toleranceMs{};  // times are judged
 };
@@ -78,7 +78,7 @@ struct tClockDifference
 struct tRecordingComparison
 {
     std::vector<tStreamDifference> streams;    // in the order of tables
-    std::optional<tClockDifference> clock;     // nothing if no message is the same, or times are ignored
+    std::optional<tClockDifference> clock;     // nothing if no message is the same
     std::vector<tLeftOut> leftOut;             // files of either side; captures that end too early
     std::uint64_t damagedA = 0, damagedB = 0;  // messages that could not be read whole
     bool complete = false;                     // false: cancelled; then nothing else is set

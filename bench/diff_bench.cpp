@@ -1,12 +1,13 @@
 // `kestova diff` of two recordings of 1 GB beside `cmp` of their files, all of them in the page cache.
 //
-//   diff_bench KESTOVA [FOLDER [RUNS]]
+//   diff_bench [FOLDER [RUNS [KESTOVA]]]
 //
-// KESTOVA is the tool. Recordings of 1.8 million messages, spokes of 542 bytes with some shorter ones between them, are
-// made in FOLDER (the system's temporary folder), which needs 4 GB. In turn, RUNS times each (5): `cmp` of each pair of
-// equal files; `kestova diff` of the same; of two recordings whose packages have other numbers and times, as after a
-// replay; of one that lost every 1,000th message; of one without a common message. Each in a process of its own; shown
-// are wall times and the most memory, which holds the index of a file of either side, 10 MB each.
+// KESTOVA is the tool, the one of this build if none is given. Recordings of 1.8 million messages, spokes of 542 bytes
+// with some shorter ones between them, are made in FOLDER (the system's temporary folder), which needs 6 GB. In turn,
+// RUNS times each (5): `cmp` of each pair of equal files; `kestova diff` of the same; of two recordings whose packages
+// have other numbers and times, as after a replay; of one that lost every 1,000th message; of one without a common
+// message. Each in a process of its own; shown are wall times and the most memory, which holds the index of a file of
+// either side, 10 MB each.
 #include <cstring>
 #include <functional>
 #include <sys/resource.h>
@@ -106,10 +107,11 @@ std::string cmpOf(const std::string& a, const std::string& b)
 int main(int argc, char** argv)
 {
     bench::announce("diff_bench: two recordings of 1 GB");
-    require(argc > 1, "the first argument is the tool kestova");
-    const std::string tool = argv[1];
-    const bench::tScratch scratch(argc > 2 ? argv[2] : nullptr);
-    const int runs = argc > 3 ? std::atoi(argv[3]) : 5;
+    const std::string tool =
+        argc > 3 ? argv[3] : (fs::canonical("/proc/self/exe").parent_path() / "../tools/kestova").string();
+    require(fs::exists(tool), tool + " is not built");
+    const bench::tScratch scratch(argc > 1 ? argv[1] : nullptr);
+    const int runs = argc > 2 ? std::atoi(argv[2]) : 5;
     const std::string folder = scratch.path(), a = folder + "a";
     record(a, {});
     fs::copy(a, folder + "copy");

@@ -114,8 +114,7 @@ void tStreamComparison::settle(bool atEnd)
 {
     const auto a = m_waiting[eSideA].all(), b = m_waiting[eSideB].all();
     tAlignedPairs pairs = m_state.aligner.align(a, b);
-    if (m_state.withTime)
-        fitTimes(pairs, a, b, m_state.offsetUs);
+    fitTimes(pairs, a, b, m_state.offsetUs);
     if (atEnd)
         return commit(pairs, {pairs.size(), a.size(), b.size()});
     settlePart(pairs);
@@ -256,8 +255,6 @@ void tStreamComparison::match(const tTimePair& times)
     if (m_gap[eSideA] + m_gap[eSideB] > 0)
         closeGap();
     ++m_counts.same;
-    if (!m_state.withTime)
-        return;
     m_state.offsets.add(times);
     if (m_state.withLate)
         m_offsets.add(times);

@@ -36,7 +36,6 @@ inline eSide otherSide(eSide side)
 // What the comparisons of all streams share.
 struct tComparisonState
 {
-    bool withTime = true;       // times decide between identical messages
     bool withLate = false;      // offsets are kept for each stream
     std::int64_t offsetUs = 0;  // B's time less A's, of the last pair that cannot be another's
     tOffsetHistogram offsets{65'536};

@@ -219,7 +219,7 @@ void addDiff(CLI::App& app, tRun& chosen)
     addSuffix(command, options->compare.suffix);
     CLI::Option* const ignore =
         command.add_flag("--ignore-time", options->compare.ignoreTime,
-                         "Look at no times, nor at the one that a replay puts into image state messages");
+                         "Compare no time, that which a replay puts into image state messages included");
     command
         .add_option("--tolerance", options->tolerance,
                     "Messages farther than this from the median difference of time are late")
