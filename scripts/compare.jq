@@ -3,7 +3,7 @@
 def of_a: if . then .same + .only_a + .changed + .moved else 0 end;
 def of_b: if . then .same + .only_b + .changed + .moved else 0 end;
 def found($what):
-    if . == null then []
+    if . == null then ["not \($what)"]
     else [[.only_a, "not \($what)"], [.only_b, "\($what) only"], [.changed, "changed"], [.moved, "moved"]
           | select(.[0] != 0) | "\(.[0]) \(.[1])"] end;
 
