@@ -2,6 +2,7 @@
 kestova_bench(storage_write)
 kestova_bench(storage_open)
 kestova_bench(replay_pace)
+kestova_bench(replay_fine)
 kestova_bench(replay_fast)
 kestova_bench(storage_start)
 kestova_bench(package)

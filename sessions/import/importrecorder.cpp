@@ -42,10 +42,10 @@ tUdpMsgInfo infoOf(std::string_view kind)
     return {0, 0, eReadType, eOtherType, 0};
 }
 
-// Rounds to the nearest millisecond. Never returns 0, which means now to a recorder.
-std::uint64_t milliseconds(std::uint64_t us)
+// Never less than a millisecond: 0 means now to a recorder.
+std::uint64_t microseconds(std::uint64_t us)
 {
-    return std::max<std::uint64_t>(1, (us + 500) / 1000);
+    return std::max<std::uint64_t>(1000, us);
 }
 }  // namespace
 
@@ -70,12 +70,12 @@ void tImportRecorder::add(const pcap::tPcapDatagram& datagram, const tUdpMsgInfo
         ++m_tooLong;
         return;
     }
-    const std::uint64_t timeMs = milliseconds(datagram.time_us);
+    const std::uint64_t timeUs = microseconds(datagram.time_us);
     if (m_recorded == 0)
-        startFile(timeMs);
+        startFile(timeUs / 1000);
     const NetAddress group{net::transAddr(datagram.address), net::HtoNs(static_cast<std::uint16_t>(datagram.port))};
-    m_packageRecorder.Record(info != nullptr ? *info : infoOf(datagram.kind), group, datagram.payload, datagram.len,
-                             timeMs);
+    m_packageRecorder.RecordFine(info != nullptr ? *info : infoOf(datagram.kind), group, datagram.payload, datagram.len,
+                                 timeUs);
     ++m_recorded;
     m_queuedBytes += static_cast<std::uint64_t>(datagram.len);
     if (m_queuedBytes >= cQueueBytes)

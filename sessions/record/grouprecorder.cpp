@@ -86,6 +86,6 @@ void tGroupRecorder::closeFile()
 void tGroupRecorder::tGroup::OnDatagram(const net::tReceivedDatagram& datagram)
 {
     m_count.add(datagram.data, datagram.len);
-    m_recorder.Record(cInfo, datagram.group, datagram.data, datagram.len, datagram.arrived_ms);
+    m_recorder.RecordFine(cInfo, datagram.group, datagram.data, datagram.len, datagram.arrived_ns / 1000);
 }
 }  // namespace session
