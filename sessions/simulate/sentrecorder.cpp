@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 
 #include "KestovaRecordings/failure.h"
-#include "KestovaUtils/timeparser.h"
 #include "sessions/record/recordingchecks.h"
 
 namespace session
@@ -20,6 +20,7 @@ tSentRecorder::tSentRecorder(const std::string& root, const RadarAddress& radar)
     : m_groups(Kestova::recordedGroups(radar)), m_root(prepareRecording({}, 0, root)), m_storage(m_root, ".data")
 {
     std::atomic_ref<bool>(storage::tDataStorageIO::DiskCheckThreadEnable).store(false);
+    m_storage.SetFineTimes(true);
     if (!m_storage.CreateNewWritingFile(0, "sent", false))
         throw tFailure("cannot record below " + m_root + ": see the line above");
     m_file = m_storage.GetCurrentWriteDataFileName();
@@ -30,8 +31,10 @@ void tSentRecorder::add(const NetAddress& group, std::string_view message)
 {
     const auto known = std::ranges::find(m_groups, group, &Kestova::tRecordedGroup::address);
     const tUdpMsgInfo info = known != m_groups.end() ? known->msgInfo : tUdpMsgInfo{0, 0, eReadType, eOtherType, 0};
-    m_recorder.Record(info, group, message.data(), static_cast<int>(message.size()),
-                      utils::time::tTimeParser::GetCurrentTime_ms());
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    m_recorder.RecordFine(
+        info, group, message.data(), static_cast<int>(message.size()),
+        static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(now).count()));
 }
 
 void tSentRecorder::finish()
