@@ -78,7 +78,10 @@ bool tComparer::findOffset()
     m_a->keep();
     m_b->keep();
     auto found = search.inBeginnings();
-    const bool begins = found || (m_a->atEnd() && m_b->atEnd());
+    const bool isAll = m_a->atEnd() && m_b->atEnd();
+    const bool begins = found || isAll;
+    if (isAll && !found)
+        found = search.farther();
     if (begins)
     {
         m_a->rewind();

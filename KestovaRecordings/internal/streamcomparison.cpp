@@ -95,7 +95,7 @@ void tStreamComparison::releasePairs(std::size_t count)
     if (count == 0)
         return;
     if (count == 1)
-        m_state.offsetUs = oldest(eSideB) - oldest(eSideA);
+        m_state.followOffset({oldest(eSideA), oldest(eSideB)});
     for (std::size_t i = 0; i < count; ++i)
         match({m_waiting[eSideA][i].timeUs, m_waiting[eSideB][i].timeUs});
     pop(eSideA, count);

@@ -34,14 +34,34 @@ inline eSide otherSide(eSide side)
 }
 
 // What the comparisons of all streams share.
-struct tComparisonState
+class tComparisonState
 {
+public:
     bool withLate = false;      // offsets are kept for each stream
-    std::int64_t offsetUs = 0;  // B's time less A's, of the last pair that cannot be another's
+    std::int64_t offsetUs = 0;  // B's time less A's, of late
     tOffsetHistogram offsets{65'536};
     tSequenceAligner aligner{};
     std::array<std::size_t, 2> waiting{};  // messages of all streams, a side
     std::array<std::size_t, 2> shared{};   // of these, those of streams that both sides have
+
+    // Follows the times of pairs. Another offset, by a second or more, must come many times in a row: messages that
+    // repeat can pair anywhere.
+    void followOffset(const tTimePair& times)
+    {
+        constexpr std::int64_t cNear_us = 1'000'000;
+        constexpr int cEnough = 64;
+        const std::int64_t us = times.bUs - times.aUs;
+        const auto isNear = [us](std::int64_t other) { return us < other + cNear_us && us > other - cNear_us; };
+        const int before = isNear(m_other) ? m_others : 0;
+        m_others = isNear(offsetUs) ? 0 : before + 1;
+        m_other = us;
+        if (m_others == 0 || m_others == cEnough)
+            offsetUs = us;
+    }
+
+private:
+    std::int64_t m_other = 0;  // the last one
+    int m_others = 0;          // in a row that are far from offsetUs and near each other
 };
 
 class tStreamComparison
@@ -84,7 +104,7 @@ public:
         {
             releasePairs(m_paired);
             match(times);
-            m_state.offsetUs = times.bUs - times.aUs;
+            m_state.followOffset(times);
             m_lastLooks = looks;
             return;
         }
