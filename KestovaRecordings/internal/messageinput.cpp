@@ -116,7 +116,7 @@ private:
     tStreamNumbers m_streams{m_options, m_result};
 };
 
-class tCaptureMessages : public iMessageInput, private pcap::iPcapDatagramObserver, private pcap::iPcapDataReadObserver
+class tCaptureMessages : public iMessageInput, private pcap::iPcapDatagramObserver
 {
 public:
     explicit tCaptureMessages(const tMessageInputOptions& options) : m_options(options) {}
@@ -124,16 +124,13 @@ public:
     void read(tMessageWriter& to) override
     {
         m_to = &to;
-        pcap::tPcapReader reader(m_options.path, this);
+        pcap::tPcapReader reader(m_options.path, nullptr);
         m_reader = &reader;
         reader.SetDatagramObserver(this);
         reader.ReportAtEndOnly(true);
         reader.KeepReading(true);
         reader.ReadTagsAndOptions(true);
-        if (isPlainCapture(m_options.path))
-            reader.Read({});
-        else
-            readFrames(reader);
+        readFrames(reader);
         to.flush();
         const pcap::tPcapReadResult result = reader.GetReadResult();
         if (result.cut)
@@ -143,6 +140,7 @@ public:
     const tMessageInputResult& result() const override { return m_result; }
 
 private:
+    // Not through Read(), which is faster and prints.
     void readFrames(pcap::tPcapReader& reader)
     {
         tFrameReader frames(m_options.path, [this](std::uint64_t bytes) {
@@ -155,9 +153,6 @@ private:
         if (const std::string failure = frames.failure(); !failure.empty())
             m_result.leftOut.push_back({m_options.path, "it cannot be read to its end: " + failure, false});
     }
-    void UpdatePcapReadData(tTimes_ms, double, const char*, int, const char*, int) override {}
-    void UpdatePcapUdpMulticast(const std::vector<pcap::tUdpMulticast>&) override {}
-    void UpdatePcapReadProgress(double percent, tTimes_ms) override { m_to->advanceTo(percent / 100); }
     void UpdatePcapDatagram(const pcap::tPcapDatagram& datagram) override
     {
         const auto& stream =
