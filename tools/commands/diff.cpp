@@ -101,8 +101,11 @@ std::string placeText(const std::optional<tDifferencePlace>& place)
 std::string clockText(const tClockDifference& clock)
 {
     const auto text = [](double us) { return fmt::format("{:.3f} ms", us / cUsPerMs); };
-    const auto offsetMs = static_cast<std::uint64_t>(std::llround(std::abs(clock.offsetUs) / cUsPerMs));
-    return fmt::format("B is {} {} than A; deviation p50 {}, p99 {}, greatest {}\n", durationText(offsetMs),
+    const double offsetUs = std::abs(clock.offsetUs);
+    const std::string offset = offsetUs < 1000 * cUsPerMs
+                                   ? text(offsetUs)
+                                   : durationText(static_cast<std::uint64_t>(std::llround(offsetUs / cUsPerMs)));
+    return fmt::format("B is {} {} than A; deviation p50 {}, p99 {}, greatest {}\n", offset,
                        clock.offsetUs < 0 ? "earlier" : "later", text(clock.deviationP50Us), text(clock.deviationP99Us),
                        text(clock.deviationMaxUs));
 }
