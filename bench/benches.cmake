@@ -11,6 +11,10 @@ if(TARGET kestova)  # it runs the tool
   kestova_bench(multicast_record)
   add_dependencies(multicast_record_bench kestova)
 endif()
+if(TARGET kestova)  # it runs the tool
+  kestova_bench(diff)
+  add_dependencies(diff_bench kestova)
+endif()
 kestova_bench(network_replay)
 kestova_bench(replay_twice)
 kestova_bench(spoke rooms)
