@@ -24,7 +24,7 @@ if(TARGET kestova)
   kestova_test(consolesink unit)
   target_sources(consolesink_test PRIVATE "${PROJECT_SOURCE_DIR}/tools/shell/console.cpp"
                                           "${PROJECT_SOURCE_DIR}/KestovaRecordings/failure.cpp")
-  target_link_libraries(consolesink_test PRIVATE util)
+  target_link_libraries(consolesink_test PRIVATE util fmt::fmt)
   kestova_test(tool contract net slow)
   kestova_test(toolrecord contract net slow)
   kestova_test(toolreplay contract net slow)

@@ -24,6 +24,7 @@ public:
                    bool compress);
 
     tRecorderState state() override;
+    bool startNextFile() override { return m_storage.StartNextFile(); }
     void closeSockets() override;
     bool waitWritten(unsigned int timeoutMs) override;
     void closeFile() override;

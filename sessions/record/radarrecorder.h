@@ -26,6 +26,7 @@ public:
                    const std::string& folder, bool compress);
 
     tRecorderState state() override;
+    bool startNextFile() override { return m_saver->StartNextFile(); }
     void closeSockets() override;
     bool waitWritten(unsigned int timeoutMs) override;
     void closeFile() override;

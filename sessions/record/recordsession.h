@@ -75,6 +75,9 @@ public:
     const std::vector<std::string>& files() const { return m_files; }
     std::uint32_t compressing() const { return m_recorder->compressing(); }
 
+    // Goes on in the next file, which a later updateState() notifies. Returns false if no file is open.
+    bool startNextFile() { return m_recorder->startNextFile(); }
+
     // Receives until no datagram comes any more, leaves the groups, writes and finishes the file, waits for
     // compression. Calls `waiting` several times a second; if that returns false, ends the wait for the disk, or leaves
     // the last files plain. state() and files() are final when it returns.
