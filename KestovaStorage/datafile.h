@@ -7,6 +7,7 @@
 #include <string>
 
 #include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/finetimesformat.h"
 #include "UdpSocket/kestovaapi.h"
 
 namespace storage
@@ -23,6 +24,15 @@ struct tDataFileRecord
 KESTOVA_API const char* fileFormName(tFileHeadSymbol form);
 
 class tDataFilePrivate;
+
+// What lies beside a data file as its fine times.
+enum tFineTimesState : int32_t
+{
+    eFineTimesNone = 0,  // nothing, or it cannot be read
+    eFineTimesOurs = 1,
+    eFineTimesForeign = 2,  // of another data file, or of an unknown version: not used
+    eFineTimesDamaged = 3   // no regular file, or no fine times: not used
+};
 
 // Opens a file for reading. One that is still being written shows its contents at that moment. One thread at a time. No
 // damaged file makes it read outside the file, or allocate more than eight times the file's size.
@@ -48,6 +58,10 @@ public:
     size_t recordCount() const;   // records that are whole, in the order in which they were recorded
     size_t damagedCount() const;  // index records left out: they point outside the file or carry no possible time
     tDataFileRecord record(size_t i) const;  // i below recordCount()
+    // Returns the microseconds within the record's millisecond, 0 to 999; -1 where they are not known.
+    int fineTime(size_t i) const;
+    tFineTimesState fineTimes() const;    // looks at the file of fine times the first time
+    bool fineTimesId(tFileId& id) const;  // of eFineTimesOurs alone: sets the identity in it
 
     // Replaces `bytes` by the segment's bytes. Returns false if the file does not hold them all (it was cut since it
     // was opened), a read fails, or the codes of a compressed file cannot be used.
@@ -60,6 +74,7 @@ public:
     bool readPart(size_t i, size_t offset, size_t len, char* to);
 
 private:
+    friend class tDataFileOutputPrivate;  // copies bytes inside the kernel
     tDataFilePrivate* d;
 };
 }  // namespace storage

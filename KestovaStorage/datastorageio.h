@@ -24,6 +24,8 @@ class tPackageRecorderPrivate;
 
 namespace storage
 {
+class iWriteObserver;
+
 enum tPathProperty : int32_t
 {
     eNoExist = 0,
@@ -81,6 +83,16 @@ public:
     // before it. Returns at once; the writer finishes the present file, empty or not, and opens the next one behind
     // what it has in hand. Returns false if no file is open.
     bool StartNextFile();
+    // The same with a time in microseconds since the epoch, 0 meaning now. The index has its milliseconds; the rest is
+    // kept if the file has fine times.
+    void WriteDataFine(const char* data, unsigned long len, uint64_t time_us);
+
+    // Sets whether files created from then on get fine times beside them (companions.h): the microseconds of every
+    // segment whose time has them, two bytes a segment. Off by default.
+    void SetFineTimes(bool on);
+    // Sets who follows what is written (writeobserver.h); null for none. Before the first file is created, or while
+    // none is open. Not owned; must outlive this object.
+    void SetWriteObserver(iWriteObserver* observer);
 
     bool IsWriteEnable() const;  // whether a file is open; false for microseconds while one file follows another
 
@@ -139,6 +151,11 @@ public:
     // file was cut or changed since it was opened, or is another one by now (of more than 64, those that have to be
     // opened again).
     uint64_t GetUnreadCnt() const;
+    // Inside UpdateReplayData, of the segment being reported: the microseconds within its millisecond, -1 if they are
+    // not known; and when it was due, in ns of the steady clock (CLOCK_MONOTONIC), 0 if playing does not wait. Segments
+    // with fine times are due to the microsecond, others with their millisecond.
+    int GetReplayFineTime() const;
+    int64_t GetReplayDueTime() const;
 
     // ---- Paths and disks. Any thread. ----
 

@@ -210,7 +210,7 @@ void tRadarDataSaverPrivate::ManualWriteRadarData(const char* groupAddr, int por
 {
     const std::size_t size = data && len > 0 ? static_cast<std::size_t>(len) : 0;
     std::vector<char> editable(data, data + size);  // the observer may write, the caller's bytes are const
-    OnDatagram({{}, groupOf(groupAddr, port), editable.data(), static_cast<int>(size), 0});
+    OnDatagram({{}, groupOf(groupAddr, port), editable.data(), static_cast<int>(size), 0, 0});
 }
 
 void tRadarDataSaverPrivate::ManualWriteData(const char* addr, int port, const char* data, int len,
