@@ -44,6 +44,9 @@ public:
     virtual void onReclaimed(const tReclaimed& file) = 0;
 };
 
+// Returns what these datagrams take in a file: their bytes, and what a package and an index record add to each.
+std::uint64_t bytesInFile(const recordings::tStreamCount& datagrams);
+
 // The steps of finish(), each a wait.
 enum class eFinishing
 {
