@@ -24,9 +24,6 @@ void addSource(CLI::App& command, tSourceOptions& options);
 
 // Throws CLI::RequiredError unless a radar or a group is given.
 void requireSource(const CLI::App& command);
-
-// Returns the options as they are typed, to be given to another command: "--group 239.17.0.1:6001 --local-ip eth0".
-std::string sourceText(const tSourceOptions& options);
 }  // namespace tool
 
 #endif
