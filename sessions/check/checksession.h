@@ -27,6 +27,7 @@ public:
 
     // Calls `waiting` several times a second while it listens; if that returns false, listens no longer.
     tChecks run(const std::function<bool(std::uint64_t elapsedMs)>& waiting);
+    std::uint64_t listenedMs() const { return m_listenedMs; }  // fewer than wanted if it was ended
 
 private:
     void checkNetwork();

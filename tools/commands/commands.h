@@ -6,11 +6,12 @@
 
 namespace tool
 {
-tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addCompress, addExpand, addPcap, addExport;
+tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addCompress, addExpand, addPcap, addExport, addCheck,
+    addMonitor;
 
 // In the order of the help.
 inline constexpr tAddCommand* cCommands[] = {addSimulate, addRecord, addReplay, addInfo,  addDump,
-                                             addCompress, addExpand, addPcap,   addExport};
+                                             addCompress, addExpand, addPcap,   addExport, addCheck, addMonitor};
 }  // namespace tool
 
 #endif
