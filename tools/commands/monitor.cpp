@@ -3,6 +3,8 @@
 #include <chrono>
 #include <fmt/format.h>
 #include <memory>
+#include <stdexcept>
+#include <unistd.h>
 
 #include "KestovaRecordings/failure.h"
 #include "sessions/monitor/listening.h"
@@ -104,45 +106,63 @@ private:
 
     int report()
     {
+        for (tMonitoredStream& stream : m_streams)  // of the whole time
+        {
+            stream.datagramsPerSecond = perSecond(stream.datagrams, m_tookMs);
+            stream.bytesPerSecond = perSecond(stream.bytes, m_tookMs);
+        }
+        const bool onTerminal = isatty(m_console.results()) == 1;
         if (m_options.json)
             printJson(m_console, json());
         else
-            m_console.print(monitorTable(m_streams, std::string::npos, m_streams.size() + 1) + '\n');
+            m_console.print(monitorTable(m_streams, onTerminal ? m_console.terminalWidth() : std::string::npos,
+                                         m_streams.size() + 1) +
+                            '\n');
         m_console.flush();
-        int status = eDone;
+        return noteSilence();
+    }
+
+    // Returns the exit status.
+    int noteSilence()
+    {
         for (const tMonitoredStream& stream : m_streams)
         {
-            if (!isSilent(stream))
-                continue;
-            m_console.note(fmt::format("kestova monitor: no datagram of {} {} for {:.1f} s", stream.key.name(),
-                                       stream.key.address(), static_cast<double>(stream.silentMs) / 1000.0));
-            status = eDamaged;
+            if (isSilent(stream))
+                m_console.note(fmt::format("kestova monitor: no datagram of {} {} for {:.1f} s", stream.key.name(),
+                                           stream.key.address(), static_cast<double>(stream.silentMs) / 1000.0));
         }
-        if (status != eDone)
+        if (isSilent())
+        {
             m_console.ring();
-        return status;
+            return eDamaged;
+        }
+        const bool nothing = std::none_of(m_streams.begin(), m_streams.end(),
+                                          [](const auto& stream) { return stream.heard && !stream.isShared; });
+        if (nothing)
+            m_console.note("kestova monitor: no datagram came on any stream");
+        return nothing ? eDamaged : eDone;
     }
 
     tJson json() const
     {
-        tJson rows = tJson::array();
+        tJson rows = tJson::array(), silent = tJson::array();
         for (const tMonitoredStream& stream : m_streams)
         {
             rows.push_back({{"stream", stream.key.name()},
                             {"address", stream.key.address()},
                             {"datagrams", stream.datagrams},
                             {"bytes", stream.bytes},
-                            {"datagrams_per_second", perSecond(stream.datagrams, m_tookMs)},
-                            {"bytes_per_second", perSecond(stream.bytes, m_tookMs)},
-                            {"heard", stream.heard},
-                            {"silent_ms", stream.silentMs},
+                            {"datagrams_per_second", stream.datagramsPerSecond},
+                            {"bytes_per_second", stream.bytesPerSecond},
+                            {"last_heard_ms", stream.heard ? tJson(stream.silentMs) : tJson()},
                             {"longest_silence_ms", stream.longestSilenceMs},
                             {"jitter_p50_ms", stream.jitter ? tJson(stream.jitter->p50Ms) : tJson()},
                             {"jitter_p99_ms", stream.jitter ? tJson(stream.jitter->p99Ms) : tJson()},
-                            {"kernel_dropped", stream.kernelDropped},
-                            {"silent", isSilent(stream)}});
+                            {"kernel_dropped", stream.kernelDropped}});
+            if (isSilent(stream))
+                silent.push_back({{"stream", stream.key.name()}, {"address", stream.key.address()}});
         }
-        return {{"schema", "kestova/monitor/1"}, {"duration_ms", m_tookMs}, {"silent", isSilent()}, {"streams", rows}};
+        return {{"schema", "kestova/monitor/1"}, {"duration_ms", m_tookMs}, {"silent", silent}, {"streams", rows}};
     }
 
     const tOptions& m_options;
@@ -163,7 +183,7 @@ void addMonitor(CLI::App& app, tRun& chosen)
     CLI::App& command = *app.add_subcommand("monitor", "Show what comes of each stream, live");
     command.footer("Shows for each stream its rate, when it was heard last, its jitter, its longest silence and what the\n"
                    "kernel dropped, until q, Ctrl-C or --duration, and ends with the table of the whole time. Records\n"
-                   "nothing. Exit status 3 if --silent ended it.\n"
+                   "nothing. Exit status 3 if --silent ended it, or if no datagram came.\n"
                    "Example: kestova monitor --radars radars.json --radar A1:2 --id 1 --silent 5s");
     addSource(command, *options);
     addDuration(command, options->duration);
