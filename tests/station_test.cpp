@@ -152,7 +152,9 @@ TEST(tCheckTest, findsWhatAnInterfaceLacks)
 {
     const tLink good{"eth0", net::transAddr("10.1.1.1"), true, true, false, true};
     const tLink loopback{"lo", net::transAddr("127.0.0.1"), true, true, true, false};
-    const auto command = [&](tLink link, const char* name) { return checkInterface({loopback, link}, name, 0).command; };
+    const auto command = [&](tLink link, const char* name) {
+        return checkInterface({loopback, link}, name, 0).command;
+    };
     EXPECT_EQ(command(good, "eth0"), "");
     EXPECT_EQ(command(good, "10.1.1.1"), "");
     EXPECT_EQ(command(good, "lo"), "");

@@ -102,7 +102,8 @@ protected:
 class tManager
 {
 public:
-    explicit tManager(const std::string& path) : m_path(path), m_socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0))
+    explicit tManager(const std::string& path)
+        : m_path(path), m_socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0))
     {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
@@ -202,7 +203,8 @@ TEST_F(tToolStationTest, monitorShowsATableAtATerminalUntilQ)
     const tTalker talker(group);
     const std::string command = "stty cols 60 rows 10; " KESTOVA_TOOL " monitor --group " + addressText(group) +
                                 " --local-ip 127.0.0.1 >'" + dir.file("out") + "'; echo status $?";
-    tChildProcess terminal({"/bin/sh", "-c", "(sleep 1; printf q; sleep 5) | script -qec \"" + command + "\" /dev/null"});
+    tChildProcess terminal(
+        {"/bin/sh", "-c", "(sleep 1; printf q; sleep 5) | script -qec \"" + command + "\" /dev/null"});
     ASSERT_TRUE(waitUntil([&] { return terminal.out().find("status 0") != std::string::npos; }, 20s)) << terminal.out();
     EXPECT_THAT(terminal.out(), HasSubstr("\x1b[1Astream "));
     EXPECT_THAT(contentsOf(dir.file("out")), HasSubstr("longest silence"));  // no terminal: every column
@@ -254,8 +256,10 @@ TEST_F(tToolStationTest, recordWritesMetricsThatPromtoolAccepts)
                                 addressText(group) + "\"} " + std::to_string(int(recorded.at("datagrams"))) + '\n'));
     EXPECT_THAT(text, HasSubstr("kestova_files_total{root=\"" + root + "\"} 1\n"));
     EXPECT_THAT(text, Not(HasSubstr("address=\"" + addressText(group) + "\"} 0.000\n")));
-    EXPECT_THAT(said(record({"--metrics-file", dir.file("none/m.prom")}), 1), HasSubstr("choose another --metrics-file"));
-    tChildProcess promtool({"/bin/sh", "-c", "command -v promtool >/dev/null || exit 77; promtool check metrics <" + metrics});
+    EXPECT_THAT(said(record({"--metrics-file", dir.file("none/m.prom")}), 1),
+                HasSubstr("choose another --metrics-file"));
+    tChildProcess promtool(
+        {"/bin/sh", "-c", "command -v promtool >/dev/null || exit 77; promtool check metrics <" + metrics});
     const int status = promtool.wait();
     if (status == 77)
         GTEST_SKIP() << "promtool is not installed";

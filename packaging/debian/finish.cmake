@@ -1,5 +1,6 @@
 # Runs before each Debian package is built from its folder: compresses what Debian wants compressed, without times, so
-# that the same sources give the same bytes; puts settings below /etc; takes out the search paths that only a tree that may be moved needs.
+# that the same sources give the same bytes; puts settings below /etc; takes out the search paths that only a tree that
+# may be moved needs.
 set(root "${CPACK_TEMPORARY_INSTALL_DIRECTORY}")
 file(GLOB settings "${root}/usr/etc" "${root}/*/usr/etc")
 foreach(folder IN LISTS settings)

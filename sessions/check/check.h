@@ -22,8 +22,8 @@ struct tCheck
 {
     std::string name;  // "interface"; see docs/commandline.md
     eCheckResult result = eCheckResult::eOk;
-    std::string message;                            // one sentence
-    std::string command;                            // what mends it, to be typed; empty for eOk
+    std::string message;                             // one sentence
+    std::string command;                             // what mends it, to be typed; empty for eOk
     std::optional<recordings::tStreamKey> stream{};  // of a check of one stream
 };
 using tChecks = std::vector<tCheck>;

@@ -116,7 +116,8 @@ void tCheckSession::checkNetwork()
 void tCheckSession::listen(tMonitorSession& session, const std::function<bool(std::uint64_t elapsedMs)>& waiting)
 {
     const auto started = tSteady::now();
-    for (m_listenedMs = 0; m_listenedMs < m_options.listenMs && waiting(m_listenedMs); m_listenedMs = elapsedMs(started))
+    for (m_listenedMs = 0; m_listenedMs < m_options.listenMs && waiting(m_listenedMs);
+         m_listenedMs = elapsedMs(started))
         std::this_thread::sleep_for(milliseconds(std::min<std::uint64_t>(100, m_options.listenMs - m_listenedMs)));
     m_heard = session.update();
 }
@@ -164,7 +165,6 @@ double tCheckSession::bytesPerSecond() const
         sum.messages += stream.datagrams;
         sum.bytes += stream.bytes;
     }
-    return m_listenedMs == 0 ? 0.0
-                             : static_cast<double>(bytesInFile(sum)) * 1000.0 / static_cast<double>(m_listenedMs);
+    return m_listenedMs == 0 ? 0.0 : static_cast<double>(bytesInFile(sum)) * 1000.0 / static_cast<double>(m_listenedMs);
 }
 }  // namespace session

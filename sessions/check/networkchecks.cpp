@@ -49,7 +49,8 @@ std::string listed(const std::vector<tLink>& all)
 // Returns the first that is up and no loopback interface; the loopback interface if there is none.
 std::string likelyName(const std::vector<tLink>& all)
 {
-    const auto link = std::find_if(all.begin(), all.end(), [](const tLink& one) { return one.isUp && !one.isLoopback; });
+    const auto link =
+        std::find_if(all.begin(), all.end(), [](const tLink& one) { return one.isUp && !one.isLoopback; });
     return link != all.end() ? link->name : "lo";
 }
 
@@ -86,7 +87,8 @@ std::vector<tLink> links()
         if (isAddress)
             std::memcpy(&address, entry->ifa_addr, sizeof address);
         // The kernel lists the interfaces first, without addresses, then the addresses of each.
-        const auto bare = std::find_if(all.begin(), all.end(), [&](const auto& link) { return known(link) && link.ip == 0; });
+        const auto bare =
+            std::find_if(all.begin(), all.end(), [&](const auto& link) { return known(link) && link.ip == 0; });
         if (isAddress && bare != all.end())
             bare->ip = address.sin_addr.s_addr;
         else if (isAddress || std::none_of(all.begin(), all.end(), known))
@@ -108,10 +110,10 @@ tCheck checkInterface(const std::vector<tLink>& all, const std::string& nameOrAd
     if (nameOrAddress.empty())
         return failure("interface", "no interface to receive on: choose one with --local-ip from " + listed(all),
                        "ip -brief address");
-    return failure("interface",
-                   fmt::format("no interface of this machine is {}: choose --local-ip from {}", nameOrAddress,
-                               listed(all)),
-                   "ip -brief address");
+    return failure(
+        "interface",
+        fmt::format("no interface of this machine is {}: choose --local-ip from {}", nameOrAddress, listed(all)),
+        "ip -brief address");
 }
 
 tCheck checkRoute(const std::vector<tLink>& all, const std::vector<NetAddress>& groups, bool kernelChooses)
@@ -124,11 +126,10 @@ tCheck checkRoute(const std::vector<tLink>& all, const std::vector<NetAddress>& 
             continue;
         const std::string why = std::strerror(errno);
         const bool isMulticast = IN_MULTICAST(ntohl(group.ip));
-        return failure("route",
-                       fmt::format("there is no route for {} ({}), and no --local-ip", net::transAddr(group.ip), why),
-                       fmt::format("sudo ip route add {} dev {}",
-                                   isMulticast ? std::string("224.0.0.0/4") : net::transAddr(group.ip) + "/32",
-                                   likelyName(all)));
+        return failure(
+            "route", fmt::format("there is no route for {} ({}), and no --local-ip", net::transAddr(group.ip), why),
+            fmt::format("sudo ip route add {} dev {}",
+                        isMulticast ? std::string("224.0.0.0/4") : net::transAddr(group.ip) + "/32", likelyName(all)));
     }
     return ok("route", "the kernel has a route for each group");
 }
@@ -140,10 +141,10 @@ tCheck checkPort(const std::vector<NetAddress>& notJoined)
         const tPortHolder holder = holderOf(group);
         const int port = net::NtoHs(group.port);
         if (holder.inode != 0 && holder.pid != 0)
-            return failure("port",
-                           fmt::format("{} (process {}) holds port {} and does not share it", holder.program,
-                                       holder.pid, port),
-                           fmt::format("kill {}", holder.pid));
+            return failure(
+                "port",
+                fmt::format("{} (process {}) holds port {} and does not share it", holder.program, holder.pid, port),
+                fmt::format("kill {}", holder.pid));
         if (holder.inode != 0)
             return failure("port", fmt::format("another user's program holds port {} and does not share it", port),
                            fmt::format("sudo ss -ulpn 'sport = {}'", port));
@@ -171,10 +172,10 @@ tCheck checkReceiveBuffer(const NetAddress& group, std::uint32_t localIp)
         return ok("receive_buffer", fmt::format("the kernel grants {} bytes for a group", granted));
     if (!receiver.valid())
         return warning("receive_buffer", "not known: no group could be joined", "sysctl net.core.rmem_max");
-    return warning("receive_buffer",
-                   fmt::format("the kernel grants {} of {} bytes for a group: bursts may be dropped", granted,
-                               cReceiveBuffer),
-                   fmt::format("sudo sysctl -w net.core.rmem_max={}", cReceiveBuffer));
+    return warning(
+        "receive_buffer",
+        fmt::format("the kernel grants {} of {} bytes for a group: bursts may be dropped", granted, cReceiveBuffer),
+        fmt::format("sudo sysctl -w net.core.rmem_max={}", cReceiveBuffer));
 }
 
 // ---- the reverse-path filter ----
@@ -208,10 +209,11 @@ tCheck checkReversePath(const tLink& link, eReversePath filter, bool defaultRout
     if (!mayDrop || !isStreamSilent)
         return ok(name, fmt::format("the reverse-path filter of {} ({}) lets pass what was heard", link.name,
                                     static_cast<int>(filter)));
-    return warning(name,
-                   fmt::format("the reverse-path filter of {} ({}) may drop what silent streams send: senders that this "
-                               "machine has no route back to",
-                               link.name, static_cast<int>(filter)),
-                   fmt::format("sudo sysctl -w net.ipv4.conf.all.rp_filter=0 net.ipv4.conf.{}.rp_filter=0", link.name));
+    return warning(
+        name,
+        fmt::format("the reverse-path filter of {} ({}) may drop what silent streams send: senders that this "
+                    "machine has no route back to",
+                    link.name, static_cast<int>(filter)),
+        fmt::format("sudo sysctl -w net.ipv4.conf.all.rp_filter=0 net.ipv4.conf.{}.rp_filter=0", link.name));
 }
 }  // namespace session

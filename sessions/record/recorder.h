@@ -19,7 +19,7 @@ struct tRecorderState
     // Segments that the writer has done with, and those ever queued, read in this order: the writer has nothing to do
     // where they are equal.
     std::uint64_t done = 0, queued = 0;
-    std::string file;                                           // the present one; empty while none is open
+    std::string file;  // the present one; empty while none is open
     // Of a recorder that follows the local interface: how often its address was reported, the last one (0 while there
     // is none), and the groups that could not be joined there.
     unsigned int addressReports = 0;

@@ -98,11 +98,12 @@ void addCheck(CLI::App& app, tRun& chosen)
 {
     auto options = std::make_shared<tOptions>();
     CLI::App& command = *app.add_subcommand("check", "Look at what a recording depends on, before the voyage");
-    command.footer("Takes the options of a recording and looks at the interface, the routes, the groups, the filters and\n"
-                   "buffers of the kernel, what is heard of each stream, the disk and the clock. Each warning and each\n"
-                   "failure comes with a command that mends it, or shows more. Records nothing and changes nothing.\n"
-                   "Exit status 0 if all is well, 3 with a warning, 1 with a failure.\n"
-                   "Example: kestova check --radars radars.json --radar A1:2 --id 1 --root recordings");
+    command.footer(
+        "Takes the options of a recording and looks at the interface, the routes, the groups, the filters and\n"
+        "buffers of the kernel, what is heard of each stream, the disk and the clock. Each warning and each\n"
+        "failure comes with a command that mends it, or shows more. Records nothing and changes nothing.\n"
+        "Exit status 0 if all is well, 3 with a warning, 1 with a failure.\n"
+        "Example: kestova check --radars radars.json --radar A1:2 --id 1 --root recordings");
     addSource(command, *options);
     command.add_option("--root", options->record.root, "Storage root; without it the disk is left out")
         ->type_name("FOLDER");

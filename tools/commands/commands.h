@@ -10,8 +10,8 @@ tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addCompress, ad
     addMonitor;
 
 // In the order of the help.
-inline constexpr tAddCommand* cCommands[] = {addSimulate, addRecord, addReplay, addInfo,  addDump,
-                                             addCompress, addExpand, addPcap,   addExport, addCheck, addMonitor};
+inline constexpr tAddCommand* cCommands[] = {addSimulate, addRecord, addReplay, addInfo,  addDump,   addCompress,
+                                             addExpand,   addPcap,   addExport, addCheck, addMonitor};
 }  // namespace tool
 
 #endif

@@ -74,8 +74,8 @@ public:
             passed = elapsedMs();
             ends = isSilent() || quits();
             if (m_console.progressDue())
-                m_console.progress(monitorTable(m_streams, m_console.terminalWidth() - 1,
-                                                m_console.terminalHeight() - 1));
+                m_console.progress(
+                    monitorTable(m_streams, m_console.terminalWidth() - 1, m_console.terminalHeight() - 1));
         }
         m_tookMs = elapsedMs();
         return report();
@@ -84,8 +84,7 @@ public:
 private:
     std::uint64_t elapsedMs() const
     {
-        return static_cast<std::uint64_t>(
-            std::chrono::duration_cast<milliseconds>(tSteady::now() - m_started).count());
+        return static_cast<std::uint64_t>(std::chrono::duration_cast<milliseconds>(tSteady::now() - m_started).count());
     }
 
     bool isSilent() const
@@ -93,10 +92,7 @@ private:
         return std::any_of(m_streams.begin(), m_streams.end(), [this](const auto& stream) { return isSilent(stream); });
     }
     // Groups that all radars share do not count, as for a recording.
-    bool isSilent(const tMonitoredStream& stream) const
-    {
-        return !stream.isShared && stream.silentMs >= m_silentLimit;
-    }
+    bool isSilent(const tMonitoredStream& stream) const { return !stream.isShared && stream.silentMs >= m_silentLimit; }
 
     bool quits()
     {
@@ -181,10 +177,11 @@ void addMonitor(CLI::App& app, tRun& chosen)
 {
     auto options = std::make_shared<tOptions>();
     CLI::App& command = *app.add_subcommand("monitor", "Show what comes of each stream, live");
-    command.footer("Shows for each stream its rate, when it was heard last, its jitter, its longest silence and what the\n"
-                   "kernel dropped, until q, Ctrl-C or --duration, and ends with the table of the whole time. Records\n"
-                   "nothing. Exit status 3 if --silent ended it, or if no datagram came.\n"
-                   "Example: kestova monitor --radars radars.json --radar A1:2 --id 1 --silent 5s");
+    command.footer(
+        "Shows for each stream its rate, when it was heard last, its jitter, its longest silence and what the\n"
+        "kernel dropped, until q, Ctrl-C or --duration, and ends with the table of the whole time. Records\n"
+        "nothing. Exit status 3 if --silent ended it, or if no datagram came.\n"
+        "Example: kestova monitor --radars radars.json --radar A1:2 --id 1 --silent 5s");
     addSource(command, *options);
     addDuration(command, options->duration);
     command.add_option("--silent", options->silent, "Ring and end when a stream has been silent for so long")

@@ -11,8 +11,8 @@
 namespace tool
 {
 // Returns one line a stream below a head, separated by "\n" and without one at the end. Columns are left out, the least
-// important first, until lines have at most `width` characters; streams from the end on until there are at most `height`
-// lines, and a last line counts those.
+// important first, until lines have at most `width` characters; streams from the end on until there are at most
+// `height` lines, and a last line counts those.
 std::string monitorTable(const std::vector<session::tMonitoredStream>& streams, std::size_t width, std::size_t height);
 }  // namespace tool
 

@@ -4,8 +4,8 @@
 
 namespace tool
 {
-// Where there is no controlling terminal, SIGHUP counts as a request while the object exists. Elsewhere nothing changes:
-// it ends the command. Construct it behind tStopSignal, whose handler it replaces. One object a process.
+// Where there is no controlling terminal, SIGHUP counts as a request while the object exists. Elsewhere nothing
+// changes: it ends the command. Construct it behind tStopSignal, whose handler it replaces. One object a process.
 class tHangUp
 {
 public:

@@ -357,8 +357,8 @@ void tFileRecorder::writeBlock(const tSegmentBlock& block)
 
 // The segment that crossed the limit, of time stamp `timestamp`, stays in the old file. The next file is open before
 // the old one is finished, so that the object has no file for an instant only; if it cannot be opened the object stays
-// without a file, unless the old one has room. After a stop nothing is opened: the thread that stops the writer finishes
-// the old file.
+// without a file, unless the old one has room. After a stop nothing is opened: the thread that stops the writer
+// finishes the old file.
 void tFileRecorder::rollOver(tTimes_ms timestamp)
 {
     if (!m_writeDataThread.running())
