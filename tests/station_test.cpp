@@ -159,6 +159,7 @@ TEST(tCheckTest, findsWhatAnInterfaceLacks)
     EXPECT_EQ(command(good, "10.1.1.1"), "");
     EXPECT_EQ(command(good, "lo"), "");
     EXPECT_EQ(command(good, "eth1"), "ip -brief address");
+    EXPECT_EQ(checkInterface({loopback, good}, "", loopback.ip).result, eCheckResult::eWarn);  // chosen by nobody
     tLink bad = good;
     bad.ip = 0;
     EXPECT_EQ(command(bad, "eth0"), "sudo ip address add 192.168.1.20/24 dev eth0");

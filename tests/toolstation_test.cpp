@@ -246,6 +246,18 @@ TEST_F(tToolStationTest, recordGoesOnInTheNextFileAtAHangUpWithoutATerminal)
     EXPECT_EQ(recorded.at("lost"), 0);
 }
 
+TEST_F(tToolStationTest, recordEndsAtAHangUpOfItsTerminal)
+{
+    std::string command = KESTOVA_TOOL;
+    for (const std::string& argument : record())
+        command += ' ' + argument;
+    command += " 2>" + dir.file("err") + " & until grep -q 'recording to' " + dir.file("err") +
+               "; do sleep 0.1; done; kill -HUP $!; wait $!; echo status $?";
+    tChildProcess terminal({"/usr/bin/script", "-qec", command, "/dev/null"});
+    EXPECT_EQ(terminal.wait(), 0);
+    EXPECT_THAT(terminal.out(), HasSubstr("status 3"));
+}
+
 TEST_F(tToolStationTest, recordWritesMetricsThatPromtoolAccepts)
 {
     const tTalker talker(group);

@@ -105,6 +105,13 @@ tCheck checkInterface(const std::vector<tLink>& all, const std::string& nameOrAd
     const auto link = std::find_if(all.begin(), all.end(), [&](const tLink& one) {
         return one.name == nameOrAddress || (wanted != 0 && one.ip == wanted);
     });
+    if (link != all.end() && link->isLoopback && nameOrAddress.empty())
+        return warning(
+            "interface",
+            fmt::format("receives on {}, where only this machine is heard: choose the radar's interface with "
+                        "--local-ip from {}",
+                        linkText(*link), listed(all)),
+            "ip -brief address");
     if (link != all.end())
         return checkLink(*link);
     if (nameOrAddress.empty())
