@@ -1,34 +1,26 @@
 #include "KestovaStorage/datafile.h"
 
-#include <memory>
 #include <new>
 #include <utility>
 
-#include "KestovaStorage/internal/datafile/datafilereader.h"
+#include "KestovaStorage/companions.h"
+#include "KestovaStorage/internal/datafile/datafileprivate.h"
 #include "KestovaStorage/internal/datafile/fileforms.h"
-#include "KestovaStorage/internal/datafile/segmentreader.h"
 
 namespace storage
 {
-namespace
-{
-constexpr std::size_t cWindow = 256 * 1024;  // files are mostly read from front to back
-}
-
 const char* fileFormName(tFileHeadSymbol form)
 {
     const tFileForm* const known = formOf(form);
     return known != nullptr ? known->name : "unknown";
 }
 
-class tDataFilePrivate
+tFineTimes& tDataFilePrivate::fineTimes()
 {
-public:
-    std::unique_ptr<tDataFileReader> m_reader;  // null while nothing is open
-    std::string m_path;
-    std::uint64_t m_payloadBytes = 0;
-    tSegmentReader m_segments{cWindow};
-};
+    if (!m_fineTimes)
+        m_fineTimes.emplace(m_reader ? fineTimesOf(*m_reader) : tFineTimes());
+    return *m_fineTimes;
+}
 
 tDataFile::tDataFile() : d(new tDataFilePrivate) {}
 
@@ -41,6 +33,7 @@ bool tDataFile::open(const std::string& path, std::string* error)
 {
     d->m_path = path;
     d->m_payloadBytes = 0;
+    d->m_fineTimes.reset();
     tStatus failure;
     d->m_reader = tDataFileReader::open(path, &failure);
     if (!failure && error != nullptr)
@@ -96,6 +89,24 @@ tDataFileRecord tDataFile::record(size_t i) const
 {
     const tSegmentRecord record = d->m_reader->record(i);
     return {record.time, record.firstByte, static_cast<std::uint32_t>(record.bytes())};
+}
+
+int tDataFile::fineTime(size_t i) const
+{
+    return d->m_reader ? d->fineTimes().at(d->m_reader->slotNumber(i)) : -1;
+}
+
+tFineTimesState tDataFile::fineTimes() const
+{
+    return d->fineTimes().state();
+}
+
+bool tDataFile::fineTimesId(tFileId& id) const
+{
+    const bool ours = fineTimes() == eFineTimesOurs;
+    if (ours)
+        id = d->fineTimes().id();
+    return ours;
 }
 
 const char* tDataFile::view(size_t i, size_t& len)

@@ -25,15 +25,6 @@ KESTOVA_API const char* fileFormName(tFileHeadSymbol form);
 
 class tDataFilePrivate;
 
-// What lies beside a data file as its fine times.
-enum tFineTimesState : int32_t
-{
-    eFineTimesNone = 0,  // nothing, or it cannot be read
-    eFineTimesOurs = 1,
-    eFineTimesForeign = 2,  // of another data file, or of an unknown version: not used
-    eFineTimesDamaged = 3   // no regular file, or no fine times: not used
-};
-
 // Opens a file for reading. One that is still being written shows its contents at that moment. One thread at a time. No
 // damaged file makes it read outside the file, or allocate more than eight times the file's size.
 class KESTOVA_API tDataFile

@@ -32,8 +32,7 @@ public:
     tDataFileOutput(const tDataFileOutput&) = delete;
     tDataFileOutput& operator=(const tDataFileOutput&) = delete;
 
-    // Creates the file, which must not exist. With `fineTimes` its fine times are written beside it once a record has
-    // one.
+    // Creates the file, which must not exist. With `fineTimes` the fine times of all records are written beside it.
     bool create(const std::string& path, bool fineTimes);
     const tFileId& id() const;  // random; the fine times have it, and its sheet is to have it
 

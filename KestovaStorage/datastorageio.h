@@ -152,8 +152,8 @@ public:
     // opened again).
     uint64_t GetUnreadCnt() const;
     // Inside UpdateReplayData, of the segment being reported: the microseconds within its millisecond, -1 if they are
-    // not known; and when it was due, in ns of the steady clock (CLOCK_MONOTONIC), 0 if playing does not wait. Segments
-    // with fine times are due to the microsecond, others with their millisecond.
+    // not known; and when it was due, in ns of the steady clock (CLOCK_MONOTONIC), 0 while paused. Segments with fine
+    // times are due to the microsecond, others with their millisecond.
     int GetReplayFineTime() const;
     int64_t GetReplayDueTime() const;
 

@@ -22,6 +22,15 @@ struct tFileId
     unsigned char bytes[16];
 };
 
+// What lies beside a data file as its fine times.
+enum tFineTimesState : int32_t
+{
+    eFineTimesNone = 0,  // nothing, or it cannot be read
+    eFineTimesOurs = 1,
+    eFineTimesForeign = 2,  // of another data file, or of an unknown version: not used
+    eFineTimesDamaged = 3   // no regular file, or no fine times: not used
+};
+
 #pragma pack(push, 1)
 struct tFineTimesHead
 {

@@ -199,8 +199,8 @@ void tRadarDataSaverPrivate::OnDatagram(const net::tReceivedDatagram& datagram)
                                          datagram.len);
         });
         // Threads of their own record in the order of the present time, not quite in that of the times of arrival.
-        m_packageRecorder.Record(row.msgInfo, datagram.group, datagram.data, datagram.len,
-                                 m_shared ? datagram.arrived_ms : 0);
+        m_packageRecorder.RecordFine(row.msgInfo, datagram.group, datagram.data, datagram.len,
+                                     m_shared ? datagram.arrived_ns / 1000 : 0);
     }
     if (datagram.group == multiRadarServiceAddress())
         m_serviceQuery.heard();
@@ -324,6 +324,16 @@ uint32_t tRadarDataSaver::GetCompressingCnt() const
 void tRadarDataSaver::CancelCompressing()
 {
     d->CancelCompressing();
+}
+
+void tRadarDataSaver::SetFineTimes(bool on)
+{
+    d->SetFineTimes(on);
+}
+
+void tRadarDataSaver::SetWriteObserver(storage::iWriteObserver* observer)
+{
+    d->SetWriteObserver(observer);
 }
 
 int tRadarDataSaver::GetGroupCounters(tGroupCounters* counters, int count) const

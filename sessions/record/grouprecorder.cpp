@@ -17,11 +17,13 @@ constexpr tUdpMsgInfo cInfo = {0, 0, eReadType, eOtherType, 0};
 }  // namespace
 
 tGroupRecorder::tGroupRecorder(const std::vector<NetAddress>& groups, std::uint32_t localIp, const std::string& folder,
-                               bool compress)
+                               bool compress, storage::iWriteObserver& written)
     : m_root(prepareRecording(groups, localIp, folder)), m_storage(m_root, ".data")
 {
     for (const NetAddress& group : groups)
         addGroup(group);
+    m_storage.SetFineTimes(true);
+    m_storage.SetWriteObserver(&written);
     m_storage.CreateNewWritingFile(0ul, "groups", compress);
     requireFileBelow(m_root, m_storage.GetCurrentWriteDataFileName());
     join(localIp);
@@ -88,6 +90,6 @@ void tGroupRecorder::closeFile()
 void tGroupRecorder::tGroup::OnDatagram(const net::tReceivedDatagram& datagram)
 {
     m_count.add(datagram.data, datagram.len);
-    m_recorder.Record(cInfo, datagram.group, datagram.data, datagram.len, datagram.arrived_ms);
+    m_recorder.RecordFine(cInfo, datagram.group, datagram.data, datagram.len, datagram.arrived_ns / 1000);
 }
 }  // namespace session

@@ -10,6 +10,7 @@
 
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/packagerecorder.h"
+#include "KestovaStorage/writeobserver.h"
 #include "UdpSocket/transport.h"
 #include "sessions/record/receivedcounts.h"
 #include "sessions/record/recorder.h"
@@ -19,9 +20,10 @@ namespace session
 class tGroupRecorder : public iRecorder
 {
 public:
-    // localIp 0: the kernel chooses the interface. `folder` is the storage root. Throws tFailure.
+    // localIp 0: the kernel chooses the interface. `folder` is the storage root. `written` outlives the recorder.
+    // Throws tFailure.
     tGroupRecorder(const std::vector<NetAddress>& groups, std::uint32_t localIp, const std::string& folder,
-                   bool compress);
+                   bool compress, storage::iWriteObserver& written);
 
     tRecorderState state() override;
     bool startNextFile() override { return m_storage.StartNextFile(); }

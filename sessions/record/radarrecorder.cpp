@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 }  // namespace
 
 tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& streams, const std::string& localIp,
-                               const std::string& folder, bool compress)
+                               const std::string& folder, bool compress, storage::iWriteObserver& written)
 {
     chooseGroups(radar.find(), streams);
     const std::uint32_t ip = localIp.empty() ? 0 : localAddress(localIp);
@@ -31,6 +31,8 @@ tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& s
     m_saver =
         std::make_unique<Kestova::tRadarDataSaver>(m_kinds.data(), static_cast<int>(m_kinds.size()), root, ".data", "");
     m_saver->SetSharedReception(true);
+    m_saver->SetFineTimes(true);
+    m_saver->SetWriteObserver(&written);
     m_saver->SetRecDataModifyObserver(this);
     m_saver->connect(radar.serial.c_str(), radar.id, compress);
     requireFileBelow(root, m_saver->GetCurrentWriteDataFileName());
@@ -106,12 +108,32 @@ tRecorderState tRadarRecorder::state()
     state.localIp = address.localIp;
     for (const auto& group : groupCounters())
         state.notJoined += group.joined ? 0 : 1;
+    state.unjoined = unjoined();
     return state;
+}
+
+// All of them while the sockets open anew.
+std::vector<std::string> tRadarRecorder::unjoined() const
+{
+    std::vector<std::string> groups;
+    if (m_closed)
+        return groups;
+    const std::vector<Kestova::tGroupCounters> counters = groupCounters();
+    for (const NetAddress& group : m_groups)
+    {
+        const auto joined = [&](const Kestova::tGroupCounters& one) {
+            return one.joined && one.ip == group.ip && one.port == net::NtoHs(group.port);
+        };
+        if (std::none_of(counters.begin(), counters.end(), joined))
+            groups.push_back(m_received.keyOf(group).address());
+    }
+    return groups;
 }
 
 void tRadarRecorder::closeSockets()
 {
     updateDiscarded();
+    m_closed = true;
     m_saver->SocketClear();
 }
 

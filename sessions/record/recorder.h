@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "KestovaRecordings/streamcounts.h"
 
@@ -25,6 +26,7 @@ struct tRecorderState
     unsigned int addressReports = 0;
     std::uint32_t localIp = 0;
     std::size_t notJoined = 0;
+    std::vector<std::string> unjoined;  // groups that are to be received and are not joined at present
 
     std::uint64_t allDiscarded() const;
 };

@@ -14,6 +14,7 @@
 #include "sessions/localaddress.h"
 #include "sessions/record/grouprecorder.h"
 #include "sessions/record/radarrecorder.h"
+#include "sessions/record/sheetfacts.h"
 
 namespace session
 {
@@ -26,13 +27,13 @@ using std::chrono::milliseconds;
 
 constexpr char cSuffix[] = ".data";
 
-std::unique_ptr<iRecorder> createRecorder(const tRecordOptions& options)
+std::unique_ptr<iRecorder> createRecorder(const tRecordOptions& options, storage::iWriteObserver& written)
 {
     if (options.groups.empty())
         return std::make_unique<tRadarRecorder>(options.radar, options.streams, options.localIp, options.root,
-                                                options.compress);
+                                                options.compress, written);
     const std::uint32_t ip = options.localIp.empty() ? 0 : localAddress(options.localIp);
-    return std::make_unique<tGroupRecorder>(options.groups, ip, options.root, options.compress);
+    return std::make_unique<tGroupRecorder>(options.groups, ip, options.root, options.compress, written);
 }
 
 // Returns each interface once.
@@ -70,24 +71,29 @@ std::uint64_t bytesInFile(const tStreamCount& datagrams)
 }
 
 tRecordSession::tRecordSession(const tRecordOptions& options, iRecordObserver& observer)
-    : m_options(options), m_observer(observer), m_reclaimLog(options.reclaim), m_recorder(createRecorder(options)),
-      m_silenceWatch(tSteady::now())
+    : m_options(options), m_observer(observer), m_reclaimLog(options.reclaim), m_sheets(sheetFacts(options)),
+      m_recorder(createRecorder(options, m_sheets)), m_silenceWatch(tSteady::now())
 {
     m_state = m_recorder->state();
     m_files.push_back(m_state.file);
     m_addressReports = m_state.addressReports;
     m_interfaces = options.groups.empty() ? std::vector{interfaceWith(m_state.localIp)} : interfacesOf(options);
+    m_sheets.describe(listed(m_interfaces));
+    m_sheets.update(m_state);
+    m_sheets.start();
 }
 
 void tRecordSession::updateState()
 {
     m_state = m_recorder->state();
+    m_sheets.update(m_state);
     notifyFile();
     notifyAddress();
     for (const tSilence& silence : m_silenceWatch.update(chosenStreams(), tSteady::now()))
         m_observer.onSilence(silence);
     notifyDisk();
     notifyReclaimed();
+    notifySheets();
 }
 
 tStreamCounts tRecordSession::chosenStreams() const
@@ -123,6 +129,7 @@ void tRecordSession::notifyAddress()
         return;
     m_addressReports = m_state.addressReports;
     m_interfaces = {interfaceWith(m_state.localIp)};
+    m_sheets.describe(listed(m_interfaces));
     m_observer.onAddress(m_interfaces[0], m_state.notJoined);
 }
 
@@ -145,6 +152,12 @@ void tRecordSession::notifyReclaimed()
         m_observer.onReclaimed(files[m_reclaimedFiles]);
 }
 
+void tRecordSession::notifySheets()
+{
+    if (const std::string problem = m_sheets.takeProblem(); !problem.empty())
+        m_observer.onSheetProblem(problem);
+}
+
 void tRecordSession::finish(const std::function<bool(eFinishing step)>& waiting)
 {
     drain(waiting);
@@ -156,6 +169,8 @@ void tRecordSession::finish(const std::function<bool(eFinishing step)>& waiting)
     updateState();
     m_state.discarded = discarded;
     compress(waiting);
+    m_sheets.finish();
+    notifySheets();
 }
 
 // Returns after a second even if the radar continues to send.

@@ -15,6 +15,7 @@
 #include "sessions/record/diskwatch.h"
 #include "sessions/record/reclaimlog.h"
 #include "sessions/record/recorder.h"
+#include "sessions/record/sheetkeeper.h"
 #include "sessions/record/silencewatch.h"
 
 namespace session
@@ -42,6 +43,7 @@ public:
     virtual void onSilence(const tSilence& silence) = 0;
     virtual void onDiskLeft(const tDiskLeft& left) = 0;  // less than 1 GiB, or than an hour
     virtual void onReclaimed(const tReclaimed& file) = 0;
+    virtual void onSheetProblem(const std::string& problem) = 0;  // a sheet could not be written; each problem once
 };
 
 // Returns what these datagrams take in a file: their bytes, and what a package and an index record add to each.
@@ -92,6 +94,7 @@ private:
     void notifyAddress();
     void notifyDisk();
     void notifyReclaimed();
+    void notifySheets();
     void drain(const std::function<bool(eFinishing step)>& waiting);
     void write(const std::function<bool(eFinishing step)>& waiting);
     void compress(const std::function<bool(eFinishing step)>& waiting);
@@ -99,6 +102,7 @@ private:
     const tRecordOptions m_options;
     iRecordObserver& m_observer;
     tReclaimLog m_reclaimLog;  // from before the recorder's storage to behind it
+    tSheetKeeper m_sheets;     // from before it, too: the storage notifies it to its end
     std::unique_ptr<iRecorder> m_recorder;
     tRecorderState m_state;
     std::vector<std::string> m_files;

@@ -89,6 +89,11 @@ void tRecordLines::onReclaimed(const tReclaimed& file)
     m_console.note(fmt::format("deleted {} ({}) to make room", file.path, sizeText(file.bytes)));
 }
 
+void tRecordLines::onSheetProblem(const std::string& problem)
+{
+    warn(problem + "; recording goes on");
+}
+
 void tRecordLines::warn(const std::string& text)
 {
     m_console.note("kestova record: " + text);

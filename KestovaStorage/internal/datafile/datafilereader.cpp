@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <new>
 #include <sys/stat.h>
 #include <thread>
@@ -202,6 +203,7 @@ bool tDataFileReader::readInBlocks(std::size_t count)
         return true;
     }
     m_blockTimes = {};
+    m_gaps.clear();
     m_damaged = missing;
     m_sorted = true;
     m_count = m_run = m_longestRun = 0;
@@ -230,9 +232,25 @@ bool tDataFileReader::readPiece(tIndexSlot* piece, std::size_t place, std::size_
         if (isWhole(record))
             keep(piece[i]);
         else
-            ++m_damaged;
+            leaveOut();
     }
     return got == count;
+}
+
+void tDataFileReader::leaveOut()
+{
+    ++m_damaged;
+    const std::size_t before = m_gaps.empty() ? 0 : m_gaps.back().leftOut;
+    if (m_gaps.empty() || m_gaps.back().record != m_count)
+        m_gaps.push_back({m_count, before});
+    ++m_gaps.back().leftOut;
+}
+
+std::size_t tDataFileReader::slotNumber(std::size_t i) const
+{
+    const auto behind = std::upper_bound(m_gaps.begin(), m_gaps.end(), i,
+                                         [](std::size_t record, const tGap& gap) { return record < gap.record; });
+    return behind == m_gaps.begin() ? i : i + std::prev(behind)->leftOut;
 }
 
 void tDataFileReader::keep(const tIndexSlot& slot)

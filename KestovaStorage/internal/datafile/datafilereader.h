@@ -57,6 +57,8 @@ public:
     // Reads a block of an index on disk. A record that is not there any more, or changed into an impossible one, is
     // replaced by one that lies outside the file and has the time before it.
     void readBlock(std::size_t block, tIndexBlock& to);
+    // Returns the number that a record has in the index of the file, where records that are left out count, too.
+    std::size_t slotNumber(std::size_t i) const;
     // With an index in memory.
     tSegmentRecord record(std::size_t i) const { return m_form->record(m_index[i]); }
     std::span<tIndexSlot> index() { return {m_index.get(), m_blockTimes.empty() ? m_count : 0}; }
@@ -69,6 +71,8 @@ public:
     std::size_t readUpTo(std::uint64_t pos, std::size_t len, char* to);
     // Replaces `records` by `count` records from number `first` on as they stand on disk now, unchecked.
     bool readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records);
+    // Returns the descriptor of the file, which it opens again if it was closed; -1 if that fails.
+    int descriptor() { return m_file.valid() || reopenFile() ? m_file.get() : -1; }
     // Reads the head of a compressed file. Returns null for other forms, and if that fails; valid until closeFile().
     const iSegmentDecoder* decoder();
     void closeFile();
@@ -93,6 +97,7 @@ private:
     bool readInBlocks(std::size_t count);
     bool readPiece(tIndexSlot* piece, std::size_t place, std::size_t count);
     void keep(const tIndexSlot& slot);
+    void leaveOut();
     // A record without a time ends every index.
     bool isEnd(const tSegmentRecord& record) const { return record.time == 0 || (m_emptyEnds && record.bits == 0); }
     bool isWhole(const tSegmentRecord& record) const;
@@ -108,6 +113,12 @@ private:
     bool m_sorted = true;
     std::size_t m_longestRun = 0;
     std::size_t m_damaged = 0;
+    struct tGap
+    {
+        std::size_t record;   // that follows it
+        std::size_t leftOut;  // slots up to it
+    };
+    std::vector<tGap> m_gaps;      // slots between the records that are left out
     std::size_t m_run = 0;         // of equal times, up to the last record
     std::uint64_t m_lastTime = 0;  // of the last record
     std::size_t m_count = 0;

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -24,7 +25,11 @@ namespace storage
 class tCompressionQueue
 {
 public:
-    explicit tCompressionQueue(const std::string& specifySuffix) : m_specifySuffix(specifySuffix) {}
+    // Is called on the queue's thread for every file that was compressed.
+    using tCompressed = std::function<void(const std::string& path, const std::string& result)>;
+    tCompressionQueue(const std::string& specifySuffix, tCompressed compressed)
+        : m_specifySuffix(specifySuffix), m_compressed(std::move(compressed))
+    {}
     ~tCompressionQueue();
     tCompressionQueue(const tCompressionQueue&) = delete;
     tCompressionQueue& operator=(const tCompressionQueue&) = delete;
@@ -50,6 +55,7 @@ private:
     tStatus compress(tJob& job, unsigned int cancelled);
 
     const std::string m_specifySuffix;
+    const tCompressed m_compressed;
     std::deque<tJob> m_jobs;                   // guarded by m_worker's lock
     bool m_busy = false;                       // guarded by it: one more is being compressed
     std::atomic<unsigned int> m_cancelled{0};  // changed under it: how often cancel() was called
