@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -79,6 +80,7 @@ public:
     const tRecorderState& state() const { return m_state; }  // of the last updateState()
     const std::vector<std::string>& files() const { return m_files; }
     std::uint32_t compressing() const { return m_recorder->compressing(); }
+    std::optional<double> clockOffsetMs() const { return m_sheets.clockOffsetMs(); }  // see tSheetKeeper
 
     // Goes on in the next file, which a later updateState() notifies. Returns false if no file is open.
     bool startNextFile() { return m_recorder->startNextFile(); }
