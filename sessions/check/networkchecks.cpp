@@ -46,11 +46,11 @@ std::string listed(const std::vector<tLink>& all)
     return text;
 }
 
-// Returns the first that is up and no loopback interface; the loopback interface if there is none.
+// Returns the first that is up, has an address and is no loopback interface; the loopback interface if there is none.
 std::string likelyName(const std::vector<tLink>& all)
 {
-    const auto link =
-        std::find_if(all.begin(), all.end(), [](const tLink& one) { return one.isUp && !one.isLoopback; });
+    const auto link = std::find_if(all.begin(), all.end(),
+                                   [](const tLink& one) { return one.isUp && one.ip != 0 && !one.isLoopback; });
     return link != all.end() ? link->name : "lo";
 }
 

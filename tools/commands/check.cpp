@@ -60,12 +60,13 @@ tJson checksJson(const tChecks& checks)
 
 std::string checksText(const tChecks& checks)
 {
-    std::string text;
+    std::string text, command;  // one that mends several things is printed with the first of them
     for (const tCheck& check : checks)
     {
         text += fmt::format("{:<6}{:<16}{}\n", resultText(check.result), check.name, check.message);
-        if (!check.command.empty())
+        if (!check.command.empty() && check.command != command)
             text += fmt::format("{:<22}try: {}\n", "", check.command);
+        command = check.command;
     }
     return text;
 }
