@@ -88,6 +88,21 @@ uint64_t tDataStorageIO::GetWriteLostCnt() const
     return d->m_writer.lostCnt();
 }
 
+bool tDataStorageIO::StartNextFile()
+{
+    return d->m_writer.startNextFile();
+}
+
+uint64_t tDataStorageIO::GetWriteQueuedCnt() const
+{
+    return d->m_writer.queuedCnt();
+}
+
+uint64_t tDataStorageIO::GetWriteDoneCnt() const
+{
+    return d->m_writer.doneCnt();
+}
+
 uint32_t tDataStorageIO::GetCompressingCnt() const
 {
     return d->m_writer.compressions().pending();

@@ -79,6 +79,10 @@ public:
     // 4 GiB or more, and later time stamps, are refused with a line on standard error.
     void WriteData(const char* data, unsigned long len, unsigned long timestamp);
 
+    // Goes on in the next file, as a roll-over does: nothing is lost, what was queued before the call is in the file
+    // before it. Returns at once; the writer finishes the present file, empty or not, and opens the next one behind
+    // what it has in hand. Returns false if no file is open.
+    bool StartNextFile();
     // The same with a time in microseconds since the epoch, 0 meaning now. The index has its milliseconds; the rest is
     // kept if the file has fine times.
     void WriteDataFine(const char* data, unsigned long len, uint64_t time_us);
@@ -107,6 +111,10 @@ public:
     // Of these, segments that are in no file and never will be: no file was open, writing failed, they were discarded
     // by FinishWrite, or WriteData refused them. (Segments of no bytes are not counted.)
     uint64_t GetWriteLostCnt() const;
+    // Segments ever queued, and those of them that the writer has done with, written or lost. The second grows while the
+    // writer advances and reaches the first when it has nothing to do; both are exact.
+    uint64_t GetWriteQueuedCnt() const;
+    uint64_t GetWriteDoneCnt() const;
     uint32_t GetCompressingCnt() const;  // finished files that are being compressed, or wait for it
     void CancelCompressing();            // these files stay plain
 

@@ -301,6 +301,21 @@ uint64_t tRadarDataSaver::GetWriteLostCnt() const
     return d->GetWriteLostCnt();
 }
 
+bool tRadarDataSaver::StartNextFile()
+{
+    return d->StartNextFile();
+}
+
+uint64_t tRadarDataSaver::GetWriteQueuedCnt() const
+{
+    return d->GetWriteQueuedCnt();
+}
+
+uint64_t tRadarDataSaver::GetWriteDoneCnt() const
+{
+    return d->GetWriteDoneCnt();
+}
+
 uint32_t tRadarDataSaver::GetCompressingCnt() const
 {
     return d->GetCompressingCnt();

@@ -106,6 +106,9 @@ public:
     std::string GetCurrentWriteDataFileName();
     uint32_t GetWriteDataFifoSize();
     uint64_t GetWriteLostCnt() const;
+    bool StartNextFile();
+    uint64_t GetWriteQueuedCnt() const;
+    uint64_t GetWriteDoneCnt() const;
     uint32_t GetCompressingCnt() const;
     void CancelCompressing();
     void SetFineTimes(bool on);  // with SetSharedReception the times at which the kernel received the datagrams

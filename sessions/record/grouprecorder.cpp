@@ -65,6 +65,8 @@ tRecorderState tGroupRecorder::state()
     state.discarded = m_discarded;
     state.backlog = m_storage.GetWriteDataFifoSize();
     state.lost = m_storage.GetWriteLostCnt();
+    state.done = m_storage.GetWriteDoneCnt();
+    state.queued = m_storage.GetWriteQueuedCnt();
     state.file = m_storage.GetCurrentWriteDataFileName();
     return state;
 }

@@ -26,6 +26,7 @@ public:
                    bool compress, storage::iWriteObserver& written);
 
     tRecorderState state() override;
+    bool startNextFile() override { return m_storage.StartNextFile(); }
     void closeSockets() override;
     bool waitWritten(unsigned int timeoutMs) override;
     void closeFile() override;

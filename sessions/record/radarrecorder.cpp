@@ -6,10 +6,10 @@
 #include <thread>
 
 #include "KestovaRecordings/failure.h"
-#include "KestovaStorage/servicegroups.h"
 #include "UdpSocket/udpsocket.h"
 #include "sessions/localaddress.h"
 #include "sessions/record/recordingchecks.h"
+#include "sessions/record/streamgroups.h"
 
 namespace session
 {
@@ -18,19 +18,6 @@ using namespace recordings;
 namespace
 {
 using namespace std::chrono_literals;
-
-// No selected stream has an address in the radar's record.
-[[noreturn]] void failStreams(const tStreamChoice& streams)
-{
-    for (const tServiceGroup& group : cServiceGroups)
-    {
-        const tReadWriteType kind = group.msgInfo.rwType;
-        if (!streams.includesAll() && streams.includes(kind))
-            throw tFailure(
-                fmt::format("{} is recorded with any stream of the radar: add one to --streams", streamTitle(kind)));
-    }
-    throw tFailure("the radar has no address for any of the selected streams: choose other --streams");
-}
 }  // namespace
 
 tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& streams, const std::string& localIp,
@@ -56,22 +43,13 @@ tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& s
 
 void tRadarRecorder::chooseGroups(const RadarAddress& address, const tStreamChoice& streams)
 {
-    const auto expect = [this](const NetAddress& group, tReadWriteType kind) {
-        m_groups.push_back(group);
-        m_received.expect(group, kind);
-    };
-    for (tReadWriteType kind = 0; kind < eTotalReadWriteTypes; ++kind)
+    for (const tStreamGroup& group : streamGroups(address, streams))
     {
-        const NetAddress group = address.streamAddress(kind);
-        if (!streams.includes(kind) || group.ip == 0 || group.port == 0)
-            continue;
-        m_kinds.push_back(static_cast<eReadWriteType>(kind));
-        expect(group, kind);
+        if (!group.isShared)
+            m_kinds.push_back(static_cast<eReadWriteType>(group.kind));
+        m_groups.push_back(group.address);
+        m_received.expect(group.address, group.kind);
     }
-    if (m_kinds.empty())
-        failStreams(streams);
-    for (const tServiceGroup& group : cServiceGroups)
-        expect(serviceAddress(group), group.msgInfo.rwType);
     std::sort(m_groups.begin(), m_groups.end(), tNetAddress_less());
     m_groups.erase(std::unique(m_groups.begin(), m_groups.end()), m_groups.end());
 }
@@ -122,6 +100,8 @@ tRecorderState tRadarRecorder::state()
         state.discarded[key] = discarded.before + discarded.now;
     state.backlog = m_saver->GetWriteDataFifoSize();
     state.lost = m_saver->GetWriteLostCnt();
+    state.done = m_saver->GetWriteDoneCnt();
+    state.queued = m_saver->GetWriteQueuedCnt();
     state.file = m_saver->GetCurrentWriteDataFileName();
     const tAddressFollower::tReport address = m_address->last();
     state.addressReports = address.count;

@@ -27,6 +27,7 @@ public:
                    const std::string& folder, bool compress, storage::iWriteObserver& written);
 
     tRecorderState state() override;
+    bool startNextFile() override { return m_saver->StartNextFile(); }
     void closeSockets() override;
     bool waitWritten(unsigned int timeoutMs) override;
     void closeFile() override;

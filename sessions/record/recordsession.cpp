@@ -26,8 +26,6 @@ using tSteady = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr char cSuffix[] = ".data";
-// What a recorded datagram takes in a file beside its bytes: head and end mark of its package, its index record.
-constexpr std::uint64_t cBytesAround = cPackageOverhead + storage::cIndexSlotSize;
 
 std::unique_ptr<iRecorder> createRecorder(const tRecordOptions& options, storage::iWriteObserver& written)
 {
@@ -66,6 +64,11 @@ std::string nameNow(const std::string& file)
     return !std::filesystem::exists(file) && std::filesystem::exists(compressed) ? compressed : file;
 }
 }  // namespace
+
+std::uint64_t bytesInFile(const tStreamCount& datagrams)
+{
+    return datagrams.bytes + datagrams.messages * (cPackageOverhead + storage::cIndexSlotSize);
+}
 
 tRecordSession::tRecordSession(const tRecordOptions& options, iRecordObserver& observer)
     : m_options(options), m_observer(observer), m_reclaimLog(options.reclaim), m_sheets(sheetFacts(options)),
@@ -140,8 +143,7 @@ void tRecordSession::notifyDisk()
     if (error)
         return;
     m_freeBytes = space.available;
-    const tStreamCount sum = total(m_state.streams);
-    const std::uint64_t recorded = sum.bytes + sum.messages * cBytesAround;
+    const std::uint64_t recorded = bytesInFile(total(m_state.streams));
     if (const auto left = m_diskWatch.update(m_freeBytes, recorded, tSteady::now()))
         m_observer.onDiskLeft(*left);
 }

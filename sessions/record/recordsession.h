@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,9 @@ public:
     virtual void onSheetProblem(const std::string& problem) = 0;  // a sheet could not be written; each problem once
 };
 
+// Returns what these datagrams take in a file: their bytes, and what a package and an index record add to each.
+std::uint64_t bytesInFile(const recordings::tStreamCount& datagrams);
+
 // The steps of finish(), each a wait.
 enum class eFinishing
 {
@@ -79,6 +83,10 @@ public:
     const tRecorderState& state() const { return m_state; }                   // of the last updateState()
     const std::vector<std::string>& files() const { return m_files; }
     std::uint32_t compressing() const { return m_recorder->compressing(); }
+    std::optional<double> clockOffsetMs() const { return m_sheets.clockOffsetMs(); }  // see tSheetKeeper
+
+    // Goes on in the next file, which a later updateState() notifies. Returns false if no file is open.
+    bool startNextFile() { return m_recorder->startNextFile(); }
 
     // Receives until no datagram comes any more, leaves the groups, writes and finishes the file, waits for
     // compression. Calls `waiting` several times a second; if that returns false, ends the wait for the disk, or leaves

@@ -125,6 +125,12 @@ std::string tSheetKeeper::takeProblem()
     return std::exchange(m_problem, {});
 }
 
+std::optional<double> tSheetKeeper::clockOffsetMs() const
+{
+    const auto held = m_worker.lock();
+    return m_file != nullptr ? m_file->offset.offsetMs() : std::nullopt;
+}
+
 void tSheetKeeper::FileStarted(const char* path, const storage::tFileId& id)
 {
     auto file = std::make_shared<tFile>(path, id);

@@ -80,7 +80,7 @@ bool tFileRecorder::createNewWritingFile(const std::string& extFileName, tTimes_
     {
         const tWorker::tLock held = m_writeDataThread.lock();
         m_writeDataFifo.reserve(cWarmBlocks);
-        m_writerSleeps = m_skipGather = false;
+        m_writerSleeps = m_skipGather = m_nextWanted = false;
     }
     if (!startWriter())
     {
@@ -198,6 +198,17 @@ void tFileRecorder::drop(tSource& source)
     source.queued(nullptr);
 }
 
+bool tFileRecorder::startNextFile()
+{
+    bool running = false;
+    m_writeDataThread.wake([&] {
+        running = m_writeDataThread.running();
+        m_nextWanted |= running;
+        m_skipGather |= running;
+    });
+    return running;
+}
+
 void tFileRecorder::finishWrite()
 {
     const std::lock_guard<std::mutex> control(m_controlMutex);
@@ -266,11 +277,13 @@ void tFileRecorder::writeLoop()
     for (;;)
     {
         std::uint64_t taken = 0;
+        bool next = false;
         {
             tWorker::tLock held = m_writeDataThread.lock();
             m_writerSleeps = m_writeDataFifo.empty();
-            if (!m_writeDataThread.wait(held, [this] { return !m_writeDataFifo.empty(); }))
+            if (!m_writeDataThread.wait(held, [this] { return !m_writeDataFifo.empty() || m_nextWanted; }))
                 return;
+            next = std::exchange(m_nextWanted, false);
             taken = m_writeDataFifo.count();
             m_writeDataFifoSize = static_cast<std::uint32_t>(taken);
             m_writeDataFifo.take(batch);
@@ -279,6 +292,8 @@ void tFileRecorder::writeLoop()
         waitUntilFilled(batch);
         if (!writeBatch(batch))
             return;
+        if (next)
+            rollOver(0);
         m_writeDataThread.wake([&] {
             m_processedCnt += taken;
             m_writeDataFifo.recycle(batch);
@@ -302,6 +317,7 @@ bool tFileRecorder::writeBatch(tSegmentBlocks& batch)
         }
         writeBlock(*batch[i]);
         m_writeDataFifoSize -= static_cast<std::uint32_t>(batch[i]->count());
+        m_doneCnt += batch[i]->count();
         if (observed)
             m_observation.release(std::move(batch[i]));
     }
@@ -348,13 +364,17 @@ void tFileRecorder::recycle(std::unique_ptr<tSegmentBlock> block)
 
 // The segment that crossed the limit, of time stamp `timestamp`, stays in the old file. The next file is open before
 // the old one is finished, so that the object has no file for an instant only; if it cannot be opened the object stays
-// without a file. After a stop nothing is opened: the thread that stops the writer finishes the old file.
+// without a file, unless the old one has room. After a stop nothing is opened: the thread that stops the writer
+// finishes the old file.
 void tFileRecorder::rollOver(tTimes_ms timestamp)
 {
     if (!m_writeDataThread.running())
         return;
     tWritingFilePtr next = m_series.create(m_request, timestamp);
     const bool opened = next != nullptr;
+    const tWritingFilePtr current = file();
+    if (!opened && current && !current->writer->isFull())
+        return;
     m_state = eWriteFinishing;
     finishFile();
     m_state = eWriteFree;
@@ -379,6 +399,7 @@ void tFileRecorder::dropQueue()
     m_writeDataThread.wake([&] {
         m_lostCnt += m_writeDataFifo.count();
         m_processedCnt = m_acceptedCnt;
+        m_doneCnt = m_acceptedCnt.load();
         m_writeDataFifo.take(dropped);
     });
     waitUntilFilled(dropped);

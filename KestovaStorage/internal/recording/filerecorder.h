@@ -51,6 +51,8 @@ public:
     void writeData(const char* data, std::size_t len, tSegmentTime time);
     // The same for a segment of `len` bytes that writes itself into the queue.
     void writeSegment(iSegmentSource& segment, std::size_t len, tSegmentTime time);
+    // The writer goes on in the next file behind what is queued; returns false if there is no writer.
+    bool startNextFile();
     void finishWrite();
     bool waitWriteIdle(unsigned int timeout_ms);
 
@@ -59,6 +61,8 @@ public:
     std::uint32_t fifoSize() const { return m_writeDataFifoSize; }
     std::uint32_t saveCnt() const { return static_cast<std::uint32_t>(m_acceptedCnt + m_droppedCnt); }
     std::uint64_t lostCnt() const { return m_lostCnt; }
+    std::uint64_t queuedCnt() const { return m_acceptedCnt; }
+    std::uint64_t doneCnt() const { return m_doneCnt; }
     tCompressionQueue& compressions() { return m_compressions; }
 
 private:
@@ -106,11 +110,13 @@ private:
     alignas(64) tBatchQueue m_writeDataFifo;
     bool m_writerSleeps = false;                  // the writer waits for a notification
     bool m_skipGather = false;                    // the writer does not let segments gather
+    bool m_nextWanted = false;                    // the writer goes on in the next file
     std::atomic<std::uint64_t> m_acceptedCnt{0};  // segments ever queued; changed under the lock only
     std::atomic<std::uint64_t> m_droppedCnt{0};   // segments given to writeData and not queued
 
     alignas(64) std::uint64_t m_processedCnt = 0;       // guarded by it: of those queued, written or lost
     std::atomic<std::uint32_t> m_writeDataFifoSize{0};  // segments that wait, as of the writer's last update
+    std::atomic<std::uint64_t> m_doneCnt{0};            // of those queued, written or lost; grows within a batch
     std::atomic<std::uint64_t> m_lostCnt{0};
     std::atomic<bool> m_refusalReported{false};
 
