@@ -2,6 +2,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 
+#include "KestovaStorage/datafileformat.h"
 #include "support/ownnamespace.h"
 #include "support/toolfixture.h"
 
@@ -116,6 +117,15 @@ TEST_F(tToolRecordTest, namesTheRadarsThatTheFileHas)
                 HasSubstr("has no radar T9:9 with id 0: choose from T1:1 id 4, T1:2 id 4\n"));
 }
 
+TEST_F(tToolRecordTest, saysThatARadarHasNoStreams)
+{
+    std::ofstream(radars) << R"({"radars": [{"serial": "T1:1", "id": 4, "streams": {}}]})";
+    EXPECT_THAT(said(simulate({"--duration", "1"}), 1),
+                HasSubstr("radar T1:1 with id 4 has no address for any stream that can be simulated"));
+    EXPECT_THAT(said(radar("127.0.0.1"), 1),
+                HasSubstr("radar T1:1 with id 4 has no stream with an address: add one to " + radars + "\n"));
+}
+
 TEST_F(tToolRecordTest, showsTheLibrariesLinesOnlyIfVerboseAndNoLineIfQuiet)
 {
     const auto lines = [&](const char* volume) {
@@ -151,6 +161,28 @@ TEST_F(tToolRecordTest, warnsAfterTenSecondsWithoutADatagramAndReportsTheEnd)
     EXPECT_TRUE(recorder.says("datagrams on lo (127.0.0.1), after ")) << recorder.err();
     recorder.signal(SIGINT);
     EXPECT_EQ(recorder.wait(), 0);
+}
+
+// A file takes so many records, however short they are. More are sent than that: the kernel may drop some.
+TEST_F(tToolRecordTest, reportsARollOver)
+{
+    const NetAddress group = testGroup();
+    tChildProcess recorder(tool(record({"--group", addressText(group), "--local-ip", "127.0.0.1", "--json"})));
+    ASSERT_TRUE(recorder.says("/0000_")) << recorder.err();
+    net::UdpSender sender(group, loopbackIp(), 0);
+    const std::vector<net::tUdpDatagram> datagrams(500, {"x", 1});
+    const auto rolledOver = [&] {
+        sender.sendBatch(datagrams.data(), static_cast<int>(datagrams.size()));
+        return recorder.err().find("/0001_") != std::string::npos;
+    };
+    ASSERT_TRUE(waitUntil(rolledOver, std::chrono::seconds(60))) << recorder.err();
+    recorder.signal(SIGINT);
+    EXPECT_THAT(recorder.wait(), testing::AnyOf(0, 3));
+    const tJson files = parsed(recorder.out()).at("files");
+    ASSERT_EQ(files.size(), 2u);
+    EXPECT_THAT(recorder.err(), HasSubstr("recording to " + files[0].get<std::string>() + "\nrecording to " +
+                                          files[1].get<std::string>() + "\n"));
+    EXPECT_EQ(result({"info", files[0]}).at("total").at("records"), storage::cIndexCapacity);
 }
 
 // Old recordings on a disk with less than 1 GiB.
@@ -196,6 +228,25 @@ TEST_F(tToolNetworkTest, reportsWhenTheAddressOfItsInterfaceChanges)
     EXPECT_TRUE(recorder.says("radar0 (10.77.0.1) has no address any more")) << recorder.err();
     ASSERT_TRUE(network().ip("addr add 10.77.0.2/24 dev radar0"));
     EXPECT_TRUE(recorder.says("receiving on radar0 (10.77.0.2) now: every group was joined again")) << recorder.err();
+}
+
+TEST_F(tToolNetworkTest, joinsGroupsAgainOnAnInterfaceThatWasAwayAndIsBack)
+{
+    const NetAddress group = testGroup();
+    const auto plugIn = [](const std::string& address) {
+        return network().addInterface("radar2") && network().ip("addr add " + address + "/24 dev radar2");
+    };
+    ASSERT_TRUE(plugIn("10.79.0.1"));
+    tChildProcess recorder(tool(record({"--group", addressText(group), "--local-ip", "radar2", "--json"})));
+    ASSERT_TRUE(recorder.says("receiving on radar2 (10.79.0.1)\nrecording to ")) << recorder.err();
+    ASSERT_TRUE(network().ip("link del radar2"));
+    EXPECT_TRUE(recorder.says("radar2 (10.79.0.1) has no address any more")) << recorder.err();
+    ASSERT_TRUE(plugIn("10.79.0.2"));
+    ASSERT_TRUE(recorder.says("receiving on radar2 (10.79.0.2) now: every group was joined again")) << recorder.err();
+    ASSERT_TRUE(net::UdpSender(group, net::transAddr("10.79.0.2"), 0).sendData("x", 1));
+    recorder.signal(SIGINT);
+    EXPECT_EQ(recorder.wait(), 0);
+    EXPECT_EQ(parsed(recorder.out()).at("datagrams"), 1);
 }
 
 TEST_F(tToolNetworkTest, simulateReportsWhyTheNetworkRefuses)

@@ -5,12 +5,14 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/packagerecorder.h"
 #include "UdpSocket/transport.h"
+#include "sessions/record/addressfollower.h"
 #include "sessions/record/receivedcounts.h"
 #include "sessions/record/recorder.h"
 
@@ -19,10 +21,11 @@ namespace session
 class tGroupRecorder : public iRecorder
 {
 public:
-    // localIp 0: the kernel chooses the interface. `folder` is the storage root. Throws tFailure.
-    tGroupRecorder(const std::vector<NetAddress>& groups, std::uint32_t localIp, const std::string& folder,
+    // localIp empty: the kernel chooses the interface. `folder` is the storage root. Throws tFailure.
+    tGroupRecorder(const std::vector<NetAddress>& groups, const std::string& localIp, const std::string& folder,
                    bool compress);
 
+    // Joins the groups again if the interface has another address, or is another one, since.
     tRecorderState state() override;
     void closeSockets() override;
     bool waitWritten(unsigned int timeoutMs) override;
@@ -44,15 +47,21 @@ private:
         Kestova::tPackageRecorder& m_recorder;
     };
     void addGroup(const NetAddress& address);
-    void join(std::uint32_t localIp);
+    void join();
+    void leave();
     void updateDiscarded();
+    std::size_t notJoined() const;
 
+    const bool m_follows;  // the interface that the user chose; otherwise the kernel chooses one for each group
     std::string m_root;
     tReceivedCounts m_received;
-    std::map<recordings::tStreamKey, std::uint64_t> m_discarded;
+    std::map<recordings::tStreamKey, std::uint64_t> m_discarded, m_discardedBefore;  // before the groups were joined
+    tAddressFollower::tReport m_address;                                             // to which the groups are joined
+    bool m_closed = false;
     storage::tDataStorageIO m_storage;
     Kestova::tPackageRecorder m_packageRecorder{m_storage};
     std::vector<std::unique_ptr<tGroup>> m_groups;
+    std::optional<tAddressFollower> m_follower;
     std::vector<std::unique_ptr<net::iDatagramSource>> m_sources;  // last: their thread uses the members above
 };
 }  // namespace session

@@ -20,12 +20,15 @@ namespace
 using namespace std::chrono_literals;
 
 // No selected stream has an address in the radar's record.
-[[noreturn]] void failStreams(const tStreamChoice& streams)
+[[noreturn]] void failStreams(const tRadarChoice& radar, const tStreamChoice& streams)
 {
+    if (streams.includesAll())
+        throw tFailure(fmt::format("radar {} with id {} has no stream with an address: add one to {}", radar.serial,
+                                   radar.id, radar.directory));
     for (const tServiceGroup& group : cServiceGroups)
     {
         const tReadWriteType kind = group.msgInfo.rwType;
-        if (!streams.includesAll() && streams.includes(kind))
+        if (streams.includes(kind))
             throw tFailure(
                 fmt::format("{} is recorded with any stream of the radar: add one to --streams", streamTitle(kind)));
     }
@@ -36,7 +39,7 @@ using namespace std::chrono_literals;
 tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& streams, const std::string& localIp,
                                const std::string& folder, bool compress)
 {
-    chooseGroups(radar.find(), streams);
+    chooseGroups(radar, streams);
     const std::uint32_t ip = localIp.empty() ? 0 : localAddress(localIp);
     if (ip != 0)
         MultiRadarClient::getInstance()->setLocalInterface(localIp);
@@ -52,8 +55,9 @@ tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& s
     m_address->waitForFirst(5s);
 }
 
-void tRadarRecorder::chooseGroups(const RadarAddress& address, const tStreamChoice& streams)
+void tRadarRecorder::chooseGroups(const tRadarChoice& radar, const tStreamChoice& streams)
 {
+    const RadarAddress& address = radar.find();
     const auto expect = [this](const NetAddress& group, tReadWriteType kind) {
         m_groups.push_back(group);
         m_received.expect(group, kind);
@@ -67,7 +71,7 @@ void tRadarRecorder::chooseGroups(const RadarAddress& address, const tStreamChoi
         expect(group, kind);
     }
     if (m_kinds.empty())
-        failStreams(streams);
+        failStreams(radar, streams);
     for (const tServiceGroup& group : cServiceGroups)
         expect(serviceAddress(group), group.msgInfo.rwType);
     std::sort(m_groups.begin(), m_groups.end(), tNetAddress_less());

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fmt/format.h>
 #include <thread>
 
 #include "KestovaRecordings/failure.h"
@@ -47,7 +48,12 @@ tSimulation simulationFor(const tSimulateOptions& options, const RadarAddress& a
 tSimulateSession::tSimulateSession(const tSimulateOptions& options)
     : m_address(options.radar.find()), m_localIp(localAddress(options.localIp)),
       m_radar(simulationFor(options, m_address))
-{}
+{
+    if (!m_radar.hasStreams())
+        throw tFailure(fmt::format("radar {} with id {} has no address for any stream that can be simulated: add its "
+                                   "imageStream, for one, to {}",
+                                   options.radar.serial, options.radar.id, options.radar.directory));
+}
 
 void tSimulateSession::run(const std::function<bool()>& goOn)
 {
