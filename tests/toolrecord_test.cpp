@@ -96,6 +96,7 @@ TEST_F(tToolRecordTest, asksWhetherSomethingElseWasMeant)
 {
     expectUsage({"recrod", "--root", root}, {"'recrod' is no command: did you mean record?"});
     expectUsage({"recrod", "--help"}, {"did you mean record?"});
+    expectUsage({"dmup"}, {"did you mean dump?"});
     expectUsage({"help", "sim"}, {"did you mean simulate?"});
     expectUsage({"bogus"}, {"'bogus' is no command (see kestova --help)"});
     expectUsage(record({"--grup", "239.1.1.1:6000"}), {"--grup is no option: did you mean --group?"});
