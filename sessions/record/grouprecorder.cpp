@@ -22,13 +22,14 @@ constexpr tUdpMsgInfo cInfo = {0, 0, eReadType, eOtherType, 0};
 
 tGroupRecorder::tGroupRecorder(const std::vector<NetAddress>& groups, const std::string& localIp,
                                const std::string& folder, bool compress)
-    : m_follows(!localIp.empty()), m_root(prepareRecording(groups, m_follows ? localAddress(localIp) : 0, folder)),
-      m_storage(m_root, ".data")
+    : m_root(prepareRecording(groups, localIp.empty() ? 0 : localAddress(localIp), folder)), m_storage(m_root, ".data")
 {
-    if (m_follows)
+    if (!localIp.empty())
+    {
         MultiRadarClient::getInstance()->setLocalInterface(localIp);
-    m_follower.emplace();
-    m_follower->waitForFirst(std::chrono::seconds(5));
+        m_chosen.emplace();
+        m_chosen->waitForFirst(std::chrono::seconds(5));
+    }
     for (const NetAddress& group : groups)
         addGroup(group);
     m_storage.CreateNewWritingFile(0ul, "groups", compress);
@@ -47,18 +48,33 @@ void tGroupRecorder::addGroup(const NetAddress& address)
             std::make_unique<tGroup>(address, m_received.expect(address, eOtherType), m_packageRecorder));
 }
 
-// An interface without an address receives nothing: the kernel would join the groups on another one.
+tGroupRecorder::tPlace tGroupRecorder::place() const
+{
+    tPlace place;
+    if (m_chosen)
+    {
+        const tAddressFollower::tReport address = m_chosen->last();
+        place.reports = address.count;
+        place.localIp = address.localIp;
+        return place;
+    }
+    for (const auto& group : m_groups)
+        place.routes.push_back(net::routeAddress(group->m_address));
+    place.localIp = place.routes.front();
+    return place;
+}
+
+// While the chosen interface has no address nothing is joined: the kernel would join the groups on another one.
 void tGroupRecorder::join()
 {
-    m_address = m_follower->last();
-    if (m_follows && m_address.localIp == 0)
+    ++m_joins;
+    m_place = place();
+    if (m_chosen && m_place.localIp == 0)
         return;
     std::vector<net::tSourceRequest> requests;
     for (const auto& group : m_groups)
         requests.push_back({group.get(), group->m_address});
-    m_sources = net::defaultTransport().openSources(requests, m_follows ? m_address.localIp : 0, cReceiveBuffer);
-    if (!m_follows)
-        m_address.localIp = net::routeAddress(m_groups.front()->m_address);
+    m_sources = net::defaultTransport().openSources(requests, m_chosen ? m_place.localIp : 0, cReceiveBuffer);
 }
 
 void tGroupRecorder::leave()
@@ -85,7 +101,7 @@ void tGroupRecorder::updateDiscarded()
 
 tRecorderState tGroupRecorder::state()
 {
-    if (!m_closed && m_follower->last().count != m_address.count)
+    if (!m_closed && place() != m_place)
     {
         leave();
         join();
@@ -97,8 +113,8 @@ tRecorderState tGroupRecorder::state()
     state.backlog = m_storage.GetWriteDataFifoSize();
     state.lost = m_storage.GetWriteLostCnt();
     state.file = m_storage.GetCurrentWriteDataFileName();
-    state.addressReports = m_address.count;
-    state.localIp = m_address.localIp;
+    state.addressReports = m_joins;
+    state.localIp = m_place.localIp;
     state.notJoined = notJoined();
     return state;
 }

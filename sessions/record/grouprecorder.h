@@ -46,22 +46,32 @@ private:
         tReceivedCount& m_count;
         Kestova::tPackageRecorder& m_recorder;
     };
+    // Where the groups are received.
+    struct tPlace
+    {
+        unsigned int reports = 0;           // of the address of the interface that the user chose
+        std::vector<std::uint32_t> routes;  // without one: the address from which the kernel reaches each group
+        std::uint32_t localIp = 0;          // of the interface, or of the first group's; 0: none
+
+        bool operator==(const tPlace&) const = default;
+    };
     void addGroup(const NetAddress& address);
+    tPlace place() const;
     void join();
     void leave();
     void updateDiscarded();
     std::size_t notJoined() const;
 
-    const bool m_follows;  // the interface that the user chose; otherwise the kernel chooses one for each group
     std::string m_root;
     tReceivedCounts m_received;
     std::map<recordings::tStreamKey, std::uint64_t> m_discarded, m_discardedBefore;  // before the groups were joined
-    tAddressFollower::tReport m_address;                                             // to which the groups are joined
+    tPlace m_place;                                                                  // where the groups were joined
+    unsigned int m_joins = 0;
     bool m_closed = false;
     storage::tDataStorageIO m_storage;
     Kestova::tPackageRecorder m_packageRecorder{m_storage};
     std::vector<std::unique_ptr<tGroup>> m_groups;
-    std::optional<tAddressFollower> m_follower;
+    std::optional<tAddressFollower> m_chosen;                      // the interface that the user chose
     std::vector<std::unique_ptr<net::iDatagramSource>> m_sources;  // last: their thread uses the members above
 };
 }  // namespace session

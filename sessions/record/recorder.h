@@ -17,8 +17,8 @@ struct tRecorderState
     std::uint32_t backlog = 0;                                  // messages in the queue
     std::uint64_t lost = 0;                                     // messages that could not be written
     std::string file;                                           // the present one; empty while none is open
-    // Of a recorder that follows the local interface: how often its address was reported, the last one (0 while there
-    // is none), and the groups that could not be joined there.
+    // Rises when the groups are joined anew, or left, because the address of the local interface has changed; the
+    // address (0 while there is none), and the groups that could not be joined there.
     unsigned int addressReports = 0;
     std::uint32_t localIp = 0;
     std::size_t notJoined = 0;
