@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
 #include <set>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
+#include <unordered_set>
 
 #include "KestovaRecordings/internal/folderview.h"
 #include "KestovaStorage/datafileconverter.h"
@@ -43,6 +46,50 @@ private:
     const std::string& m_suffix;
     std::vector<tFolderView::tId> m_above;
 };
+
+bool holdTheSame(const storage::tDataFile& plain, const storage::tDataFile& compressed)
+{
+    if (plain.isCompressed() || !compressed.isCompressed() || compressed.damagedCount() != 0 ||
+        plain.recordCount() != compressed.recordCount())
+        return false;
+    for (std::size_t i = 0; i < plain.recordCount(); ++i)
+        if (plain.record(i).timeMs != compressed.record(i).timeMs)
+            return false;
+    return true;
+}
+
+// Returns the plain files whose compressed form is one of the files, too, and whole.
+std::vector<std::string> compressedToo(const std::vector<std::string>& files, const std::string& suffix)
+{
+    const std::unordered_set<std::string> known(files.begin(), files.end());
+    std::vector<std::string> plain;
+    for (const std::string& file : files)
+    {
+        const std::string compressed = storage::tDataFileConverter::CompressedName(file, suffix);
+        storage::tDataFile one, other;
+        if (known.contains(compressed) && one.open(file) && other.open(compressed) && holdTheSame(one, other))
+            plain.push_back(file);
+    }
+    return plain;
+}
+
+// Removes them from the files, and names those that stay: a recorder that lives removes a plain file as soon as its
+// compressed form is on the disk; one that died in between has left both.
+void leaveOutCompressedOnes(tFoundFiles& found, const std::string& suffix)
+{
+    constexpr std::chrono::milliseconds cLongest{1000}, cStep{10};
+    std::vector<std::string> plain = compressedToo(found.files, suffix);
+    std::erase_if(found.files, [&](const std::string& file) { return std::ranges::find(plain, file) != plain.end(); });
+    const auto deadline = std::chrono::steady_clock::now() + cLongest;
+    const auto isGone = [](const std::string& file) { return !tDataStorageIO::IsExistPath(file); };
+    for (std::erase_if(plain, isGone); !plain.empty() && std::chrono::steady_clock::now() < deadline;
+         std::erase_if(plain, isGone))
+        std::this_thread::sleep_for(cStep);
+    for (const std::string& file : plain)
+        found.leftOut.push_back(
+            {file,
+             "its compressed form, which holds the same records, is beside it and is read instead: remove this one"});
+}
 }  // namespace
 
 std::vector<std::string> findRecordings(const std::string& path, const std::string& suffix)
@@ -84,6 +131,7 @@ tFoundFiles findAllRecordings(const std::vector<std::string>& paths, const std::
             found.leftOut.push_back(leftOut(path, failure.what(), true));
         }
     }
+    leaveOutCompressedOnes(found, suffix);
     return found;
 }
 

@@ -34,7 +34,9 @@ struct tFoundFiles
 };
 
 // Returns the files of findRecordings() for each path in the order given, each file once, and the paths that have none.
-// Does not open the files. Any thread.
+// Of a plain file and its compressed form, which a recorder leaves if it dies between two steps, it returns the second
+// alone and leaves the first one out; it waits up to a second for a recorder that removes it. Opens no other files. Any
+// thread.
 KESTOVA_API tFoundFiles findAllRecordings(const std::vector<std::string>& paths, const std::string& suffix);
 
 // Returns where one of the files is now: its path, or its compressed form if a recorder has compressed it since it was

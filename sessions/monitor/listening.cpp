@@ -8,7 +8,7 @@ namespace session
 {
 std::vector<tStreamGroup> wantedStreams(const tRecordOptions& options)
 {
-    return options.groups.empty() ? streamGroups(options.radar.find(), options.streams) : streamGroups(options.groups);
+    return options.groups.empty() ? streamGroups(options.radar, options.streams) : streamGroups(options.groups);
 }
 
 std::uint32_t receivingAddress(const tRecordOptions& options)

@@ -23,7 +23,7 @@ using namespace std::chrono_literals;
 tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& streams, const std::string& localIp,
                                const std::string& folder, bool compress, storage::iWriteObserver& written)
 {
-    chooseGroups(radar.find(), streams);
+    chooseGroups(radar, streams);
     const std::uint32_t ip = localIp.empty() ? 0 : localAddress(localIp);
     if (ip != 0)
         MultiRadarClient::getInstance()->setLocalInterface(localIp);
@@ -41,9 +41,9 @@ tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& s
     m_address->waitForFirst(5s);
 }
 
-void tRadarRecorder::chooseGroups(const RadarAddress& address, const tStreamChoice& streams)
+void tRadarRecorder::chooseGroups(const tRadarChoice& radar, const tStreamChoice& streams)
 {
-    for (const tStreamGroup& group : streamGroups(address, streams))
+    for (const tStreamGroup& group : streamGroups(radar, streams))
     {
         if (!group.isShared)
             m_kinds.push_back(static_cast<eReadWriteType>(group.kind));

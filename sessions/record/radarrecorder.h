@@ -37,7 +37,7 @@ public:
 private:
     void UpdateRecDataModify(const tUdpMsgInfo& info, const char* groupAddr, int port, char* data, int len) override;
 
-    void chooseGroups(const RadarAddress& address, const recordings::tStreamChoice& streams);
+    void chooseGroups(const tRadarChoice& radar, const recordings::tStreamChoice& streams);
     void waitForSockets();
     std::vector<Kestova::tGroupCounters> groupCounters() const;
     void updateDiscarded();

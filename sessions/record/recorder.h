@@ -21,8 +21,8 @@ struct tRecorderState
     // where they are equal.
     std::uint64_t done = 0, queued = 0;
     std::string file;  // the present one; empty while none is open
-    // Of a recorder that follows the local interface: how often its address was reported, the last one (0 while there
-    // is none), and the groups that could not be joined there.
+    // Rises when the groups are joined anew, or left, because the address of the local interface has changed; the
+    // address (0 while there is none), and the groups that could not be joined there.
     unsigned int addressReports = 0;
     std::uint32_t localIp = 0;
     std::size_t notJoined = 0;

@@ -32,8 +32,7 @@ std::unique_ptr<iRecorder> createRecorder(const tRecordOptions& options, storage
     if (options.groups.empty())
         return std::make_unique<tRadarRecorder>(options.radar, options.streams, options.localIp, options.root,
                                                 options.compress, written);
-    const std::uint32_t ip = options.localIp.empty() ? 0 : localAddress(options.localIp);
-    return std::make_unique<tGroupRecorder>(options.groups, ip, options.root, options.compress, written);
+    return std::make_unique<tGroupRecorder>(options.groups, options.localIp, options.root, options.compress, written);
 }
 
 // Returns each interface once.

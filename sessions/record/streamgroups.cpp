@@ -14,12 +14,15 @@ using namespace recordings;
 namespace
 {
 // No selected stream has an address in the radar's record.
-[[noreturn]] void failStreams(const tStreamChoice& streams)
+[[noreturn]] void failStreams(const tRadarChoice& radar, const tStreamChoice& streams)
 {
+    if (streams.includesAll())
+        throw tFailure(fmt::format("radar {} with id {} has no stream with an address: add one to {}", radar.serial,
+                                   radar.id, radar.directory));
     for (const tServiceGroup& group : cServiceGroups)
     {
         const tReadWriteType kind = group.msgInfo.rwType;
-        if (!streams.includesAll() && streams.includes(kind))
+        if (streams.includes(kind))
             throw tFailure(
                 fmt::format("{} is recorded with any stream of the radar: add one to --streams", streamTitle(kind)));
     }
@@ -32,17 +35,18 @@ tStreamKey tStreamGroup::key() const
     return tStreamKey::of(kind, address.ip, net::NtoHs(address.port));
 }
 
-std::vector<tStreamGroup> streamGroups(const RadarAddress& radar, const tStreamChoice& streams)
+std::vector<tStreamGroup> streamGroups(const tRadarChoice& radar, const tStreamChoice& streams)
 {
+    const RadarAddress address = radar.find();
     std::vector<tStreamGroup> found;
     for (tReadWriteType kind = 0; kind < eTotalReadWriteTypes; ++kind)
     {
-        const NetAddress group = radar.streamAddress(kind);
+        const NetAddress group = address.streamAddress(kind);
         if (streams.includes(kind) && group.ip != 0 && group.port != 0)
             found.push_back({group, kind, false});
     }
     if (found.empty())
-        failStreams(streams);
+        failStreams(radar, streams);
     for (const tServiceGroup& group : cServiceGroups)
         found.push_back({serviceAddress(group), group.msgInfo.rwType, true});
     return found;

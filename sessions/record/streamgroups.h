@@ -6,8 +6,8 @@
 
 #include "KestovaRecordings/streamchoice.h"
 #include "KestovaRecordings/streamcounts.h"
-#include "KestovaUtils/multiradarclient.h"
 #include "UdpSocket/netaddress.h"
+#include "sessions/radarchoice.h"
 
 namespace session
 {
@@ -22,7 +22,7 @@ struct tStreamGroup
 
 // Returns the chosen streams that the radar has an address for, then the groups that all radars share. Two streams may
 // have one group. Throws tFailure if no chosen stream has an address.
-std::vector<tStreamGroup> streamGroups(const RadarAddress& radar, const recordings::tStreamChoice& streams);
+std::vector<tStreamGroup> streamGroups(const tRadarChoice& radar, const recordings::tStreamChoice& streams);
 
 // Returns these groups as streams of the kind otherType, each once.
 std::vector<tStreamGroup> streamGroups(const std::vector<NetAddress>& groups);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fmt/format.h>
 #include <thread>
 
 #include "KestovaRecordings/failure.h"
@@ -48,6 +49,10 @@ tSimulateSession::tSimulateSession(const tSimulateOptions& options)
     : m_address(options.radar.find()), m_localIp(localAddress(options.localIp)),
       m_radar(simulationFor(options, m_address))
 {
+    if (!m_radar.hasStreams())
+        throw tFailure(fmt::format("radar {} with id {} has no address for any stream that can be simulated: add its "
+                                   "imageStream, for one, to {}",
+                                   options.radar.serial, options.radar.id, options.radar.directory));
     if (!options.root.empty())
         m_recorder = std::make_unique<tSentRecorder>(options.root, m_address);
 }

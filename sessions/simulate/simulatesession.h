@@ -35,8 +35,8 @@ struct tSimulateOptions
 class tSimulateSession
 {
 public:
-    // Throws tFailure if there is no such radar or interface, or options.spokes is set and the radar has no
-    // imageStream.
+    // Throws tFailure if there is no such radar or interface, the radar has no address for a stream that is simulated,
+    // or options.spokes is set and it has no imageStream.
     explicit tSimulateSession(const tSimulateOptions& options);
 
     // Sends until the simulation ends or `goOn` returns false, then finishes the recording. Throws tFailure if that

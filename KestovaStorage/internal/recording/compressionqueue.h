@@ -4,8 +4,7 @@
 // Owner    owns the jobs. Its destruction waits until all are done.
 // Threads  one, from the first job on. Every operation may be called from any thread.
 // Errors   a file that cannot be compressed stays plain, also where its output opens but cannot be locked; it is
-// removed
-//          where its output could not be opened. The reason is reported on standard error.
+//          removed where its output could not be opened. The reason is reported on standard error.
 #ifndef KESTOVA_STORAGE_RECORDING_COMPRESSIONQUEUE_H
 #define KESTOVA_STORAGE_RECORDING_COMPRESSIONQUEUE_H
 
