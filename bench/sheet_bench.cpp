@@ -17,6 +17,7 @@
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/packageview.h"
 #include "bench/measure.h"
+#include "common/descriptor.h"
 #include "sessions/record/sheetkeeper.h"
 
 namespace
