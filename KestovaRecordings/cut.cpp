@@ -161,6 +161,7 @@ void tCut::begin()
         m_inputs, {m_result.startMs, m_result.endMs, [shift = m_options.shiftMs](const tInputFile&) { return shift; }});
     if (m_inputs.fineTimes)
         m_output.keepFineTimes();
+    m_notesFromMs = m_result.startMs;
     startNextFileAt(m_result.startMs);
 }
 

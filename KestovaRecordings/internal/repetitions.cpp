@@ -2,9 +2,23 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace recordings
 {
+namespace
+{
+// Returns the place with the lowest cost of those that exist. Costs fall up to there and rise behind.
+template <typename tExists, typename tCost>
+std::size_t nearestOf(const tExists& exists, const tCost& cost)
+{
+    std::size_t place = 0;
+    while (exists(place + 1) && cost(place + 1) < cost(place))
+        ++place;
+    return place;
+}
+}  // namespace
+
 void tRepetitions::add(tCandidate candidate)
 {
     std::vector<tQueue>& equal = m_equal[candidate.hash];
@@ -26,12 +40,8 @@ bool tRepetitions::next(tCandidate& candidate)
 {
     if (!isDecidable())
         return false;
-    const auto equal = m_equal.find(m_waiting.front().hash);
     if (!m_waiting.front().repeats)
-        decide(equal->second);
-    if (std::all_of(equal->second.begin(), equal->second.end(),
-                    [](const tQueue& each) { return each.numbers.empty(); }))
-        m_equal.erase(equal);
+        decide();
     candidate = std::move(m_waiting.front());
     m_waiting.pop_front();
     ++m_first;
@@ -39,15 +49,19 @@ bool tRepetitions::next(tCandidate& candidate)
 }
 
 // The first one stays; those of other recordings that repeat it are marked. What is marked waits in no queue any more.
-void tRepetitions::decide(std::vector<tQueue>& equal)
+void tRepetitions::decide()
 {
+    const auto equal = m_equal.find(m_waiting.front().hash);
+    std::vector<tQueue>& queues = equal->second;
     const std::size_t recording = m_waiting.front().recording;
     tQueue& own =
-        *std::find_if(equal.begin(), equal.end(), [&](const tQueue& each) { return each.recording == recording; });
-    for (tQueue& other : equal)
+        *std::find_if(queues.begin(), queues.end(), [&](const tQueue& each) { return each.recording == recording; });
+    for (tQueue& other : queues)
         if (&other != &own && isInReach(own, other, 0))
             match(own, other);
     own.numbers.erase(own.numbers.begin());
+    if (std::all_of(queues.begin(), queues.end(), [](const tQueue& each) { return each.numbers.empty(); }))
+        m_equal.erase(equal);
 }
 
 bool tRepetitions::isInReach(const tQueue& own, const tQueue& other, std::size_t place)
@@ -60,15 +74,31 @@ void tRepetitions::match(tQueue& own, tQueue& other)
 {
     const std::uint64_t first = own.numbers.front();
     tOffset& offset = m_offsets[std::minmax(own.recording, other.recording)];
-    const auto cost = [&](std::uint64_t mine, std::size_t place) { return costOf(mine, other.numbers[place], offset); };
-    std::size_t place = 0;
-    while (isInReach(own, other, place + 1) && cost(first, place + 1) + m_clearlyMs < cost(first, place))
-        ++place;
-    if (own.numbers.size() > 1 && cost(own.numbers[1], place) + m_clearlyMs < cost(first, place))
+    std::size_t place = 0;  // in the other queue
+    const auto inReach = [&](std::size_t at) { return isInReach(own, other, at); };
+    const auto costOfOther = [&](std::size_t at) { return costOf(first, other.numbers[at], offset); };
+    const std::size_t nearest = nearestOf(inReach, costOfOther);
+    if (costOfOther(nearest) + m_clearlyMs < costOfOther(0))
+        place = nearest;
+    const auto exists = [&](std::size_t at) { return at < own.numbers.size(); };
+    const auto costOfOwn = [&](std::size_t at) { return costOf(own.numbers[at], other.numbers[place], offset); };
+    const double cost = costOfOwn(0);
+    if (costOfOwn(nearestOf(exists, costOfOwn)) + m_clearlyMs < cost || cost > farthest(own, 0, other, place))
         return;
     offset.learn(apartMs(first, other.numbers[place]), own.numbers.size() == 1 && other.numbers.size() == 1);
     at(other.numbers[place]).repeats = true;
     other.numbers.erase(other.numbers.begin() + static_cast<std::ptrdiff_t>(place));
+}
+
+// Returns how far two records may be apart: half the time to the next repetition, unless that is too short to tell.
+double tRepetitions::farthest(const tQueue& own, std::size_t mine, const tQueue& other, std::size_t place)
+{
+    double period = std::numeric_limits<double>::infinity();
+    for (const auto& [queue, number] : {std::pair(&own, mine), std::pair(&other, place)})
+        if (number + 1 < queue->numbers.size())
+            period = std::min(
+                period, static_cast<double>(at(queue->numbers[number + 1]).timeMs - at(queue->numbers[number]).timeMs));
+    return period / 2.0 > m_clearlyMs ? period / 2.0 : std::numeric_limits<double>::infinity();
 }
 
 // Returns the time of the record of the higher recording minus that of the other.

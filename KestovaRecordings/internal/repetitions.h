@@ -4,9 +4,10 @@
 //          payload; they come out in the same order, each with the verdict whether it repeats one that came out
 //          before. A record is decided on when records of twice the tolerance behind it are known.
 // Matching of equal records the first one that waits is matched with the first one of each other recording within the
-//          tolerance. One of either is passed over if the next one of its recording is nearer by a fortieth of the
-//          tolerance: a message that is repeated has a counterpart missing there. Near is what is apart by as much as
-//          the clocks of the two recordings, which is learned from the matches before.
+//          tolerance. Of a message that is repeated one may be missing on either side: one is passed over if a later
+//          one of its recording is nearer by a fortieth of the tolerance, and two are no match that are apart by more
+//          than half the time to the next repetition. Near is what is apart by as much as the clocks of the two
+//          recordings, which is learned from the matches before.
 // Growth   holds cWaitingLimit records at most: with more in so short a time the first is decided on early.
 // Threads  one at a time.
 #ifndef KESTOVA_RECORDINGS_INTERNAL_REPETITIONS_H
@@ -74,8 +75,9 @@ private:
 
     tCandidate& at(std::uint64_t number) { return m_waiting[static_cast<std::size_t>(number - m_first)]; }
     bool isDecidable() const;
-    void decide(std::vector<tQueue>& equal);
+    void decide();
     void match(tQueue& own, tQueue& other);
+    double farthest(const tQueue& own, std::size_t mine, const tQueue& other, std::size_t place);
     bool isInReach(const tQueue& own, const tQueue& other, std::size_t place);
     double apartMs(std::uint64_t a, std::uint64_t b);
     // How far two records are from being the same message; 0 while nothing is known of their clocks.
