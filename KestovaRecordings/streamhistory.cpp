@@ -87,9 +87,12 @@ void tStreamHistory::count(std::uint64_t timeMs, std::uint64_t bytes, std::uint6
         d->firstMs = d->beginMs = timeMs;
     d->firstMs = std::min(d->firstMs, timeMs);
     d->lastMs = std::max(d->lastMs, timeMs);
-    d->keepGapTo(timeMs, gapMs);
-    d->activity.add(timeMs);
-    d->previousMs = timeMs;
+    if (timeMs != d->previousMs)
+    {
+        d->keepGapTo(timeMs, gapMs);
+        d->activity.add(timeMs);
+        d->previousMs = timeMs;
+    }
     ++d->messages;
     d->bytes += bytes;
 }

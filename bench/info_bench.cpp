@@ -6,6 +6,8 @@
 // kestova info counts them: from their sheets, and with the sheets taken away record by record. The yardstick reads the
 // same files with read(2) in blocks of 1 MiB. Medians of five runs; files go to FOLDER, by default the system's
 // temporary folder, and are in the page cache if they fit.
+#include <sys/resource.h>
+
 #include "KestovaRecordings/recordingcounts.h"
 #include "bench/measure.h"
 #include "bench/recordedfiles.h"
@@ -22,6 +24,16 @@ double count(const std::string& folder, std::uint64_t expected)
     if (counts.total.records != expected || counts.total.damaged != 0)
         std::exit(1);
     return seconds;
+}
+
+double cpuSeconds()
+{
+    rusage usage;
+    ::getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
 double readAll(const std::string& folder)
@@ -55,19 +67,23 @@ int main(int argc, char** argv)
         bench::recordFile(scratch.path() + std::to_string(i) + ".data", storage::cIndexCapacity, length,
                           1'700'000'000'000 + i * storage::cIndexCapacity / 2);
     const std::uint64_t records = files * storage::cIndexCapacity;
-    std::vector<double> withSheets, without, reading;
+    std::vector<double> withSheets, without, cpu, reading;
     for (int i = 0; i < cRuns; ++i)
         withSheets.push_back(count(scratch.path(), records));
     removeSheets(scratch.path());
     for (int i = 0; i < cRuns; ++i)
     {
+        const double before = cpuSeconds();
         without.push_back(count(scratch.path(), records));
+        cpu.push_back((cpuSeconds() - before) / static_cast<double>(records));
         reading.push_back(readAll(scratch.path()));
     }
     const auto quick = bench::figuresOf(withSheets), slow = bench::figuresOf(without), yard = bench::figuresOf(reading);
     const double each = slow.median / static_cast<double>(records);
     std::printf("%zu files of %u packages of %zu bytes\n", files, storage::cIndexCapacity, length);
     std::printf("with sheets %.1f ms (%.1f to %.1f)\n", quick.median * 1e3, quick.low * 1e3, quick.high * 1e3);
-    std::printf("without %.3f s (%.3f to %.3f), %.1f ns a record, %.1f million a second; read(2) %.3f s, ratio %.2f\n",
-                slow.median, slow.low, slow.high, each * 1e9, 1e-6 / each, yard.median, yard.median / slow.median);
+    std::printf("without %.3f s (%.3f to %.3f), %.1f ns a record (%.1f ns of processors), %.1f million a second\n",
+                slow.median, slow.low, slow.high, each * 1e9, bench::figuresOf(cpu).median * 1e9, 1e-6 / each);
+    std::printf("read(2) %.3f s (%.3f to %.3f), ratio %.2f\n", yard.median, yard.low, yard.high,
+                yard.median / slow.median);
 }

@@ -15,11 +15,32 @@ namespace
 constexpr int cRuns = 9;
 constexpr std::size_t cFiles = 10;
 
+constexpr std::size_t cRecords = 100, cLength = 542;
+
+// The two written stretches of a file: its heads with the index, and its segments.
+struct tStretch
+{
+    std::uint64_t pos;
+    std::string bytes;
+};
+
+std::vector<tStretch> stretchesOf(const std::string& path)
+{
+    std::vector<tStretch> stretches = {{0, std::string(storage::cIndexPos + cRecords * storage::cIndexSlotSize, '\0')},
+                                       {storage::cPayloadPos, std::string(cRecords * cLength, '\0')}};
+    const tDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    for (tStretch& stretch : stretches)
+        if (!file.readAllAt(stretch.bytes.data(), stretch.bytes.size(), stretch.pos))
+            std::exit(1);
+    return stretches;
+}
+
 // Copies of one file: what is in them does not matter here.
 void makeArchive(const std::string& root, std::size_t recordings)
 {
-    const std::string model = root + "model.data";
-    bench::recordFile(model, 100, 542, 1'700'000'000'000);
+    const std::string model = root + "model.data", sheet = root + "model.json";
+    bench::recordFile(model, cRecords, cLength, 1'700'000'000'000);
+    const auto stretches = stretchesOf(model);
     for (std::size_t i = 0; i < recordings; ++i)
     {
         char name[64];
@@ -28,14 +49,14 @@ void makeArchive(const std::string& root, std::size_t recordings)
         for (std::size_t file = 0; file < cFiles; ++file)
         {
             const std::string stem = root + name + "/000" + std::to_string(file) + "_2026-11-22_10-00-00_A1_2_B";
-            const std::string copy = "cp --sparse=always " + model + " " + stem + ".data";
-            if (std::system(copy.c_str()) != 0)
-                std::exit(1);
-            std::filesystem::copy_file(root + "model.json", stem + ".json");
+            const tDescriptor copy(::open((stem + ".data").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+            for (const tStretch& stretch : stretches)
+                bench::put(copy, stretch.bytes.data(), stretch.bytes.size(), stretch.pos);
+            std::filesystem::copy_file(sheet, stem + ".json");
         }
     }
     std::filesystem::remove(model);
-    std::filesystem::remove(root + "model.json");
+    std::filesystem::remove(sheet);
 }
 
 double run(const std::string& command)

@@ -152,6 +152,9 @@ private:
 
     void takeTime(std::uint64_t timeMs)
     {
+        if (timeMs == m_lastTime)
+            return;
+        m_lastTime = timeMs;
         m_counts.firstMs = m_counts.firstMs == 0 ? timeMs : std::min(m_counts.firstMs, timeMs);
         m_counts.lastMs = std::max(m_counts.lastMs, timeMs);
         m_activity.add(timeMs);
@@ -190,6 +193,7 @@ private:
     tActivity& m_activity;
     const std::function<bool(std::size_t, std::size_t)>& m_goOn;
     tStreamsAtHand m_streams;
+    std::uint64_t m_lastTime = 0;  // no record has it
     std::array<storage::tDataFileSegment, 128> m_run;
 };
 

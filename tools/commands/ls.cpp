@@ -79,7 +79,7 @@ std::string rowText(const tListedRecording& one, std::size_t width)
                                    sizeText(one.sizeBytes), stateName(one.state));
     // What no sheet tells is not known.
     text += one.sheets == 0 ? fmt::format("{:>6}", "-") : fmt::format("{:>6}", one.lost);
-    return text + fmt::format("{:>7}{:>6}\n", one.notes, one.kept ? "kept" : "");
+    return text + fmt::format("{:>7}{}\n", one.notes, one.kept ? "  kept" : "");
 }
 
 std::string lsText(const tRecordingList& list)
