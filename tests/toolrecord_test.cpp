@@ -196,6 +196,12 @@ TEST_F(tToolNetworkTest, reportsWhenTheAddressOfItsInterfaceChanges)
     EXPECT_TRUE(recorder.says("radar0 (10.77.0.1) has no address any more")) << recorder.err();
     ASSERT_TRUE(network().ip("addr add 10.77.0.2/24 dev radar0"));
     EXPECT_TRUE(recorder.says("receiving on radar0 (10.77.0.2) now: every group was joined again")) << recorder.err();
+    recorder.signal(SIGINT);
+    EXPECT_EQ(recorder.wait(), 3) << recorder.err();
+    const std::string line = recorder.out().substr(0, recorder.out().find('\n'));
+    const tJson lost = sheetOf(line).at("losses").at("joins_lost");
+    ASSERT_GE(lost.size(), 4u) << "its group, and those of all radars";
+    EXPECT_LT(lost[0].at("from_ms"), lost[0].at("to_ms").get<std::uint64_t>());
 }
 
 TEST_F(tToolNetworkTest, simulateReportsWhyTheNetworkRefuses)
