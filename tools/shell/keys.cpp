@@ -18,6 +18,7 @@ namespace
 constexpr std::array<std::pair<std::string_view, eKey>, 15> cSequences{{
     {" ", eKey::ePause},
     {"g", eKey::eSkip},
+    {"n", eKey::eNote},
     {"+", eKey::eFaster},
     {"=", eKey::eFaster},
     {"-", eKey::eSlower},
