@@ -17,7 +17,7 @@ namespace
 using namespace std::chrono_literals;
 using tSteady = std::chrono::steady_clock;
 
-constexpr auto cLook = 50ms;       // how often the lock and the folder are looked at
+constexpr auto cLook = 50ms;        // how often the lock and the folder are looked at
 constexpr auto cPatience = 1000ms;  // without a living writer
 
 std::string folderOf(const std::string& file)
@@ -93,7 +93,7 @@ private:
     const std::string m_suffix;
     std::string m_file;
     storage::tDataFileTail m_tail;
-    std::uint64_t m_damaged = 0;  // in earlier files
+    std::uint64_t m_damaged = 0;                        // in earlier files
     tSteady::time_point m_nextListing{}, m_nextLook{};  // at the folder, at the lock
     bool m_over = false;
     std::optional<tSteady::time_point> m_abandoned;  // since when no living writer was seen

@@ -86,8 +86,7 @@ void tDataFileTailPrivate::load()
     std::vector<tSegmentRecord> again;
     m_records.clear();
     m_first = m_slot;
-    if (count == 0 || !m_reader->readRecords(m_slot, count, m_records) ||
-        !m_reader->readRecords(m_slot, count, again))
+    if (count == 0 || !m_reader->readRecords(m_slot, count, m_records) || !m_reader->readRecords(m_slot, count, again))
         return m_records.clear();
     const auto differs = std::mismatch(m_records.begin(), m_records.end(), again.begin(), isSame).first;
     m_records.erase(differs, m_records.end());

@@ -112,8 +112,8 @@ public:
     // Of these, segments that are in no file and never will be: no file was open, writing failed, they were discarded
     // by FinishWrite, or WriteData refused them. (Segments of no bytes are not counted.)
     uint64_t GetWriteLostCnt() const;
-    // Segments ever queued, and those of them that the writer has done with, written or lost. The second grows while the
-    // writer advances and reaches the first when it has nothing to do; both are exact.
+    // Segments ever queued, and those of them that the writer has done with, written or lost. The second grows while
+    // the writer advances and reaches the first when it has nothing to do; both are exact.
     uint64_t GetWriteQueuedCnt() const;
     uint64_t GetWriteDoneCnt() const;
     uint32_t GetCompressingCnt() const;  // finished files that are being compressed, or wait for it
@@ -162,8 +162,8 @@ public:
     // opened again).
     uint64_t GetUnreadCnt() const;
     // Inside UpdateReplayData, of the segment being reported: the microseconds within its millisecond, -1 if they are
-    // not known; and when it was due, in ns of the steady clock (CLOCK_MONOTONIC), 0 while paused or at top speed. Segments with fine
-    // times are due to the microsecond, others with their millisecond.
+    // not known; and when it was due, in ns of the steady clock (CLOCK_MONOTONIC), 0 while paused or at top speed.
+    // Segments with fine times are due to the microsecond, others with their millisecond.
     int GetReplayFineTime() const;
     int64_t GetReplayDueTime() const;
 

@@ -1,4 +1,5 @@
-// What a replay of storage::tDataStorageIO plays after the span that was opened: segments that are still being recorded.
+// What a replay of storage::tDataStorageIO plays after the span that was opened: segments that are still being
+// recorded.
 #ifndef KESTOVA_REPLAYSOURCE_H
 #define KESTOVA_REPLAYSOURCE_H
 

@@ -51,7 +51,7 @@ private:
     double m_factor = 1.0;
     std::array<std::uint64_t, cBuckets> m_counts{};
     std::uint64_t m_records = 0, m_maxNs = 0;
-    std::optional<tPlayed> m_last;                  // nothing at the beginning of a stretch
+    std::optional<tPlayed> m_last;                // nothing at the beginning of a stretch
     double m_expectedNs = 0.0, m_passedNs = 0.0;  // sums between neighbours
 };
 }  // namespace session

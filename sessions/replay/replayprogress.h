@@ -36,8 +36,8 @@ public:
     // Calls `begin` on the replay thread when everything is open, before the first record: a jump from inside it
     // precedes anything played or sent.
     // Calls `again` there when the last record has been played; if that returns true a jump from inside it goes on.
-    explicit tReplayProgress(std::function<void(const tReplayState&)> begin,
-                             std::function<bool()> again = [] { return false; })
+    explicit tReplayProgress(
+        std::function<void(const tReplayState&)> begin, std::function<bool()> again = [] { return false; })
         : m_begin(std::move(begin)), m_again(std::move(again))
     {}
 

@@ -68,8 +68,8 @@ tSurvey checkedSurvey(const tReplayOptions& options)
     return survey;
 }
 
-std::unique_ptr<iReplayer> createReplayer(tReplayProgress& progress, tLateness& lateness,
-                                          const tReplayOptions& options, const std::string& localIp)
+std::unique_ptr<iReplayer> createReplayer(tReplayProgress& progress, tLateness& lateness, const tReplayOptions& options,
+                                          const std::string& localIp)
 {
     if (!options.net)
         return makeCountingReplayer(progress, lateness, options.streams, options.suffix);

@@ -92,7 +92,10 @@ public:
     std::uint64_t sent() const { return m_replayer->sent(); }        // datagrams
     std::uint64_t refused() const { return m_replayer->refused(); }  // by the network
     // Returns how many records are damaged in the files or could not be played.
-    std::uint64_t damaged() const { return m_survey.damaged + m_replayer->unplayed() + (m_source ? m_source->damaged() : 0); }
+    std::uint64_t damaged() const
+    {
+        return m_survey.damaged + m_replayer->unplayed() + (m_source ? m_source->damaged() : 0);
+    }
 
 private:
     using tSteady = std::chrono::steady_clock;
@@ -109,8 +112,8 @@ private:
     std::vector<recordings::tNote> m_notes;
     tPace m_pace;
     bool m_paused = false;
-    std::atomic<std::uint64_t> m_passes{0};  // set by begin(), before state().opened
-    std::uint64_t m_openedLastMs = 0;        // the same: jumps lead no further
+    std::atomic<std::uint64_t> m_passes{0};            // set by begin(), before state().opened
+    std::uint64_t m_openedLastMs = 0;                  // the same: jumps lead no further
     std::optional<tSteady::time_point> m_silentSince;  // as skipLong() found it
     tLateness m_lateness;
     tReplayProgress m_progress;

@@ -38,7 +38,7 @@ struct tOptions : tRecordingOptions
 };
 
 constexpr std::chrono::milliseconds cLook{20};  // for what is being recorded
-constexpr std::uint64_t cBytesShown = 32;  // of payloads that are not shown as text
+constexpr std::uint64_t cBytesShown = 32;       // of payloads that are not shown as text
 
 std::string hex(std::string_view bytes)
 {

@@ -101,8 +101,7 @@ void addPlaying(CLI::App& command, tOptions& options)
     command.add_option("--end", options.end, "Where to end, before what is recorded there")
         ->type_name("PLACE")
         ->check(checkedBy(parseMoment));
-    command.add_flag("--follow", options.replay.follow,
-                     "Play on while it is being recorded, until its recorder ends");
+    command.add_flag("--follow", options.replay.follow, "Play on while it is being recorded, until its recorder ends");
     command
         .add_option("--skip-silence", options.skipSilence,
                     "Skip times longer than this when nothing was recorded (10 s)")

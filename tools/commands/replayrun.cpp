@@ -75,7 +75,8 @@ std::string fitted(std::vector<tPart> parts, std::size_t width)
 
 tReplayRun::tReplayRun(const session::tReplayOptions& options, std::string start, std::string end, bool json,
                        tConsole& console)
-    : m_options(options), m_start(std::move(start)), m_end(std::move(end)), m_asJson(json), m_console(console), m_session(options)
+    : m_options(options), m_start(std::move(start)), m_end(std::move(end)), m_asJson(json), m_console(console),
+      m_session(options)
 {}
 
 int tReplayRun::run()
@@ -122,8 +123,7 @@ bool tReplayRun::waitForOpening()
             return false;
     }
     const auto lastMs = static_cast<double>(m_session.state().lastMs);
-    m_console.inform(fmt::format("playing {} to {} at {}{}",
-                                 timeText(static_cast<std::uint64_t>(m_session.startMs())),
+    m_console.inform(fmt::format("playing {} to {} at {}{}", timeText(static_cast<std::uint64_t>(m_session.startMs())),
                                  timeText(static_cast<std::uint64_t>(m_session.endMs().value_or(lastMs))), speedText(),
                                  m_options.net ? " onto the network" : ""));
     if (m_options.follow)
