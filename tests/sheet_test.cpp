@@ -43,12 +43,12 @@ class tSheetTest : public testing::Test
 {
 protected:
     // A finished file of packages and raw segments, two a second, with the sheet that its recorder would have left.
-    void record(const std::string& name = "a.data", std::size_t count = 5)
+    void record(const std::string& name = "a.data", std::size_t count = 5, std::uint64_t time = cTime)
     {
         segments.clear();
         for (std::size_t i = 0; i < count; ++i)
-            segments.push_back({cTime + 500 * i, i % 3 == 2 ? numberedSegment(i, 100)
-                                                            : makePackage(static_cast<std::uint32_t>(i), "message")});
+            segments.push_back({time + 500 * i, i % 3 == 2 ? numberedSegment(i, 100)
+                                                           : makePackage(static_cast<std::uint32_t>(i), "message")});
         file = dir.file(name);
         recordByHand(file, segments);
         sheet = built();
@@ -185,7 +185,7 @@ TEST_F(tSheetTest, isNeverForeignByABitOfItsOwn)
 
 TEST_F(tSheetTest, isNamedAndIgnoredIfItCannotBeBelieved)
 {
-    record("b.data", 3);
+    record("b.data", 3, cTime + 3);
     const std::string foreign = contentsOf(dir.file("b.json"));
     record();
     const std::string text = contentsOf(sheetPath());
@@ -224,7 +224,7 @@ TEST_F(tSheetTest, isNamedAndIgnoredIfItCannotBeBelieved)
     {
         putSheet(text.substr(0, len));
         EXPECT_EQ(readSheet(file).state, eSheetState::eDamaged) << len;
-        EXPECT_EQ(readSheetSummary(file).state, eSheetState::eDamaged) << len;
+        EXPECT_EQ(bool(readSheetSummary(file)), len > text.find("interface\"")) << len;
     }
 }
 
@@ -320,6 +320,7 @@ TEST_F(tSheetTest, keepsAllButFormAndIndexWhenItsFileIsCompressed)
     ASSERT_TRUE(storage::tDataFileConverter::Expand(compressed, ".data", nullptr, &expanded, &error)) << error;
     refreshSheet(expanded);
     sheet.notes = found.sheet.notes;
+    sheet.headCrc32c = crcOf(bytesOf(expanded, 0, 2048));  // which has the longest segment's length now
     EXPECT_EQ(sheetText(readSheet(expanded).sheet), sheetText(sheet));
 }
 
