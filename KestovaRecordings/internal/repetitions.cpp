@@ -75,30 +75,33 @@ void tRepetitions::match(tQueue& own, tQueue& other)
     const std::uint64_t first = own.numbers.front();
     tOffset& offset = m_offsets[std::minmax(own.recording, other.recording)];
     std::size_t place = 0;  // in the other queue
-    const auto inReach = [&](std::size_t at) { return isInReach(own, other, at); };
-    const auto costOfOther = [&](std::size_t at) { return costOf(first, other.numbers[at], offset); };
+    const auto inReach = [&](std::size_t i) { return isInReach(own, other, i); };
+    const auto costOfOther = [&](std::size_t i) { return costOf(first, other.numbers[i], offset); };
     const std::size_t nearest = nearestOf(inReach, costOfOther);
     if (costOfOther(nearest) + m_clearlyMs < costOfOther(0))
         place = nearest;
-    const auto exists = [&](std::size_t at) { return at < own.numbers.size(); };
-    const auto costOfOwn = [&](std::size_t at) { return costOf(own.numbers[at], other.numbers[place], offset); };
+    const auto exists = [&](std::size_t i) { return i < own.numbers.size(); };
+    const auto costOfOwn = [&](std::size_t i) { return costOf(own.numbers[i], other.numbers[place], offset); };
     const double cost = costOfOwn(0);
-    if (costOfOwn(nearestOf(exists, costOfOwn)) + m_clearlyMs < cost || cost > farthest(own, 0, other, place))
+    if (costOfOwn(nearestOf(exists, costOfOwn)) + m_clearlyMs < cost || cost > farthest(own, other, place))
         return;
     offset.learn(apartMs(first, other.numbers[place]), own.numbers.size() == 1 && other.numbers.size() == 1);
     at(other.numbers[place]).repeats = true;
     other.numbers.erase(other.numbers.begin() + static_cast<std::ptrdiff_t>(place));
 }
 
-// Returns how far two records may be apart: half the time to the next repetition, unless that is too short to tell.
-double tRepetitions::farthest(const tQueue& own, std::size_t mine, const tQueue& other, std::size_t place)
+// Returns how far the first record of `own` and one of `other` may be apart: half the time to the next repetition,
+// unless that is too short to tell.
+double tRepetitions::farthest(const tQueue& own, const tQueue& other, std::size_t place)
 {
-    double period = std::numeric_limits<double>::infinity();
-    for (const auto& [queue, number] : {std::pair(&own, mine), std::pair(&other, place)})
-        if (number + 1 < queue->numbers.size())
-            period = std::min(
-                period, static_cast<double>(at(queue->numbers[number + 1]).timeMs - at(queue->numbers[number]).timeMs));
-    return period / 2.0 > m_clearlyMs ? period / 2.0 : std::numeric_limits<double>::infinity();
+    constexpr double cAny = std::numeric_limits<double>::infinity();
+    const auto toNext = [&](const tQueue& queue, std::size_t i) {
+        return i + 1 < queue.numbers.size()
+                   ? static_cast<double>(at(queue.numbers[i + 1]).timeMs - at(queue.numbers[i]).timeMs)
+                   : cAny;
+    };
+    const double half = std::min(toNext(own, 0), toNext(other, place)) / 2.0;
+    return half > m_clearlyMs ? half : cAny;
 }
 
 // Returns the time of the record of the higher recording minus that of the other.

@@ -77,7 +77,7 @@ private:
     bool isDecidable() const;
     void decide();
     void match(tQueue& own, tQueue& other);
-    double farthest(const tQueue& own, std::size_t mine, const tQueue& other, std::size_t place);
+    double farthest(const tQueue& own, const tQueue& other, std::size_t place);
     bool isInReach(const tQueue& own, const tQueue& other, std::size_t place);
     double apartMs(std::uint64_t a, std::uint64_t b);
     // How far two records are from being the same message; 0 while nothing is known of their clocks.
