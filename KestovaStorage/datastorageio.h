@@ -111,8 +111,8 @@ public:
     // Of these, segments that are in no file and never will be: no file was open, writing failed, they were discarded
     // by FinishWrite, or WriteData refused them. (Segments of no bytes are not counted.)
     uint64_t GetWriteLostCnt() const;
-    // Segments ever queued, and those of them that the writer has done with, written or lost. The second grows while the
-    // writer advances and reaches the first when it has nothing to do; both are exact.
+    // Segments ever queued, and those of them that the writer has done with, written or lost. The second grows while
+    // the writer advances and reaches the first when it has nothing to do; both are exact.
     uint64_t GetWriteQueuedCnt() const;
     uint64_t GetWriteDoneCnt() const;
     uint32_t GetCompressingCnt() const;  // finished files that are being compressed, or wait for it
