@@ -221,6 +221,7 @@ TEST_F(tFineTimesTest, leaveSegmentsWithoutThemToTheirTicks)
     tDueLog log(io);
     io.OpenReadDataFileorFolder(dir.file("x.data"), &log);
     ASSERT_TRUE(log.waitFor("4"));
+    io.CloseReadingFile();
     EXPECT_EQ(log.dues, (tDues{{-1, 0}, {-1, 0}, {-1, 3000}}));  // the first tick comes at once
 }
 
