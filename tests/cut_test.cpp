@@ -400,13 +400,13 @@ TEST_F(tMergeTest, keepsRepetitionsInsideOneRecording)
 {
     const std::string text = package(eGpsDev, 9, "gps"), elsewhere = package(eGpsDev, 10, "gps");
     file("a.data", {{cStart, text}, {cStart + 1, text}, {cStart + 2, text}, {cStart + 3, elsewhere}});
-    file("b.data", {{cStart + 4, text}, {cStart + 9, text}, {cStart + 1003, elsewhere}, {cStart + 2004, elsewhere}});
+    file("b.data", {{cStart + 4, text}, {cStart + 9, text}, {cStart + 1003, elsewhere}, {cStart + 5000, elsewhere}});
     tMergeOptions wanted;
     wanted.paths = {dir.file("rec")};
     wanted.folder = dir.file("both");
     wanted.unique = true;
     EXPECT_EQ(mergeRecordings(wanted, cGoOn).records, 5u);
-    EXPECT_EQ(segmentsBelow(wanted.folder).back().time, cStart + 2004);
+    EXPECT_EQ(segmentsBelow(wanted.folder).back().time, cStart + 5000);
     wanted.folder = dir.file("strict");
     wanted.toleranceMs = 3;
     EXPECT_EQ(mergeRecordings(wanted, cGoOn).records, 7u);

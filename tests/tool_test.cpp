@@ -156,7 +156,8 @@ TEST_F(tToolTest, recordsPlaysAndShowsExactlyWhatWasSimulated)
     EXPECT_EQ(ownStreams(shown.at("total").at("streams"), "records"), expected);
 
     const tJson sheet = sheetOf(recorded.at("files")[0]);
-    expectIn(sheet, {{"schema", "kestova/recording/1"}, {"lost", 0}, {"finished", true}, {"interface", "lo 127.0.0.1"}});
+    expectIn(sheet,
+             {{"schema", "kestova/recording/1"}, {"lost", 0}, {"finished", true}, {"interface", "lo 127.0.0.1"}});
     EXPECT_EQ(sheet.at("records"), recorded.at("datagrams"));
     EXPECT_EQ(sheet.at("radar").at("serial"), "T1:1");
     EXPECT_EQ(ownStreams(sheet.at("streams"), "messages"), expected);

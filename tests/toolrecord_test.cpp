@@ -209,7 +209,8 @@ TEST_F(tToolRecordTest, deletesOldRecordingsOnlyIfAskedToAndReportsEach)
     const std::string path = std::filesystem::canonical(dir.path()).string() + old.substr(dir.string().size());
     EXPECT_THAT(reclaimer.err(), HasSubstr("deleted " + path + " (8.2 kB) to make room\n"));
     EXPECT_THAT(reclaimer.err(), Not(HasSubstr("are left on the disk")));
-    EXPECT_EQ(parsed(reclaimer.out()).at("reclaimed")[0], (tJson{{"path", path}, {"bytes", 8192}}));
+    EXPECT_EQ(parsed(reclaimer.out()).at("reclaimed")[0],
+              (tJson{{"path", path}, {"bytes", 8192}, {"cause", "reclaim"}}));
     EXPECT_FALSE(std::filesystem::exists(old));
 }
 

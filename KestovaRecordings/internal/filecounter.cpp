@@ -79,7 +79,7 @@ public:
 
     const tStreamAtHand& of(const tMessage& message)
     {
-        tStreamAtHand& found = m_streams[(message.kind ^ message.port ^ message.ip >> 24) % cPlaces];
+        tStreamAtHand& found = m_streams[(message.kind * 5u + message.port + (message.ip >> 24) * 3u) % cPlaces];
         if (found.history == nullptr || !found.stream.sameStream(message))
             found = look(message);
         return found;
@@ -93,7 +93,8 @@ private:
                 m_options.digests != nullptr ? &(*m_options.digests)[key] : nullptr};
     }
 
-    static constexpr std::size_t cPlaces = 16;
+    // Kinds, ports and addresses of a radar often count up together.
+    static constexpr std::size_t cPlaces = 64;
     const tFileCountOptions& m_options;
     tFileCounts& m_counts;
     std::array<tStreamAtHand, cPlaces> m_streams;

@@ -332,7 +332,8 @@ void tIndexExamination::checkEnd()
         checkCodesEnd(endBit, std::min(end, m_index.size));
 }
 
-// Codes are written in units of 64 bits, filled up with zeros; of the last one a file need not have more than its codes.
+// Codes are written in units of 64 bits, filled up with zeros; of the last one a file need not have more than its
+// codes.
 void tIndexExamination::checkCodesEnd(std::uint64_t endBit, std::uint64_t end)
 {
     unsigned char rest[sizeof(std::uint64_t)] = {};

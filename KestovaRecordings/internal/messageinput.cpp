@@ -73,21 +73,29 @@ public:
 
     void read(tMessageWriter& to) override
     {
-        tRecordCursor cursor(findRecordings(m_options.path, m_options.suffix), m_options.suffix);
-        m_result.leftOut = cursor.leftOut();
+        const tFoundFiles found = findAllRecordings({m_options.path}, m_options.suffix);
+        tRecordCursor cursor(found.files, m_options.suffix);
+        noteLeftOut(found, cursor);
         if (cursor.files() == 0)
             throw nothingLeft(m_result.leftOut);
         readRecords(cursor, to);
-        m_result.leftOut = cursor.leftOut();
+        noteLeftOut(found, cursor);
         m_result.damaged = cursor.damaged();
-        for (tLeftOut& file : m_result.leftOut)
-            file.asked = file.path == m_options.path;
     }
     const tMessageInputResult& result() const override { return m_result; }
 
 private:
     static constexpr std::uint64_t cProgressRecords = 1024;
 
+    void noteLeftOut(const tFoundFiles& found, const tRecordCursor& cursor)
+    {
+        m_result.leftOut = found.leftOut;
+        for (tLeftOut file : cursor.leftOut())
+        {
+            file.asked = file.path == m_options.path;
+            m_result.leftOut.push_back(std::move(file));
+        }
+    }
     void readRecords(tRecordCursor& cursor, tMessageWriter& to)
     {
         tRecordingRecord record{};

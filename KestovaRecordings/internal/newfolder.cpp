@@ -72,6 +72,11 @@ bool isPartOfRecording(const std::string& name)
     return false;
 }
 
+std::string pathIn(std::string folder, const std::string& name)
+{
+    return folder.append("/").append(name);
+}
+
 // Removes a folder with its files. A folder that holds anything else stays, with all that is in it.
 void removeFolder(const std::string& path)
 {
@@ -79,11 +84,11 @@ void removeFolder(const std::string& path)
     for (const std::string& name : names)
     {
         struct stat info;
-        if (!isPartOfRecording(name) || ::lstat((path + "/" + name).c_str(), &info) != 0 || !S_ISREG(info.st_mode))
+        if (!isPartOfRecording(name) || ::lstat(pathIn(path, name).c_str(), &info) != 0 || !S_ISREG(info.st_mode))
             return;
     }
     for (const std::string& name : names)
-        ::unlink((path + "/" + name).c_str());
+        ::unlink(pathIn(path, name).c_str());
     ::rmdir(path.c_str());
 }
 
@@ -94,7 +99,7 @@ void removeAbandoned(const std::string& parent)
     {
         if (!storage::isPartFolder(name))
             continue;
-        const std::string path = parent + "/" + name;
+        const std::string path = pathIn(parent, name);
         const tDescriptor folder = openFolder(path);
         if (folder.valid() && ::flock(folder.get(), LOCK_EX | LOCK_NB) == 0)
             removeFolder(path);

@@ -10,11 +10,11 @@
 #ifndef KESTOVA_RECORDINGS_INTERNAL_RECORDORDER_H
 #define KESTOVA_RECORDINGS_INTERNAL_RECORDORDER_H
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <tuple>
 #include <vector>
 
 #include "KestovaRecordings/internal/inputfiles.h"
@@ -67,7 +67,10 @@ private:
         std::uint64_t timeMs = 0;
         int us = 0;
         std::size_t track = 0;
-        auto operator<=>(const tKey&) const = default;
+        bool operator<(const tKey& other) const
+        {
+            return std::tie(timeMs, us, track) < std::tie(other.timeMs, other.us, other.track);
+        }
     };
     class tTrack;
 

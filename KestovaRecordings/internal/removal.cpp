@@ -129,6 +129,17 @@ bool isLeftover(std::string_view name)
     return name.starts_with(cHidden);
 }
 
+namespace
+{
+// Not every file system can refuse to replace; one that cannot replaces an empty folder alone.
+bool giveBack(const std::string& path, const std::string& original)
+{
+    if (::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, original.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    return (errno == EINVAL && std::rename(path.c_str(), original.c_str()) == 0) || errno == ENOENT;
+}
+}  // namespace
+
 // rmdir() fails for a folder that still holds something: that is none of ours, and comes back under its name.
 tStatus clearLeftover(const std::string& root, const std::string& hidden, const std::string& suffix)
 {
@@ -139,9 +150,7 @@ tStatus clearLeftover(const std::string& root, const std::string& hidden, const 
         for (const std::string& name : ownFiles(*view, suffix))
             ::unlinkat(view->descriptor(), name.c_str(), 0);
     const bool isLeft = !why.empty() || (::rmdir(path.c_str()) != 0 && (errno == ENOTEMPTY || errno == EEXIST));
-    if (isLeft &&
-        ::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, (root + originalName(hidden)).c_str(), RENAME_NOREPLACE) != 0 &&
-        errno != ENOENT)
+    if (isLeft && !giveBack(path, root + originalName(hidden)))
         return tStatus::system(errno, hidden);
     return why.empty() ? tStatus() : tStatus(tStatus::eCode::eRefused, why);
 }

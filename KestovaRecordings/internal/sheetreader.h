@@ -45,7 +45,7 @@ struct tSheetParts
     std::uint64_t notes = 0, lost = 0;  // as the beginning counts them
     std::string key;                    // the last one
     bool hasForm = false, hasTime = false, hasPosition = false, hasLength = false;
-    std::string name, address;          // of the present stream
+    std::string name, address;  // of the present stream
     std::uint64_t fromSecond = 0, nextSecond = 0;
     std::size_t seconds = 0;  // of all streams
     std::uint64_t blocks = 0;

@@ -44,8 +44,8 @@ public:
     void update(const tRecorderState& state);
     // Writes what is left. After the last file is finished, and compressed if that is to be.
     void finish();
-    // Returns the receive time of GPS sentences minus the time in them, of the present file, in ms; nothing while that is
-    // not known.
+    // Returns the receive time of GPS sentences minus the time in them, of the present file, in ms; nothing while that
+    // is not known.
     std::optional<double> clockOffsetMs() const;
     // Returns why a sheet could not be written since the last call; empty if all were.
     std::string takeProblem();

@@ -6,14 +6,13 @@
 
 namespace tool
 {
-tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addLs, addVerify, addRecover, addDiff, addCut, addMerge,
-    addNote, addKeep, addPrune, addCheck, addMonitor, addCompress, addExpand, addPcap, addExport;
+tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addLs, addVerify, addRecover, addDiff, addCut,
+    addMerge, addNote, addKeep, addPrune, addCheck, addMonitor, addCompress, addExpand, addPcap, addExport;
 
 // In the order of the help.
-inline constexpr tAddCommand* cCommands[] = {addSimulate, addCheck,  addMonitor, addRecord,   addReplay,
-                                             addLs,       addInfo,   addDump,    addVerify,   addRecover,
-                                             addDiff,     addCut,    addMerge,   addNote,     addKeep,
-                                             addPrune,    addCompress, addExpand, addPcap,    addExport};
+inline constexpr tAddCommand* cCommands[] = {
+    addSimulate, addCheck, addMonitor, addRecord, addReplay, addLs,    addInfo,     addDump,   addVerify, addRecover,
+    addDiff,     addCut,   addMerge,   addNote,   addKeep,   addPrune, addCompress, addExpand, addPcap,   addExport};
 }  // namespace tool
 
 #endif

@@ -71,11 +71,13 @@ tCutOptions cutOptions(const tOptions& options)
 
 void printResult(const tOptions& options, const tCutResult& result, tConsole& console)
 {
+    const std::string carried = result.carried == 0 ? ""
+                                                    : fmt::format("; {} of them carried from before {}", result.carried,
+                                                                  timeText(result.startMs));
     if (!options.json)
-        return console.print(newFilesText(result.files) +
-                             fmt::format("{} records in {} files, {}; {} of them carried from before {}\n",
-                                         result.records, result.files.size(), sizeText(result.bytes), result.carried,
-                                         timeText(result.startMs)));
+        return console.print(newFilesText(result.files) + fmt::format("{} records in {} files, {}{}\n", result.records,
+                                                                      result.files.size(), sizeText(result.bytes),
+                                                                      carried));
     printJson(console, {{"schema", "kestova/cut/1"},
                         {"paths", options.paths},
                         {"skipped", leftOutJson(result.leftOut)},

@@ -76,9 +76,13 @@ void tRecordService::writeMetrics(const tRecordSession& session)
 {
     if (!m_metricsFile)
         return;
-    const session::tMetrics metrics{
-        m_root,      session.state(), m_heard, session.freeBytes(), session.files().size(), session.reclaimed().size(),
-        session.clockOffsetMs()};
+    const session::tMetrics metrics{m_root,
+                                    session.state(),
+                                    m_heard,
+                                    session.freeBytes(),
+                                    session.files().size(),
+                                    session.reclaimed().size(),
+                                    session.clockOffsetMs()};
     const int error = m_metricsFile->write(metricsText(metrics));
     if (error != 0 && !m_failed)
         m_console.note(fmt::format("kestova record: cannot write {}: {}", m_metricsPath, std::strerror(error)));

@@ -25,16 +25,14 @@ std::uint64_t placeOf(std::size_t record)
     return cFineTimesPos + record * cFineTimeSize;
 }
 
-std::vector<unsigned char> headFor(const tIndexSlot& first, const tFileId& id)
+void writeHead(const tIndexSlot& first, const tFileId& id, unsigned char* head)
 {
-    std::vector<unsigned char> head(sizeof(tFineTimesHead));
     const tNormalIndexTable record = decodeNormal(first);
-    std::memcpy(head.data(), cFineTimesMagic, cMagicSize);
-    le::store(&head[offsetof(tFineTimesHead, version)], cFineTimesVersion);
-    std::memcpy(&head[offsetof(tFineTimesHead, id)], id.bytes, sizeof id.bytes);
-    le::store(&head[offsetof(tFineTimesHead, firstTimeMs)], record.tim);
-    le::store(&head[offsetof(tFineTimesHead, firstPos)], record.pos);
-    return head;
+    std::memcpy(head, cFineTimesMagic, cMagicSize);
+    le::store(head + offsetof(tFineTimesHead, version), cFineTimesVersion);
+    std::memcpy(head + offsetof(tFineTimesHead, id), id.bytes, sizeof id.bytes);
+    le::store(head + offsetof(tFineTimesHead, firstTimeMs), record.tim);
+    le::store(head + offsetof(tFineTimesHead, firstPos), record.pos);
 }
 
 // One flipped bit, of the head or of the index, makes no file foreign.
@@ -60,17 +58,13 @@ void tFineTimesOutput::write(std::size_t first, const tIndexSlot& slot, std::spa
 {
     if (m_failed || (!m_file.valid() && !create()))
         return;
-    std::vector<unsigned char> bytes;
-    if (first == 0)
-        bytes = headFor(slot, m_id);
+    const std::size_t headSize = first == 0 ? sizeof(tFineTimesHead) : 0;
     const std::uint64_t pos = first == 0 ? 0 : placeOf(first);
-    std::size_t end = bytes.size();
-    bytes.resize(end + times.size() * cFineTimeSize);
-    for (const std::uint16_t time : times)
-    {
-        le::store(&bytes[end], time);
-        end += cFineTimeSize;
-    }
+    std::vector<unsigned char> bytes(headSize + times.size() * cFineTimeSize);
+    if (headSize != 0)
+        writeHead(slot, m_id, bytes.data());
+    for (std::size_t i = 0; i < times.size(); ++i)
+        le::store(bytes.data() + headSize + i * cFineTimeSize, times[i]);
     if (m_file.writeAllAt(bytes.data(), bytes.size(), pos))
         return;
     fail();
