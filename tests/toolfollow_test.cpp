@@ -86,7 +86,7 @@ TEST_F(tToolFollowTest, playsLateWhatHasBeenCompressedMeanwhile)
     write(recorder, 50);
     std::this_thread::sleep_for(100ms);
     write(recorder, 50);
-    tChildProcess player(tool({"replay", root, "--follow", "--speed", "0.05", "--json"}));
+    tChildProcess player(tool({"replay", root, "--follow", "--speed", "0.1", "--json"}));
     ASSERT_TRUE(player.says("following ")) << player.err();
     writeThreeFiles(recorder);
     ASSERT_TRUE(waitUntil([&] { return recorder.GetCompressingCnt() == 0; }, 20s));
@@ -130,6 +130,7 @@ TEST_F(tToolFollowTest, waitsForTheFirstRecordAndForNoTimeThatCannotHavePassed)
     const auto now = static_cast<std::uint64_t>(
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
             .count());
+    std::this_thread::sleep_for(200ms);                                // it has looked for records
     for (const std::uint64_t time : {now, now + 3'600'000, now + 20})  // the clock is set on and back
         recorder.WriteData("raw", 3, time);
     ASSERT_TRUE(recorder.WaitWriteIdle(20'000));

@@ -123,9 +123,13 @@ bool tReplayRun::waitForOpening()
             return false;
     }
     const auto lastMs = static_cast<double>(m_session.state().lastMs);
-    m_console.inform(fmt::format("playing {} to {} at {}{}", timeText(static_cast<std::uint64_t>(m_session.startMs())),
-                                 timeText(static_cast<std::uint64_t>(m_session.endMs().value_or(lastMs))), speedText(),
-                                 m_options.net ? " onto the network" : ""));
+    if (m_session.survey().records == 0)
+        m_console.inform("waiting for the first record");
+    else
+        m_console.inform(fmt::format("playing {} to {} at {}{}",
+                                     timeText(static_cast<std::uint64_t>(m_session.startMs())),
+                                     timeText(static_cast<std::uint64_t>(m_session.endMs().value_or(lastMs))),
+                                     speedText(), m_options.net ? " onto the network" : ""));
     if (m_options.follow)
         m_console.inform("following " + printable(m_session.followed()));
     if (m_keyboard.active())

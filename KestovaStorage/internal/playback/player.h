@@ -13,6 +13,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -114,8 +115,10 @@ private:
     void expect(const tDue& due, std::uint64_t timeMs);
     bool playOpened(tCaller& caller);
     bool playSource(tCaller& caller);
-    bool awaitSource(tCaller& caller, iReplaySource& source, tReplaySourceSegment& segment);
-    void meetSource(const tReplaySourceSegment& segment, std::chrono::nanoseconds possible);
+    bool awaitSource(tCaller& caller, iReplaySource& source, tReplaySourceSegment& segment,
+                     std::optional<tPlayClock::tTime>& nothing);
+    void meetSource(const tReplaySourceSegment& segment, bool waited,
+                    const std::optional<tPlayClock::tTime>& exhausted);
     bool playFrom(tCaller& caller, const tReplaySourceSegment& segment);
     tPlayClock::tTime timeOf(const tDue& due) const
     {

@@ -1,6 +1,7 @@
 // The part of tPlayer that plays what comes after the opened span.
 #include <algorithm>
 #include <chrono>
+#include <optional>
 #include <vector>
 
 #include "KestovaStorage/internal/playback/player.h"
@@ -14,13 +15,6 @@ using namespace std::chrono_literals;
 constexpr auto cLook = 5ms;                    // how often a source is asked for the next segment
 constexpr auto cClockIsSet = 1000ms;           // a silence longer than possible by this much is none
 constexpr double cBeforeLast = 1.0 - 0x1p-53;  // of the span: which segment is the last is not known
-
-// Returns how far a replay that has played the segment of this time is behind its recorder on this machine.
-std::chrono::milliseconds behindRecorder(std::uint64_t timeMs)
-{
-    const auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch());
-    return std::max(now - std::chrono::milliseconds(timeMs), 0ms);
-}
 }  // namespace
 
 // Plays what comes after the opened span. Returns false when its source is over or the end is reached.
@@ -31,47 +25,49 @@ bool tPlayer::playSource(tCaller& caller)
     const std::vector<tReplayedFile> files = m_files.files();
     source.Begin(files.data(), files.size());
     tReplaySourceSegment segment{};
+    std::optional<tPlayClock::tTime> exhausted;  // when there was last nothing, before the segment before
     for (;;)
     {
-        if (!source.Next(segment))
-        {
-            const std::chrono::nanoseconds behind = behindRecorder(m_lastTime);
-            const auto since = tWorker::tClock::now();
-            if (!awaitSource(caller, source, segment))
-                return !source.Over();
-            meetSource(segment, behind + (tWorker::tClock::now() - since));
-        }
+        std::optional<tPlayClock::tTime> nothing;
+        if (!source.Next(segment) && !awaitSource(caller, source, segment, nothing))
+            return !source.Over();
+        meetSource(segment, nothing.has_value(), exhausted);
+        exhausted = nothing ? nothing : exhausted;
         if (!playFrom(caller, segment))
             return !m_reachedEnd;
     }
 }
 
-// Waits for the next segment; returns false if playing ends before.
-bool tPlayer::awaitSource(tCaller& caller, iReplaySource& source, tReplaySourceSegment& segment)
+// Waits for the next segment; returns false if playing ends before. Sets `nothing` to when there was last none.
+bool tPlayer::awaitSource(tCaller& caller, iReplaySource& source, tReplaySourceSegment& segment,
+                          std::optional<tPlayClock::tTime>& nothing)
 {
     caller.rest();
-    while (!source.Next(segment))
+    do
     {
+        nothing = tWorker::tClock::now();
         if (source.Over())
             return false;
         tWorker::tLock held = lock();
         if (!m_thread.running() || mustLeave())
             return false;
-        m_thread.waitUntil(held, tWorker::tClock::now() + cLook, [this] { return mustLeave(); });
-    }
+        m_thread.waitUntil(held, *nothing + cLook, [this] { return mustLeave(); });
+    } while (!source.Next(segment));
     return true;
 }
 
-// A segment that was waited for. What comes later than it is due is due when it is there, and what follows keeps that
-// distance from the recorder. A silence longer than what can have passed is none, the system clock was set: it is not
+// A segment that had to be waited for and comes later than it is due is due now, and what follows keeps that distance
+// from the recorder. A silence longer than the time since a look before it is none, the system clock was set: it is not
 // waited for.
-void tPlayer::meetSource(const tReplaySourceSegment& segment, std::chrono::nanoseconds possible)
+void tPlayer::meetSource(const tReplaySourceSegment& segment, bool waited,
+                         const std::optional<tPlayClock::tTime>& exhausted)
 {
     const tDue due = tDue::of(segment.timeMs, segment.us);
     const std::chrono::milliseconds silence(segment.timeMs - std::min(segment.timeMs, m_lastTime));
     const tWorker::tLock held = lock();
     const auto now = tWorker::tClock::now();
-    if (m_clock.paused() || (timeOf(due) >= now && m_lastTime != 0 && silence <= possible + cClockIsSet))
+    const bool isSet = m_lastTime == 0 || (exhausted && silence > now - *exhausted + cClockIsSet);
+    if (m_clock.paused() || (!isSet && (!waited || timeOf(due) >= now)))
         return;
     m_clock.start(due.key, now);
     interrupt();
