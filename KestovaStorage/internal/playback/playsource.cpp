@@ -57,8 +57,8 @@ bool tPlayer::awaitSource(tCaller& caller, iReplaySource& source, tReplaySourceS
 }
 
 // A segment that had to be waited for and comes later than it is due is due now, and what follows keeps that distance
-// from the recorder. A silence longer than the time since a look before it is none, the system clock was set: it is not
-// waited for.
+// from the recorder. A silence longer than the time since a look before it is none, the system clock was set, on or
+// back: it is not waited for.
 void tPlayer::meetSource(const tReplaySourceSegment& segment, bool waited,
                          const std::optional<tPlayClock::tTime>& exhausted)
 {
@@ -66,7 +66,8 @@ void tPlayer::meetSource(const tReplaySourceSegment& segment, bool waited,
     const std::chrono::milliseconds silence(segment.timeMs - std::min(segment.timeMs, m_lastTime));
     const tWorker::tLock held = lock();
     const auto now = tWorker::tClock::now();
-    const bool isSet = m_lastTime == 0 || (exhausted && silence > now - *exhausted + cClockIsSet);
+    const std::chrono::milliseconds back(m_lastTime - std::min(segment.timeMs, m_lastTime));
+    const bool isSet = m_lastTime == 0 || back > cClockIsSet || (exhausted && silence > now - *exhausted + cClockIsSet);
     if (m_clock.paused() || (!isSet && (!waited || timeOf(due) >= now)))
         return;
     m_clock.start(due.key, now);
