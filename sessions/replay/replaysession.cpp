@@ -76,11 +76,11 @@ std::unique_ptr<iReplayer> createReplayer(tReplayProgress& progress, tLateness& 
     return makeNetworkReplayer(progress, lateness, options.streams, options.suffix, localIp, options.map);
 }
 
-double fractionOf(std::uint64_t timeMs, const tReplayState& state)
+double fractionOf(std::uint64_t timeMs, std::uint64_t firstMs, std::uint64_t lastMs)
 {
-    const double span = static_cast<double>(state.lastMs - state.firstMs);
+    const double span = static_cast<double>(lastMs - firstMs);
     // A quarter of a millisecond early: rounding must not skip the records at the target.
-    const double offset = static_cast<double>(timeMs) - static_cast<double>(state.firstMs) - 0.25;
+    const double offset = static_cast<double>(timeMs) - static_cast<double>(firstMs) - 0.25;
     return span > 0.0 ? std::max(0.0, offset / span) : 0.0;
 }
 
@@ -105,7 +105,8 @@ tReplaySession::tReplaySession(const tReplayOptions& options)
       m_survey(checkedSurvey(options)),
       m_startMs(options.start ? options.start->resolve(m_survey.firstMs, m_survey.lastMs)
                               : static_cast<double>(m_survey.firstMs)),
-      m_endMs(options.end ? std::optional(options.end->resolve(m_survey.firstMs, m_survey.lastMs)) : std::nullopt),
+      m_endMs(options.end ? std::optional(std::ceil(options.end->resolve(m_survey.firstMs, m_survey.lastMs)))
+                          : std::nullopt),
       m_source(options.follow ? std::make_unique<tLiveSource>(m_survey.files, options.suffix) : nullptr),
       m_notes(notesOf(m_survey.files)), m_pace(options.speed),
       m_progress([this](const tReplayState& state) { begin(state); }, [this] { return beginNextPass(); }),
@@ -114,7 +115,7 @@ tReplaySession::tReplaySession(const tReplayOptions& options)
     m_replayer->setSource(m_source.get());
     m_replayer->setTopSpeed(options.topSpeed);
     if (m_endMs)
-        m_replayer->setEnd(static_cast<std::uint64_t>(std::max(std::ceil(*m_endMs), 1.0)));
+        m_replayer->setEnd(static_cast<std::uint64_t>(std::max(*m_endMs, 1.0)));
 }
 
 void tReplaySession::open()
@@ -139,7 +140,7 @@ void tReplaySession::begin(const tReplayState& state)
     if (start <= state.firstMs)
         return;
     m_progress.beginJump(start);
-    m_replayer->jump(fractionOf(start, state));
+    m_replayer->jump(fractionOf(start, state.firstMs, state.lastMs));
 }
 
 void tReplaySession::togglePause()
@@ -162,15 +163,15 @@ void tReplaySession::setPace(tPace pace)
 void tReplaySession::jumpTo(std::int64_t timeMs)
 {
     const tReplayState state = m_progress.state();
-    const std::uint64_t target =
-        std::clamp(static_cast<std::uint64_t>(std::max<std::int64_t>(timeMs, 0)), state.firstMs, m_openedLastMs);
-    if (m_source && target <= state.timeMs && target < static_cast<std::uint64_t>(std::max<std::int64_t>(timeMs, 0)))
-        return;  // on, where nothing was when it was opened
+    const auto wanted = static_cast<std::uint64_t>(std::max<std::int64_t>(timeMs, 0));
+    if (m_openedLastMs == 0 || (m_source && wanted > m_openedLastMs))
+        return;  // nothing was there when it was opened
+    const std::uint64_t target = std::clamp(wanted, state.firstMs, m_openedLastMs);
     m_progress.beginJump(target, [this] {
         if (m_paused)
             m_replayer->pause(true);
     });
-    m_replayer->jump(fractionOf(target, state));
+    m_replayer->jump(fractionOf(target, state.firstMs, m_openedLastMs));
 }
 
 std::optional<tGap> tReplaySession::silence() const
