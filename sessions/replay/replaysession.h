@@ -70,7 +70,8 @@ public:
     // Returns where playing begins, in ms since the epoch; outside the recording if the options say so, and open() must
     // not be called then.
     double startMs() const { return m_startMs; }
-    // Returns where each pass ends, nothing for the last record; outside the recording as startMs().
+    // Returns where each pass ends, nothing for the last record; open() must not be called if it is not behind
+    // startMs().
     std::optional<double> endMs() const { return m_endMs; }
     // Returns what is followed, nothing without the option.
     std::string followed() const { return m_source ? m_source->followed() : ""; }

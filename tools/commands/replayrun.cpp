@@ -93,25 +93,15 @@ int tReplayRun::run()
 
 void tReplayRun::checkPlaces() const
 {
-    checkPlace("--start " + m_start, m_session.startMs());
-    const auto end = m_session.endMs();
-    if (!end)
-        return;
-    // What is being recorded may come to it.
-    if (!m_options.follow || *end < static_cast<double>(m_session.survey().lastMs))
-        checkPlace("--end " + m_end, *end);
-    if (*end <= m_session.startMs())
-        throw tFailure(fmt::format("--end {} is not behind the start: nothing lies between", m_end));
-}
-
-void tReplayRun::checkPlace(const std::string& option, double timeMs) const
-{
     const tSurvey& survey = m_session.survey();
-    const bool before = timeMs < static_cast<double>(survey.firstMs);
-    if (before || timeMs > static_cast<double>(survey.lastMs))
-        throw tFailure(fmt::format("{} lies {}: the recording goes from {} to {} ({})", option,
+    const bool before = m_session.startMs() < static_cast<double>(survey.firstMs);
+    if (before || m_session.startMs() > static_cast<double>(survey.lastMs))
+        throw tFailure(fmt::format("--start {} lies {}: the recording goes from {} to {} ({})", m_start,
                                    before ? "before the beginning" : "behind the end", timeText(survey.firstMs),
                                    timeText(survey.lastMs), durationText(survey.lastMs - survey.firstMs)));
+    if (m_session.endMs() && *m_session.endMs() <= m_session.startMs())
+        throw tFailure(fmt::format("--end {} is not behind the start, which is {}", m_end,
+                                   timeText(static_cast<std::uint64_t>(m_session.startMs()))));
 }
 
 // Returns false if the user ends it early.
@@ -126,10 +116,10 @@ bool tReplayRun::waitForOpening()
     if (m_session.survey().records == 0)
         m_console.inform("waiting for the first record");
     else
-        m_console.inform(fmt::format("playing {} to {} at {}{}",
-                                     timeText(static_cast<std::uint64_t>(m_session.startMs())),
-                                     timeText(static_cast<std::uint64_t>(m_session.endMs().value_or(lastMs))),
-                                     speedText(), m_options.net ? " onto the network" : ""));
+        m_console.inform(
+            fmt::format("playing {} to {} at {}{}", timeText(static_cast<std::uint64_t>(m_session.startMs())),
+                        timeText(static_cast<std::uint64_t>(std::min(m_session.endMs().value_or(lastMs), lastMs))),
+                        speedText(), m_options.net ? " onto the network" : ""));
     if (m_options.follow)
         m_console.inform("following " + printable(m_session.followed()));
     if (m_keyboard.active())

@@ -24,7 +24,6 @@ public:
 
 private:
     void checkPlaces() const;
-    void checkPlace(const std::string& option, double timeMs) const;
     bool waitForOpening();
     void playAll();
     bool playToEnd();
