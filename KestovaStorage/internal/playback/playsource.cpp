@@ -77,7 +77,9 @@ void tPlayer::meetSource(const tReplaySourceSegment& segment, bool waited,
 bool tPlayer::playFrom(tCaller& caller, const tReplaySourceSegment& segment)
 {
     expect(tDue::of(segment.timeMs, segment.us), segment.timeMs);
-    if ((!isDue(m_current) && !waitFor(caller, m_current)) || m_reachedEnd)
+    const bool come = isDue(m_current) || waitFor(caller, m_current);
+    m_reachedEnd = m_reachedEnd && come;
+    if (!come || m_reachedEnd)
         return false;
     caller.through([&](iDataReadReplayObserver& observer) {
         observer.UpdateReplayData(segment.timeMs, cBeforeLast, segment.data, segment.len, segment.fileName);
