@@ -321,7 +321,7 @@ TEST_F(tCutTest, diesAtAnyWriteWithoutATrace)
 TEST_F(tCutTest, leavesNothingOnAFullDisk)
 {
     record("rec");
-    for (const std::uint64_t place : {0, 2000, 2048, 10'000'000})
+    for (const std::uint64_t place : {0u, 2000u, 2048u, 10'000'000u})
     {
         const tPwriteHook full(tPwriteHook::noRoom(place, place + 1));
         const std::string failure = failureOf(options("part", 0, 10));

@@ -314,7 +314,9 @@ TEST_F(tToolArchiveTest, leavesWholeRecordingsWhenItIsKilled)
     {
         for (int i = 0; i < cRecordings; ++i)
             for (const char* file : {"0000_a.data", "0001_b.data", "0002_c.data"})
-                makeSheet(record("Data_00000" + std::to_string(i) + "_x", 1'000'000 + round, file) + "/" + file);
+                makeSheet(record("Data_00000" + std::to_string(i) + "_x", 1'000'000 + static_cast<std::uint64_t>(round),
+                                 file) +
+                          "/" + file);
         tChildProcess child(tool({"prune", root, "--max-age", "1w"}));
         std::this_thread::sleep_for(std::chrono::microseconds(round * 400));
         child.signal(SIGKILL);

@@ -109,7 +109,7 @@ int flip(const std::string& path, std::string_view flips, bool compressed)
     std::map<std::uint64_t, unsigned char> masks;
     for (std::size_t i = 0; i < cMostFlips && flips.size() >= 3; ++i)
     {
-        const std::uint64_t place = takeByte(flips) << 8 | takeByte(flips);
+        const auto place = static_cast<std::uint64_t>(takeByte(flips) << 8 | takeByte(flips));
         masks[placeOf(place, compressed, fs::file_size(path))] ^= static_cast<unsigned char>(1U << takeByte(flips) % 8);
     }
     int different = 0;
