@@ -29,7 +29,7 @@ constexpr std::size_t cFewFolders = 8;  // are looked at before further threads 
 
 std::string nameOf(const std::string& path)
 {
-    const std::string name = std::filesystem::path(path).filename().string();
+    std::string name = std::filesystem::path(path).filename().string();
     if (!name.empty() && name != "." && name != "..")
         return name;
     std::error_code error;
@@ -189,7 +189,8 @@ private:
             addTo(recording, *file);
         for (tLeftOut& one : look.m_leftOut)
             m_list.leftOut.push_back({path, one.reason, true});
-        keep(std::move(recording), path, look, recording.files != 0 ? std::vector{path} : std::vector<std::string>());
+        const auto files = recording.files != 0 ? std::vector{path} : std::vector<std::string>();
+        keep(std::move(recording), path, look, files);
     }
 
     static void addTo(tListedRecording& recording, const tListedFile& file)

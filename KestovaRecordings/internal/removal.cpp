@@ -84,7 +84,7 @@ std::string hide(const std::string& root, const std::string& name)
 {
     for (int number = 0; number < cMostHidden; ++number)
     {
-        const std::string hidden = hiddenName(name, number);
+        std::string hidden = hiddenName(name, number);
         if (std::rename((root + name).c_str(), (root + hidden).c_str()) == 0)
             return hidden;
         if (errno != EEXIST && errno != ENOTEMPTY)
