@@ -68,7 +68,7 @@ std::string fileToFollow(const std::vector<std::string>& files)
 }
 }  // namespace
 
-class tLiveCursor::tPrivate
+class KESTOVA_HIDDEN tLiveCursor::tPrivate
 {
 public:
     tPrivate(const std::vector<std::string>& files, std::string suffix)
