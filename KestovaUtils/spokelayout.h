@@ -55,7 +55,7 @@ struct tSpokeLayout
     std::vector<tSpokeMatch> match;
     tSpokeField azimuth;  // in steps of 1 / perTurn of a turn
     tSpokeField perTurn;
-    tSpokeField range;   // to the far edge of the last cell; not given: unknown
+    tSpokeField range;     // to the far edge of the last cell; not given: unknown
     double rangeUnit = 1;  // metres
     tSpokeField sequence;
     tSpokeField time;     // since the Unix epoch
@@ -66,9 +66,9 @@ struct tSpokeLayout
     uint8_t cellBits = 8;        // 1, 2, 4, 8, 12, 16, 24 or 32; the first cell in the high bits
 };
 
-// Reads the value of a key "spoke" (one layout, "cat240", or a list of layouts, of which the first that matches a message
-// counts) from its JSON text. Returns false on an error in it, with `layouts` unchanged and the key and the reason in
-// `error`. Any thread.
+// Reads the value of a key "spoke" (one layout, "cat240", or a list of layouts, of which the first that matches a
+// message counts) from its JSON text. Returns false on an error in it, with `layouts` unchanged and the key and the
+// reason in `error`. Any thread.
 KESTOVA_API bool parseSpokeLayouts(const std::string& text, std::vector<tSpokeLayout>& layouts, std::string& error);
 
 // Reads a file with an object that has the key "spoke" (and may have others, which are not looked at); `error` begins

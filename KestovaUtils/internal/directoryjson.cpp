@@ -51,7 +51,8 @@ public:
 
 private:
     static constexpr int cRadarDepth = 2;  // root, list, radar
-    static constexpr int cDeepest = 7;     // a field of a field of a spoke in a list, and one more for a value of the wrong type
+    static constexpr int cDeepest =
+        7;  // a field of a field of a spoke in a list, and one more for a value of the wrong type
 
     std::string entry(int depth) const
     {
