@@ -5,6 +5,7 @@
 
 #include "KestovaRecordings/cat240.h"
 #include "KestovaRecordings/internal/cat240format.h"
+#include "KestovaRecordings/internal/sentencefields.h"
 #include "common/byteorder.h"
 
 namespace recordings
@@ -166,14 +167,6 @@ bool readCat240(std::string_view datagram, iCat240Sink& sink)
 
 std::uint64_t timeOfDayNear(std::uint32_t timeOfDay, std::uint64_t nearMs)
 {
-    constexpr std::int64_t cDay = 86'400'000;
-    const auto near = static_cast<std::int64_t>(nearMs);
-    const std::int64_t inDay = std::llround(timeOfDay * 1000.0 / cTicksPerSecond);
-    std::int64_t time = near / cDay * cDay + inDay;
-    if (time - near > cDay / 2)
-        time -= cDay;
-    else if (near - time > cDay / 2)
-        time += cDay;
-    return static_cast<std::uint64_t>(std::max<std::int64_t>(time, 0));
+    return nearestMs(static_cast<std::uint32_t>(std::lround(timeOfDay * 1000.0 / cTicksPerSecond)), nearMs);
 }
 }  // namespace recordings
