@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "KestovaRecordings/internal/timerange.h"
-#include "KestovaRecordings/packagecontents.h"
 #include "KestovaRecordings/sentencereader.h"
 
 namespace recordings
@@ -116,18 +114,14 @@ std::vector<tTarget> tNavigation::targets(std::uint64_t nowMs) const
     return heard;
 }
 
-tNavigation navigationAt(const std::vector<std::string>& files, const std::string& suffix, std::uint64_t atMs)
+tNavigation navigationAt(const tTimeRange& recording, std::uint64_t atMs)
 {
     tNavigation navigation;
     tToNavigation sentences(navigation);
-    std::string bytes;
-    forEachRecord(files, suffix, atMs - std::min(atMs, cAisMs), atMs, [&](storage::tDataFile& file, std::size_t i) {
-        const auto kind = kindOf(file, i);
-        if (!kind || *kind == eImageStream || *kind == eOriginalImage || !file.read(i, bytes))
-            return;
-        if (const auto package = viewPackage(bytes))
-            sentences.read(package->payload, file.record(i).timeMs);
-    });
+    recording.forEachPackage(
+        atMs - std::min(atMs, cAisMs), atMs,
+        [](tReadWriteType kind) { return kind != eImageStream && kind != eOriginalImage; },
+        [&](std::uint64_t timeMs, const tPackageContents& package) { sentences.read(package.payload, timeMs); });
     return navigation;
 }
 }  // namespace recordings

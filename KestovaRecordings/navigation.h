@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "KestovaRecordings/sentence.h"
+#include "KestovaRecordings/timerange.h"
 #include "KestovaUtils/spokelayout.h"
 #include "UdpSocket/kestovaapi.h"
 
@@ -81,10 +82,8 @@ private:
 };
 
 // Returns own ship and targets as they were at `atMs`, from the sentences that were recorded in the 6 minutes before,
-// on every stream but the image streams. Names of plain files end in `suffix`; files that cannot be read are passed
-// over. Any thread.
-KESTOVA_API tNavigation navigationAt(const std::vector<std::string>& files, const std::string& suffix,
-                                     std::uint64_t atMs);
+// on every stream but the image streams. Any thread.
+KESTOVA_API tNavigation navigationAt(const tTimeRange& recording, std::uint64_t atMs);
 }  // namespace recordings
 
 #endif
