@@ -81,7 +81,7 @@ private:
     tSpokeReader m_spokes;
     tSentenceReader m_sentences;
     tWireLoss m_loss;
-    const eUp m_up;
+    eUp m_up;
     std::optional<std::pair<std::uint32_t, std::uint16_t>> m_group;  // of the spokes
     bool m_isSpoke = false;                                          // the message that is being read
     bool m_allTurned = true;
