@@ -6,11 +6,11 @@
 
 namespace tool
 {
-tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addCompress, addExpand, addPcap, addExport;
+tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addCompress, addExpand, addPcap, addExport, addPicture;
 
 // In the order of the help.
-inline constexpr tAddCommand* cCommands[] = {addSimulate, addRecord, addReplay, addInfo,  addDump,
-                                             addCompress, addExpand, addPcap,   addExport};
+inline constexpr tAddCommand* cCommands[] = {addSimulate, addRecord, addReplay, addInfo,   addDump,
+                                             addCompress, addExpand, addPcap,   addExport, addPicture};
 }  // namespace tool
 
 #endif

@@ -105,4 +105,15 @@ std::uint64_t parseDuration(const std::string& text)
         throw std::invalid_argument("'" + text + "' is no duration: write 10, 2.5, 250ms, 5m, 2h or 00:01:30");
     return static_cast<std::uint64_t>(std::llround(*ms));
 }
+
+double parseDistance(const std::string& text)
+{
+    constexpr double cFarthest = 1e6;
+    std::optional<double> metres = plainNumber(text);
+    for (const auto& [suffix, factor] : {std::pair{"nm", 1852.0}, std::pair{"km", 1000.0}, std::pair{"m", 1.0}})
+        metres = metres ? metres : withSuffix(text, suffix, factor);
+    if (!metres || !(*metres > 0) || *metres > cFarthest)
+        throw std::invalid_argument("'" + text + "' is no distance: write 6nm, 11112m or 3km, up to 1000km");
+    return *metres;
+}
 }  // namespace tool

@@ -21,6 +21,10 @@ std::optional<double> plainNumber(std::string_view text);
 // Returns the ms of "10", "2.5", "10s", "250ms", "5m", "2h", "00:01:30". Throws std::invalid_argument with a sentence
 // for the user.
 std::uint64_t parseDuration(const std::string& text);
+
+// Returns the metres of "6nm", "11112m", "3km", "11112": above 0. Throws std::invalid_argument with a sentence for the
+// user.
+double parseDistance(const std::string& text);
 }  // namespace tool
 
 #endif
