@@ -189,7 +189,7 @@ TEST(Cat240Test, TheUsualSpokeByteForByte)
 
 TEST(Cat240Test, WhatIsWrittenIsReadAgain)
 {
-    for (const std::uint8_t bits : {1, 2, 4, 8, 12, 16, 24, 32})
+    for (const std::uint8_t bits : std::initializer_list<std::uint8_t>{1, 2, 4, 8, 12, 16, 24, 32})
     {
         for (const std::size_t size : {12u, 3000u, 48'000u})
         {
