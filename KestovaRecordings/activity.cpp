@@ -6,17 +6,28 @@ namespace recordings
 {
 void tActivity::add(std::uint64_t timeMs)
 {
+    add(tGap{timeMs, timeMs});
+}
+
+void tActivity::add(const tGap& stretch)
+{
     if (!m_stretches.empty())
     {
         tGap& last = m_stretches.back();
-        if (timeMs + m_silenceMs >= last.fromMs && timeMs <= last.toMs + m_silenceMs)
+        if (stretch.toMs + m_silenceMs >= last.fromMs && stretch.fromMs <= last.toMs + m_silenceMs)
         {
-            last.fromMs = std::min(last.fromMs, timeMs);
-            last.toMs = std::max(last.toMs, timeMs);
+            last.fromMs = std::min(last.fromMs, stretch.fromMs);
+            last.toMs = std::max(last.toMs, stretch.toMs);
             return;
         }
     }
-    m_stretches.push_back({timeMs, timeMs});
+    m_stretches.push_back(stretch);
+}
+
+void tActivity::add(const tActivity& other)
+{
+    for (const tGap& stretch : other.m_stretches)
+        add(stretch);
 }
 
 std::vector<tGap> tActivity::silences() const

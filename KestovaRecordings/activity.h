@@ -19,6 +19,9 @@ public:
     // Takes the time of a record, in ms. In any order; its memory grows with the silences, and with how often a time
     // is far from the one before it.
     void add(std::uint64_t timeMs);
+    // Takes a stretch of time in which no silence is longer than silenceMs; all those of another one.
+    void add(const tGap& stretch);
+    void add(const tActivity& other);
     // Returns the silences longer than silenceMs, in order of time.
     std::vector<tGap> silences() const;
 

@@ -15,7 +15,8 @@ namespace recordings
 {
 // Returns the path itself for a file, or every file below a folder whose name ends in `suffix` (".data"), in order of
 // their paths. A path below a folder is the folder as given, joined by "/". Throws tFailure if there is no such path or
-// the folder has no such file. Does not open the files. Any thread.
+// the folder has no such file. Leaves out hidden folders: what is being made or removed. Does not open the files. Any
+// thread.
 KESTOVA_API std::vector<std::string> findRecordings(const std::string& path, const std::string& suffix);
 
 // A file, or a path, that is left out.
@@ -33,7 +34,9 @@ struct tFoundFiles
 };
 
 // Returns the files of findRecordings() for each path in the order given, each file once, and the paths that have none.
-// Does not open the files. Any thread.
+// Of a plain file and its compressed form, which a recorder leaves if it dies between two steps, it returns the second
+// alone and leaves the first one out; it waits up to a second for a recorder that removes it. Opens no other files. Any
+// thread.
 KESTOVA_API tFoundFiles findAllRecordings(const std::vector<std::string>& paths, const std::string& suffix);
 
 // Returns where one of the files is now: its path, or its compressed form if a recorder has compressed it since it was

@@ -126,6 +126,17 @@ bool isPlainCapture(const std::string& path)
            le::load<std::uint32_t>(head.data()) == cPlainMagic && le::load<std::uint32_t>(&head[20]) == cEthernet;
 }
 
+bool isCapture(const std::string& path)
+{
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return false;
+    const tDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    std::array<char, sizeof(std::uint32_t)> magic;
+    return file.valid() && file.readAllAt(magic.data(), magic.size(), 0) &&
+           std::find(cMagics.begin(), cMagics.end(), le::load<std::uint32_t>(magic.data())) != cMagics.end();
+}
+
 class tCaptureFrames::tPrivate
 {
 public:

@@ -18,6 +18,9 @@ constexpr char cStandardInput[] = "-";
 // little-endian, of Ethernet frames with microsecond stamps. False also for what is no capture, or cannot be opened.
 KESTOVA_API bool isPlainCapture(const std::string& path);
 
+// Returns whether a path is a regular file that begins as captures do, whatever kind of capture it is.
+KESTOVA_API bool isCapture(const std::string& path);
+
 struct tCapturedFrame
 {
     std::uint64_t timeUs;  // since the Unix epoch

@@ -45,11 +45,11 @@ public:
     tPrivate(const tPrivate&) = delete;
     tPrivate& operator=(const tPrivate&) = delete;
 
-    void add(std::uint64_t timeMs, std::string_view frame)
+    void add(std::uint64_t timeUs, std::string_view frame)
     {
         pcap_pkthdr head{};
-        head.ts.tv_sec = static_cast<decltype(head.ts.tv_sec)>(timeMs / 1000);
-        head.ts.tv_usec = static_cast<decltype(head.ts.tv_usec)>(timeMs % 1000 * 1000);
+        head.ts.tv_sec = static_cast<decltype(head.ts.tv_sec)>(timeUs / 1'000'000);
+        head.ts.tv_usec = static_cast<decltype(head.ts.tv_usec)>(timeUs % 1'000'000);
         head.caplen = head.len = static_cast<bpf_u_int32>(frame.size());
         pcap_dump(reinterpret_cast<u_char*>(m_dumper.get()), &head, reinterpret_cast<const u_char*>(frame.data()));
         if (std::ferror(pcap_dump_file(m_dumper.get())) != 0)
@@ -97,9 +97,9 @@ tCaptureWriter::tCaptureWriter(int descriptor, const std::string& name)
 
 tCaptureWriter::~tCaptureWriter() = default;
 
-void tCaptureWriter::add(std::uint64_t timeMs, std::string_view frame)
+void tCaptureWriter::add(std::uint64_t timeUs, std::string_view frame)
 {
-    d->add(timeMs, frame);
+    d->add(timeUs, frame);
 }
 
 void tCaptureWriter::finish()

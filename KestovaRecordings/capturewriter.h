@@ -23,7 +23,7 @@ public:
     tCaptureWriter(const tCaptureWriter&) = delete;
     tCaptureWriter& operator=(const tCaptureWriter&) = delete;
 
-    void add(std::uint64_t timeMs, std::string_view frame);  // at most 65,535 bytes
+    void add(std::uint64_t timeUs, std::string_view frame);  // at most 65,535 bytes
     void finish();                                           // writes the rest; syncs a file and renames it
 
 private:

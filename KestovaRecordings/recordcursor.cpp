@@ -55,7 +55,14 @@ public:
     std::size_t damaged() const { return m_file.damagedCount(); }
     bool atEnd() const { return m_next == m_file.recordCount(); }
     std::uint64_t timeMs() const { return m_file.record(place()).timeMs; }
-    bool read(std::string& bytes) { return m_file.read(place(), bytes); }
+    int fineTime() const { return m_file.fineTime(place()); }
+    bool view(std::string_view& bytes)
+    {
+        std::size_t len = 0;
+        const char* const segment = m_file.view(place(), len);
+        bytes = {segment, segment != nullptr ? len : 0};
+        return segment != nullptr;
+    }
     void advance() { ++m_next; }
     bool comesAfter(const tOpenFile& other) const
     {
@@ -85,6 +92,7 @@ public:
 
     bool next(tRecordingRecord& record)
     {
+        m_ended.reset();
         for (;;)
         {
             openDue();
@@ -152,8 +160,9 @@ private:
         std::unique_ptr<tOpenFile> file = std::move(m_open.back());
         m_open.pop_back();
         ++m_passed;
-        const bool isRead = file->read(m_bytes);
-        record = {file->timeMs(), m_bytes};
+        std::string_view bytes;
+        const bool isRead = file->view(bytes);
+        record = {file->timeMs(), file->fineTime(), bytes};
         if (!isRead)
             ++m_damaged;
         file->advance();
@@ -164,7 +173,10 @@ private:
     void push(std::unique_ptr<tOpenFile> file)
     {
         if (file->atEnd())
+        {
+            m_ended = std::move(file);
             return;
+        }
         m_open.push_back(std::move(file));
         std::push_heap(m_open.begin(), m_open.end(), laterFirst);
     }
@@ -177,7 +189,7 @@ private:
     const std::string m_suffix;
     std::vector<tWaitingFile> m_waiting;             // the earliest last
     std::vector<std::unique_ptr<tOpenFile>> m_open;  // a heap, the file of the earliest record first
-    std::string m_bytes;
+    std::unique_ptr<tOpenFile> m_ended;              // holds the bytes of its last record until the next call
 };
 
 tRecordCursor::tRecordCursor(const std::vector<std::string>& files, const std::string& suffix)

@@ -17,6 +17,7 @@ namespace recordings
 struct tRecordingRecord
 {
     std::uint64_t timeMs;
+    int fineTime;            // microseconds within the millisecond, 0 to 999; -1 where they are not known
     std::string_view bytes;  // valid until the next call
 };
 

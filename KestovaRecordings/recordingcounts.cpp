@@ -1,244 +1,256 @@
 #include "KestovaRecordings/recordingcounts.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <exception>
 #include <filesystem>
+#include <mutex>
 #include <optional>
-#include <string_view>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 #include "KestovaRecordings/failure.h"
-#include "KestovaStorage/datafile.h"
-#include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/packageview.h"
+#include "KestovaRecordings/internal/filecounter.h"
+#include "KestovaRecordings/internal/persecond.h"
 
 namespace recordings
 {
 namespace
 {
-constexpr std::size_t cProgressRecords = 1024;
-constexpr std::size_t cLongSegment = 4096;  // tDataFile::readPart() is faster from here on
+using namespace std::chrono_literals;
 
-// A record's stream and message, without the message's bytes unless they were read.
-struct tMessage
-{
-    std::size_t size;
-    bool package = false;
-    tReadWriteType kind = eOtherType;
-    std::uint16_t port = 0;
-    std::uint32_t ip = 0;
-    std::string_view bytes{};
+constexpr std::uint64_t cMuch = 64 << 20;  // bytes in all files that are worth further threads
+constexpr unsigned int cMostThreads = 4;
 
-    bool sameStream(const tMessage& other) const
-    {
-        return package == other.package && kind == other.kind && port == other.port && ip == other.ip;
-    }
-    tStreamKey stream() const { return package ? tStreamKey::of(kind, ip, port) : tStreamKey::raw(); }
-};
-
-tMessage messageOf(const tRadarMsgPackage& package)
-{
-    return {package.msgLen, true, package.msgInfo.rwType, package.udpPort, package.udpAddr};
-}
-
-tMessage messageIn(const char* segment, std::size_t len)
-{
-    const tRadarMsgPackage* const package = asWholePackage(segment, len);
-    if (package == nullptr)
-        return {.size = len, .bytes = {segment, len}};
-    tMessage message = messageOf(*package);
-    message.bytes = {segment + cPackageHeadSize, message.size};
-    return message;
-}
-
-// Of a segment of `len` bytes, with its beginning and its end.
-tMessage messageBetween(const char* head, const char* end, std::size_t len)
-{
-    const auto* const package = reinterpret_cast<const tRadarMsgPackage*>(head);
-    const bool whole = len == packageSize(package->msgLen) &&
-                       std::memcmp(head, cPackageHeadMark, cPackageMarkSize) == 0 &&
-                       std::memcmp(end, cPackageEndMark, cPackageMarkSize) == 0;
-    return whole ? messageOf(*package) : tMessage{.size = len};
-}
-
-// The histories of the streams of the present file, found by the stream of a message.
-class tStreamsAtHand
+// Counts files, the next one whenever one is done, on the calling thread and on further ones.
+class tCountingThreads
 {
 public:
-    struct tHistories
+    tCountingThreads(const tCountOptions& options, const std::vector<std::string>& files,
+                     const std::function<bool(const tCountProgress&)>& goOn)
+        : m_files(files), m_suffix(options.suffix), m_goOn(goOn), m_found(files.size())
     {
-        tMessage stream{};
-        tStreamHistory* ofFile = nullptr;
-        tStreamHistory* ofTotal = nullptr;
+        m_options.gapMs = options.gapMs;
+        m_options.withDigest = options.withDigest;
+        m_options.perSecond = options.perSecond;
+        m_options.fromSheet = !options.withDigest || files.size() == 1;
+        m_options.digests = options.withDigest ? &m_digests : nullptr;
+    }
+
+    // A file of each path: counted, or why it is not. Both are empty for one that is gone, or was not reached.
+    struct tFound
+    {
+        std::optional<tCountedFile> counted;
+        std::string error;
     };
-    void clear() { m_streams = {}; }
-    tHistories& of(const tMessage& message, tStreamHistories& file, tStreamHistories& total)
+
+    void run()
     {
-        tHistories& found = m_streams[(message.kind ^ message.port ^ message.ip >> 24) % cPlaces];
-        if (found.ofFile == nullptr || !found.stream.sameStream(message))
-            found = {message, &file[message.stream()], &total[message.stream()]};
-        return found;
+        {
+            std::vector<std::jthread> others;
+            if (!m_options.withDigest && isMuch())
+                startHelpers(others);
+            countFiles([this](std::size_t file, std::size_t i, std::size_t records) {
+                return m_goOn({file + 1, m_files.size(), i, records});
+            });
+            waitForHelpers();
+        }
+        if (m_failure)
+            std::rethrow_exception(m_failure);
     }
 
+    std::vector<tFound>& found() { return m_found; }
+    const std::map<tStreamKey, tDigest>& digests() const { return m_digests; }
+    bool complete() const { return !m_cancelled; }
+
 private:
-    static constexpr std::size_t cPlaces = 16;
-    std::array<tHistories, cPlaces> m_streams;
+    bool isMuch() const
+    {
+        std::uint64_t bytes = 0;
+        for (const std::string& file : m_files)
+            bytes += sizeOnDisk(file);
+        return m_files.size() > 1 && bytes >= cMuch;
+    }
+
+    void startHelpers(std::vector<std::jthread>& threads)
+    try
+    {
+        const unsigned int most = std::clamp(std::thread::hardware_concurrency(), 1u, cMostThreads);
+        for (std::size_t i = 1; i < std::min<std::size_t>(most, m_files.size()); ++i)
+        {
+            threads.emplace_back([this] { help(); });
+            const std::lock_guard lock(m_mutex);
+            ++m_helping;
+        }
+    }
+    catch (const std::system_error&)
+    {
+        // Fewer threads do the same work.
+    }
+
+    void help()
+    {
+        std::exception_ptr failure;
+        try
+        {
+            countFiles([](std::size_t, std::size_t, std::size_t) { return true; });
+        }
+        catch (...)
+        {
+            failure = std::current_exception();
+            m_cancelled = true;
+        }
+        const std::lock_guard lock(m_mutex);
+        m_failure = failure ? failure : m_failure;
+        --m_helping;
+        m_changed.notify_all();
+    }
+
+    void waitForHelpers()
+    {
+        std::unique_lock lock(m_mutex);
+        while (!m_changed.wait_for(lock, 100ms, [this] { return m_helping == 0; }))
+        {
+            lock.unlock();
+            if (!m_goOn({m_files.size(), m_files.size(), 0, 0}))
+                m_cancelled = true;
+            lock.lock();
+        }
+    }
+
+    template <typename tGoOn>
+    void countFiles(tGoOn goOn)
+    {
+        for (std::size_t file; !m_cancelled && (file = m_next++) < m_files.size();)
+        {
+            const auto present = presentForm(m_files[file], m_files, m_suffix);
+            if (!present)
+                continue;
+            m_found[file].counted =
+                countFile(*present, m_options, m_found[file].error, [&](std::size_t i, std::size_t records) {
+                    if (!m_cancelled && !goOn(file, i, records))
+                        m_cancelled = true;
+                    return !m_cancelled.load();
+                });
+            if (m_options.withDigest && m_found[file].counted && m_found[file].counted->counts.bySheet)
+                for (const auto& [key, stream] : m_found[file].counted->counts.streams)
+                    m_digests[key] = stream.digest();
+        }
+    }
+
+    const std::vector<std::string>& m_files;
+    const std::string m_suffix;
+    const std::function<bool(const tCountProgress&)>& m_goOn;
+    tFileCountOptions m_options;
+    std::map<tStreamKey, tDigest> m_digests;  // of one thread
+    std::vector<tFound> m_found;              // each of the thread that counts the file
+    std::atomic<std::size_t> m_next{0};
+    std::atomic<bool> m_cancelled{false};
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    int m_helping = 0;             // guarded by m_mutex: threads started, less those that are done
+    std::exception_ptr m_failure;  // guarded by m_mutex
 };
 
-class tCounter
+// Puts the files together in their order.
+class tTotal
 {
 public:
-    tCounter(const tCountOptions& options, const std::function<bool(const tCountProgress&)>& goOn)
-        : m_options(options), m_goOn(goOn)
-    {}
+    explicit tTotal(std::uint64_t gapMs) : m_gapMs(gapMs) {}
 
-    tRecordingCounts run(const std::vector<std::string>& paths);
+    void add(tCountedFile counted)
+    {
+        tFileCounts& counts = counted.counts;
+        enterFolder(std::filesystem::path(counts.path).parent_path().string());
+        addSums(counts);
+        for (const auto& [key, stream] : counts.streams)
+            m_result.total.streams[key].append(stream, m_gapMs);
+        for (const auto& [key, seconds] : counts.perSecond)
+            addSeconds(m_result.total.perSecond[key], seconds);
+        m_activity.add(counted.activity);
+        m_result.files.push_back(std::move(counts));
+    }
+
+    void addDigests(const std::map<tStreamKey, tDigest>& digests)
+    {
+        for (const auto& [key, digest] : digests)
+            m_result.total.streams[key].setDigest(digest);
+    }
+
+    tRecordingCounts take(bool complete)
+    {
+        m_result.total.silences = m_activity.silences();
+        m_result.complete = complete;
+        return std::move(m_result);
+    }
+
+    tRecordingCounts m_result;
 
 private:
-    void enterFolder(const std::string& folder);
-    void countPath(const std::string& path, bool asked);
-    std::optional<tFileCounts> countFile(const std::string& path, std::string& error);
-    void countRecord(storage::tDataFile& file, std::size_t i, tFileCounts& counts);
-    std::optional<tMessage> read(storage::tDataFile& file, std::size_t i, std::size_t len) const;
-    void add(const tMessage& message, std::uint64_t timeMs, tFileCounts& counts);
-    void add(tFileCounts counts);
-    bool goesOn(std::size_t i, std::size_t records);
+    // The time between two recordings is no gap.
+    void enterFolder(const std::string& folder)
+    {
+        if (folder == m_folder)
+            return;
+        for (auto& [key, stream] : m_result.total.streams)
+            stream.interrupt();
+        m_folder = folder;
+    }
 
-    const tCountOptions& m_options;
-    const std::function<bool(const tCountProgress&)>& m_goOn;
-    bool m_cancelled = false;
-    std::size_t m_file = 0, m_files = 0;
+    void addSums(const tFileCounts& counts)
+    {
+        tTotalCounts& total = m_result.total;
+        if (counts.records > 0)
+            total.firstMs = total.records == 0 ? counts.firstMs : std::min(total.firstMs, counts.firstMs);
+        total.lastMs = std::max(total.lastMs, counts.lastMs);
+        total.size += counts.size;
+        total.diskSize += counts.diskSize;
+        total.records += counts.records;
+        total.bytes += counts.bytes;
+        total.damaged += counts.damaged;
+        if (counts.sheet)
+            addLosses(counts.sheet->losses);
+    }
+
+    void addLosses(const tSheetLosses& losses)
+    {
+        tSheetLosses& sum = m_result.total.losses;
+        sum.kernelDropped += losses.kernelDropped;
+        sum.queueLost += losses.queueLost;
+        sum.diskLost += losses.diskLost;
+        sum.joinsLost.insert(sum.joinsLost.end(), losses.joinsLost.begin(), losses.joinsLost.end());
+    }
+
+    const std::uint64_t m_gapMs;
     std::string m_folder;  // of the present file
     tActivity m_activity;
-    tStreamsAtHand m_streams;
-    tRecordingCounts m_result;
 };
-
-tRecordingCounts tCounter::run(const std::vector<std::string>& paths)
-{
-    tFoundFiles found = findAllRecordings(paths, m_options.suffix);
-    m_result.leftOut = std::move(found.leftOut);
-    m_files = found.files.size();
-    for (m_file = 1; m_file <= m_files && !m_cancelled; ++m_file)
-    {
-        const std::string& one = found.files[m_file - 1];
-        if (const auto present = presentForm(one, found.files, m_options.suffix))
-            countPath(*present, std::find(paths.begin(), paths.end(), one) != paths.end());
-    }
-    if (m_result.files.empty() && !m_cancelled)
-        throw nothingLeft(m_result.leftOut);
-    m_result.total.silences = m_activity.silences();
-    m_result.complete = !m_cancelled;
-    return std::move(m_result);
-}
-
-void tCounter::countPath(const std::string& path, bool asked)
-{
-    enterFolder(std::filesystem::path(path).parent_path().string());
-    std::string error;
-    if (auto counts = countFile(path, error))
-        add(std::move(*counts));
-    else
-        m_result.leftOut.push_back(leftOut(path, error, asked));
-}
-
-// The time between two recordings is no gap.
-void tCounter::enterFolder(const std::string& folder)
-{
-    if (folder == m_folder)
-        return;
-    for (auto& [key, stream] : m_result.total.streams)
-        stream.interrupt();
-    m_folder = folder;
-}
-
-std::optional<tFileCounts> tCounter::countFile(const std::string& path, std::string& error)
-{
-    storage::tDataFile file;
-    if (!file.open(path, &error))
-        return std::nullopt;
-    tFileCounts counts;
-    counts.path = path;
-    counts.kind = file.kind();
-    counts.finished = file.finished();
-    counts.size = file.size();
-    counts.diskSize = sizeOnDisk(path);
-    counts.records = file.recordCount();
-    counts.bytes = file.payloadBytes();
-    counts.damaged = file.damagedCount();
-    m_streams.clear();
-    counts.readable = counts.records == 0 || isReadable(file) || !file.isCompressed();
-    for (std::size_t i = 0; i < file.recordCount() && goesOn(i, file.recordCount()); ++i)
-        countRecord(file, i, counts);
-    return counts;
-}
-
-bool tCounter::goesOn(std::size_t i, std::size_t records)
-{
-    if (i % cProgressRecords == 0)
-        m_cancelled = !m_goOn({m_file, m_files, i, records});
-    return !m_cancelled;
-}
-
-void tCounter::countRecord(storage::tDataFile& file, std::size_t i, tFileCounts& counts)
-{
-    const storage::tDataFileRecord record = file.record(i);
-    counts.firstMs = counts.firstMs == 0 ? record.timeMs : std::min(counts.firstMs, record.timeMs);
-    counts.lastMs = std::max(counts.lastMs, record.timeMs);
-    m_activity.add(record.timeMs);
-    if (!counts.readable)
-        return;
-    if (const auto message = read(file, i, record.len))
-        add(*message, record.timeMs, counts);
-    else
-        ++counts.damaged;
-}
-
-// Reads no more of a long segment than head and end of its package, unless a digest is wanted.
-std::optional<tMessage> tCounter::read(storage::tDataFile& file, std::size_t i, std::size_t len) const
-{
-    if (len < cLongSegment || m_options.withDigest || file.isCompressed())
-    {
-        const char* const segment = file.view(i, len);
-        return segment != nullptr ? std::optional(messageIn(segment, len)) : std::nullopt;
-    }
-    char head[cPackageHeadSize], end[cPackageMarkSize];
-    if (!file.readPart(i, 0, sizeof head, head) || !file.readPart(i, len - sizeof end, sizeof end, end))
-        return std::nullopt;
-    return messageBetween(head, end, len);
-}
-
-void tCounter::add(const tMessage& message, std::uint64_t timeMs, tFileCounts& counts)
-{
-    const auto& [same, ofFile, ofTotal] = m_streams.of(message, counts.streams, m_result.total.streams);
-    for (tStreamHistory* const stream : {ofFile, ofTotal})
-    {
-        if (m_options.withDigest)
-            stream->add(timeMs, message.bytes, m_options.gapMs, true);
-        else
-            stream->count(timeMs, message.size, m_options.gapMs);
-    }
-}
-
-void tCounter::add(tFileCounts counts)
-{
-    tTotalCounts& total = m_result.total;
-    total.size += counts.size;
-    total.diskSize += counts.diskSize;
-    total.records += counts.records;
-    total.bytes += counts.bytes;
-    total.damaged += counts.damaged;
-    if (counts.records > 0)
-        total.firstMs = total.firstMs == 0 ? counts.firstMs : std::min(total.firstMs, counts.firstMs);
-    total.lastMs = std::max(total.lastMs, counts.lastMs);
-    m_result.files.push_back(std::move(counts));
-}
 }  // namespace
 
 tRecordingCounts countRecordings(const std::vector<std::string>& paths, const tCountOptions& options,
                                  const std::function<bool(const tCountProgress&)>& goOn)
 {
-    return tCounter(options, goOn).run(paths);
+    tFoundFiles files = findAllRecordings(paths, options.suffix);
+    tCountingThreads threads(options, files.files, goOn);
+    threads.run();
+    tTotal total(options.gapMs);
+    total.m_result.leftOut = std::move(files.leftOut);
+    for (std::size_t i = 0; i < files.files.size(); ++i)
+    {
+        auto& [counted, error] = threads.found()[i];
+        const std::string& file = files.files[i];
+        if (counted)
+            total.add(std::move(*counted));
+        else if (!error.empty())
+            total.m_result.leftOut.push_back(
+                leftOut(file, error, std::find(paths.begin(), paths.end(), file) != paths.end()));
+    }
+    if (total.m_result.files.empty() && threads.complete())
+        throw nothingLeft(total.m_result.leftOut);
+    total.addDigests(threads.digests());
+    return total.take(threads.complete());
 }
 }  // namespace recordings

@@ -5,11 +5,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "KestovaRecordings/activity.h"
 #include "KestovaRecordings/archive.h"
+#include "KestovaRecordings/sheet.h"
 #include "KestovaRecordings/streamhistory.h"
 #include "KestovaStorage/filehead.h"
 #include "UdpSocket/kestovaapi.h"
@@ -26,6 +29,10 @@ struct tFileCounts
     std::uint64_t records = 0, bytes = 0, damaged = 0;
     std::uint64_t firstMs = 0, lastMs = 0;
     tStreamHistories streams;
+    std::map<tStreamKey, tPerSecond> perSecond;  // where it is wanted
+    bool bySheet = false;                        // its sheet was read in place of its records
+    std::optional<tSheet> sheet;                 // without its streams and checksums
+    std::string sheetIgnored;                    // why a sheet that is there counts for nothing
 };
 
 struct tTotalCounts
@@ -34,6 +41,8 @@ struct tTotalCounts
     std::uint64_t firstMs = 0, lastMs = 0;
     std::vector<tGap> silences;  // of everything, longer than cSilenceMs, in order of time
     tStreamHistories streams;
+    std::map<tStreamKey, tPerSecond> perSecond;
+    tSheetLosses losses;  // of all sheets
 };
 
 struct tRecordingCounts
@@ -49,6 +58,7 @@ struct tCountOptions
     std::string suffix = ".data";
     std::uint64_t gapMs = 2000;  // silences of this length or more are gaps
     bool withDigest = false;
+    bool perSecond = false;
 };
 
 // The present record, counted from 0, of the present file, counted from 1.
@@ -58,9 +68,11 @@ struct tCountProgress
     std::size_t record, records;
 };
 
-// Counts the files below the paths one after the other, each once. Of a recording that is being written it counts what
-// is in its files at that moment; a file that is compressed or deleted meanwhile is counted in its new form, or left
-// out. Calls `goOn` every 1,024 records; false cancels. Throws tFailure if none of them is a data file. Any thread.
+// Counts the files below the paths, each once. A finished file with a sheet is counted from that, unless `gapMs` is
+// less than cSheetGapMs or digests of several files are wanted; the others are read, large ones on several threads, so
+// that damage shows. Of a recording that is being written it counts what is in its files at that moment; a file that is
+// compressed or deleted meanwhile is counted in its new form, or left out. Calls `goOn`, on the calling thread, every
+// 1,024 records that it counts; false cancels. Throws tFailure if none of them is a data file. Any thread.
 KESTOVA_API tRecordingCounts countRecordings(const std::vector<std::string>& paths, const tCountOptions& options,
                                              const std::function<bool(const tCountProgress&)>& goOn);
 }  // namespace recordings

@@ -2,7 +2,11 @@
 
 #include <fmt/format.h>
 #include <tuple>
+#ifdef KESTOVA_XXH_DISPATCHES
+#include <xxh_x86dispatch.h>
+#else
 #include <xxhash.h>
+#endif
 
 #include "KestovaRecordings/streamchoice.h"
 #include "UdpSocket/udpsocket.h"

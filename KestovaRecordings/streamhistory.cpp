@@ -40,14 +40,35 @@ public:
         gaps.pop_back();
     }
 
+    void keepGapTo(std::uint64_t timeMs, std::uint64_t gapMs)
+    {
+        if (previousMs != 0 && timeMs > previousMs && timeMs - previousMs >= gapMs)
+            keep({previousMs, timeMs});
+    }
+
     std::uint64_t messages = 0, bytes = 0;
-    std::uint64_t firstMs = 0, lastMs = 0, previousMs = 0;
+    std::uint64_t firstMs = 0, lastMs = 0;  // the earliest and the latest
+    std::uint64_t beginMs = 0;              // of the first message, as they came
+    std::uint64_t previousMs = 0;           // of the last one; 0 after an interruption
     tDigest digest;
     std::vector<tGap> gaps;  // a heap, the shortest on top
     tActivity activity;      // its silences are the intervals that can hold a silence of everything
 };
 
 tStreamHistory::tStreamHistory() : d(std::make_unique<tPrivate>()) {}
+
+tStreamHistory::tStreamHistory(const tStreamRecollection& known) : tStreamHistory()
+{
+    d->messages = known.messages;
+    d->bytes = known.bytes;
+    d->firstMs = d->beginMs = known.firstMs;
+    d->lastMs = d->previousMs = known.lastMs;
+    d->digest = known.digest;
+    for (const tGap& gap : known.gaps)
+        d->keep(gap);
+    for (const tGap& stretch : known.stretches)
+        d->activity.add(stretch);
+}
 
 tStreamHistory::~tStreamHistory() = default;
 tStreamHistory::tStreamHistory(tStreamHistory&&) noexcept = default;
@@ -62,14 +83,44 @@ void tStreamHistory::add(std::uint64_t timeMs, std::string_view message, std::ui
 
 void tStreamHistory::count(std::uint64_t timeMs, std::uint64_t bytes, std::uint64_t gapMs)
 {
-    d->firstMs = d->messages == 0 ? timeMs : std::min(d->firstMs, timeMs);
+    if (d->messages == 0)
+        d->firstMs = d->beginMs = timeMs;
+    d->firstMs = std::min(d->firstMs, timeMs);
     d->lastMs = std::max(d->lastMs, timeMs);
-    if (d->previousMs != 0 && timeMs > d->previousMs && timeMs - d->previousMs >= gapMs)
-        d->keep({d->previousMs, timeMs});
-    d->activity.add(timeMs);
-    d->previousMs = timeMs;
+    if (timeMs != d->previousMs)
+    {
+        d->keepGapTo(timeMs, gapMs);
+        d->activity.add(timeMs);
+        d->previousMs = timeMs;
+    }
     ++d->messages;
     d->bytes += bytes;
+}
+
+void tStreamHistory::append(const tStreamHistory& later, std::uint64_t gapMs)
+{
+    const tPrivate& other = *later.d;
+    if (other.messages == 0)
+        return;
+    if (d->messages == 0)
+    {
+        d->firstMs = other.firstMs;
+        d->beginMs = other.beginMs;
+    }
+    d->firstMs = std::min(d->firstMs, other.firstMs);
+    d->lastMs = std::max(d->lastMs, other.lastMs);
+    d->keepGapTo(other.beginMs, gapMs);
+    for (const tGap& gap : other.gaps)
+        d->keep(gap);
+    d->activity.add(other.activity);
+    d->previousMs = other.previousMs;
+    d->messages += other.messages;
+    d->bytes += other.bytes;
+}
+
+void tStreamHistory::setDigest(const tDigest& digest)
+{
+    d->digest = digest;
 }
 
 void tStreamHistory::interrupt()

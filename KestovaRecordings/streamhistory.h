@@ -21,11 +21,22 @@ struct tGap
     std::uint64_t length() const { return toMs - fromMs; }
 };
 
+// What is known of a stream whose messages are not at hand, such as from a sheet.
+struct tStreamRecollection
+{
+    std::uint64_t messages = 0, bytes = 0;
+    std::uint64_t firstMs = 0, lastMs = 0;
+    tDigest digest;
+    std::vector<tGap> gaps;       // the 16 longest
+    std::vector<tGap> stretches;  // of messages with no silence longer than cSilenceMs between them
+};
+
 // One thread at a time. An object that was moved from may only be destroyed or assigned to.
 class KESTOVA_API tStreamHistory
 {
 public:
     tStreamHistory();
+    explicit tStreamHistory(const tStreamRecollection& known);
     ~tStreamHistory();
     tStreamHistory(tStreamHistory&&) noexcept;
     tStreamHistory& operator=(tStreamHistory&&) noexcept;
@@ -34,6 +45,9 @@ public:
     void add(std::uint64_t timeMs, std::string_view message, std::uint64_t gapMs, bool withDigest);
     // The same for a message of so many bytes, without a digest.
     void count(std::uint64_t timeMs, std::uint64_t bytes, std::uint64_t gapMs);
+    // Takes the messages of another history as if they came now. Leaves the digest, which needs the messages.
+    void append(const tStreamHistory& later, std::uint64_t gapMs);
+    void setDigest(const tDigest& digest);
     void interrupt();  // the next message begins another recording: the time until then is no silence
 
     std::uint64_t messages() const;

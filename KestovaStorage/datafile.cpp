@@ -1,34 +1,27 @@
 #include "KestovaStorage/datafile.h"
 
-#include <memory>
+#include <algorithm>
 #include <new>
 #include <utility>
 
-#include "KestovaStorage/internal/datafile/datafilereader.h"
+#include "KestovaStorage/companions.h"
+#include "KestovaStorage/internal/datafile/datafileprivate.h"
 #include "KestovaStorage/internal/datafile/fileforms.h"
-#include "KestovaStorage/internal/datafile/segmentreader.h"
 
 namespace storage
 {
-namespace
-{
-constexpr std::size_t cWindow = 256 * 1024;  // files are mostly read from front to back
-}
-
 const char* fileFormName(tFileHeadSymbol form)
 {
     const tFileForm* const known = formOf(form);
     return known != nullptr ? known->name : "unknown";
 }
 
-class tDataFilePrivate
+tFineTimes& tDataFilePrivate::fineTimes()
 {
-public:
-    std::unique_ptr<tDataFileReader> m_reader;  // null while nothing is open
-    std::string m_path;
-    std::uint64_t m_payloadBytes = 0;
-    tSegmentReader m_segments{cWindow};
-};
+    if (!m_fineTimes)
+        m_fineTimes.emplace(m_reader ? fineTimesOf(*m_reader) : tFineTimes());
+    return *m_fineTimes;
+}
 
 tDataFile::tDataFile() : d(new tDataFilePrivate) {}
 
@@ -41,6 +34,7 @@ bool tDataFile::open(const std::string& path, std::string* error)
 {
     d->m_path = path;
     d->m_payloadBytes = 0;
+    d->m_fineTimes.reset();
     tStatus failure;
     d->m_reader = tDataFileReader::open(path, &failure);
     if (!failure && error != nullptr)
@@ -98,6 +92,24 @@ tDataFileRecord tDataFile::record(size_t i) const
     return {record.time, record.firstByte, static_cast<std::uint32_t>(record.bytes())};
 }
 
+int tDataFile::fineTime(size_t i) const
+{
+    return d->m_reader ? d->fineTimes().at(d->m_reader->slotNumber(i)) : -1;
+}
+
+tFineTimesState tDataFile::fineTimes() const
+{
+    return d->fineTimes().state();
+}
+
+bool tDataFile::fineTimesId(tFileId& id) const
+{
+    const bool ours = fineTimes() == eFineTimesOurs;
+    if (ours)
+        id = d->fineTimes().id();
+    return ours;
+}
+
 const char* tDataFile::view(size_t i, size_t& len)
 {
     if (i >= recordCount())
@@ -107,6 +119,20 @@ const char* tDataFile::view(size_t i, size_t& len)
         return nullptr;
     len = segment->size();
     return len != 0 ? segment->data() : "";
+}
+
+size_t tDataFile::readRun(size_t first, size_t count, tDataFileSegment* segments)
+{
+    const size_t most = first < recordCount() ? std::min(count, recordCount() - first) : 0;
+    if (most == 0 || isCompressed())
+        return 0;
+    const tSegmentReader::tRun run = d->m_segments.readRun(*d->m_reader, first, most);
+    for (size_t i = 0; i < run.records; ++i)
+    {
+        const tSegmentRecord record = d->m_reader->record(first + i);
+        segments[i] = {record.time, run.bytes + (record.firstByte - run.pos), static_cast<size_t>(record.bytes())};
+    }
+    return run.records;
 }
 
 bool tDataFile::readPart(size_t i, size_t offset, size_t len, char* to)

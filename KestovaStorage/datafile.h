@@ -7,6 +7,7 @@
 #include <string>
 
 #include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/finetimesformat.h"
 #include "UdpSocket/kestovaapi.h"
 
 namespace storage
@@ -17,6 +18,14 @@ struct tDataFileRecord
     uint64_t timeMs;  // recorded time stamp, ms since the Unix epoch
     uint64_t pos;     // offset in bytes of the segment's first byte in the file
     uint32_t len;     // length in bytes; in a compressed file, of what its code takes
+};
+
+// A segment that readRun() has read.
+struct tDataFileSegment
+{
+    uint64_t timeMs;
+    const char* bytes;  // valid until the object is used again
+    size_t len;
 };
 
 // The name that users see for a form of data file: "plain", "huffman"; "unknown" for a number that no form has.
@@ -48,6 +57,10 @@ public:
     size_t recordCount() const;   // records that are whole, in the order in which they were recorded
     size_t damagedCount() const;  // index records left out: they point outside the file or carry no possible time
     tDataFileRecord record(size_t i) const;  // i below recordCount()
+    // Returns the microseconds within the record's millisecond, 0 to 999; -1 where they are not known.
+    int fineTime(size_t i) const;
+    tFineTimesState fineTimes() const;    // looks at the file of fine times the first time
+    bool fineTimesId(tFileId& id) const;  // of eFineTimesOurs alone: sets the identity in it
 
     // Replaces `bytes` by the segment's bytes. Returns false if the file does not hold them all (it was cut since it
     // was opened), a read fails, or the codes of a compressed file cannot be used.
@@ -55,11 +68,16 @@ public:
     // Returns the segment's bytes where they were read and sets `len`; valid until the object is used again. Null where
     // read() returns false.
     const char* view(size_t i, size_t& len);
+    // Sets `segments` to those of up to `count` records from the first one on and returns how many: as many as lie
+    // behind one another in the bytes that one read brings. 0 for a long segment, for a compressed one, and where
+    // read() returns false.
+    size_t readRun(size_t first, size_t count, tDataFileSegment* segments);
     // Copies `len` bytes from `offset` on. Of a long segment that is no code it reads these alone. Returns false if the
     // segment does not hold them, and where read() does.
     bool readPart(size_t i, size_t offset, size_t len, char* to);
 
 private:
+    friend class tDataFileOutputPrivate;  // copies bytes inside the kernel
     tDataFilePrivate* d;
 };
 }  // namespace storage

@@ -35,7 +35,22 @@ bool tDataStorageIO::CreateNewWritingFile(const std::string& customFolderPath, c
 
 void tDataStorageIO::WriteData(const char* data, unsigned long len, unsigned long timestamp)
 {
-    d->m_writer.writeData(data, len, timestamp);
+    d->m_writer.writeData(data, len, {timestamp});
+}
+
+void tDataStorageIO::WriteDataFine(const char* data, unsigned long len, uint64_t time_us)
+{
+    d->m_writer.writeData(data, len, tSegmentTime::fine(time_us));
+}
+
+void tDataStorageIO::SetFineTimes(bool on)
+{
+    d->m_writer.setFineTimes(on);
+}
+
+void tDataStorageIO::SetWriteObserver(iWriteObserver* observer)
+{
+    d->m_writer.setObserver(observer);
 }
 
 bool tDataStorageIO::IsWriteEnable() const
@@ -71,6 +86,21 @@ uint32_t tDataStorageIO::GetSaveCnt() const
 uint64_t tDataStorageIO::GetWriteLostCnt() const
 {
     return d->m_writer.lostCnt();
+}
+
+bool tDataStorageIO::StartNextFile()
+{
+    return d->m_writer.startNextFile();
+}
+
+uint64_t tDataStorageIO::GetWriteQueuedCnt() const
+{
+    return d->m_writer.queuedCnt();
+}
+
+uint64_t tDataStorageIO::GetWriteDoneCnt() const
+{
+    return d->m_writer.doneCnt();
 }
 
 uint32_t tDataStorageIO::GetCompressingCnt() const
@@ -131,6 +161,16 @@ bool tDataStorageIO::Jump(double fraction)
 void tDataStorageIO::CloseReadingFile()
 {
     d->m_player.close();
+}
+
+int tDataStorageIO::GetReplayFineTime() const
+{
+    return d->m_player.fineTime();
+}
+
+int64_t tDataStorageIO::GetReplayDueTime() const
+{
+    return d->m_player.dueTime_ns();
 }
 
 uint64_t tDataStorageIO::GetUnreadCnt() const

@@ -24,6 +24,8 @@ class tPackageRecorderPrivate;
 
 namespace storage
 {
+class iWriteObserver;
+
 enum tPathProperty : int32_t
 {
     eNoExist = 0,
@@ -77,6 +79,21 @@ public:
     // 4 GiB or more, and later time stamps, are refused with a line on standard error.
     void WriteData(const char* data, unsigned long len, unsigned long timestamp);
 
+    // Goes on in the next file, as a roll-over does: nothing is lost, what was queued before the call is in the file
+    // before it. Returns at once; the writer finishes the present file, empty or not, and opens the next one behind
+    // what it has in hand. Returns false if no file is open.
+    bool StartNextFile();
+    // The same with a time in microseconds since the epoch, 0 meaning now. The index has its milliseconds; the rest is
+    // kept if the file has fine times.
+    void WriteDataFine(const char* data, unsigned long len, uint64_t time_us);
+
+    // Sets whether files created from then on get fine times beside them (companions.h): the microseconds of every
+    // segment whose time has them, two bytes a segment. Off by default.
+    void SetFineTimes(bool on);
+    // Sets who follows what is written (writeobserver.h); null for none. Before the first file is created, or while
+    // none is open. Not owned; must outlive this object.
+    void SetWriteObserver(iWriteObserver* observer);
+
     bool IsWriteEnable() const;  // whether a file is open; false for microseconds while one file follows another
 
     // Finishes the file: writes its index head. What is still queued is discarded; call WaitWriteIdle first to keep it.
@@ -94,6 +111,10 @@ public:
     // Of these, segments that are in no file and never will be: no file was open, writing failed, they were discarded
     // by FinishWrite, or WriteData refused them. (Segments of no bytes are not counted.)
     uint64_t GetWriteLostCnt() const;
+    // Segments ever queued, and those of them that the writer has done with, written or lost. The second grows while
+    // the writer advances and reaches the first when it has nothing to do; both are exact.
+    uint64_t GetWriteQueuedCnt() const;
+    uint64_t GetWriteDoneCnt() const;
     uint32_t GetCompressingCnt() const;  // finished files that are being compressed, or wait for it
     void CancelCompressing();            // these files stay plain
 
@@ -130,6 +151,11 @@ public:
     // file was cut or changed since it was opened, or is another one by now (of more than 64, those that have to be
     // opened again).
     uint64_t GetUnreadCnt() const;
+    // Inside UpdateReplayData, of the segment being reported: the microseconds within its millisecond, -1 if they are
+    // not known; and when it was due, in ns of the steady clock (CLOCK_MONOTONIC), 0 while paused. Segments with fine
+    // times are due to the microsecond, others with their millisecond.
+    int GetReplayFineTime() const;
+    int64_t GetReplayDueTime() const;
 
     // ---- Paths and disks. Any thread. ----
 

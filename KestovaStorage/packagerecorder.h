@@ -38,6 +38,10 @@ public:
     // The package's number is its place in the order of all Record calls, from 0, those without a file included.
     void Record(const tUdpMsgInfo& info, const NetAddress& group, const char* data, int len, unsigned long timestamp);
 
+    // The same with a time in microseconds since the epoch, 0 for now: the package and the index have its milliseconds,
+    // the rest is kept if the file has fine times (storage::tDataStorageIO::SetFineTimes).
+    void RecordFine(const tUdpMsgInfo& info, const NetAddress& group, const char* data, int len, uint64_t time_us);
+
     uint32_t GetRecordedCnt() const;  // packages numbered so far
 
 private:

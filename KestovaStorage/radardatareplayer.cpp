@@ -196,4 +196,14 @@ uint64_t tRadarDataReplayer::GetDamagedCnt() const
 {
     return d->records().damagedCnt();
 }
+
+int tRadarDataReplayer::GetReplayFineTime() const
+{
+    return d->GetReplayFineTime();
+}
+
+int64_t tRadarDataReplayer::GetReplayDueTime() const
+{
+    return d->GetReplayDueTime();
+}
 }  // namespace Kestova

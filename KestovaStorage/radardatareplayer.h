@@ -73,6 +73,10 @@ public:
     uint64_t GetUnreadCnt() const;       // as in storage::tDataStorageIO
     uint64_t GetDamagedCnt() const;      // records that did not hold their whole message
 
+    // Inside UpdateReplayData, of the record being reported; as in storage::tDataStorageIO.
+    int GetReplayFineTime() const;
+    int64_t GetReplayDueTime() const;
+
 private:
     tRadarDataReplayerPrivate* d;
 };

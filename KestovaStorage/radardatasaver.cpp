@@ -199,8 +199,8 @@ void tRadarDataSaverPrivate::OnDatagram(const net::tReceivedDatagram& datagram)
                                          datagram.len);
         });
         // Threads of their own record in the order of the present time, not quite in that of the times of arrival.
-        m_packageRecorder.Record(row.msgInfo, datagram.group, datagram.data, datagram.len,
-                                 m_shared ? datagram.arrived_ms : 0);
+        m_packageRecorder.RecordFine(row.msgInfo, datagram.group, datagram.data, datagram.len,
+                                     m_shared ? datagram.arrived_ns / 1000 : 0);
     }
     if (datagram.group == multiRadarServiceAddress())
         m_serviceQuery.heard();
@@ -210,7 +210,7 @@ void tRadarDataSaverPrivate::ManualWriteRadarData(const char* groupAddr, int por
 {
     const std::size_t size = data && len > 0 ? static_cast<std::size_t>(len) : 0;
     std::vector<char> editable(data, data + size);  // the observer may write, the caller's bytes are const
-    OnDatagram({{}, groupOf(groupAddr, port), editable.data(), static_cast<int>(size), 0});
+    OnDatagram({{}, groupOf(groupAddr, port), editable.data(), static_cast<int>(size), 0, 0});
 }
 
 void tRadarDataSaverPrivate::ManualWriteData(const char* addr, int port, const char* data, int len,
@@ -301,6 +301,21 @@ uint64_t tRadarDataSaver::GetWriteLostCnt() const
     return d->GetWriteLostCnt();
 }
 
+bool tRadarDataSaver::StartNextFile()
+{
+    return d->StartNextFile();
+}
+
+uint64_t tRadarDataSaver::GetWriteQueuedCnt() const
+{
+    return d->GetWriteQueuedCnt();
+}
+
+uint64_t tRadarDataSaver::GetWriteDoneCnt() const
+{
+    return d->GetWriteDoneCnt();
+}
+
 uint32_t tRadarDataSaver::GetCompressingCnt() const
 {
     return d->GetCompressingCnt();
@@ -309,6 +324,16 @@ uint32_t tRadarDataSaver::GetCompressingCnt() const
 void tRadarDataSaver::CancelCompressing()
 {
     d->CancelCompressing();
+}
+
+void tRadarDataSaver::SetFineTimes(bool on)
+{
+    d->SetFineTimes(on);
+}
+
+void tRadarDataSaver::SetWriteObserver(storage::iWriteObserver* observer)
+{
+    d->SetWriteObserver(observer);
 }
 
 int tRadarDataSaver::GetGroupCounters(tGroupCounters* counters, int count) const

@@ -8,6 +8,11 @@
 #include "KestovaStorage/radarmsgpackage.h"
 #include "UdpSocket/kestovaapi.h"
 
+namespace storage
+{
+class iWriteObserver;
+}
+
 namespace Kestova
 {
 // Sees, and may edit, every datagram before it is recorded. An exception that leaves it ends the process.
@@ -101,8 +106,13 @@ public:
     std::string GetCurrentWriteDataFileName();
     uint32_t GetWriteDataFifoSize();
     uint64_t GetWriteLostCnt() const;
+    bool StartNextFile();
+    uint64_t GetWriteQueuedCnt() const;
+    uint64_t GetWriteDoneCnt() const;
     uint32_t GetCompressingCnt() const;
     void CancelCompressing();
+    void SetFineTimes(bool on);  // with SetSharedReception the times at which the kernel received the datagrams
+    void SetWriteObserver(storage::iWriteObserver* observer);
 
     // Copies the counters of up to `count` joined groups to `counters`, streams in the order of the constructor's
     // types, then the fixed groups, and returns how many groups there are (0 while sockets open or close). `counters`

@@ -19,6 +19,7 @@ struct tReceivedDatagram
     char* data;
     int len;
     uint64_t arrived_ms;  // when the kernel received it: ms since the epoch, by the system clock; 0 if it is not known
+    uint64_t arrived_ns;  // the same in ns
 };
 
 class KESTOVA_API iDatagramListener

@@ -138,7 +138,7 @@ void compressAsRecorder(const std::string& source, tStart start)
     dropFromCache(path);
     start();
     {
-        storage::tCompressionQueue compressions(".data");
+        storage::tCompressionQueue compressions(".data", [](const std::string&, const std::string&) {});
         compressions.add(path, std::move(encoder));
     }
     require(fs::exists(fs::path(path).parent_path() / "r.tar.data"), "not compressed");

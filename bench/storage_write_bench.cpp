@@ -3,16 +3,19 @@
 //   storage_write_bench [FOLDER]
 //
 // Sustained: 2,000,000 segments of 583 bytes are given to WriteData at full speed; a run lasts until all of them are in
-// the file (page cache). The yardsticks write the same bytes, in the same run: write(2) in blocks of 1 MiB, and fwrite
-// segment by segment through a buffer of 1 MiB. The producer's mean is the time spent in WriteData over the segments.
-// Paced: 20,000 segments a second for 5 s; percentiles of single calls (the clock's own cost is part of each), and
-// those of fwrite in turn with it. Threads: the same number of segments from 1, 2, 4 and 8 threads at once, until all
-// of them are in the file. Medians of five runs, in turn; files go to FOLDER, by default the system's temporary folder.
+// the file (page cache); the same with fine times, and with fine times and an observer that sums all bytes. The
+// yardsticks write the same bytes, in the same run: write(2) in blocks of 1 MiB, and fwrite segment by segment through
+// a buffer of 1 MiB. The producer's mean is the time spent in WriteData over the segments. Paced: 20,000 segments a
+// second for 5 s; percentiles of single calls (the clock's own cost is part of each), and those of fwrite in turn with
+// it. Threads: the same number of segments from 1, 2, 4 and 8 threads at once, until all of them are in the file.
+// Medians of five runs, in turn; files go to FOLDER, by default the system's temporary folder.
+#include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <thread>
 
 #include "KestovaStorage/datastorageio.h"
+#include "KestovaStorage/writeobserver.h"
 #include "bench/measure.h"
 
 namespace
@@ -26,25 +29,73 @@ constexpr std::size_t cBytes = cSegments * cSegmentLen;
 constexpr std::size_t cBlock = 1 << 20;
 constexpr unsigned long cTime = 1'700'000'000'000;
 
+// Sums every byte that was written.
+class tSummer final : public storage::iWriteObserver
+{
+public:
+    void FileStarted(const char*, const storage::tFileId&) override {}
+    void SegmentsWritten(const storage::tWrittenSegment* segments, std::size_t count) override
+    {
+        std::uint64_t sum = m_sum;
+        for (std::size_t i = 0; i < count; ++i)
+        {
+            std::size_t at = 0;
+            for (std::uint64_t word = 0; at + sizeof word <= segments[i].len; at += sizeof word)
+            {
+                std::memcpy(&word, segments[i].bytes + at, sizeof word);
+                sum = sum * 31 + word;  // a chain of multiplications, slower than a CRC with instructions of its own
+            }
+            bytes += segments[i].len;
+        }
+        m_sum = sum;
+    }
+    void SegmentsLost(std::uint64_t) override {}
+    void FileFinished(const char*) override {}
+    void FileCompressed(const char*, const char*) override {}
+    std::uint64_t bytes = 0;
+
+private:
+    volatile std::uint64_t m_sum = 0;
+};
+
 struct tRecording
 {
     double sustained;  // s until everything is in the file
     double produced;   // s until everything is queued
 };
 
-tRecording record(const std::string& folder, const std::string& segment)
+enum class eWith
 {
+    eNothing,
+    eFineTimes,
+    eObserver  // and fine times
+};
+
+tRecording record(const std::string& folder, const std::string& segment, eWith with)
+{
+    tSummer summer;
     storage::tDataStorageIO storage("", ".data");
+    storage.SetFineTimes(with != eWith::eNothing);
+    storage.SetWriteObserver(with == eWith::eObserver ? &summer : nullptr);
     if (!storage.CreateNewWritingFile(folder, "bench", false))
         std::exit(1);
     tRecording result{};
     const auto start = tClock::now();
     for (std::size_t i = 0; i < cSegments; ++i)
-        storage.WriteData(segment.data(), segment.size(), cTime + i);
+    {
+        if (with == eWith::eNothing)
+            storage.WriteData(segment.data(), segment.size(), cTime + i);
+        else
+            storage.WriteDataFine(segment.data(), segment.size(), cTime * 1000 + i);
+    }
     result.produced = bench::secondsSince(start);
     if (!storage.WaitWriteIdle(60'000) || storage.GetWriteLostCnt() != 0)
         std::exit(1);
+    if (with == eWith::eObserver)
+        storage.FinishWrite();  // has heard everything then
     result.sustained = bench::secondsSince(start);
+    if (with == eWith::eObserver && summer.bytes != cBytes)
+        std::exit(1);
     return result;
 }
 
@@ -82,10 +133,14 @@ void clear(const std::string& folder)
 
 void sustained(const std::string& folder, const std::string& segment)
 {
-    std::vector<double> recorded, produced, blocks, streamed;
+    std::vector<double> recorded, produced, blocks, streamed, fine, observed, observedProduced;
     for (int run = 0; run <= cRuns; ++run)  // the first warms up
     {
-        const tRecording mine = record(folder, segment);
+        const tRecording mine = record(folder, segment, eWith::eNothing);
+        clear(folder);
+        const tRecording withFine = record(folder, segment, eWith::eFineTimes);
+        clear(folder);
+        const tRecording withObserver = record(folder, segment, eWith::eObserver);
         clear(folder);
         const double byBlocks = writeBlocks(folder + "blocks");
         clear(folder);
@@ -95,6 +150,9 @@ void sustained(const std::string& folder, const std::string& segment)
             continue;
         recorded.push_back(mine.sustained);
         produced.push_back(mine.produced);
+        fine.push_back(withFine.sustained);
+        observed.push_back(withObserver.sustained);
+        observedProduced.push_back(withObserver.produced);
         blocks.push_back(byBlocks);
         streamed.push_back(byStream);
     }
@@ -104,12 +162,18 @@ void sustained(const std::string& folder, const std::string& segment)
         std::printf("  %-34s %6.2f GB/s  (%.3f to %.3f s)\n", name, rate(f), f.low, f.high);
     };
     print("WriteData, until in the file", mine);
+    const auto finely = bench::figuresOf(fine), summed = bench::figuresOf(observed);
+    print("the same with fine times", finely);
+    print("and with an observer that sums", summed);
     print("write(2), blocks of 1 MiB", first);
     print("fwrite, buffer of 1 MiB", second);
     std::printf("  ratio to write(2) %.2f (wanted: 0.5), to fwrite %.2f (wanted: 2)\n", first.median / mine.median,
                 second.median / mine.median);
-    std::printf("  producer at full speed: mean %.0f ns a segment (wanted: 140)\n",
-                bench::figuresOf(produced).median / cSegments * 1e9);
+    std::printf("  with fine times %.3f x (wanted: 0.99), and with an observer %.3f x (wanted: 0.95)\n",
+                mine.median / finely.median, mine.median / summed.median);
+    std::printf("  producer at full speed: mean %.0f ns a segment (wanted: 140), with an observer %.0f ns\n",
+                bench::figuresOf(produced).median / cSegments * 1e9,
+                bench::figuresOf(observedProduced).median / cSegments * 1e9);
 }
 
 // Percentiles of calls at 20,000 a second.

@@ -45,6 +45,7 @@ if(KESTOVA_TOOL)
   set(CPACK_DEBIAN_TOOL_DESCRIPTION "recorder and player for marine radar traffic: command line\n${about}\n
 This package has the command kestova, which records, replays and simulates
 radars, shows what is in recordings, and reads and writes captures.")
+  set(CPACK_DEBIAN_TOOL_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles")
   set(CPACK_COMPONENT_TOOL_DEPENDS libraries)
 endif()
 

@@ -10,7 +10,7 @@ _kestova()
     names="$(_kestova_words "$verb")"
     case "$value" in
     # Left to bash itself, which knows how names with blanks are quoted.
-    FOLDER) compopt -o dirnames; return ;;
+    FOLDER | ROOT...) compopt -o dirnames; return ;;
     *FILE* | *PATH*) compopt -o default; return ;;
     NAME,...)
         compopt -o nospace

@@ -1,4 +1,5 @@
 // Where the libraries' lines go, and what the tool's console makes of them on a terminal.
+#include <algorithm>
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <mutex>
@@ -96,6 +97,22 @@ TEST(tConsoleTest, drawsTheProgressLineAgainBelowEveryLine)
                   Kestova::console::print("of a library\r\n");
               }),
               "begins\r\n\ra progress line tha\x1b[K\r\x1b[Ksomething\r\n\ra progress line tha\x1b[K\r\x1b[K");
+}
+
+TEST(tConsoleTest, drawsATableOverItselfInTheRoomOfTheTerminal)
+{
+    EXPECT_EQ(onTerminal([](tool::tConsole& console) {
+                  console.progress("head\na line that is much too long");
+                  console.progress("head\n1\n2");
+                  console.note("between");
+                  console.progress("head");
+              }),
+              "\rhead\x1b[K\r\na line that is much\x1b[K"
+              "\r\x1b[1Ahead\x1b[K\r\n1\x1b[K\r\n2\x1b[K"
+              "\r\x1b[2A\x1b[Jbetween\r\n\rhead\x1b[K\r\n1\x1b[K\r\n2\x1b[K"
+              "\r\x1b[2Ahead\x1b[K\x1b[J\r\x1b[K");
+    const std::string tall = onTerminal([](tool::tConsole& console) { console.progress(std::string(100, '\n')); });
+    EXPECT_EQ(std::count(tall.begin(), tall.end(), '\n'), 22);  // 23 lines of the terminal's 24
 }
 
 TEST(tConsoleTest, showsLinesOfTheLibrariesOnlyIfVerboseAndOnlyNotesIfQuiet)

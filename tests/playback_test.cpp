@@ -125,6 +125,31 @@ TEST_F(tPlayClockTest, neitherGainsNorLosesWhenTheSpeedIsSet)
     EXPECT_LE(msAt(cStart + 10ms), 1u + 10u);
 }
 
+TEST_F(tPlayClockTest, movesWithoutStepsForWhatIsDueToTheMicrosecond)
+{
+    const auto usAt = [this](tPlayClock::tTime now) {
+        return static_cast<double>(clock.exactPosition(now) - cFirst) * 1000 / cKeysPerMs;
+    };
+    const auto dueAfter_us = [this](std::uint64_t us) {
+        return static_cast<double>(
+                   (clock.exactDueTime(exactKey(cFirst >> 16, static_cast<std::uint32_t>(us))) - cStart).count()) /
+               1000;
+    };
+    clock.start(cFirst, cStart);
+    EXPECT_NEAR(usAt(cStart + 1234us), 1234, 0.1);  // begins where it starts, a tick behind the other position
+    EXPECT_NEAR(dueAfter_us(40'700), 40'700, 0.1);
+    clock.setSpeed(speedFor(3), cStart + 10'300us);
+    EXPECT_NEAR(usAt(cStart + 10'300us), 10'300, 0.1) << "no jump at a change of speed";
+    EXPECT_NEAR(dueAfter_us(40'300), 20'300, 0.1);
+    clock.setPaused(true, cStart + 20'300us);
+    EXPECT_NEAR(usAt(cStart + 1h), 40'300, 0.1);
+    clock.setSpeed(speedFor(0.5), cStart + 30ms);
+    clock.setPaused(false, cStart + 40ms);
+    EXPECT_NEAR(usAt(cStart + 40'300us), 40'400, 0.1);  // half speed is a third by its table
+    clock.forgetDelay(cStart + 50ms, cStart + 41ms);
+    EXPECT_NEAR(dueAfter_us(40'400), 49'300, 0.2);
+}
+
 TEST_F(tPlayClockTest, staysAtTheEndOfTimeInsteadOfWrapping)
 {
     clock.setSpeed(speedFor(10), cStart);

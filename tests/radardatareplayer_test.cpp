@@ -102,7 +102,7 @@ TEST_F(tRadarDataReplayerTest, redirectsRecordsButTurnsTheirSpokesWhereTheyWereR
     EXPECT_TRUE(quiet(2100ms));
 }
 
-TEST_F(tRadarDataReplayerTest, repeatsServiceMessagesWithAMark)
+TEST_F(tRadarDataReplayerTest, repeatsServiceMessagesWithAMarkWhenAnotherRecordingIsOpenedToo)
 {
     tDatagramCollector service;
     const net::UdpReceiver receiver(&service, loopbackIp(), {net::transAddr("236.6.7.5"), net::HtoNs(6878)}, 0);
@@ -111,6 +111,7 @@ TEST_F(tRadarDataReplayerTest, repeatsServiceMessagesWithAMark)
     const tUdpMsgInfo info{1, 1, eMultiRadarService, eImageStream, 1};
     replayer->OpenReadDataFileorFolder(file("a.data", {{1000, radarRecord(info, a.group, message)}}), nullptr);
     ASSERT_TRUE(a.heard(1) && a.all()[0].payload == message);
+    replayer->OpenReadDataFileorFolder(waiting("next.data"), nullptr);
     const auto marked = testing::Field(&tReceivedDatagram::payload, message.replace(14, 2, "_R"));
     EXPECT_TRUE(waitUntil([&] { return testing::Value(service.all(), testing::Contains(marked)); }));
 }

@@ -1,4 +1,6 @@
 // A recorder of a radar: what it records, and how its connections begin, change and end.
+#include <algorithm>
+#include <chrono>
 #include <gmock/gmock.h>
 #include <set>
 #include <thread>
@@ -29,6 +31,26 @@ protected:
         client.setLocalInterface(dotted);
         EXPECT_TRUE(waitUntil([&] { return last.count() != 0 && last.all().back() == dotted; }));
     }
+    static std::uint64_t presentTime_us()
+    {
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
+        return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
+    }
+    // The times in us of what recorded() returns, of the one file there is.
+    std::vector<std::uint64_t> fineTimes() const
+    {
+        std::vector<std::uint64_t> times;
+        storage::tDataFile file;
+        EXPECT_TRUE(file.open(*dataFilesIn(dir.string()).begin()));
+        for (std::size_t i = 0; i < file.recordCount(); ++i)
+        {
+            std::string bytes;
+            EXPECT_TRUE(file.read(i, bytes) && file.fineTime(i) >= 0);
+            if (!groupText(packageOf({0, bytes})).starts_with("236.6.7."))
+                times.push_back(file.record(i).timeMs * 1000 + static_cast<std::uint64_t>(file.fineTime(i)));
+        }
+        return times;
+    }
 };
 
 TEST_F(tRadarDataSaverTest, recordsEverythingReceivedBeforeItDisconnectsInOrder)
@@ -58,6 +80,7 @@ TEST_F(tRadarDataSaverTest, receivesItsGroupsOnOneThreadIfItIsToAndRecordsThemIn
     enter("A1:2", 1, {eImageStream, eGpsDev});
     auto saver = makeSaver({eImageStream, eGpsDev});
     saver->SetSharedReception(true);
+    saver->SetFineTimes(true);
     saver->SetRecDataModifyObserver(&observer);
     ASSERT_TRUE(saver->connect("A1:2", 1, false) && socketsOpen(*saver) && waitForKernelStamps());
     std::vector<std::string> sent;
@@ -66,10 +89,14 @@ TEST_F(tRadarDataSaverTest, receivesItsGroupsOnOneThreadIfItIsToAndRecordsThemIn
         sent.push_back(std::to_string(i));
         send(i % 3 == 0 ? eGpsDev : eImageStream, sent.back());
     }
+    const std::uint64_t sent_us = presentTime_us();
     go = true;
     EXPECT_TRUE(saver->disconnect());
     EXPECT_EQ(payloads(), sent) << "what had arrived is recorded, without waiting for it";
     EXPECT_EQ(threads.size(), 1u);
+    const std::vector<std::uint64_t> times = fineTimes();
+    EXPECT_TRUE(std::ranges::is_sorted(times));
+    EXPECT_EQ(std::ranges::upper_bound(times, sent_us) - times.begin(), 200) << "the kernel's times";
 }
 
 TEST_F(tRadarDataSaverTest, printsItsProgressAndNamesTheRecordingAfterTheRadar)

@@ -202,6 +202,16 @@ TEST_F(tDiskReclaimerTest, deletesTheOldestDataFilesUntilThereIsRoomAndEmptiedFo
     EXPECT_EQ(left(), tNames{});
 }
 
+TEST_F(tDiskReclaimerTest, passesOverKeptFilesAndFilesOfOtherRecordersAndTakesCompanionsAlong)
+{
+    for (const char* name : {"1.data", "1.fine", "2.tar.data", "2.json", "2.fine", "4.data"})
+        touch("a/root/" + std::string(name));
+    touch("a/root/1.json", R"({"schema":"kestova/recording/1","kept":true})");
+    const auto recording = tDataFileWriter::create(dir.file("a/root/3.data"));  // of another object, or process
+    passWithTooMany(100);
+    EXPECT_EQ(left(), (tNames{"a", "a/root", "a/root/1.data", "a/root/1.fine", "a/root/1.json", "a/root/3.data"}));
+}
+
 TEST_F(tDiskReclaimerTest, reportsEachFileThatItDeletesWithTheBytesThatItTakesOnTheDisk)
 {
     struct : iReclaimObserver

@@ -1,11 +1,13 @@
 #include "KestovaStorage/datastorageio.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <thread>
 
+#include "support/gate.h"
 #include "support/processentries.h"
 #include "support/pwritehook.h"
 #include "support/recordedsegments.h"
@@ -310,4 +312,57 @@ TEST_F(tStorageWriterTest, endsWhileItIsWritingAndKeepsNothing)
         EXPECT_TRUE(isFinished(path));
     EXPECT_EQ(openDescriptors(), descriptors);
     EXPECT_LE(runningThreads(), threads);
+}
+
+TEST_F(tStorageWriterTest, goesOnInTheNextFileOnDemandWithoutALoss)
+{
+    constexpr std::uint64_t cSegments = 20'000;
+    EXPECT_FALSE(io->StartNextFile());
+    start();
+    std::thread producer([&] {
+        for (std::uint64_t i = 0; i < cSegments; ++i)
+            write(numberedSegment(i, 64), cMoment + i);
+    });
+    do
+    {
+        EXPECT_TRUE(io->StartNextFile());
+        std::this_thread::sleep_for(1ms);
+    } while (io->GetWriteQueuedCnt() < cSegments);
+    producer.join();
+    ASSERT_TRUE(idle());
+    const std::string last = io->GetCurrentWriteDataFileName();
+    EXPECT_TRUE(io->StartNextFile());  // nothing is queued: at once
+    EXPECT_TRUE(waitUntil([&] { return io->GetCurrentWriteDataFileName() != last; }));
+    EXPECT_TRUE(waitUntil([&] { return isFinished(last); }));
+    io->FinishWrite();
+    EXPECT_EQ(io->GetWriteLostCnt(), 0u);
+    const tSegments found = segmentsBelow(dir.string());
+    ASSERT_EQ(found.size(), cSegments);
+    for (std::uint64_t i = 0; i < cSegments; ++i)
+        ASSERT_EQ(numberOf(found[i].bytes), i);
+    EXPECT_GE(files().size(), 3u);
+}
+
+TEST_F(tStorageWriterTest, showsWhetherItAdvances)
+{
+    tGate gate;
+    std::atomic<bool> held{true}, inside{false};
+    const tPwriteHook hook([&](int file, const void* data, std::size_t len, off_t pos) {
+        if (held && pos >= 10'000'000)
+        {
+            inside = true;
+            gate.pass();
+        }
+        return tPwriteHook::write(file, data, len, pos);
+    });
+    start();
+    write("one");
+    ASSERT_TRUE(waitUntil([&] { return inside.load(); }));
+    write("two");
+    EXPECT_EQ(io->GetWriteQueuedCnt(), 2u);
+    EXPECT_EQ(io->GetWriteDoneCnt(), 0u);
+    held = false;
+    gate.open();
+    ASSERT_TRUE(idle());
+    EXPECT_EQ(io->GetWriteDoneCnt(), 2u);
 }

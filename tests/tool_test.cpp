@@ -154,6 +154,14 @@ TEST_F(tToolTest, recordsPlaysAndShowsExactlyWhatWasSimulated)
     expectIn(shown.at("files")[0], {{"path", recorded.at("files")[0]}, {"finished", true}});
     EXPECT_EQ(shown.at("total").at("records"), recorded.at("datagrams"));
     EXPECT_EQ(ownStreams(shown.at("total").at("streams"), "records"), expected);
+
+    const tJson sheet = sheetOf(recorded.at("files")[0]);
+    expectIn(sheet,
+             {{"schema", "kestova/recording/1"}, {"lost", 0}, {"finished", true}, {"interface", "lo 127.0.0.1"}});
+    EXPECT_EQ(sheet.at("records"), recorded.at("datagrams"));
+    EXPECT_EQ(sheet.at("radar").at("serial"), "T1:1");
+    EXPECT_EQ(ownStreams(sheet.at("streams"), "messages"), expected);
+    EXPECT_LT(std::abs(sheet.at("clock").at("offset_ms").get<double>()), 1000.0);
 }
 
 TEST_F(tToolTest, recordsAnyGroupForATimeAndCompressesIt)
@@ -172,6 +180,7 @@ TEST_F(tToolTest, recordsAnyGroupForATimeAndCompressesIt)
     expectIn(recorded.at("streams")[0], {{"stream", "otherType"}, {"address", addressText(group)}, {"datagrams", 3}});
     EXPECT_THAT(recorded.at("files")[0], testing::EndsWith(".tar.data"));
     EXPECT_EQ(info(recorded.at("files")[0]).at("total").at("records"), 3);
+    expectIn(sheetOf(recorded.at("files")[0]), {{"form", "huffman"}, {"records", 3}, {"finished", true}});
 }
 
 TEST_F(tToolTest, simulatesTheSameForTheSameSeedAndTime)

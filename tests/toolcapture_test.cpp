@@ -31,6 +31,20 @@ bool hasRightChecksum(std::string bytes)
     return sum != 0 && sum % 0xFFFF == 0;  // ones' complement: carries come back in
 }
 
+// The stamps, in us, of a capture as export writes it.
+std::vector<std::uint64_t> timesOf(const std::string& capture)
+{
+    std::vector<std::uint64_t> times;
+    for (std::size_t at = 24; at + 16 <= capture.size();)
+    {
+        std::uint32_t head[3];  // s, us, length
+        std::memcpy(head, &capture[at], sizeof head);
+        times.push_back(head[0] * std::uint64_t{1'000'000} + head[1]);
+        at += 16 + head[2];
+    }
+    return times;
+}
+
 class tToolCaptureTest : public tToolFixture
 {
 protected:
@@ -264,6 +278,26 @@ TEST_F(tToolCaptureTest, makesACaptureOfARecordingAndTheRecordingOfTheCapture)
         EXPECT_EQ(again[i].timeMs, cTime + i * 250);
         EXPECT_EQ(groupText(again[i]), "239.17.0.1:6001");
     }
+}
+
+TEST_F(tToolCaptureTest, keepsTheMicrosecondsOfACapture)
+{
+    tTimedFrames frames;
+    std::vector<std::uint64_t> times;
+    for (std::uint64_t i = 0; i < 1500; ++i)
+    {
+        times.push_back(cTime * 1000 + i * 333);
+        frames.push_back({times.back() * 1000, tFrame{.payload = std::to_string(i)}.bytes()});
+    }
+    std::string capture = put("0.pcap", pcapOf(frames, 0xA1B2C3D4, 1));
+    for (const char* name : {"1", "2"})
+    {
+        result({"pcap", capture, "--select", "all", "--to", dir.file(name)});
+        capture = dir.file(name + std::string(".pcap"));
+        result({"export", dir.file(name), "--pcap", capture});
+        EXPECT_EQ(timesOf(contentsOf(capture)), times);
+    }
+    EXPECT_TRUE(contentsOf(dir.file("1.pcap")) == contentsOf(dir.file("2.pcap")));
 }
 
 TEST_F(tToolCaptureTest, exportsSeveralRecordingsInOrderOfTime)

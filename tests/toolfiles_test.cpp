@@ -9,6 +9,7 @@
 
 #include "KestovaRecordings/activity.h"
 #include "KestovaRecordings/recordingcounts.h"
+#include "KestovaStorage/datafileconverter.h"
 #include "KestovaStorage/datastorageio.h"
 #include "support/recordedsegments.h"
 #include "support/toolfixture.h"
@@ -148,6 +149,34 @@ TEST_F(tToolCountTest, countsAFileThatIsCompressedMeanwhileAndLeavesOutOneThatIs
     ASSERT_EQ(counts.files.size(), 2u);
     EXPECT_EQ(counts.files[1].path, dir.file("b.tar.data"));
     EXPECT_EQ(counts.files[1].records, 1u);
+}
+
+// A recorder died when the compressed form had its name and the plain one was not yet removed.
+TEST_F(tToolCountTest, readsTheCompressedFormOfWhatIsThereInBothForms)
+{
+    const std::string plain = fileOf({makePackage(1, "one"), makePackage(2, "two")}, 1, "a.data");
+    std::filesystem::copy_file(plain, dir.file("kept"));
+    std::string compressed;
+    ASSERT_TRUE(storage::tDataFileConverter::Compress(plain, ".data", nullptr, &compressed, nullptr));
+    std::filesystem::copy_file(dir.file("kept"), plain);
+    const tJson shown = result({"info", dir.string()}, 3);
+    EXPECT_EQ(shown.at("files").at(0).at("path"), compressed);
+    EXPECT_EQ(shown.at("total").at("records"), 2);
+    EXPECT_EQ(shown.at("skipped").at(0).at("path"), plain);
+    EXPECT_EQ(result({"replay", dir.string()}, 3).at("records"), 2);
+    EXPECT_EQ(result({"export", dir.string(), "--pcap", dir.file("capture")}, 3).at("datagrams"), 2);
+    EXPECT_EQ(result({"info", plain}).at("files").at(0).at("path"), plain) << "what is asked for alone is read";
+
+    std::thread recorder([&] {  // one that lives
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        std::filesystem::remove(plain);
+    });
+    const recordings::tFoundFiles found = recordings::findAllRecordings({dir.string()}, ".data");
+    recorder.join();
+    EXPECT_EQ(found.files, std::vector<std::string>{compressed});
+    EXPECT_TRUE(found.leftOut.empty());
+    fileOf({makePackage(1, "one"), makePackage(2, "two")}, 2, "a.data");  // at other times
+    EXPECT_EQ(result({"info", dir.string()}).at("total").at("records"), 4);
 }
 
 // Without a digest only the ends of long packages are read.

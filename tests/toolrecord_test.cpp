@@ -2,6 +2,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 
+#include "KestovaStorage/datafileformat.h"
 #include "support/ownnamespace.h"
 #include "support/toolfixture.h"
 
@@ -95,6 +96,7 @@ TEST_F(tToolRecordTest, asksWhetherSomethingElseWasMeant)
 {
     expectUsage({"recrod", "--root", root}, {"'recrod' is no command: did you mean record?"});
     expectUsage({"recrod", "--help"}, {"did you mean record?"});
+    expectUsage({"dmup"}, {"did you mean dump?"});
     expectUsage({"help", "sim"}, {"did you mean simulate?"});
     expectUsage({"bogus"}, {"'bogus' is no command (see kestova --help)"});
     expectUsage(record({"--grup", "239.1.1.1:6000"}), {"--grup is no option: did you mean --group?"});
@@ -114,6 +116,15 @@ TEST_F(tToolRecordTest, namesTheRadarsThatTheFileHas)
 {
     EXPECT_THAT(said(record({"--radars", radars, "--radar", "T9:9"}), 1),
                 HasSubstr("has no radar T9:9 with id 0: choose from T1:1 id 4, T1:2 id 4\n"));
+}
+
+TEST_F(tToolRecordTest, saysThatARadarHasNoStreams)
+{
+    std::ofstream(radars) << R"({"radars": [{"serial": "T1:1", "id": 4, "streams": {}}]})";
+    EXPECT_THAT(said(simulate({"--duration", "1"}), 1),
+                HasSubstr("radar T1:1 with id 4 has no address for any stream that can be simulated"));
+    EXPECT_THAT(said(radar("127.0.0.1"), 1),
+                HasSubstr("radar T1:1 with id 4 has no stream with an address: add one to " + radars + "\n"));
 }
 
 TEST_F(tToolRecordTest, showsTheLibrariesLinesOnlyIfVerboseAndNoLineIfQuiet)
@@ -153,6 +164,28 @@ TEST_F(tToolRecordTest, warnsAfterTenSecondsWithoutADatagramAndReportsTheEnd)
     EXPECT_EQ(recorder.wait(), 0);
 }
 
+// A file takes so many records, however short they are. More are sent than that: the kernel may drop some.
+TEST_F(tToolRecordTest, reportsARollOver)
+{
+    const NetAddress group = testGroup();
+    tChildProcess recorder(tool(record({"--group", addressText(group), "--local-ip", "127.0.0.1", "--json"})));
+    ASSERT_TRUE(recorder.says("/0000_")) << recorder.err();
+    net::UdpSender sender(group, loopbackIp(), 0);
+    const std::vector<net::tUdpDatagram> datagrams(500, {"x", 1});
+    const auto rolledOver = [&] {
+        sender.sendBatch(datagrams.data(), static_cast<int>(datagrams.size()));
+        return recorder.err().find("/0001_") != std::string::npos;
+    };
+    ASSERT_TRUE(waitUntil(rolledOver, std::chrono::seconds(60))) << recorder.err();
+    recorder.signal(SIGINT);
+    EXPECT_THAT(recorder.wait(), testing::AnyOf(0, 3));
+    const tJson files = parsed(recorder.out()).at("files");
+    ASSERT_EQ(files.size(), 2u);
+    EXPECT_THAT(recorder.err(), HasSubstr("recording to " + files[0].get<std::string>() + "\nrecording to " +
+                                          files[1].get<std::string>() + "\n"));
+    EXPECT_EQ(result({"info", files[0]}).at("total").at("records"), storage::cIndexCapacity);
+}
+
 // Old recordings on a disk with less than 1 GiB.
 TEST_F(tToolRecordTest, deletesOldRecordingsOnlyIfAskedToAndReportsEach)
 {
@@ -176,7 +209,8 @@ TEST_F(tToolRecordTest, deletesOldRecordingsOnlyIfAskedToAndReportsEach)
     const std::string path = std::filesystem::canonical(dir.path()).string() + old.substr(dir.string().size());
     EXPECT_THAT(reclaimer.err(), HasSubstr("deleted " + path + " (8.2 kB) to make room\n"));
     EXPECT_THAT(reclaimer.err(), Not(HasSubstr("are left on the disk")));
-    EXPECT_EQ(parsed(reclaimer.out()).at("reclaimed")[0], (tJson{{"path", path}, {"bytes", 8192}}));
+    EXPECT_EQ(parsed(reclaimer.out()).at("reclaimed")[0],
+              (tJson{{"path", path}, {"bytes", 8192}, {"cause", "reclaim"}}));
     EXPECT_FALSE(std::filesystem::exists(old));
 }
 
@@ -196,6 +230,31 @@ TEST_F(tToolNetworkTest, reportsWhenTheAddressOfItsInterfaceChanges)
     EXPECT_TRUE(recorder.says("radar0 (10.77.0.1) has no address any more")) << recorder.err();
     ASSERT_TRUE(network().ip("addr add 10.77.0.2/24 dev radar0"));
     EXPECT_TRUE(recorder.says("receiving on radar0 (10.77.0.2) now: every group was joined again")) << recorder.err();
+    recorder.signal(SIGINT);
+    EXPECT_EQ(recorder.wait(), 3) << recorder.err();
+    const std::string line = recorder.out().substr(0, recorder.out().find('\n'));
+    const tJson lost = sheetOf(line).at("losses").at("joins_lost");
+    ASSERT_GE(lost.size(), 4u) << "its group, and those of all radars";
+    EXPECT_LT(lost[0].at("from_ms"), lost[0].at("to_ms").get<std::uint64_t>());
+}
+
+TEST_F(tToolNetworkTest, joinsGroupsAgainOnAnInterfaceThatWasAwayAndIsBack)
+{
+    const NetAddress group = testGroup();
+    const auto plugIn = [](const std::string& address) {
+        return network().addInterface("radar2") && network().ip("addr add " + address + "/24 dev radar2");
+    };
+    ASSERT_TRUE(plugIn("10.79.0.1"));
+    tChildProcess recorder(tool(record({"--group", addressText(group), "--local-ip", "radar2", "--json"})));
+    ASSERT_TRUE(recorder.says("receiving on radar2 (10.79.0.1)\nrecording to ")) << recorder.err();
+    ASSERT_TRUE(network().ip("link del radar2"));
+    EXPECT_TRUE(recorder.says("radar2 (10.79.0.1) has no address any more")) << recorder.err();
+    ASSERT_TRUE(plugIn("10.79.0.2"));
+    ASSERT_TRUE(recorder.says("receiving on radar2 (10.79.0.2) now: every group was joined again")) << recorder.err();
+    ASSERT_TRUE(net::UdpSender(group, net::transAddr("10.79.0.2"), 0).sendData("x", 1));
+    recorder.signal(SIGINT);
+    EXPECT_EQ(recorder.wait(), 0);
+    EXPECT_EQ(parsed(recorder.out()).at("datagrams"), 1);
 }
 
 TEST_F(tToolNetworkTest, simulateReportsWhyTheNetworkRefuses)

@@ -91,6 +91,8 @@ public:
     {
         ASSERT_EQ(::write(m_terminal, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
     }
+    // Stops the job as no key does: it learns of it when it goes on.
+    void stop() const { ::kill(-::tcgetpgrp(m_terminal), SIGSTOP); }
     int wait()
     {
         shows("\x01never shown");  // to the end
@@ -234,16 +236,20 @@ TEST_F(tToolReplayTest, showsUntilWhenNothingWasRecordedAndSkipsIt)
     EXPECT_EQ(terminal.wait(), 0);
 }
 
-TEST_F(tToolReplayTest, takesKeysAgainAfterItWasStopped)
+TEST_F(tToolReplayTest, takesKeysAgainHoweverOftenAndHoweverItWasStopped)
 {
     tTerminalProcess terminal(tool({"replay", record(400, 1000)}));
     ASSERT_TRUE(terminal.shows("q ends"));
-    ASSERT_TRUE(terminal.shows("1x"));
-    terminal.press("\x1a");  // Ctrl-Z
-    EXPECT_TRUE(terminal.shows("stopped, lines whole"));
-    EXPECT_TRUE(terminal.shows("1x"));
-    terminal.press(" ");
-    EXPECT_TRUE(terminal.shows("paused"));
+    ASSERT_TRUE(terminal.shows(" 1x"));
+    int speed = 1;
+    for (const std::string lines : {"whole", "whole", "raw"})
+    {
+        lines == "raw" ? terminal.stop() : terminal.press("\x1a");  // Ctrl-Z
+        ASSERT_TRUE(terminal.shows("stopped, lines " + lines));
+        ASSERT_TRUE(terminal.shows(" " + std::to_string(speed) + "x"));
+        terminal.press("+");
+        ASSERT_TRUE(terminal.shows(" " + std::to_string(++speed) + "x"));
+    }
     terminal.press("q");
     EXPECT_EQ(terminal.wait(), 0);
 }

@@ -284,6 +284,7 @@ TEST_F(tSourcesTest, deliverOnOneThreadInTheOrderOfArrivalWithItsTime)
         EXPECT_TRUE(waitUntil([&] { return go.load(); }));
         threads.insert(std::this_thread::get_id());
         rising = rising && got.arrived_ms >= latest_ms;
+        EXPECT_EQ(got.arrived_ns / 1'000'000, got.arrived_ms);
         latest_ms = got.arrived_ms;
     };
     const std::uint64_t before_ms = systemTime_ms();

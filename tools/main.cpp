@@ -82,7 +82,7 @@ int main(int argc, char** argv)
     catch (const std::exception& error)
     {
         flushQuietly(console);
-        console.note(fmt::format("kestova: {}", error.what()));
+        console.note(fmt::format("kestova: {}", error.what()), eUrgency::eError);
         return eFailed;
     }
 }

@@ -129,7 +129,8 @@ void tGroupSocket::deliverNext(std::int64_t arrived_ns)
                             m_group,
                             m_batch.data(m_next),
                             len,
-                            static_cast<std::uint64_t>(arrived_ns / 1'000'000)});
+                            static_cast<std::uint64_t>(arrived_ns / 1'000'000),
+                            static_cast<std::uint64_t>(arrived_ns)});
     add(m_bytes, static_cast<std::uint64_t>(len));
     add(m_datagrams, 1);
     ++m_next;

@@ -1,6 +1,11 @@
 # Runs before each Debian package is built from its folder: compresses what Debian wants compressed, without times, so
-# that the same sources give the same bytes; takes out the search paths that only a tree that may be moved needs.
+# that the same sources give the same bytes; puts settings below /etc; takes out the search paths that only a tree that
+# may be moved needs.
 set(root "${CPACK_TEMPORARY_INSTALL_DIRECTORY}")
+file(GLOB settings "${root}/usr/etc" "${root}/*/usr/etc")
+foreach(folder IN LISTS settings)
+  file(RENAME "${folder}" "${folder}/../../etc")
+endforeach()
 file(GLOB_RECURSE changelog "${root}/*CHANGELOG.md")
 foreach(file IN LISTS changelog)
   get_filename_component(folder "${file}" DIRECTORY)

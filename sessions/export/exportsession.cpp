@@ -60,14 +60,14 @@ void tExportSession::run(const std::function<bool(double)>& goOn)
         if (i % cStep == 0 && !goOn(static_cast<double>(i) / static_cast<double>(m_records.records())))
             throw tFailure("interrupted; " + m_options.capture +
                            (m_options.output < 0 ? " was not written" : " has a part of the recording only"));
-        write(record.timeMs, record.bytes);
+        write(record);
     }
     m_writer->finish();
 }
 
-void tExportSession::write(std::uint64_t timeMs, std::string_view segment)
+void tExportSession::write(const tRecordingRecord& record)
 {
-    const auto package = viewPackage(segment);
+    const auto package = viewPackage(record.bytes);
     if (!package || package->ip == 0 || package->port == 0 || package->payload.size() > cMaxDatagram)
     {
         ++m_noDatagram;
@@ -75,10 +75,11 @@ void tExportSession::write(std::uint64_t timeMs, std::string_view segment)
     }
     if (!m_options.streams.includes(package->info.rwType))
         return;
+    const std::uint64_t timeUs = record.timeMs * 1000 + static_cast<std::uint64_t>(std::max(0, record.fineTime));
     const NetAddress to{package->ip, net::HtoNs(package->port)};
     for (const std::string& frame : framesOf(m_options.source, to, package->payload, m_id++))
     {
-        m_writer->add(timeMs, frame);
+        m_writer->add(timeUs, frame);
         ++m_frames;
     }
     m_counts[tStreamKey::of(package->info.rwType, package->ip, package->port)].add(package->payload);

@@ -48,7 +48,7 @@ public:
 
 private:
     void requireRecording() const;
-    void write(std::uint64_t timeMs, std::string_view segment);
+    void write(const recordings::tRecordingRecord& record);
 
     const tExportOptions m_options;
     const recordings::tFoundFiles m_found;

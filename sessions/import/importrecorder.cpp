@@ -10,6 +10,7 @@
 #include "KestovaRecordings/frames.h"
 #include "UdpSocket/udpsocket.h"
 #include "sessions/record/recordingchecks.h"
+#include "sessions/record/sheetfacts.h"
 
 namespace session
 {
@@ -42,16 +43,19 @@ tUdpMsgInfo infoOf(std::string_view kind)
     return {0, 0, eReadType, eOtherType, 0};
 }
 
-// Rounds to the nearest millisecond. Never returns 0, which means now to a recorder.
-std::uint64_t milliseconds(std::uint64_t us)
+// Never less than a millisecond: 0 means now to a recorder.
+std::uint64_t microseconds(std::uint64_t us)
 {
-    return std::max<std::uint64_t>(1, (us + 500) / 1000);
+    return std::max<std::uint64_t>(1000, us);
 }
 }  // namespace
 
 tImportRecorder::tImportRecorder(const std::string& root, std::string name)
-    : m_root(prepareRecording({}, 0, root)), m_name(std::move(name)), m_storage(m_root, ".data")
+    : m_root(prepareRecording({}, 0, root)), m_name(std::move(name)), m_sheets(importedSheetFacts()),
+      m_storage(m_root, ".data")
 {
+    m_storage.SetFineTimes(true);
+    m_storage.SetWriteObserver(&m_sheets);
     std::atomic_ref<bool>(storage::tDataStorageIO::DiskCheckThreadEnable).store(false);
 }
 
@@ -60,6 +64,7 @@ void tImportRecorder::startFile(std::uint64_t timeMs)
     if (!m_storage.CreateNewWritingFile(timeMs, m_name, false))
         throw tFailure("cannot record below " + m_root + ": see the line above");
     requireFileBelow(m_root, m_storage.GetCurrentWriteDataFileName());
+    m_sheets.start();
     updateFiles();
 }
 
@@ -70,12 +75,12 @@ void tImportRecorder::add(const pcap::tPcapDatagram& datagram, const tUdpMsgInfo
         ++m_tooLong;
         return;
     }
-    const std::uint64_t timeMs = milliseconds(datagram.time_us);
+    const std::uint64_t timeUs = microseconds(datagram.time_us);
     if (m_recorded == 0)
-        startFile(timeMs);
+        startFile(timeUs / 1000);
     const NetAddress group{net::transAddr(datagram.address), net::HtoNs(static_cast<std::uint16_t>(datagram.port))};
-    m_packageRecorder.Record(info != nullptr ? *info : infoOf(datagram.kind), group, datagram.payload, datagram.len,
-                             timeMs);
+    m_packageRecorder.RecordFine(info != nullptr ? *info : infoOf(datagram.kind), group, datagram.payload, datagram.len,
+                                 timeUs);
     ++m_recorded;
     m_queuedBytes += static_cast<std::uint64_t>(datagram.len);
     if (m_queuedBytes >= cQueueBytes)
@@ -103,5 +108,8 @@ void tImportRecorder::finish()
 {
     waitForDisk();
     m_storage.FinishWrite();
+    m_sheets.finish();
+    if (const std::string problem = m_sheets.takeProblem(); !problem.empty())
+        throw tFailure(problem);
 }
 }  // namespace session

@@ -9,6 +9,7 @@
 #include "KestovaStorage/datastorageio.h"
 #include "KestovaStorage/packagerecorder.h"
 #include "KestovaStorage/pcapreader.h"
+#include "sessions/record/sheetkeeper.h"
 
 namespace session
 {
@@ -23,7 +24,8 @@ public:
     // Records with this info block; null: one by the kind of message, if it is known. Throws tFailure if no file can be
     // created.
     void add(const pcap::tPcapDatagram& datagram, const tUdpMsgInfo* info);
-    // Waits until everything is in the files. Throws tFailure if something could not be written.
+    // Waits until everything is in the files, and finishes their sheets. Throws tFailure if something could not be
+    // written.
     void finish();
     const std::vector<std::string>& files() const { return m_files; }
     std::uint64_t recorded() const { return m_recorded; }
@@ -37,6 +39,7 @@ private:
     const std::string m_root, m_name;
     std::vector<std::string> m_files;
     std::uint64_t m_recorded = 0, m_tooLong = 0, m_queuedBytes = 0;
+    tSheetKeeper m_sheets;  // the storage notifies it to its end
     storage::tDataStorageIO m_storage;
     Kestova::tPackageRecorder m_packageRecorder{m_storage};
 };

@@ -17,8 +17,8 @@ tImportSession::tImportSession(const tImportOptions& options, tGoOn goOn)
     : m_options(options), m_goOn(std::move(goOn)), m_reader(options.path, this)
 {
     if (!recordings::isPlainCapture(options.path))
-        m_frames =
-            std::make_unique<tFrameReader>(options.path, [this](std::uint64_t bytes) { return bytesRead(bytes); });
+        m_frames = std::make_unique<recordings::tFrameReader>(options.path,
+                                                              [this](std::uint64_t bytes) { return bytesRead(bytes); });
     if (!options.root.empty())
         m_recorder = std::make_unique<tImportRecorder>(options.root, nameOf(options.path));
 }

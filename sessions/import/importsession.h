@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "KestovaRecordings/framereader.h"
 #include "KestovaStorage/pcapreader.h"
 #include "sessions/import/capturestream.h"
-#include "sessions/import/framereader.h"
 #include "sessions/import/importrecorder.h"
 
 namespace session
@@ -76,7 +76,7 @@ private:
     std::vector<pcap::tUdpMulticast> m_streams;
     pcap::tPcapReadResult m_result{};
     pcap::tPcapReader m_reader;
-    std::unique_ptr<tFrameReader> m_frames;  // null: m_reader reads the file
+    std::unique_ptr<recordings::tFrameReader> m_frames;  // null: m_reader reads the file
     std::unique_ptr<tImportRecorder> m_recorder;
 };
 }  // namespace session

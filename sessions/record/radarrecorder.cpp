@@ -6,10 +6,10 @@
 #include <thread>
 
 #include "KestovaRecordings/failure.h"
-#include "KestovaStorage/servicegroups.h"
 #include "UdpSocket/udpsocket.h"
 #include "sessions/localaddress.h"
 #include "sessions/record/recordingchecks.h"
+#include "sessions/record/streamgroups.h"
 
 namespace session
 {
@@ -18,25 +18,12 @@ using namespace recordings;
 namespace
 {
 using namespace std::chrono_literals;
-
-// No selected stream has an address in the radar's record.
-[[noreturn]] void failStreams(const tStreamChoice& streams)
-{
-    for (const tServiceGroup& group : cServiceGroups)
-    {
-        const tReadWriteType kind = group.msgInfo.rwType;
-        if (!streams.includesAll() && streams.includes(kind))
-            throw tFailure(
-                fmt::format("{} is recorded with any stream of the radar: add one to --streams", streamTitle(kind)));
-    }
-    throw tFailure("the radar has no address for any of the selected streams: choose other --streams");
-}
 }  // namespace
 
 tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& streams, const std::string& localIp,
-                               const std::string& folder, bool compress)
+                               const std::string& folder, bool compress, storage::iWriteObserver& written)
 {
-    chooseGroups(radar.find(), streams);
+    chooseGroups(radar, streams);
     const std::uint32_t ip = localIp.empty() ? 0 : localAddress(localIp);
     if (ip != 0)
         MultiRadarClient::getInstance()->setLocalInterface(localIp);
@@ -44,6 +31,8 @@ tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& s
     m_saver =
         std::make_unique<Kestova::tRadarDataSaver>(m_kinds.data(), static_cast<int>(m_kinds.size()), root, ".data", "");
     m_saver->SetSharedReception(true);
+    m_saver->SetFineTimes(true);
+    m_saver->SetWriteObserver(&written);
     m_saver->SetRecDataModifyObserver(this);
     m_saver->connect(radar.serial.c_str(), radar.id, compress);
     requireFileBelow(root, m_saver->GetCurrentWriteDataFileName());
@@ -52,24 +41,15 @@ tRadarRecorder::tRadarRecorder(const tRadarChoice& radar, const tStreamChoice& s
     m_address->waitForFirst(5s);
 }
 
-void tRadarRecorder::chooseGroups(const RadarAddress& address, const tStreamChoice& streams)
+void tRadarRecorder::chooseGroups(const tRadarChoice& radar, const tStreamChoice& streams)
 {
-    const auto expect = [this](const NetAddress& group, tReadWriteType kind) {
-        m_groups.push_back(group);
-        m_received.expect(group, kind);
-    };
-    for (tReadWriteType kind = 0; kind < eTotalReadWriteTypes; ++kind)
+    for (const tStreamGroup& group : streamGroups(radar, streams))
     {
-        const NetAddress group = address.streamAddress(kind);
-        if (!streams.includes(kind) || group.ip == 0 || group.port == 0)
-            continue;
-        m_kinds.push_back(static_cast<eReadWriteType>(kind));
-        expect(group, kind);
+        if (!group.isShared)
+            m_kinds.push_back(static_cast<eReadWriteType>(group.kind));
+        m_groups.push_back(group.address);
+        m_received.expect(group.address, group.kind);
     }
-    if (m_kinds.empty())
-        failStreams(streams);
-    for (const tServiceGroup& group : cServiceGroups)
-        expect(serviceAddress(group), group.msgInfo.rwType);
     std::sort(m_groups.begin(), m_groups.end(), tNetAddress_less());
     m_groups.erase(std::unique(m_groups.begin(), m_groups.end()), m_groups.end());
 }
@@ -120,18 +100,40 @@ tRecorderState tRadarRecorder::state()
         state.discarded[key] = discarded.before + discarded.now;
     state.backlog = m_saver->GetWriteDataFifoSize();
     state.lost = m_saver->GetWriteLostCnt();
+    state.done = m_saver->GetWriteDoneCnt();
+    state.queued = m_saver->GetWriteQueuedCnt();
     state.file = m_saver->GetCurrentWriteDataFileName();
     const tAddressFollower::tReport address = m_address->last();
     state.addressReports = address.count;
     state.localIp = address.localIp;
     for (const auto& group : groupCounters())
         state.notJoined += group.joined ? 0 : 1;
+    state.unjoined = unjoined();
     return state;
+}
+
+// All of them while the sockets open anew.
+std::vector<std::string> tRadarRecorder::unjoined() const
+{
+    std::vector<std::string> groups;
+    if (m_closed)
+        return groups;
+    const std::vector<Kestova::tGroupCounters> counters = groupCounters();
+    for (const NetAddress& group : m_groups)
+    {
+        const auto joined = [&](const Kestova::tGroupCounters& one) {
+            return one.joined && one.ip == group.ip && one.port == net::NtoHs(group.port);
+        };
+        if (std::none_of(counters.begin(), counters.end(), joined))
+            groups.push_back(m_received.keyOf(group).address());
+    }
+    return groups;
 }
 
 void tRadarRecorder::closeSockets()
 {
     updateDiscarded();
+    m_closed = true;
     m_saver->SocketClear();
 }
 

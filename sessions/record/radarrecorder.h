@@ -11,6 +11,7 @@
 
 #include "KestovaRecordings/streamchoice.h"
 #include "KestovaStorage/radardatasaver.h"
+#include "KestovaStorage/writeobserver.h"
 #include "sessions/radarchoice.h"
 #include "sessions/record/addressfollower.h"
 #include "sessions/record/receivedcounts.h"
@@ -21,11 +22,12 @@ namespace session
 class tRadarRecorder : public iRecorder, private Kestova::iRadarRecDataModifyObserver
 {
 public:
-    // localIp empty: the interface of the default route. Throws tFailure.
+    // localIp empty: the interface of the default route. `written` outlives the recorder. Throws tFailure.
     tRadarRecorder(const tRadarChoice& radar, const recordings::tStreamChoice& streams, const std::string& localIp,
-                   const std::string& folder, bool compress);
+                   const std::string& folder, bool compress, storage::iWriteObserver& written);
 
     tRecorderState state() override;
+    bool startNextFile() override { return m_saver->StartNextFile(); }
     void closeSockets() override;
     bool waitWritten(unsigned int timeoutMs) override;
     void closeFile() override;
@@ -35,11 +37,13 @@ public:
 private:
     void UpdateRecDataModify(const tUdpMsgInfo& info, const char* groupAddr, int port, char* data, int len) override;
 
-    void chooseGroups(const RadarAddress& address, const recordings::tStreamChoice& streams);
+    void chooseGroups(const tRadarChoice& radar, const recordings::tStreamChoice& streams);
     void waitForSockets();
     std::vector<Kestova::tGroupCounters> groupCounters() const;
     void updateDiscarded();
+    std::vector<std::string> unjoined() const;
 
+    bool m_closed = false;  // the groups were left for good
     std::vector<eReadWriteType> m_kinds;
     std::vector<NetAddress> m_groups;
     tReceivedCounts m_received;

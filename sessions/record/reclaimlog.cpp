@@ -29,6 +29,6 @@ std::vector<tReclaimed> tReclaimLog::files() const
 void tReclaimLog::UpdateReclaimed(const std::string& path, std::uint64_t bytes)
 {
     const std::lock_guard lock(m_mutex);
-    m_files.push_back({path, bytes});
+    m_files.push_back({path, bytes, "reclaim"});
 }
 }  // namespace session

@@ -15,6 +15,7 @@ struct tReclaimed
 {
     std::string path;
     std::uint64_t bytes = 0;  // on the disk
+    std::string cause;        // "reclaim", or the limit: "max-age", "max-size", "min-free"
 };
 
 // For the whole process, from construction to destruction: one at a time, before the first storage object. Any thread.

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "KestovaRecordings/streamcounts.h"
 
@@ -16,12 +17,16 @@ struct tRecorderState
     std::map<recordings::tStreamKey, std::uint64_t> discarded;  // by the kernel: a receive buffer was full
     std::uint32_t backlog = 0;                                  // messages in the queue
     std::uint64_t lost = 0;                                     // messages that could not be written
-    std::string file;                                           // the present one; empty while none is open
-    // Of a recorder that follows the local interface: how often its address was reported, the last one (0 while there
-    // is none), and the groups that could not be joined there.
+    // Segments that the writer has done with, and those ever queued, read in this order: the writer has nothing to do
+    // where they are equal.
+    std::uint64_t done = 0, queued = 0;
+    std::string file;  // the present one; empty while none is open
+    // Rises when the groups are joined anew, or left, because the address of the local interface has changed; the
+    // address (0 while there is none), and the groups that could not be joined there.
     unsigned int addressReports = 0;
     std::uint32_t localIp = 0;
     std::size_t notJoined = 0;
+    std::vector<std::string> unjoined;  // groups that are to be received and are not joined at present
 
     std::uint64_t allDiscarded() const;
 };
@@ -33,6 +38,8 @@ class iRecorder
 public:
     virtual ~iRecorder() = default;
     virtual tRecorderState state() = 0;
+    // Goes on in the next file without a loss; returns false if none is open.
+    virtual bool startNextFile() = 0;
     virtual void closeSockets() = 0;
     // Waits until everything received is in the file. Returns false after the timeout.
     virtual bool waitWritten(unsigned int timeoutMs) = 0;

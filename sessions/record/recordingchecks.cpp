@@ -75,6 +75,21 @@ void requireRoute(const NetAddress& group)
                                addressText(group), reason, listed(localInterfaces())));
 }
 
+std::string prepareRoot(const std::string& folder)
+{
+    if (folder.empty())
+        throw tFailure("--root is empty: name the folder to record into");
+    makeFolders(folder);
+    if (!fs::is_directory(folder))
+        failRoot(folder, ENOTDIR);
+    if (access(folder.c_str(), R_OK | W_OK | X_OK) != 0)
+        failRoot(folder, errno);
+    std::string root = folder;
+    storage::tDataStorageIO::NormalizePath(root);
+    return root;
+}
+}  // namespace
+
 void requireJoinable(const std::vector<NetAddress>& groups, std::uint32_t localIp)
 {
     tNullListener listener;
@@ -91,21 +106,6 @@ void requireJoinable(const std::vector<NetAddress>& groups, std::uint32_t localI
             net::NtoHs(group.port)));
     }
 }
-
-std::string prepareRoot(const std::string& folder)
-{
-    if (folder.empty())
-        throw tFailure("--root is empty: name the folder to record into");
-    makeFolders(folder);
-    if (!fs::is_directory(folder))
-        failRoot(folder, ENOTDIR);
-    if (access(folder.c_str(), R_OK | W_OK | X_OK) != 0)
-        failRoot(folder, errno);
-    std::string root = folder;
-    storage::tDataStorageIO::NormalizePath(root);
-    return root;
-}
-}  // namespace
 
 std::string prepareRecording(const std::vector<NetAddress>& groups, std::uint32_t localIp, const std::string& folder)
 {

@@ -11,6 +11,10 @@
 
 namespace session
 {
+// Checks that each group can be joined (localIp 0: on the interface that the kernel chooses). Throws tFailure for the
+// first one that cannot.
+void requireJoinable(const std::vector<NetAddress>& groups, std::uint32_t localIp);
+
 // Checks that each group can be joined (localIp 0: on the interface that the kernel chooses), creates the storage root
 // if it is missing, and returns its path in normal form. Throws tFailure for the first group that cannot be joined, and
 // for a root that is no folder or not writable, because the library would record into ./RadarDataStorage instead. A

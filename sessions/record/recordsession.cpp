@@ -14,6 +14,7 @@
 #include "sessions/localaddress.h"
 #include "sessions/record/grouprecorder.h"
 #include "sessions/record/radarrecorder.h"
+#include "sessions/record/sheetfacts.h"
 
 namespace session
 {
@@ -25,16 +26,13 @@ using tSteady = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr char cSuffix[] = ".data";
-// What a recorded datagram takes in a file beside its bytes: head and end mark of its package, its index record.
-constexpr std::uint64_t cBytesAround = cPackageOverhead + storage::cIndexSlotSize;
 
-std::unique_ptr<iRecorder> createRecorder(const tRecordOptions& options)
+std::unique_ptr<iRecorder> createRecorder(const tRecordOptions& options, storage::iWriteObserver& written)
 {
     if (options.groups.empty())
         return std::make_unique<tRadarRecorder>(options.radar, options.streams, options.localIp, options.root,
-                                                options.compress);
-    const std::uint32_t ip = options.localIp.empty() ? 0 : localAddress(options.localIp);
-    return std::make_unique<tGroupRecorder>(options.groups, ip, options.root, options.compress);
+                                                options.compress, written);
+    return std::make_unique<tGroupRecorder>(options.groups, options.localIp, options.root, options.compress, written);
 }
 
 // Returns each interface once.
@@ -66,25 +64,37 @@ std::string nameNow(const std::string& file)
 }
 }  // namespace
 
+std::uint64_t bytesInFile(const tStreamCount& datagrams)
+{
+    return datagrams.bytes + datagrams.messages * (cPackageOverhead + storage::cIndexSlotSize);
+}
+
 tRecordSession::tRecordSession(const tRecordOptions& options, iRecordObserver& observer)
-    : m_options(options), m_observer(observer), m_reclaimLog(options.reclaim), m_recorder(createRecorder(options)),
-      m_silenceWatch(tSteady::now())
+    : m_options(options), m_observer(observer), m_reclaimLog(options.reclaim), m_sheets(sheetFacts(options)),
+      m_recorder(createRecorder(options, m_sheets)), m_silenceWatch(tSteady::now()),
+      m_ring(options.root, options.limits)
 {
     m_state = m_recorder->state();
     m_files.push_back(m_state.file);
+    m_ring.setFile(m_state.file);
     m_addressReports = m_state.addressReports;
     m_interfaces = options.groups.empty() ? std::vector{interfaceWith(m_state.localIp)} : interfacesOf(options);
+    m_sheets.describe(listed(m_interfaces));
+    m_sheets.update(m_state);
+    m_sheets.start();
 }
 
 void tRecordSession::updateState()
 {
     m_state = m_recorder->state();
+    m_sheets.update(m_state);
     notifyFile();
     notifyAddress();
     for (const tSilence& silence : m_silenceWatch.update(chosenStreams(), tSteady::now()))
         m_observer.onSilence(silence);
     notifyDisk();
     notifyReclaimed();
+    notifySheets();
 }
 
 tStreamCounts tRecordSession::chosenStreams() const
@@ -111,6 +121,7 @@ void tRecordSession::notifyFile()
     if (m_state.file.empty() || m_files.back() == m_state.file)
         return;
     m_files.push_back(m_state.file);
+    m_ring.setFile(m_state.file);
     m_observer.onNextFile(m_state.file);
 }
 
@@ -120,6 +131,7 @@ void tRecordSession::notifyAddress()
         return;
     m_addressReports = m_state.addressReports;
     m_interfaces = {interfaceWith(m_state.localIp)};
+    m_sheets.describe(listed(m_interfaces));
     m_observer.onAddress(m_interfaces[0], m_state.notJoined);
 }
 
@@ -130,17 +142,29 @@ void tRecordSession::notifyDisk()
     if (error)
         return;
     m_freeBytes = space.available;
-    const tStreamCount sum = total(m_state.streams);
-    const std::uint64_t recorded = sum.bytes + sum.messages * cBytesAround;
+    const std::uint64_t recorded = bytesInFile(total(m_state.streams));
     if (const auto left = m_diskWatch.update(m_freeBytes, recorded, tSteady::now()))
         m_observer.onDiskLeft(*left);
 }
 
 void tRecordSession::notifyReclaimed()
 {
-    const std::vector<tReclaimed> files = reclaimed();
-    for (; m_reclaimedFiles < files.size(); ++m_reclaimedFiles)
-        m_observer.onReclaimed(files[m_reclaimedFiles]);
+    std::vector<tReclaimed> files = m_reclaimLog.files();
+    files.erase(files.begin(), files.begin() + static_cast<std::ptrdiff_t>(m_reclaimedFiles));
+    m_reclaimedFiles += files.size();
+    for (const recordings::tPruned& one : m_ring.take())
+        files.push_back({one.path, one.bytes, causeName(one.cause)});
+    for (tReclaimed& file : files)
+    {
+        m_observer.onReclaimed(file);
+        m_reclaimed.push_back(std::move(file));
+    }
+}
+
+void tRecordSession::notifySheets()
+{
+    if (const std::string problem = m_sheets.takeProblem(); !problem.empty())
+        m_observer.onSheetProblem(problem);
 }
 
 void tRecordSession::finish(const std::function<bool(eFinishing step)>& waiting)
@@ -154,6 +178,8 @@ void tRecordSession::finish(const std::function<bool(eFinishing step)>& waiting)
     updateState();
     m_state.discarded = discarded;
     compress(waiting);
+    m_sheets.finish();
+    notifySheets();
 }
 
 // Returns after a second even if the radar continues to send.

@@ -90,6 +90,12 @@ void tSimulatedRadar::addServices()
                          }});
 }
 
+bool tSimulatedRadar::hasStreams() const
+{
+    return std::any_of(m_sources.begin(), m_sources.end(),
+                       [](const tSource& source) { return source.channel == eChannel::eStream; });
+}
+
 bool tSimulatedRadar::next(tSimulatedDatagram& datagram)
 {
     const auto source = std::min_element(m_sources.begin(), m_sources.end(),

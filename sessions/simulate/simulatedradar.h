@@ -50,6 +50,8 @@ public:
     tSimulatedRadar(const tSimulatedRadar&) = delete;  // its sources hold pointers to it
     tSimulatedRadar& operator=(const tSimulatedRadar&) = delete;
 
+    // Returns whether there are messages of a stream, beside those to the groups that all radars share.
+    bool hasStreams() const;
     // Generates the next datagram. Returns false at the end of the simulation.
     bool next(tSimulatedDatagram& datagram);
 

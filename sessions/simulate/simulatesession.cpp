@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fmt/format.h>
 #include <thread>
 
 #include "KestovaRecordings/failure.h"
@@ -47,7 +48,14 @@ tSimulation simulationFor(const tSimulateOptions& options, const RadarAddress& a
 tSimulateSession::tSimulateSession(const tSimulateOptions& options)
     : m_address(options.radar.find()), m_localIp(localAddress(options.localIp)),
       m_radar(simulationFor(options, m_address))
-{}
+{
+    if (!m_radar.hasStreams())
+        throw tFailure(fmt::format("radar {} with id {} has no address for any stream that can be simulated: add its "
+                                   "imageStream, for one, to {}",
+                                   options.radar.serial, options.radar.id, options.radar.directory));
+    if (!options.root.empty())
+        m_recorder = std::make_unique<tSentRecorder>(options.root, m_address);
+}
 
 void tSimulateSession::run(const std::function<bool()>& goOn)
 {
@@ -63,6 +71,8 @@ void tSimulateSession::run(const std::function<bool()>& goOn)
         m_spokes += datagram.kind == eImageStream ? 1 : 0;
     }
     m_tookMs = millisecondsSince(m_start);
+    if (m_recorder)
+        m_recorder->finish();
 }
 
 std::uint64_t tSimulateSession::elapsedMs() const
@@ -91,7 +101,11 @@ void tSimulateSession::send(const tSimulatedDatagram& datagram)
     if (!sender)
         sender = net::defaultTransport().openSink(group, m_localIp);
     if (sender->send(datagram.bytes.data(), static_cast<int>(datagram.bytes.size())))
+    {
         m_sent[key].add(datagram.bytes);
+        if (m_recorder)
+            m_recorder->add(group, datagram.bytes);
+    }
     else if (const int error = errno; ++m_refused == 1)
         m_refusedBecause = std::strerror(error);
 }

@@ -3,8 +3,8 @@
 #include <cstdint>
 
 #include "KestovaRecordings/failure.h"
+#include "KestovaRecordings/framereader.h"
 #include "KestovaStorage/pcapreader.h"
-#include "sessions/import/framereader.h"
 #include "tests/fuzz/fuzz.h"
 
 namespace
@@ -29,7 +29,7 @@ try
 {
     const tMemoryFile file;
     file.put(0, data, size);
-    session::tFrameReader frames(file.path(), [](std::uint64_t) { return true; });
+    recordings::tFrameReader frames(file.path(), [](std::uint64_t) { return true; });
     tObserver observer;
     pcap::tPcapReader reader("", nullptr);
     reader.SetDatagramObserver(&observer);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "KestovaStorage/companions.h"
 #include "support/addresstext.h"
 #include "support/childprocess.h"
 #include "support/datagramcollector.h"
@@ -49,6 +50,8 @@ protected:
         arguments.push_back("--json");
         return parsed(said(arguments, status));
     }
+    // The sheet beside a data file.
+    static tJson sheetOf(const std::string& file) { return parsed(contentsOf(storage::sheetName(file))); }
     // Holds these members, others too maybe.
     static void expectIn(const tJson& json, const tJson& members)
     {

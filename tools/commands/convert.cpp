@@ -8,6 +8,8 @@
 #include <utility>
 
 #include "KestovaRecordings/archive.h"
+#include "KestovaRecordings/failure.h"
+#include "KestovaRecordings/sheet.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
 #include "tools/shell/leftout.h"
@@ -68,6 +70,7 @@ private:
         m_stepStart = tSteady::now();
         if (m_direction.convert(path, m_options.suffix, this, &done.result, &done.leftOut, &error))
         {
+            refreshSheetOf(done.result);
             done.after = recordings::sizeOnDisk(done.result);
             done.result = asGiven(path, done.result);
             m_done.push_back(done);
@@ -77,6 +80,19 @@ private:
             return;
         m_failed.push_back(error);
         m_console.note("kestova " + std::string(m_direction.name) + ": " + error);
+    }
+
+    // Without it the sheet is as good as before, but for the checksums of the index.
+    void refreshSheetOf(const std::string& path)
+    {
+        try
+        {
+            recordings::refreshSheet(path);
+        }
+        catch (const recordings::tFailure& failure)
+        {
+            m_console.note("kestova " + std::string(m_direction.name) + ": " + failure.what());
+        }
     }
 
     // Returns the result, which has the real path of its folder, in the folder as it was given.

@@ -4,13 +4,15 @@
 #include <fmt/format.h>
 #include <memory>
 
-#include "KestovaRecordings/groupaddress.h"
 #include "sessions/record/recordsession.h"
 #include "tools/commands/commands.h"
 #include "tools/commands/recordlines.h"
+#include "tools/commands/recordservice.h"
+#include "tools/commands/recordsource.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
 #include "tools/shell/options.h"
+#include "tools/shell/prunelimits.h"
 #include "tools/shell/report.h"
 #include "tools/shell/stopsignal.h"
 #include "tools/shell/units.h"
@@ -26,12 +28,11 @@ namespace
 using tSteady = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-struct tOptions
+struct tOptions : tSourceOptions
 {
-    session::tRecordOptions record;
-    std::vector<std::string> streams;
-    std::vector<std::string> groups;
+    tPruneTexts limits;
     std::string duration;
+    std::string metricsFile;
     bool json = false;
 };
 
@@ -42,10 +43,8 @@ std::uint64_t elapsedMs(tSteady::time_point since)
 
 session::tRecordOptions recordOptions(const tOptions& given)
 {
-    session::tRecordOptions options = given.record;
-    options.streams = parseStreams(given.streams);
-    for (const std::string& group : given.groups)
-        options.groups.push_back(parseGroup(group));
+    session::tRecordOptions options = given.parsed();
+    options.limits = given.limits.limits();
     return options;
 }
 
@@ -54,19 +53,22 @@ class tRecord
 {
 public:
     tRecord(const tOptions& options, tConsole& console)
-        : m_options(options), m_console(console), m_lines(console, options.record),
-          m_session(recordOptions(options), m_lines)
+        : m_options(options), m_console(console), m_service(options.record.root, options.metricsFile, console),
+          m_lines(console, options.record), m_session(recordOptions(options), m_lines)
     {}
 
     int run()
     {
         m_lines.onStart(m_session.interfaces(), state().file);
+        m_session.updateState();
+        m_service.onStart(m_session);
         const auto started = tSteady::now();
         const std::uint64_t limit = m_options.duration.empty() ? UINT64_MAX : parseDuration(m_options.duration);
         std::uint64_t passed = 0;
         while (passed < limit && !m_stop.wait(milliseconds(std::min<std::uint64_t>(200, limit - passed))))
         {
             m_session.updateState();
+            m_service.update(m_session);
             noteLoss();
             passed = elapsedMs(started);
             if (m_console.progressDue())
@@ -74,6 +76,7 @@ public:
         }
         m_tookMs = elapsedMs(started);
         m_session.finish([this](eFinishing step) { return wait(step); });
+        m_service.onFinished(m_session);
         noteLoss();
         return report();
     }
@@ -92,6 +95,7 @@ private:
     bool wait(eFinishing step)
     {
         noteLoss();
+        m_service.onFinishing(m_session);
         if (step == eFinishing::eWriting && m_console.progressDue())
             m_console.progress(fmt::format("writing what was received: {} messages wait", state().backlog));
         if (step == eFinishing::eCompressing && m_console.progressDue())
@@ -145,7 +149,7 @@ private:
     {
         tJson rows = tJson::array();
         for (const session::tReclaimed& file : m_session.reclaimed())
-            rows.push_back({{"path", file.path}, {"bytes", file.bytes}});
+            rows.push_back({{"path", file.path}, {"bytes", file.bytes}, {"cause", file.cause}});
         return rows;
     }
 
@@ -183,6 +187,7 @@ private:
     const tOptions& m_options;
     tConsole& m_console;
     tStopSignal m_stop;
+    tRecordService m_service;
     tRecordLines m_lines;
     session::tRecordSession m_session;
     std::uint64_t m_tookMs = 0;
@@ -190,22 +195,6 @@ private:
     tStreamCount m_shown;  // at the last progress line
     tSteady::time_point m_shownAt = tSteady::now();
 };
-
-void addSource(CLI::App& command, tOptions& options)
-{
-    CLI::Option* const directory = addRadar(command, options.record.radar);
-    CLI::Option* const radar = command.get_option("--radar")->needs(directory);
-    directory->needs(radar);
-    command.get_option("--id")->needs(radar);
-    CLI::Option* const streams = addStreams(command, options.streams)->needs(radar);
-    command.add_option("--group", options.groups, "A group to record, repeatable")
-        ->type_name("ADDRESS:PORT")
-        ->check(checkedBy(parseGroup))
-        ->excludes(radar)
-        ->excludes(streams);
-    command.add_option("--local-ip", options.record.localIp, "Interface to receive on, by address or name")
-        ->type_name("ADDRESS");
-}
 }  // namespace
 
 void addRecord(CLI::App& app, tRun& chosen)
@@ -214,7 +203,8 @@ void addRecord(CLI::App& app, tRun& chosen)
     CLI::App& command = *app.add_subcommand("record", "Record a radar, or any groups, into data files");
     command.footer(
         "Records until Ctrl-C or --duration into a new folder below --root and ends with a table of what was\n"
-        "recorded. Exit status 3 if anything was dropped or lost on the way, or if no datagram came.\n"
+        "recorded. Exit status 3 if anything was dropped or lost on the way, or if no datagram came. SIGHUP\n"
+        "starts the next file where there is no controlling terminal.\n"
         "Examples: kestova record --radars radars.json --radar A1:2 --id 1 --root recordings\n"
         "          kestova record --group 239.17.0.1:6001 --local-ip eth0 --root recordings --duration 1h");
     addSource(command, *options);
@@ -225,10 +215,12 @@ void addRecord(CLI::App& app, tRun& chosen)
     command.add_flag("--compress", options->record.compress, "Compress each file when it is finished");
     command.add_flag("--reclaim", options->record.reclaim,
                      "Delete the oldest data files below --root while less than 1 GiB is free");
+    addPruneLimits(command, options->limits);
+    command.add_option("--metrics-file", options->metricsFile, "Write metrics for Prometheus to this file, every 5 s")
+        ->type_name("FILE");
     addJson(command, options->json);
     command.callback([options, &command, &chosen] {
-        if (command.get_option("--radar")->empty() && command.get_option("--group")->empty())
-            throw CLI::RequiredError("--radar or --group");
+        requireSource(command);
         chosen = [options](tConsole& console) { return tRecord(*options, console).run(); };
     });
 }

@@ -86,7 +86,13 @@ void tRecordLines::onDiskLeft(const tDiskLeft& left)
 
 void tRecordLines::onReclaimed(const tReclaimed& file)
 {
-    m_console.note(fmt::format("deleted {} ({}) to make room", file.path, sizeText(file.bytes)));
+    const std::string why = file.cause == "reclaim" ? "to make room" : "to keep within --" + file.cause;
+    m_console.note(fmt::format("deleted {} ({}) {}", file.path, sizeText(file.bytes), why));
+}
+
+void tRecordLines::onSheetProblem(const std::string& problem)
+{
+    warn(problem + "; recording goes on");
 }
 
 void tRecordLines::warn(const std::string& text)

@@ -22,6 +22,7 @@ public:
     void onSilence(const session::tSilence& silence) override;
     void onDiskLeft(const session::tDiskLeft& left) override;
     void onReclaimed(const session::tReclaimed& file) override;
+    void onSheetProblem(const std::string& problem) override;
 
 private:
     void warn(const std::string& text);

@@ -69,6 +69,8 @@ int simulate(const tOptions& given, tConsole& console)
         options.simulate.durationMs = parseDuration(options.duration);
     const tStopSignal stop;
     tSimulateSession simulation(options.simulate);
+    if (const auto* const recorder = simulation.recorder())
+        console.inform("recording what is sent to " + recorder->file());
     console.inform(fmt::format("simulating radar {} id {} at {} revolutions a minute on {}",
                                options.simulate.radar.serial, options.simulate.radar.id, options.simulate.rpm,
                                options.simulate.localIp));
@@ -109,6 +111,10 @@ void addSimulate(CLI::App& app, tRun& chosen)
         .add_option("--start-time", options->simulate.startMs,
                     "Time of the first datagram in ms since the epoch, for repeatable bytes; now where not given")
         ->check(wholeNumber(1, storage::cTimeLimit - 1));
+    command
+        .add_option("--root", options->simulate.root,
+                    "Record what is sent below this storage root, for kestova diff with what arrived")
+        ->type_name("FOLDER");
     addJson(command, options->json);
     command.callback(
         [options, &chosen] { chosen = [options](tConsole& console) { return simulate(*options, console); }; });

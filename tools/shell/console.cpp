@@ -1,11 +1,16 @@
 #include "tools/shell/console.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include "KestovaRecordings/failure.h"
 #include "tools/shell/exitstatus.h"
@@ -29,7 +34,16 @@ void openMissingStandardDescriptors()
     }
 }
 
-constexpr char cClearLine[] = "\r\x1b[K";
+// Whether standard error is what JOURNAL_STREAM names: a program that the service inherited the variable from may have
+// redirected it.
+bool isJournal()
+{
+    const char* const stream = std::getenv("JOURNAL_STREAM");
+    struct stat file
+    {};
+    return stream != nullptr && fstat(STDERR_FILENO, &file) == 0 &&
+           std::to_string(file.st_dev) + ':' + std::to_string(file.st_ino) == stream;
+}
 
 class tNoSink : public Kestova::iConsoleSink
 {
@@ -68,6 +82,7 @@ tConsole::tConsole()
         _exit(eFailed);
     setvbuf(stdout, nullptr, _IOLBF, 0);
     m_terminal = isatty(STDERR_FILENO) == 1;
+    m_journal = isJournal();
     Kestova::SetConsoleSink(this);
 }
 
@@ -96,16 +111,16 @@ void tConsole::flush()
         throw tFailure(std::string("cannot write the results: ") + std::strerror(error));
 }
 
-void tConsole::note(std::string_view line)
+void tConsole::note(std::string_view line, eUrgency urgency)
 {
     const std::lock_guard lock(m_mutex);
-    writeLine(line);
+    writeLine(line, urgency);
 }
 
 void tConsole::inform(std::string_view line)
 {
     if (m_volume != eVolume::eQuiet)
-        note(line);
+        note(line, eUrgency::eInformation);
 }
 
 bool tConsole::progressDue()
@@ -123,48 +138,85 @@ void tConsole::progress(std::string_view text)
         return;
     const std::lock_guard lock(m_mutex);
     m_progress = text;
-    writeAll(STDERR_FILENO, progressLine());
+    writeAll(STDERR_FILENO, drawProgress());
 }
 
 // Passes whole lines on; a report of the libraries may come in pieces.
-void tConsole::OnConsoleText(Kestova::eConsoleStream, const char* text, std::size_t len)
+void tConsole::OnConsoleText(Kestova::eConsoleStream stream, const char* text, std::size_t len)
 {
     if (m_volume != eVolume::eVerbose)
         return;
+    const eUrgency urgency = stream == Kestova::eConsoleError ? eUrgency::eWarning : eUrgency::eInformation;
     const std::lock_guard lock(m_mutex);
     m_libraryText.append(text, len);
     for (std::size_t end = 0; (end = m_libraryText.find('\n')) != std::string::npos;)
     {
         std::string line = m_libraryText.substr(0, end);
         std::erase(line, '\r');
-        writeLine(line);
+        writeLine(line, urgency);
         m_libraryText.erase(0, end + 1);
     }
 }
 
 // In one write, so that no other process's line comes between. m_mutex is held.
-void tConsole::writeLine(std::string_view line)
+void tConsole::writeLine(std::string_view line, eUrgency urgency)
 {
-    std::string text = m_progress.empty() ? "" : cClearLine;
-    text += line;
+    std::string text = clearProgress();
+    const std::string prefix = m_journal ? fmt::format("<{}>", static_cast<int>(urgency)) : "";
+    text += prefix;
+    for (const char c : line)
+    {
+        text += c;
+        if (c == '\n')
+            text += prefix;
+    }
     text += '\n';
     if (!m_progress.empty())
-        text += progressLine();
+        text += drawProgress();
     writeAll(STDERR_FILENO, text);
 }
 
-// m_mutex is held.
-std::string tConsole::progressLine() const
+// Returns what takes the progress lines off the terminal. m_mutex is held.
+std::string tConsole::clearProgress()
 {
-    return '\r' + m_progress.substr(0, terminalWidth() - 1) + "\x1b[K";
+    if (m_progress.empty())
+        return {};
+    const std::size_t above = std::exchange(m_drawn, 1) - 1;
+    return above == 0 ? "\r\x1b[K" : fmt::format("\r\x1b[{}A\x1b[J", above);
+}
+
+// Returns what draws them, over those that are there. m_mutex is held.
+std::string tConsole::drawProgress()
+{
+    std::string text = m_drawn > 1 ? fmt::format("\r\x1b[{}A", m_drawn - 1) : "\r";
+    const std::size_t room = std::max<std::size_t>(terminalHeight(), 2) - 1;
+    const std::size_t before = std::exchange(m_drawn, 0);
+    for (std::string_view rest = m_progress; m_drawn < room; ++m_drawn)
+    {
+        const std::size_t end = rest.find('\n');
+        text += m_drawn > 0 ? "\n" : "";
+        text += std::string(rest.substr(0, end)).substr(0, terminalWidth() - 1) + "\x1b[K";
+        if (end == std::string_view::npos)
+        {
+            ++m_drawn;
+            break;
+        }
+        rest.remove_prefix(end + 1);
+    }
+    return m_drawn < before ? text + "\x1b[J" : text;
 }
 
 void tConsole::endProgress()
 {
     const std::lock_guard lock(m_mutex);
-    if (!m_progress.empty())
-        writeAll(STDERR_FILENO, cClearLine);
+    writeAll(STDERR_FILENO, clearProgress());
     m_progress.clear();
+}
+
+void tConsole::ring()
+{
+    if (m_terminal)
+        writeAll(STDERR_FILENO, "\a");
 }
 
 std::size_t tConsole::terminalWidth() const
@@ -172,5 +224,12 @@ std::size_t tConsole::terminalWidth() const
     winsize size{};
     const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
     return known ? size.ws_col : 80;
+}
+
+std::size_t tConsole::terminalHeight() const
+{
+    winsize size{};
+    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 1;
+    return known ? size.ws_row : 24;
 }
 }  // namespace tool

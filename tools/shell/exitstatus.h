@@ -11,7 +11,7 @@ enum eExitStatus : int
     eDone = 0,
     eFailed = 1,  // one line on standard error reports why
     eUsage = 2,   // the command line is wrong
-    eDamaged = 3  // done, but data were lost, or damaged in the input
+    eDamaged = 3  // done, but data were lost, damaged in the input, or different
 };
 
 // Thrown when the reader of the results has closed the pipe. The command ends without an error.

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "tools/shell/console.h"
+#include "tools/shell/names.h"
 
 namespace tool
 {
@@ -18,10 +19,16 @@ int reportLeftOut(tConsole& console, std::string_view command, const std::vector
     int status = eDone;
     for (const recordings::tLeftOut& one : leftOut)
     {
-        console.note(fmt::format("kestova {}: skipped {}: {}", command, one.path, one.reason));
+        console.note(fmt::format("kestova {}: skipped {}: {}", command, printable(one.path), printable(one.reason)));
         status = worseStatus(status, one.asked ? eFailed : eDamaged);
     }
     return status;
+}
+
+void noteIgnoredSheets(tConsole& console, std::string_view command, const std::vector<recordings::tLeftOut>& sheets)
+{
+    for (const recordings::tLeftOut& one : sheets)
+        console.note(fmt::format("kestova {}: ignored {}", command, printable(one.reason)));
 }
 
 tJson leftOutJson(const std::vector<recordings::tLeftOut>& leftOut)

@@ -18,6 +18,9 @@ int worseStatus(int a, int b);
 // eDamaged if others are left out, eDone for none.
 int reportLeftOut(tConsole& console, std::string_view command, const std::vector<recordings::tLeftOut>& leftOut);
 
+// Notes a line for each sheet that counts for nothing.
+void noteIgnoredSheets(tConsole& console, std::string_view command, const std::vector<recordings::tLeftOut>& sheets);
+
 // Returns "path", "reason" for each: the member "skipped" of results.
 tJson leftOutJson(const std::vector<recordings::tLeftOut>& leftOut);
 }  // namespace tool

@@ -160,4 +160,21 @@ tMoment parseMoment(const std::string& text)
                                 "' is no place in a recording: write +90s, -90s, 50%, 00:01:30, \"2024-05-17 08:30:00\""
                                 " or 2024-05-17T08:30:00Z");
 }
+
+std::uint64_t parseWhen(const std::string& text, std::uint64_t nowMs)
+{
+    constexpr std::size_t cDateSize = 10;
+    auto moment = momentOf(text);
+    if (!moment && text.size() == cDateSize)
+        moment = momentOf(text + " 00:00:00");
+    const bool isAgo =
+        moment && !text.starts_with('+') && (moment->kind == tMoment::eFromEnd || moment->kind == tMoment::eOffset);
+    if (isAgo)
+        return nowMs - std::min(nowMs, static_cast<std::uint64_t>(moment->value));
+    if (moment && moment->kind == tMoment::eAbsolute && moment->value >= 0.0)
+        return static_cast<std::uint64_t>(moment->value);
+    throw std::invalid_argument("'" + text +
+                                "' is no time: write 2024-05-17, \"2024-05-17 08:30:00\", 2024-05-17T08:30:00Z, or 2h "
+                                "or 3d for that long ago");
+}
 }  // namespace tool

@@ -18,6 +18,10 @@ std::string timeText(std::uint64_t ms);  // "2024-05-17 08:30:00.250"
 // span), "2024-05-17 08:30:00.250", "2024-05-17T08:30:00Z" or with another zone, or a number of ms since the epoch.
 // Throws std::invalid_argument with a sentence for the user.
 recordings::tMoment parseMoment(const std::string& text);
+
+// Returns the ms since the epoch of a time as parseMoment() takes it, of "2024-05-17" (its beginning), or of "2h",
+// "3d": that long before `nowMs`. Throws std::invalid_argument with a sentence for the user.
+std::uint64_t parseWhen(const std::string& text, std::uint64_t nowMs);
 }  // namespace tool
 
 #endif

@@ -53,12 +53,30 @@ std::optional<double> clockMs(std::string_view text)
 std::optional<double> offsetMs(std::string_view text)
 {
     for (const auto& [suffix, factor] :
-         {std::pair{"ms", 1.0}, std::pair{"s", 1000.0}, std::pair{"m", 60'000.0}, std::pair{"h", 3'600'000.0}})
+         {std::pair{"ms", 1.0}, std::pair{"s", 1000.0}, std::pair{"m", 60'000.0}, std::pair{"h", 3'600'000.0},
+          std::pair{"d", 86'400'000.0}, std::pair{"w", 604'800'000.0}})
     {
         if (const auto value = withSuffix(text, suffix, factor))
             return value;
     }
     return clockMs(text);
+}
+
+// Returns the bytes that a unit stands for: "", "B", "K", "kB", "KiB" to "T"; nothing for no unit.
+std::optional<double> unitBytes(std::string_view unit)
+{
+    if (unit.ends_with('B'))
+        unit.remove_suffix(1);
+    const bool isBinary = unit.size() == 2 && unit.ends_with('i');
+    if (isBinary)
+        unit.remove_suffix(1);
+    if (unit.empty())
+        return 1.0;
+    constexpr std::string_view cPrefixes = "KMGT";
+    const std::size_t power = cPrefixes.find(unit == "k" ? 'K' : unit.front());
+    return unit.size() == 1 && power != std::string_view::npos
+               ? std::optional(std::pow(isBinary ? 1024.0 : 1000.0, static_cast<double>(power + 1)))
+               : std::nullopt;
 }
 }  // namespace
 
@@ -102,7 +120,7 @@ std::uint64_t parseDuration(const std::string& text)
     if (const auto seconds = plainNumber(text))
         ms = *seconds * 1000.0;
     if (!ms || *ms > cLatestMs)
-        throw std::invalid_argument("'" + text + "' is no duration: write 10, 2.5, 250ms, 5m, 2h or 00:01:30");
+        throw std::invalid_argument("'" + text + "' is no duration: write 10, 2.5, 250ms, 5m, 2h, 3d, 2w or 00:01:30");
     return static_cast<std::uint64_t>(std::llround(*ms));
 }
 
@@ -115,5 +133,16 @@ double parseDistance(const std::string& text)
     if (!metres || !(*metres > 0) || *metres > cFarthest)
         throw std::invalid_argument("'" + text + "' is no distance: write 6nm, 11112m or 3km, up to 1000km");
     return *metres;
+}
+
+std::uint64_t parseSize(const std::string& text)
+{
+    constexpr double cLargest = 1e18;
+    const std::size_t end = text.find_last_of("0123456789.") + 1;  // npos + 1 is 0
+    const auto value = plainNumber(std::string_view(text).substr(0, end));
+    const auto unit = unitBytes(std::string_view(text).substr(end));
+    if (!value || !unit || *value * *unit > cLargest)
+        throw std::invalid_argument("'" + text + "' is no size: write 750M, 500G or 1.5T");
+    return static_cast<std::uint64_t>(std::llround(*value * *unit));
 }
 }  // namespace tool

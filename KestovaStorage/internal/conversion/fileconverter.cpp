@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "KestovaStorage/companions.h"
 #include "KestovaStorage/internal/conversion/filecoding.h"
 #include "KestovaStorage/internal/conversion/verification.h"
 #include "KestovaStorage/internal/datafile/naming.h"
@@ -52,6 +53,16 @@ std::string realPath(const std::string& path)
     std::error_code error;
     const std::string real = std::filesystem::canonical(path, error).string();
     return error ? path : real;
+}
+
+// Names that do not end in ".data" have companions of their own in each form.
+void moveCompanions(const std::string& from, const std::string& to)
+{
+    for (const auto nameOf : {&sheetName, &fineTimesName})
+    {
+        if (nameOf(from) != nameOf(to) && !paths::exists(nameOf(to)))
+            std::rename(nameOf(from).c_str(), nameOf(to).c_str());
+    }
 }
 
 tStatus refused(const std::string& text)
@@ -110,6 +121,7 @@ tStatus tFileConverter::compressRecorded(const std::string& suffix, iSegmentEnco
     if (!m_out->commit(m_result))
         return m_out->status();
     std::remove(m_path.c_str());
+    moveCompanions(m_path, m_result);
     return {};
 }
 
@@ -174,9 +186,9 @@ tStatus tFileConverter::openOutput(const std::string& result)
 tStatus tFileConverter::giveUpRecorded()
 {
     tStatus status = tStatus(m_out->status()).of(m_out->path());
-    if (m_out->wasOpened())
+    if (m_out->wasOpened() || isKept(m_path))
         return status;
-    std::remove(m_path.c_str());
+    removeDataFile(m_path);
     return std::move(status).of("it is removed, for no output could be made");
 }
 
@@ -230,6 +242,7 @@ tStatus tFileConverter::replace()
         return tStatus::system(m_out->error());
     if (m_result != m_path && std::rename(m_path.c_str(), m_result.c_str()) != 0)
         m_result = m_path;  // converted, under the name it had
+    moveCompanions(m_path, m_result);
     syncFolderOf(m_result);
     return {};
 }

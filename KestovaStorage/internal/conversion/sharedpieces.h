@@ -1,8 +1,7 @@
 // tSharedPieces: the records of a file processed piece by piece, by a thread of this object and by the caller.
 //
 // Shapes   a piece is the records `first` up to `last`, about 256 KiB of them. Each of the two threads takes the next
-// one
-//          as soon as it is available, so that pieces are processed while later ones are still being made.
+//          one as soon as it is available, so that pieces are processed while later ones are still being made.
 // Threads  one, from construction to destruction; if it cannot be started the caller processes every piece.
 // Errors   the first failure ends the work; finish() returns it.
 #ifndef KESTOVA_STORAGE_CONVERSION_SHAREDPIECES_H

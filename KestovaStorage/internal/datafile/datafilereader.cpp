@@ -5,12 +5,14 @@
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <new>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
 
+#include "KestovaStorage/internal/datafile/playmark.h"
 #include "common/byteorder.h"
 
 namespace storage
@@ -40,15 +42,18 @@ std::unique_ptr<tDataFileReader> tDataFileReader::openToPlay(const std::string& 
     return open(path, eIndex::eInBlocks, failure);
 }
 
-std::unique_ptr<tDataFileReader> tDataFileReader::openBare(const std::string& path, tStatus* failure)
+std::unique_ptr<tDataFileReader> tDataFileReader::openBare(const std::string& path, tStatus* failure,
+                                                           const tFileForm* assumed)
 {
-    return open(path, eIndex::eNone, failure);
+    return open(path, eIndex::eNone, failure, assumed);
 }
 
-std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, eIndex index, tStatus* failure)
+std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, eIndex index, tStatus* failure,
+                                                       const tFileForm* assumed)
 {
     std::unique_ptr<tDataFileReader> reader(new tDataFileReader(path));
-    tStatus status = reader->load(index);
+    reader->m_isPlayed = index == eIndex::eInBlocks;
+    tStatus status = reader->load(index, assumed);
     if (status)
         return reader;
     if (failure != nullptr)
@@ -56,7 +61,7 @@ std::unique_ptr<tDataFileReader> tDataFileReader::open(const std::string& path, 
     return nullptr;
 }
 
-tStatus tDataFileReader::load(eIndex index)
+tStatus tDataFileReader::load(eIndex index, const tFileForm* assumed)
 try
 {
     if (!openFile())
@@ -69,6 +74,8 @@ try
         std::this_thread::sleep_for(1ms);
         m_form = readForm();
     }
+    if (m_form == nullptr)
+        m_form = assumed;
     if (m_form == nullptr)
         return {tStatus::eCode::eRefused, "not a data file"};
     if (index == eIndex::eNone)
@@ -107,21 +114,37 @@ const tFileForm* tDataFileReader::readForm() const
 
 void tDataFileReader::takeSize()
 {
+    m_size = presentSize();
+}
+
+std::uint64_t tDataFileReader::presentSize() const
+{
     struct stat info;
-    if (::fstat(m_file.get(), &info) == 0)
-        m_size = static_cast<std::uint64_t>(info.st_size);
+    return ::fstat(m_file.get(), &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : m_size;
 }
 
 // O_NONBLOCK: opening a pipe or a device that is named like a data file does not wait.
 bool tDataFileReader::openFile()
 {
     m_file = tDescriptor(::open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (m_isPlayed && m_file.valid())
+        markPlayed(m_file.get());
     return m_file.valid();
 }
 
 std::size_t tDataFileReader::readUpTo(std::uint64_t pos, std::size_t len, char* to)
 {
-    return m_file.valid() || reopenFile() ? m_file.readAt(to, len, pos) : 0;
+    const std::size_t got = m_file.valid() || reopenFile() ? m_file.readAt(to, len, pos) : 0;
+    for (const auto& [at, bits] : m_corrections)
+        if (at >= pos && at - pos < got)
+            to[at - pos] = static_cast<char>(to[at - pos] ^ bits);
+    return got;
+}
+
+void tDataFileReader::correctBit(std::uint64_t pos, unsigned bit)
+{
+    m_corrections.emplace_back(pos, static_cast<char>(1 << bit % 8));
+    m_decoder.reset();
 }
 
 bool tDataFileReader::readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records)
@@ -202,6 +225,7 @@ bool tDataFileReader::readInBlocks(std::size_t count)
         return true;
     }
     m_blockTimes = {};
+    m_gaps.clear();
     m_damaged = missing;
     m_sorted = true;
     m_count = m_run = m_longestRun = 0;
@@ -230,9 +254,25 @@ bool tDataFileReader::readPiece(tIndexSlot* piece, std::size_t place, std::size_
         if (isWhole(record))
             keep(piece[i]);
         else
-            ++m_damaged;
+            leaveOut();
     }
     return got == count;
+}
+
+void tDataFileReader::leaveOut()
+{
+    ++m_damaged;
+    const std::size_t before = m_gaps.empty() ? 0 : m_gaps.back().leftOut;
+    if (m_gaps.empty() || m_gaps.back().record != m_count)
+        m_gaps.push_back({m_count, before});
+    ++m_gaps.back().leftOut;
+}
+
+std::size_t tDataFileReader::slotNumber(std::size_t i) const
+{
+    const auto behind = std::upper_bound(m_gaps.begin(), m_gaps.end(), i,
+                                         [](std::size_t record, const tGap& gap) { return record < gap.record; });
+    return behind == m_gaps.begin() ? i : i + std::prev(behind)->leftOut;
 }
 
 void tDataFileReader::keep(const tIndexSlot& slot)

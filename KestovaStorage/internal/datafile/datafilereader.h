@@ -19,6 +19,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "KestovaStorage/datafileformat.h"
@@ -36,10 +37,12 @@ class tDataFileReader
 public:
     // Returns null, and sets `failure` unless it is null, if the file cannot be read or is no data file.
     static std::unique_ptr<tDataFileReader> open(const std::string& path, tStatus* failure = nullptr);
-    // Opens the file for playing.
+    // Opens the file for playing: while its descriptor is open, others see that it is played (playmark.h).
     static std::unique_ptr<tDataFileReader> openToPlay(const std::string& path, tStatus* failure = nullptr);
-    // Opens the file without reading its index, which may still grow; readRecords() returns what is there.
-    static std::unique_ptr<tDataFileReader> openBare(const std::string& path, tStatus* failure = nullptr);
+    // Opens the file without reading its index, which may still grow; readRecords() returns what is there. A file whose
+    // magic is that of no form is read as one of the form `assumed`, unless that is null.
+    static std::unique_ptr<tDataFileReader> openBare(const std::string& path, tStatus* failure = nullptr,
+                                                     const tFileForm* assumed = nullptr);
     ~tDataFileReader();
     tDataFileReader(const tDataFileReader&) = delete;
     tDataFileReader& operator=(const tDataFileReader&) = delete;
@@ -48,6 +51,7 @@ public:
     const tFileForm& form() const { return *m_form; }
     bool finished() const { return m_finished; }  // the index head was written
     std::uint64_t size() const { return m_size; }
+    std::uint64_t presentSize() const;  // of the open file, which may have grown
     std::size_t damaged() const { return m_damaged; }
 
     std::size_t count() const { return m_count; }  // of records
@@ -57,6 +61,8 @@ public:
     // Reads a block of an index on disk. A record that is not there any more, or changed into an impossible one, is
     // replaced by one that lies outside the file and has the time before it.
     void readBlock(std::size_t block, tIndexBlock& to);
+    // Returns the number that a record has in the index of the file, where records that are left out count, too.
+    std::size_t slotNumber(std::size_t i) const;
     // With an index in memory.
     tSegmentRecord record(std::size_t i) const { return m_form->record(m_index[i]); }
     std::span<tIndexSlot> index() { return {m_index.get(), m_blockTimes.empty() ? m_count : 0}; }
@@ -67,8 +73,12 @@ public:
     bool read(std::uint64_t pos, std::size_t len, char* to) { return readUpTo(pos, len, to) == len; }
     // Returns how many of them the file holds.
     std::size_t readUpTo(std::uint64_t pos, std::size_t len, char* to);
+    // From now on reads as if this bit of the file were the other one.
+    void correctBit(std::uint64_t pos, unsigned bit);
     // Replaces `records` by `count` records from number `first` on as they stand on disk now, unchecked.
     bool readRecords(std::size_t first, std::size_t count, std::vector<tSegmentRecord>& records);
+    // Returns the descriptor of the file, which it opens again if it was closed; -1 if that fails.
+    int descriptor() { return m_file.valid() || reopenFile() ? m_file.get() : -1; }
     // Reads the head of a compressed file. Returns null for other forms, and if that fails; valid until closeFile().
     const iSegmentDecoder* decoder();
     void closeFile();
@@ -81,8 +91,9 @@ private:
         eInBlocks,
         eInMemory
     };
-    static std::unique_ptr<tDataFileReader> open(const std::string& path, eIndex index, tStatus* failure);
-    tStatus load(eIndex index);
+    static std::unique_ptr<tDataFileReader> open(const std::string& path, eIndex index, tStatus* failure,
+                                                 const tFileForm* assumed = nullptr);
+    tStatus load(eIndex index, const tFileForm* assumed);
     bool openFile();
     bool reopenFile();
     tStatus examine();
@@ -93,14 +104,17 @@ private:
     bool readInBlocks(std::size_t count);
     bool readPiece(tIndexSlot* piece, std::size_t place, std::size_t count);
     void keep(const tIndexSlot& slot);
+    void leaveOut();
     // A record without a time ends every index.
     bool isEnd(const tSegmentRecord& record) const { return record.time == 0 || (m_emptyEnds && record.bits == 0); }
     bool isWhole(const tSegmentRecord& record) const;
 
     std::string m_path;
     tDescriptor m_file;
+    bool m_isPlayed = false;                  // the descriptor carries the mark of a file that is played
     std::uint64_t m_device = 0, m_inode = 0;  // of the file that was opened first
     std::unique_ptr<iSegmentDecoder> m_decoder;
+    std::vector<std::pair<std::uint64_t, char>> m_corrections;  // of single bytes: what is changed in them
     std::uint64_t m_size = 0;
     const tFileForm* m_form = nullptr;  // never null once the file is open
     bool m_finished = false;
@@ -108,6 +122,12 @@ private:
     bool m_sorted = true;
     std::size_t m_longestRun = 0;
     std::size_t m_damaged = 0;
+    struct tGap
+    {
+        std::size_t record;   // that follows it
+        std::size_t leftOut;  // slots up to it
+    };
+    std::vector<tGap> m_gaps;      // slots between the records that are left out
     std::size_t m_run = 0;         // of equal times, up to the last record
     std::uint64_t m_lastTime = 0;  // of the last record
     std::size_t m_count = 0;

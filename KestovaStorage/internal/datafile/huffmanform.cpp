@@ -18,6 +18,7 @@ std::unique_ptr<iSegmentDecoder> newDecoder(tDataFileReader& file)
     huffman::tFileHead head{};
     if (!file.read(0, sizeof head, reinterpret_cast<char*>(&head)))
         return nullptr;
+    head.head = fileOrder(static_cast<std::uint32_t>(cHuffmanFileHead));  // a damaged magic costs no segment
     auto decoder = std::make_unique<huffman::tSegmentDecoder>();
     decoder->setHead(&head);
     return decoder;

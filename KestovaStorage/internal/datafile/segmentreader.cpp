@@ -73,6 +73,28 @@ bool tSegmentReader::copyPart(tDataFileReader& file, std::uint64_t pos, std::siz
     return true;
 }
 
+tSegmentReader::tRun tSegmentReader::readRun(tDataFileReader& file, std::size_t first, std::size_t count)
+try
+{
+    tRun run{nullptr, 0, 0};
+    const tSegmentRecord record = file.record(first);
+    if (record.bytes() >= cLongSegment || bytesAt(file, record.firstByte, record.bytes()) == nullptr)
+        return run;
+    run = {m_read.need(0), m_pos, 1};
+    for (; run.records < count; ++run.records)
+    {
+        const tSegmentRecord next = file.record(first + run.records);
+        if (next.firstByte < m_pos || next.end() > m_end || next.bytes() >= cLongSegment)
+            break;
+        m_readFrom = next.firstByte;
+    }
+    return run;
+}
+catch (const std::bad_alloc&)
+{
+    return {nullptr, 0, 0};
+}
+
 std::optional<std::string_view> tSegmentReader::decode(tDataFileReader& file, const tSegmentRecord& record)
 {
     if (record.bits == 0)

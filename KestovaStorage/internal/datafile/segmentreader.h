@@ -31,6 +31,16 @@ public:
     // Copies `len` bytes from `offset` on of a record's segment; of a long one that is no code it reads only these, and
     // what lies right behind them. Returns false if the segment does not hold them.
     bool readPart(tDataFileReader& file, const tSegmentRecord& record, std::size_t offset, std::size_t len, char* to);
+    // Some records that lie in bytes which are read.
+    struct tRun
+    {
+        const char* bytes;  // valid until the next read
+        std::uint64_t pos;  // of the first of them in the file
+        std::size_t records;
+    };
+    // Reads the segments of up to `count` records from number `first` on: as many as lie in the bytes that the first
+    // one brings, in their order. None if that is long or cannot be read. Not of compressed files.
+    tRun readRun(tDataFileReader& file, std::size_t first, std::size_t count);
     // Sets `segments` to those of the records, which follow each other; all are valid until the next read. Returns
     // false if one cannot be read. Compressed ones are decoded faster than one by one.
     bool readSeveral(tDataFileReader& file, std::span<const tSegmentRecord> records,

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
 
+#include "KestovaStorage/companions.h"
 #include "KestovaStorage/internal/disk/paths.h"
 #include "UdpSocket/consoleprint.h"
 
@@ -28,13 +28,19 @@ bool isSameFile(const std::string& a, const std::string& b)
     return std::filesystem::equivalent(a, b, ignored);
 }
 
-// What deleting the file gives back: of a file with holes less than its size.
+// Of a file with holes less than its size.
 std::uint64_t bytesOnDisk(const std::string& path)
 {
     constexpr std::uint64_t cStatBlock = 512;
     struct stat info
     {};
     return ::stat(path.c_str(), &info) == 0 ? static_cast<std::uint64_t>(info.st_blocks) * cStatBlock : 0;
+}
+
+// What deleting the file gives back.
+std::uint64_t bytesWithCompanions(const std::string& path)
+{
+    return bytesOnDisk(path) + bytesOnDisk(sheetName(path)) + bytesOnDisk(fineTimesName(path));
 }
 
 std::string absolute(std::string path)
@@ -100,13 +106,11 @@ void tDiskReclaimer::reclaim(const std::string& root)
 // Deletes the oldest data file and the folders that it leaves empty, upwards. Returns false if nothing can be deleted.
 bool tDiskReclaimer::deleteOldest(const std::string& root)
 {
-    std::set<std::string> files;
-    paths::listFolder(root, files, true, cReclaimedSuffix, paths::eLinks::eIgnore);
-    if (files.empty() || isWriting(*files.begin()))
+    std::string path = oldestToDelete(root);
+    if (path.empty())
         return false;
-    std::string path = *files.begin();  // numbers and dates make the byte order of paths the order of age
-    const std::uint64_t bytes = bytesOnDisk(path);
-    if (std::remove(path.c_str()) != 0)
+    const std::uint64_t bytes = bytesWithCompanions(path);
+    if (!removeDataFile(path))
     {
         Kestova::console::printSystemError(path.c_str());
         return false;
@@ -118,6 +122,21 @@ bool tDiskReclaimer::deleteOldest(const std::string& root)
         path.erase(path.rfind('/'));
     while (path.find('/') != std::string::npos && ::rmdir(path.c_str()) == 0);
     return true;
+}
+
+// Returns an empty text if there is none before the first file that this process writes.
+std::string tDiskReclaimer::oldestToDelete(const std::string& root)
+{
+    std::set<std::string> files;
+    paths::listFolder(root, files, true, cReclaimedSuffix, paths::eLinks::eIgnore);
+    for (const std::string& path : files)  // numbers and dates make the byte order of paths the order of age
+    {
+        if (isWriting(path))
+            return {};
+        if (!isKept(path) && !isBeingWritten(path))
+            return path;
+    }
+    return {};
 }
 
 // Roots may name one folder in several ways: files are compared by what they are, too.

@@ -1,8 +1,9 @@
 // tDiskReclaimer: keeps the disks below the storage roots of this process from filling up.
 //
 // Shapes   roots are registered by the storage objects that use them, files by the writers that write them. Every 3 s
-//          a pass examines one root, in turn; while its disk is low its oldest data files are deleted, never one that
-//          is being written.
+//          a pass examines one root, in turn; while its disk is low its oldest data files are deleted with their
+//          companions, never one that is being written, by this process or another, or whose sheet says that it is
+//          kept.
 // Owner    one with a thread must live until the process ends: its thread does.
 // Threads  the operations from any thread; a pass on the reclaimer's own. m_mutex is held while a root is picked and
 //          while a candidate is compared with the files being written, never while listing or deleting.
@@ -61,6 +62,7 @@ private:
     std::string nextRoot();
     void reclaim(const std::string& root);
     bool deleteOldest(const std::string& root);
+    std::string oldestToDelete(const std::string& root);
     bool isWriting(const std::string& path);
 
     const tIsLow m_isLow;

@@ -11,6 +11,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "KestovaStorage/partfolder.h"
 #include "UdpSocket/consoleprint.h"
 
 namespace storage::paths
@@ -165,6 +166,8 @@ private:
         const eEntryKind kind = entryKind(entry, full);
         if (kind == eEntryKind::eFolder || (kind == eEntryKind::eLinkedFolder && m_links == eLinks::eFollow))
         {
+            if (isPartFolder(entry.d_name))
+                return;
             if (m_suffix.empty())
                 m_out.insert(full);
             if (m_recursive)

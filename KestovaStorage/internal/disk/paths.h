@@ -33,6 +33,7 @@ enum class eLinks
     eIgnore
 };
 // Adds full paths to `out`: files whose text from the last "." on equals `suffix` and, if `suffix` is empty, folders.
+// Passes over folders in which a recording is being made (KestovaStorage/partfolder.h).
 void listFolder(const std::string& dir, std::set<std::string>& out, bool recursive, const std::string& suffix,
                 eLinks links = eLinks::eFollow);
 }  // namespace storage::paths

@@ -23,7 +23,7 @@ tDeliveryWorker::tBatch::~tBatch()
         m_worker.m_worker.notify();
 }
 
-void tDeliveryWorker::queue(std::size_t len, std::uint64_t, iSegmentSource& package)
+void tDeliveryWorker::queue(std::size_t len, std::uint64_t, std::uint16_t, iSegmentSource& package)
 {
     if (len < cLongSegment)
     {

@@ -58,7 +58,7 @@ public:
         tWorker::tLock m_held;
     };
     // Queues one package, and notifies the thread if it sleeps.
-    void queue(std::size_t len, std::uint64_t timestamp_ms, iSegmentSource& package) override;
+    void queue(std::size_t len, std::uint64_t timestamp_ms, std::uint16_t us, iSegmentSource& package) override;
     // Discards the waiting segments; a call under way finishes.
     void discard();
     // Waits until all that was queued before the call has been handled; returns false after `timeout`, or at once if

@@ -51,11 +51,12 @@ private:
 void tPackageBuilder::build(const tPackageFields& fields, const char* payload, std::size_t payloadLen)
 {
     tWrappedPayload package(fields, payload, payloadLen, m_buildedPackCnt);
-    m_sink.queue(packageSize(payloadLen), fields.timestamp_ms, package);
+    m_sink.queue(packageSize(payloadLen), fields.timestamp_ms, fields.us, package);
 }
 
 void tPackageBuilder::queueReady(char* package, std::size_t len)
 {
     tReadyPackage ready(package, len, m_buildedPackCnt);
-    m_sink.queue(len, le::load<std::uint64_t>(package + offsetof(tRadarMsgPackage, timestamp_ms)), ready);
+    m_sink.queue(len, le::load<std::uint64_t>(package + offsetof(tRadarMsgPackage, timestamp_ms)), storage::cNoFineTime,
+                 ready);
 }

@@ -19,8 +19,8 @@ class iPackageSink
 {
 public:
     virtual ~iPackageSink() = default;
-    // Queues a package of `len` bytes, recorded at `timestamp_ms`.
-    virtual void queue(std::size_t len, std::uint64_t timestamp_ms, iSegmentSource& package) = 0;
+    // Queues a package of `len` bytes, recorded at `timestamp_ms` and `us` microseconds, or storage::cNoFineTime.
+    virtual void queue(std::size_t len, std::uint64_t timestamp_ms, std::uint16_t us, iSegmentSource& package) = 0;
 };
 
 class tPackageBuilder

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "KestovaStorage/finetimesformat.h"
 #include "KestovaStorage/packageview.h"
 #include "common/byteorder.h"
 
@@ -17,6 +18,7 @@ struct tPackageFields
     std::uint32_t udpAddr;
     std::uint16_t udpPort;
     std::uint64_t timestamp_ms;
+    std::uint16_t us = storage::cNoFineTime;  // of the time stamp; no part of the package
 };
 
 inline void stampPackCnt(char* package, std::uint32_t packCnt)

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "KestovaStorage/internal/datafile/naming.h"
+#include "KestovaStorage/internal/datafile/playmark.h"
 #include "KestovaStorage/internal/disk/paths.h"
 
 namespace storage
@@ -12,7 +13,13 @@ namespace storage
 namespace
 {
 constexpr std::size_t cMaxOpenFiles = 64;
+constexpr std::size_t cMaxMarks = 256;
 constexpr std::size_t cWindow = 256 * 1024;
+
+std::uint64_t firstBitOf(const tSegmentRecord& record)
+{
+    return record.firstByte * 8 + record.firstBit;
+}
 }  // namespace
 
 void tOpenedFiles::open(const std::vector<std::string>& opened, const std::string& suffix, const tCancelled& cancelled)
@@ -52,6 +59,8 @@ bool tOpenedFiles::addFile(const std::string& path)
     file.reader = tDataFileReader::openToPlay(path);
     if (!file.reader)
         return false;
+    if (!file.reader->sorted())
+        keepNumbers(file);
     // An open file stays readable when it is removed, as by a recorder that has compressed it.
     file.open = m_open.size() < cMaxOpenFiles;
     if (file.open)
@@ -59,7 +68,44 @@ bool tOpenedFiles::addFile(const std::string& path)
     else
         file.reader->closeFile();
     m_files.push_back(std::move(file));
+    markFolder(path);
     return true;
+}
+
+// The files that follow are not open all the time.
+void tOpenedFiles::markFolder(const std::string& path)
+{
+    std::string folder = path.substr(0, path.rfind('/') + 1);
+    if (m_marks.size() < cMaxMarks && !m_marks.contains(folder))
+        m_marks.emplace(std::move(folder), markPlayed(path));
+}
+
+void tOpenedFiles::keepNumbers(tFile& file)
+{
+    tDataFileReader& reader = *file.reader;
+    file.fineTimes = storage::fineTimesOf(reader);
+    if (file.fineTimes->state() != eFineTimesOurs)
+        return;
+    for (std::size_t i = 0; i < reader.count(); ++i)
+    {
+        const tSegmentRecord record = reader.record(i);
+        file.numbers.push_back({firstBitOf(record), static_cast<std::uint32_t>(reader.slotNumber(i))});
+    }
+    std::stable_sort(file.numbers.begin(), file.numbers.end());
+}
+
+int tOpenedFiles::fineTime(const tTimelineSegment& segment, const tIndexSlot& record)
+{
+    tFile& file = m_files[segment.file];
+    if (!file.fineTimes)
+        file.fineTimes = storage::fineTimesOf(*use(segment.file).reader);
+    if (file.fineTimes->state() != eFineTimesOurs)
+        return -1;
+    if (file.numbers.empty())
+        return file.fineTimes->at(file.reader->slotNumber(segment.record));
+    const std::uint64_t firstBit = firstBitOf(file.reader->form().record(record));
+    const auto number = std::lower_bound(file.numbers.begin(), file.numbers.end(), tNumber{firstBit, 0});
+    return number != file.numbers.end() && number->firstBit == firstBit ? file.fineTimes->at(number->slot) : -1;
 }
 
 void tOpenedFiles::putInOrder(const tCancelled& cancelled)

@@ -11,14 +11,17 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "KestovaStorage/internal/datafile/datafilereader.h"
+#include "KestovaStorage/internal/datafile/finetimes.h"
 #include "KestovaStorage/internal/datafile/segmentreader.h"
 #include "KestovaStorage/internal/playback/timeline.h"
+#include "common/descriptor.h"
 
 namespace storage
 {
@@ -43,16 +46,29 @@ public:
     };
     // Reads the segment of an index record of file number `file`.
     std::optional<tSegment> read(std::uint32_t file, const tIndexSlot& record);
+    // Returns the microseconds of a segment of the timeline, whose index record it is; -1 if they are not known.
+    int fineTime(const tTimelineSegment& segment, const tIndexSlot& record);
 
 private:
+    // Where a record stands in its file's index that was put in order of time: its segment tells.
+    struct tNumber
+    {
+        std::uint64_t firstBit;  // of the segment in the file
+        std::uint32_t slot;
+        bool operator<(const tNumber& other) const { return firstBit < other.firstBit; }
+    };
     struct tFile
     {
         std::unique_ptr<tDataFileReader> reader;
+        std::optional<tFineTimes> fineTimes;       // of a file that was played from
+        std::vector<tNumber> numbers;              // of a file out of order that has fine times
         std::unique_ptr<tSegmentReader> segments;  // of an open file that was read from
         std::uint64_t lastUse = 0;
         bool open = false;  // has a descriptor
     };
     bool addFile(const std::string& path);
+    void markFolder(const std::string& path);
+    static void keepNumbers(tFile& file);
     void putInOrder(const tCancelled& cancelled);
     tFile& use(std::uint32_t file);
     void closeLongestUnused();
@@ -60,6 +76,7 @@ private:
     std::vector<tFile> m_files;
     std::vector<std::uint32_t> m_open;  // the numbers of the open ones
     std::uint64_t m_uses = 0;
+    std::map<std::string, tDescriptor> m_marks;  // of folders, on their first files: others see that they are played
     tTimeline m_timeline;
 };
 }  // namespace storage

@@ -68,7 +68,8 @@ double progressOf(std::uint64_t key, std::uint64_t first, std::uint64_t last)
 void tPlayClock::start(std::uint64_t position, tTime now)
 {
     m_position = saturatedAdd(position, step());
-    m_tickTime = now;
+    m_exact = position;
+    m_tickTime = m_exactTime = now;
 }
 
 void tPlayClock::setSpeed(tReplaySpeed speed, tTime now)
@@ -85,7 +86,7 @@ void tPlayClock::setPaused(bool paused, tTime now)
     if (paused)
         rebase(now);
     else
-        m_tickTime = now;
+        m_tickTime = m_exactTime = now;
     m_paused = paused;
 }
 
@@ -105,9 +106,25 @@ tPlayClock::tTime tPlayClock::dueTime(std::uint64_t key) const
     return after(m_tickTime, std::min(period() * static_cast<double>(ticks), cFar));
 }
 
+std::uint64_t tPlayClock::exactPosition(tTime now) const
+{
+    if (m_paused || now <= m_exactTime)
+        return m_exact;
+    constexpr double cMost = 9e18;  // of keys: limits the conversion
+    return saturatedAdd(m_exact, static_cast<std::uint64_t>(std::min((now - m_exactTime) / exactPeriod(), cMost)));
+}
+
+tPlayClock::tTime tPlayClock::exactDueTime(std::uint64_t key) const
+{
+    if (key <= m_exact)
+        return m_exactTime;
+    return after(m_exactTime, std::min(exactPeriod() * static_cast<double>(key - m_exact), cFar));
+}
+
 void tPlayClock::forgetDelay(tTime now, tTime due)
 {
     m_tickTime += now - due;
+    m_exactTime += now - due;
 }
 
 std::uint64_t tPlayClock::step() const
@@ -118,6 +135,12 @@ std::uint64_t tPlayClock::step() const
 tPlayClock::tPeriod tPlayClock::period() const
 {
     return std::chrono::duration<double, std::milli>(m_speed.period_ms);
+}
+
+// How long one key lasts.
+tPlayClock::tPeriod tPlayClock::exactPeriod() const
+{
+    return period() / static_cast<double>(step());
 }
 
 // Rounded up: what is due has come.
@@ -135,6 +158,8 @@ std::uint64_t tPlayClock::ticksSince(tTime now) const
 void tPlayClock::rebase(tTime now)
 {
     const std::uint64_t ticks = ticksSince(now);
+    m_exact = exactPosition(now);
+    m_exactTime = std::max(m_exactTime, now);
     m_position = position(now);
     m_tickTime = after(m_tickTime, period() * static_cast<double>(ticks));
 }

@@ -5,6 +5,9 @@
 // speed S: 1 / S milliseconds). Tick times are absolute, however late a tick is noticed: playing neither drifts nor
 // falls behind.
 //
+// Beside the ticks the position moves without steps, for segments whose time is known to the microsecond: it begins
+// where playing starts, and such a segment is due when this exact position has reached its time.
+//
 // Threads  none; the owner's lock guards it. Times are steady and given from outside.
 #ifndef KESTOVA_STORAGE_PLAYBACK_PLAYCLOCK_H
 #define KESTOVA_STORAGE_PLAYBACK_PLAYCLOCK_H
@@ -44,6 +47,9 @@ public:
     std::uint64_t position(tTime now) const;
     // Returns when the position reaches `key`; a past time if it has. Only while not paused.
     tTime dueTime(std::uint64_t key) const;
+    // The same of the exact position.
+    std::uint64_t exactPosition(tTime now) const;
+    tTime exactDueTime(std::uint64_t key) const;
     // Continues from `now`, so that segments delayed by a long stall are not played in a burst.
     void forgetDelay(tTime now, tTime due);
 
@@ -53,12 +59,15 @@ private:
     tPeriod period() const;
     static tTime after(tTime time, tPeriod wait);
     std::uint64_t ticksSince(tTime now) const;
+    tPeriod exactPeriod() const;
     void rebase(tTime now);
 
     tReplaySpeed m_speed;
     bool m_paused = false;
     std::uint64_t m_position = 0;  // at the tick due at m_tickTime
     tTime m_tickTime{};
+    std::uint64_t m_exact = 0;  // the exact position at m_exactTime
+    tTime m_exactTime{};
 };
 }  // namespace storage
 

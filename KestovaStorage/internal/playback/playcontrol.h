@@ -34,6 +34,8 @@ public:
     bool pause(bool pause) { return m_player.pause(pause); }
     void setSpeed(tReplaySpeed speed) { m_player.setSpeed(speed); }
     std::uint64_t unreadCnt() const { return m_player.unreadCnt(); }
+    int fineTime() const { return m_player.fineTime(); }
+    std::int64_t dueTime_ns() const { return m_player.dueTime_ns(); }
 
 private:
     struct tCommand

@@ -232,8 +232,13 @@ void tPlayer::play()
         cursor = tTimeline::tCursor(m_files.timeline(), 0);
         more = cursor.next(segment);
     }
-    for (; more && (isDue(segment.key) || waitFor(caller, segment.key)); more = cursor.next(segment))
+    for (; more; more = cursor.next(segment))
+    {
+        m_current = dueOf(segment, cursor.record());
+        if (!isDue(m_current) && !waitFor(caller, m_current))
+            break;
         deliver(caller, segment, cursor.record());
+    }
     caller.rest();
     leave(more);
 }
@@ -259,10 +264,24 @@ void tPlayer::leave(bool more)
     m_ended.notify_all();
 }
 
-// Waits until the segment is due; returns false if playing ends before. Segments of one millisecond are due together:
-// by their keys the first would come a tick before the others. What is due by then needs neither the lock nor the time,
-// until somebody interrupts.
-bool tPlayer::waitFor(tCaller& caller, std::uint64_t key)
+// Segments of one millisecond are due together: by their keys the first would come a tick before the others.
+tPlayer::tDue tPlayer::dueOf(const tTimelineSegment& segment, const tIndexSlot& record)
+{
+    const int us = m_files.fineTime(segment, record);
+    if (us < 0)
+        return {segment.key - segment.key % cKeysPerMs, us};
+    return {exactKey(storage::timeOf(record), static_cast<std::uint32_t>(us)), us};
+}
+
+std::int64_t tPlayer::dueTime_ns() const
+{
+    const tWorker::tLock held = lock();
+    return m_clock.paused() ? 0 : std::chrono::nanoseconds(timeOf(m_current).time_since_epoch()).count();
+}
+
+// Waits until the segment is due; returns false if playing ends before. What is due by then needs neither the lock nor
+// the time, until somebody interrupts.
+bool tPlayer::waitFor(tCaller& caller, const tDue& segment)
 {
     caller.rest();
     tWorker::tLock held = lock();
@@ -274,13 +293,14 @@ bool tPlayer::waitFor(tCaller& caller, std::uint64_t key)
             m_thread.wait(held, [this] { return mustLeave() || !mustHold(); });
             continue;
         }
-        const auto due = m_clock.dueTime(key - key % cKeysPerMs);
+        const auto due = timeOf(segment);
         const auto now = tWorker::tClock::now();
         if (now >= due)
         {
             if (now - due > cLongStall)
                 m_clock.forgetDelay(now, due);
             m_dueUntil = m_clock.position(now) | (cKeysPerMs - 1);
+            m_exactUntil = m_clock.exactPosition(now);
             return true;
         }
         const unsigned int changes = m_clockChanges;

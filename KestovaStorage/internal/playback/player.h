@@ -50,7 +50,10 @@ public:
     bool pause(bool pause);  // returns false unless active
     void setSpeed(tReplaySpeed speed);
     std::uint64_t unreadCnt() const { return m_unreadCnt; }  // segments that were due and could not be read
-    bool inside() const { return m_observer.inside(); }      // returns whether the calling thread is inside a callback
+    // Of the segment being delivered, inside that call; see tDataStorageIO.
+    int fineTime() const { return m_current.us; }
+    std::int64_t dueTime_ns() const;
+    bool inside() const { return m_observer.inside(); }  // returns whether the calling thread is inside a callback
     void report(eReplayStatus status);
 
     tWorker::tLock lock() const { return m_thread.lock(); }
@@ -92,8 +95,24 @@ private:
     bool openingIsOver() const;
     void play();
     void leave(bool more);
-    bool isDue(std::uint64_t key) const { return key <= m_dueUntil && !m_interrupted.load(std::memory_order_acquire); }
-    bool waitFor(tCaller& caller, std::uint64_t key);
+    // When a segment is due: with its millisecond, or, if its microseconds are known, to the microsecond.
+    struct tDue
+    {
+        std::uint64_t key = 0;  // of the clock's position, or of its exact one
+        int us = -1;
+
+        bool exact() const { return us >= 0; }
+    };
+    tDue dueOf(const tTimelineSegment& segment, const tIndexSlot& record);
+    tPlayClock::tTime timeOf(const tDue& due) const
+    {
+        return due.exact() ? m_clock.exactDueTime(due.key) : m_clock.dueTime(due.key);
+    }
+    bool isDue(const tDue& due) const
+    {
+        return due.key <= (due.exact() ? m_exactUntil : m_dueUntil) && !m_interrupted.load(std::memory_order_acquire);
+    }
+    bool waitFor(tCaller& caller, const tDue& due);
     void deliver(tCaller& caller, const tTimelineSegment& place, const tIndexSlot& record);
     bool mustLeave() const { return m_stopFlag || m_deferred.ready(); }
     bool mustHold() const { return m_hold || m_deferred.waiting() || m_clock.paused(); }
@@ -119,7 +138,9 @@ private:
     unsigned int m_clockChanges = 0;  // how often speed or pause were set
 
     std::atomic<bool> m_interrupted{false};  // changed under the lock: segments that are due have to wait for it, too
-    std::uint64_t m_dueUntil = 0;            // keys known to be due; the thread's own
+    // The thread's own:
+    std::uint64_t m_dueUntil = 0, m_exactUntil = 0;  // keys known to be due
+    tDue m_current;                                  // the segment being delivered, or waited for
     tOpenedFiles m_files;
     std::atomic<std::uint64_t> m_unreadCnt{0};
 

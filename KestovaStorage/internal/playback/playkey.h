@@ -14,6 +14,11 @@ constexpr std::uint64_t keyOfTime(std::uint64_t timeMs)
 {
     return timeMs << cKeyTimeShift;
 }
+// The place of a time in microseconds: that of a segment which is due to the microsecond.
+constexpr std::uint64_t exactKey(std::uint64_t timeMs, std::uint32_t us)
+{
+    return keyOfTime(timeMs) + us * cKeysPerMs / 1000;
+}
 constexpr std::uint64_t timeOfKey(std::uint64_t key)
 {
     return key >> cKeyTimeShift;

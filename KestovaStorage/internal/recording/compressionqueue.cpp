@@ -107,6 +107,10 @@ catch (const std::bad_alloc&)
 tStatus tCompressionQueue::compress(tJob& job, unsigned int cancelled)
 {
     tUntilCancelled untilCancelled(m_cancelled, cancelled);
-    return tFileConverter(job.path, &untilCancelled).compressRecorded(m_specifySuffix, *job.encoder);
+    tFileConverter converter(job.path, &untilCancelled);
+    tStatus status = converter.compressRecorded(m_specifySuffix, *job.encoder);
+    if (status)
+        m_compressed(job.path, converter.result());
+    return status;
 }
 }  // namespace storage

@@ -4,14 +4,14 @@
 // Owner    owns the jobs. Its destruction waits until all are done.
 // Threads  one, from the first job on. Every operation may be called from any thread.
 // Errors   a file that cannot be compressed stays plain, also where its output opens but cannot be locked; it is
-// removed
-//          where its output could not be opened. The reason is reported on standard error.
+//          removed where its output could not be opened. The reason is reported on standard error.
 #ifndef KESTOVA_STORAGE_RECORDING_COMPRESSIONQUEUE_H
 #define KESTOVA_STORAGE_RECORDING_COMPRESSIONQUEUE_H
 
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -24,7 +24,11 @@ namespace storage
 class tCompressionQueue
 {
 public:
-    explicit tCompressionQueue(const std::string& specifySuffix) : m_specifySuffix(specifySuffix) {}
+    // Is called on the queue's thread for every file that was compressed.
+    using tCompressed = std::function<void(const std::string& path, const std::string& result)>;
+    tCompressionQueue(const std::string& specifySuffix, tCompressed compressed)
+        : m_specifySuffix(specifySuffix), m_compressed(std::move(compressed))
+    {}
     ~tCompressionQueue();
     tCompressionQueue(const tCompressionQueue&) = delete;
     tCompressionQueue& operator=(const tCompressionQueue&) = delete;
@@ -50,6 +54,7 @@ private:
     tStatus compress(tJob& job, unsigned int cancelled);
 
     const std::string m_specifySuffix;
+    const tCompressed m_compressed;
     std::deque<tJob> m_jobs;                   // guarded by m_worker's lock
     bool m_busy = false;                       // guarded by it: one more is being compressed
     std::atomic<unsigned int> m_cancelled{0};  // changed under it: how often cancel() was called

@@ -3,10 +3,11 @@
 #include <chrono>
 #include <new>
 #include <system_error>
-#include <thread>
 #include <utility>
 
+#include "KestovaStorage/internal/buffers/filledblocks.h"
 #include "KestovaStorage/internal/buffers/segmentsource.h"
+#include "KestovaStorage/internal/datafile/segmenttime.h"
 #include "UdpSocket/consoleprint.h"
 
 namespace storage
@@ -24,8 +25,6 @@ constexpr std::size_t cGatherBytes = tSegmentBlock::cDefaultSize / 2;
 constexpr std::size_t cWarmBlocks = 4;
 // Longer segments are copied before the queue is locked, so that they delay no other producer.
 constexpr std::size_t cCopyInQueue = 16 * 1024;
-constexpr int cSpins = 64;    // of the writer, which waits for a producer that fills a segment
-constexpr int cYields = 256;  // then it passes its core on, and at last it sleeps
 
 // The bytes of a caller: their place is theirs once it is queued, so they are copied without the lock.
 struct tBytes
@@ -47,32 +46,15 @@ struct tWritesItself
     void write(char* place) const { segment.write(place); }
     void queued(char* place) const { segment.queued(place); }
 };
-
-// A producer may have been suspended while it fills a segment.
-void waitUntilFilled(const tSegmentBlock& block, std::size_t segment)
-{
-    for (int tries = 0; !block.isFilled(segment); ++tries)
-    {
-        if (tries > cYields)
-            std::this_thread::sleep_for(50us);
-        else if (tries > cSpins)
-            std::this_thread::yield();
-    }
-}
-
-void waitUntilFilled(const tSegmentBlocks& blocks)
-{
-    for (const auto& block : blocks)
-    {
-        for (std::size_t i = 0; i < block->count(); ++i)
-            waitUntilFilled(*block, i);
-    }
-}
 }  // namespace
 
 tFileRecorder::tFileRecorder(const std::string& storageBasePath, const std::string& specifySuffix,
                              tDiskReclaimer& reclaimer)
-    : m_series(storageBasePath, specifySuffix, reclaimer), m_compressions(specifySuffix)
+    : m_series(storageBasePath, specifySuffix, reclaimer),
+      m_observation([this](std::unique_ptr<tSegmentBlock> block) { recycle(std::move(block)); }),
+      m_compressions(specifySuffix, [this](const std::string& path, const std::string& result) {
+          m_observation.compressed(path, result);
+      })
 {
     m_writeFlushThread.start([this] { flushLoop(); });
 }
@@ -88,16 +70,17 @@ bool tFileRecorder::createNewWritingFile(const std::string& extFileName, tTimes_
 {
     const std::lock_guard<std::mutex> control(m_controlMutex);
     finish();
-    tFileSeries::tRequest request{extFileName, customFolderPath, compress};
+    tFileSeries::tRequest request{extFileName, customFolderPath, compress, m_fineTimes, m_observation.active()};
     tWritingFilePtr next = m_series.create(request, timestamp);
     if (!next)
         return false;
     m_request = std::move(request);
+    m_observation.fileStarted(next->path, next->id);
     setFile(std::move(next));
     {
         const tWorker::tLock held = m_writeDataThread.lock();
         m_writeDataFifo.reserve(cWarmBlocks);
-        m_writerSleeps = m_skipGather = false;
+        m_writerSleeps = m_skipGather = m_nextWanted = false;
     }
     if (!startWriter())
     {
@@ -119,46 +102,46 @@ catch (const std::system_error& error)
     return false;
 }
 
-void tFileRecorder::writeData(const char* data, std::size_t len, tTimes_ms timestamp)
+void tFileRecorder::writeData(const char* data, std::size_t len, tSegmentTime time)
 {
-    offer(len, timestamp, tBytes{data, len});
+    offer(len, time, tBytes{data, len});
 }
 
-void tFileRecorder::writeSegment(iSegmentSource& segment, std::size_t len, tTimes_ms timestamp)
+void tFileRecorder::writeSegment(iSegmentSource& segment, std::size_t len, tSegmentTime time)
 {
-    offer(len, timestamp, tWritesItself{segment});
+    offer(len, time, tWritesItself{segment});
 }
 
 template <typename tSource>
-void tFileRecorder::offer(std::size_t len, tTimes_ms timestamp, tSource source)
+void tFileRecorder::offer(std::size_t len, tSegmentTime time, tSource source)
 {
     if (len == 0)
     {
         ++m_droppedCnt;
         return;
     }
-    const bool refused = len >= cSegmentLenLimit || timestamp >= cTimeLimit;
+    const bool refused = len >= cSegmentLenLimit || time.ms >= cTimeLimit;
     if (!refused)
-        return accept(len, timestamp, source);
+        return accept(len, tagOf(time), source);
     if (!m_refusalReported.exchange(true))
         Kestova::console::printError(
-            "WriteData: a segment of %zu bytes with time stamp %lu is beyond the limits, refused\n", len, timestamp);
+            "WriteData: a segment of %zu bytes with time stamp %lu is beyond the limits, refused\n", len, time.ms);
     drop(source);
 }
 
 template <typename tSource>
-void tFileRecorder::accept(std::size_t len, tTimes_ms timestamp, tSource& source)
+void tFileRecorder::accept(std::size_t len, std::uint64_t tag, tSource& source)
 try
 {
     if (len > cCopyInQueue)
-        return acceptLong(len, timestamp, source);
+        return acceptLong(len, tag, source);
     tSegmentBlock::tPlace place;
     const auto fill = [&] {
         source.write(place.bytes);
         place.filled();
     };
     const bool queued = enter(source, [&] {
-        place = m_writeDataFifo.push(len, timestamp);
+        place = m_writeDataFifo.push(len, tag);
         if constexpr (tSource::cUnderLock)
             fill();
         return place.bytes;
@@ -172,10 +155,10 @@ catch (const std::bad_alloc&)  // before anything was queued
 }
 
 template <typename tSource>
-void tFileRecorder::acceptLong(std::size_t len, tTimes_ms timestamp, tSource& source)
+void tFileRecorder::acceptLong(std::size_t len, std::uint64_t tag, tSource& source)
 {
     auto block = std::make_unique<tSegmentBlock>(len + cCopyInQueue);  // with room for short ones behind it
-    char* const place = block->push(len, timestamp);
+    char* const place = block->push(len, tag);
     source.write(place);
     enter(source, [&] {
         m_writeDataFifo.push(std::move(block));
@@ -213,6 +196,17 @@ void tFileRecorder::drop(tSource& source)
     ++m_droppedCnt;
     ++m_lostCnt;
     source.queued(nullptr);
+}
+
+bool tFileRecorder::startNextFile()
+{
+    bool running = false;
+    m_writeDataThread.wake([&] {
+        running = m_writeDataThread.running();
+        m_nextWanted |= running;
+        m_skipGather |= running;
+    });
+    return running;
 }
 
 void tFileRecorder::finishWrite()
@@ -259,6 +253,7 @@ void tFileRecorder::finishFile()
         return;
     current->writer->finish();
     current->writer->countInto(nullptr);
+    m_observation.fileFinished(current->path);
     if (current->encoder)
         m_compressions.add(current->path, std::move(current->encoder));
 }
@@ -269,6 +264,7 @@ void tFileRecorder::finish()
     m_writeDataThread.stop();
     dropQueue();
     finishFile();
+    m_observation.waitUntilCalled();
     setFile(nullptr);
     m_state = eWriteFree;
 }
@@ -281,11 +277,13 @@ void tFileRecorder::writeLoop()
     for (;;)
     {
         std::uint64_t taken = 0;
+        bool next = false;
         {
             tWorker::tLock held = m_writeDataThread.lock();
             m_writerSleeps = m_writeDataFifo.empty();
-            if (!m_writeDataThread.wait(held, [this] { return !m_writeDataFifo.empty(); }))
+            if (!m_writeDataThread.wait(held, [this] { return !m_writeDataFifo.empty() || m_nextWanted; }))
                 return;
+            next = std::exchange(m_nextWanted, false);
             taken = m_writeDataFifo.count();
             m_writeDataFifoSize = static_cast<std::uint32_t>(taken);
             m_writeDataFifo.take(batch);
@@ -294,6 +292,8 @@ void tFileRecorder::writeLoop()
         waitUntilFilled(batch);
         if (!writeBatch(batch))
             return;
+        if (next)
+            rollOver(0);
         m_writeDataThread.wake([&] {
             m_processedCnt += taken;
             m_writeDataFifo.recycle(batch);
@@ -303,9 +303,10 @@ void tFileRecorder::writeLoop()
     }
 }
 
-// Returns false if the writer was stopped: what is left of the batch is lost.
-bool tFileRecorder::writeBatch(const tSegmentBlocks& batch)
+// Returns false if the writer was stopped: what is left of the batch is lost. Blocks that are observed leave the batch.
+bool tFileRecorder::writeBatch(tSegmentBlocks& batch)
 {
+    const bool observed = m_observation.active();
     for (std::size_t i = 0; i < batch.size(); ++i)
     {
         if (!m_writeDataThread.running())
@@ -316,7 +317,12 @@ bool tFileRecorder::writeBatch(const tSegmentBlocks& batch)
         }
         writeBlock(*batch[i]);
         m_writeDataFifoSize -= static_cast<std::uint32_t>(batch[i]->count());
+        m_doneCnt += batch[i]->count();
+        if (observed)
+            m_observation.release(std::move(batch[i]));
     }
+    if (observed)
+        batch.clear();
     return true;
 }
 
@@ -331,26 +337,49 @@ void tFileRecorder::writeBlock(const tSegmentBlock& block)
             m_lostCnt += block.count() - cursor.segment;
             return;
         }
-        const std::uint64_t lostBefore = current->writer->lost();
-        current->writer->append(cursor, tTimeParser::GetCurrentTime_ms());
-        m_lostCnt += current->writer->lost() - lostBefore;
+        append(*current, cursor);
         if (current->writer->isFull())
-            rollOver(block.entry(cursor.segment - 1).tag);
+            rollOver(timeOfTag(block.entry(cursor.segment - 1).tag));
     }
+}
+
+void tFileRecorder::append(tWritingFile& file, tBlockCursor& cursor)
+{
+    const std::uint64_t lostBefore = file.writer->lost();
+    file.writer->append(cursor, tTimeParser::GetCurrentTime_ms());
+    const std::uint64_t lost = file.writer->lost() - lostBefore;
+    m_lostCnt += lost;
+    m_observation.written(file.writer->run());
+    m_observation.lost(lost);
+}
+
+// A block that was observed comes back.
+void tFileRecorder::recycle(std::unique_ptr<tSegmentBlock> block)
+{
+    tSegmentBlocks one;
+    one.push_back(std::move(block));
+    const tWorker::tLock held = m_writeDataThread.lock();
+    m_writeDataFifo.recycle(one);
 }
 
 // The segment that crossed the limit, of time stamp `timestamp`, stays in the old file. The next file is open before
 // the old one is finished, so that the object has no file for an instant only; if it cannot be opened the object stays
-// without a file. After a stop nothing is opened: the thread that stops the writer finishes the old file.
+// without a file, unless the old one has room. After a stop nothing is opened: the thread that stops the writer
+// finishes the old file.
 void tFileRecorder::rollOver(tTimes_ms timestamp)
 {
     if (!m_writeDataThread.running())
         return;
     tWritingFilePtr next = m_series.create(m_request, timestamp);
     const bool opened = next != nullptr;
+    const tWritingFilePtr current = file();
+    if (!opened && current && !current->writer->isFull())
+        return;
     m_state = eWriteFinishing;
     finishFile();
     m_state = eWriteFree;
+    if (opened)
+        m_observation.fileStarted(next->path, next->id);
     setFile(std::move(next));
     if (opened)
         m_state = eWriting;
@@ -370,6 +399,7 @@ void tFileRecorder::dropQueue()
     m_writeDataThread.wake([&] {
         m_lostCnt += m_writeDataFifo.count();
         m_processedCnt = m_acceptedCnt;
+        m_doneCnt = m_acceptedCnt.load();
         m_writeDataFifo.take(dropped);
     });
     waitUntilFilled(dropped);

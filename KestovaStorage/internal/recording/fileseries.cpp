@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "KestovaStorage/companions.h"
 #include "KestovaStorage/internal/datafile/naming.h"
 #include "KestovaStorage/internal/disk/paths.h"
 #include "KestovaStorage/internal/recording/compressionqueue.h"
@@ -46,10 +47,15 @@ std::shared_ptr<tWritingFile> tFileSeries::create(const tRequest& request, tTime
     const std::string folder = recordingFolder(request, timestamp);
     auto next = std::make_shared<tWritingFile>();
     next->path = folder + nextFileName(folder, request, timestamp);
+    next->id = newFileId();
     next->mark = tDiskReclaimer::tWritingMark(m_reclaimer, next->path);
     next->writer = newWriter(folder, next->path);
     if (!next->writer)
         return nullptr;
+    if (request.fineTimes)
+        next->writer->keepFineTimes(fineTimesName(next->path), next->id);
+    if (request.observed)
+        next->writer->reportFineTimes();
     if (request.compress)
     {
         next->encoder = tCompressionQueue::newEncoder();

@@ -20,6 +20,7 @@ namespace storage
 struct tWritingFile
 {
     std::string path;
+    tFileId id;  // random
     tDiskReclaimer::tWritingMark mark;
     std::unique_ptr<tDataFileWriter> writer;
     std::unique_ptr<iSegmentEncoder> encoder;  // counts what is recorded; null without compression
@@ -34,6 +35,8 @@ public:
         std::string extFileName;
         std::string customFolderPath;
         bool compress = false;  // the file, and those that follow, when they are finished
+        bool fineTimes = false;
+        bool observed = false;  // somebody follows what is written
     };
 
     tFileSeries(const std::string& storageBasePath, const std::string& specifySuffix, tDiskReclaimer& reclaimer);

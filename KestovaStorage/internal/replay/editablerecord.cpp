@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "KestovaStorage/imagestate.h"
 #include "KestovaStorage/packageview.h"
 #include "UdpSocket/udpsocket.h"
 #include "common/byteorder.h"
@@ -10,17 +11,11 @@ namespace Kestova
 {
 namespace
 {
-// The image state message as the radar sends it.
-constexpr int cImageStateLen = 129;
-constexpr char cImageStateMark[] = {'\x03', '\xC4'};
-constexpr std::size_t cImageStateTimePos = 114;  // 8 bytes, milliseconds since the Unix epoch
-
 // The multi-radar service message and the place of its mark.
 constexpr int cServiceLen = 222;
 constexpr std::size_t cServiceMarkPos = 14;
 constexpr char cReplayedMark[] = {'_', 'R'};
 
-static_assert(cImageStateTimePos + sizeof(std::uint64_t) <= cImageStateLen);
 static_assert(cServiceMarkPos + sizeof cReplayedMark <= cServiceLen);
 }  // namespace
 
@@ -50,7 +45,7 @@ NetAddress tEditableRecord::destination() const
 
 void tEditableRecord::stampReplayTime(std::uint64_t replayTime)
 {
-    if (m_msgLen == cImageStateLen && std::memcmp(payload(), cImageStateMark, sizeof cImageStateMark) == 0)
+    if (isImageState(payload(), static_cast<std::size_t>(m_msgLen)))
         le::store(payload() + cImageStateTimePos, replayTime);
 }
 

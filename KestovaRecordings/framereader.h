@@ -1,6 +1,6 @@
 // tFrameReader: the frames of a capture that pcap::tPcapReader does not read by itself, for it to read.
-#ifndef KESTOVA_SESSIONS_IMPORT_FRAMEREADER_H
-#define KESTOVA_SESSIONS_IMPORT_FRAMEREADER_H
+#ifndef KESTOVA_RECORDINGS_FRAMEREADER_H
+#define KESTOVA_RECORDINGS_FRAMEREADER_H
 
 #include <cstdint>
 #include <functional>
@@ -9,7 +9,7 @@
 #include "KestovaRecordings/captureframes.h"
 #include "KestovaStorage/framesource.h"
 
-namespace session
+namespace recordings
 {
 // One thread at a time.
 class tFrameReader : public pcap::iPcapFrameSource
@@ -22,7 +22,7 @@ public:
 
     bool Next(pcap::tPcapFrame& frame) override
     {
-        recordings::tCapturedFrame captured{};
+        tCapturedFrame captured{};
         if (!m_frames.next(captured))
             return false;
         frame = {captured.timeUs, captured.bytes, captured.len};
@@ -32,9 +32,9 @@ public:
     {
         switch (m_frames.end())
         {
-        case recordings::tCaptureFrames::eEnd::eWhole:
+        case tCaptureFrames::eEnd::eWhole:
             return eWhole;
-        case recordings::tCaptureFrames::eEnd::eCut:
+        case tCaptureFrames::eEnd::eCut:
             return eCut;
         default:
             return eInterrupted;
@@ -43,13 +43,13 @@ public:
     // Returns why reading failed; empty if it did not.
     std::string failure() const
     {
-        return m_frames.end() == recordings::tCaptureFrames::eEnd::eFailed ? m_frames.error() : std::string();
+        return m_frames.end() == tCaptureFrames::eEnd::eFailed ? m_frames.error() : std::string();
     }
     std::uint64_t size() const { return m_frames.size(); }
 
 private:
-    recordings::tCaptureFrames m_frames;
+    tCaptureFrames m_frames;
 };
-}  // namespace session
+}  // namespace recordings
 
 #endif

@@ -1,0 +1,18 @@
+// What the sheets of a recording say before anything is recorded.
+#ifndef KESTOVA_SESSIONS_RECORD_SHEETFACTS_H
+#define KESTOVA_SESSIONS_RECORD_SHEETFACTS_H
+
+#include "KestovaRecordings/sheet.h"
+
+namespace session
+{
+struct tRecordOptions;
+
+// Returns a sheet with recorder, host, source of the times and, of a radar, its addresses. Throws tFailure if the radar
+// cannot be found.
+recordings::tSheet sheetFacts(const tRecordOptions& options);
+// The same for the import of a capture.
+recordings::tSheet importedSheetFacts();
+}  // namespace session
+
+#endif
