@@ -52,6 +52,15 @@ public:
     virtual bool CheckIfNeededCircleLoop(tMsgType type, tReadWriteType rwType, const char* groupAddr, int port,
                                          char* data, int len, int& loopNumber, int& azimuth) = 0;
 };
+
+// Learns what became of a replayed record that went onto the network. Called on the replay thread right after it was
+// sent, or refused; GetReplayDueTime tells there when it was due. Must not throw.
+class KESTOVA_API iRadarReplaySendObserver
+{
+public:
+    virtual ~iRadarReplaySendObserver() = default;
+    virtual void UpdateReplaySent(bool sent) = 0;
+};
 }  // namespace Kestova
 
 #endif

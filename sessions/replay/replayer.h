@@ -8,12 +8,14 @@
 #include <vector>
 
 #include "KestovaRecordings/streamchoice.h"
+#include "KestovaStorage/replaysource.h"
 #include "sessions/replay/addressmap.h"
+#include "sessions/replay/lateness.h"
 #include "sessions/replay/replayprogress.h"
 
 namespace session
 {
-// Operations as in storage::tDataStorageIO. Reports to a tReplayProgress, which outlives the replayer.
+// Operations as in storage::tDataStorageIO. Reports to a tReplayProgress and a tLateness, which outlive the replayer.
 class iReplayer
 {
 public:
@@ -22,6 +24,9 @@ public:
     virtual bool pause(bool on) = 0;
     virtual void setSpeed(double factor) = 0;
     virtual bool jump(double fraction) = 0;
+    virtual void setEnd(std::uint64_t timeMs) = 0;
+    virtual void setTopSpeed(bool on) = 0;
+    virtual void setSource(storage::iReplaySource* source) = 0;  // before open()
     virtual void close() = 0;
     // Returns how many records were due and could not be played: unreadable, or, on the network, no package.
     virtual std::uint64_t unplayed() const = 0;
@@ -30,12 +35,12 @@ public:
 };
 
 // Returns a replayer that counts records and sends nothing; a record that is no package counts as raw.
-std::unique_ptr<iReplayer> makeCountingReplayer(tReplayProgress& progress, const recordings::tStreamChoice& streams,
-                                                const std::string& suffix);
+std::unique_ptr<iReplayer> makeCountingReplayer(tReplayProgress& progress, tLateness& lateness,
+                                                const recordings::tStreamChoice& streams, const std::string& suffix);
 // Returns a replayer that sends. `localIp` is dotted, or empty: the system chooses.
-std::unique_ptr<iReplayer> makeNetworkReplayer(tReplayProgress& progress, const recordings::tStreamChoice& streams,
-                                               const std::string& suffix, const std::string& localIp,
-                                               const tAddressMap& map);
+std::unique_ptr<iReplayer> makeNetworkReplayer(tReplayProgress& progress, tLateness& lateness,
+                                               const recordings::tStreamChoice& streams, const std::string& suffix,
+                                               const std::string& localIp, const tAddressMap& map);
 }  // namespace session
 
 #endif

@@ -1,11 +1,13 @@
 // kestova dump: the records of data files, one by one.
 #include <algorithm>
+#include <chrono>
 #include <fmt/format.h>
 #include <limits>
 #include <memory>
 #include <numeric>
 #include <optional>
 
+#include "KestovaRecordings/livecursor.h"
 #include "KestovaRecordings/packagecontents.h"
 #include "KestovaRecordings/streamchoice.h"
 #include "KestovaRecordings/survey.h"
@@ -32,9 +34,11 @@ struct tOptions : tRecordingOptions
     std::optional<std::uint64_t> bytes;  // of each payload
     bool all = false;
     bool text = false;
+    bool follow = false;
 };
 
-constexpr std::uint64_t cBytesShown = 32;  // of payloads that are not shown as text
+constexpr std::chrono::milliseconds cLook{20};  // for what is being recorded
+constexpr std::uint64_t cBytesShown = 32;       // of payloads that are not shown as text
 
 std::string hex(std::string_view bytes)
 {
@@ -71,17 +75,23 @@ public:
     {
         tFoundFiles found = findAllRecordings(m_options.paths, m_options.suffix);
         m_leftOut = std::move(found.leftOut);
-        requireStreams(found.files, m_streams);
+        if (!m_options.follow)
+            requireStreams(found.files, m_streams);
         m_fromMs = timeOf(m_options.from, 0.0);
         m_toMs = timeOf(m_options.to, std::numeric_limits<double>::max());
-        bool any = false;
+        bool any = m_options.follow;
+        const auto live = m_options.follow ? std::make_unique<tLiveCursor>(found.files, m_options.suffix) : nullptr;
         for (const std::string& path : found.files)
         {
             if (m_left == 0 || m_stop.requested())
                 break;
+            if (live && path == live->file())
+                continue;
             if (const auto present = presentForm(path, found.files, m_options.suffix))
                 any = dumpFile(*present) || any;
         }
+        if (live)
+            dumpLive(*live);
         if (!any && m_left > 0 && !m_stop.requested())
             throw nothingLeft(m_leftOut);
         return report();
@@ -126,6 +136,29 @@ private:
         return true;
     }
 
+    // To the end of the recording that is followed, or to --to.
+    void dumpLive(tLiveCursor& live)
+    {
+        tLiveRecord record;
+        while (m_left > 0 && !m_stop.requested())
+        {
+            if (!live.next(record))
+            {
+                m_console.flush();
+                if (live.over() || m_stop.wait(cLook))
+                    break;
+                continue;
+            }
+            const double time = static_cast<double>(record.timeMs);
+            if (time > m_toMs)
+                break;
+            m_segment.assign(record.bytes, record.len);
+            if (time >= m_fromMs)
+                dumpRecord(live.file(), record.timeMs);
+        }
+        m_damaged += live.damaged();
+    }
+
     void dumpRecords(storage::tDataFile& file)
     {
         m_damaged += file.damagedCount();
@@ -138,13 +171,13 @@ private:
             if (time < m_fromMs || time > m_toMs)
                 continue;
             if (file.read(i, m_segment))
-                dumpRecord(file, timeMs);
+                dumpRecord(file.path(), timeMs);
             else
                 ++m_damaged;
         }
     }
 
-    void dumpRecord(const storage::tDataFile& file, std::uint64_t timeMs)
+    void dumpRecord(const std::string& file, std::uint64_t timeMs)
     {
         const auto package = viewPackage(m_segment);
         if (package ? !m_streams.includes(package->info.rwType) : !m_streams.includesAll())
@@ -177,10 +210,10 @@ private:
                            part.size() < bytes.size() ? "..." : "");
     }
 
-    tJson json(const storage::tDataFile& file, std::uint64_t timeMs, const std::optional<tPackageContents>& package,
+    tJson json(const std::string& file, std::uint64_t timeMs, const std::optional<tPackageContents>& package,
                std::string_view bytes) const
     {
-        tJson line = {{"schema", "kestova/dump/2"}, {"file", file.path()}, {"time_ms", timeMs}};
+        tJson line = {{"schema", "kestova/dump/2"}, {"file", file}, {"time_ms", timeMs}};
         if (package)
         {
             const tStreamKey key = tStreamKey::of(package->info.rwType, package->ip, package->port);
@@ -235,6 +268,7 @@ void addDump(CLI::App& app, tRun& chosen)
             ->check(wholeNumber());
     command.add_flag("--all", options->all, "Show whole payloads")->excludes(bytes);
     command.add_flag("--text", options->text, "Show payloads with sentences ($GPRMC,..., !AIVDM,...) as escaped text");
+    command.add_flag("--follow", options->follow, "Go on while it is being recorded, until its recorder ends");
     command.add_flag("--json", options->json, "One JSON object a line");
     command.callback(
         [options, &chosen] { chosen = [options](tConsole& console) { return tDump(*options, console).run(); }; });

@@ -94,7 +94,9 @@ void tReplayPipeline::keepSpoke(iRadarReplayModifyObserver& observer, const char
 
 void tReplayPipeline::send()
 {
-    ++(m_network->send(m_record.destination(), m_record.message()) ? m_sentCnt : m_refusedCnt);
+    const bool sent = m_network->send(m_record.destination(), m_record.message());
+    ++(sent ? m_sentCnt : m_refusedCnt);
+    m_sendObserver.through([sent](iRadarReplaySendObserver& observer) { observer.UpdateReplaySent(sent); });
 }
 
 void tReplayPipeline::countService(iRadarDataReplayObserver* observer)

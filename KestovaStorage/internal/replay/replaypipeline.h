@@ -27,6 +27,7 @@ public:
     tReplayPipeline(const tTypes& types, tReplayOutput* network) : m_types(types), m_network(network) {}
 
     void setModifyObserver(iRadarReplayModifyObserver* observer) { m_dataModifyObserver.set(observer); }
+    void setSendObserver(iRadarReplaySendObserver* observer) { m_sendObserver.set(observer); }
     std::uint64_t sentCnt() const { return m_sentCnt; }
     std::uint64_t refusedCnt() const { return m_refusedCnt; }
     std::uint64_t damagedCnt() const { return m_damagedCnt; }
@@ -56,6 +57,7 @@ private:
     const tTypes m_types;
     tReplayOutput* const m_network;
     tObserverGate<iRadarReplayModifyObserver> m_dataModifyObserver;
+    tObserverGate<iRadarReplaySendObserver> m_sendObserver;
     tEditableRecord m_record;
     std::string m_currFileName;
     std::uint32_t m_userCtrlMsgCnt = 0;
