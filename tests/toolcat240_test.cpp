@@ -51,8 +51,9 @@ tRow split(const std::string& text, char separator)
 // Returns the values that tshark finds in a capture, a row for each datagram.
 std::vector<tRow> dissected(const std::string& capture, const tRow& fields)
 {
-    tArguments arguments = {programNamed("tshark"), "-r", capture, "-d", "udp.port==8600,asterix", "-T", "fields", "-E",
-                            "separator=;"};
+    tArguments arguments = {
+        programNamed("tshark"), "-r", capture, "-d", "udp.port==8600,asterix", "-Y", "asterix", "-T", "fields", "-E",
+        "separator=;"};
     for (const std::string& field : fields)
     {
         arguments.push_back("-e");
@@ -335,7 +336,7 @@ TEST_F(tTsharkTest, ReadsEveryFieldAsItWasPutIn)
         const auto is = [&](std::size_t field, double wanted, double within) {
             return std::abs(std::stod(rows[i][field]) - wanted) <= within;
         };
-        EXPECT_EQ(tRow(rows[i].begin(), rows[i].begin() + 4), (tRow{"2", "0", "1", std::to_string(number)}));
+        EXPECT_EQ(tRow(rows[i].begin(), rows[i].begin() + 4), (tRow{"2", "0x00", "0x01", std::to_string(number)}));
         EXPECT_TRUE(is(4, static_cast<double>(number % 4096) * 360 / 4096, 1e-6)) << rows[i][4];
         EXPECT_TRUE(is(5, static_cast<double>((number + 1) % 4096) * 360 / 4096, 1e-6)) << rows[i][5];
         EXPECT_EQ(rows[i][6], "0");
