@@ -38,6 +38,7 @@ public:
     std::size_t m_damaged = 0;
     std::vector<tSegmentRecord> m_records;  // as read last, from m_first on
     std::size_t m_first = 0;
+    bool m_isRest = false;  // they were read from a finished file: nothing is missing
     tSegmentReader m_segments{cWindow};
     tFineTimes m_fineTimes;
 
@@ -48,7 +49,6 @@ private:
         eDamaged,
         eMissing  // it may come
     };
-    std::size_t limit();
     void load();
     const tSegmentRecord* at(std::size_t slot) const;
     eEntry entry(const tSegmentRecord& record);
@@ -58,12 +58,6 @@ private:
     std::size_t m_indexNum = 0;  // of a finished file
     std::uint64_t m_size = 0;
 };
-
-// Returns how many slots the index has at most.
-std::size_t tDataFileTailPrivate::limit()
-{
-    return finished() ? m_indexNum : cIndexCapacity;
-}
 
 bool tDataFileTailPrivate::finished()
 {
@@ -78,7 +72,8 @@ bool tDataFileTailPrivate::finished()
 // Reads twice: a slot that its writer is about to write may be half there the first time.
 void tDataFileTailPrivate::load()
 {
-    const std::size_t last = limit();
+    m_isRest = finished();
+    const std::size_t last = m_isRest ? m_indexNum : cIndexCapacity;
     const std::uint64_t size = m_reader->presentSize();
     const std::uint64_t room = size > cIndexPos ? (size - cIndexPos) / cIndexSlotSize : 0;
     const auto end = static_cast<std::size_t>(std::min<std::uint64_t>(last, room));
@@ -104,10 +99,9 @@ const tSegmentRecord* tDataFileTailPrivate::at(std::size_t slot) const
 tDataFileTailPrivate::eEntry tDataFileTailPrivate::entry(const tSegmentRecord& record)
 {
     const bool placed = record.firstByte <= m_size && record.bytes() <= m_size - record.firstByte;
-    if (record.time != 0 && record.time < cTimeLimit && record.firstBit < 8 && placed &&
-        (record.bits != 0 || m_indexNum != 0))
+    if (record.time != 0 && record.time < cTimeLimit && record.firstBit < 8 && placed && (record.bits != 0 || m_isRest))
         return eEntry::eWhole;
-    return finished() ? eEntry::eDamaged : eEntry::eMissing;
+    return m_isRest ? eEntry::eDamaged : eEntry::eMissing;
 }
 
 int tDataFileTailPrivate::fineTime(std::size_t slot)
@@ -153,15 +147,16 @@ tDataFileTail::~tDataFileTail()
 
 bool tDataFileTail::open(const std::string& path, size_t slot, std::string* error)
 {
-    delete std::exchange(d, new tDataFileTailPrivate);
     tStatus failure;
-    d->m_reader = tDataFileReader::openBare(path, &failure);
-    if (!d->m_reader)
+    std::unique_ptr<tDataFileReader> reader = tDataFileReader::openBare(path, &failure);
+    if (!reader)
     {
         if (error != nullptr)
             *error = std::move(failure).of(path).text();
         return false;
     }
+    delete std::exchange(d, new tDataFileTailPrivate);
+    d->m_reader = std::move(reader);
     d->m_path = path;
     d->m_fineTimes = fineTimesOf(*d->m_reader);
     d->m_slot = slot;

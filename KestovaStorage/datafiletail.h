@@ -32,7 +32,7 @@ public:
     tDataFileTail& operator=(const tDataFileTail&) = delete;
 
     // Opens the file; the next record is that in index slot number `slot`. Returns false if it cannot be read or is no
-    // data file, and sets `error`, unless null, to the file's name and the reason.
+    // data file, and sets `error`, unless null, to the file's name and the reason; what was open before stays open.
     bool open(const std::string& path, size_t slot, std::string* error = nullptr);
     void seek(size_t slot);
     const std::string& path() const;  // empty while nothing is open

@@ -1,4 +1,5 @@
 // kestova replay and dump beside a recorder: --follow, and what else decides which records are played when.
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <gmock/gmock.h>
@@ -43,6 +44,11 @@ protected:
             ASSERT_TRUE(recorder.StartNextFile());
             write(recorder, 100);
         }
+    }
+    static std::size_t linesOf(tChildProcess& child)
+    {
+        const std::string out = child.out();
+        return static_cast<std::size_t>(std::count(out.begin(), out.end(), '\n'));
     }
     std::string record(std::uint32_t count, std::uint64_t stepMs) const
     {
@@ -96,6 +102,21 @@ TEST_F(tToolFollowTest, playsLateWhatHasBeenCompressedMeanwhile)
     expectIn(parsed(player.out()), {{"records", m_written}, {"ended", true}, {"damaged", 0}});
 }
 
+TEST_F(tToolFollowTest, showsEveryRecordHoweverSeldomItLooks)
+{
+    storage::tDataStorageIO recorder(root.c_str(), ".data");
+    ASSERT_TRUE(recorder.CreateNewWritingFile(0, "", false));
+    write(recorder, 50);
+    tChildProcess dump(tool({"dump", root, "--follow"}));
+    ASSERT_TRUE(waitUntil([&] { return linesOf(dump) == 50; }, 20s)) << dump.err();
+    dump.signal(SIGSTOP);
+    writeThreeFiles(recorder);
+    recorder.FinishWrite();
+    dump.signal(SIGCONT);
+    EXPECT_EQ(dump.wait(), 0) << dump.err();
+    EXPECT_EQ(linesOf(dump), m_written);
+}
+
 TEST_F(tToolFollowTest, endsWhenTheRecorderIsKilled)
 {
     const NetAddress group = testGroup();
@@ -109,16 +130,12 @@ TEST_F(tToolFollowTest, endsWhenTheRecorderIsKilled)
     ASSERT_TRUE(player.says("following ")) << player.err();
     for (int i = 0; i < 20; ++i)
         ASSERT_TRUE(sender.sendData("datagram", 8));
-    const auto lines = [&] {
-        const std::string out = dump.out();
-        return std::count(out.begin(), out.end(), '\n');
-    };
-    ASSERT_TRUE(waitUntil([&] { return lines() == 40; }, 20s)) << lines();
+    ASSERT_TRUE(waitUntil([&] { return linesOf(dump) == 40; }, 20s)) << dump.err();
     recorder.signal(SIGKILL);
     EXPECT_EQ(player.wait(), 0) << player.err();
     EXPECT_EQ(dump.wait(), 0) << dump.err();
     EXPECT_EQ(parsed(player.out()).at("records"), 40);
-    EXPECT_EQ(lines(), 40);
+    EXPECT_EQ(linesOf(dump), 40u);
 }
 
 TEST_F(tToolFollowTest, waitsForTheFirstRecordAndForNoTimeThatCannotHavePassed)

@@ -37,7 +37,7 @@ std::string latenessText(const session::tPaceTruth& truth)
 {
     if (!truth.p50Ms)
         return "";
-    const std::string drift = truth.driftPercent ? fmt::format(", drift {:.4f} %", *truth.driftPercent) : "";
+    const std::string drift = truth.driftPercent ? fmt::format(", drift {:+.4f} %", *truth.driftPercent) : "";
     return fmt::format("; late by {:.3f} ms (p50), {:.3f} ms (p99), {:.3f} ms at most{}", *truth.p50Ms, *truth.p99Ms,
                        *truth.maxMs, drift);
 }

@@ -296,7 +296,7 @@ void tPlayer::expect(const tDue& due, std::uint64_t timeMs)
     m_reachedEnd = timeMs >= end;
     m_current = m_reachedEnd ? tDue::of(end, due.exact() ? 0 : -1) : due;
     if (m_topSpeed)
-        m_current = {};
+        m_current.key = 0;
     m_lastTime = timeMs;
     m_forgiven = {};
 }
