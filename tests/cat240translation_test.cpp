@@ -99,6 +99,21 @@ TEST_F(tCat240TranslatorTest, EndsASpokeWhereTheNextOneBeginsAndKeepsALoss)
     EXPECT_EQ(sent.size(), 6u);
 }
 
+TEST_F(tCat240TranslatorTest, RoundsAzimuthsToTheNearestStep)
+{
+    use(R"({"azimuth": {"at": 0, "width": 2, "per_turn": 3600}, "range": 1000, "cells": {"at": 3, "count": 4, "bits": 8},
+        "order": "big"})");
+    for (unsigned azimuth = 0; azimuth < 3600; ++azimuth)
+        take(spoke(azimuth, 0));
+    finish();
+    ASSERT_EQ(sent.size(), 3600u);
+    for (unsigned azimuth = 0; azimuth < 3600; ++azimuth)
+    {
+        ASSERT_NEAR(sent[azimuth].startAzimuth, azimuth * 65'536 / 3600.0, 0.5);
+        ASSERT_EQ(sent[azimuth].endAzimuth, sent[(azimuth + 1) % 3600].startAzimuth) << "no gap, nor at 0";
+    }
+}
+
 TEST_F(tCat240TranslatorTest, NumbersGoOnBeyondTheirWrap)
 {
     // Over the wrap of 8 bits with 255 missing, 1 late and 2 twice; then a restart.
