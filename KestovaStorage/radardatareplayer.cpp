@@ -192,6 +192,11 @@ void tRadarDataReplayer::SetReplaySendObserver(iRadarReplaySendObserver* observe
     d->records().setSendObserver(observer);
 }
 
+void tRadarDataReplayer::SetReplaySender(iRadarReplaySender* sender)
+{
+    d->records().setSender(sender);
+}
+
 void tRadarDataReplayer::CircleLoop(bool run)
 {
     d->runLoops(run);

@@ -67,6 +67,9 @@ public:
     // The same for what is notified of every record that goes onto the network.
     void SetReplaySendObserver(iRadarReplaySendObserver* observer);
 
+    // The same for what sends records in another form. Service messages are repeated as they were recorded.
+    void SetReplaySender(iRadarReplaySender* sender);
+
     // Keeps the picture alive while replay does not advance. `run` true: every loop that holds spokes sends the last
     // full revolution, and the one that was in progress, again and again to the group they were recorded from, 2 s a
     // pass, all loops starting a revolution together. `run` false: they have stopped when the call returns. A loop

@@ -61,6 +61,27 @@ public:
     virtual ~iRadarReplaySendObserver() = default;
     virtual void UpdateReplaySent(bool sent) = 0;
 };
+
+// Values of tReplaySending.
+enum eReplaySending
+{
+    eReplaySendAsItIs = 0,
+    eReplaySentOtherwise = 1,
+    eReplayRefusedOtherwise = 2
+};
+typedef unsigned char tReplaySending;
+
+// Sends replayed records in another form, in network replay mode. Must not throw.
+class KESTOVA_API iRadarReplaySender
+{
+public:
+    virtual ~iRadarReplaySender() = default;
+    // Called on the replay thread for each record that is about to be sent, after it was reported; values as in
+    // iRadarDataReplayObserver::UpdateReplayData, but `udpAddr` as net::transAddr returns it. Returns an eReplaySending
+    // value: whether the replayer is to send the record, or what became of it.
+    virtual tReplaySending SendReplayRecord(tTimes_ms replayTime, tMsgType type, tReadWriteType rwType,
+                                            uint32_t udpAddr, uint16_t udpPort, const char* data, int len) = 0;
+};
 }  // namespace Kestova
 
 #endif

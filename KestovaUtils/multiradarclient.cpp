@@ -31,6 +31,15 @@ public:
         const auto found = m_radars.find({serial, id});
         return found == m_radars.end() ? nullptr : found->second.get();
     }
+    void putSpoke(const std::string& serial, unsigned short id, const std::string& spoke)
+    {
+        m_spokes[{serial, id}] = spoke;
+    }
+    std::string spoke(const std::string& serial, unsigned short id) const
+    {
+        const auto found = m_spokes.find({serial, id});
+        return found == m_spokes.end() ? std::string() : found->second;
+    }
     std::vector<tRadarName> names() const
     {
         std::vector<tRadarName> names;
@@ -40,7 +49,9 @@ public:
     }
 
 private:
-    std::map<std::pair<std::string, unsigned short>, std::unique_ptr<const RadarAddress>> m_radars;
+    using tKey = std::pair<std::string, unsigned short>;
+    std::map<tKey, std::unique_ptr<const RadarAddress>> m_radars;
+    std::map<tKey, std::string> m_spokes;
     std::vector<std::unique_ptr<const RadarAddress>> m_replaced;
 };
 }  // namespace
@@ -91,7 +102,10 @@ bool MultiRadarClient::loadDirectory(const std::string& path, std::string* error
     }
     const std::lock_guard<std::mutex> guard(d->m_radarsMutex);
     for (const utils::tRadarEntry& radar : radars)
+    {
         d->m_radars.put(radar.serial, radar.id, radar.record);
+        d->m_radars.putSpoke(radar.serial, radar.id, radar.spoke);
+    }
     return true;
 }
 
@@ -109,6 +123,14 @@ const RadarAddress* MultiRadarClient::getAddress(const char* serial, unsigned sh
         return nullptr;
     const std::lock_guard<std::mutex> guard(d->m_radarsMutex);
     return d->m_radars.find(serial, id);
+}
+
+std::string MultiRadarClient::spokeLayout(const char* serial, unsigned short id) const
+{
+    if (serial == nullptr)
+        return {};
+    const std::lock_guard<std::mutex> guard(d->m_radarsMutex);
+    return d->m_radars.spoke(serial, id);
 }
 
 std::vector<tRadarName> MultiRadarClient::radars() const

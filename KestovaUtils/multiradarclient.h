@@ -93,6 +93,9 @@ public:
     void setAddress(const char* serial, unsigned short id, const RadarAddress& record);
     // Returns the record of a radar, null if unknown. The record stays valid and unchanged until the process ends.
     const RadarAddress* getAddress(const char* serial, unsigned short id);
+    // Returns how the radar's spokes are laid out, as its directory file says with the key "spoke": JSON text for
+    // utils::parseSpokeLayouts (spokelayout.h), which accepts it. Empty if it says nothing.
+    std::string spokeLayout(const char* serial, unsigned short id) const;
     // Returns the radars of the directory, ordered by serial, then id.
     std::vector<tRadarName> radars() const;
 

@@ -42,6 +42,8 @@ if(ZLIB_FOUND AND TARGET kestova_sessions)  # the simulated radar makes its data
   target_link_libraries(huffman_bench PRIVATE kestova_sessions ZLIB::ZLIB)
 endif()
 if(TARGET KestovaRecordings)
+  kestova_bench(cat240)
+  target_link_libraries(cat240_bench PRIVATE KestovaRecordings)
   kestova_bench(info)
   target_link_libraries(info_bench PRIVATE KestovaRecordings)
 endif()

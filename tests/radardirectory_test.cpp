@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "KestovaUtils/internal/directoryjson.h"
 #include "KestovaUtils/streamnames.h"
 #include "support/addresstext.h"
 #include "support/tempdir.h"
@@ -74,7 +75,7 @@ TEST_F(tRadarDirectoryTest, refusesWhatIsNoDirectoryAndSaysWhy)
         {withRadar(R"("id":1,"id":1,"serial":"S","streams":{})"), R"(radar 2: key "id")" + twice},
         {R"({"radars":[{}],"radars":[]})", R"(key "radars")" + twice},
         {std::string(100'000, '['), deep},
-        {withAddress("{\"a\":{}}"), "radar 1: " + deep}};
+        {withAddress(R"({"a":{"b":{"c":{"d":{}}}}})"), "radar 1: " + deep}};
     const std::vector<std::pair<std::string, std::string>> radars = {
         {R"("serial":"ok","id":8,"streams":{})", "accepted"},
         {R"("serial":"ok","id":9,"streams":{})", R"(radar 2: serial "ok" with id 9 is there already)"},

@@ -1,7 +1,8 @@
 // The directory file: the UDP group of each stream of each radar.
 //
 //   { "radars": [ { "serial": "A1:2", "id": 1,
-//                   "streams": { "imageStream": "239.17.0.1:6001", "arpaStream": "239.17.0.4:6004" } } ] }
+//                   "streams": { "imageStream": "239.17.0.1:6001", "arpaStream": "239.17.0.4:6004" },
+//                   "spoke": "cat240" } ] }
 //
 // A file is read whole or fails whole. An unknown or repeated key, a number out of range or a text that is no address
 // fails the file, with one line that names the entry and the reason. Contents are hostile until checked; errors show at
@@ -22,10 +23,10 @@ struct tRadarEntry
     std::string serial;
     unsigned short id;
     RadarAddress record;
+    std::string spoke;  // JSON text of the layout of its spokes, its own or that of all radars; empty if there is none
 };
 
-constexpr std::size_t cLargestDirectory = 4 * 1024 * 1024;  // bytes: some ten thousand radars
-constexpr std::size_t cLongestSerial = 128;                 // bytes: it becomes a file name
+constexpr std::size_t cLongestSerial = 128;  // bytes: it becomes a file name
 
 // Returns the radars of a directory text in its order in `radars`. Returns false on an error in the text, with `radars`
 // unchanged and the reason in `error`.

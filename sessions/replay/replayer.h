@@ -4,12 +4,14 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "KestovaRecordings/streamchoice.h"
 #include "KestovaStorage/replaysource.h"
 #include "sessions/replay/addressmap.h"
+#include "sessions/replay/cat240output.h"
 #include "sessions/replay/lateness.h"
 #include "sessions/replay/replayprogress.h"
 
@@ -32,15 +34,18 @@ public:
     virtual std::uint64_t unplayed() const = 0;
     virtual std::uint64_t sent() const { return 0; }     // datagrams
     virtual std::uint64_t refused() const { return 0; }  // by the network
+    virtual recordings::tCat240Tally cat240() const { return {}; }
 };
 
 // Returns a replayer that counts records and sends nothing; a record that is no package counts as raw.
 std::unique_ptr<iReplayer> makeCountingReplayer(tReplayProgress& progress, tLateness& lateness,
                                                 const recordings::tStreamChoice& streams, const std::string& suffix);
-// Returns a replayer that sends. `localIp` is dotted, or empty: the system chooses.
+// Returns a replayer that sends. `localIp` is dotted, or empty: the system chooses. `cat240` says where spokes go in
+// the public standard; without it they go out as they were recorded.
 std::unique_ptr<iReplayer> makeNetworkReplayer(tReplayProgress& progress, tLateness& lateness,
                                                const recordings::tStreamChoice& streams, const std::string& suffix,
-                                               const std::string& localIp, const tAddressMap& map);
+                                               const std::string& localIp, const tAddressMap& map,
+                                               const std::optional<tReplayedCat240>& cat240);
 }  // namespace session
 
 #endif

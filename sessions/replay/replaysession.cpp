@@ -73,7 +73,8 @@ std::unique_ptr<iReplayer> createReplayer(tReplayProgress& progress, tLateness& 
 {
     if (!options.net)
         return makeCountingReplayer(progress, lateness, options.streams, options.suffix);
-    return makeNetworkReplayer(progress, lateness, options.streams, options.suffix, localIp, options.map);
+    return makeNetworkReplayer(progress, lateness, options.streams, options.suffix, localIp, options.map,
+                               options.cat240);
 }
 
 double fractionOf(std::uint64_t timeMs, std::uint64_t firstMs, std::uint64_t lastMs)

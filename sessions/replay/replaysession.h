@@ -36,8 +36,9 @@ struct tReplayOptions
     std::optional<std::uint64_t> skippedSilenceMs;  // silences of everything longer than this are skipped
     std::uint64_t passes = 1;                       // 0: unlimited
     bool net = false;                               // sends datagrams; otherwise only counts records
-    std::string localIp;  // interface to send on, by address or name; empty: the system chooses
-    tAddressMap map;      // other destinations to send to
+    std::string localIp;                    // interface to send on, by address or name; empty: the system chooses
+    tAddressMap map;                        // other destinations to send to
+    std::optional<tReplayedCat240> cat240;  // where spokes go in the public standard, in place of as they were recorded
 };
 
 // Plays on a thread of its own. state(), counts(), truth(), sent() and refused() from any thread, everything else from
@@ -92,6 +93,7 @@ public:
     std::uint64_t passes() const { return m_passes; }                // begun
     std::uint64_t sent() const { return m_replayer->sent(); }        // datagrams
     std::uint64_t refused() const { return m_replayer->refused(); }  // by the network
+    recordings::tCat240Tally cat240() const { return m_replayer->cat240(); }
     // Returns how many records are damaged in the files or could not be played.
     std::uint64_t damaged() const
     {

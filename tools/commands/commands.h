@@ -7,12 +7,13 @@
 namespace tool
 {
 tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addLs, addVerify, addRecover, addDiff, addCut,
-    addMerge, addNote, addKeep, addPrune, addCheck, addMonitor, addCompress, addExpand, addPcap, addExport;
+    addMerge, addNote, addKeep, addPrune, addCheck, addMonitor, addCompress, addExpand, addPcap, addExport, addPicture;
 
 // In the order of the help.
-inline constexpr tAddCommand* cCommands[] = {
-    addSimulate, addCheck, addMonitor, addRecord, addReplay, addLs,    addInfo,     addDump,   addVerify, addRecover,
-    addDiff,     addCut,   addMerge,   addNote,   addKeep,   addPrune, addCompress, addExpand, addPcap,   addExport};
+inline constexpr tAddCommand* cCommands[] = {addSimulate, addCheck,  addMonitor, addRecord,  addReplay,   addLs,
+                                             addInfo,     addDump,   addVerify,  addRecover, addDiff,     addCut,
+                                             addMerge,    addNote,   addKeep,    addPrune,   addCompress, addExpand,
+                                             addPcap,     addExport, addPicture};
 }  // namespace tool
 
 #endif

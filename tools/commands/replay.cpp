@@ -3,8 +3,11 @@
 #include <memory>
 #include <stdexcept>
 
+#include "KestovaRecordings/archive.h"
+#include "KestovaRecordings/groupaddress.h"
 #include "tools/commands/commands.h"
 #include "tools/commands/replayrun.h"
+#include "tools/commands/spokelayouts.h"
 #include "tools/shell/options.h"
 #include "tools/shell/places.h"
 #include "tools/shell/units.h"
@@ -20,6 +23,8 @@ struct tOptions
     std::string start, end;
     std::string skipSilence;
     std::vector<std::string> maps;
+    std::vector<std::string> as;  // a format and its group
+    std::string layout;
     bool json = false;
 };
 
@@ -63,7 +68,25 @@ int replay(const tOptions& given, tConsole& console)
         options.skippedSilenceMs = parseSilence(given.skipSilence);
     for (const std::string& rule : given.maps)
         options.map.add(rule);
+    if (!given.as.empty())
+        options.cat240 = session::tReplayedCat240{
+            recordings::parseGroup(given.as.back()),
+            spokeLayoutsFor(recordings::findAllRecordings(options.paths, options.suffix).files, given.layout)};
     return tReplayRun(options, given.start, given.end, given.json, console).run();
+}
+
+// Reports a wrong format or group as wrong usage.
+void checkFormat(const std::vector<std::string>& as)
+try
+{
+    if (!as.empty() && as.front() != "cat240")
+        throw CLI::ValidationError("--as", "'" + as.front() + "' is no format that spokes can be sent in: cat240 is");
+    if (!as.empty())
+        recordings::parseGroup(as.back());
+}
+catch (const std::invalid_argument& error)
+{
+    throw CLI::ValidationError("--as", error.what());
 }
 
 // Reports a wrong rule, or rules that contradict each other, as wrong usage.
@@ -123,6 +146,16 @@ void addNetwork(CLI::App& command, tOptions& options)
         ->type_name("FROM=TO")
         ->allow_extra_args(false)
         ->needs(net);
+    CLI::Option* const as =
+        command
+            .add_option("--as", options.as,
+                        "cat240 GROUP: send spokes in the public standard for radar video, ASTERIX CAT240, to this "
+                        "group")
+            ->type_name("FORMAT GROUP:PORT")
+            ->expected(2)
+            ->needs(net);
+    addLayout(command, options.layout);
+    command.get_option("--layout")->needs(as);
 }
 }  // namespace
 
@@ -137,7 +170,8 @@ void addReplay(CLI::App& app, tRun& chosen)
         "change the speed, g skips a time when nothing was recorded, n notes the place, q ends. With --start, --end\n"
         "and --loop it plays a part again and again.\n"
         "Examples: kestova replay recordings --start +00:10:00 --speed 4 --streams imageStream,arpaStream\n"
-        "          kestova replay recordings --net --local-ip eth0 --map 239.17.0.1:6001=239.99.0.1:6001");
+        "          kestova replay recordings --net --local-ip eth0 --map 239.17.0.1:6001=239.99.0.1:6001\n"
+        "          kestova replay recordings --net --local-ip eth0 --as cat240 239.99.0.5:8600");
     addPlaying(command, *options);
     addNetwork(command, *options);
     CLI::Option* const loop =
@@ -149,6 +183,7 @@ void addReplay(CLI::App& app, tRun& chosen)
     CLI::Option* const silence = command.get_option("--skip-silence");
     command.callback([options, loop, silence, &chosen] {
         checkMaps(options->maps);
+        checkFormat(options->as);
         if (!loop->empty() && loop->results().front().empty())
             options->replay.passes = 0;
         if (!silence->empty() && options->skipSilence.empty())

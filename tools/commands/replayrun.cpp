@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "KestovaRecordings/failure.h"
+#include "UdpSocket/udpsocket.h"
 #include "tools/shell/console.h"
 #include "tools/shell/leftout.h"
 #include "tools/shell/names.h"
@@ -120,6 +121,9 @@ bool tReplayRun::waitForOpening()
             fmt::format("playing {} to {} at {}{}", timeText(static_cast<std::uint64_t>(m_session.startMs())),
                         timeText(static_cast<std::uint64_t>(std::min(m_session.endMs().value_or(lastMs), lastMs))),
                         speedText(), m_options.net ? " onto the network" : ""));
+    if (m_options.cat240)
+        m_console.inform(fmt::format("spokes go to {}:{} as CAT240", net::transAddr(m_options.cat240->group.ip),
+                                     net::NtoHs(m_options.cat240->group.port)));
     if (m_options.follow)
         m_console.inform("following " + printable(m_session.followed()));
     if (m_keyboard.active())
@@ -248,7 +252,14 @@ int tReplayRun::report(bool ended)
         m_console.note(fmt::format("kestova replay: {} damaged records were skipped; see kestova info", damaged));
     if (m_session.refused() != 0)
         m_console.note(fmt::format("kestova replay: the network refused {} records", m_session.refused()));
-    return damaged == 0 && m_session.refused() == 0 ? eDone : eDamaged;
+    const tCat240Tally cat240 = m_session.cat240();
+    if (cat240.refused != 0)
+        m_console.note(fmt::format("kestova replay: {} spokes were not sent: their cells are too long for CAT240",
+                                   cat240.refused));
+    if (cat240.lengthless != 0)
+        m_console.note(fmt::format("kestova replay: {} spokes have cells of length 0: their layout gives no range",
+                                   cat240.lengthless));
+    return damaged == 0 && m_session.refused() == 0 && cat240.refused == 0 ? eDone : eDamaged;
 }
 
 tJson tReplayRun::json(bool ended) const

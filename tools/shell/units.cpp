@@ -124,6 +124,17 @@ std::uint64_t parseDuration(const std::string& text)
     return static_cast<std::uint64_t>(std::llround(*ms));
 }
 
+double parseDistance(const std::string& text)
+{
+    constexpr double cFarthest = 1e6;
+    std::optional<double> metres = plainNumber(text);
+    for (const auto& [suffix, factor] : {std::pair{"nm", 1852.0}, std::pair{"km", 1000.0}, std::pair{"m", 1.0}})
+        metres = metres ? metres : withSuffix(text, suffix, factor);
+    if (!metres || !(*metres > 0) || *metres > cFarthest)
+        throw std::invalid_argument("'" + text + "' is no distance: write 6nm, 11112m or 3km, up to 1000km");
+    return *metres;
+}
+
 std::uint64_t parseSize(const std::string& text)
 {
     constexpr double cLargest = 1e18;

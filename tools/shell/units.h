@@ -22,6 +22,10 @@ std::optional<double> plainNumber(std::string_view text);
 // a sentence for the user.
 std::uint64_t parseDuration(const std::string& text);
 
+// Returns the metres of "6nm", "11112m", "3km", "11112": above 0. Throws std::invalid_argument with a sentence for the
+// user.
+double parseDistance(const std::string& text);
+
 // Returns the bytes of "500", "750K", "1.5G", "2TB": powers of 1000 as sizeText() has them; of 1024 with an i, as in
 // "64GiB". Throws std::invalid_argument with a sentence for the user.
 std::uint64_t parseSize(const std::string& text);

@@ -1,0 +1,152 @@
+#include "KestovaRecordings/spokereader.h"
+
+#include <utility>
+
+#include "KestovaRecordings/cat240.h"
+#include "KestovaRecordings/layoutspokes.h"
+
+namespace recordings
+{
+namespace
+{
+constexpr std::uint32_t cMostCells = 1 << 20;  // of a spoke that was put together
+
+double turns(std::uint16_t azimuth)
+{
+    return azimuth / 65536.0;
+}
+
+// A spoke of the public standard, until a message of another one comes.
+class tSplitSpoke
+{
+public:
+    bool isEmpty() const { return m_spoke.cells.count == 0; }
+    // Returns whether the message goes on where the spoke ended.
+    bool isContinuedBy(const tCat240Video& video) const
+    {
+        return !isEmpty() && video.sac == m_part.sac && video.sic == m_part.sic &&
+               video.startAzimuth == m_part.startAzimuth && video.endAzimuth == m_part.endAzimuth &&
+               video.cells.bits == m_part.cells.bits && video.cellM == m_part.cellM &&
+               video.startCell == m_part.startCell + m_spoke.cells.count &&
+               video.cells.count <= cMostCells - m_spoke.cells.count;
+    }
+    void begin(const tCat240Video& video, const tMessagePlace& place, utils::tBearingReference reference)
+    {
+        m_part = video;
+        m_place = place;
+        m_spoke = {};
+        m_spoke.bearingFrom = turns(video.startAzimuth);
+        m_spoke.bearingTo = turns(video.endAzimuth);
+        m_spoke.reference = reference;
+        m_spoke.cellM = video.cellM;
+        m_spoke.firstCellM = video.startCell * video.cellM;
+        m_spoke.sequence = video.sequence;
+        if (video.timeOfDay)
+            m_spoke.timeMs = timeOfDayNear(*video.timeOfDay, place.timeMs);
+        m_spoke.cells = video.cells;
+        m_bytes.assign(video.cells.bytes, video.cells.bytes + video.cells.byteCount());
+    }
+    void append(const tCat240Video& video, const tMessagePlace& place)
+    {
+        m_place = place;
+        const std::size_t bits = std::size_t{m_spoke.cells.count} * video.cells.bits;
+        if (bits % 8 == 0)
+            m_bytes.insert(m_bytes.end(), video.cells.bytes, video.cells.bytes + video.cells.byteCount());
+        else
+            appendBits(video.cells, bits);
+        m_spoke.cells.count += video.cells.count;
+    }
+    void passOn(iSpokeSink& sink)
+    {
+        if (isEmpty())
+            return;
+        m_spoke.cells.bytes = m_bytes.data();
+        sink.onSpoke(m_spoke, m_place);
+        m_spoke.cells.count = 0;
+    }
+
+private:
+    void appendBits(const tCells& cells, std::size_t at)
+    {
+        m_bytes.resize((at + std::size_t{cells.count} * cells.bits + 7) / 8);
+        m_bytes[at / 8] &= static_cast<unsigned char>(0xFF00u >> at % 8);
+        for (std::size_t i = 0; i < cells.count; ++i, at += cells.bits)
+            m_bytes[at / 8] |= static_cast<unsigned char>(cells.at(i) << (8 - cells.bits - at % 8));
+    }
+
+    tCat240Video m_part;
+    tMessagePlace m_place;
+    tSpoke m_spoke;
+    std::vector<unsigned char> m_bytes;
+};
+}  // namespace
+
+class tSpokeReader::tPrivate final : private iCat240Sink
+{
+public:
+    explicit tPrivate(std::vector<utils::tSpokeLayout> layouts) : m_layouts(std::move(layouts)) {}
+
+    void read(std::string_view message, const tMessagePlace& place, iSpokeSink& sink)
+    {
+        m_place = place;
+        m_sink = &sink;
+        for (const utils::tSpokeLayout& layout : m_layouts)
+        {
+            if (layout.source == utils::eSpokeCat240)
+            {
+                m_reference = layout.reference;
+                if (readCat240(message, *this))
+                    return;
+            }
+            else if (matches(layout, message))
+                return passOn(layout, message);
+        }
+    }
+    void finish(iSpokeSink& sink) { m_split.passOn(sink); }
+
+private:
+    void passOn(const utils::tSpokeLayout& layout, std::string_view message)
+    {
+        const std::optional<tSpoke> spoke = readSpoke(layout, message);
+        if (!spoke)
+            return;
+        if (spoke->sequence)
+            m_sink->onSequence(*spoke->sequence, widthOf(layout.sequence));
+        m_sink->onSpoke(*spoke, m_place);
+    }
+    void onVideo(const tCat240Video& video) override
+    {
+        constexpr unsigned cSequenceBits = 32;
+        m_sink->onSequence(video.sequence, cSequenceBits);
+        if (m_split.isContinuedBy(video))
+            return m_split.append(video, m_place);
+        m_split.passOn(*m_sink);
+        if (video.compressed)
+            m_sink->onCompressed();
+        else if (video.cells.count != 0)
+            m_split.begin(video, m_place, m_reference);
+    }
+    void onSummary(const tCat240Summary& summary) override { m_sink->onSummary(summary.text); }
+
+    const std::vector<utils::tSpokeLayout> m_layouts;
+    tSplitSpoke m_split;
+    tMessagePlace m_place;  // of the message that is being read, for `m_sink`
+    iSpokeSink* m_sink = nullptr;
+    utils::tBearingReference m_reference = utils::eReferenceUnknown;
+};
+
+tSpokeReader::tSpokeReader(std::vector<utils::tSpokeLayout> layouts) : d(new tPrivate(std::move(layouts))) {}
+tSpokeReader::~tSpokeReader() = default;
+tSpokeReader::tSpokeReader(tSpokeReader&&) noexcept = default;
+tSpokeReader& tSpokeReader::operator=(tSpokeReader&&) noexcept = default;
+
+void tSpokeReader::read(std::string_view message, const tMessagePlace& place, iSpokeSink& sink)
+{
+    d->read(message, place, sink);
+}
+
+void tSpokeReader::finish(iSpokeSink& sink)
+{
+    d->finish(sink);
+}
+}  // namespace recordings
