@@ -125,7 +125,8 @@ struct tSheet
     std::string radarSerial;  // empty without a radar
     std::uint16_t radarId = 0;
     std::map<std::string, std::string> radarAddresses;  // by stream
-    std::string interface;                              // that received: name and address
+    std::string spokeLayout;  // of the radar: JSON for utils::parseSpokeLayouts, not yet checked; empty: not known
+    std::string interface;    // that received: name and address
     tSheetLosses losses;
     tSheetClock clock;
     std::vector<tNote> notes;    // in the order in which they were added

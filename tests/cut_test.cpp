@@ -187,6 +187,7 @@ TEST_F(tCutTest, givesEachFileItsSheet)
     sheet.kept = true;
     sheet.first = tSheetFirst{cStart, 10'000'000, static_cast<std::uint32_t>(all[0].bytes.size())};
     sheet.radarSerial = "A1:2";
+    sheet.spokeLayout = "\"cat240\"";
     sheet.losses.kernelDropped = 5;
     sheet.notes = {{cStart + 1, "before"}, {cStart + 200, "within"}, {cStart + 900, "behind"}};
     writeSheet(*dataFilesIn(dir.file("rec")).begin(), sheet);
@@ -202,6 +203,7 @@ TEST_F(tCutTest, givesEachFileItsSheet)
     EXPECT_EQ(first.sheet.records, segmentsOf(*files.begin()).size());
     EXPECT_EQ(first.sheet.firstMs, cStart + 50);
     EXPECT_EQ(first.sheet.radarSerial, "A1:2");
+    EXPECT_EQ(first.sheet.spokeLayout, "\"cat240\"");
     EXPECT_EQ(first.sheet.losses.kernelDropped, 0u) << "nobody knows where in the file";
     ASSERT_EQ(first.sheet.notes.size(), 1u);
     EXPECT_EQ(first.sheet.notes[0].timeMs, cStart + 150);

@@ -100,6 +100,7 @@ tSheet fullSheet()
     sheet.radarSerial = "A1:2";
     sheet.radarId = 7;
     sheet.radarAddresses = {{"imageStream", "239.17.0.1:6001"}, {"gpsDev", "239.17.0.9:6009"}};
+    sheet.spokeLayout = R"([{"azimuth":{"at":4,"per_turn":4096.5},"big":true,"order":"l,\"e"},"cat240",[],{},-1,null])";
     sheet.interface = "eth0 192.168.1.5";
     sheet.losses = {5, 6, 7, {{"239.17.0.1:6001", cTime, cTime + 1}}};
     sheet.clock = {"system", -12.25, 0.5, {{cTime, -3'600'000}, {cTime + 5, 7}}};
@@ -120,10 +121,17 @@ TEST_F(tSheetTest, saysTheSameAfterItWasReadAgain)
     EXPECT_EQ(again.notes[0].text, full.notes[0].text);
     EXPECT_EQ(again.clock.steps[0].stepMs, -3'600'000);
     EXPECT_EQ(again.clock.offsetMs, -12.25);
+    EXPECT_EQ(again.spokeLayout, full.spokeLayout);
     EXPECT_EQ(again.losses.sum(), 19u);
     EXPECT_EQ(again.streams.size(), 2u);
     EXPECT_EQ(again.streams[0].perSecond, full.streams[0].perSecond);
     EXPECT_TRUE(text.starts_with(R"({"schema":"kestova/recording/1","kept":true,"notes_count":2,"lost":19,)"));
+}
+
+TEST_F(tSheetTest, keepsALayoutOfSpokesThatIsAWord)
+{
+    sheet.spokeLayout = "\"cat240\"";
+    EXPECT_EQ(parseSheet(sheetText(sheet)).spokeLayout, sheet.spokeLayout);
 }
 
 TEST_F(tSheetTest, tellsTheMainThingsByItsFirstFourKilobytes)

@@ -13,6 +13,13 @@ namespace
 {
 constexpr std::size_t cMostLevels = 8;
 constexpr std::size_t cLongestKey = 64;
+constexpr char cSpokePath[] = "radar.spoke";
+constexpr std::size_t cLongestSpoke = 65'536;  // text of a layout
+
+std::string asJson(const std::string& text)
+{
+    return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
 
 bool areTimes(const std::vector<tGap>& gaps)
 {
@@ -70,38 +77,57 @@ bool tSheetReader::isOfThisVersion()
 
 bool tSheetReader::boolean(bool flag)
 {
+    if (m_spoke.isOpen())
+        return takeSpoke(flag ? "true" : "false");
     return take({.kind = tSheetValue::eFlag, .flag = flag});
 }
 
 // The parser calls it for negative numbers alone.
 bool tSheetReader::number_integer(number_integer_t number)
 {
+    if (m_spoke.isOpen())
+        return takeSpoke(std::to_string(number));
     return take({.kind = tSheetValue::eNegative, .number = std::uint64_t(0) - static_cast<std::uint64_t>(number)});
 }
 
 bool tSheetReader::number_unsigned(number_unsigned_t number)
 {
+    if (m_spoke.isOpen())
+        return takeSpoke(std::to_string(number));
     return take({.kind = tSheetValue::eWhole, .number = number});
 }
 
-bool tSheetReader::number_float(number_float_t number, const string_t&)
+bool tSheetReader::number_float(number_float_t number, const string_t& text)
 {
+    if (m_spoke.isOpen())
+        return takeSpoke(text);
     return take({.kind = tSheetValue::eReal, .real = number});
 }
 
 bool tSheetReader::string(string_t& text)
 {
+    if (m_spoke.isOpen())
+        return takeSpoke(asJson(text));
+    if (m_path == cSpokePath)
+        m_parts.sheet.spokeLayout = asJson(text);
     // A later version may mean other things by the same keys.
     return take({.kind = tSheetValue::eText, .text = &text}) && (m_path != "schema" || isOfThisVersion());
 }
 
 bool tSheetReader::start_object(std::size_t)
 {
+    if (m_spoke.isOpen() || m_path == cSpokePath)
+        return openSpoke('{');
     return take({.kind = tSheetValue::eBegins}) && enter();
 }
 
 bool tSheetReader::key(string_t& name)
 {
+    if (m_spoke.isOpen())
+    {
+        m_spoke.key(asJson(name));
+        return true;
+    }
     if (m_beginning && endsBeginning(name))
         return false;  // no problem: all that is wanted has been read
     m_parts.key = name.size() <= cLongestKey ? name : "?";
@@ -115,12 +141,16 @@ bool tSheetReader::key(string_t& name)
 
 bool tSheetReader::end_object()
 {
+    if (m_spoke.isOpen())
+        return closeSpoke('}');
     leave();
     return m_path != "streams[]" || endSheetStream(m_parts) || fail("is damaged: it has a stream that cannot be");
 }
 
 bool tSheetReader::start_array(std::size_t)
 {
+    if (m_spoke.isOpen() || m_path == cSpokePath)
+        return openSpoke('[');
     if (!enter())
         return false;
     m_path += "[]";
@@ -130,6 +160,8 @@ bool tSheetReader::start_array(std::size_t)
 
 bool tSheetReader::end_array()
 {
+    if (m_spoke.isOpen())
+        return closeSpoke(']');
     leave();
     return true;
 }
@@ -138,6 +170,27 @@ bool tSheetReader::parse_error(std::size_t position, const std::string&, const n
 {
     m_errorAt = position;
     return fail(fmt::format("is damaged: it is no JSON from byte {} on", position));
+}
+
+bool tSheetReader::takeSpoke(std::string_view text)
+{
+    m_spoke.value(text);
+    return m_spoke.size() <= cLongestSpoke || fail("is damaged: the layout of its spokes is too long");
+}
+
+bool tSheetReader::openSpoke(char bracket)
+{
+    if (m_spoke.depth() >= cMostLevels)
+        return fail("is damaged: it is nested too deeply");
+    m_spoke.open(bracket);
+    return true;
+}
+
+bool tSheetReader::closeSpoke(char bracket)
+{
+    if (m_spoke.close(bracket))
+        m_parts.sheet.spokeLayout = m_spoke.take();
+    return true;
 }
 
 bool tSheetReader::take(const tSheetValue& value)

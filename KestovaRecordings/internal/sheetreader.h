@@ -11,8 +11,10 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "KestovaRecordings/internal/jsontext.h"
 #include "KestovaRecordings/sheet.h"
 
 namespace recordings
@@ -74,7 +76,7 @@ public:
     // Returns whether the parts of a whole sheet fit together; sets the problem if not.
     bool fits();
 
-    bool null() override { return take({}); }
+    bool null() override { return m_spoke.isOpen() ? takeSpoke("null") : take({}); }
     bool boolean(bool flag) override;
     bool number_integer(number_integer_t number) override;
     bool number_unsigned(number_unsigned_t number) override;
@@ -94,6 +96,9 @@ private:
     bool enter();
     void leave();
     void findField();
+    bool takeSpoke(std::string_view text);
+    bool openSpoke(char bracket);
+    bool closeSpoke(char bracket);
     bool fail(const std::string& problem);
 
     const bool m_beginning;
@@ -102,6 +107,7 @@ private:
     std::size_t m_errorAt = 0;
     std::string m_path;                  // of the present value: "streams[].per_second.messages[]"
     std::vector<std::size_t> m_lengths;  // of the paths of what encloses it
+    tJsonText m_spoke;                   // while it is open, everything is part of it
     tSheetField m_field = nullptr;       // of the present path; null: passed over
 };
 }  // namespace recordings

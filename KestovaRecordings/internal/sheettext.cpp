@@ -65,14 +65,19 @@ void putBeginning(std::string& out, const tSheet& sheet)
 
 void putRadar(std::string& out, const tSheet& sheet)
 {
-    if (sheet.radarSerial.empty())
+    const nlohmann::json spoke = nlohmann::json::parse(sheet.spokeLayout, nullptr, false);
+    const bool hasSpoke = !sheet.spokeLayout.empty() && !spoke.is_discarded();
+    if (sheet.radarSerial.empty() && !hasSpoke)
         return;
     put(out, R"("radar":{{"serial":{},"id":{},"addresses":{{)", jsonOf(sheet.radarSerial), sheet.radarId);
     for (const auto& [stream, address] : sheet.radarAddresses)
         put(out, "{}:{},", jsonOf(stream), jsonOf(address));
     if (out.back() == ',')
         out.pop_back();
-    out += "}},";
+    out += '}';
+    if (hasSpoke)
+        put(out, R"(,"spoke":{})", spoke.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    out += "},";
 }
 
 void putLosses(std::string& out, const tSheetLosses& losses)

@@ -54,6 +54,7 @@ void tSources::agree(const tSheet& source)
         m_sheet.radarSerial = source.radarSerial;
         m_sheet.radarId = source.radarId;
         m_sheet.radarAddresses = source.radarAddresses;
+        m_sheet.spokeLayout = source.spokeLayout;
         m_sheet.interface = source.interface;
         m_sheet.clock = source.clock;
         m_sheet.clock.steps.clear();
@@ -69,6 +70,8 @@ void tSources::agree(const tSheet& source)
         m_sheet.clock.source.clear();
     if (m_sheet.clock.offsetMs != source.clock.offsetMs || m_sheet.clock.driftPpm != source.clock.driftPpm)
         m_sheet.clock.offsetMs = m_sheet.clock.driftPpm = std::nullopt;
+    if (m_sheet.spokeLayout != source.spokeLayout)
+        m_sheet.spokeLayout.clear();
     if (m_sheet.radarSerial == source.radarSerial && m_sheet.radarId == source.radarId)
         return;
     m_sheet.radarSerial.clear();

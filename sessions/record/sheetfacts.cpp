@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "KestovaUtils/multiradarclient.h"
 #include "KestovaUtils/streamnames.h"
 #include "UdpSocket/udpsocket.h"
 #include "sessions/record/recordsession.h"
@@ -32,6 +33,7 @@ tSheet sheetFacts(const tRecordOptions& options)
     sheet.radarSerial = options.radar.serial;
     sheet.radarId = options.radar.id;
     const RadarAddress& radar = options.radar.find();
+    sheet.spokeLayout = MultiRadarClient::getInstance()->spokeLayout(options.radar.serial.c_str(), options.radar.id);
     for (unsigned int kind = 0; kind < utils::cStreamKinds; ++kind)
     {
         const NetAddress group = radar.streamAddress(kind);

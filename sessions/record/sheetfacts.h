@@ -8,7 +8,8 @@ namespace session
 {
 struct tRecordOptions;
 
-// Returns a sheet with recorder, host, source of the times and, of a radar, its addresses. Throws tFailure if the radar
+// Returns a sheet with recorder, host, source of the times and, of a radar, its addresses and the layout
+// of its spokes. Throws tFailure if the radar
 // cannot be found.
 recordings::tSheet sheetFacts(const tRecordOptions& options);
 // The same for the import of a capture.

@@ -1,11 +1,26 @@
 #include "tools/commands/spokelayouts.h"
 
 #include <CLI/CLI.hpp>
+#include <set>
 
 #include "KestovaRecordings/failure.h"
+#include "KestovaRecordings/sheet.h"
+#include "KestovaStorage/companions.h"
 
 namespace tool
 {
+namespace
+{
+tSpokeLayouts layoutsIn(const std::string& file)
+{
+    tSpokeLayouts layouts;
+    std::string error;
+    if (!utils::readSpokeLayouts(file, layouts, error))
+        throw recordings::tFailure(error);
+    return layouts;
+}
+}  // namespace
+
 void addLayout(CLI::App& command, std::string& file)
 {
     command
@@ -14,15 +29,31 @@ void addLayout(CLI::App& command, std::string& file)
         ->type_name("FILE");
 }
 
-std::vector<utils::tSpokeLayout> spokeLayoutsFor(const std::vector<std::string>& files, const std::string& layout)
+tSpokeLayouts spokeLayoutsFor(const std::vector<std::string>& files, const std::string& layout)
 {
-    std::vector<utils::tSpokeLayout> layouts;
-    std::string error;
-    if (layout.empty())
-        throw recordings::tFailure(
-            "how the spokes are laid out is not known: say it with --layout FILE (docs/radars.md)");
-    if (!utils::readSpokeLayouts(layout, layouts, error))
-        throw recordings::tFailure(error);
+    tSpokeLayouts layouts = knownSpokeLayouts(files, layout);
+    if (layouts.empty())
+        throw recordings::tFailure("no sheet says how the spokes are laid out: give --layout FILE (docs/radars.md)");
+    return layouts;
+}
+
+tSpokeLayouts knownSpokeLayouts(const std::vector<std::string>& files, const std::string& layout)
+{
+    if (!layout.empty())
+        return layoutsIn(layout);
+    tSpokeLayouts layouts;
+    std::set<std::string> texts;
+    for (const std::string& file : files)
+    {
+        const recordings::tFoundSheet found = recordings::readSheet(file);
+        if (!found || found.sheet.spokeLayout.empty() || !texts.insert(found.sheet.spokeLayout).second)
+            continue;
+        tSpokeLayouts more;
+        std::string error;
+        if (!utils::parseSpokeLayouts(found.sheet.spokeLayout, more, error))
+            throw recordings::tFailure(storage::sheetName(file) + ": " + error);
+        layouts.insert(layouts.end(), more.begin(), more.end());
+    }
     return layouts;
 }
 }  // namespace tool

@@ -17,9 +17,13 @@ namespace tool
 // Adds --layout.
 void addLayout(CLI::App& command, std::string& file);
 
-// Returns the layouts of the file of --layout or, if that is empty, of the first of the recordings whose sheet has
-// some. Throws tFailure if there is none, or the file is none.
-std::vector<utils::tSpokeLayout> spokeLayoutsFor(const std::vector<std::string>& files, const std::string& layout);
+using tSpokeLayouts = std::vector<utils::tSpokeLayout>;
+
+// Returns the layouts of the file of --layout or, if that is empty, of the sheets of the data files: each once, in the
+// order of the files. Throws tFailure if there is none, or one cannot be read.
+tSpokeLayouts spokeLayoutsFor(const std::vector<std::string>& files, const std::string& layout);
+// The same; returns none if there is none.
+tSpokeLayouts knownSpokeLayouts(const std::vector<std::string>& files, const std::string& layout);
 }  // namespace tool
 
 #endif
