@@ -61,8 +61,7 @@ public:
         : m_options(options), m_size(std::clamp(options.size, cSmallest, cLargest)),
           m_middle(static_cast<double>(m_size) / 2), m_converter(m_size), m_colours(coloursOf(options.palette)),
           m_levels(m_size * m_size), m_pixels(m_size * m_size), m_canvas(m_pixels.data(), m_size)
-    {
-    }
+    {}
 
     void draw(const tTurn& turn, const tPictureFacts& facts)
     {

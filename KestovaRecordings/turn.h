@@ -59,7 +59,7 @@ private:
 
     std::deque<tHeld> m_spokes;
     std::vector<std::vector<unsigned char>> m_spare;  // memory of spokes that have gone
-    double m_swept = 0;  // the sum of the steps, without that of the last spoke
+    double m_swept = 0;                               // the sum of the steps, without that of the last spoke
     std::size_t m_bytes = 0;
 };
 }  // namespace recordings

@@ -23,9 +23,9 @@ cairo_status_t append(void* to, const unsigned char* bytes, unsigned len)
 
 tCanvas::tCanvas(std::uint32_t* pixels, std::size_t size)
     : m_size(static_cast<double>(size)), m_fontSize(fontSizeFor(m_size)),
-      m_surface(cairo_image_surface_create_for_data(
-          reinterpret_cast<unsigned char*>(pixels), CAIRO_FORMAT_RGB24, static_cast<int>(size), static_cast<int>(size),
-          static_cast<int>(size * sizeof(std::uint32_t)))),
+      m_surface(cairo_image_surface_create_for_data(reinterpret_cast<unsigned char*>(pixels), CAIRO_FORMAT_RGB24,
+                                                    static_cast<int>(size), static_cast<int>(size),
+                                                    static_cast<int>(size * sizeof(std::uint32_t)))),
       m_context(cairo_create(m_surface.get()))
 {
     cairo_t* const context = m_context.get();

@@ -28,8 +28,8 @@ public:
     // `pixels` are size x size, 32 bits each.
     tCanvas(std::uint32_t* pixels, std::size_t size);
 
-    void beginPixels() { cairo_surface_flush(m_surface.get()); }      // before the caller changes pixels
-    void endPixels() { cairo_surface_mark_dirty(m_surface.get()); }   // and after that
+    void beginPixels() { cairo_surface_flush(m_surface.get()); }     // before the caller changes pixels
+    void endPixels() { cairo_surface_mark_dirty(m_surface.get()); }  // and after that
 
     double fontSize() const { return m_fontSize; }
     void setColour(std::uint32_t colour, double opacity = 1);

@@ -59,7 +59,7 @@ std::vector<std::string> warningTexts(const tTurn& turn, const tPictureFacts& fa
     if (turn.covered() < cWholeTurn)
         lines.push_back(fmt::format("{:.0f}\u00B0 of 360\u00B0", turn.covered() * cDegrees));
     if (facts.missing)
-        lines.push_back(fmt::format("{} lost", *facts.missing));
+        lines.push_back(fmt::format("{} spokes lost", *facts.missing));
     return lines;
 }
 

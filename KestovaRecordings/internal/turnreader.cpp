@@ -11,8 +11,7 @@ constexpr double cDegreesPerTurn = 360;
 
 tTurnReader::tTurnReader(const std::vector<utils::tSpokeLayout>& layouts, eUp up, std::optional<tGroup> group)
     : m_spokes(layouts), m_up(up), m_group(group)
-{
-}
+{}
 
 void tTurnReader::read(std::uint64_t timeMs, const tPackageContents& package)
 {

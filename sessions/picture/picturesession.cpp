@@ -52,8 +52,7 @@ std::uint64_t periodOf(const tTurn& turn)
 
 tPictureSession::tPictureSession(tPictureJob job)
     : m_job(std::move(job)), m_recording(m_job.files, m_job.suffix), m_picture(m_job.picture)
-{
-}
+{}
 
 void tPictureSession::draw(const tTurnAt& turn)
 {
@@ -81,7 +80,7 @@ tDrawn tPictureSession::drawMoment(std::uint64_t atMs, const std::string& path)
 {
     tTurnAt turn = turnAt(m_recording, m_job.layouts, atMs, m_job.northUp ? eUp::eNorth : eUp::eAsReceived);
     if (turn.turn.spokes() == 0)
-        throw tFailure(fmt::format("no spokes up to {}", m_job.timeText(atMs)));
+        throw tFailure(fmt::format("{}: no spokes up to {}", m_job.name, m_job.timeText(atMs)));
     if (m_job.picture.targets)
         turn.navigation = navigationAt(m_recording, atMs);
     m_drawn = {};
@@ -94,15 +93,14 @@ tDrawn tPictureSession::forEachTurn(const std::function<void(const tTurnAt& turn
 {
     m_drawn = {};
     const auto span = static_cast<double>(std::max<std::uint64_t>(m_recording.lastMs() - m_recording.firstMs(), 1));
-    const bool isComplete =
-        forEachRevolution(m_recording, m_job.layouts, m_job.northUp ? eUp::eNorth : eUp::eAsReceived,
-                          [&](const tTurnAt& turn) {
-                              draw(turn);
-                              write(turn);
-                              return goOn(static_cast<double>(m_drawn.lastMs - m_recording.firstMs()) / span, m_drawn);
-                          });
+    const bool isComplete = forEachRevolution(
+        m_recording, m_job.layouts, m_job.northUp ? eUp::eNorth : eUp::eAsReceived, [&](const tTurnAt& turn) {
+            draw(turn);
+            write(turn);
+            return goOn(static_cast<double>(m_drawn.lastMs - m_recording.firstMs()) / span, m_drawn);
+        });
     if (m_drawn.pictures == 0)
-        throw tFailure("no spokes of a turn that is finished");
+        throw tFailure(m_job.name + ": no spokes of a turn that is finished");
     m_drawn.isComplete = isComplete;
     return m_drawn;
 }

@@ -16,6 +16,7 @@ namespace session
 {
 struct tPictureJob
 {
+    std::string name;                // of the recording, for messages
     std::vector<std::string> files;  // data files
     std::string suffix = ".data";
     std::vector<utils::tSpokeLayout> layouts;

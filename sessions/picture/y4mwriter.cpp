@@ -29,8 +29,7 @@ tY4mWriter::tY4mWriter(int output, std::size_t size, std::uint64_t periodMs)
     : m_output(output), m_pixels(size * size),
       m_head(fmt::format("YUV4MPEG2 W{0} H{0} F1000:{1} Ip A1:1 C444 XCOLORRANGE=LIMITED\n", size,
                          std::max<std::uint64_t>(periodMs, 1)))
-{
-}
+{}
 
 void tY4mWriter::write(const std::uint32_t* pixels)
 {

@@ -24,7 +24,7 @@ private:
 
     const int m_output;
     const std::size_t m_pixels;
-    std::string m_head;   // not written yet
+    std::string m_head;  // not written yet
     std::string m_frame;
 };
 }  // namespace session

@@ -66,8 +66,7 @@ class tPictureRun
 public:
     tPictureRun(const tOptions& options, tConsole& console)
         : m_options(options), m_console(console), m_found(findAllRecordings(options.paths, options.suffix))
-    {
-    }
+    {}
 
     int run()
     {
@@ -75,8 +74,9 @@ public:
         if (recording.firstMs() == 0)
             throw nothingLeft(m_found.leftOut);
         const std::uint64_t atMs = placeIn(recording, m_options.at);
-        session::tPictureSession session({m_found.files, m_options.suffix, layouts(recording, atMs), m_options.northUp,
-                                          pictureOptions(m_options), timeText});
+        session::tPictureSession session({m_options.paths.front(), m_found.files, m_options.suffix,
+                                          layouts(recording, atMs), m_options.northUp, pictureOptions(m_options),
+                                          timeText});
         report(draw(session, atMs));
         return reportLeftOut(m_console, "picture", m_found.leftOut);
     }
@@ -195,10 +195,12 @@ void addOutputs(CLI::App& command, tOptions& options)
 {
     command.add_option("-o,--output", options.output, "The PNG file to write")->type_name("FILE");
     command
-        .add_option("--every", options.every, "revolution: a picture of each turn that is finished, from 0 to 0 degrees")
+        .add_option("--every", options.every,
+                    "revolution: a picture of each turn that is finished, from 0 to 0 degrees")
         ->type_name("WHAT")
         ->check(CLI::IsMember({"revolution"}).description(""));
-    command.add_option("--to", options.folder, "The folder of these pictures, empty or not there yet")->type_name("DIR");
+    command.add_option("--to", options.folder, "The folder of these pictures, empty or not there yet")
+        ->type_name("DIR");
     command.add_option("--y4m", options.video, "-: every revolution as a frame of a video on standard output")
         ->type_name("-")
         ->check(CLI::IsMember({cStandardStream}).description(""));
