@@ -8,11 +8,9 @@
 #include "KestovaRecordings/groupaddress.h"
 #include "tools/commands/commands.h"
 #include "tools/commands/newrecording.h"
-#include "tools/shell/console.h"
 #include "tools/shell/leftout.h"
 #include "tools/shell/options.h"
 #include "tools/shell/places.h"
-#include "tools/shell/stopsignal.h"
 #include "tools/shell/units.h"
 
 namespace tool
@@ -94,14 +92,8 @@ void printResult(const tOptions& options, const tCutResult& result, tConsole& co
 int cut(const tOptions& options, tConsole& console)
 try
 {
-    const tStopSignal stop;
-    const tCutResult result = cutRecordings(cutOptions(options), [&](double fraction) {
-        if (console.progressDue())
-            console.progress(fmt::format("{:>7}  {}", percentText(fraction), options.folder));
-        return !stop.requested();
-    });
-    if (!result.complete)
-        throw tFailure("interrupted; " + options.folder + " was not made");
+    const tCutResult result = makeNewRecording(
+        console, options.folder, [&](const auto& goOn) { return cutRecordings(cutOptions(options), goOn); });
     printResult(options, result, console);
     return reportSource(console, "cut", result.leftOut, result.damaged);
 }

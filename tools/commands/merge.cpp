@@ -8,10 +8,8 @@
 
 #include "tools/commands/commands.h"
 #include "tools/commands/newrecording.h"
-#include "tools/shell/console.h"
 #include "tools/shell/leftout.h"
 #include "tools/shell/options.h"
-#include "tools/shell/stopsignal.h"
 #include "tools/shell/units.h"
 
 namespace tool
@@ -97,14 +95,8 @@ void printResult(const tOptions& options, const tMergeResult& result, tConsole& 
 
 int merge(const tOptions& options, tConsole& console)
 {
-    const tStopSignal stop;
-    const tMergeResult result = mergeRecordings(mergeOptions(options), [&](double fraction) {
-        if (console.progressDue())
-            console.progress(fmt::format("{:>7}  {}", percentText(fraction), options.folder));
-        return !stop.requested();
-    });
-    if (!result.complete)
-        throw tFailure("interrupted; " + options.folder + " was not made");
+    const tMergeResult result = makeNewRecording(
+        console, options.folder, [&](const auto& goOn) { return mergeRecordings(mergeOptions(options), goOn); });
     printResult(options, result, console);
     return reportSource(console, "merge", result.leftOut, result.damaged);
 }

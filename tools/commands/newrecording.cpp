@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
 #include "tools/shell/leftout.h"
 #include "tools/shell/places.h"
@@ -20,6 +19,11 @@ std::int64_t parseShift(const std::string& text)
     const bool isSigned = text.starts_with('-') || text.starts_with('+');
     const auto ms = static_cast<std::int64_t>(parseDuration(text.substr(isSigned ? 1 : 0)));
     return text.starts_with('-') ? -ms : ms;
+}
+
+std::string progressOf(double fraction, const std::string& folder)
+{
+    return fmt::format("{:>7}  {}", percentText(fraction), folder);
 }
 
 tJson newFilesJson(const std::vector<recordings::tNewFile>& files)
