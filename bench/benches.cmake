@@ -32,6 +32,8 @@ if(TARGET kestova_sessions)  # the simulated radar makes its data
   target_link_libraries(sheet_bench PRIVATE kestova_sessions KestovaRecordings fmt::fmt)
   kestova_bench(decode)
   target_link_libraries(decode_bench PRIVATE kestova_sessions KestovaRecordings)
+  kestova_bench(picture)
+  target_link_libraries(picture_bench PRIVATE kestova_sessions KestovaRecordings)
   kestova_bench(compress rooms)
   target_link_libraries(compress_bench PRIVATE kestova_sessions)
   kestova_bench(verify rooms)
