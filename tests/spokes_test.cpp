@@ -1,13 +1,16 @@
 #include <cmath>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <numeric>
 
 #include "KestovaRecordings/cat240.h"
+#include "KestovaRecordings/layoutguess.h"
 #include "KestovaRecordings/layoutspokes.h"
 #include "KestovaRecordings/spokereader.h"
 #include "KestovaRecordings/wireloss.h"
 #include "KestovaUtils/internal/radardirectory.h"
+#include "sessions/simulate/scene.h"
 #include "sessions/simulate/spoke.h"
 
 using namespace recordings;
@@ -331,4 +334,56 @@ TEST(WireLossTest, CountsWhatNeverCame)
     loss.addUnnumbered();
     loss.add(3, 32);
     EXPECT_EQ(loss.missing(), 0u) << "a summary took the number";
+}
+
+TEST(LayoutGuessTest, FindsAllOfTheSimulatorThatIsInItsData)
+{
+    const session::tScene scene(1);
+    session::tEchoes echoes;
+    tLayoutGuesser guesser;
+    std::string message;
+    for (std::uint64_t n = 3000; n < 8500; ++n)
+    {
+        const std::uint64_t timeMs = 1'700'000'000'000 + n * 10 / 16;
+        scene.echoes(n, static_cast<double>(n) / 1638.4, echoes);
+        session::encodeSpoke(n + 70'000, timeMs, echoes, message);
+        if (n % 500 != 7)  // it never came
+            guesser.add(message, timeMs + 3);
+    }
+    std::string reason;
+    const auto guess = guesser.guess(reason);
+    ASSERT_TRUE(guess) << reason;
+    auto wanted = nlohmann::json::parse(cSimulator);
+    wanted.erase("range");
+    wanted.erase("reference");
+    EXPECT_EQ(nlohmann::json::parse(guess->spoke), wanted);
+    EXPECT_THAT(guess->unsure, testing::IsSupersetOf({"range", "reference", "per_turn"}));
+    EXPECT_THAT(guess->unsure, testing::Not(testing::Contains("azimuth")));
+    EXPECT_THAT(guess->unsure, testing::Not(testing::Contains("cells")));
+}
+
+TEST(LayoutGuessTest, SaysWhichNumbersItCannotTellApart)
+{
+    tLayoutGuesser guesser, tooFew;
+    std::string reason;
+    for (int i = 0; i < 1000; ++i)
+    {
+        const int azimuth = i % 360, other = (i + 100) % 360;
+        const std::string message =
+            bytes({azimuth >> 8, azimuth & 255, other >> 8, other & 255, i * i, i * 7, i ^ 5, i * 3});
+        guesser.add(message, 1'700'000'000'000);
+        if (i < 300)
+            tooFew.add(message, 1'700'000'000'000);
+    }
+    const auto guess = guesser.guess(reason);
+    ASSERT_TRUE(guess) << reason;
+    const auto spoke = nlohmann::json::parse(guess->spoke);
+    EXPECT_EQ(spoke["azimuth"], (nlohmann::json{{"at", 0}, {"width", 2}, {"per_turn", 360}}));
+    EXPECT_EQ(spoke["order"], "big");
+    EXPECT_THAT(guess->unsure, testing::Contains("azimuth"));
+    const auto why =
+        std::find_if(guess->why.begin(), guess->why.end(), [](auto& one) { return one.first == "azimuth"; });
+    EXPECT_THAT(why->second, HasSubstr("the 2 bytes at 2 go around by 360 as well: these cannot be told apart"));
+    EXPECT_FALSE(tooFew.guess(reason));
+    EXPECT_THAT(reason, HasSubstr("a whole turn and more is wanted"));
 }
