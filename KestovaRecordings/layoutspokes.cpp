@@ -109,6 +109,13 @@ std::optional<tSpoke> readSpoke(const tSpokeLayout& layout, std::string_view mes
     return spoke;
 }
 
+std::optional<std::uint64_t> sequenceIn(const tSpokeLayout& layout, std::string_view message)
+{
+    tFields fields(message, layout.bigEndian);
+    const std::uint64_t number = fields.whole(layout.sequence);
+    return layout.sequence.isField() && fields.complete() ? std::optional(number) : std::nullopt;
+}
+
 unsigned widthOf(const tSpokeField& field)
 {
     const std::uint64_t all = field.width == 8 ? ~std::uint64_t{0} : (std::uint64_t{1} << 8 * field.width) - 1;

@@ -18,6 +18,9 @@ KESTOVA_API bool matches(const utils::tSpokeLayout& layout, std::string_view mes
 // too short for a field, has no cells, or its azimuth is beyond the turn. Any thread.
 KESTOVA_API std::optional<tSpoke> readSpoke(const utils::tSpokeLayout& layout, std::string_view message);
 
+// Returns the number of a message that matches, whatever else is wrong with it.
+KESTOVA_API std::optional<std::uint64_t> sequenceIn(const utils::tSpokeLayout& layout, std::string_view message);
+
 // Returns the width in bits of a field's numbers.
 KESTOVA_API unsigned widthOf(const utils::tSpokeField& field);
 }  // namespace recordings

@@ -1,8 +1,7 @@
 // pruneRoot: deletes the oldest recordings below a storage root until limits hold.
 //
-// Shapes   a recording here is a folder Data_NNNNNN_* in the root itself, no link. Old is what was recorded long ago,
-// by
-//          the time of the last record: names and times of files mean nothing. Sizes are what files take on the disk.
+// Shapes   a recording here is a folder Data_NNNNNN_* in the root itself, no link. Its age is that of its last record:
+//          names and times of files mean nothing. Sizes are what files take on the disk.
 // Never    deletes what is kept, being played or being recorded, and nothing but data files and what goes with them: a
 //          folder that holds anything else stays, with that. A recording without records has no age and stays.
 // Order    a recording vanishes by one rename, to a hidden name; then its files are removed. What is left when the

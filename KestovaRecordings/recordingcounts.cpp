@@ -31,12 +31,15 @@ class tCountingThreads
 public:
     tCountingThreads(const tCountOptions& options, const std::vector<std::string>& files,
                      const std::function<bool(const tCountProgress&)>& goOn)
-        : m_files(files), m_suffix(options.suffix), m_goOn(goOn), m_found(files.size())
+        : m_files(files), m_suffix(options.suffix), m_layouts(options.layouts), m_goOn(goOn), m_wire(options.layouts),
+          m_found(files.size())
     {
         m_options.gapMs = options.gapMs;
         m_options.withDigest = options.withDigest;
         m_options.perSecond = options.perSecond;
-        m_options.fromSheet = !options.withDigest || files.size() == 1;
+        if (!options.layouts.empty())
+            m_options.wire = &m_wire;
+        m_options.fromSheet = options.layouts.empty() && (!options.withDigest || files.size() == 1);
         m_options.digests = options.withDigest ? &m_digests : nullptr;
     }
 
@@ -51,7 +54,7 @@ public:
     {
         {
             std::vector<std::jthread> others;
-            if (!m_options.withDigest && isMuch())
+            if (!m_options.withDigest && m_options.wire == nullptr && isMuch())
                 startHelpers(others);
             countFiles([this](std::size_t file, std::size_t i, std::size_t records) {
                 return m_goOn({file + 1, m_files.size(), i, records});
@@ -129,6 +132,7 @@ private:
             const auto present = presentForm(m_files[file], m_files, m_suffix);
             if (!present)
                 continue;
+            enterFolder(std::filesystem::path(*present).parent_path().string());
             m_found[file].counted =
                 countFile(*present, m_options, m_found[file].error, [&](std::size_t i, std::size_t records) {
                     if (!m_cancelled && !goOn(file, i, records))
@@ -141,11 +145,21 @@ private:
         }
     }
 
+    // Numbers of another recording do not go on from those before.
+    void enterFolder(const std::string& folder)
+    {
+        if (m_options.wire != nullptr && std::exchange(m_folder, folder) != folder)
+            m_wire = tWireLosses(m_layouts);
+    }
+
     const std::vector<std::string>& m_files;
     const std::string m_suffix;
+    const std::vector<utils::tSpokeLayout>& m_layouts;
     const std::function<bool(const tCountProgress&)>& m_goOn;
     tFileCountOptions m_options;
     std::map<tStreamKey, tDigest> m_digests;  // of one thread
+    std::string m_folder;                     // of the present file
+    tWireLosses m_wire;                       // of one thread
     std::vector<tFound> m_found;              // each of the thread that counts the file
     std::atomic<std::size_t> m_next{0};
     std::atomic<bool> m_cancelled{false};
@@ -211,6 +225,8 @@ private:
         total.records += counts.records;
         total.bytes += counts.bytes;
         total.damaged += counts.damaged;
+        for (const auto& [key, missing] : counts.missingOnWire)
+            total.missingOnWire[key] += missing;
         if (counts.sheet)
             addLosses(counts.sheet->losses);
     }

@@ -14,6 +14,7 @@
 #include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/sheet.h"
 #include "KestovaRecordings/streamhistory.h"
+#include "KestovaRecordings/wirelosses.h"
 #include "KestovaStorage/filehead.h"
 #include "UdpSocket/kestovaapi.h"
 
@@ -31,6 +32,7 @@ struct tFileCounts
     tStreamHistories streams;
     std::map<tStreamKey, tPerSecond> perSecond;  // where it is wanted
     bool bySheet = false;                        // its sheet was read in place of its records
+    tMissing missingOnWire;                      // by the sheet or, if layouts are given, by the messages
     std::optional<tSheet> sheet;                 // without its streams and checksums
     std::string sheetIgnored;                    // why a sheet that is there counts for nothing
 };
@@ -42,7 +44,8 @@ struct tTotalCounts
     std::vector<tGap> silences;  // of everything, longer than cSilenceMs, in order of time
     tStreamHistories streams;
     std::map<tStreamKey, tPerSecond> perSecond;
-    tSheetLosses losses;  // of all sheets
+    tSheetLosses losses;     // of all sheets
+    tMissing missingOnWire;  // of all files
 };
 
 struct tRecordingCounts
@@ -59,6 +62,8 @@ struct tCountOptions
     std::uint64_t gapMs = 2000;  // silences of this length or more are gaps
     bool withDigest = false;
     bool perSecond = false;
+    // Of spokes, in place of those of the sheets: the messages are read for what is missing between them.
+    std::vector<utils::tSpokeLayout> layouts = {};
 };
 
 // The present record, counted from 0, of the present file, counted from 1.
@@ -69,10 +74,11 @@ struct tCountProgress
 };
 
 // Counts the files below the paths, each once. A finished file with a sheet is counted from that, unless `gapMs` is
-// less than cSheetGapMs or digests of several files are wanted; the others are read, large ones on several threads, so
-// that damage shows. Of a recording that is being written it counts what is in its files at that moment; a file that is
-// compressed or deleted meanwhile is counted in its new form, or left out. Calls `goOn`, on the calling thread, every
-// 1,024 records that it counts; false cancels. Throws tFailure if none of them is a data file. Any thread.
+// less than cSheetGapMs, digests of several files are wanted, or layouts are given; the others are read, large ones on
+// several threads, so that damage shows. Of a recording that is being written it counts what is in its files at that
+// moment; a file that is compressed or deleted meanwhile is counted in its new form, or left out. Calls `goOn`, on the
+// calling thread, every 1,024 records that it counts; false cancels. Throws tFailure if none of them is a data file.
+// Any thread.
 KESTOVA_API tRecordingCounts countRecordings(const std::vector<std::string>& paths, const tCountOptions& options,
                                              const std::function<bool(const tCountProgress&)>& goOn);
 }  // namespace recordings

@@ -55,8 +55,12 @@ struct tSheetLosses
     std::uint64_t queueLost = 0;      // messages that were received and discarded before they were written
     std::uint64_t diskLost = 0;       // segments that could not be written
     std::vector<tLostJoin> joinsLost;
+    // Numbered messages that never came, by the layout of the spokes; nothing while none has a number. What the kernel
+    // dropped is among them.
+    std::optional<std::uint64_t> missingOnWire;
 
-    // Returns datagrams, messages and segments; a lost join counts as 1, since nobody knows what it has cost.
+    // Returns datagrams, messages and segments that the recorder lost; a lost join counts as 1, since nobody knows what
+    // it has cost.
     std::uint64_t sum() const { return kernelDropped + queueLost + diskLost + joinsLost.size(); }
 };
 
@@ -95,6 +99,7 @@ struct tSheetStream
     std::uint64_t firstMs = 0, lastMs = 0;  // the earliest and the latest
     std::uint64_t longestSilenceMs = 0;
     std::uint64_t kernelDropped = 0;
+    std::optional<std::uint64_t> missingOnWire;
     std::vector<tGap> gaps;  // the 16 longest silences of cSheetGapMs or more, the longest first
     tPerSecond perSecond;
 };

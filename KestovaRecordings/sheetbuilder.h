@@ -40,7 +40,7 @@ public:
 
     // Sets what is known of the records so far: records, bytes, firstMs, lastMs, first, silences, streams, blocks,
     // fineCrc32c (if a record has fine times), and keeps everything else. Streams that only the sheet has stay, and so
-    // does kernelDropped of all of them. `form` is the caller's.
+    // do kernelDropped and missingOnWire of all of them. `form` is the caller's.
     void fill(tSheet& sheet) const;
 
 private:

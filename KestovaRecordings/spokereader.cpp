@@ -21,6 +21,7 @@ class tSplitSpoke
 {
 public:
     bool isEmpty() const { return m_spoke.cells.count == 0; }
+    const tMessagePlace& place() const { return m_place; }
     // Returns whether the message goes on where the spoke ended.
     bool isContinuedBy(const tCat240Video& video) const
     {
@@ -103,16 +104,16 @@ public:
         }
     }
     void finish(iSpokeSink& sink) { m_split.passOn(sink); }
+    const tMessagePlace* waiting() const { return m_split.isEmpty() ? nullptr : &m_split.place(); }
 
 private:
     void passOn(const utils::tSpokeLayout& layout, std::string_view message)
     {
         const std::optional<tSpoke> spoke = readSpoke(layout, message);
-        if (!spoke)
-            return;
-        if (spoke->sequence)
-            m_sink->onSequence(*spoke->sequence, widthOf(layout.sequence));
-        m_sink->onSpoke(*spoke, m_place);
+        if (const auto number = spoke ? spoke->sequence : sequenceIn(layout, message))
+            m_sink->onSequence(*number, widthOf(layout.sequence));
+        if (spoke)
+            m_sink->onSpoke(*spoke, m_place);
     }
     void onVideo(const tCat240Video& video) override
     {
@@ -148,5 +149,10 @@ void tSpokeReader::read(std::string_view message, const tMessagePlace& place, iS
 void tSpokeReader::finish(iSpokeSink& sink)
 {
     d->finish(sink);
+}
+
+const tMessagePlace* tSpokeReader::waiting() const
+{
+    return d->waiting();
 }
 }  // namespace recordings

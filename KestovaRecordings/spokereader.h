@@ -26,6 +26,8 @@ public:
     // is passed on whole, when a message of another spoke comes, with the place of the message that ended it.
     void read(std::string_view message, const tMessagePlace& place, iSpokeSink& sink);
     void finish(iSpokeSink& sink);  // passes on what is waiting for its end
+    // Returns the place of the last message of the spoke that is waiting for its end; null if none is.
+    const tMessagePlace* waiting() const;
 
 private:
     class tPrivate;

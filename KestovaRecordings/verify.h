@@ -46,9 +46,10 @@ struct tVerifiedFile
 {
     std::string path;
     eFileState state = eFileState::eSound;
-    std::vector<tFinding> findings;  // by record, those of the file as a whole first; 1,000 at most
-    std::uint64_t moreFindings = 0;  // beyond these
-    std::uint64_t lost = 0;          // what was not recorded, as its sheet counts it; 0 without a sheet
+    std::vector<tFinding> findings;              // by record, those of the file as a whole first; 1,000 at most
+    std::uint64_t moreFindings = 0;              // beyond these
+    std::uint64_t lost = 0;                      // what was not recorded, as its sheet counts it; 0 without a sheet
+    std::optional<std::uint64_t> missingOnWire;  // as its sheet counts it
     std::uint64_t records = 0;
     std::uint64_t size = 0;
     bool hasSheet = false;  // and it is the file's own

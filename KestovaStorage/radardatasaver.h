@@ -69,8 +69,7 @@ public:
     // `flag`. Sockets open when the client reports the local address, and again whenever it changes; while there is
     // none they are closed. A connection before it is ended first, as disconnect does. Returns false, with a line on
     // standard output, if the radar is not in the directory. Returns true even if the file could not be created: that
-    // is
-    // reported on standard error, and what arrives is counted by GetWriteLostCnt.
+    // is reported on standard error, and what arrives is counted by GetWriteLostCnt.
     // The recording is named after the radar: serial A1:2 with id 1 gives A1_2_B. The first ":" becomes "_" unless the
     // serial begins with it; ids 0 to 25 are the letters A to Z, higher ones stand as their number (A1_2_26). What
     // cannot be in a file name ("/", "\", control characters) is written as "%" and two hexadecimal digits ("%2F").

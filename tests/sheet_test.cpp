@@ -102,7 +102,7 @@ tSheet fullSheet()
     sheet.radarAddresses = {{"imageStream", "239.17.0.1:6001"}, {"gpsDev", "239.17.0.9:6009"}};
     sheet.spokeLayout = R"([{"azimuth":{"at":4,"per_turn":4096.5},"big":true,"order":"l,\"e"},"cat240",[],{},-1,null])";
     sheet.interface = "eth0 192.168.1.5";
-    sheet.losses = {5, 6, 7, {{"239.17.0.1:6001", cTime, cTime + 1}}};
+    sheet.losses = {5, 6, 7, {{"239.17.0.1:6001", cTime, cTime + 1}}, 8};
     sheet.clock = {"system", -12.25, 0.5, {{cTime, -3'600'000}, {cTime + 5, 7}}};
     sheet.notes = {{cTime, "a \"note\"\t\xE2\x82\xAC"}, {cTime + 1, ""}};
     return sheet;
@@ -123,6 +123,8 @@ TEST_F(tSheetTest, saysTheSameAfterItWasReadAgain)
     EXPECT_EQ(again.clock.offsetMs, -12.25);
     EXPECT_EQ(again.spokeLayout, full.spokeLayout);
     EXPECT_EQ(again.losses.sum(), 19u);
+    EXPECT_EQ(again.losses.missingOnWire, 8u);
+    EXPECT_FALSE(again.streams[0].missingOnWire);
     EXPECT_EQ(again.streams.size(), 2u);
     EXPECT_EQ(again.streams[0].perSecond, full.streams[0].perSecond);
     EXPECT_TRUE(text.starts_with(R"({"schema":"kestova/recording/1","kept":true,"notes_count":2,"lost":19,)"));

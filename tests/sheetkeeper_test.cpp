@@ -34,6 +34,8 @@ protected:
     {
         tSheet facts;
         facts.radarSerial = "A1:2";
+        facts.spokeLayout = R"({"azimuth": {"at": 0, "width": 1, "per_turn": 256}, "sequence": {"at": 1, "width": 1},
+                                "cells": {"at": 2, "count": 1, "bits": 8}})";
         keeper = std::make_unique<tSheetKeeper>(facts, period);
         storage = std::make_unique<storage::tDataStorageIO>(dir.string(), ".data");
         storage->SetFineTimes(true);
@@ -51,6 +53,12 @@ protected:
     {
         recorder->RecordFine({1, 2, eReadType, eGpsDev, 0}, {net::transAddr("239.17.0.9"), net::HtoNs(6009)},
                              message.data(), static_cast<int>(message.size()), timeMs * 1000 + 7);
+    }
+    void recordSpoke(char number)
+    {
+        const char message[] = {0, number, 0};
+        recorder->RecordFine({1, 2, eReadType, eImageStream, 0}, {net::transAddr("239.17.0.1"), net::HtoNs(6001)},
+                             message, sizeof message, 1'000'000'000);
     }
     void end()
     {
@@ -123,6 +131,28 @@ TEST_F(tSheetKeeperTest, writesASheetBeforeAnythingComesAndOneOfEveryFile)
     EXPECT_TRUE(sheetOf(before).fineCrc32c.has_value());
     EXPECT_EQ(sheetOf(before).id, first.id);
     EXPECT_NE(sheetOf(file).id, first.id);
+}
+
+TEST_F(tSheetKeeperTest, countsWhatIsMissingOnTheWireFromFileToFile)
+{
+    begin();
+    for (const char number : {'\1', '\2', '\4'})
+        recordSpoke(number);
+    record(1'000'000, "no spoke");
+    storage->WaitWriteIdle(5000);
+    const std::string before = file;
+    next();
+    for (const char number : {'\7', '\b', '\n'})
+        recordSpoke(number);
+    end();
+    EXPECT_EQ(sheetOf(before).losses.missingOnWire, 1u);
+    EXPECT_EQ(sheetOf(before).losses.sum(), 0u);
+    const tSheet second = sheetOf(file);
+    EXPECT_EQ(second.losses.missingOnWire, 3u);
+    ASSERT_EQ(second.streams.size(), 1u);
+    EXPECT_EQ(second.streams[0].missingOnWire, 3u);
+    EXPECT_FALSE(sheetOf(before).streams[1].missingOnWire) << "its messages have no numbers";
+    EXPECT_EQ(total(keeper->missingOnWire()), 4u);
 }
 
 TEST_F(tSheetKeeperTest, losesNoNoteThatAnotherProcessAddsWhileItWrites)

@@ -1,13 +1,16 @@
 #include <cmath>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <numeric>
 
 #include "KestovaRecordings/cat240.h"
+#include "KestovaRecordings/layoutguess.h"
 #include "KestovaRecordings/layoutspokes.h"
 #include "KestovaRecordings/spokereader.h"
 #include "KestovaRecordings/wireloss.h"
 #include "KestovaUtils/internal/radardirectory.h"
+#include "sessions/simulate/scene.h"
 #include "sessions/simulate/spoke.h"
 
 using namespace recordings;
@@ -257,6 +260,59 @@ TEST(Cat240Test, SkipsWhatItDoesNotNeedAndReportsCompressedVideo)
     EXPECT_EQ(seen.compressed, 1);
 }
 
+TEST(Cat240Test, PassesOverHostileBytes)
+{
+    const std::string cells = bytes({1, 2, 3, 4}), good = datagramOf(videoOf(cells, 8, 5));
+    const auto changed = [&](std::size_t at, std::initializer_list<int> to) {
+        return std::string(good).replace(at, to.size(), bytes(to));
+    };
+    const struct
+    {
+        const char* what;
+        std::string datagram;
+        bool isWhole;
+        std::size_t spokes;
+    } cases[] = {
+        {"nothing", "", false, 0},
+        {"LEN 0", bytes({0xF0, 0, 0}) + good, false, 0},
+        {"LEN 65,535", good + bytes({0xF0, 0xFF, 0xFF}), false, 1},
+        {"four bytes", bytes({0xF0, 0, 4, 0}) + good, true, 1},
+        {"an FSPEC that goes on", bytes({0xF0, 0, 4, 0xFF}) + good, false, 0},
+        {"an FSPEC without end", bytes({0xF0, 0x0F, 0xFF}) + std::string(0x0FFC, '\x01'), false, 0},
+        {"an item that there is not", changed(4, {0xC9, 0x80}), false, 0},
+        {"REP beyond the datagram", changed(31, {255}), false, 0},
+        {"no blocks", changed(31, {0}), false, 0},
+        {"no cells", changed(26, {0, 0, 0, 0, 0}), true, 0},
+        {"more cells than octets", changed(28, {0xFF, 0xFF, 0xFF}), true, 0},
+        {"more octets than the block", changed(26, {0xFF, 0xFF}), true, 0},
+        {"resolution 0", changed(25, {0}), true, 0},
+        {"resolution 7", changed(25, {7}), true, 0},
+        {"another type", changed(7, {3}), true, 0},
+    };
+    for (const auto& one : cases)
+    {
+        struct : iCat240Sink
+        {
+            void onVideo(const tCat240Video&) override {}
+            void onSummary(const tCat240Summary&) override {}
+        } nothing;
+        EXPECT_EQ(readCat240(one.datagram, nothing), one.isWhole) << one.what;
+        tSeen seen;
+        tSpokeReader reader(layoutsOf(R"("cat240")"));
+        reader.read(one.datagram, {}, seen);
+        reader.finish(seen);
+        EXPECT_EQ(seen.spokes.size(), one.spokes) << one.what;
+    }
+    for (std::size_t size = 0; size < good.size(); ++size)
+    {
+        tSeen seen;
+        tSpokeReader reader(layoutsOf(R"("cat240")"));
+        reader.read(good.substr(0, size), {}, seen);
+        reader.finish(seen);
+        EXPECT_TRUE(seen.spokes.empty()) << "the first " << size << " bytes";
+    }
+}
+
 TEST(WireLossTest, CountsWhatNeverCame)
 {
     const auto missing = [](std::initializer_list<std::uint64_t> numbers, unsigned bits) {
@@ -278,4 +334,56 @@ TEST(WireLossTest, CountsWhatNeverCame)
     loss.addUnnumbered();
     loss.add(3, 32);
     EXPECT_EQ(loss.missing(), 0u) << "a summary took the number";
+}
+
+TEST(LayoutGuessTest, FindsAllOfTheSimulatorThatIsInItsData)
+{
+    const session::tScene scene(1);
+    session::tEchoes echoes;
+    tLayoutGuesser guesser;
+    std::string message;
+    for (std::uint64_t n = 3000; n < 8500; ++n)
+    {
+        const std::uint64_t timeMs = 1'700'000'000'000 + n * 10 / 16;
+        scene.echoes(n, static_cast<double>(n) / 1638.4, echoes);
+        session::encodeSpoke(n + 70'000, timeMs, echoes, message);
+        if (n % 500 != 7)  // it never came
+            guesser.add(message, timeMs + 3);
+    }
+    std::string reason;
+    const auto guess = guesser.guess(reason);
+    ASSERT_TRUE(guess) << reason;
+    auto wanted = nlohmann::json::parse(cSimulator);
+    wanted.erase("range");
+    wanted.erase("reference");
+    EXPECT_EQ(nlohmann::json::parse(guess->spoke), wanted);
+    EXPECT_THAT(guess->unsure, testing::IsSupersetOf({"range", "reference", "per_turn"}));
+    EXPECT_THAT(guess->unsure, testing::Not(testing::Contains("azimuth")));
+    EXPECT_THAT(guess->unsure, testing::Not(testing::Contains("cells")));
+}
+
+TEST(LayoutGuessTest, SaysWhichNumbersItCannotTellApart)
+{
+    tLayoutGuesser guesser, tooFew;
+    std::string reason;
+    for (int i = 0; i < 1000; ++i)
+    {
+        const int azimuth = i % 360, other = (i + 100) % 360;
+        const std::string message =
+            bytes({azimuth >> 8, azimuth & 255, other >> 8, other & 255, i * i, i * 7, i ^ 5, i * 3});
+        guesser.add(message, 1'700'000'000'000);
+        if (i < 300)
+            tooFew.add(message, 1'700'000'000'000);
+    }
+    const auto guess = guesser.guess(reason);
+    ASSERT_TRUE(guess) << reason;
+    const auto spoke = nlohmann::json::parse(guess->spoke);
+    EXPECT_EQ(spoke["azimuth"], (nlohmann::json{{"at", 0}, {"width", 2}, {"per_turn", 360}}));
+    EXPECT_EQ(spoke["order"], "big");
+    EXPECT_THAT(guess->unsure, testing::Contains("azimuth"));
+    const auto why =
+        std::find_if(guess->why.begin(), guess->why.end(), [](auto& one) { return one.first == "azimuth"; });
+    EXPECT_THAT(why->second, HasSubstr("the 2 bytes at 2 go around by 360 as well: these cannot be told apart"));
+    EXPECT_FALSE(tooFew.guess(reason));
+    EXPECT_THAT(reason, HasSubstr("a whole turn and more is wanted"));
 }

@@ -307,6 +307,66 @@ TEST_F(tToolArchiveTest, deletesWhileItRecords)
     EXPECT_TRUE(fs::exists(kept));
 }
 
+// Two recorders, and again and again a prune and a verify: nobody loses anything to another.
+TEST_F(tToolArchiveTest, servesTwoRecordersAPruneAndAVerifyAtOnce)
+{
+    constexpr std::size_t cBatch = 10, cRounds = 8;
+    std::vector<NetAddress> groups = {testGroup(), testGroup()};
+    std::vector<std::unique_ptr<tChildProcess>> recorders;
+    std::vector<std::unique_ptr<net::UdpSender>> senders;
+    for (const NetAddress& group : groups)
+    {
+        recorders.push_back(std::make_unique<tChildProcess>(
+            tool({"record", "--group", addressText(group), "--local-ip", "127.0.0.1", "--root", root, "--json"})));
+        ASSERT_TRUE(recorders.back()->says("recording to ")) << recorders.back()->err();
+        senders.push_back(std::make_unique<net::UdpSender>(group, loopbackIp(), 0));
+    }
+    std::size_t deleted = 0;
+    for (std::size_t round = 0; round < cRounds; ++round)
+    {
+        makeSheet(record("Data_00010" + std::to_string(round) + "_x", 1'000'000) + "/0000_a.data");
+        const std::vector<net::tUdpDatagram> datagrams(cBatch, {"datagram", 8});
+        for (const auto& sender : senders)
+            sender->sendBatch(datagrams.data(), static_cast<int>(cBatch));
+        tChildProcess pruner(tool({"prune", root, "--max-age", "1w", "--json"}));
+        tChildProcess verifier(tool({"verify", root, "--json"}));
+        EXPECT_EQ(pruner.wait(), 0) << pruner.err();
+        EXPECT_THAT(verifier.wait(), testing::AnyOf(0, 3)) << verifier.err();
+        deleted += parsed(pruner.out()).at("deleted").size();
+        expectIn(parsed(verifier.out()).at("total"), {{"damaged", 0}, {"unfinished", 0}, {"recording", 2}});
+    }
+    EXPECT_EQ(deleted, cRounds);
+    for (const auto& recorder : recorders)
+    {
+        recorder->signal(SIGINT);
+        EXPECT_EQ(recorder->wait(), 0) << recorder->err();
+    }
+    const tJson rows = listed();
+    ASSERT_EQ(rows.size(), 2u);
+    for (const tJson& row : rows)
+        expectIn(row, {{"records", cRounds * cBatch}, {"lost", 0}, {"state", "finished"}});
+    expectIn(result({"verify", root}).at("total"), {{"sound", 2}, {"damaged", 0}});
+}
+
+TEST_F(tToolArchiveTest, managesTenThousandRecordings)
+{
+    constexpr std::size_t cRecordings = 10'000;
+    for (std::size_t i = 0; i < cRecordings; ++i)
+    {
+        const std::string folder = root + "/Data_" + std::to_string(100'000 + i) + "_x";
+        fs::create_directory(folder);
+        recordByHand(folder + "/0000_a.data", {{cTime + i * 1000, "segment"}});
+    }
+    const tJson rows = listed();
+    ASSERT_EQ(rows.size(), cRecordings);
+    EXPECT_EQ(rows.front().at("name"), "Data_109999_x");
+    EXPECT_EQ(rows.back().at("name"), "Data_100000_x");
+    EXPECT_EQ(prune({"--max-size", "40M"}).at("deleted").at(0).at("path"), root + "/Data_100000_x");
+    const std::size_t left = listed().size();
+    EXPECT_EQ(prune({"--max-age", "1d"}).at("deleted").size(), left);
+    EXPECT_TRUE(fs::is_empty(root));
+}
+
 TEST_F(tToolArchiveTest, leavesWholeRecordingsWhenItIsKilled)
 {
     constexpr int cRounds = 30, cRecordings = 6;

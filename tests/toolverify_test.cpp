@@ -13,7 +13,7 @@ namespace
 namespace fs = std::filesystem;
 using tToolVerifyTest = tToolFixture;
 
-constexpr std::size_t cLong = 20'000;  // records of an unfinished file that takes a while to recover
+constexpr std::size_t cLong = 12'000;  // records of an unfinished file that takes a while to recover
 
 std::string stateOf(const std::string& path)
 {
@@ -83,7 +83,7 @@ TEST_F(tToolVerifyTest, leavesNothingHalfOnAFullDisk)
 // Killed at any moment, a file is as before or as after, and the new recording is whole or not there.
 TEST_F(tToolVerifyTest, isKilledWithoutLoss)
 {
-    constexpr int cKills = 24;
+    constexpr int cKills = 16;
     const tSegments segments = longRecording();
     const std::string unfinished = dir.file("u/r.data"), damaged = dir.file("d/r.data"), saved = dir.file("saved");
     const auto recoverFor = [&](std::chrono::steady_clock::duration time) {

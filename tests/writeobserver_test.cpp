@@ -126,10 +126,10 @@ TEST_F(tWriteObserverTest, hearsEverySegmentBehindItsFileAndBeforeTheNextOne)
 {
     start();
     writeBytes(cIndexCapacity + 3);
-    ASSERT_TRUE(io->WaitWriteIdle(20'000));
+    ASSERT_TRUE(io->WaitWriteIdle(60'000));
     start(true);
     writeBytes(10);
-    ASSERT_TRUE(io->WaitWriteIdle(20'000));
+    ASSERT_TRUE(io->WaitWriteIdle(60'000));
     io->FinishWrite();
     EXPECT_TRUE(log.text().starts_with("S0 W476091 F0 S1 W3 F1 S2 W10 F2")) << log.text();  // before it returned
     io.reset();
@@ -146,7 +146,7 @@ TEST_F(tWriteObserverTest, getsBytesAndTimesAsTheyAreInTheFile)
         written.push_back({7000 + i, numberedSegment(i, i % 100 == 0 ? 40'000 : 300)});
     for (const tSegment& segment : written)
         io->WriteDataFine(segment.bytes.data(), segment.bytes.size(), segment.time * 1000 + 123);
-    ASSERT_TRUE(io->WaitWriteIdle(20'000));
+    ASSERT_TRUE(io->WaitWriteIdle(60'000));
     io->FinishWrite();
     EXPECT_TRUE(log.segments() == written);
     EXPECT_TRUE(segmentsOf(path) == written);
@@ -160,11 +160,11 @@ TEST_F(tWriteObserverTest, hearsWhatCouldNotBeWritten)
         const tPwriteHook hook(tPwriteHook::noRoom(10'000'000 + 5, UINT64_MAX));
         testing::internal::CaptureStderr();
         writeBytes(8);
-        ASSERT_TRUE(io->WaitWriteIdle(20'000));
+        ASSERT_TRUE(io->WaitWriteIdle(60'000));
         testing::internal::GetCapturedStderr();
     }
     writeBytes(2);
-    ASSERT_TRUE(io->WaitWriteIdle(20'000));
+    ASSERT_TRUE(io->WaitWriteIdle(60'000));
     io->FinishWrite();
     std::uint64_t lost = 0, written = 0;
     std::istringstream words(log.text());
@@ -186,7 +186,7 @@ TEST_F(tWriteObserverTest, holdsNeitherTheProducerNorTheWriterUpUntilItIsFarBehi
     const std::string bytes(60'000, 'b');
     for (int i = 0; i < 50; ++i)  // 3 MB
         io->WriteData(bytes.data(), bytes.size(), 1000);
-    EXPECT_TRUE(io->WaitWriteIdle(20'000));
+    EXPECT_TRUE(io->WaitWriteIdle(60'000));
     EXPECT_TRUE(log.segments().empty());
     for (int i = 0; i < 600; ++i)  // 36 MB
         io->WriteData(bytes.data(), bytes.size(), 1000);

@@ -119,6 +119,8 @@ public:
             countRecords(i, std::min<std::size_t>(i + cProgressRecords, m_counts.records));
         for (auto& [key, seconds] : m_counts.perSecond)
             putInOrder(seconds);
+        if (m_options.wire != nullptr)
+            m_counts.missingOnWire = m_options.wire->missing();
     }
 
 private:
@@ -131,6 +133,7 @@ private:
             for (std::size_t k = 0; k < read; ++k)
             {
                 takeTime(m_run[k].timeMs);
+                lookForLoss({m_run[k].bytes, m_run[k].len});
                 add(messageIn(m_run[k].bytes, m_run[k].len), m_run[k].timeMs);
             }
             i += read;
@@ -164,15 +167,22 @@ private:
     // Reads no more of a long segment than head and end of its package, unless a digest is wanted.
     std::optional<tMessage> read(std::size_t i, std::size_t len)
     {
-        if (len < cLongSegment || m_options.withDigest || m_file.isCompressed())
+        if (len < cLongSegment || m_options.withDigest || m_options.wire != nullptr || m_file.isCompressed())
         {
             const char* const segment = m_file.view(i, len);
+            lookForLoss({segment, segment != nullptr ? len : 0});
             return segment != nullptr ? std::optional(messageIn(segment, len)) : std::nullopt;
         }
         char head[cPackageHeadSize], end[cPackageMarkSize];
         if (!m_file.readPart(i, 0, sizeof head, head) || !m_file.readPart(i, len - sizeof end, sizeof end, end))
             return std::nullopt;
         return messageBetween(head, end, len);
+    }
+
+    void lookForLoss(std::string_view segment)
+    {
+        if (m_options.wire != nullptr)
+            m_options.wire->add(segment);
     }
 
     void add(const tMessage& message, std::uint64_t timeMs)
@@ -206,11 +216,14 @@ bool isEnough(const tFoundSheet& found, const tFileCountOptions& options, const 
            seen->state == eRecordingState::eFinished && seen->records == sheet.records;
 }
 
-void attachSheet(tFoundSheet& found, tFileCounts& counts)
+void attachSheet(tFoundSheet& found, const tFileCountOptions& options, tFileCounts& counts)
 {
     counts.sheetIgnored = std::move(found.reason);
     if (!found)
         return;
+    for (const tSheetStream& stream : found.sheet.streams)
+        if (stream.missingOnWire && options.wire == nullptr)
+            counts.missingOnWire[stream.key] = *stream.missingOnWire;
     found.sheet.streams.clear();
     found.sheet.blocks = {};
     counts.sheet = std::move(found.sheet);
@@ -244,6 +257,8 @@ std::optional<tCountedFile> countFile(const std::string& path, const tFileCountO
     std::string ignored;
     const auto seen = glanceAt(AT_FDCWD, path.c_str(), ignored);
     tFoundSheet found = seen ? readSheet(path) : tFoundSheet();
+    if (options.wire != nullptr)
+        options.wire->startAnew();
     storage::tDataFile file;
     if (isEnough(found, options, seen))
     {
@@ -260,7 +275,7 @@ std::optional<tCountedFile> countFile(const std::string& path, const tFileCountO
         tCounter(options, file, counted, goOn).run();
     }
     counts.diskSize = seen ? seen->sizeOnDisk : sizeOnDisk(path);
-    attachSheet(found, counts);
+    attachSheet(found, options, counts);
     return counted;
 }
 }  // namespace recordings

@@ -192,6 +192,8 @@ void tFileExamination::judge()
     verified.findings = m_findings.take(verified.moreFindings);
     verified.hasSheet = static_cast<bool>(m_examined.sheet);
     verified.lost = m_examined.sheet ? m_examined.sheet.sheet.losses.sum() : 0;
+    if (m_examined.sheet)
+        verified.missingOnWire = m_examined.sheet.sheet.losses.missingOnWire;
     verified.records = m_examined.index.count();
     verified.size = m_examined.index.size;
 }

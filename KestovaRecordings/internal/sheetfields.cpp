@@ -70,6 +70,11 @@ requires(std::is_unsigned_v<tNumber> && !std::is_same_v<tNumber, bool>) bool set
     return value.kind == tSheetValue::eWhole && value.number <= std::numeric_limits<tNumber>::max();
 }
 
+bool set(std::optional<std::uint64_t>& to, const tSheetValue& value)
+{
+    return set(to.emplace(), value);
+}
+
 template <typename tNumber>
 bool setHex(tNumber& to, const tSheetValue& value)
 {
@@ -246,6 +251,7 @@ tFields recordingFields()
             {"losses.kernel_dropped", &ofPart<&tSheet::losses, &tSheetLosses::kernelDropped>},
             {"losses.queue_lost", &ofPart<&tSheet::losses, &tSheetLosses::queueLost>},
             {"losses.disk_lost", &ofPart<&tSheet::losses, &tSheetLosses::diskLost>},
+            {"losses.missing_on_wire", &ofPart<&tSheet::losses, &tSheetLosses::missingOnWire>},
             {"losses.joins_lost[]",
              [](tSheetParts& parts, const tSheetValue& value) { return begin(parts.sheet.losses.joinsLost, value); }},
             {"clock.source", &ofPart<&tSheet::clock, &tSheetClock::source>},
@@ -297,6 +303,7 @@ tFields streamFields()
             {"streams[].last_ms", cOfStream<&tSheetStream::lastMs>},
             {"streams[].longest_silence_ms", cOfStream<&tSheetStream::longestSilenceMs>},
             {"streams[].kernel_dropped", cOfStream<&tSheetStream::kernelDropped>},
+            {"streams[].missing_on_wire", cOfStream<&tSheetStream::missingOnWire>},
             {"streams[].gaps[]",
              [](tSheetParts& parts, const tSheetValue& value) {
                  return !parts.sheet.streams.empty() && begin(parts.sheet.streams.back().gaps, value, cMostGaps);

@@ -82,8 +82,11 @@ void putRadar(std::string& out, const tSheet& sheet)
 
 void putLosses(std::string& out, const tSheetLosses& losses)
 {
-    put(out, R"("losses":{{"kernel_dropped":{},"queue_lost":{},"disk_lost":{},"joins_lost":)", losses.kernelDropped,
+    put(out, R"("losses":{{"kernel_dropped":{},"queue_lost":{},"disk_lost":{},)", losses.kernelDropped,
         losses.queueLost, losses.diskLost);
+    if (losses.missingOnWire)
+        put(out, R"("missing_on_wire":{},)", *losses.missingOnWire);
+    out += R"("joins_lost":)";
     putArray(out, losses.joinsLost, [&](const tLostJoin& lost) {
         put(out, R"({{"address":{},"from_ms":{},"to_ms":{}}})", jsonOf(lost.address), lost.fromMs, lost.toMs);
     });
@@ -123,8 +126,11 @@ void putStream(std::string& out, const tSheetStream& stream)
 {
     put(out, R"({{"stream":{},"address":{},"messages":{},"bytes":{},"digest":"{}",)", jsonOf(stream.key.name()),
         jsonOf(stream.key.address()), stream.messages, stream.bytes, stream.digest.text());
-    put(out, R"("first_ms":{},"last_ms":{},"longest_silence_ms":{},"kernel_dropped":{},"gaps":)", stream.firstMs,
+    put(out, R"("first_ms":{},"last_ms":{},"longest_silence_ms":{},"kernel_dropped":{},)", stream.firstMs,
         stream.lastMs, stream.longestSilenceMs, stream.kernelDropped);
+    if (stream.missingOnWire)
+        put(out, R"("missing_on_wire":{},)", *stream.missingOnWire);
+    out += R"("gaps":)";
     putGaps(out, stream.gaps);
     out += ',';
     putSeconds(out, stream.perSecond);

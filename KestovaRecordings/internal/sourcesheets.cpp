@@ -7,6 +7,12 @@ namespace recordings
 {
 namespace
 {
+void addTo(std::optional<std::uint64_t>& sum, const std::optional<std::uint64_t>& more)
+{
+    if (more)
+        sum = sum.value_or(0) + *more;
+}
+
 class tSources
 {
 public:
@@ -100,15 +106,17 @@ void tSources::addLosses(const tSheet& source)
     m_sheet.losses.kernelDropped += source.losses.kernelDropped;
     m_sheet.losses.queueLost += source.losses.queueLost;
     m_sheet.losses.diskLost += source.losses.diskLost;
+    addTo(m_sheet.losses.missingOnWire, source.losses.missingOnWire);
     for (const tSheetStream& stream : source.streams)
     {
-        if (stream.kernelDropped == 0)
+        if (stream.kernelDropped == 0 && !stream.missingOnWire)
             continue;
         const auto known = std::find_if(m_sheet.streams.begin(), m_sheet.streams.end(),
                                         [&](const tSheetStream& each) { return each.key == stream.key; });
         tSheetStream& row = known != m_sheet.streams.end() ? *known : m_sheet.streams.emplace_back();
         row.key = stream.key;
         row.kernelDropped += stream.kernelDropped;
+        addTo(row.missingOnWire, stream.missingOnWire);
     }
 }
 }  // namespace

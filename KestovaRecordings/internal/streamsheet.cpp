@@ -75,8 +75,10 @@ void tStreamSheet::addSilence(tGap gap)
 void tStreamSheet::fill(tSheetStream& row) const
 {
     const std::uint64_t kernelDropped = row.kernelDropped;
+    const auto missingOnWire = row.missingOnWire;
     row = m_row;
     row.kernelDropped = kernelDropped;
+    row.missingOnWire = missingOnWire;
     std::ranges::sort(row.gaps, longer);
     if (!m_ordered)
         putInOrder(row.perSecond);

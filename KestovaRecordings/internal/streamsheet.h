@@ -19,7 +19,7 @@ public:
 
     const tStreamKey& key() const { return m_row.key; }
     void add(std::uint64_t timeMs, std::string_view message);
-    void fill(tSheetStream& row) const;  // all but kernelDropped
+    void fill(tSheetStream& row) const;  // all but kernelDropped and missingOnWire
 
 private:
     void addSecond(std::uint64_t second);

@@ -29,6 +29,7 @@ struct tRecordOptions
     tRadarChoice radar;                 // without groups
     recordings::tStreamChoice streams;  // of the radar
     std::string localIp;                // interface to receive on, by address or name; empty: the system chooses
+    std::string spokeLayout;            // JSON; empty: as the directory says
     std::string root;                   // storage root; created if it is missing
     bool compress = false;              // each file when it is finished
     bool reclaim = false;               // deletes the oldest data files below the root while its disk is low
@@ -83,6 +84,7 @@ public:
     const tRecorderState& state() const { return m_state; }                   // of the last updateState()
     const std::vector<std::string>& files() const { return m_files; }
     std::uint32_t compressing() const { return m_recorder->compressing(); }
+    recordings::tMissing missingOnWire() const { return m_sheets.missingOnWire(); }   // see tSheetKeeper
     std::optional<double> clockOffsetMs() const { return m_sheets.clockOffsetMs(); }  // see tSheetKeeper
 
     // Goes on in the next file, which a later updateState() notifies. Returns false if no file is open.

@@ -28,12 +28,15 @@ tSheet factsOf(const char* source)
 tSheet sheetFacts(const tRecordOptions& options)
 {
     tSheet sheet = factsOf("system");
+    sheet.spokeLayout = options.spokeLayout;
     if (!options.groups.empty())
         return sheet;
     sheet.radarSerial = options.radar.serial;
     sheet.radarId = options.radar.id;
     const RadarAddress& radar = options.radar.find();
-    sheet.spokeLayout = MultiRadarClient::getInstance()->spokeLayout(options.radar.serial.c_str(), options.radar.id);
+    if (sheet.spokeLayout.empty())
+        sheet.spokeLayout =
+            MultiRadarClient::getInstance()->spokeLayout(options.radar.serial.c_str(), options.radar.id);
     for (unsigned int kind = 0; kind < utils::cStreamKinds; ++kind)
     {
         const NetAddress group = radar.streamAddress(kind);

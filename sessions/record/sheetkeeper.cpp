@@ -74,7 +74,8 @@ struct tSheetKeeper::tFile
     tKeptSheet onDisk;
 };
 
-tSheetKeeper::tSheetKeeper(tSheet facts, std::chrono::milliseconds period) : m_period(period), m_facts(std::move(facts))
+tSheetKeeper::tSheetKeeper(tSheet facts, std::chrono::milliseconds period)
+    : m_period(period), m_facts(std::move(facts)), m_wire(spokeLayoutsOf(m_facts))
 {}
 
 tSheetKeeper::~tSheetKeeper()
@@ -131,6 +132,15 @@ std::optional<double> tSheetKeeper::clockOffsetMs() const
     return m_file != nullptr ? m_file->offset.offsetMs() : std::nullopt;
 }
 
+tMissing tSheetKeeper::missingOnWire() const
+{
+    const auto held = m_worker.lock();
+    tMissing missing = m_missingBefore;
+    for (const auto& [key, count] : m_wire.missing())
+        missing[key] += count;
+    return missing;
+}
+
 void tSheetKeeper::FileStarted(const char* path, const storage::tFileId& id)
 {
     auto file = std::make_shared<tFile>(path, id);
@@ -145,6 +155,7 @@ void tSheetKeeper::SegmentsWritten(const storage::tWrittenSegment* segments, std
     for (const auto* segment = segments; segment != segments + count; ++segment)
     {
         m_file->builder.add(segment->timeMs, segment->us, {segment->bytes, segment->len}, segment->pos);
+        m_wire.add({segment->bytes, segment->len});
         if (const auto gpsMs = gpsTimeOf(*segment))
             m_file->offset.add(receivedMs(*segment), *gpsMs);
     }
@@ -189,6 +200,7 @@ tSheet tSheetKeeper::composed(const tFile& file, std::uint64_t nowMs) const
     sheet.clock.steps = file.steps;
     sheet.clock.offsetMs = file.offset.offsetMs();
     sheet.clock.driftPpm = file.offset.driftPpm();
+    setMissing(sheet, m_wire.missing());
     file.builder.fill(sheet);
     return sheet;
 }
@@ -218,6 +230,9 @@ std::uint64_t tSheetKeeper::queueLost() const
 
 void tSheetKeeper::accountFor()
 {
+    for (const auto& [key, count] : m_wire.missing())
+        m_missingBefore[key] += count;
+    m_wire.startAnew();
     m_droppedBefore = m_dropped;
     m_queueLostBefore = queueLost();
     m_joins.nextFile(nowMs());

@@ -17,6 +17,7 @@
 #include <string>
 
 #include "KestovaRecordings/sheet.h"
+#include "KestovaRecordings/wirelosses.h"
 #include "KestovaStorage/writeobserver.h"
 #include "common/worker.h"
 #include "sessions/record/clockwatch.h"
@@ -47,6 +48,8 @@ public:
     // Returns the receive time of GPS sentences minus the time in them, of the present file, in ms; nothing while that
     // is not known.
     std::optional<double> clockOffsetMs() const;
+    // Returns the numbered messages that never came since the recording began.
+    recordings::tMissing missingOnWire() const;
     // Returns why a sheet could not be written since the last call; empty if all were.
     std::string takeProblem();
 
@@ -88,7 +91,9 @@ private:
     tFilePtr m_file;                   // null while none is open
     std::deque<tFinished> m_finished;  // their sheets are not yet written
     std::deque<std::string> m_compressed;
-    tDropped m_dropped, m_droppedBefore;  // by the kernel: as of the last update, and what finished files account for
+    recordings::tWireLosses m_wire;        // of the present file
+    recordings::tMissing m_missingBefore;  // of finished files
+    tDropped m_dropped, m_droppedBefore;   // by the kernel: as of the last update, and what finished files account for
     std::uint64_t m_lost = 0, m_diskLost = 0;  // messages of all files: in all, and by the disk
     std::uint64_t m_queueLostBefore = 0;       // what finished files account for
     tLostJoins m_joins;

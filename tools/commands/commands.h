@@ -7,13 +7,14 @@
 namespace tool
 {
 tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addLs, addVerify, addRecover, addDiff, addCut,
-    addMerge, addNote, addKeep, addPrune, addCheck, addMonitor, addCompress, addExpand, addPcap, addExport, addPicture;
+    addMerge, addNote, addKeep, addPrune, addCheck, addMonitor, addCompress, addExpand, addPcap, addExport, addPicture,
+    addLayoutCommand;
 
 // In the order of the help.
-inline constexpr tAddCommand* cCommands[] = {addSimulate, addCheck,  addMonitor, addRecord,  addReplay,   addLs,
-                                             addInfo,     addDump,   addVerify,  addRecover, addDiff,     addCut,
-                                             addMerge,    addNote,   addKeep,    addPrune,   addCompress, addExpand,
-                                             addPcap,     addExport, addPicture};
+inline constexpr tAddCommand* cCommands[] = {
+    addSimulate, addCheck,   addMonitor, addRecord, addReplay,  addLs,           addInfo, addDump,
+    addVerify,   addRecover, addDiff,    addCut,    addMerge,   addNote,         addKeep, addPrune,
+    addCompress, addExpand,  addPcap,    addExport, addPicture, addLayoutCommand};
 }  // namespace tool
 
 #endif

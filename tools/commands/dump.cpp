@@ -1,16 +1,20 @@
 // kestova dump: the records of data files, one by one.
 #include <algorithm>
+#include <chrono>
 #include <fmt/format.h>
 #include <limits>
 #include <memory>
 #include <numeric>
 #include <optional>
 
+#include "KestovaRecordings/livecursor.h"
 #include "KestovaRecordings/packagecontents.h"
 #include "KestovaRecordings/streamchoice.h"
 #include "KestovaRecordings/survey.h"
 #include "tools/commands/commands.h"
+#include "tools/commands/decodedlines.h"
 #include "tools/commands/payloadtext.h"
+#include "tools/commands/spokelayouts.h"
 #include "tools/shell/console.h"
 #include "tools/shell/leftout.h"
 #include "tools/shell/options.h"
@@ -32,9 +36,16 @@ struct tOptions : tRecordingOptions
     std::optional<std::uint64_t> bytes;  // of each payload
     bool all = false;
     bool text = false;
+    bool follow = false;
+    bool decode = false;
+    std::string layout;
 };
 
-constexpr std::uint64_t cBytesShown = 32;  // of payloads that are not shown as text
+constexpr std::chrono::milliseconds cLook{20};  // for what is being recorded
+constexpr std::uint64_t cBytesShown = 32;       // of payloads that are not shown as text
+// What is looked at beside the records that are shown, for spokes and sentences that are split over several.
+constexpr double cMsBefore = 1000;
+constexpr std::size_t cMostBehind = 10'000;
 
 std::string hex(std::string_view bytes)
 {
@@ -71,19 +82,29 @@ public:
     {
         tFoundFiles found = findAllRecordings(m_options.paths, m_options.suffix);
         m_leftOut = std::move(found.leftOut);
-        requireStreams(found.files, m_streams);
+        if (!m_options.follow)
+            requireStreams(found.files, m_streams);
         m_fromMs = timeOf(m_options.from, 0.0);
         m_toMs = timeOf(m_options.to, std::numeric_limits<double>::max());
-        bool any = false;
+        if (m_options.decode)
+            startDecoding(found.files);
+        bool any = m_options.follow;
+        const auto live = m_options.follow ? std::make_unique<tLiveCursor>(found.files, m_options.suffix) : nullptr;
         for (const std::string& path : found.files)
         {
-            if (m_left == 0 || m_stop.requested())
+            if (isOver() || m_stop.requested())
                 break;
+            if (live && path == live->file())
+                continue;
             if (const auto present = presentForm(path, found.files, m_options.suffix))
                 any = dumpFile(*present) || any;
         }
+        if (live)
+            dumpLive(*live);
         if (!any && m_left > 0 && !m_stop.requested())
             throw nothingLeft(m_leftOut);
+        if (m_decoded)
+            m_decoded->finish();
         return report();
     }
 
@@ -97,6 +118,15 @@ private:
         if (moment.kind != tMoment::eAbsolute && !m_survey)
             m_survey = surveyRecordings(m_options.paths, m_options.suffix);
         return m_survey ? moment.resolve(m_survey->firstMs, m_survey->lastMs) : moment.value;
+    }
+
+    void startDecoding(const std::vector<std::string>& files)
+    {
+        tSpokeLayouts layouts = knownSpokeLayouts(files, m_options.layout);
+        if (layouts.empty())
+            m_console.note("kestova dump: no sheet says how spokes are laid out: they are not decoded without "
+                           "--layout FILE");
+        m_decoded.emplace(std::move(layouts), [this](tDecodedLine&& line) { print(std::move(line)); });
     }
 
     int report()
@@ -126,35 +156,97 @@ private:
         return true;
     }
 
+    // To the end of the recording that is followed, or to --to.
+    void dumpLive(tLiveCursor& live)
+    {
+        tLiveRecord record;
+        while (!isOver() && !m_stop.requested())
+        {
+            if (!live.next(record))
+            {
+                m_console.flush();
+                if (live.over() || m_stop.wait(cLook))
+                    break;
+                continue;
+            }
+            const double time = static_cast<double>(record.timeMs);
+            const bool isShown = isWanted(time);
+            if (!isShown && !isBeside(time))
+            {
+                if (time > m_toMs)
+                    break;
+                continue;
+            }
+            m_segment.assign(record.bytes, record.len);
+            dumpRecord(live.file(), record.timeMs, isShown);
+        }
+        m_damaged += live.damaged();
+    }
+
     void dumpRecords(storage::tDataFile& file)
     {
         m_damaged += file.damagedCount();
         for (const std::size_t i : timeOrder(file))
         {
-            if (m_left == 0 || m_stop.requested())
+            if (isOver() || m_stop.requested())
                 return;
             const std::uint64_t timeMs = file.record(i).timeMs;
-            const double time = static_cast<double>(timeMs);
-            if (time < m_fromMs || time > m_toMs)
+            const bool isShown = isWanted(static_cast<double>(timeMs));
+            if (!isShown && !isBeside(static_cast<double>(timeMs)))
                 continue;
             if (file.read(i, m_segment))
-                dumpRecord(file, timeMs);
+                dumpRecord(file.path(), timeMs, isShown);
             else
-                ++m_damaged;
+                m_damaged += isShown ? 1 : 0;
         }
     }
 
-    void dumpRecord(const storage::tDataFile& file, std::uint64_t timeMs)
+    bool isWanted(double timeMs) const { return m_left != 0 && timeMs >= m_fromMs && timeMs <= m_toMs; }
+    // Returns whether the record may hold a part of what is shown.
+    bool isBeside(double timeMs)
+    {
+        if (!m_decoded)
+            return false;
+        if (timeMs < m_fromMs)
+            return timeMs + cMsBefore >= m_fromMs;
+        return needsMore() && m_behind++ < cMostBehind;
+    }
+    bool needsMore() const { return m_decoded && m_decoded->isWaiting() && m_behind < cMostBehind; }
+    bool isOver() const { return m_left == 0 && !needsMore(); }
+
+    void dumpRecord(const std::string& file, std::uint64_t timeMs, bool isShown)
     {
         const auto package = viewPackage(m_segment);
         if (package ? !m_streams.includes(package->info.rwType) : !m_streams.includesAll())
             return;
         const std::string_view bytes = package ? package->payload : std::string_view(m_segment);
+        std::optional<tDecodedLine> line;
+        if (isShown)
+        {
+            line.emplace();
+            if (m_options.json)
+                line->json = json(file, timeMs, package, bytes);
+            else
+                line->text = text(timeMs, package, bytes);
+            --m_left;
+        }
+        if (m_decoded)
+            m_decoded->add(keyOf(package), bytes, timeMs, std::move(line));
+        else if (line)
+            print(std::move(*line));
+    }
+
+    void print(tDecodedLine&& line)
+    {
         if (m_options.json)
-            printJson(m_console, json(file, timeMs, package, bytes));
+            printJson(m_console, m_options.decode ? decodedJson(std::move(line)) : std::move(line.json));
         else
-            m_console.print(text(timeMs, package, bytes));
-        --m_left;
+            m_console.print(decodedText(line, m_options.all ? SIZE_MAX : m_options.bytes.value_or(cBytesShown)));
+    }
+
+    static tStreamKey keyOf(const std::optional<tPackageContents>& package)
+    {
+        return package ? tStreamKey::of(package->info.rwType, package->ip, package->port) : tStreamKey::raw();
     }
 
     bool asText(std::string_view bytes) const { return m_options.text && holdsSentence(bytes); }
@@ -168,8 +260,7 @@ private:
 
     std::string text(std::uint64_t timeMs, const std::optional<tPackageContents>& package, std::string_view bytes) const
     {
-        const tStreamKey key =
-            package ? tStreamKey::of(package->info.rwType, package->ip, package->port) : tStreamKey::raw();
+        const tStreamKey key = keyOf(package);
         const std::string_view part = shown(bytes);
         return fmt::format("{}  {:<16} {:<19} {:<21} {:>5}  {}{}\n", timeText(timeMs), key.name(),
                            package ? messageTitle(package->info.type) : "-", package ? key.address() : "-",
@@ -177,13 +268,13 @@ private:
                            part.size() < bytes.size() ? "..." : "");
     }
 
-    tJson json(const storage::tDataFile& file, std::uint64_t timeMs, const std::optional<tPackageContents>& package,
+    tJson json(const std::string& file, std::uint64_t timeMs, const std::optional<tPackageContents>& package,
                std::string_view bytes) const
     {
-        tJson line = {{"schema", "kestova/dump/2"}, {"file", file.path()}, {"time_ms", timeMs}};
+        tJson line = {{"schema", "kestova/dump/2"}, {"file", file}, {"time_ms", timeMs}};
         if (package)
         {
-            const tStreamKey key = tStreamKey::of(package->info.rwType, package->ip, package->port);
+            const tStreamKey key = keyOf(package);
             const tUdpMsgInfo& info = package->info;
             line["stream"] = key.name();
             line["kind"] = messageTitle(info.type);
@@ -209,6 +300,8 @@ private:
     std::uint64_t m_left;
     double m_fromMs = 0.0, m_toMs = 0.0;
     std::optional<tSurvey> m_survey;  // only if a place needs it
+    std::optional<tDecodedLines> m_decoded;
+    std::size_t m_behind = 0;  // records that were looked at behind those that are shown
     std::string m_segment;
     std::uint64_t m_damaged = 0;
     std::vector<tLeftOut> m_leftOut;
@@ -235,6 +328,11 @@ void addDump(CLI::App& app, tRun& chosen)
             ->check(wholeNumber());
     command.add_flag("--all", options->all, "Show whole payloads")->excludes(bytes);
     command.add_flag("--text", options->text, "Show payloads with sentences ($GPRMC,..., !AIVDM,...) as escaped text");
+    command.add_flag("--follow", options->follow, "Go on while it is being recorded, until its recorder ends");
+    CLI::Option* const decode =
+        command.add_flag("--decode", options->decode, "Show the spokes and sentences in the payloads");
+    addLayout(command, options->layout);
+    command.get_option("--layout")->needs(decode);
     command.add_flag("--json", options->json, "One JSON object a line");
     command.callback(
         [options, &chosen] { chosen = [options](tConsole& console) { return tDump(*options, console).run(); }; });

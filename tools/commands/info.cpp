@@ -6,6 +6,7 @@
 #include "KestovaRecordings/recordingcounts.h"
 #include "tools/commands/commands.h"
 #include "tools/commands/inforeport.h"
+#include "tools/commands/spokelayouts.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
 #include "tools/shell/leftout.h"
@@ -24,7 +25,16 @@ struct tOptions : tRecordingOptions
     std::string gap = "2";
     bool digest = false;
     bool timeline = false;
+    std::string layout;
 };
+
+tCountOptions countOptions(const tOptions& options)
+{
+    tCountOptions count{options.suffix, parseDuration(options.gap), options.digest, options.timeline, {}};
+    if (!options.layout.empty())
+        count.layouts = spokeLayoutsFor({}, options.layout);
+    return count;
+}
 
 int info(const tOptions& options, tConsole& console)
 {
@@ -34,8 +44,7 @@ int info(const tOptions& options, tConsole& console)
             console.progress(fmt::format("{} of {} files: {} of {} records", at.file, at.files, at.record, at.records));
         return !stop.requested();
     };
-    const tRecordingCounts counts = countRecordings(
-        options.paths, {options.suffix, parseDuration(options.gap), options.digest, options.timeline}, goOn);
+    const tRecordingCounts counts = countRecordings(options.paths, countOptions(options), goOn);
     if (options.json)
         printJson(console, infoJson(options.paths, counts, options.digest));
     else
@@ -64,6 +73,7 @@ void addInfo(CLI::App& app, tRun& chosen)
         ->check(checkedBy(parseDuration))
         ->capture_default_str();
     command.add_flag("--digest", options->digest, "A digest of each stream, as simulate, record and replay give it");
+    addLayout(command, options->layout);
     addJson(command, options->json);
     command.add_flag("--timeline", options->timeline, "Messages of each stream in each second")
         ->needs(command.get_option("--json"));

@@ -48,7 +48,8 @@ tJson perSecondJson(const tPerSecond& seconds)
     return {{"from_s", from}, {"messages", std::move(messages)}};
 }
 
-tJson streamsOf(const tStreamHistories& streams, const std::vector<tGap>& silences, bool withDigest)
+tJson streamsOf(const tStreamHistories& streams, const tMissing& missing, const std::vector<tGap>& silences,
+                bool withDigest)
 {
     tJson rows = tJson::array();
     for (const auto& [key, stream] : streams)
@@ -62,11 +63,19 @@ tJson streamsOf(const tStreamHistories& streams, const std::vector<tGap>& silenc
                      {"records_per_second", stream.messagesPerSecond(silences)},
                      {"bytes_per_second", stream.bytesPerSecond(silences)},
                      {"gaps", gapsJson(stream.gaps(silences))}};
+        if (const auto known = missing.find(key); known != missing.end())
+            row["missing_on_wire"] = known->second;
         if (withDigest)
             row["digest"] = stream.digest().text();
         rows.push_back(std::move(row));
     }
     return rows;
+}
+
+void addMissing(const tMissing& missing, tJson& row)
+{
+    if (const auto sum = total(missing))
+        row["missing_on_wire"] = *sum;
 }
 
 tJson notesJson(const std::vector<tNote>& notes)
@@ -131,8 +140,9 @@ tJson fileJson(const tFileCounts& file, const std::vector<tGap>& silences, bool 
                  {"damaged", file.damaged},
                  {"first_ms", file.firstMs},
                  {"last_ms", file.lastMs},
-                 {"streams", streamsOf(file.streams, silences, withDigest)},
+                 {"streams", streamsOf(file.streams, file.missingOnWire, silences, withDigest)},
                  {"sheet", file.sheet.has_value()}};
+    addMissing(file.missingOnWire, row);
     if (file.sheet)
         addSheet(*file.sheet, row);
     return row;
@@ -141,7 +151,7 @@ tJson fileJson(const tFileCounts& file, const std::vector<tGap>& silences, bool 
 tJson totalJson(const tRecordingCounts& counts, bool withDigest)
 {
     const tTotalCounts& totals = counts.total;
-    tJson streams = streamsOf(totals.streams, totals.silences, withDigest);
+    tJson streams = streamsOf(totals.streams, totals.missingOnWire, totals.silences, withDigest);
     std::size_t place = 0;
     for (const auto& [key, stream] : totals.streams)
     {
@@ -157,11 +167,14 @@ tJson totalJson(const tRecordingCounts& counts, bool withDigest)
         for (tJson& note : file.sheet ? notesJson(file.sheet->notes) : tJson::array())
             notes.push_back(std::move(note));
     }
-    return {{"files", counts.files.size()},      {"sheets", sheetCount(counts)}, {"kept", isKept},
-            {"notes", std::move(notes)},         {"size", totals.size},          {"disk_size", totals.diskSize},
-            {"records", totals.records},         {"bytes", totals.bytes},        {"damaged", totals.damaged},
-            {"first_ms", totals.firstMs},        {"last_ms", totals.lastMs},     {"losses", lossesJson(totals.losses)},
-            {"gaps", gapsJson(totals.silences)}, {"streams", std::move(streams)}};
+    tJson row = {
+        {"files", counts.files.size()},      {"sheets", sheetCount(counts)}, {"kept", isKept},
+        {"notes", std::move(notes)},         {"size", totals.size},          {"disk_size", totals.diskSize},
+        {"records", totals.records},         {"bytes", totals.bytes},        {"damaged", totals.damaged},
+        {"first_ms", totals.firstMs},        {"last_ms", totals.lastMs},     {"losses", lossesJson(totals.losses)},
+        {"gaps", gapsJson(totals.silences)}, {"streams", std::move(streams)}};
+    addMissing(totals.missingOnWire, row);
+    return row;
 }
 }  // namespace
 

@@ -25,6 +25,13 @@ std::string lossesText(const tSheetLosses& losses)
                        losses.queueLost, losses.diskLost, losses.joinsLost.size());
 }
 
+// Begins with a comma.
+std::string missingText(const tMissing& missing)
+{
+    const auto sum = total(missing);
+    return sum ? fmt::format(", missing on the wire {}", *sum) : "";
+}
+
 std::string clockText(const tSheetClock& clock)
 {
     std::string text;
@@ -38,11 +45,13 @@ std::string clockText(const tSheetClock& clock)
 }
 
 // What the sheet of a file says beside its counts.
-std::string factsText(const tSheet& sheet)
+std::string factsText(const tSheet& sheet, const tMissing& missing)
 {
     std::string text;
     if (!sheet.notesOnly)
-        text = lossesText(sheet.losses) + clockText(sheet.clock);
+        text = lossesText(sheet.losses) + missingText(missing) + clockText(sheet.clock);
+    else if (!missing.empty())
+        text = missingText(missing).substr(2);
     if (sheet.carried != 0)
         text += fmt::format(", {} records carried along", sheet.carried);
     if (sheet.kept)
@@ -65,7 +74,10 @@ std::string fileText(const tFileCounts& file)
     if (file.records > 0)
         text += fmt::format("\n  {} to {} ({})", timeText(file.firstMs), timeText(file.lastMs),
                             durationText(file.lastMs - file.firstMs));
-    return text + '\n' + (file.sheet ? factsText(*file.sheet) : "");
+    text += '\n';
+    if (file.sheet)
+        return text + factsText(*file.sheet, file.missingOnWire);
+    return file.missingOnWire.empty() ? text : text + "  " + missingText(file.missingOnWire).substr(2) + '\n';
 }
 
 std::string streamsTextOf(const tTotalCounts& total, bool withDigest)
@@ -126,6 +138,7 @@ std::string infoText(const tRecordingCounts& counts, bool withDigest)
         text += fmt::format(", {} damaged records", totals.damaged);
     if (totals.losses.sum() > 0)
         text += "; " + lossesText(totals.losses);
+    text += missingText(totals.missingOnWire);
     if (!counts.leftOut.empty())
         text += fmt::format(", {} skipped", counts.leftOut.size());
     return text + '\n';

@@ -9,6 +9,7 @@
 #include "tools/commands/recordlines.h"
 #include "tools/commands/recordservice.h"
 #include "tools/commands/recordsource.h"
+#include "tools/commands/spokelayouts.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
 #include "tools/shell/options.h"
@@ -33,6 +34,7 @@ struct tOptions : tSourceOptions
     tPruneTexts limits;
     std::string duration;
     std::string metricsFile;
+    std::string layout;
     bool json = false;
 };
 
@@ -45,6 +47,8 @@ session::tRecordOptions recordOptions(const tOptions& given)
 {
     session::tRecordOptions options = given.parsed();
     options.limits = given.limits.limits();
+    if (!given.layout.empty())
+        options.spokeLayout = spokeLayoutText(given.layout);
     return options;
 }
 
@@ -77,6 +81,7 @@ public:
         m_tookMs = elapsedMs(started);
         m_session.finish([this](eFinishing step) { return wait(step); });
         m_service.onFinished(m_session);
+        m_missing = m_session.missingOnWire();
         noteLoss();
         return report();
     }
@@ -159,12 +164,20 @@ private:
         tJson streams = streamsJson(state().streams, "datagrams");
         std::size_t row = 0;
         for (const auto& [key, count] : state().streams)
-            streams[row++]["kernel_dropped"] = discarded(key);
-        return {
+        {
+            streams[row]["kernel_dropped"] = discarded(key);
+            if (const auto missing = m_missing.find(key); missing != m_missing.end())
+                streams[row]["missing_on_wire"] = missing->second;
+            ++row;
+        }
+        tJson result = {
             {"schema", "kestova/record/2"}, {"files", m_session.files()},  {"duration_ms", m_tookMs},
             {"datagrams", sum.messages},    {"bytes", sum.bytes},          {"kernel_dropped", state().allDiscarded()},
             {"lost", state().lost},         {"complete", complete},        {"streams", streams},
             {"silent", silentJson()},       {"reclaimed", reclaimedJson()}};
+        if (const auto missing = total(m_missing))
+            result["missing_on_wire"] = *missing;
+        return result;
     }
 
     std::string text() const
@@ -173,9 +186,12 @@ private:
         for (const std::string& file : m_session.files())
             out += file + '\n';
         out += streamsText(state().streams, "datagrams");
-        return out + fmt::format("{} in {}; kernel dropped {}, not written {}\n",
-                                 rateText(perSecond(total(state().streams).bytes, m_tookMs)), durationText(m_tookMs),
-                                 state().allDiscarded(), state().lost);
+        out += fmt::format("{} in {}; kernel dropped {}, not written {}",
+                           rateText(perSecond(total(state().streams).bytes, m_tookMs)), durationText(m_tookMs),
+                           state().allDiscarded(), state().lost);
+        if (const auto missing = total(m_missing))
+            out += fmt::format(", missing on the wire {}", *missing);
+        return out + '\n';
     }
 
     std::uint64_t discarded(const tStreamKey& key) const
@@ -191,6 +207,7 @@ private:
     tRecordLines m_lines;
     session::tRecordSession m_session;
     std::uint64_t m_tookMs = 0;
+    tMissing m_missing;
     bool m_lossNoted = false;
     tStreamCount m_shown;  // at the last progress line
     tSteady::time_point m_shownAt = tSteady::now();
@@ -215,6 +232,7 @@ void addRecord(CLI::App& app, tRun& chosen)
     command.add_flag("--compress", options->record.compress, "Compress each file when it is finished");
     command.add_flag("--reclaim", options->record.reclaim,
                      "Delete the oldest data files below --root while less than 1 GiB is free");
+    addLayout(command, options->layout);
     addPruneLimits(command, options->limits);
     command.add_option("--metrics-file", options->metricsFile, "Write metrics for Prometheus to this file, every 5 s")
         ->type_name("FILE");

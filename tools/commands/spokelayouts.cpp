@@ -11,11 +11,11 @@ namespace tool
 {
 namespace
 {
-tSpokeLayouts layoutsIn(const std::string& file)
+tSpokeLayouts layoutsIn(const std::string& file, std::string* text = nullptr)
 {
     tSpokeLayouts layouts;
     std::string error;
-    if (!utils::readSpokeLayouts(file, layouts, error))
+    if (!utils::readSpokeLayouts(file, layouts, error, text))
         throw recordings::tFailure(error);
     return layouts;
 }
@@ -24,9 +24,15 @@ tSpokeLayouts layoutsIn(const std::string& file)
 void addLayout(CLI::App& command, std::string& file)
 {
     command
-        .add_option("--layout", file,
-                    "How spokes are laid out, a JSON object with \"spoke\" (as the recording's sheet says)")
+        .add_option("--layout", file, "How spokes are laid out, a JSON file with \"spoke\" (as directory or sheet say)")
         ->type_name("FILE");
+}
+
+std::string spokeLayoutText(const std::string& file)
+{
+    std::string text;
+    layoutsIn(file, &text);
+    return text;
 }
 
 tSpokeLayouts spokeLayoutsFor(const std::vector<std::string>& files, const std::string& layout)

@@ -17,6 +17,9 @@ namespace tool
 // Adds --layout.
 void addLayout(CLI::App& command, std::string& file);
 
+// Returns the JSON text of the layouts of such a file. Throws tFailure if it has none.
+std::string spokeLayoutText(const std::string& file);
+
 using tSpokeLayouts = std::vector<utils::tSpokeLayout>;
 
 // Returns the layouts of the file of --layout or, if that is empty, of the sheets of the data files: each once, in the

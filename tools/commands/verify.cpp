@@ -27,14 +27,26 @@ struct tOptions : tRecordingOptions
 
 tJson fileJson(const tVerifiedFile& file)
 {
-    return {{"path", file.path},
-            {"state", stateName(file.state)},
-            {"findings", findingsJson(file.findings)},
-            {"more_findings", file.moreFindings},
-            {"lost", file.lost},
-            {"records", file.records},
-            {"size", file.size},
-            {"sheet", file.hasSheet}};
+    tJson row = {{"path", file.path},
+                 {"state", stateName(file.state)},
+                 {"findings", findingsJson(file.findings)},
+                 {"more_findings", file.moreFindings},
+                 {"lost", file.lost},
+                 {"records", file.records},
+                 {"size", file.size},
+                 {"sheet", file.hasSheet}};
+    if (file.missingOnWire)
+        row["missing_on_wire"] = *file.missingOnWire;
+    return row;
+}
+
+std::optional<std::uint64_t> missingIn(const tVerification& verification)
+{
+    std::optional<std::uint64_t> sum;
+    for (const tVerifiedFile& file : verification.files)
+        if (file.missingOnWire)
+            sum = sum.value_or(0) + *file.missingOnWire;
+    return sum;
 }
 
 tJson verifyJson(const tOptions& options, const tVerification& verification)
@@ -42,17 +54,20 @@ tJson verifyJson(const tOptions& options, const tVerification& verification)
     tJson files = tJson::array();
     for (const tVerifiedFile& file : verification.files)
         files.push_back(fileJson(file));
-    return {{"schema", "kestova/verify/1"},
-            {"paths", options.paths},
-            {"quick", options.quick},
-            {"files", std::move(files)},
-            {"skipped", leftOutJson(verification.leftOut)},
-            {"total",
-             {{"sound", verification.sound},
-              {"recording", verification.recording},
-              {"unfinished", verification.unfinished},
-              {"damaged", verification.damaged}}},
-            {"complete", verification.complete}};
+    tJson result = {{"schema", "kestova/verify/1"},
+                    {"paths", options.paths},
+                    {"quick", options.quick},
+                    {"files", std::move(files)},
+                    {"skipped", leftOutJson(verification.leftOut)},
+                    {"total",
+                     {{"sound", verification.sound},
+                      {"recording", verification.recording},
+                      {"unfinished", verification.unfinished},
+                      {"damaged", verification.damaged}}},
+                    {"complete", verification.complete}};
+    if (const auto missing = missingIn(verification))
+        result["total"]["missing_on_wire"] = *missing;
+    return result;
 }
 
 std::string fileText(const tVerifiedFile& file)
@@ -61,6 +76,8 @@ std::string fileText(const tVerifiedFile& file)
                                    sizeText(file.size), file.hasSheet ? "" : ", no sheet");
     if (file.lost != 0)
         text += fmt::format(", {} lost while it was recorded", file.lost);
+    if (file.missingOnWire)
+        text += fmt::format(", missing on the wire {}", *file.missingOnWire);
     return text + '\n' + findingsText(file.findings, file.moreFindings);
 }
 
@@ -71,6 +88,8 @@ std::string verifyText(const tVerification& verification)
         text += fileText(file);
     text += fmt::format("total: {} sound, {} recording, {} unfinished, {} damaged", verification.sound,
                         verification.recording, verification.unfinished, verification.damaged);
+    if (const auto missing = missingIn(verification))
+        text += fmt::format(", missing on the wire {}", *missing);
     if (!verification.leftOut.empty())
         text += fmt::format(", {} skipped", verification.leftOut.size());
     return text + '\n';
