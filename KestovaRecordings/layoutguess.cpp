@@ -216,7 +216,7 @@ private:
         std::string numbers;
         for (std::size_t at = 0; at + 2 <= std::min(m_head, m_cellsAt); ++at)
         {
-            const unsigned width = isFree(at + 2) && isFree(at + 3) && at + 4 <= m_cellsAt ? 4 : 2;
+            const unsigned width = at % 4 == 0 && isFree(at + 2) && isFree(at + 3) && at + 4 <= m_cellsAt ? 4 : 2;
             const tFieldPlace place{at, width, m_bigEndian};
             if (!isFree(at) || !isFree(at + 1) || place.in(m_messages.front()) == 0 || !isAllConstant(place))
                 continue;

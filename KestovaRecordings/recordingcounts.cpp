@@ -149,7 +149,7 @@ private:
     void enterFolder(const std::string& folder)
     {
         if (m_options.wire != nullptr && std::exchange(m_folder, folder) != folder)
-            m_wire = tWireLosses(m_layouts);
+            m_wire = tMissingMessages(m_layouts);
     }
 
     const std::vector<std::string>& m_files;
@@ -159,7 +159,7 @@ private:
     tFileCountOptions m_options;
     std::map<tStreamKey, tDigest> m_digests;  // of one thread
     std::string m_folder;                     // of the present file
-    tWireLosses m_wire;                       // of one thread
+    tMissingMessages m_wire;                  // of one thread
     std::vector<tFound> m_found;              // each of the thread that counts the file
     std::atomic<std::size_t> m_next{0};
     std::atomic<bool> m_cancelled{false};

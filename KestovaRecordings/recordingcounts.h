@@ -12,9 +12,9 @@
 
 #include "KestovaRecordings/activity.h"
 #include "KestovaRecordings/archive.h"
+#include "KestovaRecordings/missingmessages.h"
 #include "KestovaRecordings/sheet.h"
 #include "KestovaRecordings/streamhistory.h"
-#include "KestovaRecordings/wirelosses.h"
 #include "KestovaStorage/filehead.h"
 #include "UdpSocket/kestovaapi.h"
 
@@ -32,7 +32,7 @@ struct tFileCounts
     tStreamHistories streams;
     std::map<tStreamKey, tPerSecond> perSecond;  // where it is wanted
     bool bySheet = false;                        // its sheet was read in place of its records
-    tMissing missingOnWire;                      // by the sheet or, if layouts are given, by the messages
+    tMissingCounts missingOnWire;                // by the sheet or, if layouts are given, by the messages
     std::optional<tSheet> sheet;                 // without its streams and checksums
     std::string sheetIgnored;                    // why a sheet that is there counts for nothing
 };
@@ -44,8 +44,8 @@ struct tTotalCounts
     std::vector<tGap> silences;  // of everything, longer than cSilenceMs, in order of time
     tStreamHistories streams;
     std::map<tStreamKey, tPerSecond> perSecond;
-    tSheetLosses losses;     // of all sheets
-    tMissing missingOnWire;  // of all files
+    tSheetLosses losses;           // of all sheets
+    tMissingCounts missingOnWire;  // of all files
 };
 
 struct tRecordingCounts

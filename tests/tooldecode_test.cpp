@@ -1,6 +1,6 @@
 // What messages mean, on the command line: dump --decode, layout --guess, and what was missing on the wire.
 #include "KestovaRecordings/cat240.h"
-#include "KestovaRecordings/wirelosses.h"
+#include "KestovaRecordings/missingmessages.h"
 #include "support/sheetedrecording.h"
 #include "support/toolfixture.h"
 

@@ -29,7 +29,7 @@ struct tFileCountOptions
     bool fromSheet = true;  // if it has all that is wanted
     // The digests of several files one after the other, continued by this one; null for none.
     std::map<tStreamKey, tDigest>* digests = nullptr;
-    tWireLosses* wire = nullptr;  // the same for numbers of messages
+    tMissingMessages* wire = nullptr;  // the same for numbers of messages
 };
 
 // Calls `goOn` with the number of records counted and of all of them, every 1,024 records; false ends it. Returns

@@ -84,8 +84,8 @@ public:
     const tRecorderState& state() const { return m_state; }                   // of the last updateState()
     const std::vector<std::string>& files() const { return m_files; }
     std::uint32_t compressing() const { return m_recorder->compressing(); }
-    recordings::tMissing missingOnWire() const { return m_sheets.missingOnWire(); }   // see tSheetKeeper
-    std::optional<double> clockOffsetMs() const { return m_sheets.clockOffsetMs(); }  // see tSheetKeeper
+    recordings::tMissingCounts missingOnWire() const { return m_sheets.missingOnWire(); }  // see tSheetKeeper
+    std::optional<double> clockOffsetMs() const { return m_sheets.clockOffsetMs(); }       // see tSheetKeeper
 
     // Goes on in the next file, which a later updateState() notifies. Returns false if no file is open.
     bool startNextFile() { return m_recorder->startNextFile(); }

@@ -132,10 +132,10 @@ std::optional<double> tSheetKeeper::clockOffsetMs() const
     return m_file != nullptr ? m_file->offset.offsetMs() : std::nullopt;
 }
 
-tMissing tSheetKeeper::missingOnWire() const
+tMissingCounts tSheetKeeper::missingOnWire() const
 {
     const auto held = m_worker.lock();
-    tMissing missing = m_missingBefore;
+    tMissingCounts missing = m_missingBefore;
     for (const auto& [key, count] : m_wire.missing())
         missing[key] += count;
     return missing;

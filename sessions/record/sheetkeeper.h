@@ -16,8 +16,8 @@
 #include <optional>
 #include <string>
 
+#include "KestovaRecordings/missingmessages.h"
 #include "KestovaRecordings/sheet.h"
-#include "KestovaRecordings/wirelosses.h"
 #include "KestovaStorage/writeobserver.h"
 #include "common/worker.h"
 #include "sessions/record/clockwatch.h"
@@ -49,7 +49,7 @@ public:
     // is not known.
     std::optional<double> clockOffsetMs() const;
     // Returns the numbered messages that never came since the recording began.
-    recordings::tMissing missingOnWire() const;
+    recordings::tMissingCounts missingOnWire() const;
     // Returns why a sheet could not be written since the last call; empty if all were.
     std::string takeProblem();
 
@@ -91,9 +91,9 @@ private:
     tFilePtr m_file;                   // null while none is open
     std::deque<tFinished> m_finished;  // their sheets are not yet written
     std::deque<std::string> m_compressed;
-    recordings::tWireLosses m_wire;        // of the present file
-    recordings::tMissing m_missingBefore;  // of finished files
-    tDropped m_dropped, m_droppedBefore;   // by the kernel: as of the last update, and what finished files account for
+    recordings::tMissingMessages m_wire;         // of the present file
+    recordings::tMissingCounts m_missingBefore;  // of finished files
+    tDropped m_dropped, m_droppedBefore;  // by the kernel: as of the last update, and what finished files account for
     std::uint64_t m_lost = 0, m_diskLost = 0;  // messages of all files: in all, and by the disk
     std::uint64_t m_queueLostBefore = 0;       // what finished files account for
     tLostJoins m_joins;

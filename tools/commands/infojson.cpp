@@ -48,7 +48,7 @@ tJson perSecondJson(const tPerSecond& seconds)
     return {{"from_s", from}, {"messages", std::move(messages)}};
 }
 
-tJson streamsOf(const tStreamHistories& streams, const tMissing& missing, const std::vector<tGap>& silences,
+tJson streamsOf(const tStreamHistories& streams, const tMissingCounts& missing, const std::vector<tGap>& silences,
                 bool withDigest)
 {
     tJson rows = tJson::array();
@@ -72,7 +72,7 @@ tJson streamsOf(const tStreamHistories& streams, const tMissing& missing, const 
     return rows;
 }
 
-void addMissing(const tMissing& missing, tJson& row)
+void addMissing(const tMissingCounts& missing, tJson& row)
 {
     if (const auto sum = total(missing))
         row["missing_on_wire"] = *sum;

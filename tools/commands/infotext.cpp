@@ -26,7 +26,7 @@ std::string lossesText(const tSheetLosses& losses)
 }
 
 // Begins with a comma.
-std::string missingText(const tMissing& missing)
+std::string missingText(const tMissingCounts& missing)
 {
     const auto sum = total(missing);
     return sum ? fmt::format(", missing on the wire {}", *sum) : "";
@@ -45,7 +45,7 @@ std::string clockText(const tSheetClock& clock)
 }
 
 // What the sheet of a file says beside its counts.
-std::string factsText(const tSheet& sheet, const tMissing& missing)
+std::string factsText(const tSheet& sheet, const tMissingCounts& missing)
 {
     std::string text;
     if (!sheet.notesOnly)

@@ -207,7 +207,7 @@ private:
     tRecordLines m_lines;
     session::tRecordSession m_session;
     std::uint64_t m_tookMs = 0;
-    tMissing m_missing;
+    tMissingCounts m_missing;
     bool m_lossNoted = false;
     tStreamCount m_shown;  // at the last progress line
     tSteady::time_point m_shownAt = tSteady::now();

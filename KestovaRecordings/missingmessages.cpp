@@ -1,4 +1,4 @@
-#include "KestovaRecordings/wirelosses.h"
+#include "KestovaRecordings/missingmessages.h"
 
 #include <algorithm>
 #include <deque>
@@ -88,7 +88,7 @@ bool mayHoldSpokes(tReadWriteType kind)
 }
 }  // namespace
 
-class tWireLosses::tPrivate
+class tMissingMessages::tPrivate
 {
 public:
     void add(const tRadarMsgPackage& package, std::string_view message)
@@ -120,16 +120,16 @@ public:
     std::deque<tStream> streams;
 };
 
-tWireLosses::tWireLosses(std::vector<utils::tSpokeLayout> layouts) : d(std::make_unique<tPrivate>())
+tMissingMessages::tMissingMessages(std::vector<utils::tSpokeLayout> layouts) : d(std::make_unique<tPrivate>())
 {
     d->layouts = std::move(layouts);
 }
 
-tWireLosses::~tWireLosses() = default;
-tWireLosses::tWireLosses(tWireLosses&&) noexcept = default;
-tWireLosses& tWireLosses::operator=(tWireLosses&&) noexcept = default;
+tMissingMessages::~tMissingMessages() = default;
+tMissingMessages::tMissingMessages(tMissingMessages&&) noexcept = default;
+tMissingMessages& tMissingMessages::operator=(tMissingMessages&&) noexcept = default;
 
-void tWireLosses::add(std::string_view segment)
+void tMissingMessages::add(std::string_view segment)
 {
     if (d->layouts.empty())
         return;
@@ -137,22 +137,22 @@ void tWireLosses::add(std::string_view segment)
         d->add(*package, segment.substr(cPackageHeadSize, package->msgLen));
 }
 
-void tWireLosses::startAnew()
+void tMissingMessages::startAnew()
 {
     for (tPrivate::tStream& stream : d->streams)
         stream.numbers.startAnew();
 }
 
-tMissing tWireLosses::missing() const
+tMissingCounts tMissingMessages::missing() const
 {
-    tMissing missing;
+    tMissingCounts missing;
     for (const tPrivate::tStream& stream : d->streams)
         if (stream.numbers.areThere())
             missing[stream.numbers.key] = stream.numbers.missing();
     return missing;
 }
 
-std::optional<std::uint64_t> total(const tMissing& missing)
+std::optional<std::uint64_t> total(const tMissingCounts& missing)
 {
     if (missing.empty())
         return std::nullopt;
@@ -160,7 +160,7 @@ std::optional<std::uint64_t> total(const tMissing& missing)
                            [](std::uint64_t sum, const auto& stream) { return sum + stream.second; });
 }
 
-void setMissing(tSheet& sheet, const tMissing& missing)
+void setMissing(tSheet& sheet, const tMissingCounts& missing)
 {
     sheet.losses.missingOnWire = total(missing);
     for (const auto& [key, count] : missing)
