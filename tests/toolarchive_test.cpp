@@ -442,7 +442,7 @@ TEST_F(tToolArchiveTest, showsWhatASheetSays)
     const std::string file = record("Data_000000_x", cTime) + "/0000_a.data";
     makeSheet(file, [](tSheet& sheet) {
         sheet.kept = true;
-        sheet.losses = {1, 2, 3, {{"239.17.0.1:6001", 5, 6}}};
+        sheet.losses = {1, 2, 3, {{"239.17.0.1:6001", 5, 6}}, std::nullopt};
         sheet.clock = {"system", -12.5, 1.5, {{cTime, -3'600'000}}};
         sheet.notes = {{cTime, "a \x1b note"}};
     });
