@@ -3,24 +3,26 @@
 // Source: EUROCONTROL Standard Document for Surveillance Data Exchange, Part 19, Category 240, edition 1.3. Everything
 // is big-endian; bits are counted from the most significant one of the first byte.
 //
+// clang-format off
 //   data block   u8 240, u16 length of the block with these three bytes, records
-//   record       FSPEC (seven items a byte, from its most significant bit on; the last bit: another byte follows),
-//   items
+//   record       FSPEC (seven items a byte, from its most significant bit on; the last bit: another byte follows), items
 //
 //   place  item                       bytes
 //       1  010 data source                2  u8 SAC, u8 SIC
 //       2  000 message type               1  1 summary, 2 video
 //       3  020 video record header        4  u32 sequence number of the message
 //       4  030 video summary          1 + n  u8 n, n characters
-//       5  040 video header nano         12  u16 start and end azimuth (65,536 a turn), u32 start cell, u32 cell
-//       duration, ns 6  041 video header femto        12  the same, cell duration in fs 7  048 resolution 2  bit 1
-//       compressed, 7 spare; u8 1 to 6 for 1, 2, 4, 8, 16, 32 bits a cell 8  049 octets and cells           5  u16
-//       valid octets, u24 valid cells 9  050 block low volume     1 + 4 n  u8 n, at most 255
+//       5  040 video header nano         12  u16 start and end azimuth (65,536 a turn), u32 start cell, u32 cell duration, ns
+//       6  041 video header femto        12  the same, cell duration in fs
+//       7  048 resolution                 2  bit 1 compressed, 7 spare; u8 1 to 6 for 1, 2, 4, 8, 16, 32 bits a cell
+//       8  049 octets and cells           5  u16 valid octets, u24 valid cells
+//       9  050 block low volume     1 + 4 n  u8 n, at most 255
 //      10  051 block medium volume 1 + 64 n  at most 255
 //      11  052 block high volume  1 + 256 n  at most 254
 //      12  140 time of day                3  u24 in 1/128 s since midnight UTC
 //      13  RE, reserved expansion         n  its first byte is its length, itself included
 //      14  SP, special purpose            n  the same
+// clang-format on
 #ifndef KESTOVA_RECORDINGS_CAT240_H
 #define KESTOVA_RECORDINGS_CAT240_H
 
@@ -77,6 +79,8 @@ KESTOVA_API bool appendCat240(const tCat240Video& video, std::string& datagram);
 
 // Returns the time of a time of day: the one nearest to `nearMs`, both in ms since the Unix epoch.
 KESTOVA_API std::uint64_t timeOfDayNear(std::uint32_t timeOfDay, std::uint64_t nearMs);
+// Returns the time of day nearest to a time in ms since the Unix epoch.
+KESTOVA_API std::uint32_t timeOfDayAt(std::uint64_t timeMs);
 }  // namespace recordings
 
 #endif

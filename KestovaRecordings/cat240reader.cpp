@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <iterator>
 
 #include "KestovaRecordings/cat240.h"
@@ -167,6 +166,7 @@ bool readCat240(std::string_view datagram, iCat240Sink& sink)
 
 std::uint64_t timeOfDayNear(std::uint32_t timeOfDay, std::uint64_t nearMs)
 {
-    return nearestMs(static_cast<std::uint32_t>(std::lround(timeOfDay * 1000.0 / cTicksPerSecond)), nearMs);
+    const std::uint64_t ms = (std::uint64_t{timeOfDay} * 1000 + cTicksPerSecond / 2) / cTicksPerSecond;
+    return nearestMs(static_cast<std::uint32_t>(ms), nearMs);
 }
 }  // namespace recordings

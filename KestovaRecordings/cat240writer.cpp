@@ -145,4 +145,11 @@ bool appendCat240(const tCat240Video& video, std::string& datagram)
         write24(to + 7 + block.bytes(), *video.timeOfDay);
     return true;
 }
+
+std::uint32_t timeOfDayAt(std::uint64_t timeMs)
+{
+    constexpr std::uint64_t cMsPerDay = 86'400'000, cMsPerSecond = 1000;
+    const std::uint64_t ticks = (timeMs % cMsPerDay * cTicksPerSecond + cMsPerSecond / 2) / cMsPerSecond;
+    return static_cast<std::uint32_t>(ticks % cTicksPerDay);
+}
 }  // namespace recordings

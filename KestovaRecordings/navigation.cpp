@@ -121,7 +121,10 @@ tNavigation navigationAt(const tTimeRange& recording, std::uint64_t atMs)
     recording.forEachPackage(
         atMs - std::min(atMs, cAisMs), atMs,
         [](tReadWriteType kind) { return kind != eImageStream && kind != eOriginalImage; },
-        [&](std::uint64_t timeMs, const tPackageContents& package) { sentences.read(package.payload, timeMs); });
+        [&](std::uint64_t timeMs, const tPackageContents& package) {
+            sentences.read(package.payload, timeMs);
+            return true;
+        });
     return navigation;
 }
 }  // namespace recordings

@@ -11,6 +11,7 @@
 
 #include "KestovaRecordings/navigation.h"
 #include "KestovaRecordings/turn.h"
+#include "KestovaRecordings/turnat.h"
 #include "UdpSocket/kestovaapi.h"
 
 namespace recordings
@@ -29,23 +30,24 @@ struct tPictureOptions
 {
     std::size_t size = 900;  // of the sides, in pixels, 64 to 8,192
     double rangeM = 0;       // from own ship to the edge; 0: that of the turn
-    bool northUp = false;    // bearings of the turn count from north
-    bool rings = false;      // four range rings and the heading line
+    bool rings = false;      // four range rings, the heading line, a scale of bearings
     bool targets = false;
     ePalette palette = ePalette::eDay;
 };
 
-// What the corners and the marks say. Times in ms since the Unix epoch.
+// What the corners and the marks show.
 struct tPictureFacts
 {
-    std::uint64_t timeMs = 0;
-    std::string timeText;              // as it is shown
-    std::uint64_t missing = 0;         // spokes of this turn that never came
-    std::optional<double> headingDeg;  // own ship's; needed for targets whose bearing has another reference
-    std::string remark;                // a line more; empty: none
+    std::string date, time;                // a line each
+    std::optional<std::uint64_t> missing;  // spokes of this turn that never came; absent where they have no numbers
+    utils::tBearingReference up = utils::eReferenceUnknown;  // where the turn's bearings begin
+    std::string remark;                                      // a line more; empty: none
     tOwnShip own;
     std::vector<tTarget> targets;
 };
+
+// Returns what a turn says of itself; without date and time.
+KESTOVA_API tPictureFacts factsOf(const tTurnAt& turn);
 
 // One thread at a time.
 class KESTOVA_API tPicture
@@ -63,7 +65,8 @@ public:
     // Returns the pixels row by row from the top, 32 bits each: red, green and blue in the low
     // 24, the rest without meaning. Valid until the next draw.
     const std::uint32_t* pixels() const;
-    // Writes a PNG file beside `path` and renames it; throws tFailure where that fails. An existing file is replaced.
+    // Writes a PNG file beside `path` and renames it; throws tFailure where that fails, and leaves nothing then. An
+    // existing file is replaced.
     void writePng(const std::string& path) const;
 
 private:

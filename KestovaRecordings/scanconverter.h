@@ -37,10 +37,6 @@ private:
         std::uint16_t first, end;
     };
 
-    const tFootprint& footprint(std::size_t major, std::size_t minor) const
-    {
-        return m_footprints[major * (major + 1) / 2 + minor];
-    }
     void measure();
     void chooseRings(const tPolarImage& image, double rangeM);
     void indexSectors(const tPolarImage& image);
@@ -51,7 +47,8 @@ private:
     std::size_t m_size;
     std::vector<tFootprint> m_footprints;
     std::vector<tRings> m_rings;            // of the footprints, for the picture that is being made
-    std::vector<std::uint32_t> m_sectorAt;  // the sector at each 1/65,536 of a turn
+    std::vector<std::uint32_t> m_sectorAt;  // the sector where each bin of angles begins
+    unsigned m_binShift = 0;                // from an angle to its bin
 };
 }  // namespace recordings
 

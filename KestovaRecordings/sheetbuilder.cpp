@@ -68,6 +68,7 @@ private:
 class tSheetBuilder::tPrivate
 {
 public:
+    // The segment stays where it is until blocks.settle().
     void add(const storage::tIndexSlot& slot, std::uint16_t us, std::string_view segment)
     {
         const std::uint64_t timeMs = storage::timeOf(slot);
@@ -100,13 +101,22 @@ tSheetBuilder& tSheetBuilder::operator=(tSheetBuilder&&) noexcept = default;
 
 void tSheetBuilder::add(std::uint64_t timeMs, std::uint16_t us, std::string_view segment, std::uint64_t position)
 {
-    d->add(storage::encode(storage::tNormalIndexTable{timeMs, position, static_cast<std::uint32_t>(segment.size())}),
-           us, segment);
+    add(storage::encode(storage::tNormalIndexTable{timeMs, position, static_cast<std::uint32_t>(segment.size())}), us,
+        segment);
 }
 
 void tSheetBuilder::add(const storage::tIndexSlot& slot, std::uint16_t us, std::string_view segment)
 {
     d->add(slot, us, segment);
+    d->blocks.settle();
+}
+
+void tSheetBuilder::addWritten(const storage::tWrittenSegment* segments, std::size_t count)
+{
+    for (const auto* segment = segments; segment != segments + count; ++segment)
+        d->add(storage::encode(storage::tNormalIndexTable{segment->timeMs, segment->pos, segment->len}), segment->us,
+               {segment->bytes, segment->len});
+    d->blocks.settle();
 }
 
 std::uint64_t tSheetBuilder::records() const

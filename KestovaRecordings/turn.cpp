@@ -1,6 +1,7 @@
 #include "KestovaRecordings/turn.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <iterator>
 #include <limits>
@@ -11,11 +12,12 @@ namespace recordings
 {
 namespace
 {
-constexpr std::size_t cMostSpokes = 65'536, cMostBytes = 32 * 1024 * 1024, cMostSpares = 64;
+constexpr std::size_t cMostSpokes = 65'536, cMostBytes = 128 * 1024 * 1024, cMostSpares = 64;
 constexpr double cFullTurn = 4'294'967'296.0;
 constexpr std::uint32_t cFillUpTo = 85'899'345;       // 0.02 turns
 constexpr std::uint32_t cThinnest = 65'536;           // of a spoke that begins where it ends
 constexpr std::size_t cMostCells = 64 * 1024 * 1024;  // of an image
+constexpr double cMostRings = 65'535;
 
 std::uint32_t angleOf(double turns)
 {
@@ -94,6 +96,42 @@ void resample(const std::vector<unsigned char>& cells, double firstM, double cel
             rings[ring] = std::max(rings[ring], cells[i]);
     }
 }
+// Lays sectors into the rings of an image, 64 at a time: they share the cache lines.
+class tRingLayer
+{
+public:
+    explicit tRingLayer(tPolarImage& image) : m_image(image), m_dark(image.rings) {}
+
+    // Memory for the cells of the next sector, until it is laid.
+    std::vector<unsigned char>& room() { return m_rooms[m_count]; }
+    // `cells` are as many as there are rings; null: dark.
+    void add(const unsigned char* cells)
+    {
+        m_cells[m_count++] = cells != nullptr ? cells : m_dark.data();
+        if (m_count == cTogether)
+            lay();
+    }
+    void lay()
+    {
+        for (std::size_t ring = 0; ring < m_image.rings && m_count != 0; ++ring)
+        {
+            unsigned char* const to = &m_image.cells[ring * m_image.sectors() + m_first];
+            for (std::size_t i = 0; i < m_count; ++i)
+                to[i] = m_cells[i][ring];
+        }
+        m_first += m_count;
+        m_count = 0;
+    }
+
+private:
+    static constexpr std::size_t cTogether = 64;
+
+    tPolarImage& m_image;
+    const std::vector<unsigned char> m_dark;
+    std::array<std::vector<unsigned char>, cTogether> m_rooms;
+    std::array<const unsigned char*, cTogether> m_cells{};
+    std::size_t m_first = 0, m_count = 0;
+};
 }  // namespace
 
 double tTurn::width(const tHeld& spoke)
@@ -105,6 +143,7 @@ void tTurn::add(const tSpoke& spoke, double turned, std::uint64_t timeMs)
 {
     tHeld held{angleOf(spoke.bearingFrom + turned),
                angleOf(spoke.bearingTo + turned),
+               0,
                timeMs,
                spoke.firstCellM,
                spoke.cellM,
@@ -120,7 +159,6 @@ void tTurn::add(const tSpoke& spoke, double turned, std::uint64_t timeMs)
     held.cells.resize(spoke.cells.count);
     spoke.cells.toBytes(held.cells.data());
     m_bytes += held.cells.size();
-    m_covered += width(held);
     m_spokes.push_back(std::move(held));
     limit();
 }
@@ -132,7 +170,6 @@ void tTurn::joinTo(tHeld& next)
     if (m_spokes.empty())
         return;
     tHeld& last = m_spokes.back();
-    m_covered -= width(last);
     const std::uint32_t on = next.from - last.from, back = last.from - next.from;
     if (on == 0)
     {
@@ -141,22 +178,58 @@ void tTurn::joinTo(tHeld& next)
         m_spokes.pop_back();
         return;
     }
+    last.step = width(last);
     if (on < cFillUpTo)
+    {
         last.to = next.from;
+        last.step = on / cFullTurn;
+    }
     else if (back < cFillUpTo)
-        next.to = last.from;
-    m_covered += width(last);
+    {
+        if (back > next.to - next.from)
+            next.to = last.from;
+        last.step = -(back / cFullTurn);
+    }
+    m_swept += last.step;
+}
+
+void tTurn::endAt(double bearing)
+{
+    if (m_spokes.empty())
+        return;
+    tHeld& last = m_spokes.back();
+    const std::uint32_t on = angleOf(bearing) - last.from;
+    if (on != 0 && on < cFillUpTo)
+        last.to = last.from + on;
+}
+
+void tTurn::rotate(double turns)
+{
+    const std::uint32_t by = angleOf(turns);
+    for (tHeld& spoke : m_spokes)
+    {
+        spoke.from += by;
+        spoke.to += by;
+    }
+}
+
+double tTurn::covered() const
+{
+    return m_spokes.empty() ? 0 : std::min(std::abs(m_swept) + width(m_spokes.back()), 1.0);
 }
 
 // What is older than a full turn goes.
 void tTurn::limit()
 {
     constexpr double cRounding = 1e-6;
-    while (m_spokes.size() > 1 && (m_covered - width(m_spokes.front()) >= 1 - cRounding ||
-                                   m_spokes.size() > cMostSpokes || m_bytes > cMostBytes))
+    const auto isWholeWithout = [&](const tHeld& oldest) {
+        return std::abs(m_swept - oldest.step) + width(m_spokes.back()) >= 1 - cRounding;
+    };
+    while (m_spokes.size() > 1 &&
+           (isWholeWithout(m_spokes.front()) || m_spokes.size() > cMostSpokes || m_bytes > cMostBytes))
     {
         tHeld& oldest = m_spokes.front();
-        m_covered -= width(oldest);
+        m_swept -= oldest.step;
         m_bytes -= oldest.cells.size();
         if (m_spare.size() < cMostSpares)
             m_spare.push_back(std::move(oldest.cells));
@@ -167,7 +240,7 @@ void tTurn::limit()
 void tTurn::clear()
 {
     m_spokes.clear();
-    m_covered = 0;
+    m_swept = 0;
     m_bytes = 0;
 }
 
@@ -195,10 +268,20 @@ tPolarImage tTurn::rings(std::size_t sectors, double range) const
         image.cellM = std::min(image.cellM, cellOf(spoke, range));
     }
     const auto count = [&] { return std::round((range - image.firstM) / image.cellM); };
-    while (count() * static_cast<double>(sectors) > cMostCells)
+    while (count() > cMostRings || count() * static_cast<double>(sectors) > cMostCells)
         image.cellM *= 2;
     image.rings = static_cast<std::size_t>(count());
     return image;
+}
+
+// Cells of the spoke by rings of the image, as many as that has.
+const unsigned char* tTurn::cellsOf(const tHeld& spoke, const tPolarImage& image, double range,
+                                    std::vector<unsigned char>& resampled) const
+{
+    if (spoke.firstM == image.firstM && cellOf(spoke, range) == image.cellM && spoke.cells.size() == image.rings)
+        return spoke.cells.data();
+    resample(spoke.cells, spoke.firstM, cellOf(spoke, range), image, resampled);
+    return resampled.data();
 }
 
 tPolarImage tTurn::image() const
@@ -211,24 +294,17 @@ tPolarImage tTurn::image() const
     tPolarImage image = rings(stretches.size(), range);
     for (const tStretch& stretch : stretches)
         image.starts.push_back(static_cast<std::uint32_t>(stretch.from));
-    image.cells.assign(image.rings * image.sectors(), 0);
-    std::vector<unsigned char> resampled;
-    for (std::size_t sector = 0; sector < stretches.size(); ++sector)
+    image.cells.resize(image.rings * image.sectors());
+    tRingLayer layer(image);
+    for (const tStretch& stretch : stretches)
     {
-        if (stretches[sector].spoke < 0)
-            continue;
-        const tHeld& spoke = m_spokes[static_cast<std::size_t>(stretches[sector].spoke)];
-        const bool fits = spoke.firstM == image.firstM && cellOf(spoke, range) == image.cellM;
-        if (!fits)
-            resample(spoke.cells, spoke.firstM, cellOf(spoke, range), image, resampled);
-        draw(fits ? spoke.cells : resampled, sector, image);
+        std::vector<unsigned char>& room = layer.room();
+        if (stretch.spoke < 0)
+            layer.add(nullptr);
+        else
+            layer.add(cellsOf(m_spokes[static_cast<std::size_t>(stretch.spoke)], image, range, room));
     }
+    layer.lay();
     return image;
-}
-
-void tTurn::draw(const std::vector<unsigned char>& from, std::size_t sector, tPolarImage& image)
-{
-    for (std::size_t ring = 0; ring < std::min(from.size(), image.rings); ++ring)
-        image.cells[ring * image.sectors() + sector] = from[ring];
 }
 }  // namespace recordings

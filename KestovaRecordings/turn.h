@@ -12,7 +12,9 @@
 
 namespace recordings
 {
-// Holds the spokes of the last 360 degrees, whichever way the antenna turns, of at most 65,536 spokes and 32 MiB. One
+constexpr double cWholeTurn = 0.999;  // of which nobody sees that something is missing
+
+// Holds the spokes of the last 360 degrees, whichever way the antenna turns, of at most 65,536 spokes and 128 MiB. One
 // thread at a time.
 class KESTOVA_API tTurn
 {
@@ -20,10 +22,14 @@ public:
     // Takes the next spoke in the order of reception. `turned` is added to its bearings, in turns: own ship's heading,
     // if bearings from the bow are to count from north. `timeMs` is when it was received.
     void add(const tSpoke& spoke, double turned, std::uint64_t timeMs);
+    // The next spoke, which belongs to another turn, begins at `bearing`: the last one fills up to there, if that is
+    // near.
+    void endAt(double bearing);
+    void rotate(double turns);  // all spokes
     void clear();
 
     std::size_t spokes() const { return m_spokes.size(); }
-    double covered() const { return m_covered; }  // of the turn, 0 to 1
+    double covered() const;  // of the turn, 0 to 1
     std::uint64_t firstMs() const { return m_spokes.empty() ? 0 : m_spokes.front().timeMs; }
     std::uint64_t lastMs() const { return m_spokes.empty() ? 0 : m_spokes.back().timeMs; }
     // Returns the far edge of the farthest cell, in metres; 0 if no spoke says how long its cells are.
@@ -38,6 +44,7 @@ private:
     struct tHeld
     {
         std::uint32_t from, to;  // in 1 / 2^32 of a turn
+        double step;             // what the antenna turned until the next spoke, in turns; backwards negative
         std::uint64_t timeMs;
         double firstM, cellM;
         std::vector<unsigned char> cells;  // 0 to 255
@@ -47,11 +54,12 @@ private:
     void joinTo(tHeld& next);
     void limit();
     tPolarImage rings(std::size_t sectors, double range) const;
-    static void draw(const std::vector<unsigned char>& from, std::size_t sector, tPolarImage& image);
+    const unsigned char* cellsOf(const tHeld& spoke, const tPolarImage& image, double range,
+                                 std::vector<unsigned char>& resampled) const;
 
     std::deque<tHeld> m_spokes;
     std::vector<std::vector<unsigned char>> m_spare;  // memory of spokes that have gone
-    double m_covered = 0;
+    double m_swept = 0;                               // the sum of the steps, without that of the last spoke
     std::size_t m_bytes = 0;
 };
 }  // namespace recordings

@@ -148,6 +148,21 @@ bool tDataStorageIO::SetSpeed(double speed)
     return exact.has_value();
 }
 
+void tDataStorageIO::SetReplayEnd(uint64_t timeMs)
+{
+    d->m_player.setEnd(timeMs);
+}
+
+void tDataStorageIO::SetTopSpeed(bool on)
+{
+    d->m_player.setTopSpeed(on);
+}
+
+void tDataStorageIO::SetReplaySource(iReplaySource* source)
+{
+    d->m_player.setSource(source);
+}
+
 bool tDataStorageIO::Stop()
 {
     return d->m_player.stop();

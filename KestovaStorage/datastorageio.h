@@ -24,6 +24,7 @@ class tPackageRecorderPrivate;
 
 namespace storage
 {
+class iReplaySource;
 class iWriteObserver;
 
 enum tPathProperty : int32_t
@@ -138,6 +139,15 @@ public:
     // Sets exactly this speed, recorded time over playing time: 1.5 plays three seconds in two. 0.001 to 1,000,000;
     // returns false, and changes nothing, for any other. It and FastSlowForward replace each other's speed.
     bool SetSpeed(double speed);
+    // Ends playing (status 4) before the first segment of this time or later, when that time has come; 0 for the end of
+    // the span. From the next start of playing on, or from inside a callback.
+    void SetReplayEnd(uint64_t timeMs);
+    // Plays every segment in order as fast as it goes, without waiting for any; the speed stays set for later.
+    void SetTopSpeed(bool on);
+    // What is played after the span, before status 4; null for nothing. Its segments are paced like those of the span,
+    // but one that comes later than it is due is due when it is there. Their progress is below 1.0. While nothing is
+    // open; not owned.
+    void SetReplaySource(iReplaySource* source);
     // Stops playing: statuses 1, 4 (if it was still playing), 3. One segment that was already due may still come.
     // Returns false, and reports nothing, before playing has begun or after a stop.
     bool Stop();
@@ -152,8 +162,8 @@ public:
     // opened again).
     uint64_t GetUnreadCnt() const;
     // Inside UpdateReplayData, of the segment being reported: the microseconds within its millisecond, -1 if they are
-    // not known; and when it was due, in ns of the steady clock (CLOCK_MONOTONIC), 0 while paused. Segments with fine
-    // times are due to the microsecond, others with their millisecond.
+    // not known; and when it was due, in ns of the steady clock (CLOCK_MONOTONIC), 0 while paused or at top speed.
+    // Segments with fine times are due to the microsecond, others with their millisecond.
     int GetReplayFineTime() const;
     int64_t GetReplayDueTime() const;
 

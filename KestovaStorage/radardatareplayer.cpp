@@ -152,6 +152,21 @@ bool tRadarDataReplayer::SetSpeed(double speed)
     return d->SetSpeed(speed);
 }
 
+void tRadarDataReplayer::SetReplayEnd(uint64_t timeMs)
+{
+    d->SetReplayEnd(timeMs);
+}
+
+void tRadarDataReplayer::SetTopSpeed(bool on)
+{
+    d->SetTopSpeed(on);
+}
+
+void tRadarDataReplayer::SetReplaySource(storage::iReplaySource* source)
+{
+    d->SetReplaySource(source);
+}
+
 bool tRadarDataReplayer::Stop()
 {
     return d->Stop();
@@ -170,6 +185,16 @@ void tRadarDataReplayer::CloseReadingFile()
 void tRadarDataReplayer::SetReplayModifyObserver(iRadarReplayModifyObserver* observer)
 {
     d->records().setModifyObserver(observer);
+}
+
+void tRadarDataReplayer::SetReplaySendObserver(iRadarReplaySendObserver* observer)
+{
+    d->records().setSendObserver(observer);
+}
+
+void tRadarDataReplayer::SetReplaySender(iRadarReplaySender* sender)
+{
+    d->records().setSender(sender);
 }
 
 void tRadarDataReplayer::CircleLoop(bool run)

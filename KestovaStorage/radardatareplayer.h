@@ -52,6 +52,9 @@ public:
     bool Pause(bool pause);
     void FastSlowForward(double rate);
     bool SetSpeed(double speed);
+    void SetReplayEnd(uint64_t timeMs);
+    void SetTopSpeed(bool on);
+    void SetReplaySource(storage::iReplaySource* source);
     bool Stop();
     bool Jump(double fraction);
     // Also closes the sockets of all destinations and drops the service messages to repeat.
@@ -60,6 +63,12 @@ public:
     // Null removes the observer. Waits until no call to an earlier one is under way, so hold no lock that it takes;
     // called from inside a call it does not wait. Not owned.
     void SetReplayModifyObserver(iRadarReplayModifyObserver* observer);
+
+    // The same for what is notified of every record that goes onto the network.
+    void SetReplaySendObserver(iRadarReplaySendObserver* observer);
+
+    // The same for what sends records in another form. Service messages are repeated as they were recorded.
+    void SetReplaySender(iRadarReplaySender* sender);
 
     // Keeps the picture alive while replay does not advance. `run` true: every loop that holds spokes sends the last
     // full revolution, and the one that was in progress, again and again to the group they were recorded from, 2 s a

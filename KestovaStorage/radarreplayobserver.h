@@ -52,6 +52,36 @@ public:
     virtual bool CheckIfNeededCircleLoop(tMsgType type, tReadWriteType rwType, const char* groupAddr, int port,
                                          char* data, int len, int& loopNumber, int& azimuth) = 0;
 };
+
+// Learns what became of a replayed record that went onto the network. Called on the replay thread right after it was
+// sent, or refused; GetReplayDueTime tells there when it was due. Must not throw.
+class KESTOVA_API iRadarReplaySendObserver
+{
+public:
+    virtual ~iRadarReplaySendObserver() = default;
+    virtual void UpdateReplaySent(bool sent) = 0;
+};
+
+// Values of tReplaySending.
+enum eReplaySending
+{
+    eReplaySendAsItIs = 0,
+    eReplaySentOtherwise = 1,
+    eReplayRefusedOtherwise = 2
+};
+typedef unsigned char tReplaySending;
+
+// Sends replayed records in another form, in network replay mode. Must not throw.
+class KESTOVA_API iRadarReplaySender
+{
+public:
+    virtual ~iRadarReplaySender() = default;
+    // Called on the replay thread for each record that is about to be sent, after it was reported; values as in
+    // iRadarDataReplayObserver::UpdateReplayData, but `udpAddr` as net::transAddr returns it. Returns an eReplaySending
+    // value: whether the replayer is to send the record, or what became of it.
+    virtual tReplaySending SendReplayRecord(tTimes_ms replayTime, tMsgType type, tReadWriteType rwType,
+                                            uint32_t udpAddr, uint16_t udpPort, const char* data, int len) = 0;
+};
 }  // namespace Kestova
 
 #endif

@@ -4,11 +4,13 @@
 //
 // Recording: 2,000,000 packages of 583 bytes are given to WriteDataFine at full speed, without sheets and with them
 // (digests of four streams, checksums of every second, a sheet every 10 s and of each file); a run lasts until all of
-// them are in finished files and the last sheet is on the disk. Building: the same packages through tSheetBuilder, from
-// a buffer in the cache. Reading: what readSheetSummary() says of 10,000 files, on two threads, as a list of recordings
-// wants it. Medians of five runs, in turn; files go to FOLDER, by default the system's temporary folder.
+// them are in finished files and the last sheet is on the disk; beside it stands the processor time of all threads.
+// Building: the same packages through tSheetBuilder, from a buffer in the cache, one by one and as a recorder has them.
+// Reading: what readSheetSummary() says of 10,000 files, on two threads, as a list of recordings wants it. Medians of
+// five runs, in turn; files go to FOLDER, by default the system's temporary folder.
 #include <atomic>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <memory>
 #include <thread>
@@ -52,8 +54,15 @@ std::vector<std::string> packages()
 
 struct tRecording
 {
-    double finished, produced;  // s
+    double finished, produced, processors;  // s
 };
+
+double processorSeconds()
+{
+    timespec time;
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
 
 tRecording record(const std::string& folder, const std::vector<std::string>& segments, bool withSheets)
 {
@@ -67,6 +76,7 @@ tRecording record(const std::string& folder, const std::vector<std::string>& seg
     if (withSheets)
         keeper.start();
     tRecording result{};
+    const double processors = processorSeconds();
     const auto start = tClock::now();
     for (std::size_t i = 0; i < cSegments; ++i)
     {
@@ -79,6 +89,7 @@ tRecording record(const std::string& folder, const std::vector<std::string>& seg
     storage.FinishWrite();
     keeper.finish();
     result.finished = bench::secondsSince(start);
+    result.processors = processorSeconds() - processors;
     return result;
 }
 
@@ -90,7 +101,7 @@ void clear(const std::string& folder)
 
 void recording(const std::string& folder, const std::vector<std::string>& segments)
 {
-    std::vector<double> plain, plainProduced, sheets, sheetsProduced;
+    std::vector<double> plain, plainProduced, plainProcessors, sheets, sheetsProduced, sheetsProcessors;
     for (int run = 0; run <= cRuns; ++run)  // the first warms up
     {
         const tRecording without = record(folder, segments, false);
@@ -101,34 +112,65 @@ void recording(const std::string& folder, const std::vector<std::string>& segmen
             continue;
         plain.push_back(without.finished);
         plainProduced.push_back(without.produced);
+        plainProcessors.push_back(without.processors);
         sheets.push_back(with.finished);
         sheetsProduced.push_back(with.produced);
+        sheetsProcessors.push_back(with.processors);
     }
     const auto without = bench::figuresOf(plain), with = bench::figuresOf(sheets);
-    const auto print = [](const char* name, const bench::tFigures& f, std::vector<double> produced) {
-        std::printf("  %-26s %5.2f GB/s  (%.3f to %.3f s), producer %.0f ns a segment\n", name,
+    const auto print = [](const char* name, const bench::tFigures& f, const std::vector<double>& produced,
+                          const std::vector<double>& processors) {
+        std::printf("  %-26s %5.2f GB/s  (%.3f to %.3f s), producer %.0f ns a segment, processors %.0f ns\n", name,
                     cSegments * cSegmentLen / f.median / 1e9, f.low, f.high,
-                    bench::figuresOf(std::move(produced)).median / cSegments * 1e9);
+                    bench::figuresOf(produced).median / cSegments * 1e9,
+                    bench::figuresOf(processors).median / cSegments * 1e9);
     };
-    print("recording without sheets", without, plainProduced);
-    print("recording with sheets", with, sheetsProduced);
+    print("recording without sheets", without, plainProduced, plainProcessors);
+    print("recording with sheets", with, sheetsProduced, sheetsProcessors);
     std::printf("  ratio %.3f (wanted: 0.95)\n", without.median / with.median);
 }
 
-void building(const std::vector<std::string>& segments)
+constexpr std::size_t cBuilt = cSegments / 5;
+
+void addSingly(recordings::tSheetBuilder& builder, const std::vector<std::string>& segments)
+{
+    for (std::size_t i = 0; i < cBuilt; ++i)
+        builder.add(cTime + i * 1000 / cPerSecond, 0, segments[i % segments.size()], 10'000'000 + i * cSegmentLen);
+}
+
+// As they lie in a block of the writer's queue.
+void addBlocks(recordings::tSheetBuilder& builder, const std::vector<std::string>& segments)
+{
+    constexpr std::size_t cInBlock = 800, cAtOnce = 64;
+    std::string block;
+    for (std::size_t i = 0; i < cInBlock; ++i)
+        block += segments[i % segments.size()];
+    std::vector<storage::tWrittenSegment> written;
+    for (std::size_t i = 0; i < cBuilt; ++i)
+    {
+        written.push_back({block.data() + i % cInBlock * cSegmentLen, cSegmentLen, cTime + i * 1000 / cPerSecond, 0,
+                           10'000'000 + i * cSegmentLen});
+        if (written.size() < cAtOnce && i + 1 < cBuilt)
+            continue;
+        builder.addWritten(written.data(), written.size());
+        written.clear();
+    }
+}
+
+template <typename tAdd>
+void building(const char* name, const std::vector<std::string>& segments, tAdd add)
 {
     std::vector<double> times;
     for (int run = 0; run <= cRuns; ++run)
     {
         recordings::tSheetBuilder builder;
-        const auto start = tClock::now();
-        for (std::size_t i = 0; i < cSegments / 5; ++i)
-            builder.add(cTime + i * 1000 / cPerSecond, 0, segments[i % segments.size()], 10'000'000 + i * cSegmentLen);
-        times.push_back(bench::secondsSince(start));
+        const double start = processorSeconds();
+        add(builder, segments);
+        times.push_back(processorSeconds() - start);
     }
     const auto figures = bench::figuresOf(times);
-    std::printf("  tSheetBuilder              %5.2f GB/s, %.0f ns a record\n",
-                cSegments / 5 * cSegmentLen / figures.median / 1e9, figures.median / (cSegments / 5) * 1e9);
+    std::printf("  tSheetBuilder, %-11s %5.2f GB/s, %.0f ns a record\n", name,
+                cBuilt * cSegmentLen / figures.median / 1e9, figures.median / cBuilt * 1e9);
 }
 
 std::string nameOf(const std::string& folder, std::size_t i)
@@ -192,7 +234,8 @@ int main(int argc, char** argv)
     bench::announce("sheet_bench");
     const bench::tScratch scratch(argc > 1 ? argv[1] : nullptr);
     const std::vector<std::string> segments = packages();
-    building(segments);
+    building("one by one", segments, addSingly);
+    building("in blocks", segments, addBlocks);
     reading(scratch.path(), segments);
     recording(scratch.path(), segments);
     return 0;

@@ -1,5 +1,5 @@
-// The codec's parts: the tree and its codes against the plain ones, and the ways that depend on the processor and on
 // the size of the input, which all give the same bits.
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -146,6 +146,20 @@ TEST(tHuffmanRoomsTest, countEveryByteOnceOnEveryProcessor)
     }
     best.clear();
     EXPECT_EQ(best.counts(), tByteCounts{});
+}
+
+TEST(tHuffmanRoomsTest, countLargeInputsAsTheirPieces)
+{
+    constexpr std::size_t cPiece = 1001;
+    tHuffmanInputs inputs(13);
+    std::string bytes;
+    while (bytes.size() < (std::size_t{5} << 20))
+        bytes += inputs.next(10'000) + std::string(bytes.size() % 50, '\0');
+    tByteCounter whole(eInstructions::ePortable), pieces(eInstructions::ePortable);
+    whole.add(bytes.data() + 1, bytes.size() - 1);
+    for (std::size_t at = 1; at < bytes.size(); at += cPiece)
+        pieces.add(bytes.data() + at, std::min(cPiece, bytes.size() - at));
+    EXPECT_EQ(whole.counts(), pieces.counts());
 }
 
 TEST(tHuffmanRoomsTest, throwAwayLanesThatAreNeverInStep)

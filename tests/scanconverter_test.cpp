@@ -85,7 +85,7 @@ TEST(ScanConverterTest, LosesNoSmallTargetAndBlowsNoneUp)
             sky.light(spoke + more, cell, 200);
         targets.emplace_back((double(spoke) + 1.5) / 4096, double(cell) + 0.5);
     }
-    for (const std::size_t size : {900u, 601u, 300u})
+    for (const std::size_t size : {900u, 601u, 600u, 300u})
     {
         const auto pixels = picture(sky.turn(), size);
         std::vector<int> seen(cTargets);

@@ -287,6 +287,32 @@ TEST_F(tSheetTest, hasTheChecksumsOfEverySecondAndMegabyte)
     }());
 }
 
+TEST_F(tSheetTest, saysTheSameOfSegmentsThatLieBackToBack)
+{
+    std::string payload;
+    for (std::size_t i = 0; i < 5000; ++i)
+        segments.push_back({cTime + i / 2, numberedSegment(i, 9 + i * 37 % 900)});
+    for (const tSegment& segment : segments)
+        payload += segment.bytes;
+    std::vector<storage::tWrittenSegment> written;
+    std::uint64_t offset = 0;
+    for (const tSegment& segment : segments)
+    {
+        const bool apart = written.size() % 100 == 99;
+        written.push_back({apart ? segment.bytes.data() : payload.data() + offset,
+                           static_cast<std::uint32_t>(segment.bytes.size()), segment.time,
+                           static_cast<std::uint16_t>(segment.time % 1000), 10'000'000 + offset});
+        offset += segment.bytes.size();
+    }
+    tSheetBuilder together;
+    together.addWritten(written.data(), 1000);
+    together.addWritten(written.data() + 1000, written.size() - 1000);
+    tSheet filled;
+    together.fill(filled);
+    EXPECT_GE(filled.blocks.records.size(), 3u);
+    EXPECT_EQ(sheetText(filled), sheetText(built()));
+}
+
 TEST_F(tSheetTest, countsEachStreamBySecondsWhateverTheClockDoes)
 {
     for (const std::uint64_t second : {100u, 101u, 101u, 4000u, 99u, 101u, 5u})

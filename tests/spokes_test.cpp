@@ -261,6 +261,59 @@ TEST(Cat240Test, SkipsWhatItDoesNotNeedAndReportsCompressedVideo)
     EXPECT_EQ(seen.compressed, 1);
 }
 
+TEST(Cat240Test, PassesOverHostileBytes)
+{
+    const std::string cells = bytes({1, 2, 3, 4}), good = datagramOf(videoOf(cells, 8, 5));
+    const auto changed = [&](std::size_t at, std::initializer_list<int> to) {
+        return std::string(good).replace(at, to.size(), bytes(to));
+    };
+    const struct
+    {
+        const char* what;
+        std::string datagram;
+        bool isWhole;
+        std::size_t spokes;
+    } cases[] = {
+        {"nothing", "", false, 0},
+        {"LEN 0", bytes({0xF0, 0, 0}) + good, false, 0},
+        {"LEN 65,535", good + bytes({0xF0, 0xFF, 0xFF}), false, 1},
+        {"four bytes", bytes({0xF0, 0, 4, 0}) + good, true, 1},
+        {"an FSPEC that goes on", bytes({0xF0, 0, 4, 0xFF}) + good, false, 0},
+        {"an FSPEC without end", bytes({0xF0, 0x0F, 0xFF}) + std::string(0x0FFC, '\x01'), false, 0},
+        {"an item that there is not", changed(4, {0xC9, 0x80}), false, 0},
+        {"REP beyond the datagram", changed(31, {255}), false, 0},
+        {"no blocks", changed(31, {0}), false, 0},
+        {"no cells", changed(26, {0, 0, 0, 0, 0}), true, 0},
+        {"more cells than octets", changed(28, {0xFF, 0xFF, 0xFF}), true, 0},
+        {"more octets than the block", changed(26, {0xFF, 0xFF}), true, 0},
+        {"resolution 0", changed(25, {0}), true, 0},
+        {"resolution 7", changed(25, {7}), true, 0},
+        {"another type", changed(7, {3}), true, 0},
+    };
+    for (const auto& one : cases)
+    {
+        struct : iCat240Sink
+        {
+            void onVideo(const tCat240Video&) override {}
+            void onSummary(const tCat240Summary&) override {}
+        } nothing;
+        EXPECT_EQ(readCat240(one.datagram, nothing), one.isWhole) << one.what;
+        tSeen seen;
+        tSpokeReader reader(layoutsOf(R"("cat240")"));
+        reader.read(one.datagram, {}, seen);
+        reader.finish(seen);
+        EXPECT_EQ(seen.spokes.size(), one.spokes) << one.what;
+    }
+    for (std::size_t size = 0; size < good.size(); ++size)
+    {
+        tSeen seen;
+        tSpokeReader reader(layoutsOf(R"("cat240")"));
+        reader.read(good.substr(0, size), {}, seen);
+        reader.finish(seen);
+        EXPECT_TRUE(seen.spokes.empty()) << "the first " << size << " bytes";
+    }
+}
+
 TEST(WireLossTest, CountsWhatNeverCame)
 {
     const auto missing = [](std::initializer_list<std::uint64_t> numbers, unsigned bits) {

@@ -236,6 +236,24 @@ TEST_F(tToolReplayTest, showsUntilWhenNothingWasRecordedAndSkipsIt)
     EXPECT_EQ(terminal.wait(), 0);
 }
 
+TEST_F(tToolReplayTest, notesAPlaceAndShowsItWhenItIsPassed)
+{
+    const std::string path = record(400, 1000);
+    tTerminalProcess terminal(tool({"replay", path, "--start", "+10s"}));
+    ASSERT_TRUE(terminal.shows("q ends"));
+    terminal.press("n");
+    EXPECT_TRUE(terminal.shows("noted at "));
+    EXPECT_TRUE(terminal.shows("note: noted while replaying"));
+    terminal.press("q");
+    EXPECT_EQ(terminal.wait(), 0);
+    const tJson notes = sheetOf(path).at("notes");
+    ASSERT_EQ(notes.size(), 1u);
+    EXPECT_GE(notes.at(0).at("time_ms"), cTime + 10'000);
+    EXPECT_LT(notes.at(0).at("time_ms"), cTime + 60'000);
+    tTerminalProcess again(tool({"replay", path, "--start", "+9s", "--speed", "10"}));
+    EXPECT_TRUE(again.shows("note: noted while replaying"));
+}
+
 TEST_F(tToolReplayTest, takesKeysAgainHoweverOftenAndHoweverItWasStopped)
 {
     tTerminalProcess terminal(tool({"replay", record(400, 1000)}));

@@ -20,7 +20,10 @@ constexpr std::uint64_t cBlockBytes = std::uint64_t(1) << 20;  // of segments, u
 class tBlockSums
 {
 public:
+    // The segment stays where it is until settle().
     void add(const storage::tIndexSlot& slot, std::uint16_t us, std::string_view segment);
+    // Sums up the segments so far.
+    void settle();
     // Sets the blocks, the one that is not complete included, and the checksum of the fine times.
     void fill(tSheet& sheet) const;
 
@@ -45,6 +48,7 @@ private:
     tSheetBlocks m_blocks;  // complete ones
     std::uint64_t m_second = 0, m_bytes = 0;
     std::uint32_t m_records = 0, m_payload = 0;
+    std::string_view m_pending;  // the last segments, back to back, which m_payload lacks
     tGathered<storage::cIndexSlotSize> m_slots;
     tGathered<storage::cFineTimeSize> m_fineTimes;
     bool m_hasFineTimes = false;

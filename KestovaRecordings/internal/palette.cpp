@@ -14,14 +14,14 @@ struct tStop
 
 constexpr std::uint32_t cOpaque = 0xFF000000;
 
-// The colour between two, `part` of 256 on the way.
-std::uint32_t between(std::uint32_t from, std::uint32_t to, unsigned part)
+// The colour between two, `part` of `whole` on the way.
+std::uint32_t between(std::uint32_t from, std::uint32_t to, unsigned part, unsigned whole)
 {
     std::uint32_t colour = cOpaque;
     for (unsigned shift = 0; shift < 24; shift += 8)
     {
         const unsigned a = from >> shift & 0xFF, b = to >> shift & 0xFF;
-        colour |= (a * (256 - part) + b * part) / 256 << shift;
+        colour |= (a * (whole - part) + b * part + whole / 2) / whole << shift;
     }
     return colour;
 }
@@ -37,7 +37,7 @@ tColours colours(const tStop (&stops)[cCount], std::uint32_t outside, std::uint3
         while (next + 1 < cCount && level > stops[next].level)
             ++next;
         const tStop &low = stops[next - 1], &high = stops[next];
-        result.echoes[level] = between(low.colour, high.colour, 256 * (level - low.level) / (high.level - low.level));
+        result.echoes[level] = between(low.colour, high.colour, level - low.level, high.level - low.level);
     }
     return result;
 }

@@ -19,7 +19,13 @@ constexpr std::uint64_t cStep = 1024;  // records between two looks at `goOn`
 
 tExportSession::tExportSession(const tExportOptions& options)
     : m_options(options), m_found(findAllRecordings(options.paths, options.suffix)),
-      m_records(m_found.files, options.suffix)
+      m_records(m_found.files, options.suffix),
+      m_translator(options.cat240 ? std::make_unique<tCat240Translator>(options.cat240->layouts) : nullptr),
+      m_addSpoke([this](std::string_view datagram, const tMessagePlace& place) {
+          const NetAddress& to = m_options.cat240->group;
+          add(to, place.number, datagram);
+          m_counts[tStreamKey::of(eImageStream, to.ip, net::NtoHs(to.port))].add(datagram);
+      })
 {
     requireRecording();
     requireStreams(m_found.files, options.streams);
@@ -62,6 +68,15 @@ void tExportSession::run(const std::function<bool(double)>& goOn)
                            (m_options.output < 0 ? " was not written" : " has a part of the recording only"));
         write(record);
     }
+    finish();
+}
+
+void tExportSession::finish()
+{
+    if (m_translator)
+        m_translator->finish(m_addSpoke);
+    if (m_translator && m_counts.empty())
+        throw tFailure("no message is a spoke by the layout: see --layout");
     m_writer->finish();
 }
 
@@ -76,12 +91,21 @@ void tExportSession::write(const tRecordingRecord& record)
     if (!m_options.streams.includes(package->info.rwType))
         return;
     const std::uint64_t timeUs = record.timeMs * 1000 + static_cast<std::uint64_t>(std::max(0, record.fineTime));
-    const NetAddress to{package->ip, net::HtoNs(package->port)};
-    for (const std::string& frame : framesOf(m_options.source, to, package->payload, m_id++))
+    if (m_translator)
+    {
+        m_translator->take(*package, {record.timeMs, timeUs}, m_addSpoke);
+        return;
+    }
+    add({package->ip, net::HtoNs(package->port)}, timeUs, package->payload);
+    m_counts[tStreamKey::of(package->info.rwType, package->ip, package->port)].add(package->payload);
+}
+
+void tExportSession::add(const NetAddress& to, std::uint64_t timeUs, std::string_view payload)
+{
+    for (const std::string& frame : framesOf(m_options.source, to, payload, m_id++))
     {
         m_writer->add(timeUs, frame);
         ++m_frames;
     }
-    m_counts[tStreamKey::of(package->info.rwType, package->ip, package->port)].add(package->payload);
 }
 }  // namespace session

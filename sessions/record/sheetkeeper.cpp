@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <span>
 #include <string_view>
 #include <unistd.h>
 #include <utility>
@@ -21,6 +22,8 @@ using namespace recordings;
 namespace
 {
 using tSteady = tWorker::tClock;
+
+constexpr std::size_t cSegmentsAtOnce = 64;  // they are looked at twice, in the cache
 
 std::uint64_t nowMs()
 {
@@ -152,12 +155,16 @@ void tSheetKeeper::SegmentsWritten(const storage::tWrittenSegment* segments, std
     const auto held = m_worker.lock();
     if (m_file == nullptr)
         return;
-    for (const auto* segment = segments; segment != segments + count; ++segment)
+    for (std::size_t done = 0; done < count; done += cSegmentsAtOnce)
     {
-        m_file->builder.add(segment->timeMs, segment->us, {segment->bytes, segment->len}, segment->pos);
-        m_wire.add({segment->bytes, segment->len});
-        if (const auto gpsMs = gpsTimeOf(*segment))
-            m_file->offset.add(receivedMs(*segment), *gpsMs);
+        const std::span some(segments + done, std::min(cSegmentsAtOnce, count - done));
+        m_file->builder.addWritten(some.data(), some.size());
+        for (const storage::tWrittenSegment& segment : some)
+        {
+            m_wire.add({segment.bytes, segment.len});
+            if (const auto gpsMs = gpsTimeOf(segment))
+                m_file->offset.add(receivedMs(segment), *gpsMs);
+        }
     }
 }
 

@@ -12,8 +12,9 @@ namespace
 class tCountingReplayer : public iReplayer, private storage::iDataReadReplayObserver
 {
 public:
-    tCountingReplayer(tReplayProgress& progress, const tStreamChoice& streams, const std::string& suffix)
-        : m_progress(progress), m_streams(streams), m_storage("", suffix.c_str())
+    tCountingReplayer(tReplayProgress& progress, tLateness& lateness, const tStreamChoice& streams,
+                      const std::string& suffix)
+        : m_progress(progress), m_lateness(lateness), m_streams(streams), m_storage("", suffix.c_str())
     {}
     ~tCountingReplayer() override { m_storage.CloseReadingFile(); }
 
@@ -21,6 +22,9 @@ public:
     bool pause(bool on) override { return m_storage.Pause(on); }
     void setSpeed(double factor) override { m_storage.SetSpeed(factor); }
     bool jump(double fraction) override { return m_storage.Jump(fraction); }
+    void setEnd(std::uint64_t timeMs) override { m_storage.SetReplayEnd(timeMs); }
+    void setTopSpeed(bool on) override { m_storage.SetTopSpeed(on); }
+    void setSource(storage::iReplaySource* source) override { m_storage.SetReplaySource(source); }
     void close() override { m_storage.CloseReadingFile(); }
     std::uint64_t unplayed() const override { return m_storage.GetUnreadCnt(); }
 
@@ -34,14 +38,17 @@ private:
                           std::string fileName) override;
 
     tReplayProgress& m_progress;
+    tLateness& m_lateness;
     const tStreamChoice m_streams;
     storage::tDataStorageIO m_storage;  // last: its threads call this object
 };
 
 void tCountingReplayer::UpdateReplayData(std::uint64_t timeMs, double fraction, const char* data, unsigned int len,
-                                         std::string)
+                                         std::string fileName)
 {
+    m_lateness.add(timeMs, m_storage.GetReplayFineTime(), m_storage.GetReplayDueTime());
     m_progress.passed(timeMs, fraction);
+    m_progress.playing(fileName);
     const std::string_view segment(data, len);
     const auto package = viewPackage(segment);
     if (package && m_streams.includes(package->info.rwType))
@@ -51,9 +58,9 @@ void tCountingReplayer::UpdateReplayData(std::uint64_t timeMs, double fraction, 
 }
 }  // namespace
 
-std::unique_ptr<iReplayer> makeCountingReplayer(tReplayProgress& progress, const tStreamChoice& streams,
-                                                const std::string& suffix)
+std::unique_ptr<iReplayer> makeCountingReplayer(tReplayProgress& progress, tLateness& lateness,
+                                                const tStreamChoice& streams, const std::string& suffix)
 {
-    return std::make_unique<tCountingReplayer>(progress, streams, suffix);
+    return std::make_unique<tCountingReplayer>(progress, lateness, streams, suffix);
 }
 }  // namespace session

@@ -74,11 +74,37 @@ void tReplayProgress::status(std::uint8_t status)
     }
     if (status == storage::eReplayPlaying)
         return arrive();
+    if (status == storage::eReplayEnded)
+        return end();
     const std::lock_guard lock(m_mutex);
     if (status == storage::eReplayStopped && m_jump == eLeaving)
         m_jump = eArriving;
-    if (status == storage::eReplayEnded && m_jump == eThere)
+}
+
+void tReplayProgress::end()
+{
+    const auto atEnd = [this] {
+        const std::lock_guard lock(m_mutex);
+        return m_jump == eThere;
+    };
+    if (!atEnd() || m_again())
+        return;
+    const std::lock_guard lock(m_mutex);
+    if (m_jump == eThere)
         m_state.ended = true;
+}
+
+void tReplayProgress::playing(const std::string& file)
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_file != file)
+        m_file = file;
+}
+
+std::string tReplayProgress::file() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_file;
 }
 
 void tReplayProgress::arrive()
@@ -115,6 +141,8 @@ void tReplayProgress::passed(std::uint64_t timeMs, double fraction)
     }
     const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(now - m_stretchStart).count();
     m_clock.set(timeMs, now);
+    m_state.firstMs = m_state.firstMs == 0 ? timeMs : m_state.firstMs;
+    m_state.lastMs = std::max(m_state.lastMs, timeMs);
     m_state.timeMs = timeMs;
     m_state.atRecord = true;
     m_state.fraction = fraction;

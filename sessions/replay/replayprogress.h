@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <string_view>
+#include <utility>
 
 #include "KestovaRecordings/streamcounts.h"
 #include "sessions/replay/recordedclock.h"
@@ -33,10 +35,15 @@ class tReplayProgress
 public:
     // Calls `begin` on the replay thread when everything is open, before the first record: a jump from inside it
     // precedes anything played or sent.
-    explicit tReplayProgress(std::function<void(const tReplayState&)> begin) : m_begin(std::move(begin)) {}
+    // Calls `again` there when the last record has been played; if that returns true a jump from inside it goes on.
+    explicit tReplayProgress(
+        std::function<void(const tReplayState&)> begin, std::function<bool()> again = [] { return false; })
+        : m_begin(std::move(begin)), m_again(std::move(again))
+    {}
 
     tReplayState state() const;
     recordings::tStreamCounts counts() const;
+    std::string file() const;  // that is being played
     // Before a jump: ignores the end of the stretch before it. Calls `arrived` when the jump is at its place, before
     // the first record there, on the thread that jumps or plays.
     void beginJump(std::uint64_t toMs = 0, std::function<void()> arrived = nullptr);
@@ -46,7 +53,8 @@ public:
     // For replayers.
     void status(std::uint8_t status);
     void span(std::uint64_t firstMs, std::uint64_t lastMs);
-    void passed(std::uint64_t timeMs, double fraction);  // a record was played
+    void passed(std::uint64_t timeMs, double fraction);  // a record was played; it may lie behind the span
+    void playing(const std::string& file);               // that records come from
     void count(const recordings::tStreamKey& stream, std::string_view message);
     void uncountLast();  // the message counted last was not delivered
 
@@ -54,6 +62,8 @@ private:
     using tSteady = std::chrono::steady_clock;
 
     const std::function<void(const tReplayState&)> m_begin;
+    const std::function<bool()> m_again;
+    void end();
     void beginStretch();
     void moveTo(std::uint64_t timeMs);
     void arrive();
@@ -69,6 +79,7 @@ private:
     std::function<void()> m_arrived;
     tRecordedClock m_clock;
     tReplayState m_state;
+    std::string m_file;
     recordings::tStreamCounts m_counts;
     recordings::tStreamKey m_lastStream;  // of the message counted last
     recordings::tStreamCount m_before;    // of that stream, before it

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "sessions/simulate/cat240spoke.h"
 #include "sessions/simulate/messages.h"
 #include "sessions/simulate/nmea.h"
 #include "sessions/simulate/spoke.h"
@@ -40,7 +41,10 @@ void tSimulatedRadar::addRadarStreams()
     addStream(eImageStream, revolutionMs / cSpokesPerRevolution, 0.0,
               [this](std::uint64_t n, double time, std::uint64_t timeMs, std::string& bytes) {
                   m_scene.echoes(n, time, m_echoes);
-                  encodeSpoke(n, timeMs, m_echoes, bytes);
+                  if (m_simulation.cat240)
+                      encodeCat240Spoke(n, timeMs, m_echoes, static_cast<std::uint8_t>(m_simulation.id), bytes);
+                  else
+                      encodeSpoke(n, timeMs, m_echoes, bytes);
               });
     addStream(eImageState, 1000.0, 5.0, [this](std::uint64_t, double, std::uint64_t timeMs, std::string& bytes) {
         bytes = imageStateMessage(m_simulation.serial, m_simulation.rpm, timeMs);

@@ -25,6 +25,7 @@ struct tSimulation
     std::bitset<eTotalReadWriteTypes> streams;  // those with an address
     std::uint64_t endNs = UINT64_MAX;           // the simulation ends here
     std::uint64_t spokeLimit = UINT64_MAX;      // the simulation ends after so many spokes
+    bool cat240 = false;                        // spokes in ASTERIX category 240
 };
 
 // The destination of a datagram: a stream of the radar, or a group that all radars share.

@@ -32,6 +32,7 @@ tSimulation simulationFor(const tSimulateOptions& options, const RadarAddress& a
     simulation.id = options.radar.id;
     simulation.seed = options.seed;
     simulation.rpm = options.rpm;
+    simulation.cat240 = options.cat240;
     simulation.startMs = options.startMs != 0 ? options.startMs : utils::time::tTimeParser::GetCurrentTime_ms();
     for (unsigned int kind = 0; kind < eTotalReadWriteTypes; ++kind)
         simulation.streams.set(kind, address.streamAddress(kind).ip != 0 && address.streamAddress(kind).port != 0);

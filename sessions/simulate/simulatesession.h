@@ -29,6 +29,7 @@ struct tSimulateOptions
     std::uint64_t seed = 1;
     std::uint64_t startMs = 0;  // time of the first datagram, ms since the epoch; 0: now
     std::string root;           // storage root to record into what is sent; empty: no recording
+    bool cat240 = false;        // sends spokes in ASTERIX category 240
 };
 
 // One thread at a time.

@@ -30,5 +30,5 @@ if [ "${4:-}" = --renew ]; then
     cat renewed >"$readme"
     exit
 fi
-alike() { sed -E 's/\b[0-9a-f]{16,}\b/DIGEST/g; s/[0-9]+/N/g; s/ +/ /g' "$1"; }
+alike() { sed -E 's/\b[0-9a-f]{16,}\b/DIGEST/g; s/[-+]?[0-9]+/N/g; s/ +/ /g' "$1"; }
 diff -u --label "README shows" --label "the block prints" <(alike shown) <(alike printed)

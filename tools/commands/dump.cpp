@@ -1,11 +1,13 @@
 // kestova dump: the records of data files, one by one.
 #include <algorithm>
+#include <chrono>
 #include <fmt/format.h>
 #include <limits>
 #include <memory>
 #include <numeric>
 #include <optional>
 
+#include "KestovaRecordings/livecursor.h"
 #include "KestovaRecordings/packagecontents.h"
 #include "KestovaRecordings/streamchoice.h"
 #include "KestovaRecordings/survey.h"
@@ -34,11 +36,13 @@ struct tOptions : tRecordingOptions
     std::optional<std::uint64_t> bytes;  // of each payload
     bool all = false;
     bool text = false;
+    bool follow = false;
     bool decode = false;
     std::string layout;
 };
 
-constexpr std::uint64_t cBytesShown = 32;  // of payloads that are not shown as text
+constexpr std::chrono::milliseconds cLook{20};  // for what is being recorded
+constexpr std::uint64_t cBytesShown = 32;       // of payloads that are not shown as text
 // What is looked at beside the records that are shown, for spokes and sentences that are split over several.
 constexpr double cMsBefore = 1000;
 constexpr std::size_t cMostBehind = 10'000;
@@ -78,19 +82,25 @@ public:
     {
         tFoundFiles found = findAllRecordings(m_options.paths, m_options.suffix);
         m_leftOut = std::move(found.leftOut);
-        requireStreams(found.files, m_streams);
+        if (!m_options.follow)
+            requireStreams(found.files, m_streams);
         m_fromMs = timeOf(m_options.from, 0.0);
         m_toMs = timeOf(m_options.to, std::numeric_limits<double>::max());
         if (m_options.decode)
             startDecoding(found.files);
-        bool any = false;
+        bool any = m_options.follow;
+        const auto live = m_options.follow ? std::make_unique<tLiveCursor>(found.files, m_options.suffix) : nullptr;
         for (const std::string& path : found.files)
         {
             if (isOver() || m_stop.requested())
                 break;
+            if (live && path == live->file())
+                continue;
             if (const auto present = presentForm(path, found.files, m_options.suffix))
                 any = dumpFile(*present) || any;
         }
+        if (live)
+            dumpLive(*live);
         if (!any && m_left > 0 && !m_stop.requested())
             throw nothingLeft(m_leftOut);
         if (m_decoded)
@@ -146,6 +156,33 @@ private:
         return true;
     }
 
+    // To the end of the recording that is followed, or to --to.
+    void dumpLive(tLiveCursor& live)
+    {
+        tLiveRecord record;
+        while (!isOver() && !m_stop.requested())
+        {
+            if (!live.next(record))
+            {
+                m_console.flush();
+                if (live.over() || m_stop.wait(cLook))
+                    break;
+                continue;
+            }
+            const double time = static_cast<double>(record.timeMs);
+            const bool isShown = isWanted(time);
+            if (!isShown && !isBeside(time))
+            {
+                if (time > m_toMs)
+                    break;
+                continue;
+            }
+            m_segment.assign(record.bytes, record.len);
+            dumpRecord(live.file(), record.timeMs, isShown);
+        }
+        m_damaged += live.damaged();
+    }
+
     void dumpRecords(storage::tDataFile& file)
     {
         m_damaged += file.damagedCount();
@@ -158,7 +195,7 @@ private:
             if (!isShown && !isBeside(static_cast<double>(timeMs)))
                 continue;
             if (file.read(i, m_segment))
-                dumpRecord(file, timeMs, isShown);
+                dumpRecord(file.path(), timeMs, isShown);
             else
                 m_damaged += isShown ? 1 : 0;
         }
@@ -177,7 +214,7 @@ private:
     bool needsMore() const { return m_decoded && m_decoded->isWaiting() && m_behind < cMostBehind; }
     bool isOver() const { return m_left == 0 && !needsMore(); }
 
-    void dumpRecord(const storage::tDataFile& file, std::uint64_t timeMs, bool isShown)
+    void dumpRecord(const std::string& file, std::uint64_t timeMs, bool isShown)
     {
         const auto package = viewPackage(m_segment);
         if (package ? !m_streams.includes(package->info.rwType) : !m_streams.includesAll())
@@ -231,10 +268,10 @@ private:
                            part.size() < bytes.size() ? "..." : "");
     }
 
-    tJson json(const storage::tDataFile& file, std::uint64_t timeMs, const std::optional<tPackageContents>& package,
+    tJson json(const std::string& file, std::uint64_t timeMs, const std::optional<tPackageContents>& package,
                std::string_view bytes) const
     {
-        tJson line = {{"schema", "kestova/dump/2"}, {"file", file.path()}, {"time_ms", timeMs}};
+        tJson line = {{"schema", "kestova/dump/2"}, {"file", file}, {"time_ms", timeMs}};
         if (package)
         {
             const tStreamKey key = keyOf(package);
@@ -291,6 +328,7 @@ void addDump(CLI::App& app, tRun& chosen)
             ->check(wholeNumber());
     command.add_flag("--all", options->all, "Show whole payloads")->excludes(bytes);
     command.add_flag("--text", options->text, "Show payloads with sentences ($GPRMC,..., !AIVDM,...) as escaped text");
+    command.add_flag("--follow", options->follow, "Go on while it is being recorded, until its recorder ends");
     CLI::Option* const decode =
         command.add_flag("--decode", options->decode, "Show the spokes and sentences in the payloads");
     addLayout(command, options->layout);

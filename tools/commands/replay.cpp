@@ -3,8 +3,11 @@
 #include <memory>
 #include <stdexcept>
 
+#include "KestovaRecordings/archive.h"
+#include "KestovaRecordings/groupaddress.h"
 #include "tools/commands/commands.h"
 #include "tools/commands/replayrun.h"
+#include "tools/commands/spokelayouts.h"
 #include "tools/shell/options.h"
 #include "tools/shell/places.h"
 #include "tools/shell/units.h"
@@ -17,9 +20,11 @@ struct tOptions
 {
     session::tReplayOptions replay;
     std::vector<std::string> streams;
-    std::string start;
+    std::string start, end;
     std::string skipSilence;
     std::vector<std::string> maps;
+    std::vector<std::string> as;  // a format and its group
+    std::string layout;
     bool json = false;
 };
 
@@ -57,11 +62,31 @@ int replay(const tOptions& given, tConsole& console)
     options.streams = recordings::parseStreams(given.streams);
     if (!given.start.empty())
         options.start = parseMoment(given.start);
+    if (!given.end.empty())
+        options.end = parseMoment(given.end);
     if (!given.skipSilence.empty())
         options.skippedSilenceMs = parseSilence(given.skipSilence);
     for (const std::string& rule : given.maps)
         options.map.add(rule);
-    return tReplayRun(options, given.start, given.json, console).run();
+    if (!given.as.empty())
+        options.cat240 = session::tReplayedCat240{
+            recordings::parseGroup(given.as.back()),
+            spokeLayoutsFor(recordings::findAllRecordings(options.paths, options.suffix).files, given.layout)};
+    return tReplayRun(options, given.start, given.end, given.json, console).run();
+}
+
+// Reports a wrong format or group as wrong usage.
+void checkFormat(const std::vector<std::string>& as)
+try
+{
+    if (!as.empty() && as.front() != "cat240")
+        throw CLI::ValidationError("--as", "'" + as.front() + "' is no format that spokes can be sent in: cat240 is");
+    if (!as.empty())
+        recordings::parseGroup(as.back());
+}
+catch (const std::invalid_argument& error)
+{
+    throw CLI::ValidationError("--as", error.what());
 }
 
 // Reports a wrong rule, or rules that contradict each other, as wrong usage.
@@ -77,17 +102,29 @@ catch (const std::invalid_argument& error)
     throw CLI::ValidationError("--map", error.what());
 }
 
+void addPace(CLI::App& command, tOptions& options)
+{
+    CLI::Option* const speed =
+        command.add_option("--speed", options.replay.speed, "Recorded time over playing time, 0.001 to 1000000")
+            ->type_name("N")
+            ->check(checkedBy(parseSpeed))
+            ->capture_default_str();
+    command.add_flag("--top-speed", options.replay.topSpeed, "As fast as it goes: every record, in order")
+        ->excludes(speed);
+}
+
 void addPlaying(CLI::App& command, tOptions& options)
 {
     addPaths(command, options.replay.paths);
     addSuffix(command, options.replay.suffix);
-    command.add_option("--speed", options.replay.speed, "Recorded time over playing time, 0.001 to 1000000")
-        ->type_name("N")
-        ->check(checkedBy(parseSpeed))
-        ->capture_default_str();
+    addPace(command, options);
     command.add_option("--start", options.start, "Where to begin: +90s, -90s, 50% or \"2024-05-17 08:30:00\"")
         ->type_name("PLACE")
         ->check(checkedBy(parseMoment));
+    command.add_option("--end", options.end, "Where to end, before what is recorded there")
+        ->type_name("PLACE")
+        ->check(checkedBy(parseMoment));
+    command.add_flag("--follow", options.replay.follow, "Play on while it is being recorded, until its recorder ends");
     command
         .add_option("--skip-silence", options.skipSilence,
                     "Skip times longer than this when nothing was recorded (10 s)")
@@ -109,6 +146,16 @@ void addNetwork(CLI::App& command, tOptions& options)
         ->type_name("FROM=TO")
         ->allow_extra_args(false)
         ->needs(net);
+    CLI::Option* const as =
+        command
+            .add_option("--as", options.as,
+                        "cat240 GROUP: send spokes in the public standard for radar video, ASTERIX CAT240, to this "
+                        "group")
+            ->type_name("FORMAT GROUP:PORT")
+            ->expected(2)
+            ->needs(net);
+    addLayout(command, options.layout);
+    command.get_option("--layout")->needs(as);
 }
 }  // namespace
 
@@ -120,19 +167,23 @@ void addReplay(CLI::App& app, tRun& chosen)
         "Plays at the recorded pace and ends with a table of what was played; several paths are played as one\n"
         "recording. At a terminal, keys steer it: space pauses, left and right jump 10 s, up and down a minute, + and "
         "-\n"
-        "change the speed, g skips a time when nothing was recorded, q ends.\n"
+        "change the speed, g skips a time when nothing was recorded, n notes the place, q ends. With --start, --end\n"
+        "and --loop it plays a part again and again.\n"
         "Examples: kestova replay recordings --start +00:10:00 --speed 4 --streams imageStream,arpaStream\n"
-        "          kestova replay recordings --net --local-ip eth0 --map 239.17.0.1:6001=239.99.0.1:6001");
+        "          kestova replay recordings --net --local-ip eth0 --map 239.17.0.1:6001=239.99.0.1:6001\n"
+        "          kestova replay recordings --net --local-ip eth0 --as cat240 239.99.0.5:8600");
     addPlaying(command, *options);
     addNetwork(command, *options);
     CLI::Option* const loop =
         command.add_option("--loop", options->replay.passes, "Play so many times; until Ctrl-C without a number")
             ->type_name("[N]")
             ->expected(0, 1)
-            ->check(checkedBy(parsePasses));
+            ->check(checkedBy(parsePasses))
+            ->excludes(command.get_option("--follow"));
     CLI::Option* const silence = command.get_option("--skip-silence");
     command.callback([options, loop, silence, &chosen] {
         checkMaps(options->maps);
+        checkFormat(options->as);
         if (!loop->empty() && loop->results().front().empty())
             options->replay.passes = 0;
         if (!silence->empty() && options->skipSilence.empty())

@@ -17,25 +17,29 @@ class tConsole;
 class tReplayRun
 {
 public:
-    // `start` is the text of the option. Throws tFailure if there is nothing to play.
-    tReplayRun(const session::tReplayOptions& options, std::string start, bool json, tConsole& console);
+    // `start` and `end` are the texts of the options. Throws tFailure if there is nothing to play.
+    tReplayRun(const session::tReplayOptions& options, std::string start, std::string end, bool json,
+               tConsole& console);
     int run();
 
 private:
-    void checkStart() const;
+    void checkPlaces() const;
     bool waitForOpening();
     void playAll();
     bool playToEnd();
     bool handleKeys();
     void press(eKey key);
+    void note();
     std::string progressLine() const;
     std::string silenceText(const session::tReplayState& state) const;
+    std::string noteText(const session::tReplayState& state) const;
+    std::string speedText() const;
     int report(bool ended);
     tJson json(bool ended) const;
     std::string text() const;
 
     const session::tReplayOptions& m_options;
-    const std::string m_start;
+    const std::string m_start, m_end;
     const bool m_asJson;
     tConsole& m_console;
     tStopSignal m_stop;

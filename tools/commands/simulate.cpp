@@ -111,6 +111,8 @@ void addSimulate(CLI::App& app, tRun& chosen)
         .add_option("--start-time", options->simulate.startMs,
                     "Time of the first datagram in ms since the epoch, for repeatable bytes; now where not given")
         ->check(wholeNumber(1, storage::cTimeLimit - 1));
+    command.add_flag("--cat240", options->simulate.cat240,
+                     "Send spokes in the public standard for radar video, ASTERIX CAT240");
     command
         .add_option("--root", options->simulate.root,
                     "Record what is sent below this storage root, for kestova diff with what arrived")

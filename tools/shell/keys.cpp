@@ -15,9 +15,10 @@ namespace tool
 {
 namespace
 {
-constexpr std::array<std::pair<std::string_view, eKey>, 15> cSequences{{
+constexpr std::array<std::pair<std::string_view, eKey>, 16> cSequences{{
     {" ", eKey::ePause},
     {"g", eKey::eSkip},
+    {"n", eKey::eNote},
     {"+", eKey::eFaster},
     {"=", eKey::eFaster},
     {"-", eKey::eSlower},

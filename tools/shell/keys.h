@@ -17,6 +17,7 @@ enum class eKey
     eFaster,
     eSlower,
     eSkip,
+    eNote,
     eQuit
 };
 

@@ -1,6 +1,8 @@
 #include "KestovaStorage/internal/codec/bytecounter.h"
 
 #include <algorithm>
+#include <memory>
+#include <new>
 
 #include "KestovaStorage/internal/codec/bytecounter_avx512.h"
 #include "common/byteorder.h"
@@ -9,6 +11,11 @@ namespace huffman
 {
 namespace
 {
+constexpr std::size_t cStep = 2 * tCounterLanes::cCount;
+// From here on counting pairs saves more time than their counters cost.
+constexpr std::size_t cBytesWorthPairs = 4 << 20;
+constexpr std::size_t cPairLane = cByteValues * cByteValues + 16;  // as tCounterLanes::cSize
+
 // Of 16 bytes.
 bool areZeros(const unsigned char* bytes)
 {
@@ -43,8 +50,9 @@ void tByteCounter::add(const tByteCounts& counts)
 
 void tByteCounter::addPiece(const unsigned char* bytes, std::size_t len)
 {
-    constexpr std::size_t cStep = 2 * tCounterLanes::cCount;
-    std::size_t i = m_vectors ? countVectors(bytes, len, m_counts, m_lanes) : 0;
+    std::size_t i = m_vectors                 ? countVectors(bytes, len, m_counts, m_lanes)
+                    : len >= cBytesWorthPairs ? addPairs(bytes, len)
+                                              : 0;
     std::uint64_t zeros = 0;
     for (; len - i >= cStep; i += cStep)
     {
@@ -59,6 +67,41 @@ void tByteCounter::addPiece(const unsigned char* bytes, std::size_t len)
     m_counts[0] += zeros;
     for (; i < len; ++i)
         ++m_lanes.of[i % tCounterLanes::cCount][bytes[i]];
+}
+
+// Counting waits for its stores: pairs of bytes need half as many. Two counters of each pair, for the reason of the
+// lanes. Returns the number of bytes counted: none without memory.
+std::size_t tByteCounter::addPairs(const unsigned char* bytes, std::size_t len)
+{
+    const std::unique_ptr<std::uint32_t[]> lanes(new (std::nothrow) std::uint32_t[2 * cPairLane]());
+    if (!lanes)
+        return 0;
+    std::uint64_t zeros = 0;
+    std::size_t i = 0;
+    for (; len - i >= cStep; i += cStep)
+    {
+        if (areZeros(bytes + i))
+        {
+            zeros += cStep;
+            continue;
+        }
+        for (std::size_t at = 0; at < cStep; at += 2)
+            ++lanes[at / 2 % 2 * cPairLane + le::load<std::uint16_t>(bytes + i + at)];
+    }
+    for (std::size_t second = 0; second < cByteValues; ++second)
+    {
+        std::uint64_t sum = 0;
+        for (std::size_t first = 0; first < cByteValues; ++first)
+        {
+            const std::size_t pair = second * cByteValues + first;
+            const std::uint32_t count = lanes[pair] + lanes[cPairLane + pair];  // cannot overflow: see cMostInLanes
+            m_counts[first] += count;
+            sum += count;
+        }
+        m_counts[second] += sum;
+    }
+    m_counts[0] += zeros;
+    return i;
 }
 
 void tByteCounter::sumUp()

@@ -3,7 +3,7 @@
 // Shapes   several counters per value, used in turn: otherwise runs of one value, common in radar data, would wait for
 //          the same counter at each byte. counts() sums them up. Runs of zeros, common too, are counted at once. On
 //          processors with the instructions, vectors count a part of the bytes straight into the sums
-//          (bytecounter_avx512.h).
+//          (bytecounter_avx512.h); without them two bytes at a time are counted of large inputs.
 // Threads  starts none and locks nothing: one thread at a time.
 #ifndef KESTOVA_STORAGE_CODEC_BYTECOUNTER_H
 #define KESTOVA_STORAGE_CODEC_BYTECOUNTER_H
@@ -43,6 +43,7 @@ private:
     static constexpr std::uint64_t cMostInLanes = UINT32_MAX;  // no lane can overflow before
 
     void addPiece(const unsigned char* bytes, std::size_t len);
+    std::size_t addPairs(const unsigned char* bytes, std::size_t len);
     void sumUp();
 
     const bool m_vectors;

@@ -66,6 +66,7 @@ public:
         const std::size_t place = record % cBlock;
         return place < m_times.size() && m_times[place] < cFineTimeLimit ? m_times[place] : -1;
     }
+    void refresh() { m_block = SIZE_MAX; }  // the file may have grown
 
 private:
     static constexpr std::size_t cBlock = 1024;  // records read at once

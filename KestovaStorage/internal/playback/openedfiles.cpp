@@ -47,6 +47,17 @@ void tOpenedFiles::open(const std::vector<std::string>& opened, const std::strin
     putInOrder(cancelled);
 }
 
+std::vector<tReplayedFile> tOpenedFiles::files() const
+{
+    std::vector<tReplayedFile> files;
+    for (const tFile& file : m_files)
+    {
+        const std::size_t count = file.reader->count();
+        files.push_back({file.reader->path().c_str(), count == 0 ? 0 : file.reader->slotNumber(count - 1) + 1});
+    }
+    return files;
+}
+
 void tOpenedFiles::clear()
 {
     *this = tOpenedFiles();

@@ -21,6 +21,7 @@
 #include "KestovaStorage/internal/datafile/finetimes.h"
 #include "KestovaStorage/internal/datafile/segmentreader.h"
 #include "KestovaStorage/internal/playback/timeline.h"
+#include "KestovaStorage/replaysource.h"
 #include "common/descriptor.h"
 
 namespace storage
@@ -36,6 +37,8 @@ public:
     void clear();
 
     const tTimeline& timeline() const { return m_timeline; }
+    // Returns the files, valid until they change, each with the number of its index slots up to the last whole record.
+    std::vector<tReplayedFile> files() const;
 
     struct tSegment
     {

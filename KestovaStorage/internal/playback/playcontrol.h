@@ -33,6 +33,9 @@ public:
     void close();
     bool pause(bool pause) { return m_player.pause(pause); }
     void setSpeed(tReplaySpeed speed) { m_player.setSpeed(speed); }
+    void setEnd(std::uint64_t timeMs) { m_player.setEnd(timeMs); }
+    void setTopSpeed(bool on) { m_player.setTopSpeed(on); }
+    void setSource(iReplaySource* source) { m_player.setSource(source); }
     std::uint64_t unreadCnt() const { return m_player.unreadCnt(); }
     int fineTime() const { return m_player.fineTime(); }
     std::int64_t dueTime_ns() const { return m_player.dueTime_ns(); }

@@ -224,6 +224,18 @@ void tPlayer::play()
         interrupt();
     }
     tCaller caller(m_observer);
+    m_lastTime = 0;
+    m_reachedEnd = false;
+    bool more = playOpened(caller);
+    if (!more && !m_reachedEnd && m_source != nullptr)
+        more = playSource(caller);
+    caller.rest();
+    leave(more);
+}
+
+// Returns whether something is left.
+bool tPlayer::playOpened(tCaller& caller)
+{
     tTimeline::tCursor cursor(m_files.timeline(), m_startKey);
     tTimelineSegment segment{};
     bool more = cursor.next(segment);
@@ -234,13 +246,14 @@ void tPlayer::play()
     }
     for (; more; more = cursor.next(segment))
     {
-        m_current = dueOf(segment, cursor.record());
+        expect(dueOf(segment, cursor.record()), storage::timeOf(cursor.record()));
         if (!isDue(m_current) && !waitFor(caller, m_current))
             break;
+        if (m_reachedEnd)
+            return false;
         deliver(caller, segment, cursor.record());
     }
-    caller.rest();
-    leave(more);
+    return more;
 }
 
 // Reports the end, unless deferred commands interrupt playing: they report it themselves.
@@ -264,19 +277,36 @@ void tPlayer::leave(bool more)
     m_ended.notify_all();
 }
 
+tPlayer::tDue tPlayer::tDue::of(std::uint64_t timeMs, int us)
+{
+    return {us < 0 ? keyOfTime(timeMs) : exactKey(timeMs, static_cast<std::uint32_t>(us)), us};
+}
+
 // Segments of one millisecond are due together: by their keys the first would come a tick before the others.
 tPlayer::tDue tPlayer::dueOf(const tTimelineSegment& segment, const tIndexSlot& record)
 {
     const int us = m_files.fineTime(segment, record);
-    if (us < 0)
-        return {segment.key - segment.key % cKeysPerMs, us};
-    return {exactKey(storage::timeOf(record), static_cast<std::uint32_t>(us)), us};
+    return us < 0 ? tDue{segment.key - segment.key % cKeysPerMs, us} : tDue::of(storage::timeOf(record), us);
+}
+
+// Makes a segment the present one; or, in place of one behind it, the end.
+void tPlayer::expect(const tDue& due, std::uint64_t timeMs)
+{
+    const std::uint64_t end = m_endMs;
+    m_reachedEnd = timeMs >= end;
+    m_current = m_reachedEnd ? tDue::of(end, due.exact() ? 0 : -1) : due;
+    if (m_topSpeed)
+        m_current.key = 0;
+    m_lastTime = timeMs;
+    m_forgiven = {};
 }
 
 std::int64_t tPlayer::dueTime_ns() const
 {
     const tWorker::tLock held = lock();
-    return m_clock.paused() ? 0 : std::chrono::nanoseconds(timeOf(m_current).time_since_epoch()).count();
+    if (m_clock.paused() || m_topSpeed)
+        return 0;
+    return std::chrono::nanoseconds(timeOf(m_current).time_since_epoch() - m_forgiven).count();
 }
 
 // Waits until the segment is due; returns false if playing ends before. What is due by then needs neither the lock nor
@@ -298,7 +328,10 @@ bool tPlayer::waitFor(tCaller& caller, const tDue& segment)
         if (now >= due)
         {
             if (now - due > cLongStall)
+            {
+                m_forgiven = now - due;
                 m_clock.forgetDelay(now, due);
+            }
             m_dueUntil = m_clock.position(now) | (cKeysPerMs - 1);
             m_exactUntil = m_clock.exactPosition(now);
             return true;

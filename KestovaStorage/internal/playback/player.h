@@ -9,15 +9,18 @@
 #define KESTOVA_STORAGE_PLAYBACK_PLAYER_H
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "KestovaStorage/internal/playback/openedfiles.h"
 #include "KestovaStorage/internal/playback/playclock.h"
 #include "KestovaStorage/replayobserver.h"
+#include "KestovaStorage/replaysource.h"
 #include "common/observers.h"
 #include "common/worker.h"
 
@@ -49,6 +52,10 @@ public:
 
     bool pause(bool pause);  // returns false unless active
     void setSpeed(tReplaySpeed speed);
+    // From the next start of playing on; see tDataStorageIO.
+    void setEnd(std::uint64_t timeMs) { m_endMs = timeMs == 0 ? UINT64_MAX : timeMs; }
+    void setTopSpeed(bool on) { m_topSpeed = on; }
+    void setSource(iReplaySource* source) { m_source = source; }
     std::uint64_t unreadCnt() const { return m_unreadCnt; }  // segments that were due and could not be read
     // Of the segment being delivered, inside that call; see tDataStorageIO.
     int fineTime() const { return m_current.us; }
@@ -102,8 +109,17 @@ private:
         int us = -1;
 
         bool exact() const { return us >= 0; }
+        static tDue of(std::uint64_t timeMs, int us);
     };
     tDue dueOf(const tTimelineSegment& segment, const tIndexSlot& record);
+    void expect(const tDue& due, std::uint64_t timeMs);
+    bool playOpened(tCaller& caller);
+    bool playSource(tCaller& caller);
+    bool awaitSource(tCaller& caller, iReplaySource& source, tReplaySourceSegment& segment,
+                     std::optional<tPlayClock::tTime>& nothing);
+    void meetSource(const tReplaySourceSegment& segment, bool waited,
+                    const std::optional<tPlayClock::tTime>& exhausted);
+    bool playFrom(tCaller& caller, const tReplaySourceSegment& segment);
     tPlayClock::tTime timeOf(const tDue& due) const
     {
         return due.exact() ? m_clock.exactDueTime(due.key) : m_clock.dueTime(due.key);
@@ -141,7 +157,13 @@ private:
     // The thread's own:
     std::uint64_t m_dueUntil = 0, m_exactUntil = 0;  // keys known to be due
     tDue m_current;                                  // the segment being delivered, or waited for
+    std::chrono::nanoseconds m_forgiven{0};          // how late it was after a stall, which the clock has forgotten
+    std::uint64_t m_lastTime = 0;                    // its time, 0 for none
+    bool m_reachedEnd = false;                       // playing has come to m_endMs
     tOpenedFiles m_files;
+    std::atomic<std::uint64_t> m_endMs{UINT64_MAX};  // playing ends before the first segment of this time or later
+    std::atomic<bool> m_topSpeed{false};
+    std::atomic<iReplaySource*> m_source{nullptr};
     std::atomic<std::uint64_t> m_unreadCnt{0};
 
     tWorker m_thread;

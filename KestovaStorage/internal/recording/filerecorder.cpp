@@ -323,6 +323,7 @@ bool tFileRecorder::writeBatch(tSegmentBlocks& batch)
     }
     if (observed)
         batch.clear();
+    m_observation.callWaiting();
     return true;
 }
 

@@ -11,6 +11,7 @@ namespace
 {
 constexpr std::size_t cSegmentsACall = 1024;  // their descriptions stay in a core's cache
 constexpr std::size_t cMostSpares = 16;
+constexpr std::size_t cWakeAt = 2 << 20;  // bytes of blocks that wait while the writer goes on
 }  // namespace
 
 void tWriteObservation::fileStarted(const std::string& path, const tFileId& id)
@@ -52,12 +53,21 @@ void tWriteObservation::release(std::unique_ptr<tSegmentBlock> block)
 {
     post({.kind = tEvent::eReleased, .block = std::move(block)});
     tWorker::tLock held = m_thread.lock();
+    if (m_behind >= cWakeAt)
+        m_thread.notify();
     m_thread.waitUntil(held, tWorker::tClock::time_point::max(), [this] { return m_behind < cMostBehind; });
+}
+
+void tWriteObservation::callWaiting()
+{
+    if (active())
+        m_thread.notify();
 }
 
 void tWriteObservation::waitUntilCalled()
 {
     tWorker::tLock held = m_thread.lock();
+    m_thread.notify();
     const std::uint64_t target = m_postedCnt;
     m_thread.waitUntil(held, tWorker::tClock::time_point::max(), [&] { return m_calledCnt >= target; });
 }
@@ -76,16 +86,17 @@ void tWriteObservation::post(tEvent event)
     const bool onThread = startThread();
     if (!onThread)
         call(event);
-    m_thread.wake([&] {
+    const bool mayWait = onThread && (event.kind == tEvent::eWritten || event.kind == tEvent::eReleased);
+    {
+        const tWorker::tLock held = m_thread.lock();
         ++m_postedCnt;
-        if (!onThread)
-        {
-            ++m_calledCnt;
-            return;
-        }
-        m_behind += event.block ? event.block->size() : 0;
-        m_events.push_back(std::move(event));
-    });
+        m_calledCnt += onThread ? 0 : 1;
+        m_behind += onThread && event.block ? event.block->size() : 0;
+        if (onThread)
+            m_events.push_back(std::move(event));
+    }
+    if (!mayWait)
+        m_thread.notify();
 }
 
 bool tWriteObservation::startThread()

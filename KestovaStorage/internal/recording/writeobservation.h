@@ -48,6 +48,9 @@ public:
 
     // With an observer: takes a block, all of whose segments were posted.
     void release(std::unique_ptr<tSegmentBlock> block);
+    // Has segments and blocks called that were posted: on their own they wake the thread once they are many, since
+    // waking it for each block costs the writer more than the block.
+    void callWaiting();
 
 private:
     struct tEvent

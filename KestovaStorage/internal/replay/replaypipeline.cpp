@@ -64,7 +64,7 @@ void tReplayPipeline::process(const tReplayContext& context)
                                            net::transAddr(m_record.udpAddr).c_str(), m_record.udpPort,
                                            m_record.payload(), m_record.msgLen());
     if (m_network != nullptr)
-        send();
+        send(context.replayTime);
     // Kept: a service message on the service group is counted here and once more for its kind.
     if (m_record.udpAddr == multiRadarServiceAddress().ip)
         countService(context.observer);
@@ -92,9 +92,17 @@ void tReplayPipeline::keepSpoke(iRadarReplayModifyObserver& observer, const char
                                           std::string(m_record.message())});
 }
 
-void tReplayPipeline::send()
+void tReplayPipeline::send(tTimes_ms replayTime)
 {
-    ++(m_network->send(m_record.destination(), m_record.message()) ? m_sentCnt : m_refusedCnt);
+    tReplaySending sending = eReplaySendAsItIs;
+    m_sender.through([&](iRadarReplaySender& sender) {
+        sending = sender.SendReplayRecord(replayTime, m_record.msgInfo().type, m_record.msgInfo().rwType,
+                                          m_record.udpAddr, m_record.udpPort, m_record.payload(), m_record.msgLen());
+    });
+    const bool sent = sending == eReplaySendAsItIs ? m_network->send(m_record.destination(), m_record.message())
+                                                   : sending == eReplaySentOtherwise;
+    ++(sent ? m_sentCnt : m_refusedCnt);
+    m_sendObserver.through([sent](iRadarReplaySendObserver& observer) { observer.UpdateReplaySent(sent); });
 }
 
 void tReplayPipeline::countService(iRadarDataReplayObserver* observer)

@@ -27,6 +27,8 @@ public:
     tReplayPipeline(const tTypes& types, tReplayOutput* network) : m_types(types), m_network(network) {}
 
     void setModifyObserver(iRadarReplayModifyObserver* observer) { m_dataModifyObserver.set(observer); }
+    void setSendObserver(iRadarReplaySendObserver* observer) { m_sendObserver.set(observer); }
+    void setSender(iRadarReplaySender* sender) { m_sender.set(sender); }
     std::uint64_t sentCnt() const { return m_sentCnt; }
     std::uint64_t refusedCnt() const { return m_refusedCnt; }
     std::uint64_t damagedCnt() const { return m_damagedCnt; }
@@ -49,13 +51,15 @@ private:
     void process(const tReplayContext& context);
     void modify(iRadarReplayModifyObserver& observer, const tReplayContext& context);
     void keepSpoke(iRadarReplayModifyObserver& observer, const char* group);
-    void send();
+    void send(tTimes_ms replayTime);
     void countService(iRadarDataReplayObserver* observer);
     void reportCounters(iRadarDataReplayObserver* observer) const;
 
     const tTypes m_types;
     tReplayOutput* const m_network;
     tObserverGate<iRadarReplayModifyObserver> m_dataModifyObserver;
+    tObserverGate<iRadarReplaySendObserver> m_sendObserver;
+    tObserverGate<iRadarReplaySender> m_sender;
     tEditableRecord m_record;
     std::string m_currFileName;
     std::uint32_t m_userCtrlMsgCnt = 0;

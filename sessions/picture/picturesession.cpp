@@ -1,0 +1,130 @@
+#include "sessions/picture/picturesession.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fmt/format.h>
+#include <optional>
+
+#include "KestovaRecordings/failure.h"
+#include "sessions/picture/y4mwriter.h"
+
+namespace session
+{
+using namespace recordings;
+
+namespace
+{
+std::string remarkOn(const tTurnAt& turn)
+{
+    return turn.reference == utils::eReferenceUnknown ? "north not known: no reference" : "north not known: no heading";
+}
+
+void requireEmpty(const std::string& folder)
+{
+    std::error_code error;
+    std::filesystem::create_directory(folder, error);
+    if (error)
+        throw tFailure(fmt::format("{} cannot be made: {}", folder, error.message()));
+    const std::filesystem::directory_iterator entries(folder, error);
+    if (error)
+        throw tFailure(fmt::format("{}: {}", folder, error.message()));
+    if (entries != std::filesystem::directory_iterator())
+        throw tFailure(fmt::format("{} is not empty: the pictures get a folder of their own", folder));
+}
+
+// "00000012_2024-05-17_08-30-00.250.png": sorts by time even where the clock was set back.
+std::string pictureName(std::uint64_t number, std::string time)
+{
+    std::replace(time.begin(), time.end(), ' ', '_');
+    std::replace(time.begin(), time.end(), ':', '-');
+    return fmt::format("{:08}_{}.png", number, time);
+}
+
+// How long a whole turn takes.
+std::uint64_t periodOf(const tTurn& turn)
+{
+    const double steps = static_cast<double>(turn.spokes()), between = std::max(steps - 1, 1.0);
+    const double lasted = static_cast<double>(turn.lastMs() - turn.firstMs()) * steps / between;
+    return static_cast<std::uint64_t>(std::llround(lasted / std::max(turn.covered(), 0.01)));
+}
+}  // namespace
+
+tPictureSession::tPictureSession(tPictureJob job)
+    : m_job(std::move(job)), m_recording(m_job.files, m_job.suffix), m_picture(m_job.picture)
+{}
+
+void tPictureSession::draw(const tTurnAt& turn)
+{
+    tPictureFacts facts = factsOf(turn);
+    const std::string time = m_job.timeText(turn.turn.lastMs());
+    const std::size_t blank = time.find(' ');
+    facts.date = time.substr(0, blank);
+    facts.time = blank == std::string::npos ? "" : time.substr(blank + 1);
+    const bool isNorthUp = turn.up == utils::eReferenceNorth;
+    if (m_job.northUp && !isNorthUp)
+        facts.remark = remarkOn(turn);
+    m_picture.draw(turn.turn, facts);
+    m_drawn.firstMs = m_drawn.pictures == 0 ? turn.turn.firstMs() : m_drawn.firstMs;
+    m_drawn.lastMs = turn.turn.lastMs();
+    m_drawn.spokes += turn.turn.spokes();
+    m_drawn.missing += turn.missing;
+    m_drawn.covered = turn.turn.covered();
+    m_drawn.rangeM = turn.turn.rangeM();
+    m_drawn.isNorthUp = isNorthUp;
+    m_drawn.reference = turn.reference;
+    ++m_drawn.pictures;
+}
+
+tDrawn tPictureSession::drawMoment(std::uint64_t atMs, const std::string& path)
+{
+    tTurnAt turn = turnAt(m_recording, m_job.layouts, atMs, m_job.northUp ? eUp::eNorth : eUp::eAsReceived);
+    if (turn.turn.spokes() == 0)
+        throw tFailure(fmt::format("{}: no spokes up to {}", m_job.name, m_job.timeText(atMs)));
+    if (m_job.picture.targets)
+        turn.navigation = navigationAt(m_recording, atMs);
+    m_drawn = {};
+    draw(turn);
+    m_picture.writePng(path);
+    return m_drawn;
+}
+
+tDrawn tPictureSession::forEachTurn(const std::function<void(const tTurnAt& turn)>& write, const tProgress& goOn)
+{
+    m_drawn = {};
+    const auto span = static_cast<double>(std::max<std::uint64_t>(m_recording.lastMs() - m_recording.firstMs(), 1));
+    const bool isComplete = forEachRevolution(
+        m_recording, m_job.layouts, m_job.northUp ? eUp::eNorth : eUp::eAsReceived, [&](const tTurnAt& turn) {
+            draw(turn);
+            write(turn);
+            return goOn(static_cast<double>(m_drawn.lastMs - m_recording.firstMs()) / span, m_drawn);
+        });
+    if (m_drawn.pictures == 0)
+        throw tFailure(m_job.name + ": no spokes of a turn that is finished");
+    m_drawn.isComplete = isComplete;
+    return m_drawn;
+}
+
+tDrawn tPictureSession::drawTurns(const std::string& folder, const tProgress& goOn)
+{
+    requireEmpty(folder);
+    return forEachTurn(
+        [&](const tTurnAt& turn) {
+            const std::string name = pictureName(m_drawn.pictures - 1, m_job.timeText(turn.turn.firstMs()));
+            m_picture.writePng((std::filesystem::path(folder) / name).string());
+        },
+        goOn);
+}
+
+tDrawn tPictureSession::streamTurns(int output, const tProgress& goOn)
+{
+    std::optional<tY4mWriter> video;
+    return forEachTurn(
+        [&](const tTurnAt& turn) {
+            if (!video)
+                video.emplace(output, m_picture.size(), periodOf(turn.turn));
+            video->write(m_picture.pixels());
+        },
+        goOn);
+}
+}  // namespace session
