@@ -96,8 +96,8 @@ private:
         if (best.mask != ~std::uint64_t{0})
             m_spoke["azimuth"]["mask"] = best.mask;
         m_spoke["azimuth"]["per_turn"] = best.period;
-        std::string why = fmt::format("the {} go on by {} and around by {}, {} times", placeText(best.place), best.step,
-                                      best.period, best.turns);
+        std::string why = fmt::format("the {} go on by {} and around by {}, {}", placeText(best.place), best.step,
+                                      best.period, best.turns == 1 ? "once" : fmt::format("{} times", best.turns));
         for (std::size_t i = 1; i < found.size(); ++i)
             why += fmt::format("; the {} go around by {} as well: these cannot be told apart",
                                placeText(found[i].place), found[i].period);

@@ -154,7 +154,7 @@ TEST_F(tToolDecodeTest, takesTheLayoutFromTheSheetAndGuessesOne)
     for (unsigned i = 0; i < 4500; ++i)
         packages.push_back(image(i, foreign(i % 2048, i)));
     const std::string file = fileOf(packages, 1);
-    const tJson guess = result({"layout", file, "--guess"});
+    const tJson guess = parsed(said({"layout", file, "--guess"}));
     expectIn(guess.at("spoke"),
              {{"match", {{"0", "4652"}}}, {"sequence", {{"at", 4}, {"width", 2}}}, {"order", "big"}});
     EXPECT_EQ(guess.at("why").at("sequence").get<std::string>().rfind("the 2 bytes at 4 go on by one", 0), 0u);

@@ -25,7 +25,12 @@ try {
 }
 
 let state = 12345;
-const below = n => Math.floor((state = (state * 1103515245 + 12345) % 2147483648) / 2147483648 * n);
+function below(n) {  // mulberry32
+    state = (state + 0x6D2B79F5) | 0;
+    let t = Math.imul(state ^ (state >>> 15), 1 | state);
+    t = (t + Math.imul(t ^ (t >>> 7), 61 | t)) ^ t;
+    return Math.floor(((t ^ (t >>> 14)) >>> 0) / 4294967296 * n);
+}
 const number = (n, digits) => (below(n * 10 ** digits) / 10 ** digits).toFixed(digits);
 const pad = (n, width) => String(n).padStart(width, "0");
 const sum = body => [...body].reduce((all, c) => all ^ c.charCodeAt(0), 0).toString(16).toUpperCase().padStart(2, "0");
@@ -67,8 +72,7 @@ function ais() {
 
 // A capture of one datagram each, which Kestova imports.
 function capture(messages) {
-    const parts = [Buffer.from("d4c3b2a1020004000000000000000000000001000000010000".slice(0, 48), "hex")];
-    parts[0] = Buffer.alloc(24);
+    const parts = [Buffer.alloc(24)];
     parts[0].writeUInt32LE(0xa1b2c3d4, 0);
     parts[0].writeUInt16LE(2, 4);
     parts[0].writeUInt16LE(4, 6);
@@ -123,7 +127,7 @@ function aisWants(lines) {
     const session = {};
     let is;
     for (const line of lines) is = new AisDecode(line, session);
-    const type = Number(is.aistype), wants = { mmsi: Number(is.mmsi), ais_type: type };
+    const type = Number(is.aistype), wants = { mmsi: is.immsi, ais_type: type };
     if ([1, 2, 3, 18, 19].includes(type)) {
         const there = is.lon >= -180 && is.lon <= 180 && is.lat >= -90 && is.lat <= 90;
         wants.latitude_deg = valid(is.lat, there);
@@ -148,7 +152,7 @@ const folder = mkdtempSync(join(tmpdir(), "kestova-sentences-"));
 let differences = 0, values = 0;
 try {
     writeFileSync(join(folder, "sentences.pcap"), capture(messages));
-    execFileSync(tool, ["pcap", join(folder, "sentences.pcap"), "--to", join(folder, "root")], { stdio: "ignore" });
+    execFileSync(tool, ["pcap", join(folder, "sentences.pcap"), "--select", "all", "--to", join(folder, "root")], { stdio: "ignore" });
     const output = execFileSync(tool, ["dump", join(folder, "root"), "--decode", "--json"],
                                 { maxBuffer: 2 ** 30, stdio: ["ignore", "pipe", "ignore"] });
     const lines = output.toString().trim().split("\n");
