@@ -162,11 +162,12 @@ TEST_F(tPictureTest, showsTargetsAndTheCoastWhereTheyAre)
         return std::find_if(afar, spokes[azimuth].end(), [](int e) { return e > 130; }) - spokes[azimuth].begin();
     };
     int checked = 0;
-    for (std::size_t azimuth = 900; azimuth < 1100; azimuth += 5)
+    for (std::size_t azimuth = 300; azimuth < 1700; ++azimuth)
     {
         const auto coast = coastAt(azimuth);
         const bool isSteep = std::abs(coastAt(azimuth - 6) - coast) > 1 || std::abs(coastAt(azimuth + 6) - coast) > 1;
-        if (isSteep || coast < 70)  // for a check in one pixel; or where the clutter hides it
+        if (isSteep || coast < 70 ||
+            coast > 500)  // for a check in one pixel; or where the clutter hides it, or none is
             continue;
         const double angle = (double(azimuth) + 0.5) / cTurn * 2 * std::numbers::pi;
         const double cell = session::cRangeMetres / 512.0, on = (double(coast) + 0.5) * cell, off = on - 5 * cell;
