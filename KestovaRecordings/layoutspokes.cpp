@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 
 #include "KestovaStorage/datafileformat.h"
 #include "common/byteorder.h"
@@ -28,9 +29,7 @@ public:
             m_complete = false;
             return 0;
         }
-        return (stored(reinterpret_cast<const unsigned char*>(m_message.data()) + field.at, field.width) &
-                field.mask) >>
-               field.shift;
+        return (stored(field) & field.mask) >> field.shift;
     }
     double number(const tSpokeField& field)
     {
@@ -39,14 +38,18 @@ public:
     bool complete() const { return m_complete; }
 
 private:
-    std::uint64_t stored(const unsigned char* at, unsigned width) const
+    // Loads eight bytes where the message has them: one load is faster than as many as the field is wide.
+    std::uint64_t stored(const tSpokeField& field) const
     {
-        if (width == 8)
-            return m_bigEndian ? be::load<std::uint64_t>(at) : le::load<std::uint64_t>(at);
+        const auto* const at = reinterpret_cast<const unsigned char*>(m_message.data()) + field.at;
+        const unsigned unused = 64 - 8 * unsigned{field.width};
+        if (m_message.size() - field.at >= sizeof(std::uint64_t))
+            return m_bigEndian ? be::load<std::uint64_t>(at) >> unused
+                               : le::load<std::uint64_t>(at) & ~std::uint64_t{0} >> unused;
         if (!m_bigEndian)
-            return le::loadPart(at, width);
+            return le::loadPart(at, field.width);
         std::uint64_t value = 0;
-        for (unsigned i = 0; i < width; ++i)
+        for (unsigned i = 0; i < field.width; ++i)
             value = value << 8 | at[i];
         return value;
     }
@@ -56,57 +59,65 @@ private:
     bool m_complete = true;
 };
 
-tCells cellsIn(const tSpokeLayout& layout, std::string_view message, tFields& fields)
+void setCells(tCells& cells, const tSpokeLayout& layout, std::string_view message, tFields& fields)
 {
-    tCells cells;
     cells.bits = layout.cellBits;
     cells.bigEndian = layout.bigEndian;
     if (layout.cellsAt >= message.size())
-        return cells;
-    const std::uint64_t room = (message.size() - layout.cellsAt) * 8 / layout.cellBits;
-    const std::uint64_t wanted = layout.cellsToTheEnd ? room : fields.whole(layout.cellCount);
-    if (wanted > room)
-        return cells;
+        return;
+    const std::uint64_t bits = (message.size() - layout.cellsAt) * 8;
+    const std::uint64_t wanted = layout.cellsToTheEnd ? bits / layout.cellBits : fields.whole(layout.cellCount);
+    if (wanted > bits || wanted * layout.cellBits > bits)
+        return;
     cells.bytes = reinterpret_cast<const unsigned char*>(message.data()) + layout.cellsAt;
     cells.count = static_cast<std::uint32_t>(wanted);
-    return cells;
 }
 
-std::optional<std::uint64_t> possibleTime(double ms)
+void setTime(std::optional<std::uint64_t>& time, double ms)
 {
-    if (!(ms < static_cast<double>(storage::cTimeLimit)))
-        return std::nullopt;
-    return static_cast<std::uint64_t>(ms);
+    if (ms < static_cast<double>(storage::cTimeLimit))
+        time.emplace(static_cast<std::uint64_t>(ms));
 }
-
 }  // namespace
 
 bool matches(const tSpokeLayout& layout, std::string_view message)
 {
     return std::all_of(layout.match.begin(), layout.match.end(), [&](const utils::tSpokeMatch& one) {
-        return one.at <= message.size() && message.substr(one.at, one.bytes.size()) == one.bytes;
+        const std::size_t size = one.bytes.size();
+        if (one.at > message.size() || message.size() - one.at < size)
+            return false;
+        const char* const at = message.data() + one.at;
+        const char* const wanted = one.bytes.data();
+        if (size == sizeof(std::uint32_t))  // as most have it
+            return le::load<std::uint32_t>(at) == le::load<std::uint32_t>(wanted);
+        return std::memcmp(at, wanted, size) == 0;
     });
 }
 
+// The spoke is made where the caller gets it: copying it just after its parts were written costs as much as the rest.
 std::optional<tSpoke> readSpoke(const tSpokeLayout& layout, std::string_view message)
 {
     tFields fields(message, layout.bigEndian);
-    tSpoke spoke;
-    spoke.cells = cellsIn(layout, message, fields);
+    std::optional<tSpoke> made(std::in_place);
+    tSpoke& spoke = *made;
+    setCells(spoke.cells, layout, message, fields);
     const double azimuth = fields.number(layout.azimuth);
     const double perTurn = fields.number(layout.perTurn);
     const double range = fields.number(layout.range) * layout.rangeUnit;
     if (layout.sequence.isField())
-        spoke.sequence = fields.whole(layout.sequence);
+        spoke.sequence.emplace(fields.whole(layout.sequence));
     if (layout.time.isField())
-        spoke.timeMs = possibleTime(static_cast<double>(fields.whole(layout.time)) * layout.timeUnit);
+        setTime(spoke.timeMs, static_cast<double>(fields.whole(layout.time)) * layout.timeUnit);
     if (!fields.complete() || spoke.cells.count == 0 || !(azimuth < perTurn))
-        return std::nullopt;
+    {
+        made.reset();
+        return made;
+    }
     spoke.reference = layout.reference;
     spoke.bearingFrom = azimuth / perTurn;
     spoke.bearingTo = azimuth + 1 < perTurn ? (azimuth + 1) / perTurn : 0;
     spoke.cellM = range / spoke.cells.count;
-    return spoke;
+    return made;
 }
 
 std::optional<std::uint64_t> sequenceIn(const tSpokeLayout& layout, std::string_view message)
