@@ -13,7 +13,7 @@ namespace recordings
 namespace
 {
 constexpr std::size_t cLongestLine = 1024;
-constexpr std::string_view cDatagramHead("UdPbC", 6);  // of IEC 61162-450, with its zero
+constexpr std::string_view cDatagramHead("UdPbC\0", 6);  // of IEC 61162-450, with its zero
 constexpr std::size_t cFragmentSlots = 32, cMostFragments = 9;
 
 // The fragments of AIS messages until they are complete. A slot that is needed is taken from the message that has

@@ -63,7 +63,7 @@ std::optional<std::uint32_t> tSentenceFields::msOfDay(std::size_t i) const
     if (!hour || !minute || !second || !all || *hour > 23 || *minute > 59 || *second > 59)
         return std::nullopt;
     const double fraction = *all - std::floor(*all);
-    return ((*hour * 60 + *minute) * 60 + *second) * 1000 + static_cast<std::uint32_t>(fraction * 1000 + 0.5);
+    return ((*hour * 60 + *minute) * 60 + *second) * 1000 + static_cast<std::uint32_t>(std::lround(fraction * 1000));
 }
 
 std::optional<unsigned> digitsAt(std::string_view text, std::size_t at, std::size_t count)
