@@ -221,7 +221,7 @@ bool tReplaySession::beginNextPass()
 tNote tReplaySession::noteHere(const std::string& text)
 {
     const std::string played = m_progress.file();
-    const tNote note{m_progress.state().clockMs, text};
+    tNote note{m_progress.state().clockMs, text};
     if (played.empty())
         throw tFailure("nothing has been played that a note could be on");
     addNote(presentForm(played, {}, m_options.suffix).value_or(played), note);
