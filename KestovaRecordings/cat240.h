@@ -63,6 +63,9 @@ public:
     virtual ~iCat240Sink() = default;
     virtual void onVideo(const tCat240Video& video) = 0;
     virtual void onSummary(const tCat240Summary& summary) = 0;
+    // A video message that lacks what it must have, or whose counts are wrong: its source and number alone. Does
+    // nothing unless it is overridden.
+    virtual void onDamagedVideo(const tCat240Video& /*video*/) {}
 };
 
 // Reads the data blocks of a datagram. Returns false if a part of it is no category 240: what comes before has been

@@ -32,9 +32,10 @@ public:
             if (m_at == m_end)
                 return false;
         } while ((*m_at++ & cMoreFspec) != 0);
+        const unsigned char* const fspecEnd = m_at;
         items.fill(nullptr);
         unsigned item = 0;
-        for (const unsigned char* byte = fspec; byte != fspecEnd(fspec); ++byte)
+        for (const unsigned char* byte = fspec; byte != fspecEnd; ++byte)
         {
             for (unsigned bit = 0; bit < 7; ++bit)
             {
@@ -47,12 +48,6 @@ public:
     }
 
 private:
-    static const unsigned char* fspecEnd(const unsigned char* fspec)
-    {
-        while ((*fspec & cMoreFspec) != 0)
-            ++fspec;
-        return fspec + 1;
-    }
     bool take(unsigned item, tItems& items)
     {
         if (item > eSpecial || m_at == m_end)
@@ -131,11 +126,11 @@ void passOn(const tItems& items, iCat240Sink& sink)
     if (*items[eMessageType] != cVideoMessage || items[eSequence] == nullptr)
         return;
     tCat240Video video;
-    if (!readHeader(items, video) || !readCells(items, video))
-        return;
     video.sac = items[eDataSource][0];
     video.sic = items[eDataSource][1];
     video.sequence = be::load<std::uint32_t>(items[eSequence]);
+    if (!readHeader(items, video) || !readCells(items, video))
+        return sink.onDamagedVideo(video);
     video.timeOfDay = timeOfDayIn(items);
     sink.onVideo(video);
 }

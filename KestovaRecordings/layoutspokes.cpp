@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstring>
 
 #include "KestovaStorage/datafileformat.h"
@@ -73,10 +74,13 @@ void setCells(tCells& cells, const tSpokeLayout& layout, std::string_view messag
     cells.count = static_cast<std::uint32_t>(wanted);
 }
 
-void setTime(std::optional<std::uint64_t>& time, double ms)
+// In whole numbers where the unit is a part of a ms: the product would not be exact.
+void setTime(std::optional<std::uint64_t>& time, std::uint64_t number, double unitMs)
 {
+    const double ms = static_cast<double>(number) * unitMs;
     if (ms < static_cast<double>(storage::cTimeLimit))
-        time.emplace(static_cast<std::uint64_t>(ms));
+        time.emplace(unitMs < 1 ? number / static_cast<std::uint64_t>(std::lround(1 / unitMs))
+                                : static_cast<std::uint64_t>(ms));
 }
 }  // namespace
 
@@ -107,7 +111,7 @@ std::optional<tSpoke> readSpoke(const tSpokeLayout& layout, std::string_view mes
     if (layout.sequence.isField())
         spoke.sequence.emplace(fields.whole(layout.sequence));
     if (layout.time.isField())
-        setTime(spoke.timeMs, static_cast<double>(fields.whole(layout.time)) * layout.timeUnit);
+        setTime(spoke.timeMs, fields.whole(layout.time), layout.timeUnit);
     if (!fields.complete() || spoke.cells.count == 0 || !(azimuth < perTurn))
     {
         made.reset();

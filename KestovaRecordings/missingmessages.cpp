@@ -67,6 +67,7 @@ private:
             m_sources[source].add(number, bits);
     }
     static unsigned sourceOf(std::uint8_t sac, std::uint8_t sic) { return 1u + (unsigned{sac} << 8 | sic); }
+    void onDamagedVideo(const tCat240Video& video) override { onVideo(video); }  // its number did come
     void onVideo(const tCat240Video& video) override
     {
         addNumber(sourceOf(video.sac, video.sic), video.sequence, cStandardBits);

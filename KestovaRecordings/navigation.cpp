@@ -72,6 +72,9 @@ private:
 void tNavigation::add(const tSentence& sentence, std::uint64_t timeMs)
 {
     const bool isAis = sentence.mmsi.has_value();
+    const bool isOfTarget = sentence.type == "TTM" || sentence.type == "TLL" || sentence.type == "VDM";
+    if (!isAis && !sentence.target && isOfTarget)
+        return;  // of nobody knows which one
     if (!isAis && !sentence.target)
         return addOwn(sentence, timeMs);
     if (sentence.type == "VDO")

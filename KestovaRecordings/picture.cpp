@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <numbers>
+#include <sys/stat.h>
 
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/internal/canvas.h"
@@ -28,13 +29,20 @@ constexpr int cRings = 4;
 void writeBeside(const std::string& path, const std::string& bytes)
 {
     const std::string part = path + ".part";
+    bool isMade = false;
     const auto fail = [&] {
         const int error = errno;
-        std::remove(part.c_str());
+        if (isMade)
+            std::remove(part.c_str());
         throw tFailure(fmt::format("{} cannot be written: {}", path, std::strerror(error)));
     };
-    tDescriptor file(::open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-    if (!file.valid() || !file.writeAllAt(bytes.data(), bytes.size(), 0))
+    struct stat there
+    {};
+    if (::stat(path.c_str(), &there) == 0 && !S_ISREG(there.st_mode))  // a device or a pipe is not to be replaced
+        throw tFailure(fmt::format("{} cannot be written: it is no regular file", path));
+    tDescriptor file(::open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666));
+    isMade = file.valid();
+    if (!isMade || !file.writeAllAt(bytes.data(), bytes.size(), 0))
         fail();
     file.reset();
     if (std::rename(part.c_str(), path.c_str()) != 0)

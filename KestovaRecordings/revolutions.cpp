@@ -39,7 +39,8 @@ private:
 }  // namespace
 
 bool forEachRevolution(const tTimeRange& recording, const std::vector<utils::tSpokeLayout>& layouts, eUp up,
-                       const std::function<bool(const tTurnAt& turn)>& visit)
+                       const std::function<bool(const tTurnAt& turn)>& visit,
+                       const std::function<bool(std::uint64_t timeMs)>& goOn)
 {
     tTurnReader reader(layouts, up);
     tZeroCrossings crossings;
@@ -55,6 +56,7 @@ bool forEachRevolution(const tTimeRange& recording, const std::vector<utils::tSp
         0, UINT64_MAX, [](tReadWriteType) { return true; },
         [&](std::uint64_t timeMs, const tPackageContents& package) {
             reader.read(timeMs, package);
+            goesOn = goesOn && (!goOn || goOn(timeMs));
             return goesOn;
         });
     reader.finish();

@@ -9,6 +9,7 @@ namespace recordings
 {
 namespace
 {
+constexpr unsigned cSequenceBits = 32;
 constexpr std::uint32_t cMostCells = 1 << 20;  // of a spoke that was put together
 
 double turns(std::uint16_t azimuth)
@@ -25,7 +26,7 @@ public:
     // Returns whether the message goes on where the spoke ended.
     bool isContinuedBy(const tCat240Video& video) const
     {
-        return !isEmpty() && video.sac == m_part.sac && video.sic == m_part.sic &&
+        return !isEmpty() && video.cells.count != 0 && video.sac == m_part.sac && video.sic == m_part.sic &&
                video.startAzimuth == m_part.startAzimuth && video.endAzimuth == m_part.endAzimuth &&
                video.cells.bits == m_part.cells.bits && video.cellM == m_part.cellM &&
                video.startCell == m_part.startCell + m_spoke.cells.count &&
@@ -115,9 +116,9 @@ private:
         if (spoke)
             m_sink->onSpoke(*spoke, m_place);
     }
+    void onDamagedVideo(const tCat240Video& video) override { m_sink->onSequence(video.sequence, cSequenceBits); }
     void onVideo(const tCat240Video& video) override
     {
-        constexpr unsigned cSequenceBits = 32;
         m_sink->onSequence(video.sequence, cSequenceBits);
         if (m_split.isContinuedBy(video))
             return m_split.append(video, m_place);

@@ -150,6 +150,9 @@ void tTurn::add(const tSpoke& spoke, double turned, std::uint64_t timeMs)
                {}};
     if (held.to == held.from)
         held.to += cThinnest;
+    constexpr std::uint32_t cHalfTurn = 0x8000'0000;
+    if (held.to - held.from > cHalfTurn)  // from end to start: an antenna that turns backwards
+        std::swap(held.from, held.to);
     joinTo(held);
     if (!m_spare.empty())
     {

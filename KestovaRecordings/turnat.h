@@ -40,10 +40,12 @@ KESTOVA_API tTurnAt turnAt(const tTimeRange& recording, const std::vector<utils:
 
 // Calls `visit` for each turn from bearing 0 to bearing 0, in the order of recording, for the first stream that has
 // spokes by one of the layouts. Of the first turn there is what was recorded; one that the recording does not finish is
-// left out. `turn` is valid during the call, which returns whether to go on; returns false if a call did. An antenna
-// that swings to and fro over 0 begins no other turn before it has turned by half. Any thread.
+// left out. `turn` is valid during the call, which returns whether to go on, as `goOn` does, unless it is empty: it is
+// called with the time of every package. Returns false if a call did. An antenna that swings to and fro over 0 begins
+// no other turn before it has turned by half. Any thread.
 KESTOVA_API bool forEachRevolution(const tTimeRange& recording, const std::vector<utils::tSpokeLayout>& layouts, eUp up,
-                                   const std::function<bool(const tTurnAt& turn)>& visit);
+                                   const std::function<bool(const tTurnAt& turn)>& visit,
+                                   const std::function<bool(std::uint64_t timeMs)>& goOn = {});
 }  // namespace recordings
 
 #endif

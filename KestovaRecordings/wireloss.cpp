@@ -14,12 +14,12 @@ void tWireLoss::add(std::uint64_t number, unsigned bits)
         m_begun = true;
         m_missed.reset();
         m_last = number;
+        m_unnumbered = 0;
     }
     else if (ahead > behind)
         comeLate(number);
     else if (ahead != 0)
         goOn(number, ahead, mask);
-    m_unnumbered = 0;
 }
 
 // A summary between may have taken a number: then nobody knows which one is missing, and none can come late.
@@ -33,6 +33,7 @@ void tWireLoss::goOn(std::uint64_t number, std::uint64_t steps, std::uint64_t ma
     for (std::uint64_t back = 0; back < std::min(steps, cWindow); ++back)
         m_missed.set(((number - back) & mask) % cWindow, back != 0 && missed == between);
     m_last = number;
+    m_unnumbered = 0;
 }
 
 void tWireLoss::comeLate(std::uint64_t number)

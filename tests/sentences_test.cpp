@@ -43,6 +43,8 @@ TEST(SentencesTest, PositionAndTime)
     EXPECT_DOUBLE_EQ(rmc.speedKn.value(), 22.4);
     EXPECT_DOUBLE_EQ(rmc.courseDeg.value(), 84.4);
     EXPECT_EQ(rmc.utcMs, 764'467'199'500u);
+    EXPECT_TRUE(one("GPRMC,120000,A,4807.038,N,01131.000,E,1,2,,,").utcMs) << "of the recording's date";
+    EXPECT_FALSE(one("GPRMC,120000,A,4807.038,N,01131.000,E,-5,2,230394,,").speedKn);
     const tSentence invalid = one("GPRMC,120000,V,4807.038,N,01131.000,E,,,230394,,");
     EXPECT_FALSE(invalid.latitudeDeg || invalid.speedKn);
     EXPECT_TRUE(invalid.utcMs);

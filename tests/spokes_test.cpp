@@ -165,6 +165,8 @@ TEST(SpokeLayoutTest, RefusesWithTheKeyAndTheReason)
                 HasSubstr("cells: count"));
     EXPECT_THAT(refusalOf("{" + azimuth + R"(, "cells": {"at": 1, "count": 9, "bits": 7}})"),
                 HasSubstr("bits is none"));
+    EXPECT_THAT(refusalOf("{" + cells + "," + azimuth + R"(, "match": {"4294967296": "5a"}})"),
+                HasSubstr("is no offset"));
     EXPECT_THAT(refusalOf(R"("cat062")"), HasSubstr("no layout and not"));
     EXPECT_THAT(refusalOf(R"({"source": "cat240", "reference": "north"})"), "accepted");
     std::vector<utils::tRadarEntry> radars;
@@ -335,6 +337,13 @@ TEST(WireLossTest, CountsWhatNeverCame)
     loss.addUnnumbered();
     loss.add(3, 32);
     EXPECT_EQ(loss.missing(), 0u) << "a summary took the number";
+    tWireLoss late;
+    late.add(1, 32);
+    late.add(3, 32);
+    late.addUnnumbered();
+    late.add(2, 32);
+    late.add(5, 32);
+    EXPECT_EQ(late.missing(), 0u) << "a late one takes no number of a summary";
 }
 
 TEST(LayoutGuessTest, FindsAllOfTheSimulatorThatIsInItsData)

@@ -23,13 +23,20 @@ void readTimeOfDay(const tSentenceFields& fields, std::size_t at, std::uint64_t 
         sentence.utcMs = nearestMs(*time, timeMs);
 }
 
+// A number that is none below zero.
+std::optional<double> amount(const tSentenceFields& fields, std::size_t at)
+{
+    const auto value = fields.number(at);
+    return value && *value >= 0 ? value : std::nullopt;
+}
+
 // A date without a century is one from 1980 to 2079, as the epoch of GPS has it.
 unsigned fullYear(unsigned year)
 {
     return year < 80 ? 2000 + year : 1900 + year;
 }
 
-void readRmc(const tSentenceFields& fields, std::uint64_t, tSentence& sentence)
+void readRmc(const tSentenceFields& fields, std::uint64_t timeMs, tSentence& sentence)
 {
     const auto time = fields.msOfDay(1);
     const std::string_view date = fields.text(9);
@@ -39,10 +46,12 @@ void readRmc(const tSentenceFields& fields, std::uint64_t, tSentence& sentence)
         if (const auto midnight = dateMs(fullYear(*year), *month, *day))
             sentence.utcMs = *midnight + *time;
     }
+    else if (date.empty())
+        readTimeOfDay(fields, 1, timeMs, sentence);
     if (fields.letter(2) != 'A')
         return;
     readPosition(fields, 3, sentence);
-    sentence.speedKn = fields.number(7);
+    sentence.speedKn = amount(fields, 7);
     sentence.courseDeg = fields.degrees(8);
 }
 
@@ -68,11 +77,13 @@ void readVtg(const tSentenceFields& fields, std::uint64_t, tSentence& sentence)
     if (fields.letter(2) == 'T')
         sentence.courseDeg = fields.degrees(1);
     if (fields.letter(6) == 'N')
-        sentence.speedKn = fields.number(5);
+        sentence.speedKn = amount(fields, 5);
 }
 
-void readZda(const tSentenceFields& fields, std::uint64_t, tSentence& sentence)
+void readZda(const tSentenceFields& fields, std::uint64_t timeMs, tSentence& sentence)
 {
+    if (fields.text(2).empty() && fields.text(3).empty() && fields.text(4).empty())
+        return readTimeOfDay(fields, 1, timeMs, sentence);
     const auto time = fields.msOfDay(1);
     const auto day = fields.whole(2), month = fields.whole(3), year = fields.whole(4);
     if (!time || !day || !month || !year)
@@ -96,17 +107,17 @@ void readThs(const tSentenceFields& fields, std::uint64_t, tSentence& sentence)
 // The offset leads from the transducer to the waterline (positive) or to the keel (negative).
 void readDpt(const tSentenceFields& fields, std::uint64_t, tSentence& sentence)
 {
-    if (const auto depth = fields.number(1))
+    if (const auto depth = amount(fields, 1))
         sentence.depthM = *depth + fields.number(2).value_or(0);
 }
 
 void readDbt(const tSentenceFields& fields, std::uint64_t, tSentence& sentence)
 {
-    if (fields.letter(4) == 'M' && fields.number(3))
-        sentence.depthM = fields.number(3);
-    else if (fields.letter(2) == 'f' && fields.number(1))
+    if (fields.letter(4) == 'M' && amount(fields, 3))
+        sentence.depthM = amount(fields, 3);
+    else if (fields.letter(2) == 'f' && amount(fields, 1))
         sentence.depthM = *fields.number(1) * cMetresPerFoot;
-    else if (fields.letter(6) == 'F' && fields.number(5))
+    else if (fields.letter(6) == 'F' && amount(fields, 5))
         sentence.depthM = *fields.number(5) * cMetresPerFathom;
 }
 
@@ -133,7 +144,7 @@ void readTtm(const tSentenceFields& fields, std::uint64_t timeMs, tSentence& sen
         sentence.bearingReference = utils::eReferenceNorth;
     else if (sentence.bearingDeg && fields.letter(4) == 'R')
         sentence.bearingReference = utils::eReferenceBow;
-    if (const auto speed = fields.number(5))
+    if (const auto speed = amount(fields, 5))
         sentence.speedKn = *speed / units;
     if (fields.letter(7) == 'T')
         sentence.courseDeg = fields.degrees(6);

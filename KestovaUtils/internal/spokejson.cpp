@@ -136,7 +136,8 @@ tSpokeMatch matchIn(const std::string& place, const json& value)
 {
     std::uint32_t at = 0;
     const char* const end = place.data() + place.size();
-    if (place.empty() || std::from_chars(place.data(), end, at).ptr != end || at > cLastOffset)
+    const auto [read, error] = std::from_chars(place.data(), end, at);
+    if (error != std::errc() || read != end || at > cLastOffset)
         throw tDirectoryError("key " + shown(place) + " is no offset from 0 to " + std::to_string(cLastOffset));
     return {at, inKey(place, [&] { return bytesIn(value); })};
 }

@@ -41,12 +41,16 @@ std::string pictureName(std::uint64_t number, std::string time)
     return fmt::format("{:08}_{}.png", number, time);
 }
 
+constexpr double cLongestTurnMs = 600'000;
+
 // How long a whole turn takes.
 std::uint64_t periodOf(const tTurn& turn)
 {
     const double steps = static_cast<double>(turn.spokes()), between = std::max(steps - 1, 1.0);
-    const double lasted = static_cast<double>(turn.lastMs() - turn.firstMs()) * steps / between;
-    return static_cast<std::uint64_t>(std::llround(lasted / std::max(turn.covered(), 0.01)));
+    const double lasted =
+        static_cast<double>(turn.lastMs() - std::min(turn.firstMs(), turn.lastMs())) * steps / between;
+    return static_cast<std::uint64_t>(
+        std::llround(std::clamp(lasted / std::max(turn.covered(), 0.01), 1.0, cLongestTurnMs)));
 }
 }  // namespace
 
@@ -94,13 +98,19 @@ tDrawn tPictureSession::forEachTurn(const std::function<void(const tTurnAt& turn
     m_drawn = {};
     const auto span = static_cast<double>(std::max<std::uint64_t>(m_recording.lastMs() - m_recording.firstMs(), 1));
     const bool isComplete = forEachRevolution(
-        m_recording, m_job.layouts, m_job.northUp ? eUp::eNorth : eUp::eAsReceived, [&](const tTurnAt& turn) {
+        m_recording, m_job.layouts, m_job.northUp ? eUp::eNorth : eUp::eAsReceived,
+        [&](const tTurnAt& turn) {
             draw(turn);
             write(turn);
-            return goOn(static_cast<double>(m_drawn.lastMs - m_recording.firstMs()) / span, m_drawn);
+            return true;
+        },
+        [&](std::uint64_t timeMs) {
+            const std::uint64_t past = timeMs - std::min(timeMs, m_recording.firstMs());
+            return goOn(std::min(static_cast<double>(past) / span, 1.0), m_drawn);
         });
     if (m_drawn.pictures == 0)
-        throw tFailure(m_job.name + ": no spokes of a turn that is finished");
+        throw tFailure(m_job.name + (isComplete ? ": no spokes of a turn that is finished"
+                                                : ": interrupted before the end of a turn"));
     m_drawn.isComplete = isComplete;
     return m_drawn;
 }

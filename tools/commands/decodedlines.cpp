@@ -14,6 +14,7 @@ using namespace recordings;
 namespace
 {
 constexpr std::size_t cMostLines = 4096;
+constexpr std::size_t cMostStreams = 256;  // that are decoded
 constexpr std::uint64_t cNone = std::numeric_limits<std::uint64_t>::max();
 
 const char* nameOf(utils::tBearingReference reference)
@@ -153,6 +154,8 @@ void tDecodedLines::add(const tStreamKey& stream, std::string_view message, std:
     m_lines.push_back(std::move(line));
     m_shownWaiting += m_lines.back() ? 1 : 0;
     m_isSpoke = false;
+    if (m_streams.size() >= cMostStreams && !m_streams.contains(stream))
+        return release();
     tStream& readers = m_streams.try_emplace(stream, m_layouts).first->second;
     if (isImage || isUnknown)
         readers.spokes.read(message, {timeMs, m_first + m_lines.size() - 1}, *this);
