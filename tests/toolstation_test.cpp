@@ -204,7 +204,7 @@ TEST_F(tToolStationTest, monitorShowsATableAtATerminalUntilQ)
     const std::string command = "stty cols 60 rows 10; " KESTOVA_TOOL " monitor --group " + addressText(group) +
                                 " --local-ip 127.0.0.1 >'" + dir.file("out") + "'; echo status $?";
     tChildProcess terminal(
-        {"/bin/sh", "-c", "(sleep 1; printf q; sleep 5) | script -qec \"" + command + "\" /dev/null"});
+        {"/bin/sh", "-c", "(sleep 4; printf q; sleep 5) | script -qec \"" + command + "\" /dev/null"});
     ASSERT_TRUE(waitUntil([&] { return terminal.out().find("status 0") != std::string::npos; }, 20s)) << terminal.out();
     EXPECT_THAT(terminal.out(), HasSubstr("\x1b[1Astream "));
     EXPECT_THAT(contentsOf(dir.file("out")), HasSubstr("longest silence"));  // no terminal: every column

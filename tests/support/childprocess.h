@@ -56,7 +56,7 @@ public:
     void signal(int number) const { ::kill(m_pid, number); }
 
     // The exit status; 1000 and the signal's number for a child that a signal ended, -1 for one that does not end.
-    int wait(std::chrono::steady_clock::duration timeout = std::chrono::seconds(30))
+    int wait(std::chrono::steady_clock::duration timeout = std::chrono::seconds(120))
     {
         waitUntil([this] { return ended(); }, timeout);
         if (!m_status)
