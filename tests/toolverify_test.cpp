@@ -5,6 +5,7 @@
 #include <map>
 
 #include "support/ownnamespace.h"
+#include "support/sanitized.h"
 #include "support/sheetedrecording.h"
 #include "support/toolfixture.h"
 
@@ -83,7 +84,7 @@ TEST_F(tToolVerifyTest, leavesNothingHalfOnAFullDisk)
 // Killed at any moment, a file is as before or as after, and the new recording is whole or not there.
 TEST_F(tToolVerifyTest, isKilledWithoutLoss)
 {
-    constexpr int cKills = 16;
+    constexpr int cKills = cSanitized ? 8 : 16;
     const tSegments segments = longRecording();
     const std::string unfinished = dir.file("u/r.data"), damaged = dir.file("d/r.data"), saved = dir.file("saved");
     const auto recoverFor = [&](std::chrono::steady_clock::duration time) {

@@ -1,0 +1,12 @@
+// cSanitized: whether a sanitizer watches this build. Tests that repeat a kill at one moment after the other, or handle
+// very many files, do so less often then: a program that is ten times as slow meets the same moments.
+#ifndef KESTOVA_TESTS_SANITIZED_H
+#define KESTOVA_TESTS_SANITIZED_H
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool cSanitized = true;
+#else
+inline constexpr bool cSanitized = false;
+#endif
+
+#endif
