@@ -105,13 +105,13 @@ TEST_F(tToolVerifyTest, isKilledWithoutLoss)
     std::map<std::string, int> states;
     for (int kill = 0; kill < cKills; ++kill)
     {
-        recoverFor(whole * kill / cKills);
+        recoverFor(whole * kill * 5 / (cKills * 4));  // some after its end, too
         const std::string state = stateOf(unfinished);
         ++states[state + (fs::exists(saved) ? ", saved" : "")];
         EXPECT_TRUE(segmentsOf(unfinished) == segments);
         EXPECT_EQ(fs::exists(saved) ? segmentsBelow(saved).size() : cLong - 1, cLong - 1);
     }
     EXPECT_GT(states["unfinished"], 0);
-    EXPECT_GT(states["sound"], 0);
+    EXPECT_GT(states["sound"] + states["sound, saved"], 0);
     EXPECT_EQ(states["unfinished"] + states["sound"] + states["sound, saved"], cKills);
 }
