@@ -1,7 +1,7 @@
 // ASTERIX category 240, radar video: its bytes, read and written.
 //
-// Source: EUROCONTROL Standard Document for Surveillance Data Exchange, Part 19, Category 240, edition 1.3. Everything
-// is big-endian; bits are counted from the most significant one of the first byte.
+// Source: EUROCONTROL, ASTERIX category 240, radar video transmission, edition 1.3. Everything is big-endian; bits are
+// counted from the most significant one of the first byte.
 //
 // clang-format off
 //   data block   u8 240, u16 length of the block with these three bytes, records
