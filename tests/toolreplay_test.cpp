@@ -213,8 +213,11 @@ TEST_F(tToolReplayTest, sendsNothingAfterAJumpWhilePaused)
     terminal.press(" ");
     ASSERT_TRUE(terminal.shows("paused"));
     std::size_t before = 0;
-    const auto settled = [&] { return std::exchange(before, display.count()) == before; };
-    ASSERT_TRUE(waitUntil([&] { return std::this_thread::sleep_for(std::chrono::milliseconds(300)), settled(); }));
+    ASSERT_TRUE(waitUntil([&] {
+        const std::size_t last = std::exchange(before, display.count());
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        return last == before;
+    }));
     terminal.press("\x1b[A\x1b[C");
     EXPECT_TRUE(terminal.shows("00:01:"));
     EXPECT_TRUE(terminal.shows("paused"));
