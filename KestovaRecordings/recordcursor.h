@@ -34,6 +34,8 @@ public:
     tRecordCursor(const tRecordCursor&) = delete;
     tRecordCursor& operator=(const tRecordCursor&) = delete;
 
+    // Passes over the records before a time without reading them. Before the first next().
+    void startAt(std::uint64_t timeMs);
     bool next(tRecordingRecord& record);  // returns false at the end; passes over records that cannot be read
 
     std::size_t files() const;                     // that are not left out

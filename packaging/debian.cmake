@@ -21,6 +21,7 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)  # on the very same version
 foreach(library UdpSocket KestovaUtils KestovaStorage KestovaRecordings)
   list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}/${library}")
 endforeach()
+list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}/bindings/c")
 
 set(about
     "Kestova records what a marine radar sends over UDP multicast (image spokes,
