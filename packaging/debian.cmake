@@ -29,6 +29,7 @@ ARPA targets, states, AIS, GPS, depth and heading) into self-indexed data
 files, compresses them, and plays them back to programs and onto the network.")
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_NAME libkestova0)
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARIES_PACKAGE_DEPENDS "libcairo2, libpcap0.8")  # loaded when they are used
 set(CPACK_DEBIAN_LIBRARIES_DESCRIPTION "recorder and player for marine radar traffic: libraries\n${about}\n
 This package has the shared libraries.")
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers")
