@@ -51,6 +51,19 @@ radars, shows what is in recordings, and reads and writes captures.")
   set(CPACK_COMPONENT_TOOL_DEPENDS libraries)
 endif()
 
+list(APPEND CPACK_COMPONENTS_ALL python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-kestova)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9)")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS python3-numpy)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-matplotlib)
+set(CPACK_DEBIAN_PYTHON_DESCRIPTION "recorder and player for marine radar traffic: Python\n${about}\n
+This package has the Python module kestova, which gives recordings as NumPy
+arrays.")
+set(CPACK_COMPONENT_PYTHON_DEPENDS libraries)
+
 # The documents that every Debian package has.
 set(debian_dir "${CMAKE_CURRENT_BINARY_DIR}/debian")
 configure_file(debian/changelog.in "${debian_dir}/changelog" @ONLY)

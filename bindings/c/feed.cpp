@@ -9,13 +9,14 @@ namespace binding
 {
 namespace
 {
+// Opens files when their time has come: a storage root may hold thousands.
 class tFileFeed final : public iFeed
 {
 public:
-    tFileFeed(const tSource& source, const tSpan& span) : m_cursor(source.filesIn(span), cSuffix), m_stop(source.stop)
-    {
-        m_cursor.startAt(static_cast<std::uint64_t>(std::max<std::int64_t>(span.startMs, 0)));
-    }
+    tFileFeed(const tSource& source, const tSpan& span)
+        : m_files(source.filesIn(span)), m_startMs(static_cast<std::uint64_t>(std::max<std::int64_t>(span.startMs, 0))),
+          m_stop(source.stop)
+    {}
 
     // Files are read without waiting: the deadline is the caller's.
     kestova_result next(tMessage& message, const tDeadline&) override
@@ -23,8 +24,9 @@ public:
         if (m_stop->requested())
             return KESTOVA_CANCELLED;
         recordings::tRecordingRecord record{};
-        if (!m_cursor.next(record))
-            return KESTOVA_END;
+        while (!m_cursor || !m_cursor->next(record))
+            if (!openNext())
+                return KESTOVA_END;
         message.timeMs = record.timeMs;
         if (const auto package = recordings::viewPackage(record.bytes))
         {
@@ -38,10 +40,25 @@ public:
         message.package.payload = record.bytes;
         return KESTOVA_OK;
     }
-    std::uint64_t damaged() const override { return m_cursor.damaged(); }
+    std::uint64_t damaged() const override { return m_damaged + (m_cursor ? m_cursor->damaged() : 0); }
 
 private:
-    recordings::tRecordCursor m_cursor;
+    bool openNext()
+    {
+        m_damaged = damaged();
+        m_cursor.reset();
+        if (m_next == m_files.size())
+            return false;
+        m_cursor.emplace(m_files[m_next++], cSuffix);
+        m_cursor->startAt(m_startMs);
+        return true;
+    }
+
+    const std::vector<std::vector<std::string>> m_files;
+    const std::uint64_t m_startMs;
+    std::size_t m_next = 0;
+    std::optional<recordings::tRecordCursor> m_cursor;
+    std::uint64_t m_damaged = 0;  // of the cursors before
     const std::shared_ptr<tStop> m_stop;
 };
 }  // namespace

@@ -99,6 +99,7 @@ void tSource::openFiles()
     }
     if (!isReadable)
         throw tError(KESTOVA_DAMAGED, error);
+    std::ranges::stable_sort(m_files, {}, &tFile::firstMs);
 }
 
 void tSource::openGroup(const std::string& group, const tOptions& options)
@@ -129,14 +130,21 @@ void tSource::readDirectory(const std::string& path)
     }
 }
 
-std::vector<std::string> tSource::filesIn(const tSpan& span) const
+std::vector<std::vector<std::string>> tSource::filesIn(const tSpan& span) const
 {
-    std::vector<std::string> files;
+    std::vector<std::vector<std::string>> together;
+    std::uint64_t lastMs = 0;
     for (const tFile& file : m_files)
-        if (static_cast<std::int64_t>(file.lastMs) >= span.startMs &&
-            static_cast<std::int64_t>(file.firstMs) < span.endMs)
-            files.push_back(file.path);
-    return files;
+    {
+        if (static_cast<std::int64_t>(file.lastMs) < span.startMs ||
+            static_cast<std::int64_t>(file.firstMs) >= span.endMs)
+            continue;
+        if (together.empty() || file.firstMs >= lastMs)
+            together.emplace_back();
+        together.back().push_back(file.path);
+        lastMs = std::max(lastMs, file.lastMs);
+    }
+    return together;
 }
 
 const std::vector<utils::tSpokeLayout>& tSource::layouts()

@@ -64,8 +64,8 @@ public:
     bool isLive() const { return m_live.has_value(); }
     std::uint64_t firstMs() const { return m_firstMs; }  // of all files; 0 without records
     std::uint64_t lastMs() const { return m_lastMs; }
-    // Returns the files that may have records of the span.
-    std::vector<std::string> filesIn(const tSpan& span) const;
+    // Returns the files that may have records of the span in order of time: those that overlap one another together.
+    std::vector<std::vector<std::string>> filesIn(const tSpan& span) const;
 
     struct tLive
     {
