@@ -129,8 +129,9 @@ class RecordingTest(KestovaTest):
         child = subprocess.Popen(
             [sys.executable, "-c", "import kestova\n"
              "rec = kestova.open('udp://239.17.93.16:26816', local_ip='127.0.0.1')\n"
-             "print('waiting', flush=True)\n"
-             "try: next(rec.records())\n"
+             "try:\n"
+             "    print('waiting', flush=True)\n"
+             "    next(rec.records())\n"
              "except KeyboardInterrupt: print('interrupted')\n"],
             stdout=subprocess.PIPE, text=True)
         self.assertEqual(child.stdout.readline(), "waiting\n")
@@ -176,6 +177,7 @@ class SweepsTest(KestovaTest):
     def test_are_the_turns_of_the_antenna(self):
         sweeps = self.rec.sweeps()
         seen = [sweep for sweep in sweeps]
+        self.assertEqual(seen[0].radar, RADAR)
         self.rec.close()
         del sweeps
         gc.collect()

@@ -247,12 +247,16 @@ class Recording:
     ) -> Sweeps:
         """Returns every ``step``-th turn of the antenna from ``start`` (included) to ``end`` (excluded).
 
-        ``radar`` is one of ``radars``, the first one where it is not given. Of the first and the last turn a part may
-        lie in the span: they are left out unless ``partial``."""
+        ``radar`` is one of ``radars``; where it is not given the first stream that has spokes counts. Of the first and
+        the last turn a part may lie in the span: they are left out unless ``partial``."""
         start_ms, end_ms = self._within(start, end)
-        if radar is None:
-            radar = next(iter(self.radars), "")
-        return Sweeps(self._opened(), start_ms, end_ms, step, radar, partial)
+
+        def name() -> str:
+            if radar is not None:
+                return radar
+            return self.radars[0] if self._whole._handle.pointer is not None and len(self.radars) == 1 else ""
+
+        return Sweeps(self._opened(), start_ms, end_ms, step, radar, partial, name=name)
 
     def table(self, name: str, start: Any = None, end: Any = None) -> Dict[str, Array]:
         """Returns the columns of a table, (rows,) each, a row a sentence: "own", "ais", "arpa", "depth" or "sentences".

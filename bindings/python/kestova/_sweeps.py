@@ -3,7 +3,7 @@
 import ctypes as c
 import warnings
 from functools import cached_property
-from typing import Any, Iterator, List, NamedTuple, Optional, Union, overload
+from typing import Any, Callable, Iterator, List, NamedTuple, Optional, Union, overload
 
 from kestova import _library as library
 from kestova._arrays import ORDER as _ORDER
@@ -19,12 +19,17 @@ class Sweep:
 
     Every array is read-only and stays valid when the iteration has moved on and the recording is closed."""
 
-    def __init__(self, handle: Handle, radar: str) -> None:
+    def __init__(self, handle: Handle, radar: Callable[[], str]) -> None:
         self._handle = handle
         self._view = SweepView()
         lib.kestova_sweep_look(handle.pointer, c.byref(self._view))
-        self.radar: str = radar
-        """The radar, "SERIAL/ID" of a sheet, or the group that was asked for; empty if it is not known."""
+        self._radar = radar
+
+    @property
+    def radar(self) -> str:
+        """The radar that was asked for or, if the recording has one alone, that one, as ``Recording.radars`` has it;
+        else empty."""
+        return self._radar()
 
     @cached_property
     def data(self) -> Array:
@@ -167,10 +172,11 @@ class Sweeps:
         start: int,
         end: int,
         step: int,
-        radar: str,
+        radar: Optional[str],
         partial: bool,
         index: Optional[List[_Turn]] = None,
         picks: Optional[range] = None,
+        name: Callable[[], str] = str,
     ) -> None:
         if step < 1:
             raise ValueError("step is below 1")
@@ -179,6 +185,7 @@ class Sweeps:
         self._radar, self._partial = radar, partial
         self._index = index
         self._picks = picks
+        self._name = name
         self._iterator: Optional[Iterator[Sweep]] = None
         if picks is None:
             self._open(start, end, step)  # fails at once where there is nothing to read
@@ -200,7 +207,7 @@ class Sweeps:
             if result in (library.END, library.CANCELLED):
                 return
             if result == library.OK:
-                yield Sweep(Handle(pointer, lib.kestova_sweep_free), self._radar)
+                yield Sweep(Handle(pointer, lib.kestova_sweep_free), self._name)
                 pointer = c.c_void_p()
 
     def _generate(self) -> Iterator[Sweep]:
@@ -268,7 +275,7 @@ class Sweeps:
         places = range(len(self._turns())) if self._picks is None else self._picks
         if isinstance(place, slice):
             span = (self._recording, self._start, self._end)
-            return Sweeps(*span, self._step, self._radar, self._partial, self._turns(), places[place])
+            return Sweeps(*span, self._step, self._radar, self._partial, self._turns(), places[place], self._name)
         try:
             return self._at(places[place])
         except IndexError:
