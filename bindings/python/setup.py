@@ -4,16 +4,17 @@ import os
 from sysconfig import get_platform
 from typing import Any, Tuple
 
-from setuptools import setup
+from setuptools import Distribution, setup
 from wheel.bdist_wheel import bdist_wheel
+
+
+class PlatformDistribution(Distribution):  # type: ignore[misc]
+    def has_ext_modules(self) -> bool:
+        return True  # the libraries
 
 
 class PlatformWheel(bdist_wheel):  # type: ignore[misc]
     """Any Python 3 of this platform: ctypes calls the libraries."""
-
-    def finalize_options(self) -> None:
-        super().finalize_options()
-        self.root_is_pure = False
 
     def get_tag(self) -> Tuple[str, str, str]:
         return "py3", "none", get_platform().replace("-", "_").replace(".", "_")
@@ -29,6 +30,7 @@ def make(**more: Any) -> None:
         python_requires=">=3.9",
         extras_require={"arrays": ["numpy"], "plot": ["matplotlib"]},
         zip_safe=False,
+        distclass=PlatformDistribution,
         cmdclass={"bdist_wheel": PlatformWheel},
         **more,
     )
