@@ -69,6 +69,18 @@ public:
         return segment != nullptr;
     }
     void advance() { ++m_next; }
+    // Sets records that come before `endMs` and goes on behind them. Returns how many: 0 for those that view() is for.
+    std::size_t readRun(tRecordingRecord* records, std::size_t count, std::uint64_t endMs)
+    {
+        if (!m_order.empty())
+            return 0;
+        m_run.resize(std::max(m_run.size(), count));
+        const std::size_t read = m_file.readRun(m_next, count, m_run.data());
+        std::size_t taken = 0;
+        for (; taken < read && m_run[taken].timeMs < endMs; ++taken, ++m_next)
+            records[taken] = {m_run[taken].timeMs, m_file.fineTime(m_next), {m_run[taken].bytes, m_run[taken].len}};
+        return taken;
+    }
     // Goes to the first record of this time or later.
     void startAt(std::uint64_t timeMs)
     {
@@ -92,6 +104,7 @@ private:
 
     storage::tDataFile m_file;
     std::vector<std::uint32_t> m_order;
+    std::vector<storage::tDataFileSegment> m_run;
     std::size_t m_next = 0;
     const std::size_t m_number;
 };
@@ -119,6 +132,26 @@ public:
             if (take(record))
                 return true;
         }
+    }
+
+    // Of one open file alone, as far as no other one begins.
+    std::size_t nextRun(tRecordingRecord* records, std::size_t count)
+    {
+        m_ended.reset();
+        openDue();
+        if (m_open.size() != 1)
+            return next(*records) ? 1 : 0;
+        const std::uint64_t endMs = m_waiting.empty() ? UINT64_MAX : m_waiting.back().firstMs;
+        const std::size_t run = m_open.front()->readRun(records, count, endMs);
+        if (run == 0)
+            return next(*records) ? 1 : 0;
+        m_passed += run;
+        if (m_open.front()->atEnd())
+        {
+            m_ended = std::move(m_open.front());
+            m_open.clear();
+        }
+        return run;
     }
 
     void startAt(std::uint64_t timeMs)
@@ -233,6 +266,11 @@ void tRecordCursor::startAt(std::uint64_t timeMs)
 bool tRecordCursor::next(tRecordingRecord& record)
 {
     return d->next(record);
+}
+
+std::size_t tRecordCursor::nextRun(tRecordingRecord* records, std::size_t count)
+{
+    return d->nextRun(records, count);
 }
 
 std::size_t tRecordCursor::files() const

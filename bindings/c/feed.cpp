@@ -18,31 +18,33 @@ public:
           m_stop(source.stop)
     {}
 
-    // Files are read without waiting: the deadline is the caller's.
-    kestova_result next(tMessage& message, const tDeadline&) override
+    kestova_result next(tMessages& messages, std::size_t most, const tDeadline&) override
     {
         if (m_stop->requested())
             return KESTOVA_CANCELLED;
-        recordings::tRecordingRecord record{};
-        while (!m_cursor || !m_cursor->next(record))
+        m_records.resize(std::max(m_records.size(), most));
+        std::size_t count = 0;
+        while (!m_cursor || (count = m_cursor->nextRun(m_records.data(), most)) == 0)
             if (!openNext())
                 return KESTOVA_END;
-        message.timeMs = record.timeMs;
-        if (const auto package = recordings::viewPackage(record.bytes))
-        {
-            message.isPackage = true;
-            message.package = *package;
-            return KESTOVA_OK;
-        }
-        message.isPackage = false;
-        message.package = {};
-        message.package.timeMs = record.timeMs;
-        message.package.payload = record.bytes;
+        messages.resize(count);
+        for (std::size_t i = 0; i < count; ++i)
+            view(m_records[i], messages[i]);
         return KESTOVA_OK;
     }
     std::uint64_t damaged() const override { return m_damaged + (m_cursor ? m_cursor->damaged() : 0); }
 
 private:
+    static void view(const recordings::tRecordingRecord& record, tMessage& message)
+    {
+        const auto package = recordings::viewPackage(record.bytes);
+        message.timeMs = record.timeMs;
+        message.isPackage = package.has_value();
+        if (package)
+            message.package = *package;
+        else
+            message.package = {{}, 0, 0, 0, record.timeMs, record.bytes};
+    }
     bool openNext()
     {
         m_damaged = damaged();
@@ -58,6 +60,7 @@ private:
     const std::uint64_t m_startMs;
     std::size_t m_next = 0;
     std::optional<recordings::tRecordCursor> m_cursor;
+    std::vector<recordings::tRecordingRecord> m_records;
     std::uint64_t m_damaged = 0;  // of the cursors before
     const std::shared_ptr<tStop> m_stop;
 };

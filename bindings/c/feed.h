@@ -6,10 +6,12 @@
 #define KESTOVA_C_FEED_H
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "KestovaRecordings/packagecontents.h"
 #include "bindings/c/kestova.h"
@@ -23,6 +25,7 @@ struct tMessage
     bool isPackage = true;
     recordings::tPackageContents package{};  // of what is no package `payload` and `timeMs` alone
 };
+using tMessages = std::vector<tMessage>;
 
 // Until when a call may take; for ever without a value.
 using tClock = std::chrono::steady_clock;
@@ -33,8 +36,9 @@ class iFeed
 {
 public:
     virtual ~iFeed() = default;
-    // Returns OK, END, TIMEOUT or CANCELLED. The message is valid until the next call.
-    virtual kestova_result next(tMessage& message, const tDeadline& deadline) = 0;
+    // Sets the next messages, up to `most` of them, which are valid until the next call. Returns OK, with one or more,
+    // or END, TIMEOUT or CANCELLED. Only a group waits until the deadline.
+    virtual kestova_result next(tMessages& messages, std::size_t most, const tDeadline& deadline) = 0;
     virtual std::uint64_t damaged() const = 0;
 };
 

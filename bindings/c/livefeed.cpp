@@ -42,25 +42,30 @@ catch (const std::bad_alloc&)
     ++m_dropped;
 }
 
-kestova_result tLiveFeed::next(tMessage& message, const tDeadline& deadline)
+kestova_result tLiveFeed::next(tMessages& messages, std::size_t most, const tDeadline& deadline)
 {
-    std::unique_lock<std::mutex> lock(m_stop->m_mutex);
-    const auto due = [&] { return m_stop->requested() || !m_queue.empty(); };
-    if (deadline)
-        m_stop->m_changed.wait_until(lock, *deadline, due);
-    else
-        m_stop->m_changed.wait(lock, due);
-    if (m_stop->requested())
-        return KESTOVA_CANCELLED;
-    if (m_queue.empty())
-        return KESTOVA_TIMEOUT;
-    m_present = std::move(m_queue.front());
-    m_queue.pop_front();
-    m_queuedBytes -= m_present.bytes.size() + cOverhead;
-    message.timeMs = m_present.timeMs;
-    message.isPackage = true;
-    message.package = {m_live.info,      m_sequence++,   m_live.group.ip, net::NtoHs(m_live.group.port),
-                       m_present.timeMs, m_present.bytes};
-    return KESTOVA_OK;
+    m_present.clear();
+    {
+        std::unique_lock<std::mutex> lock(m_stop->m_mutex);
+        const auto due = [&] { return m_stop->requested() || !m_queue.empty(); };
+        if (deadline)
+            m_stop->m_changed.wait_until(lock, *deadline, due);
+        else
+            m_stop->m_changed.wait(lock, due);
+        if (m_stop->requested())
+            return KESTOVA_CANCELLED;
+        for (; !m_queue.empty() && m_present.size() < most; m_queue.pop_front())
+        {
+            m_queuedBytes -= m_queue.front().bytes.size() + cOverhead;
+            m_present.push_back(std::move(m_queue.front()));
+        }
+    }
+    messages.clear();
+    for (const tWaiting& one : m_present)
+        messages.push_back(
+            {one.timeMs,
+             true,
+             {m_live.info, m_sequence++, m_live.group.ip, net::NtoHs(m_live.group.port), one.timeMs, one.bytes}});
+    return messages.empty() ? KESTOVA_TIMEOUT : KESTOVA_OK;
 }
 }  // namespace binding

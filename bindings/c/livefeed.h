@@ -19,7 +19,7 @@ class tLiveFeed final : public iFeed, private net::iDatagramListener
 public:
     explicit tLiveFeed(const tSource& source);
 
-    kestova_result next(tMessage& message, const tDeadline& deadline) override;
+    kestova_result next(tMessages& messages, std::size_t most, const tDeadline& deadline) override;
     std::uint64_t damaged() const override { return m_dropped; }
 
 private:
@@ -36,7 +36,7 @@ private:
     std::size_t m_queuedBytes = 0;  // guarded by m_stop->m_mutex
     std::atomic<std::uint64_t> m_dropped{0};
     std::uint32_t m_sequence = 0;
-    tWaiting m_present{};
+    std::vector<tWaiting> m_present;
     std::unique_ptr<net::iDatagramSource> m_source;  // last: its thread uses the members above
 };
 }  // namespace binding

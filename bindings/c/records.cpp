@@ -15,7 +15,8 @@ namespace
 using binding::tGroup;
 using binding::tMessage;
 
-constexpr std::size_t cMostBytes = 8 << 20;  // of one call, but for its last record
+constexpr std::size_t cMostBytes = 8 << 20;  // of one call, but for its last records
+constexpr std::size_t cRun = 16;             // so many messages are handed out where they lie; fewer are copied
 
 // Returns the name of a kind, which lives as long as the process.
 const char* streamNameOf(std::uint8_t kind)
@@ -63,32 +64,45 @@ struct kestova_records
         const binding::tDeadline deadline = binding::deadlineIn(timeoutMs);
         m_size = count = 0;
         kestova_result result = KESTOVA_OK;
-        while (count < capacity && m_size < cMostBytes)
+        for (;;)
         {
-            tMessage message;
             // What has come is handed out at once.
-            result = m_feed->next(message, count == 0 ? deadline : binding::tClock::time_point());
+            result = fetch(capacity - count, count == 0 ? deadline : binding::tClock::time_point());
             if (result != KESTOVA_OK)
                 break;
-            if (static_cast<std::int64_t>(message.timeMs) >= m_span.endMs)
-            {
-                m_span.endMs = KESTOVA_BEGINNING;
-                result = KESTOVA_END;
+            const bool isRun = count == 0 && m_messages.size() >= cRun;
+            for (const tMessage& message : m_messages)
+                if (isWanted(message))
+                    put(message, out[count++], !isRun);
+            if (count == capacity || m_size >= cMostBytes || (isRun && count != 0))
                 break;
-            }
-            if (isWanted(message))
-                put(message, out[count++]);
-            else if (count == 0 && deadline && ++m_passed % 1024 == 0 && binding::tClock::now() >= *deadline)
+            if (count == 0 && deadline && binding::tClock::now() >= *deadline)
                 return KESTOVA_TIMEOUT;
         }
         std::size_t at = 0;
-        for (std::size_t i = 0; i < count; at += out[i++].length)
+        for (std::size_t i = 0; i < count && m_size != 0; at += out[i++].length)
             out[i].data = m_bytes.data() + at;
         return count != 0 ? KESTOVA_OK : result;
     }
     std::uint64_t damaged() const { return m_feed->damaged(); }
 
 private:
+    // Sets the next messages, of which none lies behind the span.
+    kestova_result fetch(std::size_t most, const binding::tDeadline& deadline)
+    {
+        if (m_isOver)
+            return KESTOVA_END;
+        const kestova_result result = m_feed->next(m_messages, most, deadline);
+        if (result != KESTOVA_OK)
+            return result;
+        while (!m_messages.empty() && static_cast<std::int64_t>(m_messages.back().timeMs) >= m_span.endMs)
+        {
+            m_isOver = true;
+            m_messages.pop_back();
+        }
+        return m_messages.empty() ? KESTOVA_END : KESTOVA_OK;
+    }
+
     bool isWanted(const tMessage& message) const
     {
         const recordings::tPackageContents& package = message.package;
@@ -100,7 +114,8 @@ private:
                (m_groups.empty() || m_groups.count({package.ip, package.port}) != 0);
     }
 
-    void put(const tMessage& message, kestova_record& out)
+    // With `keeps` a copy of the message joins the bytes of this call.
+    void put(const tMessage& message, kestova_record& out, bool keeps)
     {
         const recordings::tPackageContents& package = message.package;
         const tUdpMsgInfo& info = package.info;
@@ -109,11 +124,13 @@ private:
                package.sequence,
                message.isPackage ? streamNameOf(info.rwType) : "raw",
                message.isPackage ? addressOf(package.ip) : "",
-               nullptr,
+               reinterpret_cast<const std::uint8_t*>(package.payload.data()),
                package.payload.size(),
                package.port,
                info.rwType,
                {info.sender, info.recver, info.type, info.rwType, info.radarMultiNum}};
+        if (!keeps)
+            return;
         if (m_size + out.length > m_bytes.size())
             m_bytes.resize(std::max(2 * m_bytes.size(), m_size + out.length));
         package.payload.copy(reinterpret_cast<char*>(m_bytes.data()) + m_size, out.length);
@@ -132,12 +149,13 @@ private:
         return m_lastAddress;
     }
 
-    binding::tSpan m_span;
+    const binding::tSpan m_span;
     const recordings::tStreamChoice m_streams;
     const std::set<tGroup> m_groups;
     std::vector<std::uint8_t> m_bytes = std::vector<std::uint8_t>(1 << 18);
     std::size_t m_size = 0;
-    std::uint64_t m_passed = 0;
+    bool m_isOver = false;
+    binding::tMessages m_messages;
     std::unordered_map<std::uint32_t, std::string> m_addresses;
     std::uint32_t m_lastIp = 0;
     const char* m_lastAddress = nullptr;

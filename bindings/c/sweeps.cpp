@@ -10,6 +10,7 @@ namespace
 constexpr std::int64_t cBeforeMs = 12'000;  // is read first: the heading, and where the turn began
 constexpr std::int64_t cBehindMs = 10'000;  // after which no spoke of the span follows
 constexpr unsigned cBetweenLooks = 64;      // messages
+constexpr std::size_t cTogether = 256;      // messages
 
 binding::tSpan withBefore(const binding::tSpan& span)
 {
@@ -43,20 +44,34 @@ struct kestova_sweeps
                 finish();
                 continue;
             }
-            binding::tMessage message;
-            const kestova_result result = m_feed->next(message, deadline);
-            if (result == KESTOVA_END || (result == KESTOVA_OK && isBehind(message)))
-                finish();
-            else if (result != KESTOVA_OK)
+            if (const kestova_result result = read(deadline); result != KESTOVA_OK)
                 return result;
-            else if (message.isPackage)
-                m_gatherer.read(message.timeMs, message.package);
             if (deadline && passed % cBetweenLooks == 0 && binding::tClock::now() >= *deadline)
                 return KESTOVA_TIMEOUT;
         }
     }
 
 private:
+    // Takes the next message.
+    kestova_result read(const binding::tDeadline& deadline)
+    {
+        if (m_next == m_messages.size())
+        {
+            m_next = 0;
+            m_messages.clear();
+            const kestova_result result = m_feed->next(m_messages, cTogether, deadline);
+            if (result == KESTOVA_END)
+                finish();
+            if (result != KESTOVA_OK)
+                return result == KESTOVA_END ? KESTOVA_OK : result;
+        }
+        const binding::tMessage& message = m_messages[m_next++];
+        if (isBehind(message))
+            finish();
+        else if (message.isPackage)
+            m_gatherer.read(message.timeMs, message.package);
+        return KESTOVA_OK;
+    }
     bool isBehind(const binding::tMessage& message) const
     {
         return m_endMs < KESTOVA_TO_END - cBehindMs && static_cast<std::int64_t>(message.timeMs) >= m_endMs + cBehindMs;
@@ -79,6 +94,8 @@ private:
     bool m_isFinished = false;
     binding::tGatherer m_gatherer;
     const std::unique_ptr<binding::iFeed> m_feed;
+    binding::tMessages m_messages;
+    std::size_t m_next = 0;  // of them
 };
 
 kestova_result kestova_sweeps_open(kestova_recording* recording, const char* radar, int64_t start_ms, int64_t end_ms,

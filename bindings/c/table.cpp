@@ -78,6 +78,13 @@ namespace
 {
 constexpr std::size_t cMostStreams = 256;  // that are read
 
+constexpr std::size_t cTogether = 256;  // messages
+
+bool isBefore(const binding::tMessage& message, int64_t endMs)
+{
+    return static_cast<std::int64_t>(message.timeMs) < endMs;
+}
+
 bool isImage(const recordings::tPackageContents& package)
 {
     return package.info.rwType == eImageStream || package.info.rwType == eOriginalImage;
@@ -130,10 +137,12 @@ kestova_result kestova_table_read(kestova_recording* recording, const char* name
             throw binding::tError(KESTOVA_UNSUPPORTED, "a live group has no tables: read its records");
         tTableReader reader(*kind);
         const auto feed = binding::openFeed(*recording->source, {start_ms, end_ms});
-        binding::tMessage message;
+        binding::tMessages messages;
         kestova_result result = KESTOVA_OK;
-        while ((result = feed->next(message, {})) == KESTOVA_OK && static_cast<std::int64_t>(message.timeMs) < end_ms)
-            reader.read(message);
+        while ((result = feed->next(messages, cTogether, {})) == KESTOVA_OK && isBefore(messages.front(), end_ms))
+            for (const binding::tMessage& message : messages)
+                if (!isBefore(message, start_ms) && isBefore(message, end_ms))
+                    reader.read(message);
         if (result == KESTOVA_CANCELLED)
             return result;
         *out = reader.release();

@@ -91,9 +91,9 @@ class Records:
                 return
             if count == 0:
                 continue
-            # The messages of a batch lie one behind the other.
+            # The messages of a batch lie one behind the other, with gaps between them.
             first, last = batch[0].data, batch[count - 1]
-            payloads = c.string_at(first, last.data + last.length - first)
+            payloads = c.string_at(first, max(0, last.data + last.length - first))
             rows = _LAYOUT.iter_unpack(memory[: count * _LAYOUT.size])
             for time, _, sequence, stream, address, data, length, port, kind in rows:
                 group = groups.get((address, port))
