@@ -98,11 +98,14 @@ public:
             openDue();
             if (m_open.empty())
                 return false;
+            if (m_open.front()->timeMs() >= m_endMs)
+                return false;
             if (take(record))
                 return true;
         }
     }
 
+    std::uint64_t m_fromMs = 0, m_endMs = UINT64_MAX;
     std::vector<tLeftOut> m_leftOut;
     std::size_t m_files = 0;
     std::uint64_t m_records = 0, m_passed = 0, m_damaged = 0;
@@ -161,9 +164,10 @@ private:
         m_open.pop_back();
         ++m_passed;
         std::string_view bytes;
-        const bool isRead = file->view(bytes);
+        const bool isWanted = file->timeMs() >= m_fromMs;
+        const bool isRead = isWanted && file->view(bytes);
         record = {file->timeMs(), file->fineTime(), bytes};
-        if (!isRead)
+        if (isWanted && !isRead)
             ++m_damaged;
         file->advance();
         push(std::move(file));
@@ -197,6 +201,12 @@ tRecordCursor::tRecordCursor(const std::vector<std::string>& files, const std::s
 {}
 
 tRecordCursor::~tRecordCursor() = default;
+
+void tRecordCursor::limitTo(std::uint64_t fromMs, std::uint64_t endMs)
+{
+    d->m_fromMs = fromMs;
+    d->m_endMs = endMs;
+}
 
 bool tRecordCursor::next(tRecordingRecord& record)
 {

@@ -34,6 +34,10 @@ public:
     tRecordCursor(const tRecordCursor&) = delete;
     tRecordCursor& operator=(const tRecordCursor&) = delete;
 
+    // Before the first next(): passes over the records before `fromMs`, and those at `endMs` and behind, without
+    // reading them.
+    void limitTo(std::uint64_t fromMs, std::uint64_t endMs);
+
     bool next(tRecordingRecord& record);  // returns false at the end; passes over records that cannot be read
 
     std::size_t files() const;                     // that are not left out

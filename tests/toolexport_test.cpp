@@ -1,0 +1,146 @@
+// kestova export in the formats that people open: tables, tracks, MCAP, polar pictures. Other implementations read them
+// where they are installed: ogrinfo of gdal-bin, Python's csv.
+#include <gmock/gmock.h>
+
+#include "support/installedprogram.h"
+#include "support/radarreplay.h"
+#include "support/toolfixture.h"
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace
+{
+const NetAddress cGroup{net::transAddr("239.17.0.9"), net::HtoNs(6009)};
+
+std::string sentence(const std::string& body)
+{
+    constexpr char cDigits[] = "0123456789ABCDEF";
+    unsigned sum = 0;
+    for (const char c : body.substr(1))
+        sum ^= static_cast<unsigned char>(c);
+    return body + "*" + cDigits[sum >> 4 & 15] + cDigits[sum & 15] + "\r\n";
+}
+
+std::string position(const std::string& longitude)
+{
+    return sentence("$GPGLL,5406.0000,N," + longitude + ",120000.00,A");
+}
+
+class tToolExportTest : public tToolFixture
+{
+protected:
+    static std::string record(const std::string& payload, tReadWriteType kind = eGpsDev)
+    {
+        return radarRecord({0, 0, eReadType, kind, 0}, cGroup, payload);
+    }
+    // Sentences in the order of their records, `stepMs` apart.
+    std::string recording(const std::vector<std::string>& payloads, std::uint64_t stepMs) const
+    {
+        std::vector<std::string> records;
+        for (const std::string& payload : payloads)
+            records.push_back(record(payload));
+        return fileOf(records, stepMs);
+    }
+    static std::string printed(const tArguments& program)
+    {
+        tChildProcess child(program);
+        EXPECT_EQ(child.wait(), 0) << child.err();
+        return child.out();
+    }
+    void expectNothingLeft(const std::string& name) const
+    {
+        EXPECT_FALSE(std::filesystem::exists(dir.file(name))) << name;
+        EXPECT_FALSE(std::filesystem::exists(dir.file(name + ".part"))) << name;
+    }
+};
+}  // namespace
+
+TEST_F(tToolExportTest, writesATableForEachKindOfSubject)
+{
+    const std::string file =
+        recording({position("01048.0000,E"), sentence("$HEHDT,90.5,T"),
+                   sentence("$RATTM,07,1.5,45.0,R,10.0,90.0,T,0.1,5.0,N,\"A\",T,,,A"),
+                   sentence("!AIVDM,1,1,,A,139W9R002JPi?>LNuKSh:08t0000,0") + "$HEHDT,1.0,T*00\r\n"},
+                  100);
+    const std::string folder = dir.file("tables");
+    const tJson json = result({"export", file, "--csv", folder});
+    EXPECT_EQ(json.at("written"), tJson::parse(R"([{"name": "own.csv", "count": 2}, {"name": "ais.csv", "count": 1},
+        {"name": "arpa.csv", "count": 1}, {"name": "sentences.csv", "count": 5}])"));
+    EXPECT_EQ(contentsOf(folder + "/own.csv"),
+              "time_ms,talker,type,latitude_deg,longitude_deg,speed_kn,course_deg,heading_deg,depth_m,utc_ms\r\n"
+              "1715940000250,GP,GLL,54.1,10.8,,,,,1715947200000\r\n"
+              "1715940000350,HE,HDT,,,,,90.5,,\r\n");
+    EXPECT_THAT(contentsOf(folder + "/arpa.csv"), HasSubstr("\r\n1715940000450,RA,TTM,7,T,1.5,45,bow,,,10,90,\r\n"));
+    EXPECT_THAT(contentsOf(folder + "/ais.csv"),
+                HasSubstr("\r\n1715940000550,VDM,211405192,1,54.106265,10.756183333333333,"
+                          "15.4,4,4,\r\n"));
+    EXPECT_THAT(
+        contentsOf(folder + "/sentences.csv"),
+        HasSubstr("1715940000450,gpsDev,239.17.0.9:6009,true,\"$RATTM,07,1.5,45.0,R,10.0,90.0,T,0.1,5.0,N,\"\"A\"\","));
+    EXPECT_THAT(contentsOf(folder + "/sentences.csv"), HasSubstr("false,\"$HEHDT,1.0,T*00\"\r\n"));
+    EXPECT_THAT(said({"export", file, "--csv", folder}, 1), HasSubstr("exists already"));
+}
+
+TEST_F(tToolExportTest, beginsASegmentOfTheTrackWhereAMinuteIsMissing)
+{
+    std::vector<std::string> payloads(5, position("01048.0000,E"));
+    payloads[3] = sentence("$HEHDT,1.0,T");  // 80 s without a position
+    const std::string file = recording(payloads, 40'000), track = dir.file("track.gpx");
+    EXPECT_EQ(result({"export", file, "--gpx", track}).at("written"),
+              tJson::parse(R"([{"name": "trkpt", "count": 4}, {"name": "trkseg", "count": 2}])"));
+    EXPECT_THAT(contentsOf(track),
+                HasSubstr("</trkpt>\n</trkseg>\n<trkseg>\n<trkpt lat=\"54.1\" lon=\"10.8\">"
+                          "<time>2024-05-17T10:02:40.250Z</time></trkpt>\n</trkseg>\n</trk>\n</gpx>"));
+    said({"export", file, "--gpx", dir.file("part.gpx"), "--start", "+40s", "--end", "+80s"});
+    EXPECT_THAT(contentsOf(dir.file("part.gpx")), HasSubstr("10:00:40.250Z"));
+    EXPECT_THAT(contentsOf(dir.file("part.gpx")), Not(HasSubstr("10:01:20.250Z")));
+}
+
+TEST_F(tToolExportTest, cutsATrackAt180Degrees)
+{
+    const std::string file = recording({position("17959.0000,E"), position("17958.0000,W")}, 3000);
+    said({"export", file, "--geojson", dir.file("track.geojson")});
+    const tJson ship = parsed(contentsOf(dir.file("track.geojson"))).at("features").at(0);
+    EXPECT_EQ(ship.at("geometry").at("type"), "MultiLineString");
+    const tJson lines = ship.at("geometry").at("coordinates");
+    EXPECT_EQ(lines, tJson::parse("[[[179.9833333, 54.1], [180.0, 54.1]], [[-180.0, 54.1], [-179.9666667, 54.1]]]"));
+    EXPECT_EQ(ship.at("properties"),
+              (tJson{{"kind", "own"}, {"times_ms", {{cTime, cTime + 1000}, {cTime + 1000, cTime + 3000}}}}));
+}
+
+TEST_F(tToolExportTest, leavesNothingWhereThereIsNothingToWrite)
+{
+    const std::string file = recording({"no sentence"}, 1);
+    for (const char* const format : {"--csv", "--gpx", "--geojson"})
+    {
+        EXPECT_THAT(said({"export", file, format, dir.file("out")}, 1), HasSubstr("was not written")) << format;
+        expectNothingLeft("out");
+    }
+    EXPECT_THAT(said({"export", file, "--gpx", dir.file("a"), "--csv", dir.file("b")}, 2), HasSubstr("one format"));
+    EXPECT_THAT(said({"export", file, "--gpx", dir.file("a"), "--end", "+0s"}, 1), HasSubstr("none of the records"));
+}
+
+TEST_F(tToolExportTest, isReadByOthers)
+{
+    const std::string ogrinfo = programNamed("ogrinfo"), python = programNamed("python3");
+    if (ogrinfo.empty() || python.empty())
+        GTEST_SKIP() << "ogrinfo or python3 is not installed: scripts/setup --bench installs them";
+    const std::string file =
+        recording({position("01048.0000,E"), position("01048.5000,E"), position("01049.0000,E")}, 500);
+    said({"export", file, "--csv", dir.file("tables")});
+    said({"export", file, "--gpx", dir.file("track.gpx")});
+    said({"export", file, "--geojson", dir.file("track.geojson")});
+    EXPECT_THAT(printed({ogrinfo, "-al", "-so", dir.file("tables"), "sentences"}), HasSubstr("Feature Count: 3"));
+    EXPECT_THAT(printed({ogrinfo, "-al", dir.file("track.gpx"), "track_points"}),
+                HasSubstr("time (DateTime) = 2024/05/17 10:00:00.750+00"));
+    EXPECT_THAT(printed({ogrinfo, "-al", dir.file("track.geojson")}),
+                HasSubstr("LINESTRING (10.8 54.1,10.8083333 54.1,10.8166667 54.1)"));
+    EXPECT_EQ(printed({python, "-c",
+                       "import csv, sys\n"
+                       "for row in csv.DictReader(open(sys.argv[1], newline='')):\n"
+                       "    print(row['time_ms'], row['sentence'])",
+                       dir.file("tables/sentences.csv")})
+                  .substr(0, 58),
+              "1715940000250 $GPGLL,5406.0000,N,01048.0000,E,120000.00,A*");
+}
