@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "KestovaRecordings/packagecontents.h"
+#include "KestovaUtils/spokelayout.h"
 #include "UdpSocket/kestovaapi.h"
 
 namespace recordings
@@ -53,6 +54,28 @@ KESTOVA_API tExporter gpxExporter(const std::string& path);
 // The positions of own ship, of AIS stations and of tracked targets: a line each (RFC 7946), cut at 180 degrees. They
 // are kept in memory until finish(), 16 bytes each.
 KESTOVA_API tExporter geoJsonExporter(const std::string& path);
+
+// The topics of an MCAP file.
+struct tMcapTopics
+{
+    bool raw = true;        // /raw/STREAM/GROUP: the datagrams, byte for byte
+    bool sentences = true;  // /sentences: lines
+
+    bool needMeaning() const { return sentences; }
+};
+
+struct tMcapOptions
+{
+    std::string path;  // of a file; with "/" at its end of a folder, which has metadata.yaml beside the file: a bag
+    tMcapTopics topics;
+    std::vector<utils::tSpokeLayout> layouts;  // of the spokes; without any there are none
+    bool compress = true;                      // chunks, by zstd
+};
+
+// Returns an exporter of the messages of ROS 2 in an MCAP file, which Foxglove and Lichtblick open and `ros2 bag`
+// plays: in chunks, with an index, statistics and checksums. Their log_time is the record's, their publish_time the
+// package's. Throws as the others. Uses two threads.
+KESTOVA_API tExporter mcapExporter(const tMcapOptions& options);
 }  // namespace recordings
 
 #endif

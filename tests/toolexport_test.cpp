@@ -1,6 +1,7 @@
 // kestova export in the formats that people open: tables, tracks, MCAP, polar pictures. Other implementations read them
 // where they are installed: ogrinfo of gdal-bin, Python's csv.
 #include <gmock/gmock.h>
+#include <map>
 
 #include "support/installedprogram.h"
 #include "support/radarreplay.h"
@@ -54,6 +55,53 @@ protected:
         EXPECT_FALSE(std::filesystem::exists(dir.file(name + ".part"))) << name;
     }
 };
+
+// A reader of MCAP that knows as much as the test needs.
+struct tMcapFile
+{
+    explicit tMcapFile(const std::string& path) : bytes(contentsOf(path)) { read(8, bytes.size() - 8); }
+
+    std::uint64_t number(std::size_t at, std::size_t size) const
+    {
+        std::uint64_t value = 0;
+        for (std::size_t i = size; i-- > 0;)
+            value = value << 8 | static_cast<unsigned char>(bytes.at(at + i));
+        return value;
+    }
+    void read(std::size_t at, std::size_t end)
+    {
+        while (at < end)
+        {
+            const std::uint64_t opcode = number(at, 1), size = number(at + 1, 8), body = at + 9;
+            if (opcode == 0x05 && body + size <= end)
+                messages[number(body, 2)].push_back(bytes.substr(body + 22, size - 22));
+            if (opcode == 0x06)  // an uncompressed chunk: the name of its compression is empty
+                read(body + 40, body + size);
+            if (opcode == 0x0B)
+                counted = number(body, 8);
+            if (opcode == 0x02)
+                footer = body;
+            at = body + size;
+        }
+    }
+    std::string summary() const { return bytes.substr(number(footer, 8), footer + 16 - number(footer, 8)); }
+
+    const std::string bytes;
+    std::map<std::uint64_t, std::vector<std::string>> messages;  // by channel
+    std::uint64_t counted = 0, footer = 0;
+};
+
+std::uint64_t crc32Of(const std::string& bytes)
+{
+    std::uint32_t crc = ~0u;
+    for (const char c : bytes)
+    {
+        crc ^= static_cast<unsigned char>(c);
+        for (int bit = 0; bit < 8; ++bit)
+            crc = crc >> 1 ^ (0xEDB88320u & -(crc & 1));
+    }
+    return static_cast<std::uint32_t>(~crc);
+}
 }  // namespace
 
 TEST_F(tToolExportTest, writesATableForEachKindOfSubject)
@@ -143,4 +191,52 @@ TEST_F(tToolExportTest, isReadByOthers)
                        dir.file("tables/sentences.csv")})
                   .substr(0, 58),
               "1715940000250 $GPGLL,5406.0000,N,01048.0000,E,120000.00,A*");
+}
+
+TEST_F(tToolExportTest, writesDatagramsAndLinesAsMcap)
+{
+    const std::string line = position("01048.0000,E"), path = dir.file("radar.mcap");
+    const std::string file = recording({line, line + "no sentence"}, 500);
+    const tJson json = result({"export", file, "--mcap", path, "--compression", "none"});
+    EXPECT_EQ(json.at("written"), tJson::parse(R"([{"name": "/raw/gpsDev/g_239_17_0_9_6009", "count": 2},
+                                                   {"name": "/sentences", "count": 2}])"));
+    const tMcapFile mcap(path);
+    EXPECT_EQ(mcap.counted, 4u);
+    ASSERT_EQ(mcap.messages.at(0).size(), 2u);
+    // Encapsulation, stamp, frame "", address, port, data.
+    EXPECT_EQ(mcap.messages.at(0)[1], std::string("\0\1\0\0", 4) + littleEndian(cTime / 1000, 4) +
+                                          littleEndian(750'000'000, 4) + littleEndian(1, 4) + std::string(4, '\0') +
+                                          littleEndian(11, 4) + std::string("239.17.0.9\0\0", 12).substr(0, 12) +
+                                          littleEndian(6009, 2) + std::string(2, '\0') +
+                                          littleEndian(line.size() + 11, 4) + line + "no sentence");
+    EXPECT_EQ(mcap.number(mcap.footer + 16, 4), crc32Of(mcap.summary()));
+    EXPECT_EQ(mcap.bytes.substr(mcap.bytes.size() - 8), std::string("\x89MCAP0\r\n"));
+    EXPECT_THAT(said({"export", file, "--mcap", path}, 1), HasSubstr("exists already"));
+}
+
+TEST_F(tToolExportTest, writesABagOfTheChosenTopics)
+{
+    const std::string file = recording({position("01048.0000,E")}, 500);
+    said({"export", file, "--mcap", dir.file("bag") + "/", "--no-raw"});
+    EXPECT_TRUE(std::filesystem::exists(dir.file("bag/bag_0.mcap")));
+    EXPECT_THAT(contentsOf(dir.file("bag/metadata.yaml")), HasSubstr("name: /sentences\n"));
+    EXPECT_THAT(contentsOf(dir.file("bag/metadata.yaml")), Not(HasSubstr("/raw/")));
+    EXPECT_THAT(said({"export", file, "--mcap", dir.file("x"), "--topics", "raw", "--no-raw"}, 1),
+                HasSubstr("nothing for its topics"));
+    expectNothingLeft("x");
+    EXPECT_THAT(said({"export", file, "--mcap", dir.file("x"), "--topics", "lidar"}, 2), HasSubstr("no topic"));
+}
+
+TEST_F(tToolExportTest, isReadByTheMakersOfMcap)
+{
+    const std::string node = programNamed("node"), peers = KESTOVA_SOURCE "/tests/peers";
+    if (node.empty() || !std::filesystem::exists(peers + "/node_modules"))
+        GTEST_SKIP() << "the readers of MCAP are not installed: npm ci --prefix tests/peers installs them";
+    std::vector<std::string> records;
+    for (int i = 0; i < 300; ++i)
+        records.push_back(record(position("01048.0000,E"), i % 3 == 0 ? eGpsDev : eOtherType));
+    const std::string file = fileOf(records, 7), path = dir.file("radar.mcap");
+    said({"export", file, "--mcap", path});
+    EXPECT_THAT(printed({node, peers + "/mcap.mjs", KESTOVA_TOOL, path, file}),
+                HasSubstr("3 topics, 600 messages, 300 datagrams equal"));
 }

@@ -33,12 +33,15 @@ struct tOptions : tRecordingOptions
 {
     std::vector<std::string> streams;
     std::string start, end;
-    std::string pcap, cat240, csv, gpx, geoJson;  // one of them
-    std::string source = "192.0.2.1:6000";        // an address for documentation: recordings do not hold the sender
+    std::string pcap, cat240, mcap, csv, gpx, geoJson;  // one of them
+    std::vector<std::string> topics;
+    bool noRaw = false;
+    std::string compression = "zstd";
+    std::string source = "192.0.2.1:6000";  // an address for documentation: recordings do not hold the sender
     std::string to = "239.99.0.5:8600";
     std::string layout;
 
-    std::array<const std::string*, 5> outputs() const { return {&pcap, &cat240, &csv, &gpx, &geoJson}; }
+    std::array<const std::string*, 6> outputs() const { return {&pcap, &cat240, &mcap, &csv, &gpx, &geoJson}; }
     const std::string& output() const
     {
         const auto all = outputs();
@@ -47,6 +50,32 @@ struct tOptions : tRecordingOptions
     bool isCapture() const { return !pcap.empty() || !cat240.empty(); }
     bool toStandardOutput() const { return isCapture() && output() == cStandardStream; }
 };
+
+constexpr std::pair<const char*, bool tMcapTopics::*> cTopics[] = {{"raw", &tMcapTopics::raw},
+                                                                   {"sentences", &tMcapTopics::sentences}};
+
+// Takes texts with names, separated by commas in each; none are all topics.
+tMcapTopics parseTopics(const std::vector<std::string>& texts)
+{
+    tMcapTopics chosen;
+    if (texts.empty())
+        return chosen;
+    for (const auto& [name, topic] : cTopics)
+        chosen.*topic = false;
+    for (const std::string& text : texts)
+        for (std::size_t at = 0; at <= text.size();)
+        {
+            const std::size_t comma = std::min(text.find(',', at), text.size());
+            const std::string wanted = text.substr(at, comma - at);
+            const auto known = std::find_if(std::begin(cTopics), std::end(cTopics),
+                                            [&](const auto& topic) { return wanted == topic.first; });
+            if (known == std::end(cTopics))
+                throw std::invalid_argument("'" + wanted + "' is no topic: see --topics in kestova export --help");
+            chosen.*known->second = true;
+            at = comma + 1;
+        }
+    return chosen;
+}
 
 class tExportRun
 {
@@ -88,9 +117,21 @@ private:
     {
         if (m_options.isCapture())
             return openCapture(files);
+        if (!m_options.mcap.empty())
+            return mcapExporter(mcapOptions(files));
         if (!m_options.csv.empty())
             return csvExporter(m_options.csv);
         return m_options.gpx.empty() ? geoJsonExporter(m_options.geoJson) : gpxExporter(m_options.gpx);
+    }
+    tMcapOptions mcapOptions(const std::vector<std::string>& files)
+    {
+        tMcapOptions wanted;
+        wanted.path = m_options.mcap;
+        wanted.topics = parseTopics(m_options.topics);
+        wanted.topics.raw = wanted.topics.raw && !m_options.noRaw;
+        wanted.layouts = knownSpokeLayouts(files, m_options.layout);
+        wanted.compress = m_options.compression == "zstd";
+        return wanted;
     }
     tExporter openCapture(const std::vector<std::string>& files)
     {
@@ -195,7 +236,7 @@ void requireSense(const tOptions& options)
     const auto outputs = options.outputs();
     const auto wanted = std::count_if(outputs.begin(), outputs.end(), [](const auto* name) { return !name->empty(); });
     if (wanted == 0)
-        throw CLI::RequiredError("--pcap, --cat240, --csv, --gpx or --geojson");
+        throw CLI::RequiredError("--pcap, --cat240, --mcap, --csv, --gpx or --geojson");
     if (wanted > 1)
         throw CLI::ValidationError("export", "writes one format at a time");
     if (options.json && options.toStandardOutput())
@@ -214,6 +255,10 @@ void addFormats(CLI::App& command, tOptions& options)
                     "A capture of spokes alone, in the public standard for radar video, ASTERIX CAT240")
         ->type_name("FILE");
     command
+        .add_option("--mcap", options.mcap,
+                    "Messages of ROS 2 for Foxglove, Lichtblick and ros2 bag. With / at its end a folder, a bag")
+        ->type_name("FILE");
+    command
         .add_option("--csv", options.csv,
                     "Tables of what sentences say: own.csv, ais.csv, arpa.csv, sentences.csv in a new folder")
         ->type_name("DIR");
@@ -228,6 +273,22 @@ void addSpan(CLI::App& command, tOptions& options)
                      "The first time: +90s, -10m (from the end), 50% or \"2024-05-17 08:30:00\""},
           std::tuple{"--end", &options.end, "The time to end before; to the last record without it"}})
         command.add_option(name, *text, help)->type_name("PLACE")->check(checkedBy(parseMoment));
+}
+
+void addMcapOptions(CLI::App& command, tOptions& options)
+{
+    command
+        .add_option("--topics", options.topics,
+                    "What --mcap writes, separated by commas (everything): raw (datagrams), sentences")
+        ->type_name("NAME,...")
+        ->allow_extra_args(false)
+        ->check(checkedBy([](const std::string& text) { parseTopics({text}); }))
+        ->needs("--mcap");
+    command.add_flag("--no-raw", options.noRaw, "--mcap without the datagrams")->needs("--mcap");
+    command.add_option("--compression", options.compression, "Of the chunks of --mcap: zstd (default) or none")
+        ->type_name("NAME")
+        ->check(CLI::IsMember({"zstd", "none"}).description(""))
+        ->needs("--mcap");
 }
 
 void addCaptureOptions(CLI::App& command, tOptions& options)
@@ -249,7 +310,7 @@ void addExport(CLI::App& app, tRun& chosen)
 {
     auto options = std::make_shared<tOptions>();
     CLI::App& command = *app.add_subcommand("export", "Write recordings in the formats of other programs");
-    command.footer("One of --pcap, --cat240, --csv, --gpx and --geojson; what it names must not exist.\n"
+    command.footer("One of --pcap, --cat240, --mcap, --csv, --gpx and --geojson; what it names must not exist.\n"
                    "Captures hold every datagram in order of time, as Ethernet frames with right checksums; datagrams\n"
                    "larger than a frame in fragments. Exit status 3 if records or files were left out.\n"
                    "Examples: kestova export recordings --pcap radar.pcap\n"
@@ -261,6 +322,7 @@ void addExport(CLI::App& app, tRun& chosen)
     addSuffix(command, options->suffix);
     addStreams(command, options->streams);
     addSpan(command, *options);
+    addMcapOptions(command, *options);
     addCaptureOptions(command, *options);
     addJson(command, options->json);
     command.callback([options, &chosen] {

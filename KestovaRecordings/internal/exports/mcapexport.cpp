@@ -1,0 +1,91 @@
+// mcapExporter: the topics of a recording in an MCAP file.
+#include <optional>
+
+#include "KestovaRecordings/failure.h"
+#include "KestovaRecordings/internal/exportfolder.h"
+#include "KestovaRecordings/internal/exports/messagetopics.h"
+#include "KestovaRecordings/internal/exports/rosbagmetadata.h"
+
+namespace recordings
+{
+namespace
+{
+// The folder of a bag, if one is wanted, and the name of its file.
+class tBag
+{
+public:
+    explicit tBag(const std::string& path) : m_path(path)
+    {
+        if (!path.ends_with('/'))
+            return;
+        m_folder.emplace(path);
+        m_name = m_folder->path().substr(m_folder->path().rfind('/') + 1) + "_0.mcap";
+    }
+    std::string file() const { return m_folder ? m_folder->fileName(m_name) : m_path; }
+    void finish(const mcap::tMcapWriter& written)
+    {
+        if (!m_folder)
+            return;
+        m_folder->put("metadata.yaml", rosBagMetadata(written, m_name));
+        m_folder->commit();
+    }
+
+private:
+    const std::string m_path;
+    std::optional<tExportFolder> m_folder;
+    std::string m_name;
+};
+
+class tMcapExporter final : public iExporter, private iDecodedSink
+{
+public:
+    explicit tMcapExporter(const tMcapOptions& options)
+        : m_options(options), m_bag(options.path), m_file(m_bag.file(), "ros2", options.compress), m_raw(m_file),
+          m_sentences(m_file), m_streams(options.layouts, *this)
+    {}
+
+    bool take(const tExportedPackage& package) override
+    {
+        if (m_options.topics.raw)
+            m_raw.write(package);
+        if (m_options.topics.needMeaning())
+            m_streams.read(package);
+        return true;
+    }
+    void finish() override
+    {
+        m_streams.finish();
+        if (m_file.messages() == 0)
+            throw tFailure(m_options.path + " was not written: the recording has nothing for its topics");
+        m_file.finish();
+        m_bag.finish(m_file);
+    }
+    std::vector<tExportedPart> written() const override
+    {
+        std::vector<tExportedPart> topics;
+        for (const auto& channel : m_file.channels())
+            topics.push_back({channel.topic, channel.messages});
+        return topics;
+    }
+
+private:
+    void onLine(std::string_view line, bool, const tDecodedPlace& place) override
+    {
+        if (m_options.topics.sentences)
+            m_sentences.write(line, place);
+    }
+
+    const tMcapOptions m_options;
+    tBag m_bag;
+    mcap::tMcapWriter m_file;
+    tRawTopics m_raw;
+    tSentenceTopic m_sentences;
+    tDecodedStreams m_streams;
+};
+}  // namespace
+
+tExporter mcapExporter(const tMcapOptions& options)
+{
+    return std::make_unique<tMcapExporter>(options);
+}
+}  // namespace recordings
