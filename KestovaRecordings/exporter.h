@@ -55,13 +55,19 @@ KESTOVA_API tExporter gpxExporter(const std::string& path);
 // are kept in memory until finish(), 16 bytes each.
 KESTOVA_API tExporter geoJsonExporter(const std::string& path);
 
-// The topics of an MCAP file.
+// The topics of an MCAP file. RADAR is radar_A1_2_1 for A1:2 with the id 1, or by the group where no sheet names it.
 struct tMcapTopics
 {
     bool raw = true;        // /raw/STREAM/GROUP: the datagrams, byte for byte
     bool sentences = true;  // /sentences: lines
+    bool own = true;        // /own/fix, /own/heading
+    bool targets = true;    // /targets: once a second at most
+    bool sector = true;     // /RADAR/sector: spokes, the values of their cells unchanged
+    bool picture = true;    // /RADAR/picture/compressed: each turn
+    bool echoes = true;     // /RADAR/echoes: each turn's strong echoes as points
 
-    bool needMeaning() const { return sentences; }
+    bool needSpokes() const { return sector || picture || echoes; }
+    bool needMeaning() const { return sentences || own || targets || needSpokes(); }
 };
 
 struct tMcapOptions
@@ -69,6 +75,8 @@ struct tMcapOptions
     std::string path;  // of a file; with "/" at its end of a folder, which has metadata.yaml beside the file: a bag
     tMcapTopics topics;
     std::vector<utils::tSpokeLayout> layouts;  // of the spokes; without any there are none
+    std::vector<std::string> files;            // whose sheets name the radars
+    double threshold = 0.5;                    // of full scale, from which a cell is an echo
     bool compress = true;                      // chunks, by zstd
 };
 
@@ -76,6 +84,11 @@ struct tMcapOptions
 // plays: in chunks, with an index, statistics and checksums. Their log_time is the record's, their publish_time the
 // package's. Throws as the others. Uses two threads.
 KESTOVA_API tExporter mcapExporter(const tMcapOptions& options);
+
+// Returns an exporter of whole turns of the first radar that has spokes, as radar research has them: in a folder
+// radar/MICROSECONDS.png, a row a bearing, radar.timestamps, and labels/MICROSECONDS.json with the AIS stations around.
+// Throws as the others.
+KESTOVA_API tExporter polarExporter(const std::string& folder, std::vector<utils::tSpokeLayout> layouts);
 }  // namespace recordings
 
 #endif

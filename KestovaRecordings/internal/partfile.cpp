@@ -42,12 +42,13 @@ tPartFile::~tPartFile()
 
 void tPartFile::write(std::string_view bytes)
 {
-    if (m_buffer.size() + bytes.size() > cGathered)
+    const bool isLarge = bytes.size() >= cGathered / 2;
+    if (isLarge || m_buffer.size() + bytes.size() > cGathered)
     {
         writeThrough(m_buffer);
         m_buffer.clear();
     }
-    if (bytes.size() >= cGathered / 2)
+    if (isLarge)
         writeThrough(bytes);
     else
         m_buffer.append(bytes);

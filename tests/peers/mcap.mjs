@@ -12,6 +12,7 @@ import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import { createHash } from "node:crypto";
 import { readFileSync } from "node:fs";
+import { inflateSync } from "node:zlib";
 
 const [tool, path, recording, layout] = process.argv.slice(2);
 if (!recording) {
@@ -84,5 +85,47 @@ if (has("/sentences")) {
     assert(seen["/sentences"].length >= sentences && sentences > 0, "sentences");
     for (const { sentence } of seen["/sentences"]) assert.match(sentence, /^[$!][A-Z0-9]{4,8}/);
 }
+
+// Spokes in their order: the cells of sectors as they came, strong ones as points of whole turns; each turn as a picture.
+const radars = Object.keys(topics).filter(topic => /^\/radar_.*\/sector$/.test(topic)).map(topic => topic.split("/")[1]);
+let cells = 0;
+for (const radar of radars) {
+    const spokes = dumped.flatMap(line => line.spokes), turn = 2 * Math.PI, strong = [];
+    let next = 0;
+    for (const sector of seen[`/${radar}/sector`]) {
+        assert(sector.intensities.length <= 64);
+        sector.intensities.forEach(({ echoes }, i) => {
+            const spoke = spokes[next++], digits = spoke.bits > 16 ? 8 : spoke.bits > 8 ? 4 : 2;
+            const values = spoke.cells.match(new RegExp(`.{${digits}}`, "g")).map(text => parseInt(text, 16));
+            assert.deepEqual([...echoes], values);
+            const angle = sector.angle_start + i * sector.angle_increment + turn * spoke.bearing_from;
+            assert(Math.abs(angle - turn * Math.round(angle / turn)) < 1e-3, "the angle of a ray");
+            assert(Math.abs(sector.range_min - spoke.first_cell_m - spoke.cell_m / 2) < 0.01);
+            strong.push(...values.filter(value => value >= (2 ** spoke.bits - 1) / 2));
+            cells += values.length;
+        });
+    }
+    assert.equal(next, spokes.length, "spokes");
+    const points = seen[`/${radar}/echoes`].flatMap(({ data, width, point_step }) =>
+        Array.from({ length: width }, (_, i) => Buffer.from(data).readFloatLE(i * point_step + 12)));
+    assert(points.length > 0);
+    assert.deepEqual(points, strong.slice(0, points.length));
+    for (const { format, data } of seen[`/${radar}/picture/compressed`]) {
+        const png = Buffer.from(data), size = png.readUInt32BE(33);
+        assert.deepEqual([format, png.toString("latin1", 1, 4), png.readUInt32BE(16)], ["png", "PNG", 900]);
+        assert.equal(inflateSync(png.subarray(41, 41 + size)).length, 900 * (3 * 900 + 1));
+        assert.equal(png.readUInt32BE(41 + size), crc32(png.subarray(37, 41 + size)));
+    }
+}
+
+// Own ship, as its sentences say.
+const own = dumped.flatMap(line => line.sentences).filter(one => one.type !== "TTM" && one.type !== "TLL" && one.type !== "VDM");
+const yaws = own.filter(one => one.heading_deg !== undefined).map(one => Math.PI / 2 - one.heading_deg * Math.PI / 180);
+if (has("/own/fix"))
+    assert.deepEqual(seen["/own/fix"].map(one => [one.latitude, one.longitude]),
+                     own.filter(one => one.latitude_deg !== undefined).map(one => [one.latitude_deg, one.longitude_deg]));
+(seen["/own/heading"] ?? []).forEach(({ quaternion: { z, w } }, i) => assert(Math.abs(Math.sin(2 * Math.atan2(z, w) - yaws[i])) < 1e-9));
+for (const { geojson } of seen["/targets"] ?? []) assert.equal(JSON.parse(geojson).type, "FeatureCollection");
+
 console.log(`${path}: ${Object.keys(topics).length} topics, ${reader.statistics.messageCount} messages, ` +
-            `${compared} datagrams equal`);
+            `${compared} datagrams and ${cells} cells equal`);

@@ -33,15 +33,16 @@ struct tOptions : tRecordingOptions
 {
     std::vector<std::string> streams;
     std::string start, end;
-    std::string pcap, cat240, mcap, csv, gpx, geoJson;  // one of them
+    std::string pcap, cat240, mcap, csv, gpx, geoJson, polar;  // one of them
     std::vector<std::string> topics;
     bool noRaw = false;
+    double threshold = 50;
     std::string compression = "zstd";
     std::string source = "192.0.2.1:6000";  // an address for documentation: recordings do not hold the sender
     std::string to = "239.99.0.5:8600";
     std::string layout;
 
-    std::array<const std::string*, 6> outputs() const { return {&pcap, &cat240, &mcap, &csv, &gpx, &geoJson}; }
+    std::array<const std::string*, 7> outputs() const { return {&pcap, &cat240, &mcap, &csv, &gpx, &geoJson, &polar}; }
     const std::string& output() const
     {
         const auto all = outputs();
@@ -51,8 +52,10 @@ struct tOptions : tRecordingOptions
     bool toStandardOutput() const { return isCapture() && output() == cStandardStream; }
 };
 
-constexpr std::pair<const char*, bool tMcapTopics::*> cTopics[] = {{"raw", &tMcapTopics::raw},
-                                                                   {"sentences", &tMcapTopics::sentences}};
+constexpr std::pair<const char*, bool tMcapTopics::*> cTopics[] = {
+    {"raw", &tMcapTopics::raw},         {"sentences", &tMcapTopics::sentences}, {"own", &tMcapTopics::own},
+    {"targets", &tMcapTopics::targets}, {"sector", &tMcapTopics::sector},       {"picture", &tMcapTopics::picture},
+    {"echoes", &tMcapTopics::echoes}};
 
 // Takes texts with names, separated by commas in each; none are all topics.
 tMcapTopics parseTopics(const std::vector<std::string>& texts)
@@ -121,6 +124,8 @@ private:
             return mcapExporter(mcapOptions(files));
         if (!m_options.csv.empty())
             return csvExporter(m_options.csv);
+        if (!m_options.polar.empty())
+            return polarExporter(m_options.polar, spokeLayoutsFor(files, m_options.layout));
         return m_options.gpx.empty() ? geoJsonExporter(m_options.geoJson) : gpxExporter(m_options.gpx);
     }
     tMcapOptions mcapOptions(const std::vector<std::string>& files)
@@ -129,7 +134,14 @@ private:
         wanted.path = m_options.mcap;
         wanted.topics = parseTopics(m_options.topics);
         wanted.topics.raw = wanted.topics.raw && !m_options.noRaw;
-        wanted.layouts = knownSpokeLayouts(files, m_options.layout);
+        const bool asksForSpokes = !m_options.topics.empty() && wanted.topics.needSpokes();
+        wanted.layouts =
+            asksForSpokes ? spokeLayoutsFor(files, m_options.layout) : knownSpokeLayouts(files, m_options.layout);
+        if (wanted.layouts.empty() && wanted.topics.needSpokes())
+            m_console.note("kestova export: no sheet says how spokes are laid out: there are no topics of the radar "
+                           "without --layout FILE");
+        wanted.files = files;
+        wanted.threshold = m_options.threshold / 100;
         wanted.compress = m_options.compression == "zstd";
         return wanted;
     }
@@ -236,7 +248,7 @@ void requireSense(const tOptions& options)
     const auto outputs = options.outputs();
     const auto wanted = std::count_if(outputs.begin(), outputs.end(), [](const auto* name) { return !name->empty(); });
     if (wanted == 0)
-        throw CLI::RequiredError("--pcap, --cat240, --mcap, --csv, --gpx or --geojson");
+        throw CLI::RequiredError("--pcap, --cat240, --mcap, --csv, --gpx, --geojson or --polar");
     if (wanted > 1)
         throw CLI::ValidationError("export", "writes one format at a time");
     if (options.json && options.toStandardOutput())
@@ -264,6 +276,10 @@ void addFormats(CLI::App& command, tOptions& options)
         ->type_name("DIR");
     command.add_option("--gpx", options.gpx, "Own ship's track, GPX 1.1")->type_name("FILE");
     command.add_option("--geojson", options.geoJson, "The tracks of own ship and targets, RFC 7946")->type_name("FILE");
+    command
+        .add_option("--polar", options.polar,
+                    "A grey PNG a turn, a row a bearing, as radar research has them, and the AIS stations around")
+        ->type_name("DIR");
 }
 
 void addSpan(CLI::App& command, tOptions& options)
@@ -279,12 +295,19 @@ void addMcapOptions(CLI::App& command, tOptions& options)
 {
     command
         .add_option("--topics", options.topics,
-                    "What --mcap writes, separated by commas (everything): raw (datagrams), sentences")
+                    "What --mcap writes, separated by commas (everything): raw (datagrams), sentences, own, targets, "
+                    "sector, picture, echoes")
         ->type_name("NAME,...")
         ->allow_extra_args(false)
         ->check(checkedBy([](const std::string& text) { parseTopics({text}); }))
         ->needs("--mcap");
     command.add_flag("--no-raw", options.noRaw, "--mcap without the datagrams")->needs("--mcap");
+    command
+        .add_option("--threshold", options.threshold,
+                    "Cells from this percentage of full scale on are in the echoes of --mcap (50)")
+        ->type_name("PERCENT")
+        ->check(decimalNumber(0, 100))
+        ->needs("--mcap");
     command.add_option("--compression", options.compression, "Of the chunks of --mcap: zstd (default) or none")
         ->type_name("NAME")
         ->check(CLI::IsMember({"zstd", "none"}).description(""))
@@ -310,13 +333,14 @@ void addExport(CLI::App& app, tRun& chosen)
 {
     auto options = std::make_shared<tOptions>();
     CLI::App& command = *app.add_subcommand("export", "Write recordings in the formats of other programs");
-    command.footer("One of --pcap, --cat240, --mcap, --csv, --gpx and --geojson; what it names must not exist.\n"
-                   "Captures hold every datagram in order of time, as Ethernet frames with right checksums; datagrams\n"
-                   "larger than a frame in fragments. Exit status 3 if records or files were left out.\n"
-                   "Examples: kestova export recordings --pcap radar.pcap\n"
-                   "          kestova export recordings --pcap - | tshark -r -\n"
-                   "          kestova export recordings --cat240 radar.pcap --to 239.99.0.5:8600\n"
-                   "          kestova export recordings --gpx track.gpx --start -1h");
+    command.footer(
+        "One of --pcap, --cat240, --mcap, --csv, --gpx, --geojson and --polar; what it names must not exist.\n"
+        "Captures hold every datagram in order of time, as Ethernet frames with right checksums; datagrams\n"
+        "larger than a frame in fragments. Exit status 3 if records or files were left out.\n"
+        "Examples: kestova export recordings --pcap radar.pcap\n"
+        "          kestova export recordings --pcap - | tshark -r -\n"
+        "          kestova export recordings --cat240 radar.pcap --to 239.99.0.5:8600\n"
+        "          kestova export recordings --gpx track.gpx --start -1h");
     addPaths(command, options->paths);
     addFormats(command, *options);
     addSuffix(command, options->suffix);

@@ -4,6 +4,9 @@
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/internal/exportfolder.h"
 #include "KestovaRecordings/internal/exports/messagetopics.h"
+#include "KestovaRecordings/internal/exports/owntopics.h"
+#include "KestovaRecordings/internal/exports/radarnames.h"
+#include "KestovaRecordings/internal/exports/radartopics.h"
 #include "KestovaRecordings/internal/exports/rosbagmetadata.h"
 
 namespace recordings
@@ -41,7 +44,8 @@ class tMcapExporter final : public iExporter, private iDecodedSink
 public:
     explicit tMcapExporter(const tMcapOptions& options)
         : m_options(options), m_bag(options.path), m_file(m_bag.file(), "ros2", options.compress), m_raw(m_file),
-          m_sentences(m_file), m_streams(options.layouts, *this)
+          m_sentences(m_file), m_own(m_file), m_targets(m_file), m_names(options.files),
+          m_streams(options.topics.needSpokes() ? options.layouts : tMcapOptions().layouts, *this)
     {}
 
     bool take(const tExportedPackage& package) override
@@ -55,6 +59,10 @@ public:
     void finish() override
     {
         m_streams.finish();
+        for (auto& [stream, radar] : m_radars)
+            radar.finish(m_navigation.own());
+        if (m_options.topics.targets)
+            m_targets.finish(m_navigation);
         if (m_file.messages() == 0)
             throw tFailure(m_options.path + " was not written: the recording has nothing for its topics");
         m_file.finish();
@@ -74,12 +82,32 @@ private:
         if (m_options.topics.sentences)
             m_sentences.write(line, place);
     }
+    void onSentence(const tSentence& sentence, const tDecodedPlace& place) override
+    {
+        m_navigation.add(sentence, place.timeMs);
+        if (m_options.topics.own)
+            m_own.write(sentence, place);
+        if (m_options.topics.targets)
+            m_targets.write(sentence, place, m_navigation);
+    }
+    void onSpoke(const tSpoke& spoke, const tDecodedPlace& place) override
+    {
+        auto radar = m_radars.find(place.stream);
+        if (radar == m_radars.end())
+            radar = m_radars.try_emplace(place.stream, m_file, m_names.nameFor(place.stream), m_options).first;
+        radar->second.add(spoke, place, m_navigation.own());
+    }
 
     const tMcapOptions m_options;
     tBag m_bag;
     mcap::tMcapWriter m_file;
     tRawTopics m_raw;
     tSentenceTopic m_sentences;
+    tOwnTopics m_own;
+    tTargetsTopic m_targets;
+    tNavigation m_navigation;
+    tRadarNames m_names;
+    std::map<tStreamKey, tRadarTopics> m_radars;
     tDecodedStreams m_streams;
 };
 }  // namespace
