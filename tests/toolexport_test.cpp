@@ -1,5 +1,6 @@
 // kestova export in the formats that people open: tables, tracks, MCAP, polar pictures. Other implementations read them
 // where they are installed: ogrinfo of gdal-bin, Python's csv.
+#include <fstream>
 #include <gmock/gmock.h>
 #include <map>
 
@@ -42,6 +43,26 @@ protected:
         for (const std::string& payload : payloads)
             records.push_back(record(payload));
         return fileOf(records, stepMs);
+    }
+    // Two turns and a quarter of a radar with 200 spokes of 16 cells a turn, without 100 to 104; between them own ship
+    // and a station.
+    std::string radarRecording() const
+    {
+        std::vector<std::string> records = {record(position("01048.0000,E")), record(sentence("$HEHDT,90.0,T")),
+                                            record(sentence("!AIVDM,1,1,,A,139W9R002JPi?>LNuKSh:08t0000,0"), eAisDev)};
+        for (unsigned number = 0; number < 450; ++number)
+        {
+            std::string spoke = "SP" + littleEndian(number % 200, 2) + littleEndian(number, 4);
+            for (unsigned cell = 0; cell < 16; ++cell)
+                spoke += static_cast<char>(number % 200 + 5 * cell);
+            if (number < 100 || number > 104)
+                records.push_back(record(spoke, eImageStream));
+        }
+        std::ofstream(dir.file("layout.json"))
+            << R"({"spoke": {"match": {"0": "5350"}, "azimuth": {"at": 2, "width": 2, "per_turn": 200},
+                   "range": 1600, "sequence": {"at": 4, "width": 4}, "cells": {"at": 8, "count": 16, "bits": 8},
+                   "order": "little", "reference": "bow"}})";
+        return fileOf(records, 5);
     }
     static std::string printed(const tArguments& program)
     {
@@ -227,16 +248,67 @@ TEST_F(tToolExportTest, writesABagOfTheChosenTopics)
     EXPECT_THAT(said({"export", file, "--mcap", dir.file("x"), "--topics", "lidar"}, 2), HasSubstr("no topic"));
 }
 
+TEST_F(tToolExportTest, writesSectorsThatEndWhereSpokesAreMissingAndAtTheBow)
+{
+    const std::string path = dir.file("radar.mcap");
+    const tJson json = result({"export", radarRecording(), "--layout", dir.file("layout.json"), "--mcap", path,
+                               "--topics", "sector,picture,echoes", "--compression", "none"});
+    EXPECT_EQ(json.at("written"), tJson::parse(R"([{"name": "/radar_239_17_0_9_6009/sector", "count": 9},
+        {"name": "/radar_239_17_0_9_6009/picture/compressed", "count": 2},
+        {"name": "/radar_239_17_0_9_6009/echoes", "count": 2}])"));
+    const tMcapFile mcap(path);
+    std::vector<std::size_t> spokes;
+    for (const std::string& sector : mcap.messages.at(0))
+        spokes.push_back((sector.size() - 4 - 20 - 32) / (4 + 4 * 16));  // behind encapsulation, header and numbers
+    EXPECT_EQ(spokes, (std::vector<std::size_t>{64, 36, 64, 31, 64, 64, 64, 8, 50}));
+    // Encapsulation, stamp, frame "radar"; then -2 pi x 64 / 200, -2 pi / 200; the first cell's middle, the last one's.
+    const std::string& second = mcap.messages.at(0)[1];
+    const auto number = [&](std::size_t at) {
+        float value = 0;
+        std::memcpy(&value, &second.at(24 + at), sizeof value);
+        return value;
+    };
+    EXPECT_FLOAT_EQ(number(0), -2.01061930F);
+    EXPECT_FLOAT_EQ(number(4), -0.0314159265F);
+    EXPECT_FLOAT_EQ(number(24), 50);
+    EXPECT_FLOAT_EQ(number(28), 1550);
+    EXPECT_FLOAT_EQ(number(36 + 4), 69);  // of spoke 64: cell 1
+}
+
+TEST_F(tToolExportTest, writesAPolarPictureOfEachWholeTurn)
+{
+    const std::string folder = dir.file("polar"), python = programNamed("python3");
+    const tJson json = result({"export", radarRecording(), "--layout", dir.file("layout.json"), "--polar", folder});
+    EXPECT_EQ(json.at("written").at(0), (tJson{{"name", "radar"}, {"count", 2}}));
+    const std::string first = std::to_string((cTime + 15) * 1000),
+                      second = std::to_string((cTime + 15 + 195 * 5) * 1000);
+    EXPECT_EQ(contentsOf(folder + "/radar.timestamps"), first + " 1\n" + second + " 1\n");
+    const tJson label = tJson::parse(contentsOf(folder + "/labels/" + first + ".json")).at(0);
+    expectIn(label, {{"mmsi", 211405192}, {"reference", "bow"}});
+    EXPECT_NEAR(label.at("bearing"), 0.537, 0.01);  // some 283 degrees, seen from the bow at 90
+    if (python.empty())
+        GTEST_SKIP() << "python3 is not installed: scripts/setup --bench installs it";
+    const char* const reader = R"(import struct, sys, zlib
+data = open(sys.argv[1], 'rb').read()
+width, height = struct.unpack('>II', data[16:24])
+length, = struct.unpack('>I', data[33:37])
+assert zlib.crc32(data[37:41 + length]) == struct.unpack('>I', data[41 + length:45 + length])[0]
+raw = zlib.decompress(data[41:41 + length])
+rows = [raw[i * (width + 1) + 1:(i + 1) * (width + 1)] for i in range(height)]
+print(data[24:26], width, height, struct.unpack('<qH', rows[0][:10]), sum(row[10] == 255 for row in rows))
+print(struct.unpack('<qHB', rows[102][:11]), rows[102][11], list(rows[199][11:14])))";
+    EXPECT_EQ(printed({python, "-c", reader, folder + "/radar/" + first + ".png"}),
+              "b'\\x08\\x00' 27 200 (" + first + ", 0) 195\n(" + std::to_string((cTime + 15 + 497) * 1000 + 500) +
+                  ", 2856, 0) 0 [199, 204, 209]\n");
+}
+
 TEST_F(tToolExportTest, isReadByTheMakersOfMcap)
 {
     const std::string node = programNamed("node"), peers = KESTOVA_SOURCE "/tests/peers";
     if (node.empty() || !std::filesystem::exists(peers + "/node_modules"))
         GTEST_SKIP() << "the readers of MCAP are not installed: npm ci --prefix tests/peers installs them";
-    std::vector<std::string> records;
-    for (int i = 0; i < 300; ++i)
-        records.push_back(record(position("01048.0000,E"), i % 3 == 0 ? eGpsDev : eOtherType));
-    const std::string file = fileOf(records, 7), path = dir.file("radar.mcap");
-    said({"export", file, "--mcap", path});
-    EXPECT_THAT(printed({node, peers + "/mcap.mjs", KESTOVA_TOOL, path, file}),
-                HasSubstr("3 topics, 600 messages, 300 datagrams equal"));
+    const std::string file = radarRecording(), path = dir.file("radar.mcap"), layout = dir.file("layout.json");
+    said({"export", file, "--mcap", path, "--layout", layout});
+    EXPECT_THAT(printed({node, peers + "/mcap.mjs", KESTOVA_TOOL, path, file, layout}),
+                HasSubstr("10 topics, 466 messages, 448 datagrams and 7120 cells equal"));
 }
