@@ -1,5 +1,5 @@
 #include "KestovaRecordings/internal/turnreader.h"
-#include "KestovaRecordings/internal/zerocrossings.h"
+#include "KestovaRecordings/zerocrossings.h"
 
 namespace recordings
 {

@@ -63,3 +63,5 @@ if(TARGET kestova AND TARGET kestova_sessions)  # it runs the tool, on what the 
   add_dependencies(export_bench kestova)
   target_compile_definitions(export_bench PRIVATE KESTOVA_TOOL="$<TARGET_FILE:kestova>")
 endif()
+kestova_bench(capi)  # python_bench.py is its companion
+target_link_libraries(capi_bench PRIVATE kestova_c KestovaRecordings)

@@ -1,6 +1,7 @@
 #include "sessions/export/exportsession.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "KestovaRecordings/failure.h"
@@ -15,6 +16,7 @@ using namespace recordings;
 namespace
 {
 constexpr std::uint64_t cStep = 1024;  // records between two looks at `goOn`
+constexpr std::size_t cRun = 128;      // that are read together
 
 std::uint64_t wholeMs(double ms)
 {
@@ -55,7 +57,8 @@ void tExportSession::limit()
     const std::uint64_t fromMs = placeOf(m_options.start, 0), endMs = placeOf(m_options.end, UINT64_MAX);
     if (fromMs >= endMs || fromMs > recording.lastMs() || endMs <= recording.firstMs())
         throw tFailure("none of the records is in the span of --start and --end");
-    m_records.limitTo(fromMs, endMs);
+    m_records.startAt(fromMs);
+    m_records.endAt(endMs);
 }
 
 std::vector<tLeftOut> tExportSession::leftOut() const
@@ -71,13 +74,17 @@ std::vector<tLeftOut> tExportSession::leftOut() const
 
 void tExportSession::run(const std::function<bool(double)>& goOn)
 {
-    tRecordingRecord record{};
-    for (std::uint64_t i = 0; m_records.next(record); ++i)
+    std::array<tRecordingRecord, cRun> records;
+    std::uint64_t looked = 0;
+    const auto total = static_cast<double>(m_records.records());
+    for (std::size_t count = 0; (count = m_records.nextRun(records.data(), cRun)) != 0;)
     {
-        if (i % cStep == 0 && !goOn(static_cast<double>(m_records.passed()) / static_cast<double>(m_records.records())))
+        if (m_records.passed() >= looked && !goOn(static_cast<double>(m_records.passed()) / total))
             throw tFailure("interrupted; " + m_options.output +
                            (m_options.isStream ? " has a part of the recording only" : " was not written"));
-        write(record);
+        looked = std::max(looked, m_records.passed() / cStep * cStep + cStep);
+        for (std::size_t i = 0; i < count; ++i)
+            write(records[i]);
     }
     m_exporter->finish();
 }

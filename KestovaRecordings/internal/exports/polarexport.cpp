@@ -11,8 +11,8 @@
 #include "KestovaRecordings/internal/exports/sectortopic.h"
 #include "KestovaRecordings/internal/picturetexts.h"
 #include "KestovaRecordings/internal/spokesteps.h"
-#include "KestovaRecordings/internal/zerocrossings.h"
 #include "KestovaRecordings/turn.h"
+#include "KestovaRecordings/zerocrossings.h"
 
 namespace recordings
 {

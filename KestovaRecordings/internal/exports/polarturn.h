@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "KestovaRecordings/internal/zerocrossings.h"
+#include "KestovaRecordings/internal/turncover.h"
 #include "KestovaRecordings/spoke.h"
 
 namespace recordings

@@ -8,7 +8,8 @@
 #include "KestovaRecordings/internal/exports/echotopic.h"
 #include "KestovaRecordings/internal/exports/picturetopic.h"
 #include "KestovaRecordings/internal/exports/sectortopic.h"
-#include "KestovaRecordings/internal/zerocrossings.h"
+#include "KestovaRecordings/internal/turncover.h"
+#include "KestovaRecordings/zerocrossings.h"
 
 namespace recordings
 {

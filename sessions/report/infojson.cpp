@@ -1,9 +1,11 @@
+#include "sessions/report/infojson.h"
+
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
-#include "tools/commands/inforeport.h"
-#include "tools/shell/leftout.h"
+#include "sessions/report/leftoutjson.h"
 
-namespace tool
+namespace session
 {
 using namespace recordings;
 
@@ -190,4 +192,4 @@ tJson infoJson(const std::vector<std::string>& paths, const tRecordingCounts& co
             {"ignored_sheets", leftOutJson(ignoredSheets(counts))},
             {"total", totalJson(counts, withDigest)}};
 }
-}  // namespace tool
+}  // namespace session

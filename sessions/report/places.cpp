@@ -1,4 +1,4 @@
-#include "tools/shell/places.h"
+#include "sessions/report/places.h"
 
 #include <algorithm>
 #include <chrono>
@@ -9,9 +9,9 @@
 #include <string_view>
 
 #include "KestovaUtils/timeparser.h"
-#include "tools/shell/units.h"
+#include "sessions/report/units.h"
 
-namespace tool
+namespace session
 {
 using recordings::tMoment;
 
@@ -177,4 +177,4 @@ std::uint64_t parseWhen(const std::string& text, std::uint64_t nowMs)
                                 "' is no time: write 2024-05-17, \"2024-05-17 08:30:00\", 2024-05-17T08:30:00Z, or 2h "
                                 "or 3d for that long ago");
 }
-}  // namespace tool
+}  // namespace session

@@ -1,4 +1,4 @@
-#include "tools/shell/units.h"
+#include "sessions/report/units.h"
 
 #include <array>
 #include <charconv>
@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 #include <stdexcept>
 
-namespace tool
+namespace session
 {
 namespace
 {
@@ -145,4 +145,4 @@ std::uint64_t parseSize(const std::string& text)
         throw std::invalid_argument("'" + text + "' is no size: write 750M, 500G or 1.5T");
     return static_cast<std::uint64_t>(std::llround(*value * *unit));
 }
-}  // namespace tool
+}  // namespace session
