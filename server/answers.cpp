@@ -42,11 +42,16 @@ tHttpAnswer answerOf(const tRefusal& refusal)
 
 tJson bodyOf(const tHttpRequest& request)
 {
+    return jsonIn(request.body);
+}
+
+tJson jsonIn(std::string_view text)
+{
     bool isDeep = false;
     const auto shallow = [&](int depth, tJson::parse_event_t, tJson&) { return !(isDeep |= depth > cDeepest); };
-    tJson body = tJson::parse(request.body, shallow, false);
+    tJson body = tJson::parse(text, shallow, false);
     if (isDeep || !body.is_object())
-        throw tRefusal(400, "bad_body", "the body is no JSON object");
+        throw tRefusal(400, "bad_body", "this is no JSON object");
     return body;
 }
 

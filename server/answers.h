@@ -7,6 +7,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "server/http.h"
 
@@ -31,6 +32,7 @@ tHttpAnswer jsonAnswer(const tJson& json, unsigned status = 200);
 tHttpAnswer answerOf(const tRefusal& refusal);
 // Return what the body of a POST holds; throw tRefusal (400) for a body that is no object of 16 levels at most, a key
 // that is missing or of another kind, or a number out of range. `Optional` ones may be missing.
+tJson jsonIn(std::string_view text);
 tJson bodyOf(const tHttpRequest& request);
 std::string textIn(const tJson& body, const char* key);
 std::optional<std::uint64_t> optionalNumberIn(const tJson& body, const char* key);

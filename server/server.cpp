@@ -8,9 +8,16 @@
 #include "KestovaRecordings/failure.h"
 #include "server/access.h"
 #include "server/answers.h"
+#include "server/archive.h"
+#include "server/downloadsapi.h"
 #include "server/metrics.h"
 #include "server/pagefiles.h"
+#include "server/radars.h"
+#include "server/reaper.h"
+#include "server/recordingsapi.h"
 #include "server/routes.h"
+#include "server/viewer.h"
+#include "server/viewsapi.h"
 
 namespace server
 {
@@ -18,7 +25,10 @@ using recordings::tFailure;
 
 namespace
 {
-void requireSense(const tServeOptions& options)
+constexpr char cLivePath[] = "/api/v1/live";
+
+// Throws tFailure for options that make no sense together.
+const tServeOptions& checked(const tServeOptions& options)
 {
     if (!isLoopback(options.address) && options.token.empty())
         throw tFailure("--listen " + options.address +
@@ -26,6 +36,7 @@ void requireSense(const tServeOptions& options)
     for (const std::string& root : options.roots)
         if (!std::filesystem::is_directory(root))
             throw tFailure(root + " is no folder");
+    return options;
 }
 
 std::uint64_t nowMs()
@@ -70,12 +81,16 @@ class tServer::tPrivate : public iHttpHandler
 {
 public:
     tPrivate(const tServeOptions& options, const tHttpLimits& limits)
-        : m_options((requireSense(options), options)), m_http(options.address, options.port, *this, limits),
-          m_access(options, m_http.port())
+        : m_options(checked(options)), m_archive(options.roots), m_radars(m_options, m_archive),
+          m_recordings(m_archive), m_downloads(m_archive), m_views(m_options, m_archive), m_hub(m_options, m_radars),
+          m_http(options.address, options.port, *this, limits), m_access(options, m_http.port())
     {
         addRoutes();
         m_http.start();
     }
+    ~tPrivate() override { stop(std::chrono::hours(1)); }
+    tPrivate(const tPrivate&) = delete;
+    tPrivate& operator=(const tPrivate&) = delete;
 
     std::string url() const
     {
@@ -84,7 +99,11 @@ public:
                std::to_string(m_http.port()) + '/';
     }
 
-    bool stop(std::chrono::milliseconds atMost) { return m_http.stop(atMost); }
+    bool stop(std::chrono::milliseconds atMost)
+    {
+        m_downloads.cancel();
+        return m_http.stop(atMost);
+    }
 
     tHttpAnswer answer(const tHttpRequest& request) override
     {
@@ -93,10 +112,23 @@ public:
         return answer;
     }
 
-    tUpgrade upgrade(const tHttpRequest& request, std::shared_ptr<iWebSocketPeer>) override
+    tUpgrade upgrade(const tHttpRequest& request, std::shared_ptr<iWebSocketPeer> peer) override
     {
         tUpgrade granted;
-        granted.refusal = answer(request);
+        granted.refusal = guarded([&]() -> tHttpAnswer {
+            m_access.checkSender(request);
+            const auto target = parseTarget(request.target);
+            if (!target || target->path != cLivePath)
+                throw tRefusal(404, "not_found", "there is no WebSocket at this address");
+            granted.subprotocol = m_access.checkUpgrade(request);
+            if (m_metrics.viewers >= m_options.maxViewers)
+                throw tRefusal(503, "too_many_viewers", "as many pages look as may", "close another one");
+            granted.session =
+                std::make_shared<tViewer>(tPlaybackContext{m_options, m_archive, m_radars, m_hub, m_recordings.facts()},
+                                          m_metrics, m_reaper, std::move(peer));
+            return {};
+        });
+        addCommonHeaders(granted.refusal.headers);
         return granted;
     }
 
@@ -152,8 +184,15 @@ private:
     void addRoutes()
     {
         m_routes.add("GET", "/api/v1/server", [this](const tCall&) { return jsonAnswer(about()); });
+        m_routes.add("GET", cLivePath, [](const tCall&) -> tHttpAnswer {
+            throw tRefusal(426, "no_upgrade", "this address is a WebSocket");
+        });
         m_routes.add("GET", "/metrics", [this](const tCall&) { return metrics(); });
         m_routes.add("POST", "/api/v1/tickets", [this](const tCall& call) { return ticket(call); });
+        m_radars.addTo(m_routes);
+        m_recordings.addTo(m_routes);
+        m_downloads.addTo(m_routes);
+        m_views.addTo(m_routes);
     }
 
     tJson about() const
@@ -196,8 +235,15 @@ private:
     const tServeOptions m_options;
     tServeMetrics m_metrics;
     tRoutes m_routes;
+    tArchive m_archive;
+    tRadars m_radars;
+    tRecordingsApi m_recordings;
+    tDownloadsApi m_downloads;
+    tViewsApi m_views;
+    tLiveHub m_hub;
     tHttpServer m_http;
     tAccess m_access;
+    tReaper m_reaper;  // before m_http goes, which what it ends still wakes
 };
 
 tServer::tServer(const tServeOptions& options, const tHttpLimits& limits)
