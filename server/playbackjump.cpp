@@ -5,7 +5,7 @@
 #include "KestovaRecordings/packagecontents.h"
 #include "KestovaRecordings/turn.h"
 #include "server/playback.h"
-#include "sessions/rows/recordrow.h"
+#include "sessions/report/recordrow.h"
 
 namespace server
 {

@@ -6,7 +6,7 @@
 
 #include "KestovaRecordings/activity.h"
 #include "server/timeline.h"
-#include "sessions/rows/listrow.h"
+#include "sessions/report/listrow.h"
 
 namespace server
 {
