@@ -47,7 +47,12 @@ if(KESTOVA_TOOL)
   set(CPACK_DEBIAN_TOOL_DESCRIPTION "recorder and player for marine radar traffic: command line\n${about}\n
 This package has the command kestova, which records, replays and simulates
 radars, shows what is in recordings, and reads and writes captures.")
-  set(CPACK_DEBIAN_TOOL_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles")
+  set(conffiles "${CMAKE_CURRENT_BINARY_DIR}/conffiles")
+  configure_file(debian/conffiles "${conffiles}" COPYONLY)
+  if(TARGET kestova_server)
+    file(APPEND "${conffiles}" "/etc/default/kestova-serve\n")
+  endif()
+  set(CPACK_DEBIAN_TOOL_PACKAGE_CONTROL_EXTRA "${conffiles}")
   set(CPACK_COMPONENT_TOOL_DEPENDS libraries)
 endif()
 
