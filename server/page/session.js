@@ -1,0 +1,174 @@
+// Session: what the page asks the server for, and what it takes from it, for both pictures.
+
+import { Connection } from "./connection.js";
+import { Display } from "./display.js";
+import { sayFailure, say } from "./messages.js";
+import { choose, view } from "./view.js";
+
+/** @typedef {import("./types.js").State} State */
+
+export class Session {
+    speedAt = -1e9; // by performance.now(), when a speed was chosen
+
+    /** @param {{ changed: () => void, lost: (code: number) => void, opened: () => void, streams: (streams: import("./types.js").StreamRow[]) => void }} page */
+    constructor(page) {
+        this.page = page;
+        this.a = new Display("a");
+        this.b = new Display("b");
+        this.displays = [this.a, this.b];
+        this.isFrozen = false;
+        this.placeMs = 0; // what is shown
+        this.wantedMs = 0; // of a recording that is being opened
+        this.isLooping = false;
+        this.connection = new Connection({
+            batch: batch => this.takeBatch(batch),
+            message: message => this.takeMessage(message),
+            opened: () => this.begin(),
+            lost: code => this.page.lost(code),
+        });
+    }
+
+    get isConnected() {
+        return this.connection.isOpen;
+    }
+
+    /** @returns {State | null} */
+    get state() {
+        return this.a.state;
+    }
+
+    get isLive() {
+        return this.state ? this.state.mode === "live" : view.id === "live";
+    }
+
+    /** A new connection knows nothing of the one before: everything is opened again, at the same place. */
+    begin() {
+        if (view.id !== "live" && this.wantedMs === 0) this.wantedMs = this.placeMs;
+        const wasPaused = this.state && !this.state.playing;
+        this.open();
+        if (wasPaused && view.id !== "live") this.send({ type: "pause" });
+        this.page.opened();
+    }
+
+    open() {
+        this.isFrozen = false;
+        this.isLooping = false;
+        this.a.reset();
+        this.b.reset();
+        const at_ms = this.wantedMs > 0 ? Math.round(this.wantedMs) : undefined;
+        this.send({ type: "open", picture: "a", radar: view.radar || undefined, id: view.id, at_ms });
+        if (view.second) this.send({ type: "open", picture: "b", ...secondOf(view.second), at_ms });
+        if (view.speed !== 1) this.send({ type: "speed", value: view.speed });
+        this.placeMs = this.wantedMs || this.placeMs;
+        this.wantedMs = 0;
+    }
+
+    /** @param {{ type: string, [key: string]: any }} message */
+    send(message) {
+        this.connection.send(message);
+    }
+
+    /** @param {number} source */
+    displayOf(source) {
+        const known = this.displays.find(display => display.source === source);
+        if (known) return known;
+        if (this.a.source !== -1) return undefined;
+        this.a.source = source; // spokes that are quicker than the state that announces them
+        return this.a;
+    }
+
+    /** @param {import("./types.js").Batch} batch */
+    takeBatch(batch) {
+        const display = this.displayOf(batch.source);
+        if (!display) return;
+        display.take(batch);
+        if (display === this.a && !batch.before && display.store.newestMs > 0 && !this.isFrozen)
+            this.placeMs = display.store.newestMs;
+    }
+
+    /** @param {{ type: string, [key: string]: any }} message */
+    takeMessage(message) {
+        const display = message.picture === "b" ? this.b : this.a;
+        if (message.type === "state") this.takeState(/** @type {any} */ (message), display);
+        else if (message.type === "own") display.own = message.own ?? message;
+        else if (message.type === "targets") display.targets = message.targets ?? [];
+        else if (message.type === "streams" && display === this.a) this.page.streams(message.streams ?? []);
+        else if (message.type === "error") this.takeError(message);
+        if (message.type === "own" || message.type === "targets") display.screen.wantsOverlay = true;
+    }
+
+    /** @param {State} state @param {Display} display */
+    takeState(state, display) {
+        display.setState(state);
+        if (display !== this.a) return;
+        if (!this.isFrozen && (state.mode === "replay" || this.placeMs === 0)) this.placeMs = state.time_ms;
+        if (state.speed !== undefined && !this.isSpeedNew()) choose({ speed: state.speed });
+        this.page.changed();
+    }
+
+    // A speed that was just chosen counts, not what the server said before it heard of it.
+    isSpeedNew() {
+        return performance.now() - this.speedAt < 1500;
+    }
+
+    /** @param {{ [key: string]: any }} message */
+    takeError(message) {
+        const error = message.error ?? message;
+        sayFailure(new Error([error.message, error.hint].filter(Boolean).join(": ") || "The server refused that."));
+    }
+
+    /** @param {number} timeMs */
+    seek(timeMs) {
+        this.isFrozen = false;
+        this.placeMs = timeMs;
+        this.send({ type: "seek", time_ms: Math.round(timeMs) });
+    }
+
+    /** @param {boolean} hasRecording of what is live */
+    togglePlay(hasRecording) {
+        if (this.isFrozen) return this.freeze(false);
+        const isPlaying = this.state?.playing ?? true;
+        if (isPlaying && this.isLive && !hasRecording) {
+            this.freeze(true);
+            return say("Nothing is being recorded: the picture is frozen. Record, and you can go back in time.");
+        }
+        return this.send({ type: isPlaying ? "pause" : "play" });
+    }
+
+    /** @param {boolean} isFrozen */
+    freeze(isFrozen) {
+        this.isFrozen = isFrozen;
+        this.page.changed();
+    }
+
+    live() {
+        this.isFrozen = false;
+        if (view.id === "live") return this.send({ type: "live" });
+        choose({ id: "live" });
+        return undefined;
+    }
+
+    /** @param {string} unit @param {number} count */
+    step(unit, count) {
+        this.isFrozen = false;
+        this.send({ type: "step", unit, count });
+    }
+
+    loop() {
+        this.isLooping = !this.isLooping && view.aMs > 0 && view.bMs > view.aMs;
+        if (!this.isLooping && !(view.aMs > 0 && view.bMs > view.aMs)) say("Mark A and B first, or drag over the timeline with Shift.");
+        const part = { from_ms: Math.round(view.aMs), to_ms: Math.round(view.bMs) };
+        this.send(this.isLooping ? { type: "loop", ...part } : { type: "loop" });
+    }
+
+    /** @param {number | "max"} value */
+    setSpeed(value) {
+        this.speedAt = performance.now();
+        this.send({ type: "speed", value });
+    }
+}
+
+/** What `second` in the address means: a recording, or `live:SERIAL/ID`. @param {string} text */
+function secondOf(text) {
+    return text.startsWith("live:") ? { id: "live", radar: text.slice(5) } : { id: text };
+}
