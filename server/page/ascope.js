@@ -28,7 +28,7 @@ export function drawAScope(canvas, store, bearing, rangeM) {
     const step = ringStep(rangeM);
     for (let at = step; at < rangeM; at += step) context.fillRect((at / rangeM) * width, 0, 1, height);
     if (store.rows === 0) return;
-    const row = Math.floor((((bearing % 360) + 360) % 360) / 360 * store.rows) % store.rows;
+    const row = Math.floor(((((bearing % 360) + 360) % 360) / 360) * store.rows) % store.rows;
     context.fillStyle = palette.text;
     for (let x = 0; x < width; ++x) {
         const near = ((x / width) * rangeM - store.firstM[row]) / store.cellM[row];

@@ -5,7 +5,8 @@
 import { token, tokenProtocol } from "./token.js";
 import { parseBatch } from "./batch.js";
 
-const cSilenceMs = 2600;
+const cLookMs = 200;
+const cSilentLooks = 13; // looks, not time: a page that was held up itself finds nothing missing
 const cRetriesMs = [250, 500, 1000, 2000];
 
 /**
@@ -24,9 +25,9 @@ export class Connection {
         this.socket = null;
         this.isOpen = false;
         this.tries = 0;
-        this.heard = performance.now();
+        this.looks = 0; // since the last message
         this.retry = 0;
-        setInterval(() => this.lookForSilence(), 200);
+        setInterval(() => this.lookForSilence(), cLookMs);
         addEventListener("online", () => this.connect());
     }
 
@@ -39,14 +40,14 @@ export class Connection {
         const socket = new WebSocket(address, protocols);
         socket.binaryType = "arraybuffer";
         this.socket = socket;
-        this.heard = performance.now();
+        this.looks = 0;
         socket.onmessage = event => socket === this.socket && this.take(event.data);
         socket.onclose = event => socket === this.socket && this.end(event.code);
     }
 
     /** @param {ArrayBuffer | string} data */
     take(data) {
-        this.heard = performance.now();
+        this.looks = 0;
         if (!this.isOpen) {
             this.isOpen = true;
             this.tries = 0;
@@ -73,7 +74,7 @@ export class Connection {
     }
 
     lookForSilence() {
-        if (!this.socket || performance.now() - this.heard < cSilenceMs) return;
+        if (!this.socket || ++this.looks < cSilentLooks) return;
         const { socket } = this;
         this.end(1006);
         socket.close();

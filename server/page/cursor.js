@@ -1,8 +1,8 @@
 // The pointer and the keys on the picture: cursor, EBL and VRM, panning, the next range.
 
 import { drawAScope } from "./ascope.js";
-import { element, make } from "./dom.js";
-import { bearingText, cNm, distanceText } from "./format.js";
+import { element, showFactList } from "./dom.js";
+import { bearingText, distanceText } from "./format.js";
 import { normal, polarOf } from "./geometry.js";
 import { nextRange } from "./controls.js";
 import { choose, view } from "./view.js";
@@ -32,12 +32,21 @@ export function listenTo(screen) {
         const half = screen.css / 2;
         const within = (/** @type {number} */ value) => Math.min(Math.max(value, -0.9), 0.9);
         if (pressed.moved)
-            choose({ panX: within(pressed.panX + right / half), panY: within(pressed.panY + down / half) });
+            choose({
+                panX: within(pressed.panX + right / half),
+                panY: within(pressed.panY + down / half),
+            });
     });
     canvas.addEventListener("pointerdown", event => {
         if (event.button !== 0) return;
         canvas.setPointerCapture(event.pointerId);
-        pressed = { x: event.clientX, y: event.clientY, panX: view.panX, panY: view.panY, moved: false };
+        pressed = {
+            x: event.clientX,
+            y: event.clientY,
+            panX: view.panX,
+            panY: view.panY,
+            moved: false,
+        };
     });
     canvas.addEventListener("pointerup", event => {
         if (pressed && !pressed.moved) {
@@ -88,16 +97,15 @@ export function showCursor(main) {
     const marked = view.hasEbl ? { bearing: view.eblDeg, metres: view.vrmM } : null;
     const place = latest ? polarOf(screen.sight(1), latest.x, latest.y) : marked;
     const value = place && store.valueAt(place.bearing / 360, place.metres);
+    /** @type {[string, string][]} */
     const facts = [
         ["Bearing", place ? bearingText(place.bearing) : "–"],
-        ["Range", place ? `${distanceText(place.metres)}  ${(place.metres / cNm).toFixed(3)}` : "–"],
-        ["Echo", value === null || value === undefined ? "–" : `${value} of ${store.fullScale}`],
+        ["Range", place ? distanceText(place.metres) : "–"],
         ["EBL", marked ? bearingText(marked.bearing) : "–"],
         ["VRM", marked && marked.metres > 0 ? distanceText(marked.metres) : "–"],
+        ["Echo", value === null || value === undefined ? "–" : `${value} of ${store.fullScale}`],
     ];
-    element("cursor").replaceChildren(
-        ...facts.flatMap(([name, text]) => [make("dt", { text: name }), make("dd", { text })]),
-    );
+    showFactList(element("cursor"), facts);
     const scope = /** @type {HTMLCanvasElement} */ (element("ascope"));
     drawAScope(scope, store, marked?.bearing ?? place?.bearing ?? store.newestBearing * 360, screen.rangeM);
 }

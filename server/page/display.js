@@ -1,6 +1,7 @@
 // Display: one picture of the page with all that belongs to it: spokes, canvas, overlay, own ship and targets.
 
-import { Picture, NoWebGl } from "./picture.js";
+import { NoWebGl } from "./glprogram.js";
+import { Picture } from "./picture.js";
 import { SpokeStore } from "./spokestore.js";
 import { Trails } from "./trails.js";
 import { colourTable, gainFactor, paletteOf } from "./palettes.js";
@@ -8,7 +9,8 @@ import { drawOverlay } from "./overlay.js";
 import { element } from "./dom.js";
 import { view } from "./view.js";
 
-const cNoWebGl = "This browser shows no radar picture: it has no WebGL2. Another one, or its settings for graphics, may help.";
+const cNoWebGl =
+    "This browser shows no radar picture: it has no WebGL2. Another one, or its settings for graphics, may help.";
 const cMostPixels = 2048; // of a side
 
 /** A canvas with its overlay, of a certain size; what both displays and their difference share. */
@@ -36,7 +38,10 @@ export class Screen {
     /** Makes the picture, or makes it anew with trails or without. Returns whether the browser can show one. */
     begin() {
         const [first] = this.displays;
-        const sources = this.displays.map(({ store }) => ({ store, cells: () => store.cells }));
+        const sources = this.displays.map(({ store }) => ({
+            store,
+            cells: () => store.cells,
+        }));
         if (this.letter !== "d" && view.trailsS > 0)
             sources.push({ store: first.store, cells: () => first.trails.cells() });
         try {
@@ -75,7 +80,12 @@ export class Screen {
     sight(pixels) {
         const size = Math.round(this.css * pixels);
         const x = (size / 2) * (1 + view.panX);
-        return { size, pixelM: this.rangeM / (size / 2), x, y: (size / 2) * (1 + view.panY) };
+        return {
+            size,
+            pixelM: this.rangeM / (size / 2),
+            x,
+            y: (size / 2) * (1 + view.panY),
+        };
     }
 
     resight() {

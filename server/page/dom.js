@@ -33,3 +33,17 @@ export function make(name, attributes = {}, children = []) {
 export function onClick(id, action) {
     element(id).addEventListener("click", action);
 }
+
+/**
+ * Shows names and values, in place where they are the same ones.
+ * @param {HTMLElement} list a dl
+ * @param {[string, string][]} facts
+ */
+export function showFactList(list, facts) {
+    if (list.children.length !== facts.length * 2)
+        list.replaceChildren(...facts.flatMap(([name]) => [make("dt", { text: name }), make("dd")]));
+    facts.forEach(([, text], i) => {
+        const value = list.children[i * 2 + 1];
+        if (value.textContent !== text) value.textContent = text;
+    });
+}

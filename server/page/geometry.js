@@ -47,7 +47,10 @@ export function turned(bearing, of, reference, heading) {
  */
 export function placeOf(sight, bearing, metres) {
     const away = metres / sight.pixelM;
-    return { x: sight.x + Math.sin(bearing * cRad) * away, y: sight.y - Math.cos(bearing * cRad) * away };
+    return {
+        x: sight.x + Math.sin(bearing * cRad) * away,
+        y: sight.y - Math.cos(bearing * cRad) * away,
+    };
 }
 
 /**
@@ -59,7 +62,10 @@ export function placeOf(sight, bearing, metres) {
 export function polarOf(sight, x, y) {
     const right = x - sight.x;
     const up = sight.y - y;
-    return { bearing: normal(Math.atan2(right, up) / cRad), metres: Math.hypot(right, up) * sight.pixelM };
+    return {
+        bearing: normal(Math.atan2(right, up) / cRad),
+        metres: Math.hypot(right, up) * sight.pixelM,
+    };
 }
 
 /**

@@ -3,36 +3,48 @@
 import { onAddress, link, readAddress, setPlace } from "./address.js";
 import { Refusal } from "./api.js";
 import { beginControls, fillList, nextRange } from "./controls.js";
-import { listenTo, showCursor } from "./cursor.js";
-import { Screen, headingOf } from "./display.js";
-import { element, make, onClick } from "./dom.js";
-import { bearingText, clockText, dayText, positionText, timeText, zoneText } from "./format.js";
+import { listenTo } from "./cursor.js";
+import { Screen } from "./display.js";
+import { element, onClick } from "./dom.js";
+import { timeText } from "./format.js";
 import { listenToKeys } from "./keys.js";
 import { attempt, say, sayFailure } from "./messages.js";
 import { modeOf } from "./mode.js";
+import { showClock, showFacts } from "./panels.js";
 import { chosenRadar, radars, refreshRadars } from "./radars.js";
 import { Recorder } from "./recorder.js";
 import { Recordings } from "./recordings.js";
 import { Session } from "./session.js";
 import { Streams } from "./streams.js";
-import { showTargets } from "./targets.js";
 import { Timeline } from "./timeline.js";
-import { setToken, takeTokenFromAddress } from "./token.js";
+import { takeTokenFromAddress } from "./token.js";
+import { askForToken } from "./tokenform.js";
 import { choose, onView, rememberedChoice, view } from "./view.js";
 
 const cGap = 10; // between pictures
 
 takeTokenFromAddress();
 choose(rememberedChoice());
-const session = new Session({ changed: showState, lost: showLost, opened: showOpened, streams: showStreams });
+const session = new Session({
+    changed: showState,
+    lost: showLost,
+    opened: showOpened,
+    streams: showStreams,
+});
 session.wantedMs = readAddress();
 const difference = new Screen("d", [session.a, session.b]);
 const screens = [session.a.screen, session.b.screen, difference];
 const timeline = new Timeline(seek);
 const recordings = new Recordings(openRecording);
-const streams = new Streams(() => ({ id: shownRecording()?.id ?? "", placeMs: session.placeMs }));
+const streams = new Streams(() => ({
+    id: shownRecording()?.id ?? "",
+    placeMs: session.placeMs,
+}));
 const recorder = new Recorder(
-    () => ({ recording: shownRecording(), timeMs: session.placeMs || Date.now() }),
+    () => ({
+        recording: shownRecording(),
+        timeMs: session.placeMs || Date.now(),
+    }),
     async () => {
         await recordings.refresh();
         timeline.fetchSoon(0);
@@ -53,7 +65,8 @@ function openRecording(recording) {
 /** @param {number} timeMs */
 function seek(timeMs) {
     const shown = shownRecording();
-    if (shown && timeMs >= shown.first_ms && timeMs <= Math.max(shown.last_ms, timeline.lastMs)) return session.seek(timeMs);
+    if (shown && timeMs >= shown.first_ms && timeMs <= Math.max(shown.last_ms, timeline.lastMs))
+        return session.seek(timeMs);
     const other = recordings.at(timeMs, chosenRadar()?.serial ?? "");
     if (!other || other.id === shown?.id) return shown ? session.seek(timeMs) : say("Nothing was recorded then.");
     session.wantedMs = timeMs;
@@ -69,7 +82,8 @@ function showState() {
     element("live").setAttribute("aria-pressed", String(session.isLive && !isFrozen));
     const thinned = state?.thinned_spokes ? `${state.thinned_spokes} spokes left out: this viewer was too slow` : "";
     const missing = state?.missing_on_wire ? `${state.missing_on_wire} missing on the wire` : "";
-    const behind = state?.behind_ms && state.behind_ms > 1000 ? `${(state.behind_ms / 1000).toFixed(0)} s behind live` : "";
+    const behind =
+        state?.behind_ms && state.behind_ms > 1000 ? `${(state.behind_ms / 1000).toFixed(0)} s behind live` : "";
     element("detail").textContent = [behind, missing, thinned].filter(Boolean).join(" · ");
     showMode();
 }
@@ -78,7 +92,12 @@ function showMode() {
     const now = performance.now();
     const { isConnected, isFrozen } = session;
     const silentSince = Math.max(session.a.heardAt, openedAt);
-    const facts = { isConnected, isFrozen, state: session.state, silentMs: now - silentSince };
+    const facts = {
+        isConnected,
+        isFrozen,
+        state: session.state,
+        silentMs: now - silentSince,
+    };
     const { word, more } = modeOf(facts);
     const text = more ? `${word} · ${more}` : word;
     const mode = element("mode");
@@ -95,7 +114,12 @@ function showMode() {
  */
 function showFace(display, isConnected, now) {
     const silentMs = now - Math.max(display.heardAt, openedAt);
-    const { word } = modeOf({ isConnected, isFrozen: session.isFrozen, state: display.state, silentMs });
+    const { word } = modeOf({
+        isConnected,
+        isFrozen: session.isFrozen,
+        state: display.state,
+        silentMs,
+    });
     const { face } = display;
     const isBad = word === "STALE" || word === "NO CONNECTION";
     face.hidden = !isBad && word !== "FROZEN";
@@ -140,38 +164,19 @@ async function refresh() {
         await Promise.all([recorder.refresh(), refreshRadars()]);
         if (!element("loading").hidden && session.isConnected) element("loading").hidden = true;
     } catch (error) {
-        if (error instanceof Refusal && error.status === 401) askForToken();
+        if (error instanceof Refusal && error.status === 401) askForToken(start);
         else if (!(error instanceof Refusal && error.status === 0)) sayFailure(error);
     }
     showSecond();
     recorder.show(recordings.find(chosenRadar()?.recording ?? ""));
 }
 
-function askForToken() {
-    const loading = element("loading");
-    if (!loading.hidden && loading.querySelector("form")) return;
-    const field = make("input", { type: "password", "aria-label": "Token", autocomplete: "off" });
-    const form = make("form", {}, [
-        make("span", { text: "This server wants a token." }),
-        field,
-        make("button", { type: "submit", text: "Go on" }),
-    ]);
-    form.addEventListener("submit", event => {
-        event.preventDefault();
-        setToken(field.value.trim());
-        loading.textContent = "Connecting to the recorder …";
-        start();
-    });
-    loading.replaceChildren(form);
-    loading.hidden = false;
-    field.focus();
-}
-
 function showSecond() {
     /** @type {[string, string][]} */
     const options = [["", "none"]];
     for (const { radar } of radars()) options.push([`live:${radar}`, `live ${radar}`]);
-    for (const one of recordings.all.slice(0, 40)) options.push([one.id, `${timeText(one.first_ms).slice(0, 19)} ${one.radar}`]);
+    for (const one of recordings.all.slice(0, 40))
+        options.push([one.id, `${timeText(one.first_ms).slice(0, 19)} ${one.radar}`]);
     if (!options.some(([value]) => value === view.second)) options.push([view.second, view.second]);
     fillList(/** @type {HTMLSelectElement} */ (element("second")), options, view.second);
 }
@@ -195,7 +200,9 @@ function layOut() {
     session.b.screen.place.hidden = difference.place.hidden = !isTwo;
     const width = stage.clientWidth - 2 * cGap;
     const height = stage.clientHeight - 2 * cGap;
-    const across = isTwo ? Math.max((width - 2 * cGap) / 3, (width - cGap) / 2 <= (height - cGap) / 2 ? (width - cGap) / 2 : 0) : width;
+    const across = isTwo
+        ? Math.max((width - 2 * cGap) / 3, (width - cGap) / 2 <= (height - cGap) / 2 ? (width - cGap) / 2 : 0)
+        : width;
     const size = view.size || Math.max(Math.floor(Math.min(across, height)), 64);
     for (const screen of screens) if (!screen.place.hidden && screen.css !== size) screen.resize(size);
 }
@@ -206,34 +213,6 @@ function beginScreens() {
         screen.begin();
         screen.resight();
     }
-}
-
-function showClock() {
-    const time = session.placeMs || Date.now();
-    element("clock-time").textContent = clockText(time);
-    element("clock-ms").textContent = timeText(time).slice(-4);
-    element("clock-day").textContent = dayText(time);
-    element("zone").textContent = zoneText(time);
-}
-
-function showFacts() {
-    const { own, store, targets, screen } = session.a;
-    const heading = headingOf(store, own);
-    const known = (/** @type {number | undefined} */ value, /** @type {(value: number) => string} */ text) =>
-        value === undefined || Number.isNaN(value) ? "–" : text(value);
-    const hasPlace = own.latitude_deg !== undefined && own.longitude_deg !== undefined;
-    const facts = [
-        ["Position", hasPlace ? positionText(own.latitude_deg ?? 0, own.longitude_deg ?? 0) : "–"],
-        ["Heading", known(heading, bearingText)],
-        ["Course", known(own.course_deg, bearingText)],
-        ["Speed", known(own.speed_kn, value => `${value.toFixed(1)} kn`)],
-        ["Depth", known(own.depth_m, value => `${value.toFixed(1)} m`)],
-        ["Turns", store.turnMs > 0 ? `${(60000 / store.turnMs).toFixed(1)} a minute` : "–"],
-    ];
-    element("own").replaceChildren(...facts.flatMap(([name, text]) => [make("dt", { text: name }), make("dd", { text })]));
-    showTargets(targets, { own, reference: store.reference, heading });
-    showCursor(screen);
-    for (const display of session.displays) display.screen.caption.textContent = captionOf(display);
 }
 
 /** @param {import("./display.js").Display} display */
@@ -258,8 +237,9 @@ function frame() {
 
 function tick() {
     showMode();
-    showClock();
-    showFacts();
+    showClock(session.placeMs);
+    showFacts(session.a);
+    for (const display of session.displays) display.screen.caption.textContent = captionOf(display);
     showSpan();
     timeline.setNow(session.placeMs);
     setPlace(view.id === "live" && session.isLive ? 0 : session.placeMs);
@@ -326,7 +306,7 @@ function followView(changed) {
     if (has("up")) for (const display of session.displays) display.store.setUp(view.up);
     if (has("palette", "gain", "threshold")) for (const screen of screens) screen.relook();
     for (const screen of screens) screen.resight();
-    if (has("utc")) showClock();
+    if (has("utc")) showClock(session.placeMs);
 }
 
 function reopen() {
@@ -354,9 +334,14 @@ beginScreens();
 beginTransport();
 recordings.onChange = showSecond;
 element("radar").onchange = () =>
-    choose({ radar: /** @type {HTMLSelectElement} */ (element("radar")).value, id: session.isLive ? "live" : view.id });
+    choose({
+        radar: /** @type {HTMLSelectElement} */ (element("radar")).value,
+        id: session.isLive ? "live" : view.id,
+    });
 element("second").onchange = () =>
-    choose({ second: /** @type {HTMLSelectElement} */ (element("second")).value });
+    choose({
+        second: /** @type {HTMLSelectElement} */ (element("second")).value,
+    });
 new ResizeObserver(layOut).observe(element("stage"));
 onView(followView);
 onAddress(placeMs => {

@@ -2,8 +2,10 @@
 //
 // Whatever changed is drawn as trapezoids from own ship outwards, everything else stays as it was.
 
-import { PolarTexture, makeTexture, runsOf } from "./polartexture.js";
-import { cBrightest, cColours, cDifference, cVertices } from "./shaders.js";
+import { NoWebGl, linked } from "./glprogram.js";
+import { PolarTexture, makeTexture } from "./polartexture.js";
+import { cBrightest, cColours, cDifference } from "./shaders.js";
+import { everything, joined, slices } from "./slices.js";
 import { cLevels } from "./palettes.js";
 
 /** @typedef {import("./spokestore.js").SpokeStore} SpokeStore */
@@ -25,13 +27,9 @@ import { cLevels } from "./palettes.js";
  * @property {number} gain factor
  */
 /** @typedef {{ texture: PolarTexture, value: WebGLTexture, frame: WebGLFramebuffer }} Layer */
-/** @typedef {{ program: WebGLProgram, at: Record<string, WebGLUniformLocation | null> }} Program */
+/** @typedef {import("./glprogram.js").Program} Program */
 
-const cMargin = 3; // pixels around what changed, which its spokes may touch
-const cSlice = 1 / 16; // of a turn, the widest trapezoid
 const cAllOver = 1 / 3; // of the rows: if more changed, everything is drawn
-
-export class NoWebGl extends Error {}
 
 export class Picture {
     lost = false;
@@ -57,7 +55,12 @@ export class Picture {
         this.canvas = canvas;
         this.sources = sources;
         this.isDifference = isDifference;
-        const options = /** @type {WebGLContextAttributes} */ ({ alpha: false, antialias: false, depth: false, preserveDrawingBuffer: true });
+        const options = /** @type {WebGLContextAttributes} */ ({
+            alpha: false,
+            antialias: false,
+            depth: false,
+            preserveDrawingBuffer: true,
+        });
         const gl = /** @type {WebGL2RenderingContext | null} */ (canvas.getContext("webgl2", options));
         if (!gl) throw new NoWebGl("no WebGL2");
         this.gl = gl;
@@ -75,8 +78,8 @@ export class Picture {
 
     begin() {
         const { gl } = this;
-        this.brightest = this.link(cBrightest);
-        this.colours = this.link(this.isDifference ? cDifference : cColours);
+        this.brightest = linked(gl, cBrightest);
+        this.colours = linked(gl, this.isDifference ? cDifference : cColours);
         this.table = makeTexture(gl);
         this.places = gl.createBuffer();
         gl.bindBuffer(gl.ARRAY_BUFFER, this.places);
@@ -91,37 +94,6 @@ export class Picture {
         this.isStale = true;
         this.isSized = false;
         this.hasTable = false;
-    }
-
-    /**
-     * @param {string} fragments
-     * @returns {Program}
-     */
-    link(fragments) {
-        const { gl } = this;
-        const program = gl.createProgram();
-        for (const [kind, source] of /** @type {[number, string][]} */ ([
-            [gl.VERTEX_SHADER, cVertices],
-            [gl.FRAGMENT_SHADER, fragments],
-        ])) {
-            const shader = gl.createShader(kind);
-            if (!shader) throw new NoWebGl("the context is lost");
-            gl.shaderSource(shader, source);
-            gl.compileShader(shader);
-            gl.attachShader(program, shader);
-        }
-        gl.bindAttribLocation(program, 0, "aPlace");
-        gl.linkProgram(program);
-        if (!gl.getProgramParameter(program, gl.LINK_STATUS) && !gl.isContextLost())
-            throw new NoWebGl(gl.getProgramInfoLog(program) ?? "a program of the picture does not link");
-        /** @type {Record<string, WebGLUniformLocation | null>} */
-        const at = {};
-        const count = gl.isContextLost() ? 0 : gl.getProgramParameter(program, gl.ACTIVE_UNIFORMS);
-        for (let i = 0; i < count; ++i) {
-            const name = gl.getActiveUniform(program, i)?.name ?? "";
-            at[name] = gl.getUniformLocation(program, name);
-        }
-        return { program, at };
     }
 
     /** @param {Sight} sight */
@@ -162,7 +134,7 @@ export class Picture {
         if (!this.hasTable) this.sendTable();
         gl.viewport(0, 0, this.sight.size, this.sight.size);
         const changed = this.layers.map(layer => this.update(layer));
-        const places = this.isStale || this.isRecoloured ? this.everything() : joined(changed);
+        const places = this.isStale || this.isRecoloured ? everything(this.sight) : joined(changed);
         if (places.length === 0) return false;
         this.colour(places);
         this.isStale = this.isRecoloured = false;
@@ -177,7 +149,7 @@ export class Picture {
         const rows = layer.texture.update();
         const rowsOfTurn = Math.max(layer.texture.store.rows, 1);
         const isAll = this.isStale || rows === null || rows.length > cAllOver * rowsOfTurn;
-        const places = isAll ? this.everything() : this.slices(rows, rowsOfTurn);
+        const places = isAll ? everything(this.sight) : slices(this.sight, rows, rowsOfTurn);
         if (places.length > 0) this.findBrightest(layer, places);
         return places;
     }
@@ -188,54 +160,6 @@ export class Picture {
         gl.bindTexture(gl.TEXTURE_2D, this.table ?? null);
         gl.texImage2D(gl.TEXTURE_2D, 0, gl.RGBA, cLevels, 1, 0, gl.RGBA, gl.UNSIGNED_BYTE, look.table);
         this.hasTable = true;
-    }
-
-    everything() {
-        const { size } = this.sight;
-        return new Float32Array([0, 0, size, 0, size, size, 0, 0, size, size, 0, size]);
-    }
-
-    /**
-     * Trapezoids that hold the pixels that rows touch, two triangles each.
-     * @param {number[]} rows
-     * @param {number} rowsOfTurn
-     */
-    slices(rows, rowsOfTurn) {
-        /** @type {number[]} */
-        const places = [];
-        for (const [first, end] of runsOf(rows)) {
-            const count = Math.ceil((end - first) / rowsOfTurn / cSlice);
-            for (let i = 0; i < count; ++i) {
-                const from = (first + ((end - first) * i) / count) / rowsOfTurn;
-                const to = (first + ((end - first) * (i + 1)) / count) / rowsOfTurn;
-                this.addSlice(places, from, to);
-            }
-        }
-        return new Float32Array(places);
-    }
-
-    /**
-     * @param {number[]} places
-     * @param {number} from in turns
-     * @param {number} to
-     */
-    addSlice(places, from, to) {
-        const { size, x } = this.sight;
-        const y = size - this.sight.y;
-        const middle = (from + to) * Math.PI;
-        const spread = Math.tan((to - from) * Math.PI);
-        const far = Math.hypot(Math.max(x, size - x), Math.max(y, size - y)) + cMargin;
-        const ahead = [Math.sin(middle), Math.cos(middle)];
-        const corner = (/** @type {number} */ along, /** @type {number} */ across) => [
-            x + ahead[0] * along + ahead[1] * across,
-            y + ahead[1] * along - ahead[0] * across,
-        ];
-        const wide = far * spread + cMargin;
-        const a = corner(-cMargin, -cMargin);
-        const b = corner(-cMargin, cMargin);
-        const c = corner(far, wide);
-        const d = corner(far, -wide);
-        places.push(...a, ...b, ...c, ...a, ...c, ...d);
     }
 
     /**
@@ -340,17 +264,6 @@ export class Picture {
         gl.bufferData(gl.ARRAY_BUFFER, places, gl.STREAM_DRAW);
         gl.drawArrays(gl.TRIANGLES, 0, places.length / 2);
     }
-}
-
-/** @param {Float32Array[]} parts */
-function joined(parts) {
-    const whole = new Float32Array(parts.reduce((sum, one) => sum + one.length, 0));
-    let at = 0;
-    for (const one of parts) {
-        whole.set(one, at);
-        at += one.length;
-    }
-    return whole;
 }
 
 /** @param {import("./palettes.js").Colour} colour */

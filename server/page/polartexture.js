@@ -8,8 +8,7 @@ export function makeTexture(gl) {
     gl.bindTexture(gl.TEXTURE_2D, texture);
     for (const side of [gl.TEXTURE_MIN_FILTER, gl.TEXTURE_MAG_FILTER])
         gl.texParameteri(gl.TEXTURE_2D, side, gl.NEAREST);
-    for (const side of [gl.TEXTURE_WRAP_S, gl.TEXTURE_WRAP_T])
-        gl.texParameteri(gl.TEXTURE_2D, side, gl.CLAMP_TO_EDGE);
+    for (const side of [gl.TEXTURE_WRAP_S, gl.TEXTURE_WRAP_T]) gl.texParameteri(gl.TEXTURE_2D, side, gl.CLAMP_TO_EDGE);
     return texture;
 }
 

@@ -70,17 +70,29 @@ export class Recorder {
     /** @param {Recording} running */
     rateText(running) {
         const { grown } = this;
-        if (grown.id !== running.id) this.grown = { id: running.id, bytes: running.size_bytes, at: Date.now(), rate: 0 };
+        if (grown.id !== running.id)
+            this.grown = {
+                id: running.id,
+                bytes: running.size_bytes,
+                at: Date.now(),
+                rate: 0,
+            };
         else if (running.size_bytes !== grown.bytes) {
             const rate = ((running.size_bytes - grown.bytes) / (Date.now() - grown.at)) * 1000;
-            this.grown = { id: running.id, bytes: running.size_bytes, at: Date.now(), rate };
+            this.grown = {
+                id: running.id,
+                bytes: running.size_bytes,
+                at: Date.now(),
+                rate,
+            };
         }
         return this.grown.rate > 0 ? ` · ${sizeText(this.grown.rate)}/s` : "";
     }
 
     async record() {
         const radar = chosenRadar();
-        if (!this.server?.allow.record) return say("Recording from the page is off: start kestova serve with --allow-record.");
+        if (!this.server?.allow.record)
+            return say("Recording from the page is off: start kestova serve with --allow-record.");
         if (!radar) return say("There is no radar to record: choose one.");
         if (radar.recording) return say(`${radar.radar} is being recorded already.`);
         await post(`/radars/${encodeURIComponent(radar.serial)}/${radar.id}/record`);
@@ -112,7 +124,10 @@ export class Recorder {
         if (!given?.text?.trim()) return undefined;
         const at = Math.min(Math.max(Math.round(timeMs), recording.first_ms), recording.last_ms);
         const isRunning = recording.state === "recording" && timeMs >= recording.last_ms;
-        await post(`/recordings/${recording.id}/note`, { text: given.text.trim(), at_ms: isRunning ? undefined : at });
+        await post(`/recordings/${recording.id}/note`, {
+            text: given.text.trim(),
+            at_ms: isRunning ? undefined : at,
+        });
         await this.onChanged();
         return say("Noted.");
     }
@@ -129,7 +144,11 @@ export class Recorder {
     part(recording) {
         const isChosen = view.aMs > 0 && view.bMs > view.aMs;
         const from = isChosen ? Math.round(view.aMs) : recording.first_ms;
-        return { from, to: isChosen ? Math.round(view.bMs) : recording.last_ms + 1, isChosen };
+        return {
+            from,
+            to: isChosen ? Math.round(view.bMs) : recording.last_ms + 1,
+            isChosen,
+        };
     }
 
     async cut() {
@@ -153,7 +172,12 @@ export class Recorder {
             confirm: "Download",
         });
         if (!given) return undefined;
-        return download(withQuery(`/recordings/${recording.id}/${given.form}`, { from_ms: from, to_ms: to }));
+        return download(
+            withQuery(`/recordings/${recording.id}/${given.form}`, {
+                from_ms: from,
+                to_ms: to,
+            }),
+        );
     }
 
     async send() {
@@ -182,9 +206,19 @@ export class Recorder {
             confirm: "Send",
         });
         if (!given) return undefined;
-        const map = given.map.split(",").map(text => text.trim()).filter(Boolean);
+        const map = given.map
+            .split(",")
+            .map(text => text.trim())
+            .filter(Boolean);
         const speed = view.speed === "max" ? 10 : view.speed;
-        await post("/replay", { id: recording.id, from_ms: start, to_ms: to, speed, map, confirm: true });
+        await post("/replay", {
+            id: recording.id,
+            from_ms: start,
+            to_ms: to,
+            speed,
+            map,
+            confirm: true,
+        });
         this.isSending = true;
         return say("It is being sent to the network.");
     }

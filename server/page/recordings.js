@@ -108,7 +108,7 @@ export class Recordings {
         const text = JSON.stringify([one, view.utc, this.thumbs.get(one.id)]);
         if (text === row.text) return;
         row.text = text;
-        const thumb = make("img", { class: "thumb", alt: "", src: this.thumbs.get(one.id) });
+        const thumb = this.thumbOf(one.id);
         const when = one.records > 0 ? `${dayText(one.first_ms)} ${clockText(one.first_ms)}` : "no records";
         const long = one.records > 0 ? durationText(one.last_ms - one.first_ms) : "–";
         const more = make("span", { class: "more" });
@@ -119,10 +119,19 @@ export class Recordings {
         row.button.replaceChildren(
             thumb,
             make("span", { class: "when", text: when }),
-            make("span", { class: "what", text: `${long} · ${sizeText(one.size_bytes)} · ${one.radar || "groups"}` }),
+            make("span", {
+                class: "what",
+                text: `${long} · ${sizeText(one.size_bytes)} · ${one.radar || "groups"}`,
+            }),
             more,
         );
         row.button.setAttribute("aria-label", `${when}, ${long}, ${one.name}, ${more.textContent}`);
+    }
+
+    /** @param {string} id */
+    thumbOf(id) {
+        const src = this.thumbs.get(id);
+        return src ? make("img", { class: "thumb", alt: "", src }) : make("span", { class: "thumb" });
     }
 
     /** @param {IntersectionObserverEntry[]} entries */
@@ -143,7 +152,10 @@ export class Recordings {
             const recording = this.find(id);
             if (!recording || recording.records === 0) continue;
             try {
-                const blob = await getBlob(`/recordings/${id}/picture.png`, { at_ms: recording.last_ms, size: cThumb });
+                const blob = await getBlob(`/recordings/${id}/picture.png`, {
+                    at_ms: recording.last_ms,
+                    size: cThumb,
+                });
                 this.thumbs.set(id, URL.createObjectURL(blob));
                 this.draw();
             } catch {

@@ -56,8 +56,20 @@ export class Session {
         this.a.reset();
         this.b.reset();
         const at_ms = this.wantedMs > 0 ? Math.round(this.wantedMs) : undefined;
-        this.send({ type: "open", picture: "a", radar: view.radar || undefined, id: view.id, at_ms });
-        if (view.second) this.send({ type: "open", picture: "b", ...secondOf(view.second), at_ms });
+        this.send({
+            type: "open",
+            picture: "a",
+            radar: view.radar || undefined,
+            id: view.id,
+            at_ms,
+        });
+        if (view.second)
+            this.send({
+                type: "open",
+                picture: "b",
+                ...secondOf(view.second),
+                at_ms,
+            });
         if (view.speed !== 1) this.send({ type: "speed", value: view.speed });
         this.placeMs = this.wantedMs || this.placeMs;
         this.wantedMs = 0;
@@ -156,7 +168,8 @@ export class Session {
 
     loop() {
         this.isLooping = !this.isLooping && view.aMs > 0 && view.bMs > view.aMs;
-        if (!this.isLooping && !(view.aMs > 0 && view.bMs > view.aMs)) say("Mark A and B first, or drag over the timeline with Shift.");
+        if (!this.isLooping && !(view.aMs > 0 && view.bMs > view.aMs))
+            say("Mark A and B first, or drag over the timeline with Shift.");
         const part = { from_ms: Math.round(view.aMs), to_ms: Math.round(view.bMs) };
         this.send(this.isLooping ? { type: "loop", ...part } : { type: "loop" });
     }

@@ -28,13 +28,16 @@ export class Streams {
             const { row } = this.rows.get(key) ?? this.makeRow(key, one);
             const heard = one.last_heard_ms ?? one.last_ms ?? null;
             const silence = heard === null ? null : Math.max(nowMs - heard, 0);
-            const isSilent = one.silent ?? (silence !== null && silence > cSilentMs && (one.records_per_second ?? 0) === 0);
+            const isSilent =
+                one.silent ?? (silence !== null && silence > cSilentMs && (one.records_per_second ?? 0) === 0);
             row.dataset.state = isSilent ? "silent" : "heard";
             const texts = [
                 one.stream,
                 (one.records_per_second ?? 0).toFixed((one.records_per_second ?? 0) < 100 ? 1 : 0),
                 silence === null ? "never" : silence < 1000 ? "now" : durationText(silence),
-                one.jitter_p99_ms === null || one.jitter_p99_ms === undefined ? "–" : `${one.jitter_p99_ms.toFixed(1)} ms`,
+                one.jitter_p99_ms === null || one.jitter_p99_ms === undefined
+                    ? "–"
+                    : `${one.jitter_p99_ms.toFixed(1)} ms`,
                 countText((one.lost ?? 0) + (one.kernel_dropped ?? 0) + (one.missing_on_wire ?? 0)),
             ];
             texts.forEach((text, i) => row.cells[i].textContent !== text && (row.cells[i].textContent = text));
@@ -49,10 +52,18 @@ export class Streams {
 
     /** @param {string} key @param {StreamRow} one */
     makeRow(key, one) {
-        const row = make("tr", { "aria-label": one.stream, "aria-expanded": "false", tabindex: "0" });
+        const row = make("tr", {
+            "aria-label": one.stream,
+            "aria-expanded": "false",
+            tabindex: "0",
+        });
         for (let i = 0; i < 5; ++i) row.append(make("td"));
         this.body.append(row);
-        const made = { row, detail: /** @type {HTMLTableRowElement | null} */ (null), stream: one.stream };
+        const made = {
+            row,
+            detail: /** @type {HTMLTableRowElement | null} */ (null),
+            stream: one.stream,
+        };
         row.addEventListener("click", () => this.toggle(made));
         row.addEventListener("keydown", event => event.key === "Enter" && this.toggle(made));
         this.rows.set(key, made);
@@ -79,7 +90,11 @@ export class Streams {
         if (!id) return "Nothing is being recorded: messages are shown of recordings.";
         try {
             const at = placeMs > 0 ? Math.round(placeMs) : undefined;
-            const answer = await get(`/recordings/${id}/records`, { at_ms: at, stream, limit: cLast });
+            const answer = await get(`/recordings/${id}/records`, {
+                at_ms: at,
+                stream,
+                limit: cLast,
+            });
             const records = answer.records ?? answer.rows ?? [];
             return records.map(messageText).join("\n") || "No message of this stream up to here.";
         } catch (error) {
@@ -91,7 +106,10 @@ export class Streams {
 /** A message as text if it is a sentence, else its first bytes. @param {{ [key: string]: any }} record */
 function messageText(record) {
     const bytes = String(record.payload ?? "").match(/../g) ?? [];
-    const characters = bytes.map(byte => String.fromCharCode(parseInt(byte, 16))).join("").replace(/\0+$/, "");
+    const characters = bytes
+        .map(byte => String.fromCharCode(parseInt(byte, 16)))
+        .join("")
+        .replace(/\0+$/, "");
     const isText = /^[$!][\x20-\x7e\r\n]+$/.test(characters);
     const time = timeText(record.time_ms).slice(11);
     const hex = `${bytes.slice(0, 48).join(" ")}${(record.length ?? bytes.length) > 48 ? " …" : ""}`;

@@ -8,7 +8,7 @@ import { choose, onView, view } from "./view.js";
 
 const cShortest = 20; // ms from edge to edge
 const cLongest = 366 * 864e5;
-const cColours = ["text", "quiet", "line", "accent", "alarm", "warn", "good", "kept", "selection"];
+const cColours = ["text", "quiet", "panel", "line", "accent", "alarm", "warn", "good", "kept", "selection"];
 const cKeys = new Map([
     ["ArrowLeft", -1000],
     ["ArrowRight", 1000],
@@ -143,7 +143,11 @@ export class Timeline {
         const span = this.lastMs - this.firstMs;
         const isInside = this.id && this.fromMs > this.firstMs - span && this.toMs < this.lastMs + span;
         const path = isInside ? `/recordings/${this.id}/timeline` : "/timeline";
-        const query = { from_ms: Math.floor(this.fromMs), to_ms: Math.ceil(this.toMs), columns };
+        const query = {
+            from_ms: Math.floor(this.fromMs),
+            to_ms: Math.ceil(this.toMs),
+            columns,
+        };
         try {
             this.data = await get(path, query, asking.signal);
             this.draw();
@@ -173,7 +177,17 @@ export class Timeline {
     frame() {
         const { clientWidth: width, clientHeight: height } = this.slider;
         const { fromMs, toMs, nowMs, data, colours } = this;
-        return { width, height, fromMs, toMs, nowMs, aMs: view.aMs, bMs: view.bMs, data, colours };
+        return {
+            width,
+            height,
+            fromMs,
+            toMs,
+            nowMs,
+            aMs: view.aMs,
+            bMs: view.bMs,
+            data,
+            colours,
+        };
     }
 
     /** @param {number} timeMs */
@@ -197,7 +211,9 @@ export class Timeline {
         slider.addEventListener("pointermove", event => this.move(event));
         slider.addEventListener("pointerup", event => this.release(event));
         slider.addEventListener("pointerleave", () => (this.tip.hidden = true));
-        slider.addEventListener("wheel", event => this.wheel(event), { passive: false });
+        slider.addEventListener("wheel", event => this.wheel(event), {
+            passive: false,
+        });
         slider.addEventListener("keydown", event => this.key(event));
     }
 

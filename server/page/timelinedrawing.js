@@ -41,8 +41,36 @@ export function lanesOf({ data, height }) {
 }
 
 const cSteps = [
-    1, 2, 5, 10, 20, 50, 100, 200, 500, 1e3, 2e3, 5e3, 1e4, 3e4, 6e4, 12e4, 3e5, 6e5, 18e5, 36e5, 72e5, 216e5, 432e5,
-    864e5, 2 * 864e5, 7 * 864e5, 14 * 864e5, 30 * 864e5, 91 * 864e5, 365 * 864e5,
+    1,
+    2,
+    5,
+    10,
+    20,
+    50,
+    100,
+    200,
+    500,
+    1e3,
+    2e3,
+    5e3,
+    1e4,
+    3e4,
+    6e4,
+    12e4,
+    3e5,
+    6e5,
+    18e5,
+    36e5,
+    72e5,
+    216e5,
+    432e5,
+    864e5,
+    2 * 864e5,
+    7 * 864e5,
+    14 * 864e5,
+    30 * 864e5,
+    91 * 864e5,
+    365 * 864e5,
 ];
 
 /** @param {number} timeMs @param {number} step */
@@ -158,7 +186,10 @@ function drawBorders(context, frame) {
 function wholeOf({ files, from_ms, to_ms }) {
     if (files.length === 0) return { from_ms, to_ms };
     const from = Math.min(...files.map(file => file.first_ms));
-    return { from_ms: from, to_ms: Math.max(...files.map(file => file.last_ms)) };
+    return {
+        from_ms: from,
+        to_ms: Math.max(...files.map(file => file.last_ms)),
+    };
 }
 
 /** @param {CanvasRenderingContext2D} context @param {Frame} frame */
@@ -204,8 +235,19 @@ function drawPlaces(context, frame) {
 /** @param {CanvasRenderingContext2D} context @param {Frame} frame @param {Lane[]} lanes */
 function drawNames(context, frame, lanes) {
     context.font = "9px system-ui, sans-serif";
-    context.fillStyle = frame.colours.quiet;
-    for (const lane of lanes) if (lane.height >= 8) context.fillText(lane.stream, 6, lane.top + lane.height - 2);
+    context.fillStyle = frame.colours.text;
+    context.strokeStyle = frame.colours.panel;
+    context.lineWidth = 3;
+    context.lineJoin = "round";
+    for (const lane of lanes) {
+        if (lane.height < 8) continue;
+        const y = lane.top + Math.min(lane.height - 2, 12);
+        context.globalAlpha = 0.75;
+        context.strokeText(lane.stream, 6, y);
+        context.globalAlpha = 1;
+        context.fillText(lane.stream, 6, y);
+    }
+    context.lineWidth = 1;
 }
 
 /** @param {CanvasRenderingContext2D} context @param {Frame} frame */

@@ -79,7 +79,10 @@ const cUtcKey = "kestova-utc";
 /** What was chosen on this machine before. */
 export function rememberedChoice() {
     const palette = localStorage.getItem(cPaletteKey) ?? "";
-    return { palette: isPalette(palette) ? palette : cDefaults.palette, utc: localStorage.getItem(cUtcKey) === "1" };
+    return {
+        palette: isPalette(palette) ? palette : cDefaults.palette,
+        utc: localStorage.getItem(cUtcKey) === "1",
+    };
 }
 
 onView(changed => {

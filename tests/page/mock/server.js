@@ -43,7 +43,13 @@ function timelineOf(query, recording) {
         });
     const stream = (/** @type {string} */ name, /** @type {number} */ rate) => {
         const mean = rates(rate, name === "imageStream");
-        return { stream: name, address: "239.17.0.1:6001", min: mean.map(v => v * 0.8), mean, max: mean.map(v => v * 1.1) };
+        return {
+            stream: name,
+            address: "239.17.0.1:6001",
+            min: mean.map(v => v * 0.8),
+            mean,
+            max: mean.map(v => v * 1.1),
+        };
     };
     return {
         from_ms: from,

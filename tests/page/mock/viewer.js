@@ -84,8 +84,23 @@ export class Viewer {
         const place = { latitude_deg: 54.1, longitude_deg: 10.8 };
         this.send({ type: "own", picture, ...place, heading_deg: 20, course_deg: 22, speed_kn: 12.1, depth_m: 23.4 });
         const targets = [
-            { target: 1, target_status: "T", distance_nm: 2.5, bearing_deg: 250, bearing_reference: "north", course_deg: 100, speed_kn: 14 },
-            { mmsi: 211000123, ship_name: cMarkup, latitude_deg: 54.13, longitude_deg: 10.75, course_deg: 200, speed_kn: 9 },
+            {
+                target: 1,
+                target_status: "T",
+                distance_nm: 2.5,
+                bearing_deg: 250,
+                bearing_reference: "north",
+                course_deg: 100,
+                speed_kn: 14,
+            },
+            {
+                mmsi: 211000123,
+                ship_name: cMarkup,
+                latitude_deg: 54.13,
+                longitude_deg: 10.75,
+                course_deg: 200,
+                speed_kn: 9,
+            },
         ];
         this.send({ type: "targets", picture, targets });
     }
@@ -118,22 +133,50 @@ export class Viewer {
             one.time = one.mode === "live" ? Date.now() : from + cTickMs * (one.speed === "max" ? 20 : one.speed);
             if (one.mode === "replay" && from >= cGap.from && from < cGap.to) continue;
             const first = spokeNumber(from);
-            this.batch(one, 0, Array.from({ length: spokeNumber(one.time) - first }, (_, k) => first + k));
+            this.batch(
+                one,
+                0,
+                Array.from({ length: spokeNumber(one.time) - first }, (_, k) => first + k),
+            );
         }
     }
 
     /** @param {string} picture @param {Shown} one */
     state(picture, one) {
         const { source, epoch, mode, playing, speed } = one;
-        this.send({ type: "state", picture, source, epoch, mode, playing, time_ms: Math.round(one.time), speed, whole: true });
+        this.send({
+            type: "state",
+            picture,
+            source,
+            epoch,
+            mode,
+            playing,
+            time_ms: Math.round(one.time),
+            speed,
+            whole: true,
+        });
     }
 
     stateAll() {
         for (const [letter, one] of this.pictures) this.state(letter, one);
         const address = "239.17.0.1:6001";
         const streams = [
-            { stream: "imageStream", address, records_per_second: 819.2, last_ms: Date.now(), jitter_p99_ms: 1.2, lost: 0 },
-            { stream: "gpsDev", address, records_per_second: 0, last_ms: Date.now() - 60000, jitter_p99_ms: 2.1, lost: 3 },
+            {
+                stream: "imageStream",
+                address,
+                records_per_second: 819.2,
+                last_ms: Date.now(),
+                jitter_p99_ms: 1.2,
+                lost: 0,
+            },
+            {
+                stream: "gpsDev",
+                address,
+                records_per_second: 0,
+                last_ms: Date.now() - 60000,
+                jitter_p99_ms: 2.1,
+                lost: 3,
+            },
         ];
         this.send({ type: "streams", picture: "a", streams });
     }
