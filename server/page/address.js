@@ -41,16 +41,22 @@ export function readAddress() {
 }
 
 let placeMs = 0;
+let shiftedId = "";
 
-/** @param {number} timeMs the place that is shown; 0 for live */
-export function setPlace(timeMs) {
+/**
+ * @param {number} timeMs the place that is shown; 0 for live
+ * @param {string} id of the recording that it is in, where a live radar is looked at with time shift
+ */
+export function setPlace(timeMs, id) {
     placeMs = Math.round(timeMs);
+    shiftedId = placeMs > 0 ? id : "";
     writeSoon();
 }
 
 function written() {
     const parts = new URLSearchParams();
-    if (view.id !== "live") parts.set("id", view.id);
+    const id = view.id === "live" && shiftedId ? shiftedId : view.id;
+    if (id !== "live") parts.set("id", id);
     if (view.radar) parts.set("radar", view.radar);
     if (placeMs > 0) parts.set("t", String(placeMs));
     if (view.speed !== 1) parts.set("speed", String(view.speed));
@@ -64,7 +70,7 @@ function written() {
     if (view.aMs > 0) parts.set("a", String(Math.round(view.aMs)));
     if (view.bMs > 0) parts.set("b", String(Math.round(view.bMs)));
     if (view.second) parts.set("second", view.second);
-    return (view.id === "live" ? "live&" : "") + parts;
+    return (id === "live" ? "live&" : "") + parts;
 }
 
 let waiting = 0;

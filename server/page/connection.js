@@ -45,6 +45,15 @@ export class Connection {
         socket.onclose = event => socket === this.socket && this.end(event.code);
     }
 
+    /** Does not come back before connect() is called again. */
+    stop() {
+        clearTimeout(this.retry);
+        const { socket } = this;
+        this.socket = null;
+        this.isOpen = false;
+        socket?.close();
+    }
+
     /** @param {ArrayBuffer | string} data */
     take(data) {
         this.looks = 0;

@@ -25,6 +25,7 @@ export class Screen {
         this.overlay = /** @type {HTMLCanvasElement} */ (element(`overlay-${letter}`));
         this.caption = element(`caption-${letter}`);
         this.displays = displays;
+        this.scaled = displays; // those that are shown at the same range
         this.letter = letter;
         this.css = 0;
         this.pixels = 1;
@@ -73,7 +74,7 @@ export class Screen {
     }
 
     get rangeM() {
-        return view.rangeM || Math.max(...this.displays.map(({ store }) => store.rangeM)) || 1852 * 6;
+        return view.rangeM || Math.max(...this.scaled.map(({ store }) => store.rangeM)) || 1852 * 6;
     }
 
     /** @param {number} pixels of a canvas for one of CSS @returns {import("./picture.js").Sight} */

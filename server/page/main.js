@@ -18,7 +18,7 @@ import { Session } from "./session.js";
 import { Streams } from "./streams.js";
 import { Timeline } from "./timeline.js";
 import { takeTokenFromAddress } from "./token.js";
-import { askForToken } from "./tokenform.js";
+import { askForToken, isWaitingForToken } from "./tokenform.js";
 import { choose, onView, rememberedChoice, view } from "./view.js";
 
 const cGap = 10; // between pictures
@@ -33,6 +33,7 @@ const session = new Session({
 });
 session.wantedMs = readAddress();
 const difference = new Screen("d", [session.a, session.b]);
+session.a.screen.scaled = session.b.screen.scaled = [session.a, session.b];
 const screens = [session.a.screen, session.b.screen, difference];
 const timeline = new Timeline(seek);
 const recordings = new Recordings(openRecording);
@@ -67,10 +68,10 @@ function seek(timeMs) {
     const shown = shownRecording();
     if (shown && timeMs >= shown.first_ms && timeMs <= Math.max(shown.last_ms, timeline.lastMs))
         return session.seek(timeMs);
-    const other = recordings.at(timeMs, chosenRadar()?.serial ?? "");
-    if (!other || other.id === shown?.id) return shown ? session.seek(timeMs) : say("Nothing was recorded then.");
+    const other = recordings.at(timeMs, chosenRadar()?.serial ?? "")?.id ?? timeline.recordingAt(timeMs);
+    if (!other || other === shown?.id) return shown ? session.seek(timeMs) : say("Nothing was recorded then.");
     session.wantedMs = timeMs;
-    return choose({ id: other.id });
+    return choose({ id: other });
 }
 
 function showState() {
@@ -164,8 +165,10 @@ async function refresh() {
         await Promise.all([recorder.refresh(), refreshRadars()]);
         if (!element("loading").hidden && session.isConnected) element("loading").hidden = true;
     } catch (error) {
-        if (error instanceof Refusal && error.status === 401) askForToken(start);
-        else if (!(error instanceof Refusal && error.status === 0)) sayFailure(error);
+        if (error instanceof Refusal && error.status === 401) {
+            session.connection.stop();
+            askForToken(start);
+        } else if (!(error instanceof Refusal && error.status === 0)) sayFailure(error);
     }
     showSecond();
     recorder.show(recordings.find(chosenRadar()?.recording ?? ""));
@@ -242,7 +245,7 @@ function tick() {
     for (const display of session.displays) display.screen.caption.textContent = captionOf(display);
     showSpan();
     timeline.setNow(session.placeMs);
-    setPlace(view.id === "live" && session.isLive ? 0 : session.placeMs);
+    setPlace(view.id === "live" && session.isLive ? 0 : session.placeMs, session.state?.id ?? "");
     for (const { screen, store } of session.displays) if (store.hasOldRows()) screen.recolour();
 }
 
@@ -319,6 +322,7 @@ function reopen() {
 
 async function start() {
     await refresh();
+    if (isWaitingForToken()) return;
     await recordings.refresh();
     session.connection.connect();
 }
@@ -348,6 +352,6 @@ onAddress(placeMs => {
     if (placeMs > 0 && session.isConnected) session.seek(placeMs);
 });
 setInterval(tick, 250);
-setInterval(() => document.hidden || attemptQuietly(refresh), 5000);
+setInterval(() => document.hidden || isWaitingForToken() || attemptQuietly(refresh), 5000);
 start();
 frame();

@@ -13,7 +13,7 @@ let all = [];
 export async function refreshRadars() {
     all = (await get("/radars")).radars;
     const list = /** @type {HTMLSelectElement} */ (element("radar"));
-    if (!view.radar && view.id === "live") {
+    if (!view.radar) {
         const heard = all.find(one => one.heard_ms !== null) ?? all[0];
         if (heard) choose({ radar: heard.radar });
     }

@@ -3,6 +3,7 @@
 import { get, getBlob } from "./api.js";
 import { element, make, onClick } from "./dom.js";
 import { countText, dayText, clockText, durationText, sizeText } from "./format.js";
+import { isWaitingForToken } from "./tokenform.js";
 import { onView, view } from "./view.js";
 
 const cPage = 40;
@@ -54,6 +55,7 @@ export class Recordings {
     }
 
     async refresh() {
+        if (isWaitingForToken()) return;
         try {
             const q = this.search.value.trim() || undefined;
             const limit = this.asked;

@@ -70,7 +70,7 @@ export class Session {
                 ...secondOf(view.second),
                 at_ms,
             });
-        if (view.speed !== 1) this.send({ type: "speed", value: view.speed });
+        if (view.speed !== 1) this.setSpeed(view.speed);
         this.placeMs = this.wantedMs || this.placeMs;
         this.wantedMs = 0;
     }

@@ -26,10 +26,8 @@ export class Streams {
             const key = `${one.stream} ${one.address}`;
             keys.add(key);
             const { row } = this.rows.get(key) ?? this.makeRow(key, one);
-            const heard = one.last_heard_ms ?? one.last_ms ?? null;
-            const silence = heard === null ? null : Math.max(nowMs - heard, 0);
-            const isSilent =
-                one.silent ?? (silence !== null && silence > cSilentMs && (one.records_per_second ?? 0) === 0);
+            const silence = silenceOf(one, nowMs);
+            const isSilent = silence !== null && silence > cSilentMs && !(one.records_per_second ?? 0);
             row.dataset.state = isSilent ? "silent" : "heard";
             const texts = [
                 one.stream,
@@ -38,7 +36,7 @@ export class Streams {
                 one.jitter_p99_ms === null || one.jitter_p99_ms === undefined
                     ? "–"
                     : `${one.jitter_p99_ms.toFixed(1)} ms`,
-                countText((one.lost ?? 0) + (one.kernel_dropped ?? 0) + (one.missing_on_wire ?? 0)),
+                lossText(one),
             ];
             texts.forEach((text, i) => row.cells[i].textContent !== text && (row.cells[i].textContent = text));
         }
@@ -114,4 +112,16 @@ function messageText(record) {
     const time = timeText(record.time_ms).slice(11);
     const hex = `${bytes.slice(0, 48).join(" ")}${(record.length ?? bytes.length) > 48 ? " …" : ""}`;
     return `${time}  ${isText ? characters.trim() : `${record.length} bytes  ${hex}`}`;
+}
+
+/** How long nothing came of a stream; null: never. @param {StreamRow} one @param {number} nowMs */
+function silenceOf({ silent_ms, last_ms }, nowMs) {
+    if (silent_ms !== undefined && silent_ms !== null) return silent_ms;
+    return last_ms === undefined || last_ms === null ? null : Math.max(nowMs - last_ms, 0);
+}
+
+/** @param {StreamRow} one */
+function lossText({ lost, missing_on_wire }) {
+    const known = [lost, missing_on_wire].filter(count => count !== undefined && count !== null);
+    return known.length > 0 ? countText(known.reduce((sum, count) => sum + count, 0)) : "–";
 }

@@ -199,6 +199,11 @@ export class Timeline {
         this.onSeek(Math.round(this.nowMs));
     }
 
+    /** The recording that has a time, as far as it is shown. @param {number} timeMs */
+    recordingAt(timeMs) {
+        return this.data?.files.find(file => file.first_ms <= timeMs && timeMs <= file.last_ms)?.recording;
+    }
+
     /** @param {{ clientX: number }} event */
     timeAt(event) {
         const box = this.slider.getBoundingClientRect();

@@ -3,10 +3,15 @@
 import { element, make } from "./dom.js";
 import { setToken } from "./token.js";
 
+/** Whether the page waits for a token; until then it asks the server for nothing, which counts wrong ones. */
+export function isWaitingForToken() {
+    return !element("loading").hidden && element("loading").querySelector("form") !== null;
+}
+
 /** @param {() => void} goOn is called with a token */
 export function askForToken(goOn) {
     const loading = element("loading");
-    if (!loading.hidden && loading.querySelector("form")) return;
+    if (isWaitingForToken()) return;
     const field = make("input", {
         type: "password",
         "aria-label": "Token",

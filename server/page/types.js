@@ -34,7 +34,8 @@
  * @property {boolean} playing
  * @property {number} time_ms
  * @property {number | "max"} speed
- * @property {number} [behind_ms]
+ * @property {string | null} [id] of the recording that is played
+ * @property {number | null} [behind_ms]
  * @property {boolean} [whole]
  * @property {number} [thinned_spokes]
  * @property {number | null} [missing_on_wire]
@@ -73,13 +74,11 @@
  * @property {number} [records_per_second]
  * @property {number} [bytes_per_second]
  * @property {number | null} [last_ms]
- * @property {number | null} [last_heard_ms]
+ * @property {number | null} [silent_ms]
  * @property {number | null} [jitter_p50_ms]
  * @property {number | null} [jitter_p99_ms]
  * @property {number} [lost]
- * @property {number} [kernel_dropped]
  * @property {number} [missing_on_wire]
- * @property {boolean} [silent]
  */
 
 /**
@@ -122,7 +121,7 @@
  * @property {{ stream: string, address: string, from_ms: number, to_ms: number }[]} gaps
  * @property {{ layer: string, from_ms: number, to_ms: number, count: number }[]} losses
  * @property {Note[]} notes
- * @property {{ name?: string, first_ms: number, last_ms: number, id?: string }[]} files
+ * @property {{ name?: string, first_ms: number, last_ms: number, recording?: string }[]} files
  * @property {boolean | { from_ms: number, to_ms: number }[]} kept
  */
 
