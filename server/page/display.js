@@ -169,6 +169,9 @@ export class Display {
     /** @type {import("./types.js").State | null} */
     state = null;
     farM = 0;
+    /** @type {import("./types.js").Batch[]} */
+    held = [];
+    heldSpokes = 0;
 
     /** @param {"a" | "b"} letter */
     constructor(letter) {
@@ -188,6 +191,8 @@ export class Display {
         this.heardAt = 0;
         this.own = {};
         this.targets = [];
+        this.held = [];
+        this.heldSpokes = 0;
         this.state = null;
         this.store.clear();
     }
@@ -215,6 +220,20 @@ export class Display {
         const isNew = far !== this.farM;
         this.farM = far;
         return isNew;
+    }
+
+    /** Keeps a batch that comes while the picture is frozen, of the last two turns. @param {import("./types.js").Batch} batch */
+    hold(batch) {
+        this.held.push(batch);
+        this.heldSpokes += batch.spokes.length;
+        this.heardAt = performance.now();
+        while (this.held.length > 1 && this.heldSpokes > 2 * Math.max(this.store.rows, 1024))
+            this.heldSpokes -= this.held.shift()?.spokes.length ?? 0;
+    }
+
+    takeHeld() {
+        this.heldSpokes = 0;
+        for (const batch of this.held.splice(0)) this.take(batch);
     }
 
     /** @param {import("./types.js").State} state */

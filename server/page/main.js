@@ -60,6 +60,7 @@ function shownRecording() {
 /** @param {import("./types.js").Recording} recording */
 function openRecording(recording) {
     session.wantedMs = recording.first_ms;
+    session.plays = true;
     choose({ id: recording.id, aMs: 0, bMs: 0 });
 }
 
@@ -71,6 +72,7 @@ function seek(timeMs) {
     const other = recordings.at(timeMs, chosenRadar()?.serial ?? "")?.id ?? timeline.recordingAt(timeMs);
     if (!other || other === shown?.id) return shown ? session.seek(timeMs) : say("Nothing was recorded then.");
     session.wantedMs = timeMs;
+    session.plays = session.state?.playing ?? false;
     return choose({ id: other });
 }
 
@@ -91,41 +93,35 @@ function showState() {
 
 function showMode() {
     const now = performance.now();
-    const { isConnected, isFrozen } = session;
-    const silentSince = Math.max(session.a.heardAt, openedAt);
-    const facts = {
-        isConnected,
-        isFrozen,
-        state: session.state,
-        silentMs: now - silentSince,
-    };
-    const { word, more } = modeOf(facts);
+    const { word, more } = modeOf(factsOf(session.a, now));
     const text = more ? `${word} · ${more}` : word;
     const mode = element("mode");
     if (mode.textContent !== text) mode.textContent = text;
     mode.dataset.mode = word;
-    for (const display of session.displays) showFace(display, isConnected, now);
+    for (const display of session.displays) showFace(display, now);
+}
+
+/** @param {import("./display.js").Display} display @param {number} now */
+function factsOf({ letter, state, heardAt }, now) {
+    const { isConnected, isFrozen } = session;
+    const asked = letter === "a" ? view.id : view.second;
+    const silentMs = now - Math.max(heardAt, openedAt);
+    return { isConnected, isFrozen, state, isRecording: !asked.startsWith("live"), silentMs };
 }
 
 /**
  * Marks a picture over its face when it is not what it seems.
  * @param {import("./display.js").Display} display
- * @param {boolean} isConnected
  * @param {number} now
  */
-function showFace(display, isConnected, now) {
-    const silentMs = now - Math.max(display.heardAt, openedAt);
-    const { word } = modeOf({
-        isConnected,
-        isFrozen: session.isFrozen,
-        state: display.state,
-        silentMs,
-    });
+function showFace(display, now) {
+    const facts = factsOf(display, now);
+    const { word } = modeOf(facts);
     const { face } = display;
     const isBad = word === "STALE" || word === "NO CONNECTION";
     face.hidden = !isBad && word !== "FROZEN";
     face.dataset.kind = isBad ? "alarm" : "quiet";
-    const seconds = Math.floor((isConnected ? silentMs : now - lostAt) / 1000);
+    const seconds = Math.floor((facts.isConnected ? facts.silentMs : now - lostAt) / 1000);
     face.dataset.title = isBad ? `${word} · ${seconds} s` : word;
     if (display.isDimmed === isBad) return;
     display.isDimmed = isBad;
@@ -171,7 +167,6 @@ async function refresh() {
         } else if (!(error instanceof Refusal && error.status === 0)) sayFailure(error);
     }
     showSecond();
-    recorder.show(recordings.find(chosenRadar()?.recording ?? ""));
 }
 
 function showSecond() {
@@ -203,10 +198,10 @@ function layOut() {
     session.b.screen.place.hidden = difference.place.hidden = !isTwo;
     const width = stage.clientWidth - 2 * cGap;
     const height = stage.clientHeight - 2 * cGap;
-    const across = isTwo
-        ? Math.max((width - 2 * cGap) / 3, (width - cGap) / 2 <= (height - cGap) / 2 ? (width - cGap) / 2 : 0)
-        : width;
-    const size = view.size || Math.max(Math.floor(Math.min(across, height)), 64);
+    const inOneRow = Math.min((width - 2 * cGap) / 3, height);
+    const inTwoRows = Math.min((width - cGap) / 2, (height - cGap) / 2);
+    const room = isTwo ? Math.max(inOneRow, inTwoRows) : Math.min(width, height);
+    const size = view.size || Math.max(Math.floor(room), 64);
     for (const screen of screens) if (!screen.place.hidden && screen.css !== size) screen.resize(size);
 }
 
@@ -224,16 +219,12 @@ function captionOf(display) {
     if (!view.second) return display.store.knowsRange ? "" : "the spokes say no range";
     const id = display === session.a ? view.id : view.second;
     const recording = recordings.find(id);
-    const what = recording ? recording.name : id.startsWith("live") ? `live ${view.radar}` : id;
+    const what = recording?.name ?? (id === "live" ? `live ${view.radar}` : id.replace("live:", "live "));
     return `${display.letter.toUpperCase()} · ${what} · ${display.store.newestMs > 0 ? timeText(display.store.newestMs) : ""}`;
 }
 
 function frame() {
     requestAnimationFrame(frame);
-    if (session.isFrozen) {
-        for (const screen of screens) if (screen.wantsOverlay) screen.drawOverlay(performance.now());
-        return;
-    }
     for (const display of session.displays) if (display.screen.draw()) display.writeFacts();
     difference.draw();
 }
@@ -245,7 +236,8 @@ function tick() {
     for (const display of session.displays) display.screen.caption.textContent = captionOf(display);
     showSpan();
     timeline.setNow(session.placeMs);
-    setPlace(view.id === "live" && session.isLive ? 0 : session.placeMs, session.state?.id ?? "");
+    recorder.show(recordings.find(chosenRadar()?.recording ?? ""));
+    setPlace(view.id === "live" && session.isLive ? 0 : session.placeMs || session.wantedMs, session.state?.id ?? "");
     for (const { screen, store } of session.displays) if (store.hasOldRows()) screen.recolour();
 }
 
@@ -316,6 +308,7 @@ function reopen() {
     if (!session.isConnected) return;
     if (view.second && session.wantedMs === 0 && !session.isLive) session.wantedMs = session.placeMs;
     session.open();
+    if (!recordings.find(view.id)) recordings.refresh();
     recordings.draw();
     showState();
 }

@@ -22,6 +22,8 @@ export class Recordings {
         this.onChange = () => {};
         /** @type {Recording[]} */
         this.all = [];
+        /** @type {Map<string, Recording>} all that were ever listed */
+        this.known = new Map();
         /** @type {Map<string, Row>} */
         this.rows = new Map();
         /** @type {Map<string, string>} */
@@ -45,7 +47,7 @@ export class Recordings {
 
     /** @param {string} id */
     find(id) {
-        return this.all.find(one => one.id === id);
+        return this.known.get(id);
     }
 
     /** The recording that has a time, the one of the radar first. @param {number} timeMs @param {string} serial */
@@ -63,11 +65,20 @@ export class Recordings {
             if ((this.search.value.trim() || undefined) !== q) return;
             this.all = recordings;
             this.next = next ?? "";
+            for (const one of recordings) this.known.set(one.id, one);
             this.draw();
             this.onChange();
+            await this.lookFor(view.id);
         } catch {
             // The list stays; the page says itself that the server is gone.
         }
+    }
+
+    /** What is shown need not be in the list. @param {string} id */
+    async lookFor(id) {
+        if (id === "live" || this.all.some(one => one.id === id)) return;
+        const one = await get(`/recordings/${encodeURIComponent(id)}`);
+        this.known.set(id, one);
     }
 
     more() {

@@ -20,6 +20,7 @@ export class Session {
         this.placeMs = 0; // what is shown
         this.wantedMs = 0; // of a recording that is being opened
         this.isLooping = false;
+        this.plays = false; // what is opened next, at once
         this.connection = new Connection({
             batch: batch => this.takeBatch(batch),
             message: message => this.takeMessage(message),
@@ -44,9 +45,8 @@ export class Session {
     /** A new connection knows nothing of the one before: everything is opened again, at the same place. */
     begin() {
         if (view.id !== "live" && this.wantedMs === 0) this.wantedMs = this.placeMs;
-        const wasPaused = this.state && !this.state.playing;
+        this.plays = this.plays || (this.state?.playing ?? false);
         this.open();
-        if (wasPaused && view.id !== "live") this.send({ type: "pause" });
         this.page.opened();
     }
 
@@ -71,8 +71,10 @@ export class Session {
                 at_ms,
             });
         if (view.speed !== 1) this.setSpeed(view.speed);
+        if (this.plays && view.id !== "live") this.send({ type: "play" });
         this.placeMs = this.wantedMs || this.placeMs;
         this.wantedMs = 0;
+        this.plays = false;
     }
 
     /** @param {{ type: string, [key: string]: any }} message */
@@ -93,9 +95,10 @@ export class Session {
     takeBatch(batch) {
         const display = this.displayOf(batch.source);
         if (!display) return;
+        if (this.isFrozen) return display.hold(batch);
         display.take(batch);
-        if (display === this.a && !batch.before && display.store.newestMs > 0 && !this.isFrozen)
-            this.placeMs = display.store.newestMs;
+        if (display === this.a && !batch.before && display.store.newestMs > 0) this.placeMs = display.store.newestMs;
+        return undefined;
     }
 
     /** @param {{ type: string, [key: string]: any }} message */
@@ -131,7 +134,7 @@ export class Session {
 
     /** @param {number} timeMs */
     seek(timeMs) {
-        this.isFrozen = false;
+        if (this.isFrozen) this.freeze(false);
         this.placeMs = timeMs;
         this.send({ type: "seek", time_ms: Math.round(timeMs) });
     }
@@ -150,11 +153,12 @@ export class Session {
     /** @param {boolean} isFrozen */
     freeze(isFrozen) {
         this.isFrozen = isFrozen;
+        if (!isFrozen) for (const display of this.displays) display.takeHeld();
         this.page.changed();
     }
 
     live() {
-        this.isFrozen = false;
+        if (this.isFrozen) this.freeze(false);
         if (view.id === "live") return this.send({ type: "live" });
         choose({ id: "live" });
         return undefined;
@@ -162,7 +166,7 @@ export class Session {
 
     /** @param {string} unit @param {number} count */
     step(unit, count) {
-        this.isFrozen = false;
+        if (this.isFrozen) this.freeze(false);
         this.send({ type: "step", unit, count });
     }
 

@@ -86,7 +86,6 @@ async function untilFact(page, name, isIt) {
 async function openPaused(at, more) {
     const page = await open(`id=${recorded.id}&t=${at}&${more}`);
     await untilMode(page, "REPLAY");
-    await page.getByRole("button", { name: "Pause" }).click();
     await page.getByRole("button", { name: "Play", exact: true }).waitFor();
     const slider = page.getByRole("slider", { name: "Timeline" });
     for (

@@ -72,7 +72,7 @@ export class Viewer {
         const mode = recording ? "replay" : "live";
         const time = recording ? (at_ms ?? recording.first_ms) : Date.now();
         /** @type {Shown} */
-        const one = { source: ++sources, epoch: 0, id, mode, playing: true, time, speed: 1, batches: 0 };
+        const one = { source: ++sources, epoch: 0, id, mode, playing: mode === "live", time, speed: 1, batches: 0 };
         this.pictures.set(picture, one);
         this.state(picture, one);
         this.jump(one, time);
