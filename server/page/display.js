@@ -1,5 +1,6 @@
 // Display: one picture of the page with all that belongs to it: spokes, canvas, overlay, own ship and targets.
 
+import { HeldBatches } from "./heldbatches.js";
 import { NoWebGl } from "./glprogram.js";
 import { Picture } from "./picture.js";
 import { SpokeStore } from "./spokestore.js";
@@ -118,7 +119,7 @@ export class Screen {
         if (this.place.hidden || this.css === 0 || !this.picture) return false;
         const drawn = this.picture.draw();
         const now = performance.now();
-        if (this.wantsOverlay || (drawn && now - this.overlayAt > 100)) this.drawOverlay(now);
+        if (this.wantsOverlay || (drawn && now - this.overlayAt > 200)) this.drawOverlay(now);
         return drawn;
     }
 
@@ -169,9 +170,7 @@ export class Display {
     /** @type {import("./types.js").State | null} */
     state = null;
     farM = 0;
-    /** @type {import("./types.js").Batch[]} */
-    held = [];
-    heldSpokes = 0;
+    held = new HeldBatches(); // while the picture is frozen
 
     /** @param {"a" | "b"} letter */
     constructor(letter) {
@@ -191,8 +190,7 @@ export class Display {
         this.heardAt = 0;
         this.own = {};
         this.targets = [];
-        this.held = [];
-        this.heldSpokes = 0;
+        this.held.clear();
         this.state = null;
         this.store.clear();
     }
@@ -222,18 +220,9 @@ export class Display {
         return isNew;
     }
 
-    /** Keeps a batch that comes while the picture is frozen, of the last two turns. @param {import("./types.js").Batch} batch */
-    hold(batch) {
-        this.held.push(batch);
-        this.heldSpokes += batch.spokes.length;
-        this.heardAt = performance.now();
-        while (this.held.length > 1 && this.heldSpokes > 2 * Math.max(this.store.rows, 1024))
-            this.heldSpokes -= this.held.shift()?.spokes.length ?? 0;
-    }
-
+    /** Takes what came while the picture was frozen. */
     takeHeld() {
-        this.heldSpokes = 0;
-        for (const batch of this.held.splice(0)) this.take(batch);
+        for (const batch of this.held.takeAll()) this.take(batch);
     }
 
     /** @param {import("./types.js").State} state */

@@ -2,6 +2,7 @@
 
 import { Connection } from "./connection.js";
 import { Display } from "./display.js";
+import { HeldBatches } from "./heldbatches.js";
 import { sayFailure, say } from "./messages.js";
 import { choose, view } from "./view.js";
 
@@ -16,6 +17,7 @@ export class Session {
         this.a = new Display("a");
         this.b = new Display("b");
         this.displays = [this.a, this.b];
+        this.early = new HeldBatches(); // that are quicker than the state which says whose they are
         this.isFrozen = false;
         this.placeMs = 0; // what is shown
         this.wantedMs = 0; // of a recording that is being opened
@@ -55,6 +57,7 @@ export class Session {
         this.isLooping = false;
         this.a.reset();
         this.b.reset();
+        this.early.clear();
         const at_ms = this.wantedMs > 0 ? Math.round(this.wantedMs) : undefined;
         this.send({
             type: "open",
@@ -82,20 +85,11 @@ export class Session {
         this.connection.send(message);
     }
 
-    /** @param {number} source */
-    displayOf(source) {
-        const known = this.displays.find(display => display.source === source);
-        if (known) return known;
-        if (this.a.source !== -1) return undefined;
-        this.a.source = source; // spokes that are quicker than the state that announces them
-        return this.a;
-    }
-
     /** @param {import("./types.js").Batch} batch */
     takeBatch(batch) {
-        const display = this.displayOf(batch.source);
-        if (!display) return;
-        if (this.isFrozen) return display.hold(batch);
+        const display = this.displays.find(one => one.source === batch.source);
+        if (!display) return this.early.hold(batch);
+        if (this.isFrozen) return display.held.hold(batch);
         display.take(batch);
         if (display === this.a && !batch.before && display.store.newestMs > 0) this.placeMs = display.store.newestMs;
         return undefined;
@@ -115,6 +109,7 @@ export class Session {
     /** @param {State} state @param {Display} display */
     takeState(state, display) {
         display.setState(state);
+        for (const batch of this.early.takeOf(state.source)) this.takeBatch(batch);
         if (display !== this.a) return;
         if (!this.isFrozen && (state.mode === "replay" || this.placeMs === 0)) this.placeMs = state.time_ms;
         if (state.speed !== undefined && !this.isSpeedNew()) choose({ speed: state.speed });
