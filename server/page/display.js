@@ -74,6 +74,15 @@ export class Screen {
         this.resight();
     }
 
+    /** Puts the picture onto whole pixels of the window, where none of its own is spread over two. */
+    snap() {
+        const { style } = this.place;
+        style.left = style.top = "0";
+        const { left, top } = this.place.getBoundingClientRect();
+        style.left = `${Math.round(left) - left}px`;
+        style.top = `${Math.round(top) - top}px`;
+    }
+
     get rangeM() {
         return view.rangeM || Math.max(...this.scaled.map(({ store }) => store.rangeM)) || 1852 * 6;
     }

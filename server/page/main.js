@@ -203,6 +203,7 @@ function layOut() {
     const room = isTwo ? Math.max(inOneRow, inTwoRows) : Math.min(width, height);
     const size = view.size || Math.max(Math.floor(room), 64);
     for (const screen of screens) if (!screen.place.hidden && screen.css !== size) screen.resize(size);
+    for (const screen of screens) screen.snap();
 }
 
 function beginScreens() {
