@@ -91,12 +91,12 @@ public:
 
     std::size_t size() const { return m_size; }
     const std::uint32_t* pixels() const { return m_pixels.data(); }
-    void writePng(const std::string& path) const
+    std::string png() const
     {
-        const std::string bytes = m_canvas.png();
+        std::string bytes = m_canvas.png();
         if (bytes.empty())
-            throw tFailure(fmt::format("{} cannot be written: not enough memory", path));
-        writeBeside(path, bytes);
+            throw tFailure("the picture cannot be written: not enough memory");
+        return bytes;
     }
 
 private:
@@ -251,6 +251,11 @@ const std::uint32_t* tPicture::pixels() const
 
 void tPicture::writePng(const std::string& path) const
 {
-    d->writePng(path);
+    writeBeside(path, d->png());
+}
+
+std::string tPicture::png() const
+{
+    return d->png();
 }
 }  // namespace recordings

@@ -68,6 +68,7 @@ public:
     // Writes a PNG file beside `path` and renames it; throws tFailure where that fails, and leaves nothing then. An
     // existing file is replaced.
     void writePng(const std::string& path) const;
+    std::string png() const;  // returns the bytes of such a file; throws tFailure without memory
 
 private:
     class tPrivate;

@@ -82,6 +82,8 @@ void tExportSession::finish()
 
 void tExportSession::write(const tRecordingRecord& record)
 {
+    if (record.timeMs < m_options.fromMs || record.timeMs >= m_options.toMs)
+        return;
     const auto package = viewPackage(record.bytes);
     if (!package || package->ip == 0 || package->port == 0 || package->payload.size() > cMaxDatagram)
     {

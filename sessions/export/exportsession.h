@@ -31,6 +31,7 @@ struct tExportOptions
     std::vector<std::string> paths;  // data files, and folders with data files
     std::string suffix = ".data";
     recordings::tStreamChoice streams;
+    std::uint64_t fromMs = 0, toMs = UINT64_MAX;  // records before and from then on are left out
     NetAddress source{};                    // sender of every datagram: recordings do not hold it
     std::string capture;                    // to write; must not exist. In messages the name of `output`
     int output = -1;                        // a descriptor to write the capture to, in place of a file

@@ -80,7 +80,7 @@ void tPictureSession::draw(const tTurnAt& turn)
     ++m_drawn.pictures;
 }
 
-tDrawn tPictureSession::drawMoment(std::uint64_t atMs, const std::string& path)
+void tPictureSession::drawAt(std::uint64_t atMs)
 {
     tTurnAt turn = turnAt(m_recording, m_job.layouts, atMs, m_job.northUp ? eUp::eNorth : eUp::eAsReceived);
     if (turn.turn.spokes() == 0)
@@ -89,8 +89,19 @@ tDrawn tPictureSession::drawMoment(std::uint64_t atMs, const std::string& path)
         turn.navigation = navigationAt(m_recording, atMs);
     m_drawn = {};
     draw(turn);
+}
+
+tDrawn tPictureSession::drawMoment(std::uint64_t atMs, const std::string& path)
+{
+    drawAt(atMs);
     m_picture.writePng(path);
     return m_drawn;
+}
+
+std::string tPictureSession::pngOfMoment(std::uint64_t atMs)
+{
+    drawAt(atMs);
+    return m_picture.png();
 }
 
 tDrawn tPictureSession::forEachTurn(const std::function<void(const tTurnAt& turn)>& write, const tProgress& goOn)

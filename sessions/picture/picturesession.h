@@ -48,6 +48,7 @@ public:
     // Writes a PNG file of the last 360 degrees up to `atMs`. Throws tFailure if there are no spokes, or it cannot be
     // written.
     tDrawn drawMoment(std::uint64_t atMs, const std::string& path);
+    std::string pngOfMoment(std::uint64_t atMs);  // returns the bytes of that file
 
     // Called after each picture of several with the part that is done, 0 to 1; returns whether to go on.
     using tProgress = std::function<bool(double fraction, const tDrawn& drawn)>;
@@ -59,6 +60,7 @@ public:
 
 private:
     void draw(const recordings::tTurnAt& turn);
+    void drawAt(std::uint64_t atMs);
     tDrawn forEachTurn(const std::function<void(const recordings::tTurnAt& turn)>& write, const tProgress& goOn);
 
     const tPictureJob m_job;

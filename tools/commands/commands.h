@@ -8,13 +8,17 @@ namespace tool
 {
 tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addLs, addVerify, addRecover, addDiff, addCut,
     addMerge, addNote, addKeep, addPrune, addCheck, addMonitor, addCompress, addExpand, addPcap, addExport, addPicture,
-    addLayoutCommand;
+    addLayoutCommand, addServe;
 
 // In the order of the help.
 inline constexpr tAddCommand* cCommands[] = {
     addSimulate, addCheck,   addMonitor, addRecord, addReplay,  addLs,           addInfo, addDump,
     addVerify,   addRecover, addDiff,    addCut,    addMerge,   addNote,         addKeep, addPrune,
-    addCompress, addExpand,  addPcap,    addExport, addPicture, addLayoutCommand};
+    addCompress, addExpand,  addPcap,    addExport, addPicture, addLayoutCommand,
+#ifdef KESTOVA_SERVER
+    addServe,
+#endif
+};
 }  // namespace tool
 
 #endif

@@ -11,9 +11,10 @@
 #include "KestovaRecordings/packagecontents.h"
 #include "KestovaRecordings/streamchoice.h"
 #include "KestovaRecordings/survey.h"
+#include "sessions/rows/decodedlines.h"
+#include "sessions/rows/payloadtext.h"
+#include "sessions/rows/recordrow.h"
 #include "tools/commands/commands.h"
-#include "tools/commands/decodedlines.h"
-#include "tools/commands/payloadtext.h"
 #include "tools/commands/spokelayouts.h"
 #include "tools/shell/console.h"
 #include "tools/shell/leftout.h"
@@ -25,6 +26,7 @@
 namespace tool
 {
 using namespace recordings;
+using namespace session;
 
 namespace
 {
@@ -46,19 +48,6 @@ constexpr std::uint64_t cBytesShown = 32;       // of payloads that are not show
 // What is looked at beside the records that are shown, for spokes and sentences that are split over several.
 constexpr double cMsBefore = 1000;
 constexpr std::size_t cMostBehind = 10'000;
-
-std::string hex(std::string_view bytes)
-{
-    constexpr char cDigits[] = "0123456789abcdef";
-    std::string text;
-    text.reserve(2 * bytes.size());
-    for (const char c : bytes)
-    {
-        text += cDigits[static_cast<unsigned char>(c) >> 4];
-        text += cDigits[static_cast<unsigned char>(c) & 15];
-    }
-    return text;
-}
 
 // Returns the numbers of the records in order of time; records of equal times keep their order.
 std::vector<std::size_t> timeOrder(const storage::tDataFile& file)
@@ -244,11 +233,6 @@ private:
             m_console.print(decodedText(line, m_options.all ? SIZE_MAX : m_options.bytes.value_or(cBytesShown)));
     }
 
-    static tStreamKey keyOf(const std::optional<tPackageContents>& package)
-    {
-        return package ? tStreamKey::of(package->info.rwType, package->ip, package->port) : tStreamKey::raw();
-    }
-
     bool asText(std::string_view bytes) const { return m_options.text && holdsSentence(bytes); }
 
     std::string_view shown(std::string_view bytes) const
@@ -264,32 +248,15 @@ private:
         const std::string_view part = shown(bytes);
         return fmt::format("{}  {:<16} {:<19} {:<21} {:>5}  {}{}\n", timeText(timeMs), key.name(),
                            package ? messageTitle(package->info.type) : "-", package ? key.address() : "-",
-                           bytes.size(), asText(bytes) ? escapedText(part) : hex(part),
+                           bytes.size(), asText(bytes) ? escapedText(part) : hexText(part),
                            part.size() < bytes.size() ? "..." : "");
     }
 
     tJson json(const std::string& file, std::uint64_t timeMs, const std::optional<tPackageContents>& package,
                std::string_view bytes) const
     {
-        tJson line = {{"schema", "kestova/dump/2"}, {"file", file}, {"time_ms", timeMs}};
-        if (package)
-        {
-            const tStreamKey key = keyOf(package);
-            const tUdpMsgInfo& info = package->info;
-            line["stream"] = key.name();
-            line["kind"] = messageTitle(info.type);
-            line["address"] = key.address();
-            line["sequence"] = package->sequence;
-            line["package_ms"] = package->timeMs;
-            line["info"] = {info.sender, info.recver, info.type, info.rwType, info.radarMultiNum};
-        }
-        else
-            line["stream"] = "raw";
-        line["length"] = bytes.size();
-        line["payload"] = hex(shown(bytes));
-        if (asText(bytes))
-            line["text"] = escapedText(shown(bytes));
-        line["truncated"] = shown(bytes).size() < bytes.size();
+        tJson line = {{"schema", "kestova/dump/2"}, {"file", file}};
+        putRecord(line, {timeMs, package, bytes, shown(bytes).size(), asText(bytes)});
         return line;
     }
 

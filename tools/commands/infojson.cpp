@@ -1,11 +1,13 @@
 #include <algorithm>
 
+#include "sessions/rows/listrow.h"
 #include "tools/commands/inforeport.h"
 #include "tools/shell/leftout.h"
 
 namespace tool
 {
 using namespace recordings;
+using namespace session;
 
 std::vector<tLeftOut> ignoredSheets(const tRecordingCounts& counts)
 {
@@ -24,14 +26,6 @@ std::size_t sheetCount(const tRecordingCounts& counts)
 
 namespace
 {
-tJson gapsJson(const std::vector<tGap>& gaps)
-{
-    tJson rows = tJson::array();
-    for (const tGap& gap : gaps)
-        rows.push_back({{"from_ms", gap.fromMs}, {"to_ms", gap.toMs}, {"length_ms", gap.length()}});
-    return rows;
-}
-
 // Numbers of messages from a second on; a negative number is that many seconds without any.
 tJson perSecondJson(const tPerSecond& seconds)
 {
@@ -76,25 +70,6 @@ void addMissing(const tMissingCounts& missing, tJson& row)
 {
     if (const auto sum = total(missing))
         row["missing_on_wire"] = *sum;
-}
-
-tJson notesJson(const std::vector<tNote>& notes)
-{
-    tJson rows = tJson::array();
-    for (const tNote& note : notes)
-        rows.push_back({{"time_ms", note.timeMs}, {"text", note.text}});
-    return rows;
-}
-
-tJson lossesJson(const tSheetLosses& losses)
-{
-    tJson joins = tJson::array();
-    for (const tLostJoin& join : losses.joinsLost)
-        joins.push_back({{"address", join.address}, {"from_ms", join.fromMs}, {"to_ms", join.toMs}});
-    return {{"kernel_dropped", losses.kernelDropped},
-            {"queue_lost", losses.queueLost},
-            {"disk_lost", losses.diskLost},
-            {"joins_lost", std::move(joins)}};
 }
 
 tJson clockJson(const tSheetClock& clock)

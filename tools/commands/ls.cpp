@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "KestovaRecordings/recordinglist.h"
+#include "sessions/rows/listrow.h"
 #include "tools/commands/commands.h"
 #include "tools/shell/console.h"
 #include "tools/shell/leftout.h"
@@ -50,19 +51,7 @@ tJson lsJson(const tOptions& options, const tRecordingList& list)
 {
     tJson rows = tJson::array();
     for (const tListedRecording& one : list.recordings)
-        rows.push_back({{"path", one.path},
-                        {"name", one.name},
-                        {"first_ms", one.firstMs},
-                        {"last_ms", one.lastMs},
-                        {"files", one.files},
-                        {"records", one.records},
-                        {"size_bytes", one.sizeBytes},
-                        {"state", stateName(one.state)},
-                        {"lost", one.lost},
-                        {"kept", one.kept},
-                        {"notes", one.notes},
-                        {"sheets", one.sheets},
-                        {"radar", one.radar}});
+        rows.push_back(session::listRow(one));
     return {{"schema", "kestova/ls/1"},
             {"roots", options.paths},
             {"recordings", std::move(rows)},

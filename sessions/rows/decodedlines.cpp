@@ -1,13 +1,13 @@
-#include "tools/commands/decodedlines.h"
+#include "sessions/rows/decodedlines.h"
 
 #include <algorithm>
 #include <fmt/format.h>
 #include <limits>
 #include <utility>
 
-#include "tools/commands/payloadtext.h"
+#include "sessions/rows/payloadtext.h"
 
-namespace tool
+namespace session
 {
 using namespace recordings;
 
@@ -142,7 +142,7 @@ std::string decodedText(const tDecodedLine& line, std::size_t cellsShown)
     return text;
 }
 
-tDecodedLines::tDecodedLines(tSpokeLayouts layouts, tPrint print)
+tDecodedLines::tDecodedLines(std::vector<utils::tSpokeLayout> layouts, tPrint print)
     : m_layouts(std::move(layouts)), m_print(std::move(print))
 {}
 
@@ -229,4 +229,4 @@ void tDecodedLines::release()
         m_lines.pop_front();
     }
 }
-}  // namespace tool
+}  // namespace session

@@ -1,22 +1,24 @@
 // tDecodedLines: the lines of messages, each with the spokes and sentences that end in it.
-#ifndef KESTOVA_TOOLS_COMMANDS_DECODEDLINES_H
-#define KESTOVA_TOOLS_COMMANDS_DECODEDLINES_H
+#ifndef KESTOVA_SESSIONS_ROWS_DECODEDLINES_H
+#define KESTOVA_SESSIONS_ROWS_DECODEDLINES_H
 
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "KestovaRecordings/sentencereader.h"
 #include "KestovaRecordings/spokereader.h"
 #include "KestovaRecordings/streamcounts.h"
-#include "tools/commands/spokelayouts.h"
-#include "tools/shell/report.h"
+#include "KestovaUtils/spokelayout.h"
+#include "sessions/rows/json.h"
 
-namespace tool
+namespace session
 {
 // What a message holds, and the line that shows it.
 struct tDecodedLine
@@ -40,7 +42,7 @@ class tDecodedLines final : private recordings::iSpokeSink, private recordings::
 public:
     using tPrint = std::function<void(tDecodedLine&& line)>;
 
-    tDecodedLines(tSpokeLayouts layouts, tPrint print);
+    tDecodedLines(std::vector<utils::tSpokeLayout> layouts, tPrint print);
 
     // Takes the next message. Without a line it only counts for what others hold.
     void add(const recordings::tStreamKey& stream, std::string_view message, std::uint64_t timeMs,
@@ -52,7 +54,7 @@ public:
 private:
     struct tStream
     {
-        explicit tStream(const tSpokeLayouts& layouts) : spokes(layouts) {}
+        explicit tStream(const std::vector<utils::tSpokeLayout>& layouts) : spokes(layouts) {}
         recordings::tSpokeReader spokes;
         recordings::tSentenceReader sentences;
     };
@@ -67,7 +69,7 @@ private:
     std::uint64_t oldestAwaited(tStream*& stream);
     void release();
 
-    const tSpokeLayouts m_layouts;
+    const std::vector<utils::tSpokeLayout> m_layouts;
     const tPrint m_print;
     std::map<recordings::tStreamKey, tStream> m_streams;
     std::deque<tLine> m_lines;
@@ -75,6 +77,6 @@ private:
     std::size_t m_shownWaiting = 0;  // of them, those that are shown
     bool m_isSpoke = false;          // the present message
 };
-}  // namespace tool
+}  // namespace session
 
 #endif

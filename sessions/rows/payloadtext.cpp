@@ -1,9 +1,9 @@
-#include "tools/commands/payloadtext.h"
+#include "sessions/rows/payloadtext.h"
 
 #include <algorithm>
 #include <fmt/format.h>
 
-namespace tool
+namespace session
 {
 namespace
 {
@@ -49,4 +49,4 @@ std::string escapedText(std::string_view bytes)
     }
     return text;
 }
-}  // namespace tool
+}  // namespace session
