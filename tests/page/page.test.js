@@ -38,7 +38,7 @@ async function open(hash, first) {
     page.setDefaultTimeout(60000);
     pages.push(page);
     await first?.(page);
-    await page.goto(`${mock.url}#${hash}`);
+    await page.goto(`${mock.url}#${hash}`, { waitUntil: "commit" });
     return page;
 }
 
@@ -128,7 +128,7 @@ test("two pictures differ where only one of them has echoes", async () => {
 
 test("at night nothing is brighter than a third, from the first paint on", async () => {
     const page = await open("palette=night", early => early.route("**/main.js", () => {}));
-    await page.waitForFunction(() => document.readyState !== "loading");
+    await page.locator("#loading").waitFor();
     const look = async (/** @type {string} */ what) =>
         assert.ok(pixelsOf(await page.screenshot()).brightest() <= cNightLimit, `${what} is too bright`);
     await look("the page while it loads");
@@ -189,7 +189,7 @@ test("the keyboard alone does everything", async () => {
         cGap.from,
     );
     await picture(page).press("ArrowRight");
-    await page.getByText("000.5°").waitFor();
+    await page.getByText("000.5°").first().waitFor();
     await page.locator("body").press("-");
     assert.equal(await page.getByRole("combobox", { name: "Range" }).inputValue(), String(3 * 1852));
     await page.locator("body").press("f");
@@ -202,7 +202,10 @@ test("the keyboard alone does everything", async () => {
 
 test("a click on a gap of the timeline goes there", async () => {
     const page = await openPaused("palette=dusk");
-    const slider = page.getByRole("slider", { name: "Timeline" });
+    const slider = page
+        .getByRole("slider", { name: "Timeline" })
+        .and(page.locator(`[aria-valuemin='${cFirst.first_ms}']`));
+    await page.waitForResponse(response => response.url().includes(`${cFirst.id}/timeline`));
     const [low, high] = await Promise.all(
         ["aria-valuemin", "aria-valuemax"].map(async name => Number(await slider.getAttribute(name))),
     );
