@@ -9,6 +9,7 @@ import { choose, view } from "./view.js";
 /** @typedef {import("./types.js").State} State */
 
 export class Session {
+    sought = { epoch: -1, at: -1e9 }; // the last jump, before which states speak of another place
     speedAt = -1e9; // by performance.now(), when a speed was chosen
 
     /** @param {{ changed: () => void, lost: (code: number) => void, opened: () => void, streams: (streams: import("./types.js").StreamRow[]) => void }} page */
@@ -111,7 +112,8 @@ export class Session {
         display.setState(state);
         for (const batch of this.early.takeOf(state.source)) this.takeBatch(batch);
         if (display !== this.a) return;
-        if (!this.isFrozen && (state.mode === "replay" || this.placeMs === 0)) this.placeMs = state.time_ms;
+        const isOld = state.epoch === this.sought.epoch && performance.now() - this.sought.at < 1000;
+        if (!this.isFrozen && !isOld && (state.mode === "replay" || this.placeMs === 0)) this.placeMs = state.time_ms;
         if (state.speed !== undefined && !this.isSpeedNew()) choose({ speed: state.speed });
         this.page.changed();
     }
@@ -131,6 +133,7 @@ export class Session {
     seek(timeMs) {
         if (this.isFrozen) this.freeze(false);
         this.placeMs = timeMs;
+        this.sought = { epoch: this.a.state?.epoch ?? -1, at: performance.now() };
         this.send({ type: "seek", time_ms: Math.round(timeMs) });
     }
 

@@ -87,12 +87,7 @@ async function openPaused(at, more) {
     const page = await open(`id=${recorded.id}&t=${at}&${more}`);
     await untilMode(page, "REPLAY");
     await page.getByRole("button", { name: "Play", exact: true }).waitFor();
-    const slider = page.getByRole("slider", { name: "Timeline" });
-    for (
-        let seconds = 0;
-        seconds < (await slider.getAttribute("aria-valuemax").then(Number)) && seconds < 1;
-        ++seconds
-    );
+    await page.locator(`[aria-valuemin='${recorded.first_ms}']`).waitFor();
     return page;
 }
 
