@@ -28,6 +28,7 @@ choose(rememberedChoice());
 const session = new Session({
     changed: showState,
     lost: showLost,
+    apart,
     opened: showOpened,
     streams: showStreams,
 });
@@ -55,6 +56,13 @@ const recorder = new Recorder(
 /** The recording that the picture comes from, or could come from. */
 function shownRecording() {
     return recordings.find(view.id === "live" ? (chosenRadar()?.recording ?? "") : view.id);
+}
+
+/** How far two recordings lie apart that have no time in common: then they are compared from their beginnings on. */
+function apart() {
+    const [first, second] = [recordings.find(view.id), recordings.find(view.second)];
+    const isApart = first && second && (first.last_ms < second.first_ms || second.last_ms < first.first_ms);
+    return isApart ? second.first_ms - first.first_ms : 0;
 }
 
 /** @param {import("./types.js").Recording} recording */
@@ -292,7 +300,8 @@ async function copyLink() {
 /** @param {Set<keyof import("./view.js").Choice>} changed */
 function followView(changed) {
     const has = (/** @type {(keyof import("./view.js").Choice)[]} */ ...keys) => keys.some(key => changed.has(key));
-    if (has("id", "radar", "second")) reopen();
+    if (has("id", "radar")) reopen();
+    else if (has("second")) openSecond();
     if (has("second", "size")) layOut();
     if (has("second", "trailsS")) {
         for (const display of session.displays) display.trails.setLength(view.trailsS);
@@ -305,9 +314,15 @@ function followView(changed) {
     if (has("utc")) showClock(session.placeMs);
 }
 
+function openSecond() {
+    if (!session.isConnected) return;
+    session.b.reset();
+    session.openSecond(session.isLive ? undefined : session.placeMs);
+    if (session.state?.playing) session.sendBoth({ type: "play" });
+}
+
 function reopen() {
     if (!session.isConnected) return;
-    if (view.second && session.wantedMs === 0 && !session.isLive) session.wantedMs = session.placeMs;
     session.open();
     if (!recordings.find(view.id)) recordings.refresh();
     recordings.draw();

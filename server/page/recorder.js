@@ -59,16 +59,18 @@ export class Recorder {
     stateText(running) {
         const root = this.server?.roots[0];
         const room = root ? `${sizeText(root.free_bytes)} free` : "";
-        const hours = root && root.hours_left !== null ? `, ${root.hours_left.toFixed(0)} h left` : "";
+        const rate = running ? this.rateOf(running) : 0;
+        const left = root?.hours_left ?? (root && rate > 0 ? root.free_bytes / rate / 3600 : null);
+        const hours = left === null ? "" : `, ${left.toFixed(left < 10 ? 1 : 0)} h left`;
         if (this.server && !this.server.allow.record && !running)
             return `${room}. Recording from here is off: kestova serve --allow-record`;
         if (!running) return `not recording · ${room}${hours}`;
         const long = durationText(running.last_ms - running.first_ms);
-        return `● ${long} · ${sizeText(running.size_bytes)}${this.rateText(running)} · ${room}${hours}`;
+        return `● ${long} · ${sizeText(running.size_bytes)}${rate > 0 ? ` · ${sizeText(rate)}/s` : ""} · ${room}${hours}`;
     }
 
     /** @param {Recording} running */
-    rateText(running) {
+    rateOf(running) {
         const { grown } = this;
         if (grown.id !== running.id)
             this.grown = {
@@ -86,7 +88,7 @@ export class Recorder {
                 rate,
             };
         }
-        return this.grown.rate > 0 ? ` · ${sizeText(this.grown.rate)}/s` : "";
+        return this.grown.rate;
     }
 
     async record() {

@@ -8,11 +8,16 @@ import { choose, view } from "./view.js";
 
 /** @typedef {import("./types.js").State} State */
 
+const cMostApartMs = 1500; // of two pictures that play; states come once a second
+
 export class Session {
+    hasSecond = false;
+    apartMs = 0; // what the clock of the second picture is ahead
+    secondMs = -1; // where it was last brought
     sought = { epoch: -1, at: -1e9 }; // the last jump, before which states speak of another place
     speedAt = -1e9; // by performance.now(), when a speed was chosen
 
-    /** @param {{ changed: () => void, lost: (code: number) => void, opened: () => void, streams: (streams: import("./types.js").StreamRow[]) => void }} page */
+    /** @param {{ changed: () => void, lost: (code: number) => void, apart: () => number, opened: () => void, streams: (streams: import("./types.js").StreamRow[]) => void }} page */
     constructor(page) {
         this.page = page;
         this.a = new Display("a");
@@ -60,30 +65,60 @@ export class Session {
         this.b.reset();
         this.early.clear();
         const at_ms = this.wantedMs > 0 ? Math.round(this.wantedMs) : undefined;
-        this.send({
-            type: "open",
-            picture: "a",
-            radar: view.radar || undefined,
-            id: view.id,
-            at_ms,
-        });
-        if (view.second)
-            this.send({
-                type: "open",
-                picture: "b",
-                ...secondOf(view.second),
-                at_ms,
-            });
+        this.send({ type: "open", picture: "a", radar: view.radar || undefined, id: view.id, at_ms });
+        this.openSecond(at_ms);
         if (view.speed !== 1) this.setSpeed(view.speed);
-        if (this.plays && view.id !== "live") this.send({ type: "play" });
+        if (this.plays && view.id !== "live") this.sendBoth({ type: "play" });
         this.placeMs = this.wantedMs || this.placeMs;
         this.wantedMs = 0;
         this.plays = false;
     }
 
+    /** @param {number | undefined} atMs */
+    openSecond(atMs) {
+        if (!view.second) {
+            if (this.hasSecond) this.send({ type: "close", picture: "b" });
+            this.hasSecond = false;
+            return;
+        }
+        this.hasSecond = true;
+        this.apartMs = this.page.apart();
+        const at_ms = atMs === undefined ? undefined : Math.round(atMs + this.apartMs);
+        this.send({ type: "open", picture: "b", ...secondOf(view.second), at_ms });
+    }
+
     /** @param {{ type: string, [key: string]: any }} message */
     send(message) {
         this.connection.send(message);
+    }
+
+    /**
+     * To both pictures: they have one clock. Times are those of the first one.
+     * @param {{ type: string, [key: string]: any }} message
+     */
+    sendBoth(message) {
+        this.send({ ...message, picture: "a" });
+        if (!this.hasSecond) return;
+        /** @type {{ type: string, [key: string]: any }} */
+        const second = { ...message, picture: "b" };
+        for (const key of ["time_ms", "from_ms", "to_ms"])
+            if (second[key] !== undefined) second[key] = Math.round(second[key] + this.apartMs);
+        this.send(second);
+    }
+
+    /** Brings the second picture back to the clock of the first one. @param {State} state of the first one */
+    keepTogether(state) {
+        const second = this.b.state;
+        if (!this.hasSecond || !second || second.mode === "live" || state.mode === "live") return;
+        const away = Math.abs(second.time_ms - state.time_ms - this.apartMs);
+        if (away > (state.playing ? cMostApartMs : 1)) this.seekSecond(state.time_ms);
+    }
+
+    /** @param {number} timeMs by the clock of the first one */
+    seekSecond(timeMs) {
+        if (timeMs === this.secondMs) return; // it was asked for, and is as near as it gets
+        this.secondMs = timeMs;
+        this.send({ type: "seek", picture: "b", time_ms: Math.round(timeMs + this.apartMs) });
     }
 
     /** @param {import("./types.js").Batch} batch */
@@ -115,6 +150,7 @@ export class Session {
         const isOld = state.epoch === this.sought.epoch && performance.now() - this.sought.at < 1000;
         if (!this.isFrozen && !isOld && (state.mode === "replay" || this.placeMs === 0)) this.placeMs = state.time_ms;
         if (state.speed !== undefined && !this.isSpeedNew()) choose({ speed: state.speed });
+        this.keepTogether(state);
         this.page.changed();
     }
 
@@ -134,7 +170,7 @@ export class Session {
         if (this.isFrozen) this.freeze(false);
         this.placeMs = timeMs;
         this.sought = { epoch: this.a.state?.epoch ?? -1, at: performance.now() };
-        this.send({ type: "seek", time_ms: Math.round(timeMs) });
+        this.sendBoth({ type: "seek", time_ms: Math.round(timeMs) });
     }
 
     /** @param {boolean} hasRecording of what is live */
@@ -145,7 +181,7 @@ export class Session {
             this.freeze(true);
             return say("Nothing is being recorded: the picture is frozen. Record, and you can go back in time.");
         }
-        return this.send({ type: isPlaying ? "pause" : "play" });
+        return this.sendBoth({ type: isPlaying ? "pause" : "play" });
     }
 
     /** @param {boolean} isFrozen */
@@ -157,7 +193,7 @@ export class Session {
 
     live() {
         if (this.isFrozen) this.freeze(false);
-        if (view.id === "live") return this.send({ type: "live" });
+        if (view.id === "live") return this.sendBoth({ type: "live" });
         choose({ id: "live" });
         return undefined;
     }
@@ -165,7 +201,7 @@ export class Session {
     /** @param {string} unit @param {number} count */
     step(unit, count) {
         if (this.isFrozen) this.freeze(false);
-        this.send({ type: "step", unit, count });
+        this.send({ type: "step", picture: "a", unit, count });
     }
 
     loop() {
@@ -173,13 +209,13 @@ export class Session {
         if (!this.isLooping && !(view.aMs > 0 && view.bMs > view.aMs))
             say("Mark A and B first, or drag over the timeline with Shift.");
         const part = { from_ms: Math.round(view.aMs), to_ms: Math.round(view.bMs) };
-        this.send(this.isLooping ? { type: "loop", ...part } : { type: "loop" });
+        this.sendBoth(this.isLooping ? { type: "loop", ...part } : { type: "loop" });
     }
 
     /** @param {number | "max"} value */
     setSpeed(value) {
         this.speedAt = performance.now();
-        this.send({ type: "speed", value });
+        this.sendBoth({ type: "speed", value });
     }
 }
 

@@ -50,6 +50,7 @@ export class Viewer {
     take(message) {
         if (message.type === "open") this.open(message);
         for (const [letter, one] of this.pictures) {
+            if (letter !== (message.picture ?? "a")) continue;
             if (message.type === "play") one.playing = true;
             if (message.type === "pause") one.playing = false;
             if (message.type === "speed") one.speed = message.value;
