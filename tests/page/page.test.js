@@ -33,7 +33,7 @@ after(async () => {
 
 /** @param {string} hash @param {(page: import("playwright-core").Page) => Promise<unknown>} [first] before the page loads */
 async function open(hash, first) {
-    const context = await browser.newContext({ viewport: { width: 1280, height: 800 } });
+    const context = await browser.newContext({ viewport: { width: 1280, height: 1000 } });
     const page = await context.newPage();
     page.setDefaultTimeout(60000);
     pages.push(page);

@@ -55,7 +55,7 @@ after(async () => {
 
 /** @param {string} hash */
 async function open(hash, address = url) {
-    const context = await browser.newContext({ viewport: { width: 1280, height: 800 } });
+    const context = await browser.newContext({ viewport: { width: 1280, height: 1000 } });
     contexts.push(context);
     const page = await context.newPage();
     page.setDefaultTimeout(90000);
