@@ -6,12 +6,12 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <limits>
-#include <pcap/pcap.h>
 #include <string_view>
 #include <sys/stat.h>
 
 #include "KestovaRecordings/captureinput.h"
 #include "KestovaRecordings/failure.h"
+#include "KestovaRecordings/internal/pcapfunctions.h"
 #include "KestovaStorage/filehead.h"
 #include "common/byteorder.h"
 

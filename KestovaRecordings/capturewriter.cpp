@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <pcap/pcap.h>
 #include <unistd.h>
 
 #include "KestovaRecordings/failure.h"
+#include "KestovaRecordings/internal/pcapfunctions.h"
 
 namespace recordings
 {

@@ -199,7 +199,7 @@ void tCut::carryStates()
     const tInputFile* opened = nullptr;
     for (const tLastState& state : lastStates(m_inputs, m_result.startMs, includes, [&] { goOn(0.0); }))
     {
-        if (opened != std::exchange(opened, state.input) && !file.open(presentPath(opened->path, m_inputs.suffix)))
+        if (state.input != std::exchange(opened, state.input) && !file.open(presentPath(opened->path, m_inputs.suffix)))
             opened = nullptr;
         std::string bytes;
         if (opened == nullptr || !file.read(state.record, bytes))

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "KestovaRecordings/sentencereader.h"
+#include "KestovaRecordings/internal/groupsentences.h"
 
 namespace recordings
 {
@@ -54,17 +54,17 @@ class tToNavigation final : public iSentenceSink
 public:
     explicit tToNavigation(tNavigation& navigation) : m_navigation(navigation) {}
 
-    void read(std::string_view message, std::uint64_t timeMs)
+    void read(std::uint64_t timeMs, const tPackageContents& package)
     {
         m_timeMs = timeMs;
-        m_reader.read(message, timeMs, *this);
+        m_sentences.read(timeMs, package, *this);
     }
 
 private:
     void onSentence(const tSentence& sentence) override { m_navigation.add(sentence, m_timeMs); }
 
     tNavigation& m_navigation;
-    tSentenceReader m_reader;
+    tGroupSentences m_sentences;
     std::uint64_t m_timeMs = 0;
 };
 }  // namespace
@@ -125,7 +125,7 @@ tNavigation navigationAt(const tTimeRange& recording, std::uint64_t atMs)
         atMs - std::min(atMs, cAisMs), atMs,
         [](tReadWriteType kind) { return kind != eImageStream && kind != eOriginalImage; },
         [&](std::uint64_t timeMs, const tPackageContents& package) {
-            sentences.read(package.payload, timeMs);
+            sentences.read(timeMs, package);
             return true;
         });
     return navigation;

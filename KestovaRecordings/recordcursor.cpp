@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 #include "KestovaStorage/datafile.h"
 #include "KestovaStorage/datafileconverter.h"
@@ -25,18 +26,22 @@ std::vector<std::uint32_t> timeOrder(const storage::tDataFile& file)
     return order;
 }
 
-std::uint64_t firstTime(const storage::tDataFile& file)
+// Returns the earliest and the latest time of a file's records.
+std::pair<std::uint64_t, std::uint64_t> timesOf(const storage::tDataFile& file)
 {
-    std::uint64_t first = file.record(0).timeMs;
+    std::uint64_t first = file.record(0).timeMs, last = first;
     for (std::size_t i = 1; i < file.recordCount(); ++i)
+    {
         first = std::min(first, file.record(i).timeMs);
-    return first;
+        last = std::max(last, file.record(i).timeMs);
+    }
+    return {first, last};
 }
 
 // A file to be opened when the time of its first record has come.
 struct tWaitingFile
 {
-    std::uint64_t firstMs;
+    std::uint64_t firstMs, lastMs;
     std::size_t number;  // among all files
     std::string path;
 };
@@ -64,6 +69,31 @@ public:
         return segment != nullptr;
     }
     void advance() { ++m_next; }
+    // Sets records that come before `endMs` and goes on behind them. Returns how many: 0 for those that view() is for.
+    std::size_t readRun(tRecordingRecord* records, std::size_t count, std::uint64_t endMs)
+    {
+        if (!m_order.empty())
+            return 0;
+        m_run.resize(std::max(m_run.size(), count));
+        const std::size_t read = m_file.readRun(m_next, count, m_run.data());
+        std::size_t taken = 0;
+        for (; taken < read && m_run[taken].timeMs < endMs; ++taken, ++m_next)
+            records[taken] = {m_run[taken].timeMs, m_file.fineTime(m_next), {m_run[taken].bytes, m_run[taken].len}};
+        return taken;
+    }
+    // Goes to the first record of this time or later.
+    void startAt(std::uint64_t timeMs)
+    {
+        std::size_t end = m_file.recordCount();
+        for (m_next = 0; m_next < end;)
+        {
+            const std::size_t middle = m_next + (end - m_next) / 2;
+            if (m_file.record(m_order.empty() ? middle : m_order[middle]).timeMs < timeMs)
+                m_next = middle + 1;
+            else
+                end = middle;
+        }
+    }
     bool comesAfter(const tOpenFile& other) const
     {
         return timeMs() != other.timeMs() ? timeMs() > other.timeMs() : m_number > other.m_number;
@@ -74,6 +104,7 @@ private:
 
     storage::tDataFile m_file;
     std::vector<std::uint32_t> m_order;
+    std::vector<storage::tDataFileSegment> m_run;
     std::size_t m_next = 0;
     const std::size_t m_number;
 };
@@ -101,6 +132,32 @@ public:
             if (take(record))
                 return true;
         }
+    }
+
+    // Of one open file alone, as far as no other one begins.
+    std::size_t nextRun(tRecordingRecord* records, std::size_t count)
+    {
+        m_ended.reset();
+        openDue();
+        if (m_open.size() != 1)
+            return next(*records) ? 1 : 0;
+        const std::uint64_t endMs = m_waiting.empty() ? UINT64_MAX : m_waiting.back().firstMs;
+        const std::size_t run = m_open.front()->readRun(records, count, endMs);
+        if (run == 0)
+            return next(*records) ? 1 : 0;
+        m_passed += run;
+        if (m_open.front()->atEnd())
+        {
+            m_ended = std::move(m_open.front());
+            m_open.clear();
+        }
+        return run;
+    }
+
+    void startAt(std::uint64_t timeMs)
+    {
+        m_startMs = timeMs;
+        std::erase_if(m_waiting, [&](const tWaitingFile& file) { return file.lastMs < timeMs; });
     }
 
     std::vector<tLeftOut> m_leftOut;
@@ -132,7 +189,8 @@ private:
         if (!isReadable(file))
             return m_leftOut.push_back({path, "none of its records can be read", false});
         m_records += file.recordCount();
-        m_waiting.push_back({firstTime(file), m_files++, path});
+        const auto [firstMs, lastMs] = timesOf(file);
+        m_waiting.push_back({firstMs, lastMs, m_files++, path});
     }
 
     // Opens the files that begin before the next record of those that are open.
@@ -150,6 +208,7 @@ private:
                 continue;
             }
             m_damaged += file->damaged();
+            file->startAt(m_startMs);
             push(std::move(file));
         }
     }
@@ -187,6 +246,7 @@ private:
     }
 
     const std::string m_suffix;
+    std::uint64_t m_startMs = 0;
     std::vector<tWaitingFile> m_waiting;             // the earliest last
     std::vector<std::unique_ptr<tOpenFile>> m_open;  // a heap, the file of the earliest record first
     std::unique_ptr<tOpenFile> m_ended;              // holds the bytes of its last record until the next call
@@ -198,9 +258,19 @@ tRecordCursor::tRecordCursor(const std::vector<std::string>& files, const std::s
 
 tRecordCursor::~tRecordCursor() = default;
 
+void tRecordCursor::startAt(std::uint64_t timeMs)
+{
+    d->startAt(timeMs);
+}
+
 bool tRecordCursor::next(tRecordingRecord& record)
 {
     return d->next(record);
+}
+
+std::size_t tRecordCursor::nextRun(tRecordingRecord* records, std::size_t count)
+{
+    return d->nextRun(records, count);
 }
 
 std::size_t tRecordCursor::files() const

@@ -34,7 +34,13 @@ public:
     tRecordCursor(const tRecordCursor&) = delete;
     tRecordCursor& operator=(const tRecordCursor&) = delete;
 
+    // Passes over the records before a time without reading them. Before the first next().
+    void startAt(std::uint64_t timeMs);
     bool next(tRecordingRecord& record);  // returns false at the end; passes over records that cannot be read
+
+    // Sets the next records, up to `count` (1 or more), which are valid until the next call. Returns how many: fewer
+    // than are left where they do not lie together in memory, 0 at the end.
+    std::size_t nextRun(tRecordingRecord* records, std::size_t count);
 
     std::size_t files() const;                     // that are not left out
     const std::vector<tLeftOut>& leftOut() const;  // none of them is `asked`

@@ -27,9 +27,15 @@ public:
         unsigned total, number;
         std::string_view group;  // type, sequence number and channel: what the fragments of a message have in common
         std::string_view payload;
+        bool valid;  // its sum is there and right
+    };
+    struct tWhole
+    {
+        std::string payload;
+        bool valid = true;  // all parts
     };
     // Returns the whole payload when the last fragment came in its order, null before.
-    const std::string* add(const tPart& part)
+    const tWhole* add(const tPart& part)
     {
         if (part.number == 1)
             begin(part.group);
@@ -37,17 +43,19 @@ public:
         if (slot == nullptr || part.number != slot->next || part.total > cMostFragments)
             return nullptr;
         ++slot->next;
-        slot->payload.append(part.payload);
+        slot->whole.payload.append(part.payload);
+        slot->whole.valid = slot->whole.valid && part.valid;
         if (part.number != part.total)
             return nullptr;
         slot->next = 0;
-        return &slot->payload;
+        return &slot->whole;
     }
 
 private:
     struct tSlot
     {
-        std::string group, payload;
+        std::string group;
+        tWhole whole;
         unsigned next = 0;  // number of the fragment that comes next; 0: free
         std::uint64_t begun = 0;
     };
@@ -67,7 +75,8 @@ private:
                 return std::pair(a.next != 0, a.begun) < std::pair(b.next != 0, b.begun);
             });
         slot->group = group;
-        slot->payload.clear();
+        slot->whole.payload.clear();
+        slot->whole.valid = true;
         slot->next = 1;
         slot->begun = ++m_begun;
     }
@@ -180,10 +189,13 @@ private:
             return true;
         }
         m_group.assign(sentence.type).append(fields.text(3)).append(",").append(fields.text(4));
-        const std::string* const payload = m_fragments.add({total, number, m_group, fields.text(5)});
-        if (payload != nullptr)
-            readAisMessage(*payload, fillBits, sentence);
-        return payload != nullptr;
+        const tFragments::tWhole* const whole =
+            m_fragments.add({total, number, m_group, fields.text(5), sentence.valid});
+        if (whole == nullptr)
+            return false;
+        sentence.valid = whole->valid;
+        readAisMessage(whole->payload, fillBits, sentence);
+        return true;
     }
 
     tFragments m_fragments;

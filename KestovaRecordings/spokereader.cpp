@@ -1,5 +1,6 @@
 #include "KestovaRecordings/spokereader.h"
 
+#include <map>
 #include <utility>
 
 #include "KestovaRecordings/cat240.h"
@@ -10,6 +11,7 @@ namespace recordings
 namespace
 {
 constexpr unsigned cSequenceBits = 32;
+constexpr std::size_t cMostSources = 16;       // that share a group
 constexpr std::uint32_t cMostCells = 1 << 20;  // of a spoke that was put together
 
 double turns(std::uint16_t azimuth)
@@ -97,15 +99,29 @@ public:
             if (layout.source == utils::eSpokeCat240)
             {
                 m_reference = layout.reference;
-                if (readCat240(message, *this))
+                m_isRead = false;
+                if (readCat240(message, *this) || m_isRead)
                     return;
             }
             else if (matches(layout, message))
                 return passOn(layout, message);
         }
     }
-    void finish(iSpokeSink& sink) { m_split.passOn(sink); }
-    const tMessagePlace* waiting() const { return m_split.isEmpty() ? nullptr : &m_split.place(); }
+    void finish(iSpokeSink& sink)
+    {
+        for (auto& [source, split] : m_splits)
+            split.passOn(sink);
+    }
+    const tMessagePlace* waiting() const
+    {
+        const tMessagePlace* first = nullptr;
+        for (const auto& [source, split] : m_splits)
+        {
+            if (!split.isEmpty() && (first == nullptr || split.place().number < first->number))
+                first = &split.place();
+        }
+        return first;
+    }
 
 private:
     void passOn(const utils::tSpokeLayout& layout, std::string_view message)
@@ -116,23 +132,42 @@ private:
         if (spoke)
             m_sink->onSpoke(*spoke, m_place);
     }
-    void onDamagedVideo(const tCat240Video& video) override { m_sink->onSequence(video.sequence, cSequenceBits); }
+    void onDamagedVideo(const tCat240Video& video) override
+    {
+        m_isRead = true;
+        m_sink->onSequence(video.sequence, cSequenceBits);
+    }
     void onVideo(const tCat240Video& video) override
     {
+        m_isRead = true;
         m_sink->onSequence(video.sequence, cSequenceBits);
-        if (m_split.isContinuedBy(video))
-            return m_split.append(video, m_place);
-        m_split.passOn(*m_sink);
+        tSplitSpoke& split = splitOf(video.sac * 256u + video.sic);
+        if (split.isContinuedBy(video))
+            return split.append(video, m_place);
+        split.passOn(*m_sink);
         if (video.compressed)
             m_sink->onCompressed();
         else if (video.cells.count != 0)
-            m_split.begin(video, m_place, m_reference);
+            split.begin(video, m_place, m_reference);
     }
-    void onSummary(const tCat240Summary& summary) override { m_sink->onSummary(summary.text); }
+    void onSummary(const tCat240Summary& summary) override
+    {
+        m_isRead = true;
+        m_sink->onSummary(summary.text);
+    }
+    // Several sources may share a group; of too many each ends what another one began.
+    tSplitSpoke& splitOf(unsigned source)
+    {
+        const auto known = m_splits.find(source);
+        if (known != m_splits.end())
+            return known->second;
+        return m_splits.size() < cMostSources ? m_splits[source] : m_splits.begin()->second;
+    }
 
     const std::vector<utils::tSpokeLayout> m_layouts;
-    tSplitSpoke m_split;
-    tMessagePlace m_place;  // of the message that is being read, for `m_sink`
+    std::map<unsigned, tSplitSpoke> m_splits;  // by source
+    bool m_isRead = false;                     // something of the message by the layout that is being tried
+    tMessagePlace m_place;                     // of the message that is being read, for `m_sink`
     iSpokeSink* m_sink = nullptr;
     utils::tBearingReference m_reference = utils::eReferenceUnknown;
 };

@@ -80,6 +80,16 @@ private:
     std::vector<tStretch> m_filled;
 };
 
+// Returns the stretches of the turn with the latest spoke of each.
+template <typename tSpokes>
+std::vector<tStretch> stretchesOf(const tSpokes& spokes)
+{
+    tSectors sectors;
+    for (std::size_t i = spokes.size(); i-- > 0;)
+        sectors.fill(spokes[i].from, spokes[i].to, static_cast<std::ptrdiff_t>(i));
+    return std::move(sectors).stretches();
+}
+
 // Returns the spoke's cells by rings of the image: of several that touch a ring the brightest.
 void resample(const std::vector<unsigned char>& cells, double firstM, double cellM, const tPolarImage& image,
               std::vector<unsigned char>& rings)
@@ -221,6 +231,14 @@ double tTurn::covered() const
     return m_spokes.empty() ? 0 : std::min(std::abs(m_swept) + width(m_spokes.back()), 1.0);
 }
 
+double tTurn::shown() const
+{
+    std::uint64_t sum = 0;
+    for (const tStretch& stretch : stretchesOf(m_spokes))
+        sum += stretch.spoke < 0 ? 0 : stretch.to - stretch.from;
+    return static_cast<double>(sum) / cFullTurn;
+}
+
 // What is older than a full turn goes.
 void tTurn::limit()
 {
@@ -289,10 +307,7 @@ const unsigned char* tTurn::cellsOf(const tHeld& spoke, const tPolarImage& image
 
 tPolarImage tTurn::image() const
 {
-    tSectors sectors;
-    for (std::size_t i = m_spokes.size(); i-- > 0;)
-        sectors.fill(m_spokes[i].from, m_spokes[i].to, static_cast<std::ptrdiff_t>(i));
-    const std::vector<tStretch> stretches = std::move(sectors).stretches();
+    const std::vector<tStretch> stretches = stretchesOf(m_spokes);
     const double range = rangeM() > 0 ? rangeM() : 1;
     tPolarImage image = rings(stretches.size(), range);
     for (const tStretch& stretch : stretches)

@@ -29,7 +29,8 @@ public:
     void clear();
 
     std::size_t spokes() const { return m_spokes.size(); }
-    double covered() const;  // of the turn, 0 to 1
+    double covered() const;  // by the antenna, in turns, 0 to 1; what it passed over twice around a gap counts twice
+    double shown() const;    // part of the turn in which there are spokes, 0 to 1
     std::uint64_t firstMs() const { return m_spokes.empty() ? 0 : m_spokes.front().timeMs; }
     std::uint64_t lastMs() const { return m_spokes.empty() ? 0 : m_spokes.back().timeMs; }
     // Returns the far edge of the farthest cell, in metres; 0 if no spoke says how long its cells are.

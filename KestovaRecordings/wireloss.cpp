@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "KestovaRecordings/internal/counterjump.h"
+
 namespace recordings
 {
 void tWireLoss::add(std::uint64_t number, unsigned bits)
@@ -9,7 +11,7 @@ void tWireLoss::add(std::uint64_t number, unsigned bits)
     const std::uint64_t mask = bits >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
     const std::uint64_t ahead = (number - m_last) & mask;
     const std::uint64_t behind = (m_last - number) & mask;
-    if (!m_begun || (ahead > behind && behind >= std::min(cWindow, mask / 4 + 1)))  // the first one, or a restart
+    if (!m_begun || isRestart(number, m_last, mask))
     {
         m_begun = true;
         m_missed.reset();

@@ -57,3 +57,5 @@ if(TARGET kestova)  # it runs the tool
   add_dependencies(ls_bench kestova)
   target_compile_definitions(ls_bench PRIVATE KESTOVA_TOOL="$<TARGET_FILE:kestova>")
 endif()
+kestova_bench(capi)  # python_bench.py is its companion
+target_link_libraries(capi_bench PRIVATE kestova_c KestovaRecordings)

@@ -18,8 +18,11 @@ if(KESTOVA_SANITIZE)
     target_compile_options(kestova_flags INTERFACE -Wno-tsan)
   endif()
 endif()
-if(KESTOVA_FUZZ)
-  target_compile_options(kestova_flags INTERFACE -fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer
-                                                 -fno-sanitize-recover=undefined)
-  target_link_options(kestova_flags INTERFACE -fsanitize=address,undefined)
-endif()
+
+# kestova_precompile(TARGET header ...): reads these headers once for the whole target where KESTOVA_PCH is on. Builds
+# without it see to it that every file includes what it uses.
+function(kestova_precompile target)
+  if(KESTOVA_PCH)
+    target_precompile_headers(${target} PRIVATE ${ARGN})
+  endif()
+endfunction()

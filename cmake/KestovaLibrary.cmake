@@ -19,6 +19,9 @@ function(kestova_library name)
   set_target_properties(${name}_objects PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden
                                                    VISIBILITY_INLINES_HIDDEN ON)
   target_link_libraries(${name}_objects PRIVATE kestova_flags Threads::Threads ${arg_LINKS})
+  if(KESTOVA_FUZZ)
+    target_compile_options(${name}_objects PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
 
   add_library(${name} SHARED $<TARGET_OBJECTS:${name}_objects>)
   add_library(Kestova::${name} ALIAS ${name})
@@ -29,7 +32,7 @@ function(kestova_library name)
   target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:kestova_flags> Threads::Threads)
   # A library with worker threads must not be unmapped under them; and it must name all that it needs.
   target_link_options(${name} PRIVATE -Wl,-z,nodelete)
-  if(NOT KESTOVA_SANITIZE AND NOT KESTOVA_FUZZ)
+  if(NOT KESTOVA_SANITIZE)
     target_link_options(${name} PRIVATE -Wl,--no-undefined)
   endif()
   foreach(linked IN LISTS arg_LINKS)

@@ -21,6 +21,7 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)  # on the very same version
 foreach(library UdpSocket KestovaUtils KestovaStorage KestovaRecordings)
   list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}/${library}")
 endforeach()
+list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}/bindings/c")
 
 set(about
     "Kestova records what a marine radar sends over UDP multicast (image spokes,
@@ -28,6 +29,7 @@ ARPA targets, states, AIS, GPS, depth and heading) into self-indexed data
 files, compresses them, and plays them back to programs and onto the network.")
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_NAME libkestova0)
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARIES_PACKAGE_DEPENDS "libcairo2, libpcap0.8")  # loaded when they are used
 set(CPACK_DEBIAN_LIBRARIES_DESCRIPTION "recorder and player for marine radar traffic: libraries\n${about}\n
 This package has the shared libraries.")
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers")
@@ -45,9 +47,27 @@ if(KESTOVA_TOOL)
   set(CPACK_DEBIAN_TOOL_DESCRIPTION "recorder and player for marine radar traffic: command line\n${about}\n
 This package has the command kestova, which records, replays and simulates
 radars, shows what is in recordings, and reads and writes captures.")
-  set(CPACK_DEBIAN_TOOL_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles")
+  set(conffiles "${CMAKE_CURRENT_BINARY_DIR}/conffiles")
+  configure_file(debian/conffiles "${conffiles}" COPYONLY)
+  if(TARGET kestova_server)
+    file(APPEND "${conffiles}" "/etc/default/kestova-serve\n")
+  endif()
+  set(CPACK_DEBIAN_TOOL_PACKAGE_CONTROL_EXTRA "${conffiles}")
   set(CPACK_COMPONENT_TOOL_DEPENDS libraries)
 endif()
+
+list(APPEND CPACK_COMPONENTS_ALL python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-kestova)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9)")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS python3-numpy)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-matplotlib)
+set(CPACK_DEBIAN_PYTHON_DESCRIPTION "recorder and player for marine radar traffic: Python\n${about}\n
+This package has the Python module kestova, which gives recordings as NumPy
+arrays.")
+set(CPACK_COMPONENT_PYTHON_DEPENDS libraries)
 
 # The documents that every Debian package has.
 set(debian_dir "${CMAKE_CURRENT_BINARY_DIR}/debian")

@@ -4,11 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
-#include <condition_variable>
-#include <deque>
-#include <functional>
 #include <future>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <thread>
@@ -23,6 +19,7 @@
 #include <boost/beast/websocket.hpp>
 
 #include "KestovaRecordings/failure.h"
+#include "server/workers.h"
 
 namespace server
 {
@@ -41,67 +38,6 @@ constexpr std::chrono::seconds cClosing{10};   // for the other end of a WebSock
 constexpr std::size_t cRefusedAtOnce = 64;     // connections that get an answer when there are too many
 constexpr int cViewerSendBuffer = 128 * 1024;  // what waits in the kernel is late and cannot be thinned
 constexpr unsigned cTryAgainLater = 1013, cPolicy = 1008, cUnsupported = 1003;
-
-// Threads for what may wait for a disk.
-class tWorkers
-{
-public:
-    explicit tWorkers(std::size_t count)
-    {
-        for (std::size_t i = 0; i < count; ++i)
-            m_threads.emplace_back([this] { run(); });
-    }
-    ~tWorkers()
-    {
-        stop(std::chrono::hours(1));
-        for (std::thread& thread : m_threads)
-            thread.join();
-    }
-    void post(std::function<void()> work)
-    {
-        const std::lock_guard lock(m_mutex);
-        if (!m_stopped)
-            m_queue.push_back(std::move(work));
-        m_changed.notify_one();
-    }
-    // Drops what waits. Returns whether nothing is under way any more.
-    bool stop(std::chrono::milliseconds atMost)
-    {
-        std::unique_lock lock(m_mutex);
-        m_stopped = true;
-        m_queue.clear();
-        m_changed.notify_all();
-        return m_changed.wait_for(lock, atMost, [this] { return m_busy == 0; });
-    }
-
-private:
-    void run()
-    {
-        std::unique_lock lock(m_mutex);
-        for (;;)
-        {
-            m_changed.wait(lock, [this] { return m_stopped || !m_queue.empty(); });
-            if (m_stopped)
-                return;
-            auto work = std::move(m_queue.front());
-            m_queue.pop_front();
-            ++m_busy;
-            lock.unlock();
-            work();
-            work = nullptr;
-            lock.lock();
-            --m_busy;
-            m_changed.notify_all();
-        }
-    }
-
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::deque<std::function<void()>> m_queue;  // guarded by m_mutex
-    bool m_stopped = false;                     // guarded by m_mutex
-    std::size_t m_busy = 0;                     // guarded by m_mutex
-    std::vector<std::thread> m_threads;
-};
 
 class iClosable
 {

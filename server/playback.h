@@ -86,6 +86,7 @@ private:
     void setClock(std::uint64_t ms);
     bool feedNext();
     void flush(std::uint32_t flags);
+    bool hasRoom() const;  // the viewer has taken most of what it was sent
     bool waitForRoom();
 
     void step(const tViewerMessage& message);

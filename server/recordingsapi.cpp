@@ -6,7 +6,7 @@
 
 #include "KestovaRecordings/activity.h"
 #include "server/timeline.h"
-#include "sessions/rows/listrow.h"
+#include "sessions/report/listrow.h"
 
 namespace server
 {
@@ -131,8 +131,8 @@ tTimelineSpan spanOf(const tTarget& target, const std::vector<tTimelineRecording
 
 tJson recordingRow(const tArchived& one)
 {
-    tJson row = {{"id", one.id}};
-    for (auto& [key, value] : session::listRow(one.recording).items())
+    tJson row = {{"id", one.id}}, listed = session::listRow(one.recording);
+    for (auto& [key, value] : listed.items())
         if (key != "path")
             row[key] = std::move(value);
     return row;

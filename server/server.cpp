@@ -9,12 +9,14 @@
 #include "server/access.h"
 #include "server/answers.h"
 #include "server/archive.h"
+#include "server/controlapi.h"
 #include "server/downloadsapi.h"
 #include "server/metrics.h"
 #include "server/pagefiles.h"
 #include "server/radars.h"
 #include "server/reaper.h"
 #include "server/recordingsapi.h"
+#include "server/replayapi.h"
 #include "server/routes.h"
 #include "server/viewer.h"
 #include "server/viewsapi.h"
@@ -43,13 +45,6 @@ std::uint64_t nowMs()
 {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
-}
-
-std::uint64_t freeBytes(const std::string& root)
-{
-    std::error_code error;
-    const auto space = std::filesystem::space(root, error);
-    return error ? 0 : space.available;
 }
 
 // Returns what the API calls a root: paths stay on this machine.
@@ -82,7 +77,8 @@ class tServer::tPrivate : public iHttpHandler
 public:
     tPrivate(const tServeOptions& options, const tHttpLimits& limits)
         : m_options(checked(options)), m_archive(options.roots), m_radars(m_options, m_archive),
-          m_recordings(m_archive), m_downloads(m_archive), m_views(m_options, m_archive), m_hub(m_options, m_radars),
+          m_recordings(m_archive), m_downloads(m_archive), m_views(m_options, m_archive),
+          m_control(m_options, m_archive, m_radars), m_replay(m_options, m_archive), m_hub(m_options, m_radars),
           m_http(options.address, options.port, *this, limits), m_access(options, m_http.port())
     {
         addRoutes();
@@ -102,7 +98,10 @@ public:
     bool stop(std::chrono::milliseconds atMost)
     {
         m_downloads.cancel();
-        return m_http.stop(atMost);
+        const bool isIdle = m_http.stop(atMost);
+        if (isIdle)
+            m_replay.end();
+        return isIdle;
     }
 
     tHttpAnswer answer(const tHttpRequest& request) override
@@ -193,13 +192,22 @@ private:
         m_recordings.addTo(m_routes);
         m_downloads.addTo(m_routes);
         m_views.addTo(m_routes);
+        m_control.addTo(m_routes);
+        m_replay.addTo(m_routes);
     }
 
-    tJson about() const
+    tJson about()
     {
+        const tArchiveList list = m_archive.list();
         tJson roots = tJson::array();
         for (const std::string& root : m_options.roots)
-            roots.push_back({{"name", nameOf(root)}, {"free_bytes", freeBytes(root)}, {"hours_left", nullptr}});
+        {
+            const std::uint64_t free = freeBytes(root);
+            const double rate = writtenPerSecond(list, root);
+            roots.push_back({{"name", nameOf(root)},
+                             {"free_bytes", free},
+                             {"hours_left", rate > 0 ? tJson(static_cast<double>(free) / rate / 3600) : tJson()}});
+        }
         return {{"schema", "kestova/serve/1"},
                 {"version", KESTOVA_VERSION},
                 {"api", 1},
@@ -240,6 +248,8 @@ private:
     tRecordingsApi m_recordings;
     tDownloadsApi m_downloads;
     tViewsApi m_views;
+    tControlApi m_control;
+    tReplayApi m_replay;
     tLiveHub m_hub;
     tHttpServer m_http;
     tAccess m_access;

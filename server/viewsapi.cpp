@@ -13,9 +13,9 @@
 #include "server/layouts.h"
 #include "server/recordwalk.h"
 #include "sessions/picture/picturesession.h"
-#include "sessions/rows/decodedlines.h"
-#include "sessions/rows/payloadtext.h"
-#include "sessions/rows/recordrow.h"
+#include "sessions/report/decodedlines.h"
+#include "sessions/report/payloadtext.h"
+#include "sessions/report/recordrow.h"
 
 namespace server
 {

@@ -4,16 +4,14 @@
 #include <sys/resource.h>
 
 #include "support/pcapreaderfixture.h"
+#include "support/sanitized.h"
 
 using testing::ElementsAre;
 
 namespace
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t cMostMebibytes = 2000;  // shadow memory and freed blocks that are kept
-#else
-constexpr std::size_t cMostMebibytes = 300;
-#endif
+// Under a sanitizer with shadow memory and freed blocks that are kept.
+constexpr std::size_t cMostMebibytes = cSanitized ? 2000 : 300;
 
 using tPcapReaderHostileTest = tPcapReaderTest;
 

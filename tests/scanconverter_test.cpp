@@ -169,6 +169,18 @@ TEST(TurnTest, HoldsTheLastTurnAlone)
     EXPECT_EQ(standing.spokes(), 1u);
 }
 
+TEST(TurnTest, ShowsAGapThatTheAntennaPassedOver)
+{
+    tSky sky(100);
+    tTurn turn;
+    for (std::size_t i = 0; i < 150; ++i)
+    {
+        if (i % 100 < 20 || i % 100 >= 30)
+            turn.add(sky.spoke(i % 100), 0, i);
+    }
+    EXPECT_NEAR(turn.shown(), 0.9, 1e-6);
+}
+
 // The range changes in mid-turn: what is dark stays dark, what is bright stays where it is.
 TEST(TurnTest, SpokesOfSeveralRangesShareAPicture)
 {

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "KestovaRecordings/internal/groupsentences.h"
 #include "KestovaRecordings/sentencereader.h"
 #include "sessions/simulate/nmea.h"
 
@@ -110,7 +111,11 @@ TEST(SentencesTest, AisReportsAndFragments)
     ASSERT_EQ(whole.size(), 1u);
     EXPECT_EQ(whole[0].mmsi, 369'190'000u);
     EXPECT_EQ(whole[0].shipName, "MT.MITCHELL");
+    EXPECT_TRUE(whole[0].valid);
     EXPECT_TRUE(read(last + first).empty()) << "a fragment without its first one";
+    const auto unchecked = read(first.substr(0, first.size() - 5) + "\r\n" + last);
+    ASSERT_EQ(unchecked.size(), 1u);
+    EXPECT_FALSE(unchecked[0].valid) << "a fragment without a checksum";
 }
 
 // Fragments that never end take the slots of one another, and nothing else.
@@ -126,6 +131,26 @@ TEST(SentencesTest, UnfinishedFragmentsAreForgotten)
     EXPECT_TRUE(seen.all.empty());
     reader.read(session::nmeaSentence('!', "AIVDM,2,2,999,A,0,0"), cRecorded, seen);
     EXPECT_EQ(seen.all.size(), 1u);
+}
+
+// Two receivers number the fragments of their messages alike.
+TEST(SentencesTest, FragmentsStayOnTheirGroup)
+{
+    const std::string first = "!AIVDM,2,1,3,B,55P5TL01VIaAL@7WKO@mBplU@<PDhh000000001S;AJ::4A80?4i@E53,0*3E\r\n";
+    const std::string last = "!AIVDM,2,2,3,B,1@0000000000000,2*55\r\n";
+    tSeen seen;
+    tGroupSentences sentences;
+    for (const std::string& part : {first, last})
+    {
+        for (const std::uint16_t port : {std::uint16_t{1}, std::uint16_t{2}})
+        {
+            tPackageContents package{};
+            package.port = port;
+            package.payload = part;
+            sentences.read(cRecorded, package, seen);
+        }
+    }
+    EXPECT_EQ(seen.all.size(), 2u);
 }
 
 TEST(SentencesTest, TagBlocksDatagramsAndNonsense)

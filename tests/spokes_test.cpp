@@ -244,6 +244,40 @@ TEST(Cat240Test, PutsSplitSpokesTogetherAndKeepsTheOthersApart)
     EXPECT_EQ(seen.loss.missing(), 0u);
 }
 
+TEST(Cat240Test, KeepsTheSplitSpokesOfTwoSourcesApart)
+{
+    const std::string cells = bytes({1, 2, 3, 4});
+    tSeen seen;
+    tSpokeReader reader(layoutsOf(R"("cat240")"));
+    std::uint64_t number = 0;
+    for (const std::uint32_t startCell : {0u, 4u})
+    {
+        for (std::uint8_t source = 1; source <= 2; ++source)
+        {
+            tCat240Video video = videoOf(cells, 8, 100);
+            video.sic = source;
+            video.startCell = startCell;
+            video.sequence = startCell == 0 ? 0 : 1;
+            reader.read(datagramOf(video), {0, number++}, seen);
+        }
+    }
+    ASSERT_TRUE(seen.spokes.empty());
+    ASSERT_NE(reader.waiting(), nullptr);
+    EXPECT_EQ(reader.waiting()->number, 2u);
+    reader.finish(seen);
+    EXPECT_EQ(seen.cells, std::vector(2, std::vector<std::uint32_t>{1, 2, 3, 4, 1, 2, 3, 4}));
+}
+
+TEST(Cat240Test, ReadsADatagramOnceThatTwoLayoutsTake)
+{
+    const std::string cells = bytes({1, 2, 3, 4});
+    tSeen seen;
+    tSpokeReader reader(layoutsOf(R"(["cat240", "cat240"])"));
+    reader.read(datagramOf(videoOf(cells, 8, 100)) + bytes({0, 0}), {}, seen);  // padded
+    reader.finish(seen);
+    EXPECT_EQ(seen.spokes.size(), 1u);
+}
+
 TEST(Cat240Test, SkipsWhatItDoesNotNeedAndReportsCompressedVideo)
 {
     const std::string cells = bytes({1, 2, 3, 4});
@@ -328,6 +362,8 @@ TEST(WireLossTest, CountsWhatNeverCame)
     EXPECT_EQ(missing({254, 255, 0, 1}, 8), 0u) << "a wrap";
     EXPECT_EQ(missing({250, 3}, 8), 8u) << "a loss over the wrap";
     EXPECT_EQ(missing({100'000, 0, 1}, 32), 0u) << "a restart";
+    EXPECT_EQ(missing({4'000'000'000, 0, 1}, 32), 0u) << "a restart from far up";
+    EXPECT_EQ(missing({65'530, 4}, 16), 9u) << "a loss over the wrap";
     EXPECT_EQ(missing({1, 3, 2, 4}, 16), 0u) << "exchanged";
     EXPECT_EQ(missing({254, 1, 255, 0, 2}, 8), 0u) << "late over the wrap";
     EXPECT_EQ(missing({1, 2, 2, 1, 3}, 16), 0u) << "repeated";

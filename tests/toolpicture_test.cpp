@@ -1,8 +1,10 @@
 // kestova picture: what it writes, and what it refuses.
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include "support/ownnamespace.h"
@@ -81,6 +83,34 @@ TEST_F(tToolPictureTest, streamsRevolutionsAsAVideo)
     EXPECT_EQ(video.substr(0, head), "YUV4MPEG2 W64 H64 F1000:640 Ip A1:1 C444 XCOLORRANGE=LIMITED\n");
     EXPECT_EQ(video.size() - head, 3 * (6 + 3 * 64 * 64));
     EXPECT_EQ(video.substr(head, 6), "FRAME\n");
+}
+
+// The recording begins amid a turn, whose spokes were further apart.
+TEST_F(tToolPictureTest, streamsAtThePaceOfTheFirstWholeTurn)
+{
+    std::vector<std::string> segments;
+    for (unsigned i = 0; i < 3 * cSpokesPerTurn; ++i)
+        segments.push_back(makePackage(i, std::string("sp") + static_cast<char>((i + 32) % cSpokesPerTurn) +
+                                              static_cast<char>(i) + std::string(16, static_cast<char>(200))));
+    const std::string slow = fileOf({segments.begin(), segments.begin() + 32}, 100, "a.data");
+    const std::string made = fileOf({segments.begin() + 32, segments.end()}, 10, "b.data", cTime + 3200);
+    const std::string video = said(picture({slow, made, "--y4m", "-", "--size", "64"}));
+    EXPECT_EQ(video.substr(0, video.find('\n')), "YUV4MPEG2 W64 H64 F1000:640 Ip A1:1 C444 XCOLORRANGE=LIMITED");
+    EXPECT_EQ(video.size() - video.find('\n') - 1, 3 * (6 + 3 * 64 * 64));
+}
+
+TEST_F(tToolPictureTest, endsAtSigtermWhileTheReaderHangs)
+{
+    const std::string made = recording(20 * cSpokesPerTurn);
+    int ends[2];
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    tChildProcess child(tool(picture({made, "--y4m", "-"})), ends[1]);
+    ::close(ends[1]);
+    pollfd output{ends[0], POLLIN, 0};
+    ASSERT_EQ(::poll(&output, 1, 60'000), 1);
+    child.signal(SIGTERM);
+    EXPECT_EQ(child.wait(), 0);
+    ::close(ends[0]);
 }
 
 TEST_F(tToolPictureTest, endsInSilenceWhenNobodyReadsTheVideo)

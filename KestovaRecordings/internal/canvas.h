@@ -6,11 +6,12 @@
 #ifndef KESTOVA_RECORDINGS_INTERNAL_CANVAS_H
 #define KESTOVA_RECORDINGS_INTERNAL_CANVAS_H
 
-#include <cairo/cairo.h>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+
+#include "KestovaRecordings/internal/cairofunctions.h"
 
 namespace recordings
 {

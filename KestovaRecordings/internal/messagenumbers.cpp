@@ -1,20 +1,15 @@
 #include "KestovaRecordings/internal/messagenumbers.h"
 
-#include <algorithm>
+#include "KestovaRecordings/internal/counterjump.h"
 
 namespace recordings
 {
-namespace
-{
-constexpr std::uint64_t cLate = 1024;  // a number further behind is a restart
-}
-
 std::uint32_t tMessageNumbers::next(std::optional<std::uint64_t> number, unsigned bits, std::uint32_t messages)
 {
     const std::uint64_t mask = bits >= 64 || !number ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
     const std::uint64_t own = number.value_or(m_isBegun ? m_last + 1 : 0) & mask;
     const std::uint64_t ahead = (own - m_last) & mask, behind = (m_last - own) & mask;
-    if (!m_isBegun || (ahead > behind && behind >= std::min(cLate, mask / 4 + 1)))
+    if (!m_isBegun || isRestart(own, m_last, mask))
     {
         m_isBegun = true;
         m_isConsecutive = m_isLate = false;

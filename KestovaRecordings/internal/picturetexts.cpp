@@ -56,8 +56,9 @@ std::vector<std::string> warningTexts(const tTurn& turn, const tPictureFacts& fa
     std::vector<std::string> lines;
     if (!facts.remark.empty())
         lines.push_back(facts.remark);
-    if (turn.covered() < cWholeTurn)
-        lines.push_back(fmt::format("{:.0f}\u00B0 of 360\u00B0", turn.covered() * cDegrees));
+    const double shown = turn.shown();
+    if (shown < cWholeTurn)
+        lines.push_back(fmt::format("{:.0f}\u00B0 of 360\u00B0", shown * cDegrees));
     if (facts.missing)
         lines.push_back(fmt::format("{} spokes lost", *facts.missing));
     return lines;

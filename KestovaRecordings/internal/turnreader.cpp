@@ -27,7 +27,7 @@ void tTurnReader::read(std::uint64_t timeMs, const tPackageContents& package)
             return;
     }
     if (!isImage(package.info.rwType))
-        m_sentences.read(package.payload, timeMs, *this);
+        m_sentences.read(timeMs, package, *this);
 }
 
 void tTurnReader::beginTurn()

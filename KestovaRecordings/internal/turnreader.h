@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "KestovaRecordings/internal/groupsentences.h"
 #include "KestovaRecordings/packagecontents.h"
 #include "KestovaRecordings/sentencereader.h"
 #include "KestovaRecordings/spokereader.h"
@@ -54,7 +55,7 @@ private:
     double turnedBy(const tSpoke& spoke, std::uint64_t timeMs);
 
     tSpokeReader m_spokes;
-    tSentenceReader m_sentences;
+    tGroupSentences m_sentences;
     tWireLoss m_loss;
     const eUp m_up;
     std::optional<tGroup> m_group;

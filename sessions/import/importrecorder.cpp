@@ -2,14 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <string_view>
 #include <utility>
 
-#include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/frames.h"
 #include "UdpSocket/udpsocket.h"
-#include "sessions/record/recordingchecks.h"
 #include "sessions/record/sheetfacts.h"
 
 namespace session
@@ -18,9 +15,6 @@ using namespace recordings;
 
 namespace
 {
-constexpr std::uint64_t cQueueBytes = 32 << 20;  // waits for the disk when so much is queued
-constexpr unsigned int cDiskTimeout_ms = 60'000;
-
 // The info block of each kind that the capture reader knows. Other datagrams, control messages included, become
 // eOtherType with sender 0, which a replay sends, too.
 struct tKindInfo
@@ -51,22 +45,8 @@ std::uint64_t microseconds(std::uint64_t us)
 }  // namespace
 
 tImportRecorder::tImportRecorder(const std::string& root, std::string name)
-    : m_root(prepareRecording({}, 0, root)), m_name(std::move(name)), m_sheets(importedSheetFacts()),
-      m_storage(m_root, ".data")
-{
-    m_storage.SetFineTimes(true);
-    m_storage.SetWriteObserver(&m_sheets);
-    std::atomic_ref<bool>(storage::tDataStorageIO::DiskCheckThreadEnable).store(false);
-}
-
-void tImportRecorder::startFile(std::uint64_t timeMs)
-{
-    if (!m_storage.CreateNewWritingFile(timeMs, m_name, false))
-        throw tFailure("cannot record below " + m_root + ": see the line above");
-    requireFileBelow(m_root, m_storage.GetCurrentWriteDataFileName());
-    m_sheets.start();
-    updateFiles();
-}
+    : m_writer(root, std::move(name), importedSheetFacts(), true)
+{}
 
 void tImportRecorder::add(const pcap::tPcapDatagram& datagram, const tUdpMsgInfo* info)
 {
@@ -75,41 +55,8 @@ void tImportRecorder::add(const pcap::tPcapDatagram& datagram, const tUdpMsgInfo
         ++m_tooLong;
         return;
     }
-    const std::uint64_t timeUs = microseconds(datagram.time_us);
-    if (m_recorded == 0)
-        startFile(timeUs / 1000);
     const NetAddress group{net::transAddr(datagram.address), net::HtoNs(static_cast<std::uint16_t>(datagram.port))};
-    m_packageRecorder.RecordFine(info != nullptr ? *info : infoOf(datagram.kind), group, datagram.payload, datagram.len,
-                                 timeUs);
-    ++m_recorded;
-    m_queuedBytes += static_cast<std::uint64_t>(datagram.len);
-    if (m_queuedBytes >= cQueueBytes)
-        waitForDisk();
-}
-
-void tImportRecorder::waitForDisk()
-{
-    m_queuedBytes = 0;
-    if (!m_storage.WaitWriteIdle(cDiskTimeout_ms))
-        throw tFailure(m_root + ": the disk has taken nothing for a minute");
-    updateFiles();
-    if (m_storage.GetWriteLostCnt() != 0)
-        throw tFailure(m_root + ": messages could not be written: see the line above");
-}
-
-void tImportRecorder::updateFiles()
-{
-    const std::string file = m_storage.GetCurrentWriteDataFileName();
-    if (!file.empty() && (m_files.empty() || m_files.back() != file))
-        m_files.push_back(file);
-}
-
-void tImportRecorder::finish()
-{
-    waitForDisk();
-    m_storage.FinishWrite();
-    m_sheets.finish();
-    if (const std::string problem = m_sheets.takeProblem(); !problem.empty())
-        throw tFailure(problem);
+    m_writer.add(info != nullptr ? *info : infoOf(datagram.kind), group,
+                 {datagram.payload, static_cast<std::size_t>(datagram.len)}, microseconds(datagram.time_us));
 }
 }  // namespace session

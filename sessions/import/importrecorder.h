@@ -6,10 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "KestovaStorage/datastorageio.h"
-#include "KestovaStorage/packagerecorder.h"
 #include "KestovaStorage/pcapreader.h"
-#include "sessions/record/sheetkeeper.h"
+#include "sessions/record/recordingwriter.h"
 
 namespace session
 {
@@ -26,22 +24,14 @@ public:
     void add(const pcap::tPcapDatagram& datagram, const tUdpMsgInfo* info);
     // Waits until everything is in the files, and finishes their sheets. Throws tFailure if something could not be
     // written.
-    void finish();
-    const std::vector<std::string>& files() const { return m_files; }
-    std::uint64_t recorded() const { return m_recorded; }
+    void finish() { m_writer.finish(); }
+    const std::vector<std::string>& files() const { return m_writer.files(); }
+    std::uint64_t recorded() const { return m_writer.recorded(); }
     std::uint64_t tooLong() const { return m_tooLong; }  // skipped: longer than a datagram can be
 
 private:
-    void startFile(std::uint64_t timeMs);
-    void waitForDisk();
-    void updateFiles();
-
-    const std::string m_root, m_name;
-    std::vector<std::string> m_files;
-    std::uint64_t m_recorded = 0, m_tooLong = 0, m_queuedBytes = 0;
-    tSheetKeeper m_sheets;  // the storage notifies it to its end
-    storage::tDataStorageIO m_storage;
-    Kestova::tPackageRecorder m_packageRecorder{m_storage};
+    std::uint64_t m_tooLong = 0;
+    tRecordingWriter m_writer;
 };
 }  // namespace session
 

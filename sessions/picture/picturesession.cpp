@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <optional>
+#include <utility>
 
 #include "KestovaRecordings/failure.h"
 #include "sessions/picture/y4mwriter.h"
@@ -52,6 +53,50 @@ std::uint64_t periodOf(const tTurn& turn)
     return static_cast<std::uint64_t>(
         std::llround(std::clamp(lasted / std::max(turn.covered(), 0.01), 1.0, cLongestTurnMs)));
 }
+
+// Frames at the pace of the first whole turn: a recording begins amid a turn, whose frame waits for the next one.
+class tVideo
+{
+public:
+    tVideo(int output, std::size_t size, tY4mWriter::tGoOn goOn)
+        : m_output(output), m_size(size), m_goOn(std::move(goOn))
+    {}
+
+    // Returns whether to go on.
+    bool add(const tTurn& turn, const std::uint32_t* pixels)
+    {
+        const bool isWhole = turn.covered() >= cWholeTurn;
+        if (!m_writer && !isWhole && m_waiting.empty())
+        {
+            m_waiting.assign(pixels, pixels + m_size * m_size);
+            m_periodMs = periodOf(turn);
+            return true;
+        }
+        m_periodMs = isWhole ? periodOf(turn) : m_periodMs;
+        return begin() && m_writer->write(pixels);
+    }
+    void finish()
+    {
+        if (!m_waiting.empty())
+            begin();
+    }
+
+private:
+    bool begin()
+    {
+        if (!m_writer)
+            m_writer.emplace(m_output, m_size, m_periodMs, m_goOn);
+        const std::vector<std::uint32_t> waiting = std::exchange(m_waiting, {});
+        return waiting.empty() || m_writer->write(waiting.data());
+    }
+
+    const int m_output;
+    const std::size_t m_size;
+    const tY4mWriter::tGoOn m_goOn;
+    std::optional<tY4mWriter> m_writer;
+    std::vector<std::uint32_t> m_waiting;  // the frame of the first turn
+    std::uint64_t m_periodMs = 0;
+};
 }  // namespace
 
 tPictureSession::tPictureSession(tPictureJob job)
@@ -73,7 +118,7 @@ void tPictureSession::draw(const tTurnAt& turn)
     m_drawn.lastMs = turn.turn.lastMs();
     m_drawn.spokes += turn.turn.spokes();
     m_drawn.missing += turn.missing;
-    m_drawn.covered = turn.turn.covered();
+    m_drawn.covered = turn.turn.shown();
     m_drawn.rangeM = turn.turn.rangeM();
     m_drawn.isNorthUp = isNorthUp;
     m_drawn.reference = turn.reference;
@@ -104,7 +149,7 @@ std::string tPictureSession::pngOfMoment(std::uint64_t atMs)
     return m_picture.png();
 }
 
-tDrawn tPictureSession::forEachTurn(const std::function<void(const tTurnAt& turn)>& write, const tProgress& goOn)
+tDrawn tPictureSession::forEachTurn(const std::function<bool(const tTurnAt& turn)>& write, const tProgress& goOn)
 {
     m_drawn = {};
     const auto span = static_cast<double>(std::max<std::uint64_t>(m_recording.lastMs() - m_recording.firstMs(), 1));
@@ -112,8 +157,7 @@ tDrawn tPictureSession::forEachTurn(const std::function<void(const tTurnAt& turn
         m_recording, m_job.layouts, m_job.northUp ? eUp::eNorth : eUp::eAsReceived,
         [&](const tTurnAt& turn) {
             draw(turn);
-            write(turn);
-            return true;
+            return write(turn);
         },
         [&](std::uint64_t timeMs) {
             const std::uint64_t past = timeMs - std::min(timeMs, m_recording.firstMs());
@@ -133,19 +177,18 @@ tDrawn tPictureSession::drawTurns(const std::string& folder, const tProgress& go
         [&](const tTurnAt& turn) {
             const std::string name = pictureName(m_drawn.pictures - 1, m_job.timeText(turn.turn.firstMs()));
             m_picture.writePng((std::filesystem::path(folder) / name).string());
+            return true;
         },
         goOn);
 }
 
 tDrawn tPictureSession::streamTurns(int output, const tProgress& goOn)
 {
-    std::optional<tY4mWriter> video;
-    return forEachTurn(
-        [&](const tTurnAt& turn) {
-            if (!video)
-                video.emplace(output, m_picture.size(), periodOf(turn.turn));
-            video->write(m_picture.pixels());
-        },
-        goOn);
+    double fraction = 0;
+    tVideo video(output, m_picture.size(), [&] { return goOn(fraction, m_drawn); });
+    const tDrawn drawn = forEachTurn([&](const tTurnAt& turn) { return video.add(turn.turn, m_picture.pixels()); },
+                                     [&](double done, const tDrawn& soFar) { return goOn(fraction = done, soFar); });
+    video.finish();
+    return drawn;
 }
 }  // namespace session

@@ -61,7 +61,7 @@ public:
 private:
     void draw(const recordings::tTurnAt& turn);
     void drawAt(std::uint64_t atMs);
-    tDrawn forEachTurn(const std::function<void(const recordings::tTurnAt& turn)>& write, const tProgress& goOn);
+    tDrawn forEachTurn(const std::function<bool(const recordings::tTurnAt& turn)>& write, const tProgress& goOn);
 
     const tPictureJob m_job;
     const recordings::tTimeRange m_recording;

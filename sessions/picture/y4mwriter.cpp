@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <fmt/format.h>
+#include <poll.h>
 #include <unistd.h>
+#include <utility>
 
 #include "KestovaRecordings/failure.h"
 
@@ -25,15 +28,16 @@ char component(std::uint32_t pixel, int red, int green, int blue, int offset)
 }
 }  // namespace
 
-tY4mWriter::tY4mWriter(int output, std::size_t size, std::uint64_t periodMs)
-    : m_output(output), m_pixels(size * size),
+tY4mWriter::tY4mWriter(int output, std::size_t size, std::uint64_t periodMs, tGoOn goOn)
+    : m_output(output), m_goOn(std::move(goOn)), m_pixels(size * size),
       m_head(fmt::format("YUV4MPEG2 W{0} H{0} F1000:{1} Ip A1:1 C444 XCOLORRANGE=LIMITED\n", size,
                          std::max<std::uint64_t>(periodMs, 1)))
 {}
 
-void tY4mWriter::write(const std::uint32_t* pixels)
+bool tY4mWriter::write(const std::uint32_t* pixels)
 {
-    writeAll(m_head);
+    if (!writeAll(m_head))
+        return false;
     m_head.clear();
     m_frame.resize(cFrameHeadSize + 3 * m_pixels);
     std::memcpy(m_frame.data(), cFrameHead, cFrameHeadSize);
@@ -44,14 +48,31 @@ void tY4mWriter::write(const std::uint32_t* pixels)
         luma[m_pixels + i] = component(pixels[i], -9'714, -19'071, 28'784, 128);
         luma[2 * m_pixels + i] = component(pixels[i], 28'784, -24'103, -4'681, 128);
     }
-    writeAll(m_frame);
+    return writeAll(m_frame);
 }
 
-void tY4mWriter::writeAll(const std::string& bytes) const
+// Returns whether the descriptor takes bytes, or reports an error.
+bool tY4mWriter::awaitRoom() const
+{
+    constexpr int cLookEveryMs = 100;
+    pollfd output{m_output, POLLOUT, 0};
+    while (::poll(&output, 1, cLookEveryMs) <= 0)
+    {
+        if (!m_goOn())
+            return false;
+    }
+    return true;
+}
+
+// A pipe that can be written takes at least PIPE_BUF bytes without waiting.
+bool tY4mWriter::writeAll(const std::string& bytes) const
 {
     for (std::size_t done = 0; done < bytes.size();)
     {
-        const ssize_t count = ::write(m_output, bytes.data() + done, bytes.size() - done);
+        if (!awaitRoom())
+            return false;
+        const ssize_t count =
+            ::write(m_output, bytes.data() + done, std::min<std::size_t>(bytes.size() - done, PIPE_BUF));
         if (count >= 0)
             done += static_cast<std::size_t>(count);
         else if (errno == EPIPE)
@@ -59,5 +80,6 @@ void tY4mWriter::writeAll(const std::string& bytes) const
         else if (errno != EINTR)
             throw tFailure(fmt::format("standard output cannot be written: {}", std::strerror(errno)));
     }
+    return true;
 }
 }  // namespace session

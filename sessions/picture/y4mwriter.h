@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace session
@@ -12,17 +13,21 @@ namespace session
 class tY4mWriter
 {
 public:
-    // Writes to the descriptor, which stays open: frames of size x size pixels, one every `periodMs`.
-    tY4mWriter(int output, std::size_t size, std::uint64_t periodMs);
+    using tGoOn = std::function<bool()>;
+    // Writes to the descriptor, which stays open: frames of size x size pixels, one every `periodMs`. `goOn` is called
+    // every 0.1 s while the reader takes nothing.
+    tY4mWriter(int output, std::size_t size, std::uint64_t periodMs, tGoOn goOn);
 
-    // Writes a frame of 0xRRGGBB pixels, row by row from the top. Throws tPipeClosed if nobody reads any more, and
-    // tFailure for any other error.
-    void write(const std::uint32_t* pixels);
+    // Writes a frame of 0xRRGGBB pixels, row by row from the top. Returns false if `goOn` did, with the frame cut off.
+    // Throws tPipeClosed if nobody reads any more, and tFailure for any other error.
+    bool write(const std::uint32_t* pixels);
 
 private:
-    void writeAll(const std::string& bytes) const;
+    bool writeAll(const std::string& bytes) const;
+    bool awaitRoom() const;
 
     const int m_output;
+    const tGoOn m_goOn;
     const std::size_t m_pixels;
     std::string m_head;  // not written yet
     std::string m_frame;

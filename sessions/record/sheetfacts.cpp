@@ -51,4 +51,9 @@ tSheet importedSheetFacts()
 {
     return factsOf("capture");
 }
+
+tSheet writtenSheetFacts()
+{
+    return factsOf("");
+}
 }  // namespace session

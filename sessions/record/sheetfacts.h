@@ -14,6 +14,8 @@ struct tRecordOptions;
 recordings::tSheet sheetFacts(const tRecordOptions& options);
 // The same for the import of a capture.
 recordings::tSheet importedSheetFacts();
+// The same for messages whose times somebody else gives.
+recordings::tSheet writtenSheetFacts();
 }  // namespace session
 
 #endif

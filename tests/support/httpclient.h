@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 struct tHttpResponse
 {

@@ -3,7 +3,7 @@
 #ifndef KESTOVA_TESTS_SANITIZED_H
 #define KESTOVA_TESTS_SANITIZED_H
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(KESTOVA_SANITIZED)
 inline constexpr bool cSanitized = true;
 #else
 inline constexpr bool cSanitized = false;

@@ -5,7 +5,7 @@
 
 #include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/failure.h"
-#include "KestovaRecordings/sheet.h"
+#include "sessions/keeping.h"
 #include "tools/commands/commands.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
@@ -25,73 +25,22 @@ struct tOptions : tRecordingOptions
     bool release = false;
 };
 
-// Sets the mark in every file, or in none if one of them fails.
-class tKeeping
-{
-public:
-    tKeeping(bool kept, const std::string& suffix) : m_kept(kept), m_suffix(suffix) {}
-
-    void mark(const tFoundFiles& found)
-    try
-    {
-        for (const std::string& file : found.files)
-            if (const auto present = presentForm(file, found.files, m_suffix))
-                markFile(*present);
-    }
-    catch (const tFailure&)
-    {
-        takeBack();
-        throw;
-    }
-
-    std::size_t m_marked = 0;
-    std::vector<std::string> m_changed;
-
-private:
-    void markFile(const std::string& file)
-    {
-        ++m_marked;
-        if (readSheetSummary(file).kept == m_kept)
-            return;
-        setKept(file, m_kept);
-        m_changed.push_back(file);
-    }
-
-    void takeBack()
-    {
-        for (const std::string& file : m_changed)
-        {
-            try
-            {
-                setKept(file, !m_kept);
-            }
-            catch (const tFailure&)
-            {
-                // The first failure is the one that is reported.
-            }
-        }
-    }
-
-    const bool m_kept;
-    const std::string& m_suffix;
-};
-
 int keep(const tOptions& options, tConsole& console)
 {
     const tFoundFiles found = findAllRecordings(options.paths, options.suffix);
-    tKeeping keeping(!options.release, options.suffix);
+    session::tKeeping keeping(!options.release, options.suffix);
     keeping.mark(found);
-    if (keeping.m_marked == 0)
+    if (keeping.marked() == 0)
         throw nothingLeft(found.leftOut);
     console.inform(fmt::format("{} {} files; {} were {} already", options.release ? "released" : "keeping",
-                               keeping.m_changed.size(), keeping.m_marked - keeping.m_changed.size(),
+                               keeping.changed().size(), keeping.marked() - keeping.changed().size(),
                                options.release ? "released" : "kept"));
     if (options.json)
         printJson(console, {{"schema", "kestova/keep/1"},
                             {"paths", options.paths},
                             {"kept", !options.release},
-                            {"files", keeping.m_marked},
-                            {"changed", keeping.m_changed},
+                            {"files", keeping.marked()},
+                            {"changed", keeping.changed()},
                             {"skipped", leftOutJson(found.leftOut)}});
     return reportLeftOut(console, "keep", found.leftOut);
 }

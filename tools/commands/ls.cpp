@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "KestovaRecordings/recordinglist.h"
-#include "sessions/rows/listrow.h"
+#include "sessions/report/listrow.h"
 #include "tools/commands/commands.h"
 #include "tools/shell/console.h"
 #include "tools/shell/leftout.h"

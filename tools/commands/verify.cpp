@@ -4,6 +4,7 @@
 
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/verify.h"
+#include "sessions/report/verifyjson.h"
 #include "tools/commands/commands.h"
 #include "tools/shell/console.h"
 #include "tools/shell/exitstatus.h"
@@ -25,51 +26,6 @@ struct tOptions : tRecordingOptions
     bool quick = false;
 };
 
-tJson fileJson(const tVerifiedFile& file)
-{
-    tJson row = {{"path", file.path},
-                 {"state", stateName(file.state)},
-                 {"findings", findingsJson(file.findings)},
-                 {"more_findings", file.moreFindings},
-                 {"lost", file.lost},
-                 {"records", file.records},
-                 {"size", file.size},
-                 {"sheet", file.hasSheet}};
-    if (file.missingOnWire)
-        row["missing_on_wire"] = *file.missingOnWire;
-    return row;
-}
-
-std::optional<std::uint64_t> missingIn(const tVerification& verification)
-{
-    std::optional<std::uint64_t> sum;
-    for (const tVerifiedFile& file : verification.files)
-        if (file.missingOnWire)
-            sum = sum.value_or(0) + *file.missingOnWire;
-    return sum;
-}
-
-tJson verifyJson(const tOptions& options, const tVerification& verification)
-{
-    tJson files = tJson::array();
-    for (const tVerifiedFile& file : verification.files)
-        files.push_back(fileJson(file));
-    tJson result = {{"schema", "kestova/verify/1"},
-                    {"paths", options.paths},
-                    {"quick", options.quick},
-                    {"files", std::move(files)},
-                    {"skipped", leftOutJson(verification.leftOut)},
-                    {"total",
-                     {{"sound", verification.sound},
-                      {"recording", verification.recording},
-                      {"unfinished", verification.unfinished},
-                      {"damaged", verification.damaged}}},
-                    {"complete", verification.complete}};
-    if (const auto missing = missingIn(verification))
-        result["total"]["missing_on_wire"] = *missing;
-    return result;
-}
-
 std::string fileText(const tVerifiedFile& file)
 {
     std::string text = fmt::format("{}\n  {}, {} records, {}{}", file.path, stateName(file.state), file.records,
@@ -88,7 +44,7 @@ std::string verifyText(const tVerification& verification)
         text += fileText(file);
     text += fmt::format("total: {} sound, {} recording, {} unfinished, {} damaged", verification.sound,
                         verification.recording, verification.unfinished, verification.damaged);
-    if (const auto missing = missingIn(verification))
+    if (const auto missing = session::missingIn(verification))
         text += fmt::format(", missing on the wire {}", *missing);
     if (!verification.leftOut.empty())
         text += fmt::format(", {} skipped", verification.leftOut.size());
@@ -105,7 +61,7 @@ int verify(const tOptions& options, tConsole& console)
     };
     const tVerification verification = verifyRecordings(options.paths, {options.suffix, options.quick}, goOn);
     if (options.json)
-        printJson(console, verifyJson(options, verification));
+        printJson(console, session::verifyJson(options.paths, options.quick, verification));
     else
         console.print(verifyText(verification));
     if (!verification.complete)

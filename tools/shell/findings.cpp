@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <optional>
 
 #include "tools/shell/places.h"
 #include "tools/shell/units.h"
@@ -12,25 +11,7 @@ namespace tool
 namespace
 {
 constexpr std::size_t cMostLines = 20;
-
-tJson numberJson(const std::optional<std::uint64_t>& number)
-{
-    return number ? tJson(*number) : tJson(nullptr);
-}
 }  // namespace
-
-tJson findingsJson(const std::vector<recordings::tFinding>& findings)
-{
-    tJson rows = tJson::array();
-    for (const recordings::tFinding& finding : findings)
-        rows.push_back({{"kind", finding.kind},
-                        {"damage", finding.damage},
-                        {"record", numberJson(finding.record)},
-                        {"offset", numberJson(finding.offset)},
-                        {"time_ms", numberJson(finding.timeMs)},
-                        {"detail", finding.detail}});
-    return rows;
-}
 
 std::string findingsText(const std::vector<recordings::tFinding>& findings, std::uint64_t more)
 {

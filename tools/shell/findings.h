@@ -6,12 +6,11 @@
 #include <vector>
 
 #include "KestovaRecordings/verify.h"
-#include "tools/shell/report.h"
+#include "sessions/report/verifyjson.h"
 
 namespace tool
 {
-// Returns "kind", "damage", "record", "offset", "time_ms", "detail" for each; null where a finding has none.
-tJson findingsJson(const std::vector<recordings::tFinding>& findings);
+using session::findingsJson;
 // Returns a line for each of the first ones, and one that counts the rest.
 std::string findingsText(const std::vector<recordings::tFinding>& findings, std::uint64_t more);
 // Shows how far verifying is.

@@ -30,12 +30,4 @@ void noteIgnoredSheets(tConsole& console, std::string_view command, const std::v
     for (const recordings::tLeftOut& one : sheets)
         console.note(fmt::format("kestova {}: ignored {}", command, printable(one.reason)));
 }
-
-tJson leftOutJson(const std::vector<recordings::tLeftOut>& leftOut)
-{
-    tJson rows = tJson::array();
-    for (const recordings::tLeftOut& one : leftOut)
-        rows.push_back({{"path", one.path}, {"reason", one.reason}});
-    return rows;
-}
 }  // namespace tool

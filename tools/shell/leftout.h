@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "KestovaRecordings/archive.h"
+#include "sessions/report/leftoutjson.h"
 #include "tools/shell/exitstatus.h"
 #include "tools/shell/report.h"
 
@@ -21,8 +22,7 @@ int reportLeftOut(tConsole& console, std::string_view command, const std::vector
 // Notes a line for each sheet that counts for nothing.
 void noteIgnoredSheets(tConsole& console, std::string_view command, const std::vector<recordings::tLeftOut>& sheets);
 
-// Returns "path", "reason" for each: the member "skipped" of results.
-tJson leftOutJson(const std::vector<recordings::tLeftOut>& leftOut);
+using session::leftOutJson;
 }  // namespace tool
 
 #endif

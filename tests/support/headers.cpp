@@ -1,0 +1,1 @@
+// The headers that most tests read, compiled once for all of them.
