@@ -20,6 +20,7 @@ const cKeys = new Map([
 
 export class Timeline {
     timer = 0;
+    drawnMs = 0; // the place that was drawn
     drawing = 0; // the animation frame in which it will be
     /** @type {"" | "seek" | "select"} */
     dragging = "";
@@ -89,6 +90,7 @@ export class Timeline {
         const atEnd = this.toMs >= this.lastMs;
         const slides = this.fromMs > this.firstMs || firstMs > this.firstMs;
         const more = lastMs - this.lastMs;
+        if (more > 0 && more < this.pixelMs) return;
         this.lastMs = lastMs;
         this.firstMs = firstMs;
         if (!atEnd || more <= 0) return;
@@ -123,7 +125,13 @@ export class Timeline {
     setNow(timeMs) {
         if (this.dragging === "seek" || timeMs === this.nowMs) return;
         this.nowMs = timeMs;
-        this.draw();
+        this.announce();
+        if (Math.abs(timeMs - this.drawnMs) >= this.pixelMs / 2) this.draw();
+    }
+
+    /** Milliseconds that a pixel is wide. */
+    get pixelMs() {
+        return (this.toMs - this.fromMs) / Math.max(this.slider.clientWidth, 1);
     }
 
     fetchSoon(waitMs = 100) {
@@ -164,8 +172,13 @@ export class Timeline {
             if (!context || this.canvas.width === 0) return;
             const pixels = this.canvas.width / this.slider.clientWidth;
             context.setTransform(pixels, 0, 0, pixels, 0, 0);
+            this.drawnMs = this.nowMs;
             drawTimeline(context, this.frame());
         });
+        this.announce();
+    }
+
+    announce() {
         const { slider } = this;
         slider.setAttribute("aria-valuemin", String(Math.round(this.fromMs)));
         slider.setAttribute("aria-valuemax", String(Math.round(this.toMs)));

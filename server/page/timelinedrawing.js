@@ -99,6 +99,25 @@ function drawRuler(context, frame) {
     }
 }
 
+/**
+ * One rectangle for all columns beside each other that are as high.
+ * @param {CanvasRenderingContext2D} context
+ * @param {number[]} values
+ * @param {(column: number) => number} xOfColumn
+ * @param {Lane} lane
+ * @param {number} top value that fills the lane
+ */
+function fillColumns(context, values, xOfColumn, lane, top) {
+    const highOf = (/** @type {number} */ value) =>
+        value > 0 ? Math.max(Math.round((value / top) * (lane.height - 3)), 1) : 0;
+    for (let first = 0, end = 0; first < values.length; first = end) {
+        const high = highOf(values[first]);
+        for (end = first + 1; end < values.length && highOf(values[end]) === high;) ++end;
+        const x = xOfColumn(first);
+        if (high > 0) context.fillRect(x, lane.top + lane.height - high, xOfColumn(end) - x, high);
+    }
+}
+
 /** @param {CanvasRenderingContext2D} context @param {Frame} frame @param {Lane[]} lanes */
 function drawRates(context, frame, lanes) {
     const { data, colours } = frame;
@@ -114,15 +133,7 @@ function drawRates(context, frame, lanes) {
         ])) {
             context.globalAlpha = opacity;
             context.fillStyle = colours.accent;
-            context.beginPath();
-            values.forEach((value, i) => {
-                if (!(value > 0)) return;
-                const x = xOf(frame, data.from_ms + i * step);
-                const right = xOf(frame, data.from_ms + (i + 1) * step);
-                const high = Math.max((value / top) * (lane.height - 3), 1);
-                context.rect(x, lane.top + lane.height - high, right - x, high);
-            });
-            context.fill();
+            fillColumns(context, values, i => xOf(frame, data.from_ms + i * step), lane, top);
         }
         context.globalAlpha = 1;
     }
