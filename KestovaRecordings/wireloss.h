@@ -10,7 +10,8 @@
 namespace recordings
 {
 // Counts the numbers of one stream that are missing. A wrap of the counter, a restart (a jump back, or to a low
-// number from far below the wrap), and messages that come twice, or late by fewer than 1,024 numbers, are no loss. One thread at a time.
+// number from far below the wrap), and messages that come twice, or late by fewer than 1,024 numbers, are no loss. One
+// thread at a time.
 class KESTOVA_API tWireLoss
 {
 public:

@@ -35,8 +35,7 @@ try
     require(!message.loop || message.loop->fromMs < message.loop->toMs);
 }
 catch (const server::tRefusal&)
-{
-}
+{}
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
