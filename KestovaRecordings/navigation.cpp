@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "KestovaRecordings/internal/groupsentences.h"
+#include "KestovaRecordings/internal/subject.h"
 
 namespace recordings
 {
@@ -10,13 +11,6 @@ namespace
 {
 constexpr std::uint64_t cTrackedMs = 30'000, cAisMs = 360'000;
 constexpr std::size_t cMostTargets = 10'000;
-
-std::optional<tGeoPoint> pointIn(const tSentence& sentence)
-{
-    if (!sentence.latitudeDeg || !sentence.longitudeDeg)
-        return std::nullopt;
-    return tGeoPoint{*sentence.latitudeDeg, *sentence.longitudeDeg};
-}
 
 bool isHeard(const tTarget& target, std::uint64_t nowMs)
 {
@@ -71,14 +65,12 @@ private:
 
 void tNavigation::add(const tSentence& sentence, std::uint64_t timeMs)
 {
-    const bool isAis = sentence.mmsi.has_value();
-    const bool isOfTarget = sentence.type == "TTM" || sentence.type == "TLL" || sentence.type == "VDM";
-    if (!isAis && !sentence.target && isOfTarget)
-        return;  // of nobody knows which one
-    if (!isAis && !sentence.target)
+    const eSubject subject = subjectOf(sentence);
+    if (subject == eSubject::eNobody)
+        return;
+    if (subject == eSubject::eOwnShip)
         return addOwn(sentence, timeMs);
-    if (sentence.type == "VDO")
-        return addOwn(sentence, timeMs);
+    const bool isAis = subject == eSubject::eStation;
     if (tTarget* const target = targetFor({isAis, isAis ? *sentence.mmsi : *sentence.target}, timeMs))
         update(*target, sentence, timeMs);
 }

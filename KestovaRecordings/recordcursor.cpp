@@ -129,6 +129,8 @@ public:
             openDue();
             if (m_open.empty())
                 return false;
+            if (m_open.front()->timeMs() >= m_endMs)
+                return false;
             if (take(record))
                 return true;
         }
@@ -141,7 +143,7 @@ public:
         openDue();
         if (m_open.size() != 1)
             return next(*records) ? 1 : 0;
-        const std::uint64_t endMs = m_waiting.empty() ? UINT64_MAX : m_waiting.back().firstMs;
+        const std::uint64_t endMs = m_waiting.empty() ? m_endMs : std::min(m_endMs, m_waiting.back().firstMs);
         const std::size_t run = m_open.front()->readRun(records, count, endMs);
         if (run == 0)
             return next(*records) ? 1 : 0;
@@ -159,6 +161,8 @@ public:
         m_startMs = timeMs;
         std::erase_if(m_waiting, [&](const tWaitingFile& file) { return file.lastMs < timeMs; });
     }
+
+    void endAt(std::uint64_t timeMs) { m_endMs = timeMs; }
 
     std::vector<tLeftOut> m_leftOut;
     std::size_t m_files = 0;
@@ -247,6 +251,7 @@ private:
 
     const std::string m_suffix;
     std::uint64_t m_startMs = 0;
+    std::uint64_t m_endMs = UINT64_MAX;
     std::vector<tWaitingFile> m_waiting;             // the earliest last
     std::vector<std::unique_ptr<tOpenFile>> m_open;  // a heap, the file of the earliest record first
     std::unique_ptr<tOpenFile> m_ended;              // holds the bytes of its last record until the next call
@@ -261,6 +266,11 @@ tRecordCursor::~tRecordCursor() = default;
 void tRecordCursor::startAt(std::uint64_t timeMs)
 {
     d->startAt(timeMs);
+}
+
+void tRecordCursor::endAt(std::uint64_t timeMs)
+{
+    d->endAt(timeMs);
 }
 
 bool tRecordCursor::next(tRecordingRecord& record)

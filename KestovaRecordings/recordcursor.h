@@ -36,6 +36,8 @@ public:
 
     // Passes over the records before a time without reading them. Before the first next().
     void startAt(std::uint64_t timeMs);
+    // Records of that time, and later ones, are not there.
+    void endAt(std::uint64_t timeMs);
     bool next(tRecordingRecord& record);  // returns false at the end; passes over records that cannot be read
 
     // Sets the next records, up to `count` (1 or more), which are valid until the next call. Returns how many: fewer

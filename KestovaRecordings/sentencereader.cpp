@@ -160,6 +160,7 @@ private:
         const std::string_view address = fields.text(0);
         if (!isAddress(address))
             return;
+        sink.onLine(text, line.hasSum && line.sumIsRight);
         tSentence sentence;
         const std::size_t talker = address.size() - 3;
         sentence.talker = address.substr(0, talker);

@@ -20,6 +20,9 @@ class iSentenceSink
 public:
     virtual ~iSentenceSink() = default;
     virtual void onSentence(const tSentence& sentence) = 0;  // valid during the call
+    // The line of a sentence as it came, without tag blocks and its end, before what it says; of an AIS message each
+    // fragment. `valid`: its checksum is there and right. Does nothing unless it is overridden.
+    virtual void onLine(std::string_view /*line*/, bool /*valid*/) {}
 };
 
 // One thread at a time. Keeps the fragments of at most 32 AIS messages that are not complete.

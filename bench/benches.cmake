@@ -57,6 +57,12 @@ if(TARGET kestova)  # it runs the tool
   add_dependencies(ls_bench kestova)
   target_compile_definitions(ls_bench PRIVATE KESTOVA_TOOL="$<TARGET_FILE:kestova>")
 endif()
+if(TARGET kestova AND TARGET kestova_sessions)  # it runs the tool, on what the simulated radar makes
+  kestova_bench(export)
+  target_link_libraries(export_bench PRIVATE kestova_sessions KestovaRecordings)
+  add_dependencies(export_bench kestova)
+  target_compile_definitions(export_bench PRIVATE KESTOVA_TOOL="$<TARGET_FILE:kestova>")
+endif()
 kestova_bench(capi)  # python_bench.py is its companion
 target_link_libraries(capi_bench PRIVATE kestova_c KestovaRecordings)
 if(TARGET kestova_server)  # it runs the tool

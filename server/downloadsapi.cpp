@@ -11,6 +11,7 @@
 #include "KestovaRecordings/recordinglist.h"
 #include "server/answers.h"
 #include "server/tar.h"
+#include "sessions/export/captureexporter.h"
 #include "sessions/export/exportsession.h"
 
 namespace server
@@ -179,15 +180,21 @@ tHttpAnswer tDownloadsApi::pcap(const tCall& call)
     session::tExportOptions options;
     options.paths = filesIn(folder, piece, bytes);
     options.streams = piece.streams;
-    options.fromMs = piece.fromMs;
-    options.toMs = piece.toMs;
-    options.source = parseGroup(cSource);
-    options.capture = nameOf(folder) + ".pcap";
+    options.start = tMoment{tMoment::eAbsolute, static_cast<double>(piece.fromMs)};
+    options.end = tMoment{tMoment::eAbsolute, static_cast<double>(piece.toMs)};
+    options.output = nameOf(folder) + ".pcap";
+    options.isStream = true;
     tHttpAnswer answer;
-    answer.headers = downloadHeaders("application/vnd.tcpdump.pcap", options.capture);
+    answer.headers = downloadHeaders("application/vnd.tcpdump.pcap", options.output);
     answer.stream = std::make_shared<tPipeBody>(
         [this, options](int descriptor, const std::atomic<bool>& isCancelled) mutable {
-            options.output = descriptor;
+            options.open = [&](const std::vector<std::string>&) {
+                session::tCaptureOptions wanted;
+                wanted.capture = options.output;
+                wanted.output = descriptor;
+                wanted.source = parseGroup(cSource);
+                return std::make_unique<session::tCaptureExporter>(std::move(wanted));
+            };
             session::tExportSession(options).run([&](double) { return !isCancelled && !m_cancelled; });
         },
         slot);

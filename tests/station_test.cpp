@@ -134,6 +134,8 @@ TEST(tMonitorTableTest, fitsTheTerminal)
     const std::string all = tool::monitorTable(streams, std::string::npos, 31);
     EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 30);
     EXPECT_THAT(all, HasSubstr("239.1.1.1:6030"));
+    streams[0].key = tStreamKey::of(eOtherType, net::transAddr("239.1.1.1"), 6001);
+    EXPECT_THAT(tool::monitorTable(streams, 79, 24), HasSubstr("\n239.1.1.1:6001"));
 }
 
 TEST(tCheckTest, warnsOfStreamsThatAreSilentOrDropped)

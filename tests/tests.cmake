@@ -69,10 +69,13 @@ if(TARGET kestova)
   kestova_test(tooldiff contract)
   kestova_test(toolcat240 contract net)
   target_link_libraries(toolcat240_test PRIVATE kestova_sessions KestovaRecordings)
+  kestova_test(toolexport contract)
+  target_compile_definitions(toolexport_test PRIVATE KESTOVA_SOURCE="${PROJECT_SOURCE_DIR}")
   kestova_test(tooldecode contract)
   target_link_libraries(tooldecode_test PRIVATE KestovaRecordings)
   kestova_test(toolpicture contract)
   foreach(name tool toolrecord toolstation toolreplay toolfollow toolfiles toolcapture toolverify toolcut toolarchive
+          tooldiff toolcat240 toolexport tooldecode toolpicture)
           tooldiff toolcat240 tooldecode toolpicture ${serve_tests})
     add_dependencies(${name}_test kestova)
     target_compile_definitions(${name}_test PRIVATE KESTOVA_TOOL="$<TARGET_FILE:kestova>"

@@ -105,8 +105,8 @@ void removeAbandoned(const std::string& parent)
             removeFolder(path);
     }
 }
+}  // namespace
 
-// Renames without replacing anything.
 bool renameNew(const std::string& from, const std::string& to)
 {
     if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
@@ -120,7 +120,6 @@ bool renameNew(const std::string& from, const std::string& to)
     }
     return std::rename(from.c_str(), to.c_str()) == 0;
 }
-}  // namespace
 
 tNewFolder::tNewFolder(const std::string& path) : m_path(path)
 {

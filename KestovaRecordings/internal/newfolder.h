@@ -14,6 +14,9 @@
 
 namespace recordings
 {
+// Renames without replacing anything; returns false and sets errno where that fails.
+bool renameNew(const std::string& from, const std::string& to);
+
 class tNewFolder
 {
 public:

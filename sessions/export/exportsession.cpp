@@ -1,12 +1,13 @@
 #include "sessions/export/exportsession.h"
 
 #include <algorithm>
-#include <filesystem>
+#include <array>
+#include <cmath>
 
 #include "KestovaRecordings/failure.h"
-#include "KestovaRecordings/frames.h"
+#include "KestovaRecordings/packagecontents.h"
 #include "KestovaRecordings/survey.h"
-#include "UdpSocket/udpsocket.h"
+#include "KestovaRecordings/timerange.h"
 
 namespace session
 {
@@ -15,24 +16,22 @@ using namespace recordings;
 namespace
 {
 constexpr std::uint64_t cStep = 1024;  // records between two looks at `goOn`
+constexpr std::size_t cRun = 128;      // that are read together
+
+std::uint64_t wholeMs(double ms)
+{
+    return ms <= 0 ? 0 : static_cast<std::uint64_t>(std::ceil(ms));
+}
 }  // namespace
 
 tExportSession::tExportSession(const tExportOptions& options)
     : m_options(options), m_found(findAllRecordings(options.paths, options.suffix)),
-      m_records(m_found.files, options.suffix),
-      m_translator(options.cat240 ? std::make_unique<tCat240Translator>(options.cat240->layouts) : nullptr),
-      m_addSpoke([this](std::string_view datagram, const tMessagePlace& place) {
-          const NetAddress& to = m_options.cat240->group;
-          add(to, place.number, datagram);
-          m_counts[tStreamKey::of(eImageStream, to.ip, net::NtoHs(to.port))].add(datagram);
-      })
+      m_records(m_found.files, options.suffix)
 {
     requireRecording();
     requireStreams(m_found.files, options.streams);
-    if (options.output < 0 && std::filesystem::exists(options.capture))
-        throw tFailure(options.capture + " exists already: remove it, or choose another name");
-    m_writer = options.output < 0 ? std::make_unique<tCaptureWriter>(options.capture)
-                                  : std::make_unique<tCaptureWriter>(options.output, options.capture);
+    limit();
+    m_exporter = options.open(m_found.files);
 }
 
 // A file among others that is none is left out; where there is no other, nothing can be done.
@@ -45,6 +44,21 @@ void tExportSession::requireRecording() const
         throw tFailure(all.front().path + ": " + all.front().reason);
     throw tFailure("none of " + std::to_string(all.size()) + " files and folders holds a recording; the first is " +
                    all.front().path + ": " + all.front().reason);
+}
+
+void tExportSession::limit()
+{
+    if (!m_options.start && !m_options.end)
+        return;
+    const tTimeRange recording(m_found.files, m_options.suffix);
+    const auto placeOf = [&](const std::optional<tMoment>& moment, std::uint64_t otherwise) {
+        return moment ? wholeMs(moment->resolve(recording.firstMs(), recording.lastMs())) : otherwise;
+    };
+    const std::uint64_t fromMs = placeOf(m_options.start, 0), endMs = placeOf(m_options.end, UINT64_MAX);
+    if (fromMs >= endMs || fromMs > recording.lastMs() || endMs <= recording.firstMs())
+        throw tFailure("none of the records is in the span of --start and --end");
+    m_records.startAt(fromMs);
+    m_records.endAt(endMs);
 }
 
 std::vector<tLeftOut> tExportSession::leftOut() const
@@ -60,54 +74,30 @@ std::vector<tLeftOut> tExportSession::leftOut() const
 
 void tExportSession::run(const std::function<bool(double)>& goOn)
 {
-    tRecordingRecord record{};
-    for (std::uint64_t i = 0; m_records.next(record); ++i)
+    std::array<tRecordingRecord, cRun> records;
+    std::uint64_t looked = 0;
+    const auto total = static_cast<double>(m_records.records());
+    for (std::size_t count = 0; (count = m_records.nextRun(records.data(), cRun)) != 0;)
     {
-        if (i % cStep == 0 && !goOn(static_cast<double>(i) / static_cast<double>(m_records.records())))
-            throw tFailure("interrupted; " + m_options.capture +
-                           (m_options.output < 0 ? " was not written" : " has a part of the recording only"));
-        write(record);
+        if (m_records.passed() >= looked && !goOn(static_cast<double>(m_records.passed()) / total))
+            throw tFailure("interrupted; " + m_options.output +
+                           (m_options.isStream ? " has a part of the recording only" : " was not written"));
+        looked = std::max(looked, m_records.passed() / cStep * cStep + cStep);
+        for (std::size_t i = 0; i < count; ++i)
+            write(records[i]);
     }
-    finish();
-}
-
-void tExportSession::finish()
-{
-    if (m_translator)
-        m_translator->finish(m_addSpoke);
-    if (m_translator && m_counts.empty())
-        throw tFailure("no message is a spoke by the layout: see --layout");
-    m_writer->finish();
+    m_exporter->finish();
 }
 
 void tExportSession::write(const tRecordingRecord& record)
 {
-    if (record.timeMs < m_options.fromMs || record.timeMs >= m_options.toMs)
-        return;
     const auto package = viewPackage(record.bytes);
-    if (!package || package->ip == 0 || package->port == 0 || package->payload.size() > cMaxDatagram)
-    {
-        ++m_noDatagram;
-        return;
-    }
-    if (!m_options.streams.includes(package->info.rwType))
+    if (package && !m_options.streams.includes(package->info.rwType))
         return;
     const std::uint64_t timeUs = record.timeMs * 1000 + static_cast<std::uint64_t>(std::max(0, record.fineTime));
-    if (m_translator)
-    {
-        m_translator->take(*package, {record.timeMs, timeUs}, m_addSpoke);
-        return;
-    }
-    add({package->ip, net::HtoNs(package->port)}, timeUs, package->payload);
-    m_counts[tStreamKey::of(package->info.rwType, package->ip, package->port)].add(package->payload);
-}
-
-void tExportSession::add(const NetAddress& to, std::uint64_t timeUs, std::string_view payload)
-{
-    for (const std::string& frame : framesOf(m_options.source, to, payload, m_id++))
-    {
-        m_writer->add(timeUs, frame);
-        ++m_frames;
-    }
+    if (package && m_exporter->take({*package, record.timeMs, timeUs}))
+        ++m_packages;
+    else
+        ++m_withoutPlace;
 }
 }  // namespace session

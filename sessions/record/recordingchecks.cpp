@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
+#include <netinet/in.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -88,6 +89,16 @@ std::string prepareRoot(const std::string& folder)
     storage::tDataStorageIO::NormalizePath(root);
     return root;
 }
+
+// Returns why an address could not be received, as far as that is known.
+std::string refusal(const NetAddress& group)
+{
+    if (!IN_MULTICAST(ntohl(group.ip)) && interfaceWith(group.ip).name.empty())
+        return "it is no multicast group, and no address of this machine";
+    return fmt::format(
+        "another program may hold the port for itself (ss -ulpn 'sport = {}'); --verbose shows the reason",
+        net::NtoHs(group.port));
+}
 }  // namespace
 
 void requireJoinable(const std::vector<NetAddress>& groups, std::uint32_t localIp)
@@ -99,11 +110,8 @@ void requireJoinable(const std::vector<NetAddress>& groups, std::uint32_t localI
             requireRoute(group);
         if (net::defaultTransport().openSource(&listener, group, localIp, 0)->joined())
             continue;
-        throw tFailure(fmt::format(
-            "cannot receive {} on {}: another program may hold the port for itself (ss -ulpn 'sport = {}'); --verbose "
-            "shows the reason",
-            addressText(group), localIp == 0 ? "the default interface" : net::transAddr(localIp),
-            net::NtoHs(group.port)));
+        throw tFailure(fmt::format("cannot receive {} on {}: {}", addressText(group),
+                                   localIp == 0 ? "the default interface" : net::transAddr(localIp), refusal(group)));
     }
 }
 

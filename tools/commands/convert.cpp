@@ -78,8 +78,8 @@ private:
         }
         if (m_stop.requested())
             return;
-        m_failed.push_back(error);
-        m_console.note("kestova " + std::string(m_direction.name) + ": " + error);
+        m_failed.push_back(reasonFor(path, error));
+        m_console.note("kestova " + std::string(m_direction.name) + ": " + m_failed.back());
     }
 
     // Without it the sheet is as good as before, but for the checksums of the index.
@@ -101,6 +101,17 @@ private:
         const auto given = std::filesystem::path(path).parent_path() / std::filesystem::path(result).filename();
         std::error_code error;
         return std::filesystem::equivalent(given, result, error) ? given.string() : result;
+    }
+
+    // Returns "PATH: REASON", which has the real path of its folder, with the path as it was given.
+    static std::string reasonFor(const std::string& path, const std::string& reason)
+    {
+        const std::size_t end = reason.find(": ", reason.find(std::filesystem::path(path).filename().string()));
+        if (end == std::string::npos)
+            return reason;
+        std::error_code error;
+        const bool isSame = std::filesystem::equivalent(path, reason.substr(0, end), error);
+        return isSame ? path + reason.substr(end) : reason;
     }
 
     bool UpdateConversion(storage::tConversionStep step, std::uint64_t done, std::uint64_t total) override

@@ -99,8 +99,10 @@ try
 }
 catch (const tNothingToCut& nothing)
 {
-    throw tFailure(fmt::format("none of the records is in the span: they are from {} to {}",
-                               timeText(nothing.firstMs()), timeText(nothing.lastMs())));
+    const bool chooses = !options.streams.empty() || !options.groups.empty();
+    throw tFailure(fmt::format("none of the records is in the span{}: they are from {} to {}",
+                               chooses ? " and of the chosen streams and groups" : "", timeText(nothing.firstMs()),
+                               timeText(nothing.lastMs())));
 }
 
 void addSpan(CLI::App& command, tOptions& options)

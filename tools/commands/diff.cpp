@@ -215,10 +215,10 @@ void addDiff(CLI::App& app, tRun& chosen)
         "Exit status 0 if both are equal, 3 if not, or if files were skipped.\n"
         "Examples: kestova diff before after\n"
         "          kestova diff radar.pcap recordings --tolerance 5ms");
-    command.add_option("A", options->compare.a, "A data file, recording folder, storage root or capture")
+    command.add_option("A", options->compare.a, "A: a data file, recording folder, storage root or capture")
         ->type_name("PATH")
         ->required();
-    command.add_option("B", options->compare.b, "What A is compared with")->type_name("PATH")->required();
+    command.add_option("B", options->compare.b, "B: what A is compared with")->type_name("PATH")->required();
     addSuffix(command, options->compare.suffix);
     CLI::Option* const ignore =
         command.add_flag("--ignore-time", options->compare.ignoreTime,

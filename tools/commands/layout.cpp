@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 
+#include "KestovaRecordings/archive.h"
 #include "KestovaRecordings/failure.h"
 #include "KestovaRecordings/layoutguess.h"
 #include "KestovaRecordings/packagecontents.h"
@@ -53,6 +54,8 @@ std::optional<tStreamKey> spokeStream(const std::vector<std::string>& files, con
 int guess(const tOptions& options, tConsole& console)
 {
     const tFoundFiles found = findAllRecordings(options.paths, options.suffix);
+    if (found.files.empty())
+        throw nothingLeft(found.leftOut);
     const std::optional<tStreamKey> stream = spokeStream(found.files, options);
     if (!stream)
         throw tFailure("there is no stream that may hold spokes");

@@ -4,6 +4,7 @@
 #include <array>
 #include <fmt/format.h>
 
+#include "KestovaStorage/radarmsgpackage.h"
 #include "tools/shell/units.h"
 
 namespace tool
@@ -68,6 +69,13 @@ int rankFor(std::size_t width)
     return rank;
 }
 
+// Groups that share a name stand by their address where its column has no room.
+std::string nameFor(int rank, const tMonitoredStream& stream)
+{
+    const bool hasAddress = rank >= cColumns[1].rank;
+    return stream.key.kind == eOtherType && !hasAddress ? stream.key.address() : stream.key.name();
+}
+
 std::string line(int rank, const tMonitoredStream* stream, std::size_t width)
 {
     std::string text;
@@ -75,7 +83,9 @@ std::string line(int rank, const tMonitoredStream* stream, std::size_t width)
     {
         if (column.rank > rank)
             continue;
-        const std::string cell = stream != nullptr ? column.cell(*stream) : std::string(column.head);
+        std::string cell = stream != nullptr ? column.cell(*stream) : std::string(column.head);
+        if (stream != nullptr && &column == &cColumns[0])
+            cell = nameFor(rank, *stream);
         text += column.isText ? fmt::format("{:<{}}", cell, column.width) : fmt::format("{:>{}}", cell, column.width);
     }
     return text.substr(0, width);

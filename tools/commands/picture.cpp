@@ -38,6 +38,20 @@ ePalette parsePalette(const std::string& name)
     throw std::invalid_argument(name + " is none of day, dusk, night, grey");
 }
 
+std::string parseEvery(const std::string& what)
+{
+    if (what == "revolution")
+        return what;
+    throw std::invalid_argument("'" + what + "' is not drawn: write --every revolution");
+}
+
+std::string parseVideo(const std::string& place)
+{
+    if (place == cStandardStream)
+        return place;
+    throw std::invalid_argument("the video goes to standard output: write --y4m - > " + place);
+}
+
 tPictureOptions pictureOptions(const tOptions& options)
 {
     tPictureOptions picture;
@@ -198,12 +212,12 @@ void addOutputs(CLI::App& command, tOptions& options)
         .add_option("--every", options.every,
                     "revolution: a picture of each turn that is finished, from 0 to 0 degrees")
         ->type_name("WHAT")
-        ->check(CLI::IsMember({"revolution"}).description(""));
+        ->check(checkedBy(parseEvery));
     command.add_option("--to", options.folder, "The folder of these pictures, empty or not there yet")
         ->type_name("DIR");
     command.add_option("--y4m", options.video, "-: every revolution as a frame of a video on standard output")
         ->type_name("-")
-        ->check(CLI::IsMember({cStandardStream}).description(""));
+        ->check(checkedBy(parseVideo));
 }
 }  // namespace
 

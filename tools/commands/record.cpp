@@ -66,7 +66,7 @@ public:
         m_lines.onStart(m_session.interfaces(), state().file);
         m_session.updateState();
         m_service.onStart(m_session);
-        const auto started = tSteady::now();
+        m_started = tSteady::now();
         const std::uint64_t limit = m_options.duration.empty() ? UINT64_MAX : parseDuration(m_options.duration);
         std::uint64_t passed = 0;
         while (passed < limit && !m_stop.wait(milliseconds(std::min<std::uint64_t>(200, limit - passed))))
@@ -74,11 +74,12 @@ public:
             m_session.updateState();
             m_service.update(m_session);
             noteLoss();
-            passed = elapsedMs(started);
+            passed = elapsedMs(m_started);
             if (m_console.progressDue())
                 showProgress(passed);
         }
-        m_tookMs = elapsedMs(started);
+        m_tookMs = elapsedMs(m_started);
+        m_received = total(state().streams).messages;
         m_session.finish([this](eFinishing step) { return wait(step); });
         m_service.onFinished(m_session);
         m_missing = m_session.missingOnWire();
@@ -96,10 +97,20 @@ private:
         m_lossNoted = state().lost > 0;
     }
 
+    // What a radar that goes on sends until the sockets are closed is recorded, too: its time counts.
+    void noteLateArrivals()
+    {
+        const std::uint64_t received = total(state().streams).messages;
+        if (received != m_received)
+            m_tookMs = elapsedMs(m_started);
+        m_received = received;
+    }
+
     // A second Ctrl-C ends the wait.
     bool wait(eFinishing step)
     {
         noteLoss();
+        noteLateArrivals();
         m_service.onFinishing(m_session);
         if (step == eFinishing::eWriting && m_console.progressDue())
             m_console.progress(fmt::format("writing what was received: {} messages wait", state().backlog));
@@ -113,7 +124,7 @@ private:
         const tStreamCount sum = total(state().streams);
         const auto now = tSteady::now();
         const double seconds = std::chrono::duration<double>(now - m_shownAt).count();
-        std::string line = fmt::format("{}  {}  {:.0f} datagrams/s |", durationText(passed).substr(0, 8),
+        std::string line = fmt::format("{}  {}  {:.0f}/s |", durationText(passed).substr(0, 8),
                                        rateText(static_cast<double>(sum.bytes - m_shown.bytes) / seconds),
                                        static_cast<double>(sum.messages - m_shown.messages) / seconds);
         m_shown = sum;
@@ -206,7 +217,9 @@ private:
     tRecordService m_service;
     tRecordLines m_lines;
     session::tRecordSession m_session;
-    std::uint64_t m_tookMs = 0;
+    tSteady::time_point m_started = tSteady::now();
+    std::uint64_t m_tookMs = 0;    // to the last datagram, if that came after the end was asked for
+    std::uint64_t m_received = 0;  // datagrams, while the session finishes
     tMissingCounts m_missing;
     bool m_lossNoted = false;
     tStreamCount m_shown;  // at the last progress line

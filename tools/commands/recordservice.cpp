@@ -36,6 +36,7 @@ tRecordService::tRecordService(const std::string& root, const std::string& metri
 void tRecordService::onStart(const tRecordSession& session)
 {
     m_manager.ready();
+    m_heard.update(session.state().streams, utils::time::tTimeParser::GetCurrentTime_ms());
     report(session);
 }
 

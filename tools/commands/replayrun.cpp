@@ -127,8 +127,8 @@ bool tReplayRun::waitForOpening()
     if (m_options.follow)
         m_console.inform("following " + printable(m_session.followed()));
     if (m_keyboard.active())
-        m_console.inform("space pauses, left and right jump 10 s, up and down a minute, + and - change the speed, "
-                         "g skips a silence, n notes the place, q ends");
+        m_console.inform("space pauses, left and right jump 10 s, up and down a minute,\n"
+                         "+ and - change the speed, g skips a silence, n notes the place, q ends");
     return true;
 }
 
@@ -251,7 +251,8 @@ int tReplayRun::report(bool ended)
     if (damaged != 0)
         m_console.note(fmt::format("kestova replay: {} damaged records were skipped; see kestova info", damaged));
     if (m_session.refused() != 0)
-        m_console.note(fmt::format("kestova replay: the network refused {} records", m_session.refused()));
+        m_console.note(fmt::format("kestova replay: the network refused {} records; --verbose shows the reason",
+                                   m_session.refused()));
     const tCat240Tally cat240 = m_session.cat240();
     if (cat240.refused != 0)
         m_console.note(fmt::format("kestova replay: {} spokes were not sent: their cells are too long for CAT240",

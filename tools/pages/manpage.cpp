@@ -99,7 +99,7 @@ std::string manualPage(const CLI::App& command, const std::string& version)
             page += fmt::format("\n.I {}", escaped(option->get_type_name()));
     page += "\n.SH DESCRIPTION\n" + escaped(command.get_description()) + ".\n" + footer.text;
     page += ".SH OPTIONS" + (arguments.empty() ? "\n" : arguments) + options;
-    page += ".SH EXIT STATUS\n0 done, 1 failed, 2 wrong usage, 3 done but something was lost or is damaged.\n";
+    page += ".SH EXIT STATUS\n0 done, 1 failed, 2 wrong usage, 3 done but something was lost, damaged or different.\n";
     page += ".SH EXAMPLES\n.nf\n";
     for (const std::string& example : footer.examples)
         page += escaped(example) + '\n';

@@ -1,0 +1,6 @@
+#include "KestovaRecordings/exporter.h"
+
+namespace recordings
+{
+iExporter::~iExporter() = default;
+}
