@@ -73,7 +73,7 @@ async function greyOf(page) {
 const rowsOf = (/** @type {boolean} */ hasIsland) =>
     Array.from({ length: cSpokes }, (_, row) => cellsOf(row, hasIsland));
 
-/** @param {Uint8Array} got @param {ReturnType<typeof expectedPicture>} wanted */
+/** @param {Uint8Array} got @param {{ least: Uint8Array, most: Uint8Array }} wanted */
 function assertShown(got, { least, most }) {
     assert.equal(got.length, least.length);
     const other = got.findIndex((value, i) => value < least[i] - 1 || value > most[i] + 1);
