@@ -13,7 +13,7 @@ await place.begin();
 await mkdir(place.root);
 const browser = await launch();
 try {
-    place.simulate("--rpm", "24");
+    place.simulate("--rate", "24");
     const { url } = await place.serve();
     const page = await browser.newPage({ viewport: { width: 1600, height: 1300 } });
     await page.goto(`${url}#live&palette=dusk&size=900`);

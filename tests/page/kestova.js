@@ -54,7 +54,7 @@ export class Workplace {
             "--radars",
             this.radars,
             ...cRadar,
-            ...(more.includes("--rpm") ? [] : ["--rpm", "60"]),
+            ...(more.includes("--rate") ? [] : ["--rate", "60"]),
             "--quiet",
             ...more,
         );
