@@ -65,3 +65,11 @@ if(TARGET kestova AND TARGET kestova_sessions)  # it runs the tool, on what the 
 endif()
 kestova_bench(capi)  # python_bench.py is its companion
 target_link_libraries(capi_bench PRIVATE kestova_c KestovaRecordings)
+if(TARGET kestova_server)  # it runs the tool
+  kestova_bench(serve)
+  target_link_libraries(serve_bench PRIVATE KestovaRecordings)
+  target_include_directories(serve_bench PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+  add_dependencies(serve_bench kestova)
+  target_compile_definitions(serve_bench PRIVATE KESTOVA_TOOL="$<TARGET_FILE:kestova>"
+                                                 KESTOVA_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+endif()

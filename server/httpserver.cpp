@@ -382,9 +382,11 @@ private:
         m_isLast = !m_request.keep_alive();
         if (request->isUpgrade)
             return dispatchUpgrade(std::move(request));
-        m_shared.workers.post([self = shared_from_this(), request] {
+        // The last owner of a connection is on the thread of the sockets: a worker passes its share on.
+        m_shared.workers.post([self = shared_from_this(), request]() mutable {
+            asio::io_context& io = self->m_shared.io;
             auto answer = std::make_shared<tHttpAnswer>(self->m_shared.handler.answer(*request));
-            asio::post(self->m_shared.io, [self, answer] {
+            asio::post(io, [self = std::move(self), answer] {
                 self->m_answer = std::move(*answer);
                 self->send();
             });
@@ -394,9 +396,10 @@ private:
     void dispatchUpgrade(std::shared_ptr<tHttpRequest> request)
     {
         const auto peer = tPeer::make(m_shared.io);
-        m_shared.workers.post([self = shared_from_this(), request, peer] {
+        m_shared.workers.post([self = shared_from_this(), request, peer]() mutable {
+            asio::io_context& io = self->m_shared.io;
             auto granted = std::make_shared<tUpgrade>(self->m_shared.handler.upgrade(*request, peer));
-            asio::post(self->m_shared.io, [self, granted, peer] { self->upgrade(*granted, *peer); });
+            asio::post(io, [self = std::move(self), granted, peer] { self->upgrade(*granted, *peer); });
         });
     }
 
@@ -455,7 +458,8 @@ private:
     void pull()
     {
         m_timer.cancel();
-        m_shared.workers.post([self = shared_from_this()] {
+        m_shared.workers.post([self = shared_from_this()]() mutable {
+            asio::io_context& io = self->m_shared.io;
             bool isMore = false, isBroken = false;
             try
             {
@@ -465,7 +469,7 @@ private:
             {
                 isBroken = true;
             }
-            asio::post(self->m_shared.io, [self, isMore, isBroken] {
+            asio::post(io, [self = std::move(self), isMore, isBroken] {
                 if (isBroken)
                     return self->shut();
                 isMore ? self->sendChunk() : self->endChunks();

@@ -36,12 +36,11 @@ public:
             m_queue.push_back(std::move(work));
         m_changed.notify_one();
     }
-    // Drops what waits. Returns whether nothing is under way any more.
+    // What waits is never done; it is dropped by the destructor. Returns whether nothing is under way any more.
     bool stop(std::chrono::milliseconds atMost)
     {
         std::unique_lock lock(m_mutex);
         m_stopped = true;
-        m_queue.clear();
         m_changed.notify_all();
         return m_changed.wait_for(lock, atMost, [this] { return m_busy == 0; });
     }

@@ -46,8 +46,10 @@ protected:
     }
     static std::string spoke(unsigned i)
     {
-        return makePackage(i, std::string("sp") + static_cast<char>(i % cSpokesPerTurn) + static_cast<char>(i) +
-                                  std::string(16, static_cast<char>(200)));
+        std::string package = makePackage(i, std::string("sp") + static_cast<char>(i % cSpokesPerTurn) +
+                                                 static_cast<char>(i) + std::string(16, static_cast<char>(200)));
+        package[11] = eImageStream;
+        return package;
     }
     std::string dataFile() const { return m_root.file("made/0000_2024-05-17_10-00-00.data"); }
 

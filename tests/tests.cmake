@@ -75,8 +75,7 @@ if(TARGET kestova)
   target_link_libraries(tooldecode_test PRIVATE KestovaRecordings)
   kestova_test(toolpicture contract)
   foreach(name tool toolrecord toolstation toolreplay toolfollow toolfiles toolcapture toolverify toolcut toolarchive
-          tooldiff toolcat240 toolexport tooldecode toolpicture)
-          tooldiff toolcat240 tooldecode toolpicture ${serve_tests})
+          tooldiff toolcat240 toolexport tooldecode toolpicture ${serve_tests})
     add_dependencies(${name}_test kestova)
     target_compile_definitions(${name}_test PRIVATE KESTOVA_TOOL="$<TARGET_FILE:kestova>"
                                                     KESTOVA_VERSION="${PROJECT_VERSION}")

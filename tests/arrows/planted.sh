@@ -6,7 +6,7 @@ set -euo pipefail
 sources=$1
 copy=$(mktemp -d)
 trap 'rm -rf "$copy"' EXIT
-(cd "$sources" && cp -r common UdpSocket KestovaUtils KestovaStorage KestovaRecordings sessions tools "$copy")
+(cd "$sources" && cp -r common UdpSocket KestovaUtils KestovaStorage KestovaRecordings sessions bindings server tools "$copy")
 
 refused() { # refused FILE INCLUDED EXPECTED: FILE with this include is refused in a line that holds EXPECTED
     local out
@@ -28,10 +28,11 @@ refused $rooms/buffers/byteregion.h $rooms/disk/paths.h 'buffers -> disk'
 refused $rooms/codec/codetree.h KestovaStorage/datastorageio.h 'no public handle'
 refused KestovaStorage/datastorageio.h $rooms/disk/paths.h 'a public header includes no room'
 refused UdpSocket/udpsocket.h KestovaUtils/timeparser.h 'UdpSocket -> KestovaUtils'
-refused sessions/radarchoice.h tools/shell/units.h 'sessions -> tools'
-refused tools/shell/units.cpp $rooms/disk/paths.h 'closed to other layers'
+refused sessions/radarchoice.h tools/shell/keys.h 'sessions -> tools'
+refused sessions/radarchoice.h server/target.h 'sessions -> server'
+refused tools/shell/keys.cpp $rooms/disk/paths.h 'closed to other layers'
 refused sessions/radarchoice.h KestovaStorage/datastorageioprivate.h 'closed to other layers'
-refused tools/shell/units.cpp tools/commands/commands.h 'tools/shell -> tools/commands'
+refused tools/shell/keys.cpp tools/commands/commands.h 'tools/shell -> tools/commands'
 mkdir "$copy/sessions/unlisted"
 printf '#include "sessions/radarchoice.h"\n' >"$copy/sessions/unlisted/new.h"
 refused sessions/unlisted/new.h common/status.h 'in no part'

@@ -53,6 +53,7 @@ public:
     tChildProcess(const tChildProcess&) = delete;
     tChildProcess& operator=(const tChildProcess&) = delete;
 
+    pid_t pid() const { return m_pid; }
     void signal(int number) const { ::kill(m_pid, number); }
 
     // The exit status; 1000 and the signal's number for a child that a signal ended, -1 for one that does not end.
