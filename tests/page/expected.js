@@ -1,7 +1,5 @@
 // What a picture must show, computed slowly and plainly: each pixel the brightest of the cells that touch it.
 
-const cTouch = 1e-4; // of a row or a cell: less is rounding
-
 /** Bearings of the outermost corners of a pixel, in turns, seen from own ship. @param {number} x @param {number} y */
 function bearingsOf(x, y) {
     const middle = Math.atan2(x, -y);
@@ -21,8 +19,9 @@ function bearingsOf(x, y) {
  * @param {number} size
  * @param {number} pixelCells how many cells a pixel is long
  * @param {Uint8Array[]} rows
+ * @param {number} touch of a row or a cell: less is none; below 0: that far away counts, too
  */
-export function expectedPicture(size, pixelCells, rows) {
+function valuesOf(size, pixelCells, rows, touch) {
     const values = new Uint8Array(size * size);
     for (let line = 0; line < size; ++line)
         for (let column = 0; column < size; ++column) {
@@ -32,12 +31,25 @@ export function expectedPicture(size, pixelCells, rows) {
             const far = Math.hypot(Math.abs(x) + 0.5, Math.abs(y) + 0.5);
             if (near > size / 2) continue;
             const [from, to] = bearingsOf(x, y).map(turn => turn * rows.length);
-            const end = Math.min(Math.ceil(far * pixelCells - cTouch), rows[0].length);
-            for (let i = Math.floor(from + cTouch); i < Math.ceil(to - cTouch); ++i) {
+            const end = Math.min(Math.ceil(far * pixelCells - touch), rows[0].length);
+            for (let i = Math.floor(from + touch); i < Math.ceil(to - touch); ++i) {
                 const cells = rows[(i + rows.length) % rows.length];
-                for (let cell = Math.floor(near * pixelCells + cTouch); cell < end; ++cell)
+                for (let cell = Math.max(Math.floor(near * pixelCells + touch), 0); cell < end; ++cell)
                     values[line * size + column] = Math.max(values[line * size + column], cells[cell]);
             }
         }
     return values;
+}
+
+const cRounding = 2e-3; // of a row or a cell: what numbers of 32 bits leave open
+
+/**
+ * The least and the most that each pixel may be.
+ * @param {number} size
+ * @param {number} pixelCells
+ * @param {Uint8Array[]} rows
+ */
+export function expectedPicture(size, pixelCells, rows) {
+    const least = valuesOf(size, pixelCells, rows, cRounding);
+    return { least, most: valuesOf(size, pixelCells, rows, -cRounding) };
 }

@@ -49,7 +49,15 @@ export class Workplace {
 
     /** @param {string[]} more */
     simulate(...more) {
-        return this.start("simulate", "--radars", this.radars, ...cRadar, "--rpm", "60", "--quiet", ...more);
+        return this.start(
+            "simulate",
+            "--radars",
+            this.radars,
+            ...cRadar,
+            ...(more.includes("--rate") ? [] : ["--rate", "60"]),
+            "--quiet",
+            ...more,
+        );
     }
 
     /** Serves at a port and returns the process and its address. @param {string[]} more */

@@ -19,7 +19,7 @@ try {
     const first = place.start(...record);
     await once(place.simulate("--duration", "15"), "exit");
     await finish(first);
-    const radar = place.simulate("--rpm", "24", "--seed", "7");
+    const radar = place.simulate("--rate", "24", "--seed", "7");
     const second = place.start(...record);
     const { url } = await place.serve();
     const page = await browser.newPage({ viewport: { width: 1600, height: 1000 } });
