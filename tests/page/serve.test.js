@@ -13,6 +13,7 @@ import { Workplace, cRadar, finish } from "./kestova.js";
 import { pixelsOf } from "./png.js";
 
 const cTurnMs = 1000; // 60 turns a minute
+const cPatienceMs = 60000;
 const cRows = 4096;
 const cCells = 512;
 
@@ -75,11 +76,12 @@ const picture = page => page.getByRole("img", { name: "Radar picture", exact: tr
 
 /** @param {import("playwright-core").Page} page @param {string} name @param {(value: number) => boolean} isIt */
 async function untilFact(page, name, isIt) {
-    for (;;) {
-        const value = Number(await picture(page).getAttribute(`data-${name}`));
+    let value = NaN;
+    for (const end = Date.now() + cPatienceMs; Date.now() < end; await sleep(50)) {
+        value = Number(await picture(page).getAttribute(`data-${name}`));
         if (isIt(value)) return value;
-        await sleep(50);
     }
+    return assert.fail(`data-${name} is ${value}`);
 }
 
 /** Opens a place, paused. @param {number} at @param {string} more */
@@ -151,7 +153,7 @@ test("a gap lies at its place on the timeline, and a step goes there", async () 
         colour[0] > 90 && colour[0] > colour[1] * 1.7 && colour[0] > colour[2] * 1.7;
     let columns = /** @type {number[]} */ ([]);
     let width = 0;
-    while (columns.length === 0) {
+    for (const end = Date.now() + cPatienceMs; columns.length === 0 && Date.now() < end;) {
         const shot = pixelsOf(await slider.screenshot());
         width = shot.width;
         columns = Array.from({ length: width }, (_, x) => x).filter(x => isRed(shot.at(x, 44)));
