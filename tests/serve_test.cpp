@@ -251,8 +251,11 @@ TEST_F(tServeTest, showsTheTurnBeforeThePlaceAfterEachJump)
     watch(page, batches,
           [](const tJson& now) { return now.at("time_ms") == cTime + 15'990 && now.at("playing") == false; });
     page.say(std::string(17'000, ' '));
-    while (page.next().opcode != 8)
-        ASSERT_NE(page.next().opcode, 0U);
+    unsigned opcode = 0;
+    do
+        opcode = page.next().opcode;
+    while (opcode != 8 && opcode != 0);
+    EXPECT_EQ(opcode, 8U);
 }
 
 TEST_F(tServeTest, takesPagesOfItsOwnOriginAlone)
