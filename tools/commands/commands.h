@@ -12,9 +12,9 @@ tAddCommand addSimulate, addRecord, addReplay, addInfo, addDump, addLs, addVerif
 
 // In the order of the help.
 inline constexpr tAddCommand* cCommands[] = {
-    addSimulate, addCheck,   addMonitor, addRecord, addReplay,  addLs,           addInfo, addDump,
-    addVerify,   addRecover, addDiff,    addCut,    addMerge,   addNote,         addKeep, addPrune,
-    addCompress, addExpand,  addPcap,    addExport, addPicture, addLayoutCommand,
+    addSimulate, addCheck,  addMonitor, addRecord,        addReplay, addLs,   addInfo,  addDump,     addVerify,
+    addRecover,  addDiff,   addCut,     addMerge,         addNote,   addKeep, addPrune, addCompress, addExpand,
+    addPcap,     addExport, addPicture, addLayoutCommand,
 #ifdef KESTOVA_SERVER
     addServe,
 #endif
