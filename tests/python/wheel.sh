@@ -48,6 +48,7 @@ diff - "$scratch/arrays/out" <<'EOF'
 (64, 100) True
 (64, 100) True
 (64, 100) True
+(64, 100) True
 EOF
 diff - "$scratch/plain/out" <<'EOF'
 636 1
