@@ -77,7 +77,7 @@ tJson streamsJson(const tSums& sums)
     for (const auto& [key, stream] : sums.streams)
     {
         const double seconds = static_cast<double>(stream.lastMs - stream.firstMs) / 1000;
-        const auto rate = [&](std::uint64_t count) {
+        const auto rate = [seconds, &stream = stream](std::uint64_t count) {
             return seconds > 0 && stream.messages > 1 ? static_cast<double>(count) / seconds : 0.0;
         };
         tJson row = {{"stream", key.name()},

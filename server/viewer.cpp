@@ -42,8 +42,7 @@ void tViewer::end(std::size_t picture)
 {
     if (!m_pictures[picture])
         return;
-    m_reaper.post(
-        [self = shared_from_this(), ended = std::move(m_pictures[picture]), picture]() mutable { ended.reset(); });
+    m_reaper.post([self = shared_from_this(), ended = std::move(m_pictures[picture])]() mutable { ended.reset(); });
     m_pictures[picture].reset();
     m_queue.clear(picture);
 }
