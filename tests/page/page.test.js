@@ -99,6 +99,7 @@ test("cells of two bytes give the same picture, and so does a context that was l
     const page = await openPaused(cExact);
     const wanted = expectedPicture(600, cCells / 300, rowsOf(true));
     assertShown(await greyOf(page), wanted);
+    const frames = await picture(page).getAttribute("data-frames");
     await page.evaluate(() => {
         const canvas = /** @type {HTMLCanvasElement} */ (document.getElementById("picture-a"));
         const context = canvas.getContext("webgl2")?.getExtension("WEBGL_lose_context");
@@ -106,7 +107,6 @@ test("cells of two bytes give the same picture, and so does a context that was l
         canvas.addEventListener("webglcontextrestored", () => (canvas.dataset.restored = "1"));
         context?.loseContext();
     });
-    const frames = await picture(page).getAttribute("data-frames");
     await page.waitForFunction(old => {
         const { restored, frames: now } = document.getElementById("picture-a")?.dataset ?? {};
         return restored === "1" && now !== old;
