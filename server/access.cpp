@@ -58,7 +58,7 @@ bool tAccess::isGivenHost(std::string_view host) const
 
 bool tAccess::isOwnHost(std::string_view host, const std::string& local) const
 {
-    const auto isAt = [&](std::string address) {
+    const auto isAt = [&](const std::string& address) {
         return host == address + ':' + std::to_string(m_port) || (m_port == 80 && host == address);
     };
     if (m_isLoopback && (isAt("127.0.0.1") || isAt("localhost") || isAt("[::1]")))

@@ -86,7 +86,7 @@ private:
     std::uint64_t m_rows = 0;
 };
 
-class tCsvExporter final : public iExporter, private iDecodedSink
+class tCsvExporter final : public iExporter, private tDecodedSink
 {
 public:
     explicit tCsvExporter(const std::string& folder)

@@ -17,7 +17,7 @@ tDecodedStreams::tStream::tStream(const tStreamKey& stream, const std::vector<ut
       mayBeSentences(!isImage(stream.kind)), spokes(layouts)
 {}
 
-tDecodedStreams::tDecodedStreams(std::vector<utils::tSpokeLayout> layouts, iDecodedSink& sink)
+tDecodedStreams::tDecodedStreams(std::vector<utils::tSpokeLayout> layouts, tDecodedSink& sink)
     : m_layouts(std::move(layouts)), m_sink(sink)
 {}
 

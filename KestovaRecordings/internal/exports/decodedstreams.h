@@ -27,10 +27,10 @@ struct tDecodedPlace
 };
 
 // All operations do nothing unless they are overridden; what they get is valid during the call.
-class iDecodedSink
+class tDecodedSink
 {
 public:
-    virtual ~iDecodedSink() = default;
+    virtual ~tDecodedSink() = default;
     // `place` is that of the message that ended the spoke.
     virtual void onSpoke(const tSpoke& /*spoke*/, const tDecodedPlace& /*place*/) {}
     virtual void onSentence(const tSentence& /*sentence*/, const tDecodedPlace& /*place*/) {}
@@ -41,7 +41,7 @@ class tDecodedStreams final : private iSpokeSink, private iSentenceSink
 {
 public:
     // Without layouts there are no spokes.
-    tDecodedStreams(std::vector<utils::tSpokeLayout> layouts, iDecodedSink& sink);
+    tDecodedStreams(std::vector<utils::tSpokeLayout> layouts, tDecodedSink& sink);
 
     void read(const tExportedPackage& package);
     void finish();  // passes on the spokes that wait for their end
@@ -68,7 +68,7 @@ private:
     void onLine(std::string_view line, bool valid) override { m_sink.onLine(line, valid, place()); }
 
     const std::vector<utils::tSpokeLayout> m_layouts;
-    iDecodedSink& m_sink;
+    tDecodedSink& m_sink;
     std::map<tGroup, tStream> m_streams;
     tStream* m_stream = nullptr;  // of the present message
     tGroup m_group = 0;           // of m_stream

@@ -115,7 +115,7 @@ std::string geometryOf(const tShip& ship, std::string& times)
                         : R"({"type":"LineString","coordinates":)" + line.coordinates() + "}";
 }
 
-class tGeoJsonExporter final : public iExporter, private iDecodedSink
+class tGeoJsonExporter final : public iExporter, private tDecodedSink
 {
 public:
     explicit tGeoJsonExporter(const std::string& path) : m_path(path), m_file(path), m_streams({}, *this) {}

@@ -15,7 +15,7 @@ constexpr char cHead[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                          "<trk>\n<name>own ship</name>\n";
 
 // Several sentences give one fix: of those of one millisecond the first counts.
-class tGpxExporter final : public iExporter, private iDecodedSink
+class tGpxExporter final : public iExporter, private tDecodedSink
 {
 public:
     explicit tGpxExporter(const std::string& path) : m_path(path), m_file(path), m_streams({}, *this)

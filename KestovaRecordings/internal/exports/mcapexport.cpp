@@ -39,7 +39,7 @@ private:
     std::string m_name;
 };
 
-class tMcapExporter final : public iExporter, private iDecodedSink
+class tMcapExporter final : public iExporter, private tDecodedSink
 {
 public:
     explicit tMcapExporter(const tMcapOptions& options)

@@ -19,7 +19,7 @@ namespace recordings
 namespace
 {
 // Of several radars the first one that has spokes counts. Turns that the recording does not hold whole are left out.
-class tPolarExporter final : public iExporter, private iDecodedSink
+class tPolarExporter final : public iExporter, private tDecodedSink
 {
 public:
     tPolarExporter(const std::string& folder, std::vector<utils::tSpokeLayout> layouts)
