@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <exception>
 #include <future>
 #include <optional>
 #include <set>
@@ -62,13 +63,13 @@ struct tShared
 };
 
 // Counts itself among the connections.
-class tOpen : public iClosable
+class iOpen : public iClosable
 {
 public:
-    explicit tOpen(tShared& shared) : m_shared(shared) { m_shared.open.insert(this); }
-    ~tOpen() override { m_shared.open.erase(this); }
-    tOpen(const tOpen&) = delete;
-    tOpen& operator=(const tOpen&) = delete;
+    explicit iOpen(tShared& shared) : m_shared(shared) { m_shared.open.insert(this); }
+    ~iOpen() override { m_shared.open.erase(this); }
+    iOpen(const iOpen&) = delete;
+    iOpen& operator=(const iOpen&) = delete;
 
 protected:
     tShared& m_shared;
@@ -106,11 +107,11 @@ tHttpRequest plain(tBeastRequest& from, const tcp::socket& socket)
 }
 
 // A viewer. Writes one message at a time, so that what waits stays where it can be thinned.
-class tWebSocket : public tOpen, public std::enable_shared_from_this<tWebSocket>
+class tWebSocket : public iOpen, public std::enable_shared_from_this<tWebSocket>
 {
 public:
     tWebSocket(tShared& shared, tcp::socket&& socket)
-        : tOpen(shared), m_socket(std::move(socket)), m_timer(shared.io), m_closing(shared.io)
+        : iOpen(shared), m_socket(std::move(socket)), m_timer(shared.io), m_closing(shared.io)
     {
         tError ignored;
         beast::get_lowest_layer(m_socket).set_option(asio::socket_base::send_buffer_size(cViewerSendBuffer), ignored);
@@ -283,10 +284,10 @@ private:
     std::weak_ptr<tWebSocket> m_socket;  // used on the thread of the sockets alone
 };
 
-class tConnection : public tOpen, public std::enable_shared_from_this<tConnection>
+class tConnection : public iOpen, public std::enable_shared_from_this<tConnection>
 {
 public:
-    tConnection(tShared& shared, tcp::socket&& socket) : tOpen(shared), m_socket(std::move(socket)), m_timer(shared.io)
+    tConnection(tShared& shared, tcp::socket&& socket) : iOpen(shared), m_socket(std::move(socket)), m_timer(shared.io)
     {
         tError ignored;
         m_socket.set_option(tcp::no_delay(true), ignored);
@@ -393,7 +394,7 @@ private:
         });
     }
 
-    void dispatchUpgrade(std::shared_ptr<tHttpRequest> request)
+    void dispatchUpgrade(const std::shared_ptr<tHttpRequest>& request)
     {
         const auto peer = tPeer::make(m_shared.io);
         m_shared.workers.post([self = shared_from_this(), request, peer]() mutable {
@@ -555,7 +556,17 @@ public:
     {
         listen(tcp::endpoint(asio::ip::make_address(address), port));
     }
-    ~tPrivate() { stop(std::chrono::hours(1)); }
+    ~tPrivate()
+    {
+        try
+        {
+            stop(std::chrono::hours(1));
+        }
+        catch (...)
+        {
+            std::terminate();  // its thread runs on
+        }
+    }
 
     std::uint16_t port() const { return m_port; }
     void start()

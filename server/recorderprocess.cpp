@@ -71,6 +71,7 @@ public:
     pid_t start(std::vector<std::string> arguments) const
     {
         std::vector<char*> argv;
+        argv.reserve(arguments.size() + 1);
         for (std::string& argument : arguments)
             argv.push_back(argument.data());
         argv.push_back(nullptr);

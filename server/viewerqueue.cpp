@@ -20,7 +20,7 @@ void tViewerQueue::addText(std::string text)
         m_texts.pop_front();
 }
 
-void tViewerQueue::drop(std::deque<tWaitingBatch>::iterator batch)
+void tViewerQueue::drop(const std::deque<tWaitingBatch>::iterator& batch)
 {
     m_bytes -= batch->batch.bytes->size();
     m_turns[batch->picture] -= batch->batch.turns;

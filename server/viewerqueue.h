@@ -40,7 +40,7 @@ private:
         std::size_t picture;
         tBatch batch;
     };
-    void drop(std::deque<tWaitingBatch>::iterator batch);
+    void drop(const std::deque<tWaitingBatch>::iterator& batch);
 
     mutable std::mutex m_mutex;
     std::deque<std::string> m_texts;  // guarded by m_mutex, and all below
