@@ -379,10 +379,10 @@ private:
     void dispatch()
     {
         m_request = m_parser->release();
-        auto request = std::make_shared<tHttpRequest>(plain(m_request, m_socket));
+        const auto request = std::make_shared<tHttpRequest>(plain(m_request, m_socket));
         m_isLast = !m_request.keep_alive();
         if (request->isUpgrade)
-            return dispatchUpgrade(std::move(request));
+            return dispatchUpgrade(request);
         // The last owner of a connection is on the thread of the sockets: a worker passes its share on.
         m_shared.workers.post([self = shared_from_this(), request]() mutable {
             asio::io_context& io = self->m_shared.io;
