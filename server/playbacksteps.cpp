@@ -10,6 +10,27 @@ namespace server
 {
 using namespace recordings;
 
+namespace
+{
+constexpr std::uint64_t cOneGapMs = 10'000;
+
+// A radar that stops is missed at the last message of each of its streams, of the slowest first: of gaps that begin
+// within 10 s the last one stands for all.
+std::vector<std::uint64_t> withoutCloseOnes(const std::vector<std::uint64_t>& sorted)
+{
+    std::vector<std::uint64_t> apart;
+    std::uint64_t first = 0;
+    for (const std::uint64_t mark : sorted)
+    {
+        if (apart.empty() || mark - first > cOneGapMs)
+            apart.push_back(first = mark);
+        else
+            apart.back() = mark;
+    }
+    return apart;
+}
+}  // namespace
+
 void tPlayback::step(const tViewerMessage& message)
 {
     if (m_live)
@@ -104,6 +125,8 @@ std::optional<std::uint64_t> tPlayback::markAt(const tViewerMessage& message)
                     marks.push_back(gap.fromMs);
     }
     std::ranges::sort(marks);
+    if (message.unit == tViewerMessage::eGap)
+        marks = withoutCloseOnes(marks);
     const auto count = static_cast<std::ptrdiff_t>(std::abs(message.count));
     if (message.count > 0)
     {
