@@ -132,7 +132,7 @@ public:
                     answer.set(name, value);
             }));
         m_socket.async_accept(request, [self = shared_from_this()](const tError& error) {
-            if (error)
+            if (error || !self->m_session)  // it may have ended meanwhile
                 return self->end();
             self->m_isOpen = true;
             self->read();
@@ -142,7 +142,7 @@ public:
 
     void pump()
     {
-        if (!m_isOpen || m_isWriting || m_isClosing)
+        if (!m_isOpen || m_isWriting || m_isClosing || !m_session)
             return;
         if (!m_session->next(m_frame))
             return;
@@ -205,7 +205,7 @@ private:
             return close(cPolicy, "too many messages");
         if (!m_socket.got_text())
             return close(cUnsupported, "text only");
-        if (m_closeCode == 0)
+        if (m_closeCode == 0 && m_session)
             m_session->onText({static_cast<const char*>(m_buffer.data().data()), m_buffer.size()});
         m_buffer.consume(m_buffer.size());
         read();
