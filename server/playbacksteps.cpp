@@ -1,5 +1,6 @@
 // Steps of a playback: spoke by spoke, turn by turn, and from mark to mark.
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "KestovaRecordings/packagecontents.h"
@@ -12,22 +13,23 @@ using namespace recordings;
 
 namespace
 {
-constexpr std::uint64_t cOneGapMs = 10'000;
-
-// A radar that stops is missed at the last message of each of its streams, of the slowest first: of gaps that begin
-// within 10 s the last one stands for all.
-std::vector<std::uint64_t> withoutCloseOnes(const std::vector<std::uint64_t>& sorted)
+// A radar that stops is missed by the slowest of its streams first. Of gaps that overlap there is one mark, where the
+// last one begins.
+std::vector<std::uint64_t> marksOf(std::vector<tGap> gaps)
 {
-    std::vector<std::uint64_t> apart;
-    std::uint64_t first = 0;
-    for (const std::uint64_t mark : sorted)
+    std::ranges::sort(gaps, {}, &tGap::fromMs);
+    std::vector<std::uint64_t> marks;
+    std::uint64_t untilMs = 0;
+    for (const tGap& gap : gaps)
     {
-        if (apart.empty() || mark - first > cOneGapMs)
-            apart.push_back(first = mark);
+        const bool overlaps = !marks.empty() && gap.fromMs < untilMs;
+        untilMs = overlaps ? std::min(untilMs, gap.toMs) : gap.toMs;
+        if (overlaps)
+            marks.back() = gap.fromMs;
         else
-            apart.back() = mark;
+            marks.push_back(gap.fromMs);
     }
-    return apart;
+    return marks;
 }
 }  // namespace
 
@@ -114,6 +116,7 @@ std::uint64_t tPlayback::placeBefore(const tViewerMessage& message)
 std::optional<std::uint64_t> tPlayback::markAt(const tViewerMessage& message)
 {
     std::vector<std::uint64_t> marks;
+    std::vector<tGap> gaps;
     for (const tFileFactsPtr& file : m_context.facts.of(m_context.archive.folderOf(m_id)).files)
     {
         if (message.unit == tViewerMessage::eNote)
@@ -121,12 +124,11 @@ std::optional<std::uint64_t> tPlayback::markAt(const tViewerMessage& message)
                 marks.push_back(note.timeMs);
         else
             for (const tStreamFacts& stream : file->streams)
-                for (const tGap& gap : stream.gaps)
-                    marks.push_back(gap.fromMs);
+                gaps.insert(gaps.end(), stream.gaps.begin(), stream.gaps.end());
     }
-    std::ranges::sort(marks);
     if (message.unit == tViewerMessage::eGap)
-        marks = withoutCloseOnes(marks);
+        marks = marksOf(std::move(gaps));
+    std::ranges::sort(marks);
     const auto count = static_cast<std::ptrdiff_t>(std::abs(message.count));
     if (message.count > 0)
     {
